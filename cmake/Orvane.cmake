@@ -1,0 +1,70 @@
+# Compiler settings and the three helpers that every folder's CMakeLists.txt uses.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+set(CMAKE_CXX_FLAGS_DEBUG "-O1 -g")
+
+find_package(Threads REQUIRED)
+
+add_library(orvane_options INTERFACE)
+target_include_directories(orvane_options INTERFACE "${PROJECT_SOURCE_DIR}/src")
+# Error bounds are derived for the roundings that are written, so the compiler may not fuse any.
+target_compile_options(orvane_options INTERFACE -Wall -Wextra -Wshadow -ffp-contract=off)
+if(ORVANE_WERROR)
+  target_compile_options(orvane_options INTERFACE -Werror)
+endif()
+if(ORVANE_SANITIZE)
+  target_compile_options(orvane_options INTERFACE -fsanitize=${ORVANE_SANITIZE} -fno-omit-frame-pointer
+                         -fno-sanitize-recover=all)
+  target_link_options(orvane_options INTERFACE -fsanitize=${ORVANE_SANITIZE})
+endif()
+target_link_libraries(orvane_options INTERFACE Threads::Threads)
+
+# orvane_library(NAME SOURCES ... LIBS ...): one folder (or half a folder) of src/.
+function(orvane_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+  add_library(orvane_${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(orvane_${name} PUBLIC orvane_options ${ARG_LIBS})
+endfunction()
+
+# orvane_test(NAME SOURCES ... LIBS ... [LABEL unit|slow|disk] [PLAIN_MAIN]): one GoogleTest program.
+# Its main registers algorithms, frameworks, allocators and exception types, unless PLAIN_MAIN
+# is given (tests of the lowest folders, which cannot link what stands above them).
+function(orvane_test name)
+  cmake_parse_arguments(ARG "PLAIN_MAIN" "LABEL" "SOURCES;LIBS" ${ARGN})
+  if(NOT ARG_LABEL)
+    set(ARG_LABEL unit)
+  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests")
+  if(ARG_PLAIN_MAIN)
+    target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest_main GTest::gtest)
+  else()
+    target_link_libraries(${name} PRIVATE ${ARG_LIBS} orvane_test_main GTest::gtest)
+  endif()
+  add_test(NAME ${name} COMMAND ${name})
+  set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL})
+  foreach(source IN LISTS ARG_SOURCES)
+    set_property(GLOBAL APPEND PROPERTY ORVANE_TEST_SOURCES "${CMAKE_CURRENT_SOURCE_DIR}/${source}")
+  endforeach()
+endfunction()
+
+# orvane_bench(NAME SOURCES ... LIBS ...): one measuring program; built in every preset so that it keeps compiling.
+function(orvane_bench name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_LIBS})
+endfunction()
+
+# Fails when a *_test.cpp lies in tests/ and no target compiles it.
+function(orvane_check_test_sources)
+  file(GLOB_RECURSE found CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/tests/*_test.cpp")
+  get_property(listed GLOBAL PROPERTY ORVANE_TEST_SOURCES)
+  foreach(source IN LISTS found)
+    if(NOT source IN_LIST listed)
+      message(FATAL_ERROR "test file belongs to no target: ${source}")
+    endif()
+  endforeach()
+endfunction()

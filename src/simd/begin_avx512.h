@@ -1,0 +1,7 @@
+// Opens a region compiled for the target AVX512: F, CD, VL, BW, DQ on top of AVX2, FMA3, BMI1/2, ADX, ABM.
+#pragma GCC push_options
+#pragma GCC target("avx2,fma,bmi,bmi2,adx,lzcnt,popcnt,avx512f,avx512cd,avx512vl,avx512bw,avx512dq")
+#define SIMD_ISA avx512
+#define SIMD_ISA_NAME "AVX512"
+#define SIMD_ISA_AVX512 1
+#include "simd/vector_types.h"
