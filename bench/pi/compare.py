@@ -1,0 +1,80 @@
+#!/usr/bin/env python3
+"""Pi from start to written file: this program against a plain GMP program, in turn, on this machine.
+
+  compare.py [--build DIR] [--runs N] [--digits 1000000,10000000] [--threads 1,2]
+
+Prints the median wall time of each, the ratio to GMP (pair by pair, then the median), the speed-up of threads,
+and what of its stated memory the process really used. Both write their digits to a file."""
+import argparse
+import os
+import pathlib
+import platform
+import re
+import statistics
+import subprocess
+import tempfile
+import time
+
+
+def timed(command, folder):
+    start = time.perf_counter()
+    process = subprocess.Popen(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    text = process.stdout.read().decode(errors="replace")
+    _, status, usage = os.wait4(process.pid, 0)
+    process.returncode = os.waitstatus_to_exitcode(status)
+    seconds = time.perf_counter() - start
+    if process.returncode != 0:
+        raise SystemExit(f"{' '.join(command)} ended with {process.returncode}:\n{text}")
+    return seconds, usage.ru_maxrss * 1024, text
+
+
+def stated_bytes(text):
+    """Working Memory plus Twiddle Tables as the program prints them."""
+    found = re.findall(r"(?:Working Memory|Twiddle Tables)\.\.\.\s+([0-9,]+)", text)
+    return sum(int(number.replace(",", "")) for number in found)
+
+
+def processor():
+    for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines():
+        if line.startswith("model name"):
+            return line.split(":", 1)[1].strip()
+    return platform.processor()
+
+
+def main():
+    here = pathlib.Path(__file__).resolve().parent.parent.parent
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--build", default=str(here / "build" / "release"))
+    parser.add_argument("--runs", type=int, default=5)
+    parser.add_argument("--digits", default="1000000,10000000")
+    parser.add_argument("--threads", default="1,2")
+    options = parser.parse_args()
+    build = pathlib.Path(options.build).resolve()
+    commit = subprocess.run(["git", "-C", str(here), "rev-parse", "--short", "HEAD"], capture_output=True,
+                            text=True).stdout.strip()
+    print(f"{processor()}, {os.cpu_count()} processors, commit {commit}, median of {options.runs} pairs")
+    print(f"{'digits':>12} {'threads':>7} {'GMP s':>9} {'orvane s':>9} {'ratio':>7} {'speed-up':>8} "
+          f"{'stated MiB':>10} {'peak MiB':>9}")
+    with tempfile.TemporaryDirectory() as folder:
+        for digits in (int(d) for d in options.digits.split(",")):
+            single = None
+            for threads in (int(t) for t in options.threads.split(",")):
+                framework = "none" if threads == 1 else "pushpool"
+                command = [str(build / "orvane"), "pause:-2", "priority:0", "colors:0", "skip-warnings", "custom", "pi",
+                           f"-dec:{digits}", "-verify:0", f"-TD:{threads}", f"-PF:{framework}", "-o", folder]
+                peer_times, times, ratios = [], [], []
+                for _ in range(options.runs):
+                    peer, _, _ = timed([str(build / "bench/pi/gmp_pi"), str(digits), "gmp.txt"], folder)
+                    own, peak, text = timed(command, folder)
+                    peer_times.append(peer)
+                    times.append(own)
+                    ratios.append(own / peer)
+                own = statistics.median(times)
+                single = single or own
+                print(f"{digits:12,} {threads:7} {statistics.median(peer_times):9.3f} {own:9.3f} "
+                      f"{statistics.median(ratios):7.3f} {single / own:8.2f} {stated_bytes(text) / 2**20:10.1f} "
+                      f"{peak / 2**20:9.1f}", flush=True)
+
+
+if __name__ == "__main__":
+    main()
