@@ -9,7 +9,8 @@
 
 namespace orl {
 
-/// Sees every cut, from any thread; tests and benchmarks use it to compare what was cut with what was planned.
+/// Sees every cut of words, from any thread; tests and benchmarks use it to compare what was cut with what was
+/// planned. A branch's share (cut_buffer) is no use of memory by itself and is not reported; cuts from it are.
 struct CutObserver {
   virtual ~CutObserver() = default;
   virtual void on_cut(const void* begin, u64 bytes) = 0;
@@ -29,11 +30,14 @@ struct LinearHeapBuffer {
   /// Cuts `count` words of type W from the front. Throws BufferTooSmallException when they do not fit and
   /// InvalidParametersException "Size is misaligned." when they are not a multiple of 64 bytes.
   template <class W>
-  W* spawn_words(u64 count);
+  W* spawn_words(u64 count) {
+    return static_cast<W*>(spawn(count, sizeof(W)));
+  }
   /// spawn_words with the count rounded up to a multiple of 64 bytes: what plans use for odd lengths.
   template <class W>
   W* cut(u64 count) {
-    return spawn_words<W>(round_up_words<W>(count));
+    const u64 rounded = round_up_words<W>(count);
+    return spawn_words<W>(rounded < count ? count : rounded);  // an absurd count must not wrap to a small one
   }
   /// Cuts `bytes`, rounded up to a multiple of 64, as a buffer of its own: a branch's share.
   LinearHeapBuffer cut_buffer(u64 bytes);
@@ -50,6 +54,9 @@ struct LinearHeapBuffer {
 
   void* ptr = nullptr;
   u64 size = 0;
+
+ private:
+  void* spawn(u64 count, u64 width);
 };
 
 /// `size` words at `ptr`; for lengths that are not transform-aligned.
