@@ -1,0 +1,14 @@
+#include "numbers/word_kernels.h"
+
+#include "numbers/word_loops.h"
+
+namespace orl {
+namespace scalar {
+constinit const WordKernels word_kernel_table{
+    "scalar", &word_loops::add<u64>, &word_loops::sub<u64>, &word_loops::mul<u64>, &word_loops::hash<u64>,
+};
+}  // namespace scalar
+
+const WordKernels& word_kernels(simd::Target) { return scalar::word_kernel_table; }
+
+}  // namespace orl
