@@ -32,7 +32,12 @@ u64 hash_blocks(u64 seed, u64 L, ParallelContext parallel, HashBlock&& hash_bloc
 
 template <class W>
 u64 bp_hash(u64 seed, const W* A, u64 L) {
-  return word_loops::hash<W>(seed, A, L);
+  constexpr u64 kPlainBytes = 128;
+  if (L < kPlainBytes / sizeof(W)) return word_loops::hash<W>(seed, A, L);
+  // The kernels see 64-bit words: of a u32 array of odd length the top word goes before them.
+  const u64 n = L / (8 / sizeof(W));
+  const u64 even = n * 8 / sizeof(W);
+  return word_kernels().hash(word_loops::hash<W>(seed, A + even, L - even), A, n);
 }
 template <class W>
 u64 bp_hash(u64 seed, const W* A, u64 L, ParallelContext parallel) {
@@ -46,8 +51,21 @@ template <class W>
 u64 bp_hash_base(u64 seed, u64 base, const W* A, u64 L) {
   base = hash_fold(base);
   u64 h = seed;
-  for (u64 i = L; i-- > 0;) h = hash_mul_add(h, base, A[i]);
-  return h;
+  // Four stretches side by side hide the latency of a step.
+  const u64 quarter = L >= 64 ? L / 4 : 0;
+  for (u64 i = L; i > 4 * quarter; --i) h = hash_mul_add(h, base, A[i - 1]);
+  if (quarter == 0) return h;
+  u64 h2 = 0, h1 = 0, h0 = 0;
+  for (u64 i = quarter; i-- > 0;) {
+    h = hash_mul_add(h, base, A[3 * quarter + i]);
+    h2 = hash_mul_add(h2, base, A[2 * quarter + i]);
+    h1 = hash_mul_add(h1, base, A[quarter + i]);
+    h0 = hash_mul_add(h0, base, A[i]);
+  }
+  const u64 power = hash_pow(base, quarter);
+  h = hash_mul_add(h, power, h2);
+  h = hash_mul_add(h, power, h1);
+  return hash_mul_add(h, power, h0);
 }
 template <class W>
 u64 bp_hash_base(u64 seed, u64 base, const W* A, u64 L, ParallelContext parallel) {

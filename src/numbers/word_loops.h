@@ -59,6 +59,17 @@ W mul(void* T, const void* A, u64 L, W w, W carry) {
   return carry;
 }
 
+/// The processor's division: the quotient of remainder * W + x by d > remainder, which becomes the new one.
+template <class W>
+inline W divide_step(W& remainder, W x, W d) {
+  W quotient;
+  if constexpr (sizeof(W) == 4)
+    asm("divl %[d]" : "=a"(quotient), "=d"(remainder) : "0"(x), "1"(remainder), [d] "r"(d) : "cc");
+  else
+    asm("divq %[d]" : "=a"(quotient), "=d"(remainder) : "0"(x), "1"(remainder), [d] "r"(d) : "cc");
+  return quotient;
+}
+
 /// Horner from the top word. After a step h is below 2^61 + 2^36 (u32) or 2^62 + 2^7 (u64).
 template <class W>
 u64 hash(u64 h, const void* A, u64 L) {

@@ -18,8 +18,19 @@ constexpr u64 kSerialAdd = 8192;
 constexpr u64 kSerialMul = 20000;
 constexpr u64 kSerialDivide = 1000;
 
-// Shorter arrays take the plain loop at once: a kernel's prologue costs more than it saves.
-constexpr u64 kPlainWords = 8;
+// Arrays of fewer bytes take the plain loop at once: finding and entering a kernel costs what it would save.
+constexpr u64 kPlainBytes = 64;
+
+template <class W>
+bool is_short(u64 L) {
+  return L < kPlainBytes / sizeof(W);
+}
+
+// 64-bit words in L words. A u32 array is taken as its 64-bit words and, of an odd length, one word on top.
+template <class W>
+u64 kernel_words(u64 L) {
+  return L / (8 / sizeof(W));
+}
 
 template <class W>
 constexpr u64 kWordsPerLine = 64 / sizeof(W);
@@ -127,7 +138,13 @@ u64 bp_strip(std::type_identity_t<W> value, const W* A, u64 L, ParallelContext p
 
 template <class W>
 W bp_add(W* T, const W* A, const W* B, u64 L, std::type_identity_t<W> carry) {
-  return word_loops::add<W>(T, A, B, L, carry);
+  u64 done = 0;
+  if (!is_short<W>(L)) {
+    const u64 n = kernel_words<W>(L);
+    carry = static_cast<W>(word_kernels().add(T, A, B, n, carry));
+    done = n * 8 / sizeof(W);
+  }
+  return word_loops::add<W>(T + done, A + done, B + done, L - done, carry);
 }
 template <class W>
 W bp_add(W* T, const W* A, const W* B, u64 L, std::type_identity_t<W> carry, ParallelContext parallel) {
@@ -137,7 +154,13 @@ W bp_add(W* T, const W* A, const W* B, u64 L, std::type_identity_t<W> carry, Par
 
 template <class W>
 W bp_sub(W* T, const W* A, const W* B, u64 L, std::type_identity_t<W> borrow) {
-  return word_loops::sub<W>(T, A, B, L, borrow);
+  u64 done = 0;
+  if (!is_short<W>(L)) {
+    const u64 n = kernel_words<W>(L);
+    borrow = static_cast<W>(word_kernels().sub(T, A, B, n, borrow));
+    done = n * 8 / sizeof(W);
+  }
+  return word_loops::sub<W>(T + done, A + done, B + done, L - done, borrow);
 }
 template <class W>
 W bp_sub(W* T, const W* A, const W* B, u64 L, std::type_identity_t<W> borrow, ParallelContext parallel) {
@@ -177,7 +200,13 @@ std::make_signed_t<W> bp_carry(std::type_identity_t<std::make_signed_t<W>> c, W*
 
 template <class W>
 W bp_mul_uW(W* T, const W* A, u64 L, std::type_identity_t<W> w, std::type_identity_t<W> carry) {
-  return word_loops::mul<W>(T, A, L, w, carry);
+  u64 done = 0;
+  if (!is_short<W>(L)) {
+    const u64 n = kernel_words<W>(L);
+    carry = static_cast<W>(word_kernels().mul(T, A, n, w, carry));
+    done = n * 8 / sizeof(W);
+  }
+  return word_loops::mul<W>(T + done, A + done, L - done, w, carry);
 }
 template <class W>
 W bp_mul_uW(W* T, const W* A, u64 L, std::type_identity_t<W> w, std::type_identity_t<W> carry,

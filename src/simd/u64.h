@@ -1,0 +1,118 @@
+// U64: a vector of 64-bit words; `lanes` of them. Loads and stores ask for no alignment.
+namespace orl::simd::SIMD_ISA {
+
+#if defined(SIMD_ISA_AVX512)
+
+struct U64 {
+  static constexpr int lanes = 8;
+  using Mask = std::uint32_t;  // bit j stands for lane j
+
+  static U64 load(const void* p) { return {_mm512_loadu_si512(p)}; }
+  static U64 all(std::uint64_t x) { return {_mm512_set1_epi64(static_cast<long long>(x))}; }
+  /// x in lane 0, zero above.
+  static U64 low(std::uint64_t x) {
+    return {_mm512_zextsi128_si512(_mm_cvtsi64_si128(static_cast<long long>(x)))};
+  }
+  /// 0, step, 2 * step, ...
+  static U64 ramp(long long step) {
+    return {_mm512_mullo_epi64(_mm512_set_epi64(7, 6, 5, 4, 3, 2, 1, 0), _mm512_set1_epi64(step))};
+  }
+  void store(void* p) const { _mm512_storeu_si512(p, v); }
+
+  U64 shl(unsigned n) const { return {_mm512_maskz_slli_epi64(kAll, v, n)}; }
+  U64 shr(unsigned n) const { return {_mm512_maskz_srli_epi64(kAll, v, n)}; }
+  /// By a count a lane; 64 and more give 0.
+  U64 shl(U64 n) const { return {_mm512_maskz_sllv_epi64(kAll, v, n.v)}; }
+  U64 shr(U64 n) const { return {_mm512_maskz_srlv_epi64(kAll, v, n.v)}; }
+
+  /// Lanes of a equal to, or unsigned below, those of b.
+  static Mask equal(U64 a, U64 b) { return _mm512_cmpeq_epu64_mask(a.v, b.v); }
+  static Mask less(U64 a, U64 b) { return _mm512_cmplt_epu64_mask(a.v, b.v); }
+  /// a - b in the lanes of the mask's low bits, a elsewhere.
+  static U64 sub_where(Mask mask, U64 a, U64 b) {
+    return {_mm512_mask_sub_epi64(a.v, static_cast<__mmask8>(mask), a.v, b.v)};
+  }
+
+  // g++ 12 takes the undefined pass-through of the unmasked shifts for a use of an uninitialised value.
+  static constexpr __mmask8 kAll = 0xff;
+
+  __m512i v;
+};
+inline U64 operator+(U64 a, U64 b) { return {_mm512_add_epi64(a.v, b.v)}; }
+inline U64 operator-(U64 a, U64 b) { return {_mm512_sub_epi64(a.v, b.v)}; }
+inline U64 operator&(U64 a, U64 b) { return {_mm512_and_si512(a.v, b.v)}; }
+inline U64 operator|(U64 a, U64 b) { return {_mm512_or_si512(a.v, b.v)}; }
+
+#elif defined(SIMD_ISA_AVX2)
+
+struct U64 {
+  static constexpr int lanes = 4;
+  using Mask = std::uint32_t;
+
+  static U64 load(const void* p) { return {_mm256_loadu_si256(static_cast<const __m256i*>(p))}; }
+  static U64 all(std::uint64_t x) { return {_mm256_set1_epi64x(static_cast<long long>(x))}; }
+  static U64 low(std::uint64_t x) {
+    return {_mm256_zextsi128_si256(_mm_cvtsi64_si128(static_cast<long long>(x)))};
+  }
+  static U64 ramp(long long step) { return {_mm256_set_epi64x(3 * step, 2 * step, step, 0)}; }
+  void store(void* p) const { _mm256_storeu_si256(static_cast<__m256i*>(p), v); }
+
+  U64 shl(unsigned n) const { return {_mm256_slli_epi64(v, static_cast<int>(n))}; }
+  U64 shr(unsigned n) const { return {_mm256_srli_epi64(v, static_cast<int>(n))}; }
+  U64 shl(U64 n) const { return {_mm256_sllv_epi64(v, n.v)}; }
+  U64 shr(U64 n) const { return {_mm256_srlv_epi64(v, n.v)}; }
+
+  static Mask equal(U64 a, U64 b) { return lane_mask(_mm256_cmpeq_epi64(a.v, b.v)); }
+  static Mask less(U64 a, U64 b) {
+    const __m256i flip = _mm256_set1_epi64x(static_cast<long long>(std::uint64_t{1} << 63));
+    return lane_mask(_mm256_cmpgt_epi64(_mm256_xor_si256(b.v, flip), _mm256_xor_si256(a.v, flip)));
+  }
+  static U64 sub_where(Mask mask, U64 a, U64 b) {
+    const __m256i bits = _mm256_set_epi64x(8, 4, 2, 1);
+    const __m256i chosen = _mm256_and_si256(_mm256_set1_epi64x(mask), bits);
+    return {_mm256_sub_epi64(a.v, _mm256_and_si256(b.v, _mm256_cmpeq_epi64(chosen, bits)))};
+  }
+  static Mask lane_mask(__m256i m) { return static_cast<Mask>(_mm256_movemask_pd(_mm256_castsi256_pd(m))); }
+
+  __m256i v;
+};
+inline U64 operator+(U64 a, U64 b) { return {_mm256_add_epi64(a.v, b.v)}; }
+inline U64 operator-(U64 a, U64 b) { return {_mm256_sub_epi64(a.v, b.v)}; }
+inline U64 operator&(U64 a, U64 b) { return {_mm256_and_si256(a.v, b.v)}; }
+inline U64 operator|(U64 a, U64 b) { return {_mm256_or_si256(a.v, b.v)}; }
+
+#else
+
+struct U64 {
+  static constexpr int lanes = 1;
+  using Mask = std::uint32_t;
+
+  static U64 load(const void* p) {
+    U64 x;
+    __builtin_memcpy(&x.v, p, sizeof x.v);
+    return x;
+  }
+  static U64 all(std::uint64_t x) { return {x}; }
+  static U64 low(std::uint64_t x) { return {x}; }
+  static U64 ramp(long long) { return {0}; }
+  void store(void* p) const { __builtin_memcpy(p, &v, sizeof v); }
+
+  U64 shl(unsigned n) const { return {v << n}; }
+  U64 shr(unsigned n) const { return {v >> n}; }
+  U64 shl(U64 n) const { return {n.v < 64 ? v << n.v : 0}; }
+  U64 shr(U64 n) const { return {n.v < 64 ? v >> n.v : 0}; }
+
+  static Mask equal(U64 a, U64 b) { return a.v == b.v; }
+  static Mask less(U64 a, U64 b) { return a.v < b.v; }
+  static U64 sub_where(Mask mask, U64 a, U64 b) { return {mask & 1 ? a.v - b.v : a.v}; }
+
+  std::uint64_t v;
+};
+inline U64 operator+(U64 a, U64 b) { return {a.v + b.v}; }
+inline U64 operator-(U64 a, U64 b) { return {a.v - b.v}; }
+inline U64 operator&(U64 a, U64 b) { return {a.v & b.v}; }
+inline U64 operator|(U64 a, U64 b) { return {a.v | b.v}; }
+
+#endif
+
+}  // namespace orl::simd::SIMD_ISA
