@@ -1,12 +1,15 @@
 // Newton iterations on floating big numbers: 1/sqrt(word), 1/sqrt(a), 1/a and A/B.
 //
-// Precision  n counts words; the level below n is (n + 1) >> 1, level 0 is a double. A result holds at most n + 2
-//            words and its relative error is a few W^-(n+1): newton.cpp shows it. A result never rounds; it may lie
-//            on either side of the true value.
-// Layers     functions with the suffix _E use plain products and small word buffers and serve the low levels (n <= 9);
-//            the classes are plans: built once, immutable, they keep the transform of an operand that occurs in two
-//            products. No product of a level of n words is longer than n + 8 words: a full-length operand is taken
-//            in two halves, which costs no more transforms than one product of 3n/2 words and a third less memory.
+// Precision  n counts words; the level below n is (n + 1) >> 1, level 0 is a double. A result holds at most n
+// + 2
+//            words and its relative error is a few W^-(n+1): newton.cpp shows it. A result never rounds; it
+//            may lie on either side of the true value.
+// Layers     functions with the suffix _E use plain products and small word buffers and serve the low levels
+// (n <= 9);
+//            the classes are plans: built once, immutable, they keep the transform of an operand that occurs
+//            in two products. No product of a level of n words is longer than n + 8 words: a full-length
+//            operand is taken in two halves, which costs no more transforms than one product of 3n/2 words
+//            and a third less memory.
 // Threads    only the products fork; a plan may be shared, its heap belongs to one run.
 // Failures   "Convergence Failure" and kin (AlgorithmFailedException) mean that the machine has miscomputed.
 #pragma once
@@ -21,13 +24,15 @@
 
 namespace orl {
 
-/// Words of the small buffer that the _E functions of `n` words cut from: both scratch numbers of every level.
+/// Words of the small buffer that the _E functions of `n` words cut from: both scratch numbers of every
+/// level.
 u64 newton_small_words(u64 n);
 
 /// y = 1/sqrt(w) to n words; y holds n + 4 words. Throws ArithmeticException "Divide by zero." for w = 0,
 /// AlgorithmFailedException when an iteration does not converge.
 template <class W>
-void InvsqrtWord_BigFloatR_E(const MultiplyContext& ctx, BigFloat<W>& y, W w, u64 n, LinearWordBuffer<W> small);
+void InvsqrtWord_BigFloatR_E(const MultiplyContext& ctx, BigFloat<W>& y, W w, u64 n,
+                             LinearWordBuffer<W> small);
 
 /// y = 1/sqrt(a) to n words for a > 0; y holds n + 4 words. Failures as above.
 template <class W>
@@ -53,8 +58,9 @@ class InvsqrtWord {
 
   u64 precision() const { return p_; }
   Need need() const { return need_; }
-  /// out = 1/sqrt(w); out holds need().out_words words. Throws InvalidParametersException "tds is larger than plan.",
-  /// BufferTooSmallException when `heap` is smaller than need().ram_bytes, and the failures of the _E layer.
+  /// out = 1/sqrt(w); out holds need().out_words words. Throws InvalidParametersException "tds is larger than
+  /// plan.", BufferTooSmallException when `heap` is smaller than need().ram_bytes, and the failures of the _E
+  /// layer.
   void run(const RunContext& ctx, Frame& frame, Number& out, W w, Arena heap) const;
   void run(const RunContext& ctx, Number& out, W w, Arena heap) const;
 
@@ -127,10 +133,11 @@ class Division {
 
   u64 precision() const { return p_; }
   Need need() const { return need_; }
-  /// out = a / b; out holds need().out_words words. `a` may be zero, `b` not. Throws InvalidParametersException
-  /// "Mismatching tds." unless ctx has the plan's tds; AlgorithmFailedException "Convergence Failure: ..." when the
-  /// top words of a and of b times the first quotient do not agree.
-  void run(const RunContext& ctx, Frame& frame, Number& out, const Number& a, const Number& b, Arena heap) const;
+  /// out = a / b; out holds need().out_words words. `a` may be zero, `b` not. Throws
+  /// InvalidParametersException "Mismatching tds." unless ctx has the plan's tds; AlgorithmFailedException
+  /// "Convergence Failure: ..." when the top words of a and of b times the first quotient do not agree.
+  void run(const RunContext& ctx, Frame& frame, Number& out, const Number& a, const Number& b,
+           Arena heap) const;
   void run(const RunContext& ctx, Number& out, const Number& a, const Number& b, Arena heap) const;
 
  private:

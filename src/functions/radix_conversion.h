@@ -1,21 +1,23 @@
 // From a binary fraction to digit words in radix r, and the proof that nothing was lost on the way.
 //
-// Digits     n words, little-endian in word order: digits[n-1] is the most significant, the value is
-//            sum digits[i] * r^i = floor(fraction * r^n), at most one unit of digits[0] too low. The usual radix is
-//            10^19 for u64 and 10^9 for u32.
-// Method     scaled fractions: the fraction of f * r^h holds the digits below the top h. Each half of a node is
-//            converted from as many binary words as its digits can depend on; the high half yields one word more,
-//            which must agree with the top word of the low half.
-// Powers     r^e = odd^e * 2^(s e): whole words of zeros are cut into an exponent, so a stored power of 10^19 has
-//            0.69 words a digit word, and the operand loses the words that only reach the integer part.
-// Threads    the upper log2(tds) levels fork, at most 8; the table is read-only while the conversion runs.
+// Digits   n words, little-endian in word order: digits[n-1] is the most significant, the value is
+//          sum digits[i] * r^i = floor(fraction * r^n), or one less when the fraction lies within 2^-56 of a
+//          unit above the floor. The usual radix is 10^19 for u64 and 10^9 for u32.
+// Method   scaled fractions: the fraction of f * r^h holds the digits below the top h. Each half of a node is
+//          converted from as many binary words as its digits can depend on; the high half yields one word
+//          more, which must agree with the top word of the low half.
+// Powers   r^e = odd^e * 2^(s e), whole words of zeros cut into an exponent: a stored power of 10^19 has 0.69
+// words
+//          a digit word, and the operand loses the words that would only reach the integer part. A power's
+//          transform is made once and kept, in memory that the first and largest product has left.
+// Threads  the upper log2(tds) levels fork, at most 8; table and plan are read-only then.
 #pragma once
 
 #include <array>
 
 #include "frame/types.h"
+#include "numbers/algorithm.h"
 #include "numbers/big_float.h"
-#include "numbers/ram_store.h"
 #include "numbers/run_context.h"
 #include "parallel/linear_buffer.h"
 
@@ -23,68 +25,138 @@ namespace orl {
 
 /// The largest power of ten that fits a word, and its number of digits.
 template <class W>
-inline constexpr W kDecimalRadix = sizeof(W) == 8 ? static_cast<W>(10000000000000000000u) : static_cast<W>(1000000000u);
+inline constexpr W kDecimalRadix = sizeof(W) == 8 ? static_cast<W>(10000000000000000000u) : W{1000000000u};
 template <class W>
 inline constexpr u64 kDecimalDigitsPerWord = sizeof(W) == 8 ? 19 : 9;
+
+/// One level of a conversion: nodes that are split by the power r^digits.
+struct ConvertLevel {
+  u64 digits = 0;          ///< n0 << level: words of a full high part
+  u64 max_digits = 0;      ///< words of the largest node that is split here
+  u64 power_words = 0;     ///< room for the stored power
+  u64 power_exp = 0;       ///< whole words of zeros cut from it
+  u64 low_words = 0;       ///< binary words of the largest low part's fraction
+  u64 product_words = 0;   ///< largest product
+  bool transform = false;  ///< large enough for a kept transform
+};
 
 /// A conversion of fractions to `digit_words` words in one radix. Built once, immutable, may be shared.
 template <class W>
 class ConvertPlanP {
  public:
-  /// Throws InvalidParametersException ("ConvertPlanP::make()", "Invalid Parameters") for a radix below 2 or no words.
+  static constexpr u64 kMaxLevels = 56;
+  /// A node of fewer digit words is converted word by word.
+  static constexpr u64 kBaseDigits = 16;
+  /// Binary words beyond what the digits of a node span: the errors of all levels stay below one of them.
+  static constexpr u64 kGuardWords = 2;
+
+  /// Throws InvalidParametersException ("ConvertPlanP::make()", "Invalid Parameters") for a radix below 2, no
+  /// words or tds 0.
   static ConvertPlanP make(W radix, u64 digit_words, u64 tds);
 
   W radix() const { return radix_; }
+  /// radix = odd() << shift(); a power of two has odd() 1.
+  W odd() const { return radix_ >> shift_; }
+  u32 shift() const { return shift_; }
   u64 digit_words() const { return digit_words_; }
   u64 tds() const { return tds_; }
-  /// Binary words of fraction that the digits can depend on; what lies below them in x is not read.
-  u64 fraction_words() const { return fraction_words_; }
+  u64 levels() const { return levels_; }
+  const ConvertLevel& level(u64 index) const { return level_[index]; }
+  /// Levels below this one do not fork.
+  u64 thread_level() const { return levels_ > 8 ? levels_ - 8 : 0; }
+
+  /// Binary words of fraction that n digit words are made from.
+  u64 fraction_words(u64 n) const;
+  /// Words of x below the point that can matter; what lies under them is not read.
+  u64 fraction_words() const { return fraction_words(digit_words_); }
+  /// Words of odd^e.
+  u64 odd_power_words(u64 e) const;
   /// out_words is digit_words().
   Need need() const { return need_; }
+  /// Bytes for nodes that may use levels [0, count) and `tds` tasks, beside tables and kept transforms.
+  u64 node_bytes(u64 count, u64 tds) const;
+  /// Bytes of one product of a level: with its kept transform at hand, or making the power's transform too.
+  u64 product_bytes(u64 level, u64 tds, bool kept) const;
 
-  /// digits[0, n) = floor(frac(|x|) * r^n); the integer part of x is not converted. x may be zero and is not changed.
-  /// Throws AlgorithmFailedException "Overlap Mismatch" (CBRv2::convert_L()) or "Power Hash Mismatch"
-  /// (CBRv2::CheckP()) when something has miscomputed, InvalidParametersException for a ctx of more tds than the plan.
+  /// digits[0, n) = frac(|x|) in radix r; the integer part of x is not converted, x is not changed and may be
+  /// zero. Throws InvalidParametersException when x is below 1/W or ctx has other tds than the plan,
+  /// AlgorithmFailedException "Overlap Mismatch" (CBRv2::convert_L()) or "Power Hash Mismatch"
+  /// (CBRv2::CheckP()) when something has miscomputed.
   void run(const RunContext& ctx, W* digits, const BigFloat<W>& x, LinearHeapBuffer heap) const;
 
  private:
+  ConvertPlanP() = default;
+  void plan_levels();
+  void plan_need();
+
   W radix_ = 0;
+  u32 shift_ = 0;
+  double words_per_digit_ = 0;      // log2(r) / bits of a word
+  double odd_words_per_digit_ = 0;  // the same of the odd part
   u64 digit_words_ = 0;
   u64 tds_ = 1;
-  u64 fraction_words_ = 0;
+  u64 levels_ = 0;
+  std::array<ConvertLevel, kMaxLevels> level_{};
+  std::array<u64, kMaxLevels + 1> serial_bytes_{};  // node_bytes(count, 1)
   Need need_;
 };
 
-/// The check of a conversion: forms the part E that the digits drop, F * r^n = D * W^m + E with F the top m binary
-/// words of the fraction, and compares the hashes of both sides. D, F and the integer parts come from the digit words
-/// and the binary words as they are stored; E is a low product of its own.
+/// The proof of a conversion. F being the m binary words that the digits D were made from, it forms the part
+/// E that the digits drop, by a low product of its own with a power of its own, and compares the hashes of F
+/// * r^n, from the binary words, and of D * W^m + E, from the digit words and E.
 template <class W>
 class VerifyConversion {
  public:
+  /// Parameters and failures as of ConvertPlanP::make.
   VerifyConversion(W radix, u64 digit_words, u64 tds);
 
   Need need() const { return need_; }
 
   struct Result {
-    u64 digits_hash = 0;  ///< R: hash of D * W^m + E, canonical
-    u64 binary_hash = 0;  ///< B: hash of F * r^n, canonical
-    bool ok = false;      ///< both agree and E is a proper remainder
+    u64 digits_hash = 0;  ///< R: of D * W^m + E, canonical
+    u64 binary_hash = 0;  ///< B: of F * r^n, canonical
+    bool ok = false;      ///< they agree
   };
   Result run(const RunContext& ctx, const W* digits, const BigFloat<W>& x, LinearHeapBuffer heap) const;
 
  private:
-  W radix_;
-  u64 digit_words_;
-  u64 tds_;
+  ConvertPlanP<W> plan_;
+  u64 zero_words_ = 0;     // whole words of zeros under r^n
+  u64 power_words_ = 0;    // of the rest of r^n
+  u64 dropped_words_ = 0;  // of E above those zeros, and one word that must equal D's lowest
   Need need_;
 };
 
+/// The binary words of |x| below the point, top word first at exponent -1: the highest `limit` that x stores.
+template <class W>
+struct FractionView {
+  const W* T = nullptr;
+  u64 L = 0;
+};
+/// Throws InvalidParametersException when 0 < |x| < 1/W.
+template <class W>
+FractionView<W> fraction_of(const BigFloat<W>& x, u64 limit);
+
 namespace CBRv2 {
 
-/// Compares the hash of T[0, L) * W^exp with radix^e. Prints both and throws AlgorithmFailedException
-/// "Power Hash Mismatch" when they differ, InvalidParametersException "Radix is less than 2.".
+/// A stored power: T[0, L) * W^exp.
 template <class W>
-void CheckP(W radix, u64 e, const W* T, u64 L, u64 exp, ParallelContext parallel);
+struct Power {
+  W* T = nullptr;
+  u64 L = 0;
+  u64 exp = 0;
+};
+
+/// Compares the hash of a power with radix^e. Prints both hashes and throws AlgorithmFailedException
+/// "Power Hash Mismatch" when they differ; InvalidParametersException "Radix is less than 2.".
+template <class W>
+void CheckP(W radix, u64 e, const Power<W>& power, ParallelContext parallel);
+
+/// powers[i] = radix^(n0 << i) for every level of the plan, each checked, cut from the front of `heap`, which
+/// is moved past them; what is left of it is scratch meanwhile.
+template <class W>
+void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<W>& plan, const RunContext& ctx, Power<W>* powers,
+                                   LinearHeapBuffer& heap);
 
 }  // namespace CBRv2
 

@@ -1,0 +1,123 @@
+#include <bit>
+#include <cmath>
+
+#include "frame/exceptions.h"
+#include "functions/radix_conversion.h"
+#include "numbers/algorithm_table.h"
+
+namespace orl {
+
+namespace {
+
+// A product of fewer bits goes through the dispatcher; from here on a kept transform saves a third of it.
+constexpr u64 kTransformBits = 5120;
+
+constexpr u64 round_up_64(u64 bytes) { return (bytes + 63) & ~u64{63}; }
+
+template <class W>
+constexpr u32 kWordBits = 8 * sizeof(W);
+
+}  // namespace
+
+// Guard words. Let u be a unit of the lowest word of a node's fraction. A node of n digits holds at least
+// n log2(r)/bits + 2 words, so u * r^n < W^-2. Multiplying by r^h turns an error of c units into at most c
+// units of the low part's fraction; the product adds one for what is cut below the window and at most three
+// for carries lost from trimmed operands. Under 56 levels the error of any digit string is thus below 225
+// W^-2 of its last digit: for u32, less than 2^-56.
+template <class W>
+u64 ConvertPlanP<W>::fraction_words(u64 n) const {
+  return static_cast<u64>(static_cast<double>(n) * words_per_digit_) + 1 + kGuardWords;
+}
+
+template <class W>
+u64 ConvertPlanP<W>::odd_power_words(u64 e) const {
+  return static_cast<u64>(static_cast<double>(e) * odd_words_per_digit_) + 1;
+}
+
+template <class W>
+ConvertPlanP<W> ConvertPlanP<W>::make(W radix, u64 digit_words, u64 tds) {
+  if (radix < 2 || digit_words == 0 || tds == 0)
+    throw InvalidParametersException("ConvertPlanP::make()", "Invalid Parameters");
+  ConvertPlanP plan;
+  plan.radix_ = radix;
+  plan.shift_ = static_cast<u32>(std::countr_zero(radix));
+  plan.words_per_digit_ = std::log2(static_cast<double>(radix)) / kWordBits<W>;
+  plan.odd_words_per_digit_ = std::log2(static_cast<double>(plan.odd())) / kWordBits<W>;
+  plan.digit_words_ = digit_words;
+  plan.tds_ = tds;
+  plan.plan_levels();
+  plan.plan_need();
+  return plan;
+}
+
+template <class W>
+void ConvertPlanP<W>::plan_levels() {
+  u64 base = digit_words_;
+  for (levels_ = 0; base >= kBaseDigits; ++levels_) base = (base + 1) >> 1;
+  if (levels_ > kMaxLevels)
+    throw LimitExceededException("ConvertPlanP::make()", u64{15} << kMaxLevels, digit_words_);
+  for (u64 i = 0; i < levels_; ++i) {
+    ConvertLevel& level = level_[i];
+    level.digits = base << i;
+    level.max_digits = i + 1 == levels_ ? digit_words_ : 2 * level.digits + 1;
+    const u64 zeros = level.digits * shift_;
+    level.power_exp = zeros / kWordBits<W>;
+    // One word more when the bits of zeros that are no whole word push odd^e over a word's end.
+    level.power_words = odd_power_words(level.digits) + 1;
+    level.low_words = fraction_words(level.max_digits - level.digits);
+    level.product_words = fraction_words(level.max_digits) - level.power_exp + level.power_words;
+    level.transform = level.product_words * kWordBits<W> > kTransformBits;
+  }
+}
+
+template <class W>
+u64 ConvertPlanP<W>::product_bytes(u64 level, u64 tds, bool kept) const {
+  const u64 words = level_[level].product_words;
+  if (!level_[level].transform) return basic_table<W>().max_sizes(words, tds).total_bytes();
+  const MultiplySizes sizes = basic_table<W>().sizes(words, tds);
+  return (kept ? 1 : 2) * round_up_64(sizes.transform_bytes) + round_up_64(sizes.scratch_bytes);
+}
+
+template <class W>
+u64 ConvertPlanP<W>::node_bytes(u64 count, u64 tds) const {
+  if (count == 0) return 0;
+  if (tds == 1 && serial_bytes_[count] != 0) return serial_bytes_[count];
+  const u64 level = count - 1;
+  const bool forks = tds > 1 && level >= thread_level();
+  const u64 single = node_bytes(level, forks ? tds - (tds >> 1) : tds);
+  const u64 children = forks ? single + node_bytes(level, tds >> 1) : single;
+  const u64 product = product_bytes(level, tds, true);
+  const u64 own = LinearHeapBuffer::cut_bytes<W>(level_[level].low_words) + std::max(product, children);
+  return std::max(own, single);
+}
+
+template <class W>
+void ConvertPlanP<W>::plan_need() {
+  need_ = {};
+  need_.out_words = digit_words_;
+  if (levels_ == 0) return;
+  for (u64 count = 1; count <= levels_; ++count) serial_bytes_[count] = node_bytes(count, 1);
+  const u64 top = levels_ - 1;
+  u64 table_bytes = 0, kept_bytes = 0, squaring_bytes = 0;
+  for (u64 i = 0; i < levels_; ++i) {
+    table_bytes += LinearHeapBuffer::cut_bytes<W>(level_[i].power_words);
+    if (i > 0) {
+      const u64 square = 2 * level_[i - 1].power_words;
+      squaring_bytes = std::max(squaring_bytes, basic_table<W>().max_sizes(square, tds_).total_bytes());
+    }
+    if (i < top && level_[i].transform)
+      kept_bytes += round_up_64(basic_table<W>().sizes(level_[i].product_words, tds_).transform_bytes);
+    need_.table_bits = std::max(need_.table_bits, level_[i].product_words * kWordBits<W>);
+  }
+  const bool forks = tds_ > 1 && top >= thread_level();
+  const u64 children =
+      forks ? node_bytes(top, tds_ - (tds_ >> 1)) + node_bytes(top, tds_ >> 1) : node_bytes(top, tds_);
+  const u64 converting = LinearHeapBuffer::cut_bytes<W>(level_[top].low_words) +
+                         std::max(product_bytes(top, tds_, false), kept_bytes + children);
+  need_.ram_bytes = table_bytes + std::max(squaring_bytes, converting);
+}
+
+template class ConvertPlanP<u32>;
+template class ConvertPlanP<u64>;
+
+}  // namespace orl

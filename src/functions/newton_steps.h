@@ -1,0 +1,57 @@
+// Pieces that the Newton iterations share: how an estimate's error is read off, and products with a kept
+// transform.
+//
+// e stands for the product that is ideally 1. Reading it off leaves |e - 1| in its place; a machine that
+// computes rightly never leaves more than W^(2 - n') of it, n' being the precision of the estimate.
+#pragma once
+
+#include "numbers/big_float.h"
+#include "numbers/transform.h"
+
+namespace orl {
+
+/// The top `count` words of a, sharing its memory.
+template <class W>
+BigFloat<W> top_words(const BigFloat<W>& a, u64 count) {
+  BigFloat<W> view = a;
+  if (a.L > count) {
+    view.T += a.L - count;
+    view.exp += static_cast<s64>(a.L - count);
+    view.L = count;
+  }
+  return view;
+}
+
+/// What top_words(a, count) leaves out, normalised.
+template <class W>
+BigFloat<W> words_below(const BigFloat<W>& a, u64 count) {
+  BigFloat<W> view = a;
+  view.L = a.L > count ? a.L - count : 0;
+  view.strip_top_zeros();
+  return view;
+}
+
+enum class Estimate { kExact, kOver, kUnder };
+
+/// e = |e - 1| and which side e was on. Throws AlgorithmFailedException for a word other than 1 at position 0
+/// and for an error above W^(2 - below).
+template <class W>
+Estimate take_error(BigFloat<W>& e, u64 below, const char* function, ParallelContext parallel);
+
+/// y = t - d or t + d to n + 2 words, with the sign of t; y shares no memory with either.
+template <class W>
+void apply_correction(BigFloat<W>& y, u64 n, const BigFloat<W>& t, const BigFloat<W>& d, Estimate side,
+                      ParallelContext parallel);
+
+/// y = t, a unit of its lowest place up: the iteration found t exact.
+template <class W>
+void keep_exact(BigFloat<W>& y, u64 n, const BigFloat<W>& t, ParallelContext parallel);
+
+/// T = a * b to n + 2 words, with b's transform (of at most below + 2 words) at hand. a is cut to n + 2 words
+/// and taken in two halves, so that no product is longer than 2 * (below + 2); `low` (below + 2 words)
+/// receives the lower one.
+template <class W>
+void mul_in_halves(const TransformHelper<W>& helper, BigFloat<W>& T, u64 n, u64 below, const BigFloat<W>& a,
+                   BigFloatTransformR<W>& b, BigFloat<W>& low);
+
+}  // namespace orl

@@ -1,0 +1,86 @@
+#include "frame/console.h"
+#include "frame/exceptions.h"
+#include "frame/fault_point.h"
+#include "frame/status.h"
+#include "functions/radix_conversion.h"
+#include "numbers/algorithm_table.h"
+#include "numbers/hash.h"
+#include "numbers/words.h"
+
+namespace orl::CBRv2 {
+
+template <class W>
+void CheckP(W radix, u64 e, const Power<W>& power, ParallelContext parallel) {
+  if (radix < 2) throw InvalidParametersException("CBRv2::CheckP()", "Radix is less than 2.");
+  const u64 expected = hash_canon(hash_pow(radix, e));
+  const u64 words = bp_hash(0, power.T, power.L, parallel);
+  const u64 actual = hash_canon(hash_mul(words, hash_word_pow<W>(static_cast<s64>(power.exp))));
+  if (expected == actual) return;
+  console::println("Radix Conversion: Power Hash Mismatch", 'R');
+  console::println("Expected = " + std::to_string(expected), 'R');
+  console::println("Actual   = " + std::to_string(actual), 'R');
+  throw AlgorithmFailedException("CBRv2::CheckP()", "Power Hash Mismatch");
+}
+
+namespace {
+
+// Drops words of zeros at the bottom into the exponent and at the top altogether.
+template <class W>
+void trim(Power<W>& power) {
+  while (power.L > 1 && power.T[0] == 0) ++power.T, --power.L, ++power.exp;
+  power.L = bp_strip<W>(0, power.T, power.L);
+}
+
+template <class W>
+void check_stored(const ConvertPlanP<W>& plan, u64 level, const Power<W>& power, ParallelContext parallel) {
+  fault_point("conversion power", power.T, power.L * sizeof(W));
+  if (power.exp != plan.level(level).power_exp)
+    throw AlgorithmFailedException("orl_CBRv2_ci_btrf_build_table()", "Mismatching exponents.");
+  CheckP(plan.radix(), plan.level(level).digits, power, parallel);
+}
+
+// r^n0 in a few words: odd^n0, then the bits of zeros that are no whole word.
+template <class W>
+Power<W> base_power(const ConvertPlanP<W>& plan, W* T) {
+  const u64 n0 = plan.level(0).digits;
+  Power<W> power{T, 1, plan.level(0).power_exp};
+  T[0] = 1;
+  const auto times = [&](W w) {
+    const W carry = bp_mul_uW(power.T, power.T, power.L, w);
+    if (carry != 0) power.T[power.L++] = carry;
+  };
+  for (u64 i = 0; i < n0; ++i) times(plan.odd());
+  times(W{1} << (n0 * plan.shift() % (8 * sizeof(W))));
+  return power;
+}
+
+}  // namespace
+
+template <class W>
+void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<W>& plan, const RunContext& ctx, Power<W>* powers,
+                                   LinearHeapBuffer& heap) {
+  if (plan.levels() == 0) return;
+  StatusFrame frame(ctx.status, "Powering...   ");
+  powers[0] = base_power(plan, heap.cut<W>(plan.level(0).power_words));
+  check_stored(plan, 0, powers[0], ctx.parallel);
+  for (u64 i = 1; i < plan.levels(); ++i) {
+    const Power<W>& root = powers[i - 1];
+    const u64 length = std::min(2 * root.L, plan.level(i).power_words);
+    Power<W> power{heap.cut<W>(plan.level(i).power_words), length, 2 * root.exp};
+    // The scratch lies where the next levels' powers will: they are cut when this product is done.
+    basic_table<W>().sqr_window(ctx.multiply(heap), power.T, 0, length, root.T, root.L);
+    trim(power);
+    powers[i] = power;
+    check_stored(plan, i, power, ctx.parallel);
+    ctx.status.set_progress(1.0 / static_cast<double>(u64{1} << (plan.levels() - 1 - i)));
+  }
+}
+
+template void CheckP(u32, u64, const Power<u32>&, ParallelContext);
+template void CheckP(u64, u64, const Power<u64>&, ParallelContext);
+template void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<u32>&, const RunContext&, Power<u32>*,
+                                            LinearHeapBuffer&);
+template void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<u64>&, const RunContext&, Power<u64>*,
+                                            LinearHeapBuffer&);
+
+}  // namespace orl::CBRv2

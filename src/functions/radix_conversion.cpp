@@ -1,0 +1,298 @@
+#include "functions/radix_conversion.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "frame/exceptions.h"
+#include "frame/status.h"
+#include "numbers/algorithm_table.h"
+#include "numbers/words.h"
+
+namespace orl {
+
+template <class W>
+FractionView<W> fraction_of(const BigFloat<W>& x, u64 limit) {
+  if (x.L == 0 || x.exp >= 0) return {};
+  if (x.magnitude() < 0) throw InvalidParametersException("CBRv2::fraction_of()", "Number is out of range.");
+  const u64 stored = static_cast<u64>(-x.exp);
+  const u64 used = std::min(stored, limit);
+  return {x.T + (stored - used), used};
+}
+
+template FractionView<u32> fraction_of(const BigFloat<u32>&, u64);
+template FractionView<u64> fraction_of(const BigFloat<u64>&, u64);
+
+namespace CBRv2 {
+namespace {
+
+void forward(const Parameters& shape, void* F, const u32* A, u64 L, void* tmp, ParallelContext parallel) {
+  shape.forward(F, A, L, tmp, parallel);
+}
+void forward(const Parameters& shape, void* F, const u64* A, u64 L, void* tmp, ParallelContext parallel) {
+  shape.forward_w(F, A, L, tmp, parallel);
+}
+void inverse(const Parameters& shape, void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
+             ParallelContext parallel) {
+  shape.inverse_fmul(F, G, T, skip, len, tmp, parallel);
+}
+void inverse(const Parameters& shape, void* F, const void* G, u64* T, u64 skip, u64 len, void* tmp,
+             ParallelContext parallel) {
+  shape.inverse_fmul_w(F, G, T, skip, len, tmp, parallel);
+}
+
+// Decimal digits in a word of binary.
+template <class W>
+constexpr double kDigitsPerWord = sizeof(W) == 4 ? 9.632959861247398246839644631183776856582
+                                                 : 19.26591972249479649367928926236755371316;
+
+// Shows the size of what is multiplied, in decimal digits of its words.
+template <class W>
+void show_size(StatusNode& status, u64 words, double done) {
+  char text[48];
+  std::snprintf(text, sizeof(text), "Multiplying...    %.0f", kDigitsPerWord<W> * static_cast<double>(words));
+  status.set_line(text, done);
+}
+
+// One run of a plan. Nodes are (digits, fraction): digits[1, n) are written and digits[0] is returned,
+// because in a high part it is the word that overlaps the low part.
+template <class W>
+class Conversion {
+ public:
+  using Plan = ConvertPlanP<W>;
+  using Fraction = FractionView<W>;
+
+  Conversion(const Plan& plan, const RunContext& ctx, W* digits)
+      : plan_(plan), tables_(ctx.tables), digits_(digits) {}
+
+  void run(const RunContext& ctx, Fraction f, LinearHeapBuffer heap);
+
+ private:
+  struct Split {
+    u64 level;
+    u64 low;   // digit words of the low part
+    u64 high;  // of the high part without the overlap
+  };
+
+  void make_shapes(const RunContext& ctx);
+  void keep_transforms(const RunContext& ctx, LinearHeapBuffer& heap);
+  Split split(u64 n, u64 levels) const;
+  Fraction cut(Fraction f, u64 n) const;
+  Fraction low_fraction(const RunContext& ctx, const Split& s, Fraction f, W* out,
+                        LinearHeapBuffer heap) const;
+  void multiply(const RunContext& ctx, u64 level, W* T, u64 skip, u64 end, Fraction f,
+                LinearHeapBuffer heap) const;
+  W halves(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high,
+           LinearHeapBuffer heap) const;
+  W join(const Split& s, W* D, W low_bottom, W overlap) const;
+  W convert(const RunContext& ctx, W* D, Fraction f, u64 n, u64 levels, LinearHeapBuffer heap) const;
+  W convert_T(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high,
+              LinearHeapBuffer heap) const;
+  W convert_L(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high,
+              LinearHeapBuffer heap) const;
+  W base_case(W* D, Fraction f, u64 n) const;
+  // The low part of every node comes first, so all digits below D are done in a serial run.
+  double progress(const W* D) const {
+    return static_cast<double>(D - digits_) / static_cast<double>(plan_.digit_words());
+  }
+
+  const Plan& plan_;
+  const TransformTables& tables_;
+  W* digits_;
+  Power<W> powers_[Plan::kMaxLevels];
+  ParametersBox shapes_[Plan::kMaxLevels];
+  void* kept_[Plan::kMaxLevels] = {};
+};
+
+template <class W>
+void Conversion<W>::run(const RunContext& ctx, Fraction f, LinearHeapBuffer heap) {
+  const u64 n = plan_.digit_words();
+  if (plan_.levels() == 0) {
+    digits_[0] = base_case(digits_, f, n);
+    return;
+  }
+  orl_CBRv2_ci_btrf_build_table(plan_, ctx, powers_, heap);
+  make_shapes(ctx);
+  const Split top = split(n, plan_.levels());
+  // The largest product comes first and needs all the scratch; the kept transforms take its place.
+  const Fraction low = low_fraction(ctx, top, f, heap.cut<W>(plan_.level(top.level).low_words), heap);
+  keep_transforms(ctx, heap);
+  digits_[0] = halves(ctx, top, digits_, low, cut(f, top.high + 1), heap);
+}
+
+template <class W>
+void Conversion<W>::make_shapes(const RunContext& ctx) {
+  for (u64 i = 0; i < plan_.levels(); ++i) {
+    if (!plan_.level(i).transform) continue;
+    basic_table<W>().parameters_for(shapes_[i], &tables_, plan_.level(i).product_words, ctx.parallel.tds);
+  }
+}
+
+template <class W>
+void Conversion<W>::keep_transforms(const RunContext& ctx, LinearHeapBuffer& heap) {
+  for (u64 i = 0; i + 1 < plan_.levels(); ++i) {
+    if (!plan_.level(i).transform) continue;
+    kept_[i] = heap.cut<u8>(shapes_[i]->transform_size());
+  }
+  for (u64 i = 0; i + 1 < plan_.levels(); ++i) {
+    if (!kept_[i]) continue;
+    LinearHeapBuffer scratch = heap;
+    void* tmp = scratch.cut<u8>(shapes_[i]->scratch_size());
+    forward(*shapes_[i], kept_[i], powers_[i].T, powers_[i].L, tmp, ctx.parallel);
+  }
+}
+
+// The highest level below `levels` whose power leaves digits for the low part.
+template <class W>
+typename Conversion<W>::Split Conversion<W>::split(u64 n, u64 levels) const {
+  u64 level = levels - 1;
+  while (plan_.level(level).digits >= n) --level;
+  const u64 high = plan_.level(level).digits;
+  return {level, n - high, high};
+}
+
+// The top words of f that n digits depend on.
+template <class W>
+typename Conversion<W>::Fraction Conversion<W>::cut(Fraction f, u64 n) const {
+  const u64 used = std::min(f.L, plan_.fraction_words(n));
+  return {f.T + (f.L - used), used};
+}
+
+// frac(f * r^high), as many words of it as the low digits depend on. The words of f that the power's exponent
+// lifts over the point do not count, nor do words of the product above the point.
+template <class W>
+typename Conversion<W>::Fraction Conversion<W>::low_fraction(const RunContext& ctx, const Split& s,
+                                                             Fraction f, W* out,
+                                                             LinearHeapBuffer heap) const {
+  const u64 lifted = std::min(f.L, powers_[s.level].exp);
+  f.L -= lifted;
+  const u64 length = std::min(f.L, plan_.fraction_words(s.low));
+  if (length != 0) multiply(ctx, s.level, out, f.L - length, f.L, f, heap);
+  return {out, length};
+}
+
+// T[0, end - skip) = words [skip, end) of f * (words of the level's power).
+template <class W>
+void Conversion<W>::multiply(const RunContext& ctx, u64 level, W* T, u64 skip, u64 end, Fraction f,
+                             LinearHeapBuffer heap) const {
+  const Power<W>& power = powers_[level];
+  if (!plan_.level(level).transform) {
+    basic_table<W>().mul_window(ctx.multiply(heap), T, skip, end, f.T, f.L, power.T, power.L);
+    return;
+  }
+  const Parameters& shape = *shapes_[level];
+  void* F = heap.cut<u8>(shape.transform_size());
+  void* G = kept_[level] ? kept_[level] : heap.cut<u8>(shape.transform_size());
+  void* tmp = heap.cut<u8>(shape.scratch_size());
+  if (!kept_[level]) forward(shape, G, power.T, power.L, tmp, ctx.parallel);
+  forward(shape, F, f.T, f.L, tmp, ctx.parallel);
+  inverse(shape, F, G, T, skip, end, tmp, ctx.parallel);
+}
+
+template <class W>
+W Conversion<W>::convert(const RunContext& ctx, W* D, Fraction f, u64 n, u64 levels,
+                         LinearHeapBuffer heap) const {
+  f = cut(f, n);
+  if (levels == 0 || n < Plan::kBaseDigits) return base_case(D, f, n);
+  const Split s = split(n, levels);
+  W* out = heap.cut<W>(plan_.level(s.level).low_words);
+  const Fraction low = low_fraction(ctx, s, f, out, heap);
+  return halves(ctx, s, D, low, cut(f, s.high + 1), heap);
+}
+
+template <class W>
+W Conversion<W>::halves(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high,
+                        LinearHeapBuffer heap) const {
+  const bool upper = s.level >= plan_.thread_level();
+  if (upper) show_size<W>(ctx.status, plan_.level(s.level).low_words, progress(D));
+  return upper && ctx.parallel.tds > 1 ? convert_T(ctx, s, D, low, high, heap)
+                                       : convert_L(ctx, s, D, low, high, heap);
+}
+
+template <class W>
+W Conversion<W>::convert_L(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high,
+                           LinearHeapBuffer heap) const {
+  const W bottom = convert(ctx, D, low, s.low, s.level, heap);
+  const W overlap = convert(ctx, D + s.low - 1, high, s.high + 1, s.level, heap);
+  return join(s, D, bottom, overlap);
+}
+
+template <class W>
+W Conversion<W>::convert_T(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high,
+                           LinearHeapBuffer heap) const {
+  const RunContext left = ctx.with_parallel(ctx.parallel.left()).with_status(silent_status());
+  const RunContext right = ctx.with_parallel(ctx.parallel.right()).with_status(silent_status());
+  LinearHeapBuffer left_heap = heap.cut_buffer(plan_.node_bytes(s.level, left.parallel.tds));
+  LinearHeapBuffer right_heap = heap.cut_buffer(plan_.node_bytes(s.level, right.parallel.tds));
+  W bottom = 0, overlap = 0;
+  fork_pair(
+      ctx.parallel.parallelizer,
+      [&] { overlap = convert(left, D + s.low - 1, high, s.high + 1, s.level, left_heap); },
+      [&] { bottom = convert(right, D, low, s.low, s.level, right_heap); });
+  return join(s, D, bottom, overlap);
+}
+
+// The two halves computed the word below the seam both. The low part's stands; where the high part's differs
+// by a unit across zero, its words above the seam are one too low or too high.
+template <class W>
+W Conversion<W>::join(const Split& s, W* D, W low_bottom, W overlap) const {
+  const W a = s.low == 1 ? low_bottom : D[s.low - 1];
+  const W b = overlap;
+  const W last = plan_.radix() - 1;
+  W* high = D + s.low;
+  const auto ripple = [&](W from, W to) {
+    u64 i = 0;
+    while (i < s.high && high[i] == from) high[i++] = to;
+    return i;
+  };
+  if (a == b) return low_bottom;
+  if (a == 0 && b == last) {
+    if (const u64 i = ripple(last, 0); i < s.high) ++high[i];
+    return low_bottom;
+  }
+  if (a == last && b == 0) {
+    if (const u64 i = ripple(0, last); i < s.high) --high[i];
+    return low_bottom;
+  }
+  if (a - b == W{1} || b - a == W{1}) return low_bottom;
+  throw AlgorithmFailedException("CBRv2::convert_L()",
+                                 "Overlap Mismatch:\n    RL = " + std::to_string(s.low + s.high) +
+                                     "\n    Expected = " + std::to_string(b) +
+                                     "\n    Actual   = " + std::to_string(a));
+}
+
+template <class W>
+W Conversion<W>::base_case(W* D, Fraction f, u64 n) const {
+  // fraction_words(n) <= n + 1 + kGuardWords, as a digit word holds at most one word of binary.
+  W buffer[Plan::kBaseDigits + 1 + Plan::kGuardWords];
+  const u64 length = plan_.fraction_words(n);
+  const u64 used = std::min(f.L, length);
+  std::fill_n(buffer, length - used, W{0});
+  std::copy_n(f.T + (f.L - used), used, buffer + (length - used));
+  for (u64 i = n - 1; i > 0; --i) {
+    const u64 start = length - plan_.fraction_words(i + 1);
+    D[i] = bp_mul_uW(buffer + start, buffer + start, length - start, plan_.radix());
+  }
+  const u64 start = length - plan_.fraction_words(1);
+  return bp_mul_uW(buffer + start, buffer + start, length - start, plan_.radix());
+}
+
+}  // namespace
+}  // namespace CBRv2
+
+template <class W>
+void ConvertPlanP<W>::run(const RunContext& ctx, W* digits, const BigFloat<W>& x,
+                          LinearHeapBuffer heap) const {
+  if (ctx.parallel.tds != tds_)
+    throw InvalidParametersException("ConvertPlanP::populate_fft_plans()", "Thread Inconsistency");
+  if (heap.size < need_.ram_bytes)
+    throw BufferTooSmallException("ConvertPlanP::run()", heap.size, need_.ram_bytes);
+  StatusFrame frame(ctx.status, "Multiplying...    ");
+  CBRv2::Conversion<W> conversion(*this, ctx, digits);
+  conversion.run(ctx, fraction_of(x, fraction_words()), heap);
+}
+
+template void ConvertPlanP<u32>::run(const RunContext&, u32*, const BigFloat<u32>&, LinearHeapBuffer) const;
+template void ConvertPlanP<u64>::run(const RunContext&, u64*, const BigFloat<u64>&, LinearHeapBuffer) const;
+
+}  // namespace orl
