@@ -1,0 +1,170 @@
+#include "config/object.h"
+
+#include <utility>
+
+#include "frame/exceptions.h"
+
+namespace orl {
+
+const char* kind_name(ValueKind kind) {
+  switch (kind) {
+    case ValueKind::kInteger:
+      return "Integer";
+    case ValueKind::kString:
+      return "String";
+    case ValueKind::kArray:
+      return "Array";
+    case ValueKind::kObject:
+      return "Object";
+  }
+  return "invalid type";
+}
+
+void Value::check_kind(std::string_view name, ValueKind wanted) const {
+  if (kind_ == wanted) return;
+  std::string text(name);
+  if (!text.empty()) text += ": ";
+  throw InvalidParametersException(
+      "", text + "Expected " + kind_name(wanted) + ", got " + kind_name(kind_) + ".");
+}
+
+const Integer& Value::as_integer(std::string_view name) const {
+  check_kind(name, ValueKind::kInteger);
+  return static_cast<const Integer&>(*this);
+}
+
+const String& Value::as_string(std::string_view name) const {
+  check_kind(name, ValueKind::kString);
+  return static_cast<const String&>(*this);
+}
+
+const Array& Value::as_array(std::string_view name) const {
+  check_kind(name, ValueKind::kArray);
+  return static_cast<const Array&>(*this);
+}
+
+const Object& Value::as_object(std::string_view name) const {
+  check_kind(name, ValueKind::kObject);
+  return static_cast<const Object&>(*this);
+}
+
+Array& Value::as_array(std::string_view name) {
+  return const_cast<Array&>(std::as_const(*this).as_array(name));
+}
+
+Object& Value::as_object(std::string_view name) {
+  return const_cast<Object&>(std::as_const(*this).as_object(name));
+}
+
+void Array::add_integer(s64 value) { add(std::make_unique<Integer>(value)); }
+void Array::add_string(std::string value) { add(std::make_unique<String>(std::move(value))); }
+void Array::add_array(std::unique_ptr<Array> array) { add(std::move(array)); }
+void Array::add_array(Array array) { add(std::make_unique<Array>(std::move(array))); }
+void Array::add_object(std::unique_ptr<Object> object) { add(std::move(object)); }
+void Array::add_object(Object object) { add(std::make_unique<Object>(std::move(object))); }
+void Array::add(std::unique_ptr<Value> value) { values_.push_back(std::move(value)); }
+
+void Object::insert(const char* function, std::string key, std::unique_ptr<Value> value,
+                    std::string node_comment) {
+  if (!index_.emplace(key, nodes_.size()).second) {
+    throw InvalidParametersException(function, "Attempted to add an existing key.");
+  }
+  nodes_.push_back({std::move(key), std::move(value), std::move(node_comment)});
+}
+
+void Object::add_integer(std::string key, s64 value, std::string node_comment) {
+  insert("Object::add_integer()", std::move(key), std::make_unique<Integer>(value), std::move(node_comment));
+}
+
+void Object::add_string(std::string key, std::string value, std::string node_comment) {
+  insert("Object::add_string()", std::move(key), std::make_unique<String>(std::move(value)),
+         std::move(node_comment));
+}
+
+void Object::add_bool(std::string key, bool value, std::string node_comment) {
+  add_string(std::move(key), value ? "true" : "false", std::move(node_comment));
+}
+
+void Object::add_array(std::string key, std::unique_ptr<Array> array, std::string node_comment) {
+  insert("Object::add_array()", std::move(key), std::move(array), std::move(node_comment));
+}
+
+void Object::add_array(std::string key, Array array, std::string node_comment) {
+  add_array(std::move(key), std::make_unique<Array>(std::move(array)), std::move(node_comment));
+}
+
+void Object::add_object(std::string key, std::unique_ptr<Object> object, std::string node_comment) {
+  insert("Object::add_object()", std::move(key), std::move(object), std::move(node_comment));
+}
+
+void Object::add_object(std::string key, Object object, std::string node_comment) {
+  add_object(std::move(key), std::make_unique<Object>(std::move(object)), std::move(node_comment));
+}
+
+void Object::add_node(std::string key, std::unique_ptr<Value> value, std::string node_comment) {
+  insert("Object::add_node()", std::move(key), std::move(value), std::move(node_comment));
+}
+
+const Value* Object::find(std::string_view key) const {
+  const auto entry = index_.find(key);
+  return entry == index_.end() ? nullptr : nodes_[entry->second].value.get();
+}
+
+const Value& Object::get(std::string_view key) const {
+  const Value* value = find(key);
+  if (!value) throw KeyNotFoundException("Object::get()", "Key not found: " + std::string(key));
+  return *value;
+}
+
+s64 Object::get_integer(std::string_view key) const { return get(key).as_integer(key).value; }
+const std::string& Object::get_string(std::string_view key) const { return get(key).as_string(key).value; }
+const Array& Object::get_array(std::string_view key) const { return get(key).as_array(key); }
+const Object& Object::get_object(std::string_view key) const { return get(key).as_object(key); }
+
+bool Object::get_bool(std::string_view key) const {
+  const std::string& text = get_string(key);
+  if (text != "true" && text != "false")
+    throw ParseException("Object::get_bool()", "Expected true or false.");
+  return text == "true";
+}
+
+const Object& root_object(const Value& root) { return root.as_object(""); }
+
+namespace {
+
+bool same_arrays(const Array& a, const Array& b) {
+  if (a.size() != b.size()) return false;
+  for (u64 i = 0; i < a.size(); i++) {
+    if (!same_content(a[i], b[i])) return false;
+  }
+  return true;
+}
+
+bool same_objects(const Object& a, const Object& b) {
+  if (a.nodes().size() != b.nodes().size()) return false;
+  for (u64 i = 0; i < a.nodes().size(); i++) {
+    const Object::Node& left = a.nodes()[i];
+    const Object::Node& right = b.nodes()[i];
+    if (left.key != right.key || !same_content(*left.value, *right.value)) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool same_content(const Value& a, const Value& b) {
+  if (a.kind() != b.kind()) return false;
+  switch (a.kind()) {
+    case ValueKind::kInteger:
+      return a.as_integer("").value == b.as_integer("").value;
+    case ValueKind::kString:
+      return a.as_string("").value == b.as_string("").value;
+    case ValueKind::kArray:
+      return same_arrays(a.as_array(""), b.as_array(""));
+    case ValueKind::kObject:
+      return same_objects(a.as_object(""), b.as_object(""));
+  }
+  return false;
+}
+
+}  // namespace orl

@@ -1,0 +1,233 @@
+#include "config/parser.h"
+
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+
+#include "frame/exceptions.h"
+
+namespace orl {
+
+namespace {
+
+enum class Form { kPrimary, kJson };
+
+/// One pass over a text. `at_` never goes past the end, which reads as a byte of zero.
+class Parser {
+ public:
+  Parser(std::string_view text, Form form) : text_(text.substr(0, text.find('\0'))), form_(form) {}
+
+  std::unique_ptr<Value> root() {
+    std::unique_ptr<Value> value = parse_value();
+    skip_blanks();
+    if (peek() != '\0') fail("Unexpected text behind the end.");
+    return value;
+  }
+
+ private:
+  bool json() const { return form_ == Form::kJson; }
+  char peek(u64 ahead = 0) const { return at_ + ahead < text_.size() ? text_[at_ + ahead] : '\0'; }
+
+  [[noreturn]] void fail(const std::string& message) const {
+    throw ParseException("", "Line " + std::to_string(line_ + 1) + ": " + message);
+  }
+  [[noreturn]] void fail_at_end() const { throw EndOfStreamException("", "Unexpected end of stream."); }
+
+  /// A byte of the text, past which it steps.
+  char take() {
+    const char c = peek();
+    if (c == '\0') fail_at_end();
+    if (c == '\n') line_++;
+    at_++;
+    return c;
+  }
+
+  void skip_comment() {
+    while (peek() != '\0' && peek() != '\n') at_++;
+  }
+
+  /// Whitespace and comments.
+  void skip_blanks() {
+    for (;;) {
+      const char c = peek();
+      if (c == ' ' || c == '\t' || c == '\r' || c == '\n') {
+        take();
+      } else if (c == '/' && peek(1) == '/') {
+        skip_comment();
+      } else {
+        return;
+      }
+    }
+  }
+
+  /// The next significant byte, which stays in place.
+  char next() {
+    skip_blanks();
+    if (peek() == '\0') fail_at_end();
+    return peek();
+  }
+
+  void enter() {
+    take();
+    if (++depth_ > kMaxNesting) fail("Nesting is too deep.");
+  }
+  void leave() {
+    take();
+    depth_--;
+  }
+
+  std::unique_ptr<Value> parse_value() {
+    switch (next()) {
+      case '"':
+        return std::make_unique<String>(parse_string());
+      case '[':
+        return json() ? parse_json_array() : parse_array();
+      case '{':
+        return json() ? parse_json_object() : parse_object();
+      case ',':
+        refuse_comma();
+      case '}':
+        fail("Unexpected '}'.");
+      case ']':
+        fail("Unexpected ']'.");
+      default:
+        return std::make_unique<Integer>(parse_integer());
+    }
+  }
+
+  [[noreturn]] void refuse_comma() const {
+    fail(json() ? "Unexpected ','." : "Don't use commas to separate elements.");
+  }
+
+  std::unique_ptr<Value> parse_object() {
+    auto object = std::make_unique<Object>();
+    enter();
+    while (next() != '}') {
+      if (peek() == ',') refuse_comma();
+      std::string name = parse_name();
+      if (name.empty()) fail("Expected identifier.");
+      parse_member(*object, std::move(name), "Expected colon after identifier.");
+    }
+    leave();
+    return object;
+  }
+
+  std::unique_ptr<Value> parse_json_object() {
+    auto object = std::make_unique<Object>();
+    enter();
+    for (bool first = true; next() != '}'; first = false) {
+      if (first == (peek() == ',')) first ? refuse_comma() : fail("Expected ',' before object key string.");
+      if (!first) take();
+      if (next() == ',') refuse_comma();
+      if (peek() != '"') fail("Expected object key string.");
+      parse_member(*object, parse_string(), "Expected colon after object key string.");
+    }
+    leave();
+    return object;
+  }
+
+  /// What follows a name: the colon and the value.
+  void parse_member(Object& object, std::string name, const char* no_colon) {
+    if (object.contains(name)) fail("Duplicate key in object.");
+    if (next() != ':') fail(no_colon);
+    take();
+    object.add_node(std::move(name), parse_value());
+  }
+
+  std::unique_ptr<Value> parse_array() {
+    auto array = std::make_unique<Array>();
+    enter();
+    while (next() != ']') array->add(parse_value());
+    leave();
+    return array;
+  }
+
+  std::unique_ptr<Value> parse_json_array() {
+    auto array = std::make_unique<Array>();
+    enter();
+    for (bool first = true; next() != ']'; first = false) {
+      if (first == (peek() == ',')) first ? refuse_comma() : fail("Expected ',' before identifier.");
+      if (!first) take();
+      array->add(parse_value());
+    }
+    leave();
+    return array;
+  }
+
+  std::string parse_name() {
+    std::string name;
+    for (;;) {
+      const char c = peek();
+      if (c == '\0') fail_at_end();
+      if (c == ' ' || c == '\t' || c == ':' || c == '"' || (c == '/' && peek(1) == '/')) return name;
+      if (static_cast<unsigned char>(c) < ' ') fail("Invalid character in identifier.");
+      if (c == '\\') at_++;
+      name.push_back(take());
+    }
+  }
+
+  std::string parse_string() {
+    std::string text;
+    take();
+    for (;;) {
+      char c = take();
+      if (c == '"') return text;
+      if (c == '\\') {
+        c = take();
+        if (c != '"' && c != '\\') fail(std::string("Invalid escape character: ") + c);
+      }
+      text.push_back(c);
+    }
+  }
+
+  s64 parse_integer() {
+    const bool negative = peek() == '-';
+    if (negative) at_++;
+    u64 limit = u64{1} << 63;
+    if (!negative) limit--;
+    u64 value = 0;
+    bool any = false;
+    for (; peek() >= '0' && peek() <= '9'; at_++) {
+      if (value > 0xccccccccccccccc) fail("Invalid integer literal.");
+      value = value * 10 + static_cast<u64>(peek() - '0');
+      if (value > limit) fail("Invalid integer literal.");
+      any = true;
+    }
+    if (!any) fail("Invalid integer literal.");
+    return static_cast<s64>(negative ? 0 - value : value);
+  }
+
+  std::string_view text_;
+  Form form_;
+  u64 at_ = 0;
+  u64 line_ = 0;
+  u32 depth_ = 0;
+};
+
+std::string read_file(const char* function, const std::string& path) {
+  errno = 0;
+  std::ifstream file(path, std::ios::binary);
+  if (!file) FileIO::throw_file_error(function, errno, "Unable to open file.", path);
+  std::string text;
+  char block[4096];
+  while (file.read(block, sizeof block) || file.gcount() != 0)
+    text.append(block, static_cast<u64>(file.gcount()));
+  if (file.bad()) FileIO::throw_file_error(function, errno, "Unable to read file.", path);
+  return text;
+}
+
+}  // namespace
+
+std::unique_ptr<Value> parse_text(std::string_view text) { return Parser(text, Form::kPrimary).root(); }
+
+std::unique_ptr<Value> parse_json(std::string_view text) { return Parser(text, Form::kJson).root(); }
+
+std::unique_ptr<Value> load_file(const std::string& path) {
+  return parse_text(read_file("load_file()", path));
+}
+
+std::unique_ptr<Value> load_json_file(const std::string& path) {
+  return parse_json(read_file("load_json_file()", path));
+}
+
+}  // namespace orl
