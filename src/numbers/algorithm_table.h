@@ -133,15 +133,16 @@ class AlgorithmTable {
   std::vector<std::unique_ptr<Algorithm>> owned_;
 };
 
-/// A product's operands after trimming, and its window in their product.
+/// A product's operands after trimming: words [offset, offset + length) of each, and the window in their
+/// product.
 struct TrimmedProduct {
   u64 a_offset, a_length;
   u64 b_offset, b_length;
   u64 skip, len;
 };
-/// Drops what cannot reach words [skip, len) of a product of AL by BL words.
+/// Drops what cannot reach words [skip, len) of a product of AL by BL words, but for carries.
 TrimmedProduct trim_product(u64 skip, u64 len, u64 AL, u64 BL);
-/// The same for a square; the operands of the result are equal.
+/// The same for a square; both operands of the result are the same words.
 TrimmedProduct trim_square(u64 skip, u64 len, u64 L);
 
 /// Takes the registered algorithms and builds the tables from the lists of the active target.

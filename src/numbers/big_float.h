@@ -23,7 +23,6 @@ template <class W>
 struct ExactFloat;
 
 inline constexpr u64 kBigFloatExtraPrecision = 2;  ///< guard words
-inline constexpr u64 kAdditionBuffer = 128;        ///< words of either stack buffer of a windowed addition
 
 template <class W>
 struct BigFloat {
@@ -51,7 +50,7 @@ struct BigFloat {
   void set_zero();
   void set_uW(W w);
   void set_sW(std::make_signed_t<W> w);
-  /// x * W^exponent, exact; capacity 2 (u32) or 1 + 1 (u64). "BigFloat::set_double()".
+  /// x * W^exponent, exact, without zero words below; capacity 3 (u32) or 2 (u64). "BigFloat::set_double()".
   void set_double(double x, s64 exponent = 0);
   void set_BasicInt(const BasicInt<W>& b);
   void set_ExactFloat(const ExactFloat<W>& e, ParallelContext parallel);
@@ -70,7 +69,7 @@ struct BigFloat {
   static int cmp_signed(const BigFloat& a, const BigFloat& b);
   /// (exp + L - 1) * word_bits + significant bits of the top word; 0 for zero.
   s64 bit_length() const;
-  /// Mantissa in (-1, 1) from the top three words; value = mantissa * W^e.
+  /// Mantissa in (-1, 1), truncated to 53 bits of the top words; value = mantissa * W^e.
   double to_double(s64* e) const;
   /// Internal error "BigFloat::check_normalization(): Top word is zero.".
   void check_normalization() const;
@@ -102,7 +101,7 @@ struct BigFloat {
   // Precision p -------------------------------------------------------------------------------------------
   /// Top p + 1 words of a, times w. Capacity p + 2.
   void set_mul_uW(u64 p, const BigFloat& a, W w, ParallelContext parallel);
-  /// a times a signed 64-bit multiplier, which may be two words of u32. Capacity p + 3.
+  /// Top p + 1 words of a, times a signed 64-bit multiplier, which may be two words of u32. Capacity p + 3.
   void set_mul_sL(u64 p, const BigFloat& a, s64 w, ParallelContext parallel);
   /// a / w to p + 2 words. Throws ArithmeticException "Divide by zero."; powers of two other than 1 and
   /// divisors with the top bit are refused by ShoupDivider.

@@ -1,6 +1,7 @@
 // FloatString: a number object as text. For reports and small values: the conversion is quadratic.
 #pragma once
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -31,9 +32,14 @@ class FloatString {
   void truncate(u64 digits);
   /// truncate() to the nearest, halves away from zero.
   void round(u64 digits);
-  /// Puts the dot `place` digits from the first. "ptr <= base_ptr" when the room in front has run out.
+  /// Puts the dot behind the first `place` digits, with a '0' before it when there are none. Throws
+  /// StringException "Cannot apply dot after end of string.", "ptr <= base_ptr" when the room in front has
+  /// run out.
   void apply_dot(u64 place);
+  /// '-' before a negative number. "ptr <= base_ptr" as above.
   void apply_sign();
+  /// The exponent of the dot, or of the first digit: " *10^ 7"; nothing for 0. BufferTooSmallException
+  /// "FloatString::apply_exp()".
   void apply_exp();
 
   u64 length() const { return L_; }
@@ -42,7 +48,8 @@ class FloatString {
 
  private:
   void start(const char* function);
-  void format();
+  void take(const std::string& text, s64 exponent);
+  void check_plain(const char* function) const;
   char* digits() { return buffer_.data() + ptr_; }
 
   std::vector<char> buffer_;  ///< base_ptr is its begin

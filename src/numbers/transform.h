@@ -45,6 +45,7 @@ class TransformHelper {
   void* working() const { return areas_[0]; }
   /// Area of the kept transform `index`, in [0, kept).
   void* kept(u64 index) const { return areas_[1 + index]; }
+  u64 kept_count() const { return kept_count_; }
   void* scratch() const { return scratch_; }
   /// Largest product of the shape, in words.
   u64 max_words() const { return box_->max_bits() / (8 * sizeof(W)); }
@@ -52,6 +53,7 @@ class TransformHelper {
  private:
   ParametersBox box_;
   ParallelContext parallel_;
+  u64 kept_count_;
   void* areas_[1 + kMaxKept] = {};
   void* scratch_ = nullptr;
 };
@@ -82,7 +84,7 @@ struct BigFloatTransformR {
   static void inverse_fmul(const Helper& helper, Number& T, u64 p, BigFloatTransformR& A,
                            BigFloatTransformR& B);
 
-  /// T = a * b at precision p, raw operands cut to p + 2 words.
+  /// T = a * b at precision p, raw operands cut to p + 2 words. Takes the last kept area for b.
   static void mul_rr_xx(const Helper& helper, Number& T, u64 p, const Number& a, const Number& b);
   /// b is transformed already and stays so.
   static void mul_rf_xf(const Helper& helper, Number& T, u64 p, const Number& a, BigFloatTransformR& B);

@@ -1,0 +1,402 @@
+#include "numbers/transform.h"
+
+#include <algorithm>
+
+#include "frame/exceptions.h"
+#include "numbers/algorithm_table.h"
+#include "numbers/product_areas.h"
+#include "numbers/words.h"
+
+namespace orl {
+namespace {
+
+constexpr const char* kTooSmall = "Convolution length is too small.";
+
+void require(const char* function, u64 size, u64 required) {
+  if (size < required) throw BufferTooSmallException(function, size, required);
+}
+
+// What an operation needs to know of an operand, raw or transformed.
+struct Factor {
+  u64 L = 0;
+  s64 exp = 0;
+  u8 sign = 0;
+  u64 hash = 0;
+};
+
+template <class W>
+struct RawFactor : Factor {
+  const W* T = nullptr;
+};
+
+template <class W>
+RawFactor<W> raw(const BigFloat<W>& a, u64 p) {
+  const u64 n = p + kBigFloatExtraPrecision;
+  const u64 cut = a.L > n ? a.L - n : 0;
+  return {{a.L - cut, a.exp + static_cast<s64>(cut), a.sign, 0}, a.T + cut};
+}
+
+template <class W>
+RawFactor<W> raw(const ExactFloat<W>& a) {
+  return {{a.L, a.exp, a.sign, a.hash}, a.T};
+}
+
+template <class W>
+Factor held(const BigFloatTransformR<W>& A) {
+  return {A.L, A.exp, A.sign, 0};
+}
+
+template <class W>
+Factor held(const ExactFloatTransformR<W>& A) {
+  return {A.L, A.exp, A.sign, A.hash};
+}
+
+template <class W>
+void check_product(const TransformHelper<W>& helper, u64 words, const char* function) {
+  const u64 bits = words * 8 * sizeof(W);
+  if (bits > helper.parameters().max_bits())
+    throw ConvolutionTooSmallException(function, kTooSmall, helper.parameters().max_bits(), bits);
+}
+
+// The words [skip, c) of a product and where they go. Made before anything is written, so that a result may
+// be one of the operands.
+template <class W>
+struct Target {
+  W* T;
+  u64 skip, c;
+};
+
+// Result at precision p. Not for zero factors.
+template <class W>
+Target<W> start_product(const TransformHelper<W>& helper, BigFloat<W>& result, u64 p, const Factor& a,
+                        const Factor& b, const char* function) {
+  const u64 n = p + kBigFloatExtraPrecision;
+  const u64 c = a.L + b.L;
+  const u64 skip = c > n ? c - n : 0;
+  require(function, result.size, c - skip);
+  check_product(helper, c, function);
+  result.T = result.base;
+  result.L = c - skip;
+  result.exp = a.exp + b.exp + static_cast<s64>(skip);
+  result.sign = a.sign == b.sign;
+  return {result.T, skip, c};
+}
+
+// Exact result, extended down to `extend`. The zero words are written at the end.
+template <class W>
+Target<W> start_product(const TransformHelper<W>& helper, ExactFloat<W>& result, s64 extend, const Factor& a,
+                        const Factor& b, const char* function) {
+  const u64 c = a.L + b.L;
+  const s64 exp = a.exp + b.exp;
+  const u64 zeros = exp > extend ? static_cast<u64>(exp - extend) : 0;
+  require(function, result.size, c + zeros);
+  check_product(helper, c, function);
+  result.T = result.base;
+  result.L = c + zeros;
+  result.exp = exp - static_cast<s64>(zeros);
+  result.sign = a.sign == b.sign;
+  result.hash = hash_mul(a.hash, b.hash);
+  return {result.T + zeros, 0, c};
+}
+
+// What follows every product: zero words below it, and a zero top word dropped.
+template <class Number, class W>
+void finish_product(Number& result, const Target<W>& target, ParallelContext parallel) {
+  bp_fill(result.T, static_cast<u64>(target.T - result.T), 0, parallel);
+  if (result.T[result.L - 1] == 0) --result.L;
+}
+
+template <class W>
+void forward_raw(const TransformHelper<W>& helper, void* F, const RawFactor<W>& a) {
+  shape_forward(helper.parameters(), F, a.T, a.L, helper.scratch(), helper.parallel());
+}
+
+// The operations, for either kind of number: `limit` is the precision or the exponent to extend to.
+
+template <class W, class Number, class Limit>
+void multiply_transforms(const TransformHelper<W>& helper, Number& result, Limit limit, const Factor& a,
+                         void* F, const Factor& b, const void* G, const char* function) {
+  const Target<W> target = start_product(helper, result, limit, a, b, function);
+  shape_inverse_fmul(helper.parameters(), F, G, target.T, target.skip, target.c, helper.scratch(),
+                     helper.parallel());
+  finish_product(result, target, helper.parallel());
+}
+
+template <class W, class Number, class Limit>
+void square_transform(const TransformHelper<W>& helper, Number& result, Limit limit, const Factor& a, void* F,
+                      const char* function) {
+  const Target<W> target = start_product(helper, result, limit, a, a, function);
+  shape_inverse_fsqr(helper.parameters(), F, target.T, target.skip, target.c, helper.scratch(),
+                     helper.parallel());
+  finish_product(result, target, helper.parallel());
+}
+
+// Refuses transforms that were made with another shape, or were destroyed since.
+template <class W, class Transform>
+void check_shape(const TransformHelper<W>& helper, Transform& A, Transform& B, const char* function) {
+  const auto fits = [&](const Transform& X) {
+    return X.parameters == &helper.parameters() ||
+           (X.parameters != nullptr && helper.parameters().compatible(*X.parameters));
+  };
+  if (fits(A) && fits(B)) return;
+  A.clear();
+  B.clear();
+  throw InvalidTransformException(function, "Mismatching Transform Parameters");
+}
+
+template <class W, class Transform>
+void forward_kept(const TransformHelper<W>& helper, Transform& A, const RawFactor<W>& a, u64 index,
+                  const char* function) {
+  A.clear();
+  A.parameters = &helper.parameters();
+  if (a.L == 0) return;
+  if (helper.max_words() < a.L) throw TransformTooSmallException(function, "Transform length is too small.");
+  A.F = helper.kept(index);
+  A.exp = a.exp;
+  A.L = a.L;
+  A.sign = a.sign;
+  forward_raw(helper, A.F, a);
+}
+
+template <class W, class Number, class Transform, class Limit>
+void op_inverse_fsqr(const TransformHelper<W>& helper, Number& T, Limit limit, Transform& A,
+                     const char* function) {
+  check_shape(helper, A, A, function);
+  if (A.L == 0) return T.set_zero();
+  square_transform(helper, T, limit, held(A), A.F, function);
+  A.parameters = nullptr;
+}
+
+template <class W, class Number, class Transform, class Limit>
+void op_inverse_fmul(const TransformHelper<W>& helper, Number& T, Limit limit, Transform& A, Transform& B,
+                     const char* function) {
+  check_shape(helper, A, B, function);
+  if (A.L == 0 || B.L == 0) return T.set_zero();
+  multiply_transforms(helper, T, limit, held(A), A.F, held(B), B.F, function);
+  A.parameters = nullptr;
+}
+
+template <class W, class Number, class Limit>
+void op_mul_rr_xx(const TransformHelper<W>& helper, Number& T, Limit limit, const RawFactor<W>& a,
+                  const RawFactor<W>& b, const char* function) {
+  if (a.L == 0 || b.L == 0) return T.set_zero();
+  check_product(helper, a.L + b.L, function);
+  void* const G = helper.kept(helper.kept_count() - 1);
+  forward_raw(helper, helper.working(), a);
+  forward_raw(helper, G, b);
+  multiply_transforms(helper, T, limit, a, helper.working(), b, G, function);
+}
+
+template <class W, class Number, class Transform, class Limit>
+void op_mul_rf_xf(const TransformHelper<W>& helper, Number& T, Limit limit, const RawFactor<W>& a,
+                  Transform& B, const char* function) {
+  check_shape(helper, B, B, function);
+  if (a.L == 0 || B.L == 0) return T.set_zero();
+  check_product(helper, a.L + B.L, function);
+  forward_raw(helper, helper.working(), a);
+  multiply_transforms(helper, T, limit, a, helper.working(), held(B), B.F, function);
+}
+
+template <class W, class Number, class Transform, class Limit>
+void op_sqr_rx_xf(const TransformHelper<W>& helper, Number& T, Limit limit, const RawFactor<W>& a,
+                  const Transform& A, const char* function) {
+  if (a.L == 0) return T.set_zero();
+  check_product(helper, 2 * a.L, function);
+  bp_copy(static_cast<u64*>(helper.working()), static_cast<const u64*>(A.F),
+          helper.parameters().transform_size() / sizeof(u64), helper.parallel());
+  square_transform(helper, T, limit, a, helper.working(), function);
+}
+
+}  // namespace
+
+// Helper --------------------------------------------------------------------------------------------------
+
+template <class W>
+TransformHelper<W>::TransformHelper(const MultiplyContext& ctx, u64 product_words, u64 kept)
+    : parallel_(ctx.parallel), kept_count_(kept) {
+  const char* const function = "TransformHelper::TransformHelper()";
+  if (kept == 0 || kept > kMaxKept)
+    throw InvalidParametersException(function, "Invalid number of kept transforms.");
+  basic_table<W>().parameters_for(box_, &ctx.tables, product_words, ctx.parallel.tds);
+  scratch_ = cut_product_areas(ctx.scratch, box_->sizes(), areas_, 1 + kept, function);
+}
+
+template <class W>
+MultiplySizes TransformHelper<W>::sizes(u64 product_words, u64 tds) {
+  return basic_table<W>().sizes(product_words, tds);
+}
+
+template <class W>
+u64 TransformHelper<W>::bytes(u64 product_words, u64 tds, u64 kept) {
+  const MultiplySizes shape = sizes(product_words, tds);
+  return (1 + kept) * shape.transform_bytes + shape.scratch_bytes;
+}
+
+template <class W>
+u64 TransformHelper<W>::max_bytes(u64 product_words, u64 tds, u64 kept) {
+  const MultiplySizes shape = basic_table<W>().max_sizes(product_words, tds, 1 + kept);
+  return (1 + kept) * shape.transform_bytes + shape.scratch_bytes;
+}
+
+// Truncating ----------------------------------------------------------------------------------------------
+
+template <class W>
+void BigFloatTransformR<W>::forward(const Helper& helper, u64 p, const Number& a, u64 index) {
+  forward_kept(helper, *this, raw(a, p), index, "BigFloatTransformR::forward()");
+  magnitude = exp + static_cast<s64>(L);
+}
+
+template <class W>
+void BigFloatTransformR<W>::inverse_fsqr(const Helper& helper, Number& T, u64 p, BigFloatTransformR& A) {
+  op_inverse_fsqr(helper, T, p, A, "BigFloatTransformR::inverse_fsqr()");
+}
+
+template <class W>
+void BigFloatTransformR<W>::inverse_fmul(const Helper& helper, Number& T, u64 p, BigFloatTransformR& A,
+                                         BigFloatTransformR& B) {
+  op_inverse_fmul(helper, T, p, A, B, "BigFloatTransformR::inverse_fmul()");
+}
+
+template <class W>
+void BigFloatTransformR<W>::mul_rr_xx(const Helper& helper, Number& T, u64 p, const Number& a,
+                                      const Number& b) {
+  op_mul_rr_xx(helper, T, p, raw(a, p), raw(b, p), "BigFloatTransformR::mul_rr_xx()");
+}
+
+template <class W>
+void BigFloatTransformR<W>::mul_rf_xf(const Helper& helper, Number& T, u64 p, const Number& a,
+                                      BigFloatTransformR& B) {
+  op_mul_rf_xf(helper, T, p, raw(a, p), B, "BigFloatTransformR::mul_rf_xf()");
+}
+
+template <class W>
+void BigFloatTransformR<W>::mul_rr_xf(const Helper& helper, Number& T, u64 p, const Number& a,
+                                      const Number& b, BigFloatTransformR& B, u64 index) {
+  const char* const function = "BigFloatTransformR::mul_rr_xf()";
+  B.forward(helper, p, b, index);
+  op_mul_rf_xf(helper, T, p, raw(a, p), B, function);
+}
+
+template <class W>
+void BigFloatTransformR<W>::sqr_rx_xf(const Helper& helper, Number& T, u64 p, const Number& a,
+                                      BigFloatTransformR& A, u64 index) {
+  A.forward(helper, p, a, index);
+  op_sqr_rx_xf(helper, T, p, raw(a, p), A, "BigFloatTransformR::sqr_rx_xf()");
+}
+
+// Exact ---------------------------------------------------------------------------------------------------
+
+template <class W>
+void ExactFloatTransformR<W>::forward(const Helper& helper, const Number& a, u64 index) {
+  forward_kept(helper, *this, raw(a), index, "ExactFloatTransformR::forward()");
+  if (L > 0) hash = a.hash;
+}
+
+template <class W>
+void ExactFloatTransformR<W>::inverse_fsqr(const Helper& helper, Number& T, ExactFloatTransformR& A,
+                                           s64 extend) {
+  op_inverse_fsqr(helper, T, extend, A, "ExactFloatTransformR::inverse_fsqr()");
+}
+
+template <class W>
+void ExactFloatTransformR<W>::inverse_fmul(const Helper& helper, Number& T, ExactFloatTransformR& A,
+                                           ExactFloatTransformR& B, s64 extend) {
+  op_inverse_fmul(helper, T, extend, A, B, "ExactFloatTransformR::inverse_fmul()");
+}
+
+template <class W>
+void ExactFloatTransformR<W>::mul_rr_xx(const Helper& helper, Number& T, const Number& a, const Number& b,
+                                        s64 extend) {
+  op_mul_rr_xx(helper, T, extend, raw(a), raw(b), "ExactFloatTransformR::mul_rr_xx()");
+}
+
+template <class W>
+void ExactFloatTransformR<W>::mul_rf_xf(const Helper& helper, Number& T, const Number& a,
+                                        ExactFloatTransformR& B, s64 extend) {
+  op_mul_rf_xf(helper, T, extend, raw(a), B, "ExactFloatTransformR::mul_rf_xf()");
+}
+
+template <class W>
+void ExactFloatTransformR<W>::mul_rr_xf(const Helper& helper, Number& T, const Number& a, const Number& b,
+                                        ExactFloatTransformR& B, u64 index, s64 extend) {
+  const char* const function = "ExactFloatTransformR::mul_rr_xf()";
+  B.forward(helper, b, index);
+  op_mul_rf_xf(helper, T, extend, raw(a), B, function);
+}
+
+template <class W>
+void ExactFloatTransformR<W>::sqr_rx_xf(const Helper& helper, Number& T, const Number& a,
+                                        ExactFloatTransformR& A, u64 index, s64 extend) {
+  A.forward(helper, a, index);
+  op_sqr_rx_xf(helper, T, extend, raw(a), A, "ExactFloatTransformR::sqr_rx_xf()");
+}
+
+// Products with a shared operand --------------------------------------------------------------------------
+
+template <class W>
+bool shared_product_pays(u64 first_words, u64 second_words, u64 tds) {
+  const u64 larger = std::max(first_words, second_words);
+  const u64 smaller = std::min(first_words, second_words);
+  const AlgorithmTable<W>& table = basic_table<W>();
+  // A forward transform of Basecase/Karatsuba is a copy: there is nothing to save.
+  if (std::string_view(table.get_algorithm(larger).id()) == "BKT") return false;
+  const u64 large = table.sizes(larger, tds).transform_bytes;
+  const u64 small = table.sizes(smaller, tds).transform_bytes;
+  return 5 * large <= 3 * (large + small);
+}
+
+template <class W>
+void mul_shared(ExactFloat<W>& c, const ExactFloat<W>& a, const ExactFloat<W>& b, ExactFloat<W>& d,
+                const ExactFloat<W>& e, const MultiplyContext& ctx, s64 extend_c, s64 extend_d) {
+  const u64 first = a.L + b.L;
+  const u64 second = b.L + e.L;
+  const bool any_zero = a.L == 0 || b.L == 0 || e.L == 0;
+  if (any_zero || !shared_product_pays<W>(first, second, ctx.parallel.tds)) {
+    c.set_mul(a, b, ctx, extend_c);
+    d.set_mul(b, e, ctx, extend_d);
+    return;
+  }
+  const TransformHelper<W> helper(ctx, std::max(first, second));
+  ExactFloatTransformR<W> B;
+  ExactFloatTransformR<W>::mul_rr_xf(helper, c, a, b, B, 0, extend_c);
+  ExactFloatTransformR<W>::mul_rf_xf(helper, d, e, B, extend_d);
+}
+
+template <class W>
+void mul_shared(u64 p, BigFloat<W>& c, const BigFloat<W>& a, const BigFloat<W>& b, BigFloat<W>& d,
+                const BigFloat<W>& e, const MultiplyContext& ctx) {
+  const u64 n = p + kBigFloatExtraPrecision;
+  const u64 first = std::min(a.L, n) + std::min(b.L, n);
+  const u64 second = std::min(b.L, n) + std::min(e.L, n);
+  const bool any_zero = a.L == 0 || b.L == 0 || e.L == 0;
+  if (any_zero || !shared_product_pays<W>(first, second, ctx.parallel.tds)) {
+    c.set_mul(p, a, b, ctx);
+    d.set_mul(p, b, e, ctx);
+    return;
+  }
+  const TransformHelper<W> helper(ctx, std::max(first, second));
+  BigFloatTransformR<W> B;
+  BigFloatTransformR<W>::mul_rr_xf(helper, c, p, a, b, B);
+  BigFloatTransformR<W>::mul_rf_xf(helper, d, p, e, B);
+}
+
+template <class W>
+u64 mul_shared_scratch(u64 words, u64 tds) {
+  return basic_table<W>().max_sizes(words, tds).total_bytes();
+}
+
+#define ORL_INSTANTIATE(W)                                                                             \
+  template class TransformHelper<W>;                                                                   \
+  template struct BigFloatTransformR<W>;                                                               \
+  template struct ExactFloatTransformR<W>;                                                             \
+  template bool shared_product_pays<W>(u64, u64, u64);                                                 \
+  template void mul_shared(ExactFloat<W>&, const ExactFloat<W>&, const ExactFloat<W>&, ExactFloat<W>&, \
+                           const ExactFloat<W>&, const MultiplyContext&, s64, s64);                    \
+  template void mul_shared(u64, BigFloat<W>&, const BigFloat<W>&, const BigFloat<W>&, BigFloat<W>&,    \
+                           const BigFloat<W>&, const MultiplyContext&);                                \
+  template u64 mul_shared_scratch<W>(u64, u64);
+ORL_INSTANTIATE(u32)
+ORL_INSTANTIATE(u64)
+#undef ORL_INSTANTIATE
+
+}  // namespace orl
