@@ -1,0 +1,23 @@
+#include "swap/path_check.h"
+
+#include "frame/exceptions.h"
+#include "swap/raw_file.h"
+
+namespace orl {
+
+std::string with_separator(const std::string& folder) {
+  if (folder.empty() || folder.back() == '/' || folder.back() == '\\') return folder;
+  return folder + "/";
+}
+
+bool path_is_writable(const std::string& folder) {
+  const std::string path = with_separator(folder) + "pathcheck.sf";
+  try {
+    RawFile(path, RawFile::Mode::kCreate).close();
+    return remove_file(path);
+  } catch (const Exception&) {
+    return false;
+  }
+}
+
+}  // namespace orl
