@@ -1,19 +1,91 @@
-// F64: a vector of doubles; `lanes` of them. Filled in by the transforms that use it.
+// F64: a vector of `lanes` doubles, and the shuffles that transforms need. Every operation rounds as the
+// scalar form does, so kernels written over F64 give the same bits in every instruction set.
 namespace orl::simd::SIMD_ISA {
+
 #if defined(SIMD_ISA_AVX512)
+
 struct F64 {
   static constexpr int lanes = 8;
+  static F64 load(const double* p) { return {_mm512_loadu_pd(p)}; }
+  static F64 all(double x) { return {_mm512_set1_pd(x)}; }
+  void store(double* p) const { _mm512_storeu_pd(p, v); }
+
   __m512d v;
 };
+inline F64 operator+(F64 a, F64 b) { return {_mm512_add_pd(a.v, b.v)}; }
+inline F64 operator-(F64 a, F64 b) { return {_mm512_sub_pd(a.v, b.v)}; }
+inline F64 operator*(F64 a, F64 b) { return {_mm512_mul_pd(a.v, b.v)}; }
+inline F64 fma(F64 a, F64 b, F64 c) { return {_mm512_fmadd_pd(a.v, b.v, c.v)}; }
+inline F64 fms(F64 a, F64 b, F64 c) { return {_mm512_fmsub_pd(a.v, b.v, c.v)}; }
+inline F64 fnma(F64 a, F64 b, F64 c) { return {_mm512_fnmadd_pd(a.v, b.v, c.v)}; }
+inline F64 max(F64 a, F64 b) { return {_mm512_max_pd(a.v, b.v)}; }
+inline F64 abs(F64 a) { return {_mm512_andnot_pd(_mm512_set1_pd(-0.0), a.v)}; }
+/// Rows become columns.
+inline void transpose(F64 (&r)[8]) {
+  __m512d a[8], b[8];
+  for (int i = 0; i < 8; i += 2) {
+    a[i] = _mm512_unpacklo_pd(r[i].v, r[i + 1].v);
+    a[i + 1] = _mm512_unpackhi_pd(r[i].v, r[i + 1].v);
+  }
+  for (int i = 0; i < 8; i += 4)
+    for (int j = 0; j < 2; ++j) {
+      b[i + j] = _mm512_shuffle_f64x2(a[i + j], a[i + j + 2], 0x88);
+      b[i + j + 2] = _mm512_shuffle_f64x2(a[i + j], a[i + j + 2], 0xdd);
+    }
+  for (int j = 0; j < 4; ++j) {
+    r[j].v = _mm512_shuffle_f64x2(b[j], b[j + 4], 0x88);
+    r[j + 4].v = _mm512_shuffle_f64x2(b[j], b[j + 4], 0xdd);
+  }
+}
+
 #elif defined(SIMD_ISA_AVX2)
+
 struct F64 {
   static constexpr int lanes = 4;
+  static F64 load(const double* p) { return {_mm256_loadu_pd(p)}; }
+  static F64 all(double x) { return {_mm256_set1_pd(x)}; }
+  void store(double* p) const { _mm256_storeu_pd(p, v); }
+
   __m256d v;
 };
+inline F64 operator+(F64 a, F64 b) { return {_mm256_add_pd(a.v, b.v)}; }
+inline F64 operator-(F64 a, F64 b) { return {_mm256_sub_pd(a.v, b.v)}; }
+inline F64 operator*(F64 a, F64 b) { return {_mm256_mul_pd(a.v, b.v)}; }
+inline F64 fma(F64 a, F64 b, F64 c) { return {_mm256_fmadd_pd(a.v, b.v, c.v)}; }
+inline F64 fms(F64 a, F64 b, F64 c) { return {_mm256_fmsub_pd(a.v, b.v, c.v)}; }
+inline F64 fnma(F64 a, F64 b, F64 c) { return {_mm256_fnmadd_pd(a.v, b.v, c.v)}; }
+inline F64 max(F64 a, F64 b) { return {_mm256_max_pd(a.v, b.v)}; }
+inline F64 abs(F64 a) { return {_mm256_andnot_pd(_mm256_set1_pd(-0.0), a.v)}; }
+/// Rows become columns.
+inline void transpose(F64 (&r)[4]) {
+  const __m256d a0 = _mm256_unpacklo_pd(r[0].v, r[1].v), a1 = _mm256_unpackhi_pd(r[0].v, r[1].v);
+  const __m256d a2 = _mm256_unpacklo_pd(r[2].v, r[3].v), a3 = _mm256_unpackhi_pd(r[2].v, r[3].v);
+  r[0].v = _mm256_permute2f128_pd(a0, a2, 0x20);
+  r[1].v = _mm256_permute2f128_pd(a1, a3, 0x20);
+  r[2].v = _mm256_permute2f128_pd(a0, a2, 0x31);
+  r[3].v = _mm256_permute2f128_pd(a1, a3, 0x31);
+}
+
 #else
+
 struct F64 {
   static constexpr int lanes = 1;
+  static F64 load(const double* p) { return {*p}; }
+  static F64 all(double x) { return {x}; }
+  void store(double* p) const { *p = v; }
+
   double v;
 };
+inline F64 operator+(F64 a, F64 b) { return {a.v + b.v}; }
+inline F64 operator-(F64 a, F64 b) { return {a.v - b.v}; }
+inline F64 operator*(F64 a, F64 b) { return {a.v * b.v}; }
+inline F64 fma(F64 a, F64 b, F64 c) { return {__builtin_fma(a.v, b.v, c.v)}; }
+inline F64 fms(F64 a, F64 b, F64 c) { return {__builtin_fma(a.v, b.v, -c.v)}; }
+inline F64 fnma(F64 a, F64 b, F64 c) { return {__builtin_fma(-a.v, b.v, c.v)}; }
+inline F64 max(F64 a, F64 b) { return {a.v > b.v ? a.v : b.v}; }
+inline F64 abs(F64 a) { return {__builtin_fabs(a.v)}; }
+inline void transpose(F64 (&)[1]) {}
+
 #endif
+
 }  // namespace orl::simd::SIMD_ISA

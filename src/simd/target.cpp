@@ -86,17 +86,22 @@ std::atomic<Target>& active() {
 
 const char* target_name(Target target) {
   switch (target) {
-    case Target::kScalar: return "Scalar";
-    case Target::kAvx2: return "AVX2";
-    case Target::kAvx512: return "AVX512";
-    case Target::kAvx512Ifma: return "AVX512-IFMA";
+    case Target::kScalar:
+      return "Scalar";
+    case Target::kAvx2:
+      return "AVX2";
+    case Target::kAvx512:
+      return "AVX512";
+    case Target::kAvx512Ifma:
+      return "AVX512-IFMA";
   }
   return "Scalar";
 }
 
 const char* target_feature_list(Target target) {
   switch (target) {
-    case Target::kScalar: return "    x64, SSE, SSE2";
+    case Target::kScalar:
+      return "    x64, SSE, SSE2";
     case Target::kAvx2:
       return "    x64, ABM, BMI1, BMI2, ADX,\n    SSE, SSE2, SSE3, SSSE3, SSE4.1, SSE4.2,\n"
              "    AVX, FMA3, AVX2";
