@@ -13,7 +13,8 @@ constexpr u64 kAlignment = 64;
 
 CutObserver* cut_observer = nullptr;
 
-/// count * width, or all ones when that is out of range: larger than any buffer, so the check that follows fails.
+/// count * width, or all ones when that is out of range: larger than any buffer, so the check that follows
+/// fails.
 u64 saturated_bytes(u64 count, u64 width) {
   u64 bytes = 0;
   return __builtin_mul_overflow(count, width, &bytes) ? std::numeric_limits<u64>::max() : bytes;
@@ -71,8 +72,8 @@ template struct LinearWordBuffer<u32>;
 template struct LinearWordBuffer<u64>;
 
 Need Need::max(const Need& a, const Need& b) {
-  return {std::max(a.ram_bytes, b.ram_bytes), std::max(a.out_words, b.out_words), std::max(a.table_bits, b.table_bits),
-          std::max(a.disk_bytes, b.disk_bytes)};
+  return {std::max(a.ram_bytes, b.ram_bytes), std::max(a.out_words, b.out_words),
+          std::max(a.table_bits, b.table_bits), std::max(a.disk_bytes, b.disk_bytes)};
 }
 
 Need Need::sum(const Need& a, const Need& b) {

@@ -1,16 +1,17 @@
 // Scratch memory as a plain (pointer, size) pair, passed by value down the call tree.
 //
-// Cutting advances the callee's own copy; the caller's copy is untouched, so there is no free: memory is given
-// back when a call returns. A plan says beforehand how much a call needs; a buffer that is too small shows a
-// wrong plan and is an exception.
+// Cutting advances the callee's own copy; the caller's copy is untouched, so there is no free: memory is
+// given back when a call returns. A plan says beforehand how much a call needs; a buffer that is too small
+// shows a wrong plan and is an exception.
 #pragma once
 
 #include "frame/types.h"
 
 namespace orl {
 
-/// Sees every cut of words, from any thread; tests and benchmarks use it to compare what was cut with what was
-/// planned. A branch's share (cut_buffer) is no use of memory by itself and is not reported; cuts from it are.
+/// Sees every cut of words, from any thread; tests and benchmarks use it to compare what was cut with what
+/// was planned. A branch's share (cut_buffer) is no use of memory by itself and is not reported; cuts from it
+/// are.
 struct CutObserver {
   virtual ~CutObserver() = default;
   virtual void on_cut(const void* begin, u64 bytes) = 0;

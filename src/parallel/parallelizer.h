@@ -20,8 +20,8 @@ struct ParallelTask {
   virtual void run(u64 index) = 0;
 };
 
-/// A framework: how tasks reach threads. An exception may not cross a fork: a task that throws ends the process
-/// with status 1 after its message has been printed.
+/// A framework: how tasks reach threads. An exception may not cross a fork: a task that throws ends the
+/// process with status 1 after its message has been printed.
 class Parallelizer {
  public:
   virtual ~Parallelizer() = default;
@@ -36,15 +36,23 @@ class Parallelizer {
 
   virtual const char* key() const = 0;
   virtual const char* name() const = 0;
-  /// One line for reports: name, tds, number of threads ("?" when unlimited).
-  virtual std::string to_string(u64 tds) const = 0;
-  /// The same line with console colours.
-  virtual void print_status(u64 tds) const = 0;
+  /// One line for reports: name, tds, number of threads ("?" when unlimited), details.
+  virtual std::string to_string(u64 tds) const;
+  /// The same line with console colours, without a line feed.
+  virtual void print_status(u64 tds) const;
+  /// The number of threads as reports show it; 0 when it is not fixed.
+  virtual u64 threads() const { return 0; }
+  /// The end of the report line: the framework's own settings in words.
+  virtual std::string details() const { return {}; }
   /// The framework's own rows of the settings menu, and its answer to a choice among them.
   virtual void print_menu_rows() const {}
   virtual void handle_menu_choice(u64) {}
-  virtual void write_settings(Object& object) const = 0;
-  virtual void read_object(const Object& object) = 0;
+  /// The framework's settings as an object of their own, with the key under "Framework".
+  virtual Object to_object() const;
+  /// Adds the framework's own keys to `object`; read_object takes them from there. A key that is absent
+  /// leaves its setting alone; a value out of range throws InvalidParametersException.
+  virtual void write_settings(Object&) const {}
+  virtual void read_object(const Object&) {}
 };
 
 struct ParallelContext {

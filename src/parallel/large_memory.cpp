@@ -1,0 +1,125 @@
+#include "parallel/large_memory.h"
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "frame/console.h"
+#include "frame/exceptions.h"
+
+namespace orl {
+
+std::string mode_to_string(Mode mode) {
+  switch (mode) {
+    case Mode::disabled:
+      return "Disabled";
+    case Mode::attempt:
+      return "Attempt";
+    case Mode::forced:
+      return "Forced";
+  }
+  throw InvalidParametersException("mode_to_string", "Invalid Mode");
+}
+
+std::string mode_to_word(Mode mode) {
+  switch (mode) {
+    case Mode::disabled:
+      return "disable";
+    case Mode::attempt:
+      return "attempt";
+    case Mode::forced:
+      return "forced";
+  }
+  throw InvalidParametersException("mode_to_word", "Invalid Mode");
+}
+
+Mode word_to_mode(const std::string& key, const std::string& word) {
+  for (const Mode mode : {Mode::disabled, Mode::attempt, Mode::forced}) {
+    if (word == mode_to_word(mode)) return mode;
+  }
+  throw InvalidParametersException(
+      "word_to_mode", "Invalid value for " + key + R"(. Expected "disable", "attempt", or "forced".)");
+}
+
+void AllocationReport::print() const {
+  console::label_value("Total Bytes:         ", console::format_with_commas(total_bytes), 'G');
+  console::newline();
+  console::label_value("Page Size:           ", console::format_with_commas(page_size), 'G');
+  console::newline();
+  console::label_value("Large Page Bytes:    ", console::format_with_commas(large_page_bytes), 'G');
+  console::newline();
+  console::label_value("Locked Bytes:        ", console::format_with_commas(locked_bytes), 'G');
+  console::newline();
+  for (const auto& [node, bytes] : node_bytes) {
+    console::label_value("NUMA node " + std::to_string(node) + ":         ",
+                         console::format_with_commas(bytes), 'G');
+    console::newline();
+  }
+}
+
+namespace {
+
+/// Words i, i+1, i+2, i+3 of the pattern at once: its second difference is constant, so a step is two
+/// additions.
+using FourWords = u32 __attribute__((vector_size(16)));
+
+constexpr u32 pattern_word(u32 i) { return i * i * 0xC82B9175u - 933796325u; }
+
+FourWords four_pattern_words(u32 i) {
+  return FourWords{pattern_word(i), pattern_word(i + 1), pattern_word(i + 2), pattern_word(i + 3)};
+}
+
+}  // namespace
+
+void touch_memory(void* address, u64 length_bytes) {
+  if (length_bytes == 0) return;
+  char* const begin = static_cast<char*>(address);
+  char* const end = begin + length_bytes;
+  begin[0] = '{';
+  end[-1] = '@';
+  const std::uintptr_t first_word = (reinterpret_cast<std::uintptr_t>(begin) + 3) & ~std::uintptr_t{3};
+  const std::uintptr_t last_end = reinterpret_cast<std::uintptr_t>(end) & ~std::uintptr_t{3};
+  if (last_end <= first_word) return;
+  char* const words = begin + (first_word - reinterpret_cast<std::uintptr_t>(begin));
+  const u64 count = (last_end - first_word) / 4;
+  FourWords value = four_pattern_words(0);
+  FourWords step = four_pattern_words(4) - value;
+  const FourWords step_growth = four_pattern_words(8) - four_pattern_words(4) - step;
+  u64 i = 0;
+  for (; i + 4 <= count; i += 4) {
+    std::memcpy(words + 4 * i, &value, sizeof value);
+    value += step;
+    step += step_growth;
+  }
+  std::memcpy(words + 4 * i, &value, 4 * (count - i));
+}
+
+void touch_memory(void* address, u64 length_bytes, const ParallelContext& parallel) {
+  const u64 pieces = parallel.tds / 4;
+  if (pieces < 2) return touch_memory(address, length_bytes);
+  const u64 piece_bytes = (length_bytes + pieces - 1) / pieces;
+  fork_range(parallel.parallelizer, 0, pieces, [=](u64 k) {
+    const u64 begin = std::min(k * piece_bytes, length_bytes);
+    touch_memory(static_cast<char*>(address) + begin, std::min(piece_bytes, length_bytes - begin));
+  });
+}
+
+std::map<int, u64> sample_nodes(const void* address, u64 length_bytes) {
+  constexpr u64 kSamples = 1024;
+  const u64 pages = (length_bytes + kSmallPageBytes - 1) / kSmallPageBytes;
+  const u64 stride = std::max<u64>((pages + kSamples - 1) / kSamples, 1);
+  std::map<int, u64> bytes;
+  for (u64 page = 0; page < pages; page += stride) {
+    const void* where = static_cast<const char*>(address) + page * kSmallPageBytes;
+    int node = -1;
+    if (syscall(SYS_move_pages, 0, 1UL, &where, nullptr, &node, 0) != 0) return {};
+    // A negative status is an error number: a page that is not there yet.
+    const u64 begin = page * kSmallPageBytes;
+    if (node >= 0) bytes[node] += std::min(stride * kSmallPageBytes, length_bytes - begin);
+  }
+  return bytes;
+}
+
+}  // namespace orl

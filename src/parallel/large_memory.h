@@ -1,0 +1,66 @@
+// The single large block of a computation, and what became of it on the machine's pages.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "parallel/parallelizer.h"
+
+namespace orl {
+
+inline constexpr u64 kSmallPageBytes = 4096;
+inline constexpr u64 kLargePageBytes = 2097152;
+
+/// How hard an allocator tries for something that the machine may refuse.
+enum class Mode : u32 { disabled = 0, attempt = 1, forced = 2 };
+
+/// "Disabled", "Attempt" or "Forced"; throws InvalidParametersException "Invalid Mode" from "mode_to_string".
+std::string mode_to_string(Mode mode);
+/// "disable", "attempt" or "forced", as a configuration holds it.
+std::string mode_to_word(Mode mode);
+/// Throws InvalidParametersException: Invalid value for `key`. Expected "disable", "attempt", or "forced".
+Mode word_to_mode(const std::string& key, const std::string& word);
+
+struct AllocationReport {
+  u64 total_bytes = 0;
+  u64 large_page_bytes = 0;
+  u64 locked_bytes = 0;
+  u64 page_size = kSmallPageBytes;
+  std::map<int, u64> node_bytes;  ///< NUMA node -> bytes, from a sample of pages
+
+  void print() const;
+};
+
+/// A block and its owner: the destructor gives it back.
+class LargeMemory {
+ public:
+  virtual ~LargeMemory() = default;
+  LargeMemory(const LargeMemory&) = delete;
+  LargeMemory& operator=(const LargeMemory&) = delete;
+
+  /// 64-byte aligned at least.
+  void* address() const { return address_; }
+  /// At least what was asked for.
+  u64 length() const { return length_; }
+  const AllocationReport& report() const { return report_; }
+
+ protected:
+  LargeMemory(void* address, u64 length) : address_(address), length_(length) {}
+
+  void* address_;
+  u64 length_;
+  AllocationReport report_;
+};
+
+/// Writes every page of [address, address + length_bytes): the first byte becomes '{', the last one '@', and
+/// every aligned 32-bit word number i = 0, 1, ... becomes i * i * 0xC82B9175 - 933796325 modulo 2^32.
+void touch_memory(void* address, u64 length_bytes);
+/// The same with the block cut into tds / 4 pieces, each with a pattern of its own, when that is at least
+/// two: each thread first touches its own pages.
+void touch_memory(void* address, u64 length_bytes, const ParallelContext& parallel);
+
+/// NUMA node -> bytes, from up to 1024 pages of the block; empty where the system has no answer.
+std::map<int, u64> sample_nodes(const void* address, u64 length_bytes);
+
+}  // namespace orl

@@ -1,0 +1,233 @@
+#include "parallel/large_memory.h"
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+
+#include <cstring>
+#include <numeric>
+
+#include "config/object.h"
+#include "frame/exceptions.h"
+#include "parallel/mmap_allocator.h"
+#include "parallel/push_pool_framework.h"
+#include "parallel/simple_frameworks.h"
+#include "registered.h"
+
+namespace orl {
+namespace {
+
+u32 expected_word(u64 i) { return static_cast<u32>(i) * static_cast<u32>(i) * 0xC82B9175u - 933796325u; }
+
+/// Checks the aligned words of a piece and the bytes that no aligned word covers.
+void check_pattern(const u8* begin, u64 length) {
+  const u64 head = -reinterpret_cast<u64>(begin) % 4;
+  if (length <= head) return;
+  const u64 words = (length - head) / 4;
+  for (u64 i = 0; i < words; ++i) {
+    u32 word;
+    std::memcpy(&word, begin + head + 4 * i, 4);
+    ASSERT_EQ(word, expected_word(i)) << "word " << i << " of " << length << " bytes";
+  }
+  if (head != 0) {
+    ASSERT_EQ(begin[0], '{');
+  }
+  if (head + 4 * words != length) {
+    ASSERT_EQ(begin[length - 1], '@');
+  }
+}
+
+TEST(TouchMemory, WritesThePatternAndNothingElse) {
+  alignas(16) u8 memory[256];
+  for (u64 offset = 0; offset < 8; ++offset) {
+    for (const u64 length : {0, 1, 2, 3, 4, 5, 15, 16, 17, 40, 63, 100, 200}) {
+      std::memset(memory, 0xee, sizeof memory);
+      touch_memory(memory + 16 + offset, length);
+      ASSERT_NO_FATAL_FAILURE(check_pattern(memory + 16 + offset, length));
+      ASSERT_EQ(memory[15 + offset], 0xee);
+      ASSERT_EQ(memory[16 + offset + length], 0xee);
+    }
+  }
+}
+
+TEST(TouchMemory, CutsTheBlockByAQuarterOfTheDecomposition) {
+  Parallelizer_PushPool pool;
+  std::vector<u8> memory(100003);
+  for (const u64 tds : {1, 7, 8, 64, 65536}) {
+    const u64 pieces = std::max<u64>(tds / 4, 1);
+    std::fill(memory.begin(), memory.end(), 0);
+    touch_memory(memory.data(), memory.size(), {pool, tds});
+    const u64 piece = (memory.size() + pieces - 1) / pieces;
+    for (u64 begin = 0; begin < memory.size(); begin += piece) {
+      ASSERT_NO_FATAL_FAILURE(check_pattern(memory.data() + begin, std::min(piece, memory.size() - begin)));
+    }
+  }
+}
+
+struct Allocation {
+  std::unique_ptr<LargeMemory> memory;
+  std::vector<std::string> errors;
+};
+
+Allocation allocate(const MemoryAllocator& allocator, u64 bytes) {
+  Parallelizer_PushPool pool;
+  Allocation result;
+  result.memory = allocator.allocate(bytes, {pool, 16}, result.errors);
+  return result;
+}
+
+TEST(Allocators, EachGivesAlignedWritableMemory) {
+  testing_parallel::fill_registries();
+  ASSERT_EQ(allocators().size(), 2u);
+  for (const AllocatorType& type : allocators()) {
+    SCOPED_TRACE(type.key);
+    const auto allocator = create_allocator(type.key);
+    EXPECT_STREQ(allocator->key(), type.key);
+    for (const u64 bytes : {u64{0}, u64{1}, u64{4096}, u64{4097}, u64{5000000}}) {
+      const Allocation result = allocate(*allocator, bytes);
+      ASSERT_NE(result.memory, nullptr);
+      EXPECT_EQ(result.errors.size(), 0u);
+      EXPECT_GE(result.memory->length(), bytes);
+      EXPECT_EQ(reinterpret_cast<u64>(result.memory->address()) % 64, 0u);
+      std::memset(result.memory->address(), 1, result.memory->length());
+      EXPECT_EQ(result.memory->report().total_bytes, result.memory->length());
+    }
+  }
+}
+
+TEST(Allocators, RefuseWhatDoesNotFitTheAddressSpace) {
+  testing_parallel::fill_registries();
+  for (const AllocatorType& type : allocators()) {
+    for (const u64 bytes : {~u64{0}, ~u64{0} - 5000, u64{1} << 56}) {
+      const Allocation result = allocate(*create_allocator(type.key), bytes);
+      EXPECT_EQ(result.memory, nullptr) << type.key;
+      EXPECT_EQ(result.errors.size(), 1u) << type.key;
+    }
+  }
+}
+
+TEST(MmapAllocator, LeavesEveryPageResident) {
+  const Allocation result = allocate(MmapAllocator(), 10000000);
+  ASSERT_NE(result.memory, nullptr);
+  EXPECT_EQ(result.memory->length(), 10002432u) << "rounded up to 4096";
+  std::vector<unsigned char> resident(result.memory->length() / 4096);
+  ASSERT_EQ(mincore(result.memory->address(), result.memory->length(), resident.data()), 0);
+  for (const unsigned char page : resident) ASSERT_EQ(page & 1, 1);
+  const AllocationReport& report = result.memory->report();
+  EXPECT_EQ(report.page_size, 4096u);
+  EXPECT_EQ(report.large_page_bytes, 0u);
+  EXPECT_EQ(report.locked_bytes, 0u);
+  u64 on_nodes = 0;
+  for (const auto& [node, bytes] : report.node_bytes) on_nodes += bytes;
+  EXPECT_TRUE(report.node_bytes.empty() || on_nodes == report.total_bytes);
+}
+
+TEST(MmapAllocator, LargePagesAreObtainedOrTheFallBackIsSaid) {
+  MmapAllocator allocator;
+  allocator.set_large_pages(Mode::attempt);
+  const Allocation attempted = allocate(allocator, 3000000);
+  ASSERT_NE(attempted.memory, nullptr);
+  const AllocationReport& report = attempted.memory->report();
+  allocator.set_large_pages(Mode::forced);
+  const Allocation forced = allocate(allocator, 3000000);
+  if (forced.memory != nullptr) {
+    EXPECT_EQ(forced.memory->length(), 2 * kLargePageBytes);
+    EXPECT_EQ(forced.memory->report().large_page_bytes, 2 * kLargePageBytes);
+    EXPECT_EQ(forced.memory->report().page_size, kLargePageBytes);
+  } else {
+    EXPECT_EQ(forced.errors, std::vector<std::string>({"Unable to force large pages."}));
+    EXPECT_EQ(report.large_page_bytes, 0u);
+    EXPECT_EQ(report.page_size, kSmallPageBytes);
+    EXPECT_EQ(attempted.errors.size(), 1u);
+  }
+}
+
+void lock_without_permission(Mode mode) {
+  const rlimit nothing{0, 0};
+  ASSERT_EQ(setrlimit(RLIMIT_MEMLOCK, &nothing), 0);
+  MmapAllocator allocator;
+  allocator.set_lock_pages(mode);
+  for (int round = 0; round < 2; ++round) {
+    const Allocation result = allocate(allocator, 100000);
+    const bool right =
+        mode == Mode::forced
+            ? result.memory == nullptr && result.errors.at(0) == "Unable to force locked pages."
+            : result.memory != nullptr && result.memory->report().locked_bytes == 0 &&
+                  result.errors.size() == 1;
+    if (!right) std::exit(5);
+  }
+}
+
+TEST(MmapAllocatorDeathTest, LockingWithoutPermissionIsSaidOnce) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  for (const Mode mode : {Mode::attempt, Mode::forced}) {
+    EXPECT_EXIT(testing_parallel::expect_printed_unprivileged(
+                    "This process does not have \"CAP_IPC_LOCK\". Page locking will not be possible.\n"
+                    "Please run Orvane with elevation to enable page locking.\n",
+                    [=] { lock_without_permission(mode); }),
+                ::testing::ExitedWithCode(0), "");
+  }
+}
+
+TEST(Allocators, UnknownAndAbsentKeysAreRefusedByName) {
+  testing_parallel::fill_registries();
+  const auto refusal = [](const char* key) {
+    try {
+      create_allocator(key);
+    } catch (const InvalidParametersException& failure) {
+      return failure.message();
+    }
+    return std::string("accepted");
+  };
+  EXPECT_EQ(refusal("heap"), "Invalid Memory Allocator: heap");
+  for (const char* key : {"interleave", "interleave-libnuma"}) {
+    EXPECT_NE(refusal(key).find("is not available in this build yet."), std::string::npos) << key;
+  }
+}
+
+TEST(AllocatorsDeathTest, FailedAllocationAndDoubleRegistrationEndTheProcess) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const auto fail = [] {
+    testing_parallel::console_to_stderr();
+    Parallelizer_None none;
+    std::vector<std::string> errors;
+    allocate_or_exit(MmapAllocator(), u64{1} << 56, {none, 1}, errors);
+  };
+  EXPECT_EXIT(fail(), ::testing::ExitedWithCode(1),
+              "Large heap allocation failed.(.|\n)*Failed Allocation(.|\n)*72,057,594,037,927,936");
+  const auto register_twice = [] {
+    testing_parallel::console_to_stderr();
+    register_allocators();
+    register_allocators();
+  };
+  EXPECT_EXIT(register_twice(), ::testing::ExitedWithCode(1), "Duplicate Allocator Type");
+}
+
+TEST(MmapAllocator, SettingsSurviveTheTrip) {
+  MmapAllocator first;
+  first.set_large_pages(Mode::attempt);
+  first.set_lock_pages(Mode::forced);
+  Object object;
+  first.write_settings(object);
+  MmapAllocator second;
+  second.read_object(object);
+  EXPECT_EQ(second.large_pages(), Mode::attempt);
+  EXPECT_EQ(second.lock_pages(), Mode::forced);
+  Object policy;
+  policy.add_string("LargePages", "disable");
+  policy.add_string("LockPages", "Forced");
+  Object wrong;
+  wrong.add_object("MemoryPolicy", std::move(policy));
+  try {
+    second.read_object(wrong);
+    FAIL();
+  } catch (const InvalidParametersException& failure) {
+    EXPECT_EQ(failure.message(),
+              "Invalid value for LockPages. Expected \"disable\", \"attempt\", or \"forced\".");
+  }
+  EXPECT_EQ(second.large_pages(), Mode::attempt) << "a refused object changes nothing";
+  EXPECT_THROW(mode_to_string(static_cast<Mode>(3)), InvalidParametersException);
+}
+
+}  // namespace
+}  // namespace orl

@@ -1,0 +1,45 @@
+// The registries are filled once a process; the first test that needs one fills both.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iostream>
+#include <string>
+
+#include "frame/settings.h"
+#include "parallel/allocators.h"
+#include "parallel/frameworks.h"
+
+namespace orl::testing_parallel {
+
+inline void fill_registries() {
+  static const bool filled = [] {
+    register_frameworks();
+    register_allocators();
+    return true;
+  }();
+  static_cast<void>(filled);
+}
+
+/// Inside a death test: the console writes to standard output, the test reads standard error.
+inline void console_to_stderr() {
+  settings().colors_enabled = false;
+  dup2(STDERR_FILENO, STDOUT_FILENO);
+}
+
+/// In a child process: ends it with status 0 if `action`, run without any privilege, prints exactly
+/// `expected`.
+template <class Action>
+[[noreturn]] void expect_printed_unprivileged(const std::string& expected, Action&& action) {
+  settings().colors_enabled = false;
+  if (geteuid() == 0 && setuid(65534) != 0) std::exit(3);
+  ::testing::internal::CaptureStdout();
+  action();
+  const std::string printed = ::testing::internal::GetCapturedStdout();
+  std::cerr << printed;
+  std::exit(printed == expected ? 0 : 4);
+}
+
+}  // namespace orl::testing_parallel
