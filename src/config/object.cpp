@@ -25,7 +25,7 @@ void Value::check_kind(std::string_view name, ValueKind wanted) const {
   std::string text(name);
   if (!text.empty()) text += ": ";
   throw InvalidParametersException(
-      "", text + "Expected " + kind_name(wanted) + ", got " + kind_name(kind_) + ".");
+      "Value::check_kind()", text + "Expected " + kind_name(wanted) + ", got " + kind_name(kind_) + ".");
 }
 
 const Integer& Value::as_integer(std::string_view name) const {

@@ -28,10 +28,13 @@ class Parser {
   bool json() const { return form_ == Form::kJson; }
   char peek(u64 ahead = 0) const { return at_ + ahead < text_.size() ? text_[at_ + ahead] : '\0'; }
 
+  const char* function() const { return json() ? "parse_json()" : "parse_text()"; }
   [[noreturn]] void fail(const std::string& message) const {
-    throw ParseException("", "Line " + std::to_string(line_ + 1) + ": " + message);
+    throw ParseException(function(), "Line " + std::to_string(line_ + 1) + ": " + message);
   }
-  [[noreturn]] void fail_at_end() const { throw EndOfStreamException("", "Unexpected end of stream."); }
+  [[noreturn]] void fail_at_end() const {
+    throw EndOfStreamException(function(), "Unexpected end of stream.");
+  }
 
   /// A byte of the text, past which it steps.
   char take() {

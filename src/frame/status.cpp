@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <mutex>
+#include <new>
 
 #include "frame/console.h"
 #include "frame/exceptions.h"
@@ -123,8 +124,9 @@ std::unique_ptr<StatusIteration> SilentNode::make_iteration(std::string_view, u6
 }  // namespace
 
 StatusNode& silent_status() {
-  // Never destroyed: branches may still hold it while the process ends.
-  static SilentNode* const node = new SilentNode;
+  // Never destroyed, since branches may hold it while the process ends, and never allocated.
+  alignas(SilentNode) static char room[sizeof(SilentNode)];
+  static SilentNode* const node = new (room) SilentNode;
   return *node;
 }
 
