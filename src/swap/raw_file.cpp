@@ -105,7 +105,7 @@ void RawFile::open(int flags, const char* failure) {
 }
 
 void RawFile::fail(const char* function, const std::string& message) const {
-  throw_file_error(errno, message, path_, function);
+  FileIO::throw_file_error(function, errno, message, path_);
 }
 
 u64 RawFile::size() const {

@@ -1,0 +1,218 @@
+#include "app/actions.h"
+
+#include <array>
+#include <memory>
+#include <string>
+
+#include "app/options.h"
+#include "app/version.h"
+#include "config/parser.h"
+#include "frame/console.h"
+#include "frame/exceptions.h"
+#include "frame/settings.h"
+
+namespace orvane {
+namespace {
+
+namespace console = orl::console;
+using orl::InvalidParametersException;
+using Line = orl::CommandLine::Parameters;
+
+// Work that this version does not hold yet: one plain line, and the run counts as failed.
+int not_available(const char* what) {
+  console::println(std::string(what) + " is not available in this version yet.", 'R');
+  return 1;
+}
+
+int invalid_parameter(const std::string& key) {
+  console::println("Invalid Parameter: " + key, 'R');
+  return 1;
+}
+
+// Runs the rest of the line through a table. False after an unknown key, which has been reported.
+template <class Target>
+bool parse_options(std::span<const Option<Target>> table, Target& target, Line& line) {
+  while (!line.at_end()) {
+    const auto* option = find_option(table, line.key());
+    if (!option) {
+      invalid_parameter(line.key());
+      return false;
+    }
+    option->handler(target, line);
+  }
+  return true;
+}
+
+int run_custom(Line& line) {
+  line.take();
+  if (line.at_end()) return not_available("The custom computation menu");
+  ModeHolder mode;
+  auto constant = make_constant(constant_index(line.key()));
+  if (constant->takes_argument() || !line.value().empty()) constant->set_argument(line.value());
+  line.take();
+  mode.current().set_constant(std::move(constant));
+  if (!parse_options(custom_options(), mode, line)) orl::fatal_exit(1);
+  mode.current().settle_digits_per_file();
+  console::newline();
+  mode.current().check_parameters();
+  console::newline();
+  return mode.current().run(0);
+}
+
+int run_bench(Line& line) {
+  line.take();
+  if (line.at_end()) return not_available("The benchmark menu");
+  BenchSettings settings;
+  settings.parameters.output_digits = false;
+  while (!line.at_end()) {
+    bool is_size = false;
+    for (const BenchSize& size : bench_sizes()) {
+      if (line.key() != size.token) continue;
+      settings.decimal_digits = size.decimal_digits;
+      is_size = true;
+    }
+    if (is_size) {
+      line.take();
+      continue;
+    }
+    const auto* option = find_option(bench_options(), line.key());
+    if (!option) return invalid_parameter(line.key());
+    option->handler(settings, line);
+  }
+  if (settings.decimal_digits == 0) throw InvalidParametersException("bench", "No benchmark size selected.");
+  return not_available("The benchmark");
+}
+
+int run_stress(Line& line) {
+  line.take();
+  if (line.at_end()) return not_available("The component stress tester's menu");
+  StressSettings settings;
+  if (!parse_options(stress_options(), settings, line)) return 1;
+  return not_available("The component stress tester");
+}
+
+int run_benchio(Line& line) {
+  line.take();
+  if (line.at_end()) return not_available("The I/O benchmark's menu");
+  BenchIoSettings settings;
+  if (!parse_options(benchio_options(), settings, line)) return 1;
+  return not_available("The I/O benchmark");
+}
+
+int run_bbp(Line&) { return not_available("The BBP digit extractor"); }
+int run_digit_viewer(Line&) { return not_available("The digit viewer"); }
+int run_validate(Line&) { return not_available("The benchmark validator"); }
+
+int run_about(Line&) {
+  print_banner();
+  console::println(
+      "\nComputes Pi, e, square roots, the golden ratio and other constants to as many digits as the\n"
+      "memory holds. Every large operation is proved with a hash modulo 2^61 - 1, so a finished run is\n"
+      "also a test of the machine that made it.\n\n"
+      "MIT licence. Options: orvane --help",
+      'w');
+  return 0;
+}
+
+int run_config(Line& line) {
+  line.take();
+  if (line.at_end()) throw InvalidParametersException("config", "Please specify a config file.");
+  std::string path = line.take();
+  if (path.find('.') == std::string::npos) path += ".cfg";
+  const auto root = orl::load_file(path);
+  const orl::Object& object = orl::root_object(*root);
+  const std::string action = object.get_string("Action");
+  if (action != "CustomCompute" && action != "BenchIO" && action != "StressTest")
+    throw InvalidParametersException("config", "Invalid Action: " + action);
+  object.get_object(action);
+  return not_available("Running a configuration file");
+}
+
+constexpr Action kActions[] = {
+    {"bench", "bench SIZE [OPTION...]", "Pi benchmark in memory.", "orvane bench 25m -TD:4", run_bench},
+    {"stress", "stress [OPTION...]", "Component stress tester.", "orvane stress -M:4G -D:60 BKT C17",
+     run_stress},
+    {"benchio", "benchio [OPTION...]", "I/O benchmark of a disk array.",
+     "orvane benchio -M:4G -swap:raid0 /disk1 /disk2", run_benchio},
+    {"custom", "custom CONSTANT[:ARGUMENT] [OPTION...]", "Computes a constant.",
+     "orvane custom sqrt:2 -dec:100m -o digits", run_custom},
+    {"bbp", "bbp", "Hexadecimal digits of Pi at any offset.", "orvane bbp", run_bbp},
+    {"digitviewer", "digitviewer", "Views digit files.", "orvane digitviewer", run_digit_viewer},
+    {"about", "about", "About this program.", "orvane about", run_about},
+    {"validate", "validate", "Checks a validation file.", "orvane validate", run_validate},
+    {"config", "config FILE", "Runs a configuration file; .cfg is added to a name without a point.",
+     "orvane config pi-1b.cfg", run_config},
+};
+
+struct MenuEntry {
+  const char* name;
+  char colour;
+  int (*run)();
+};
+
+int advanced_menu() {
+  static constexpr MenuEntry entries[] = {
+      {"Benchmark Validator", 'T', [] { return not_available("The benchmark validator"); }},
+      {"Log(n) Formula Generator", 'T', [] { return not_available("The formula generator"); }},
+      {"Hardware Features", 'T', [] { return not_available("The list of hardware features"); }},
+      {"Compilation Options", 'T', [] { return not_available("The list of compilation options"); }},
+      {"Test Swap Multiply", 'Y', [] { return not_available("The test of swap multiplication"); }},
+  };
+  console::println("\nAdvanced Options\n", 'w');
+  for (std::size_t i = 0; i < std::size(entries); i++)
+    console::println("  " + std::to_string(i) + "         " + entries[i].name, entries[i].colour);
+  console::println("\nEnter your choice:", 'w');
+  return entries[console::read_bounded("option: ", 0, std::size(entries) - 1, 'G')].run();
+}
+
+int main_menu() {
+  print_banner();
+  static constexpr struct {
+    const char* text;
+    char colour;
+  } rows[] = {
+      {"  0         Benchmark Pi  (all in ram)", 'T'},
+      {"  1         Component Stress Tester", 'T'},
+      {"  2         Run I/O Performance Analysis", 'T'},
+      {"  3         Custom Compute a Constant", 'Y'},
+      {"                -   Compute other constants (e, Golden Ratio, etc...)", 'Y'},
+      {"                -   Choose your own settings (use disk for large computations)", 'Y'},
+      {"  4         BBP Digit Extractor for Pi", 'G'},
+      {"  5         Digit Viewer", 'G'},
+      {"  6         Advanced Options", 'G'},
+      {"  7         About", 'G'},
+  };
+  console::newline();
+  for (const auto& row : rows) console::println(row.text, row.colour);
+  console::println("\nEnter your choice:", 'w');
+  const u64 choice = console::read_bounded("option: ", 0, 7, 'G');
+  console::newline();
+  if (choice == 6) return advanced_menu();
+  static constexpr const char* keys[] = {"bench", "stress",      "benchio", "custom",
+                                         "bbp",   "digitviewer", "",        "about"};
+  const char* arguments[] = {"orvane", keys[choice]};
+  Line line(2, arguments);
+  return dispatch(line);
+}
+
+}  // namespace
+
+std::span<const Action> actions() { return kActions; }
+
+int dispatch(Line& line) {
+  if (line.at_end()) return main_menu();
+  const std::string& key = line.key();
+  if (key == "--help" || key == "-h" || key == "help") {
+    print_help();
+    return 0;
+  }
+  if (key == "--version" || key == "version") {
+    print_version();
+    return 0;
+  }
+  for (const Action& action : kActions)
+    if (key == action.key) return action.run(line);
+  return invalid_parameter(key);
+}
+
+}  // namespace orvane

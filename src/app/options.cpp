@@ -1,0 +1,205 @@
+#include "app/options.h"
+
+#include <algorithm>
+#include <array>
+#include <memory>
+
+#include "compute/number_forms.h"
+#include "frame/exceptions.h"
+#include "frame/settings.h"
+
+namespace orvane {
+namespace {
+
+using orl::InvalidParametersException;
+using orl::s64;
+using orl::CommandLine::CommandLineException;
+using Line = orl::CommandLine::Parameters;
+
+constexpr u64 kMaxMemory = 0x6ffffffffffffff9;
+
+// The value behind the colon; the cursor steps past the token.
+std::string take_value(Line& line) {
+  std::string value = line.value();
+  line.take();
+  return value;
+}
+s64 take_signed(Line& line) { return parse_signed_count(take_value(line)); }
+u64 take_bytes(Line& line) { return parse_byte_size(take_value(line)); }
+u64 take_integer(Line& line) { return parse_plain_integer(take_value(line)); }
+
+u64 clamp_memory(u64 bytes) { return std::min(bytes, kMaxMemory); }
+
+// "-o path": the option and the token behind it.
+std::string take_path(Line& line) {
+  line.take();
+  return line.take();
+}
+
+// "-swap:type path...": the rest of the line.
+void take_swap(Line& line, std::string& type, std::vector<std::string>& paths) {
+  const std::string word = take_value(line);
+  if (word != "raid0" && word != "raid3")
+    throw InvalidParametersException("-swap", "Unrecognized mode: " + word);
+  if (line.at_end()) throw CommandLineException("Expected more parameters.");
+  type = word;
+  paths.clear();
+  while (!line.at_end()) paths.push_back(line.take());
+}
+
+constexpr Option<orl::Settings> kGlobal[] = {
+    {"pause", "pause:N",
+     "When to ask for ENTER at the end: 1 always, 0 and -1 after a failure, below -1 never.", "pause:-2",
+     [](orl::Settings& settings, Line& line) {
+       settings.pause_level = static_cast<orl::s32>(std::clamp<s64>(take_signed(line), INT32_MIN, INT32_MAX));
+       if (settings.pause_level < -1) settings.pause_on_fatal = false;
+     }},
+    {"priority", "priority:N",
+     "Real-time scheduling: 0 leaves it alone, below 0 the lowest, above 0 the highest priority. The default "
+     "is -1; "
+     "it needs root.",
+     "priority:0",
+     [](orl::Settings& settings, Line& line) {
+       settings.thread_priority =
+           static_cast<orl::s32>(std::clamp<s64>(take_signed(line), INT32_MIN, INT32_MAX));
+     }},
+    {"colors", "colors:N", "Above 0 prints in colour, 0 without.", "colors:0",
+     [](orl::Settings& settings, Line& line) { settings.colors_enabled = take_signed(line) > 0; }},
+    {"PII", "PII:N", "Above 0 lets reports show serial numbers, below 0 hides them.", "PII:1",
+     [](orl::Settings& settings, Line& line) {
+       const s64 level = take_signed(line);
+       if (level != 0) settings.print_pii = level > 0;
+     }},
+    {"height", "height:N", "Accepted for old scripts; without effect.", "height:50",
+     [](orl::Settings&, Line& line) { take_signed(line); }},
+    {"skip-warnings", "skip-warnings", "The processor check does not stop for ENTER.", "skip-warnings",
+     [](orl::Settings& settings, Line& line) {
+       line.take();
+       settings.skip_warnings = true;
+     }},
+};
+
+constexpr Option<ModeHolder> kCustom[] = {
+    {"-dec", "-dec:DIGITS", "Decimal digits, at least 100. Default 1m.", "-dec:10m",
+     [](ModeHolder& mode, Line& line) {
+       mode.current().set_decimal_digits(parse_decimal_count(take_value(line)));
+     }},
+    {"-hex", "-hex:DIGITS", "Hexadecimal digits; 0 (the default) for none.", "-hex:1000000",
+     [](ModeHolder& mode, Line& line) {
+       mode.current().set_hexadecimal_digits(parse_decimal_count(take_value(line)));
+     }},
+    {"-algorithm", "-algorithm:NAME", "Algorithm of the constant; the list is below.", "-algorithm:ramanujan",
+     [](ModeHolder& mode, Line& line) { mode.current().constant().set_algorithm(take_value(line)); }},
+    {"-o", "-o PATH", "Folder of the digit files; it must exist. Default: the working folder.", "-o digits",
+     [](ModeHolder& mode, Line& line) { mode.current().set_output_path(take_path(line)); }},
+    {"-od", "-od:N", "0 computes and proves the digits without writing files. Default 1.", "-od:0",
+     [](ModeHolder& mode, Line& line) { mode.current().output_digits = take_signed(line) != 0; }},
+    {"-C", "-C:N",
+     "Compressed digit files of N digits each, at least 1m; 0 (the default) for text, -1 for one compressed "
+     "file.",
+     "-C:1m",
+     [](ModeHolder& mode, Line& line) {
+       mode.current().request_digits_per_file(static_cast<u64>(take_signed(line)));
+     }},
+    {"-compress", "-compress:N", "The same as -C.", "-compress:-1",
+     [](ModeHolder& mode, Line& line) {
+       mode.current().request_digits_per_file(static_cast<u64>(take_signed(line)));
+     }},
+    {"-verify", "-verify:N",
+     "0 skips the proof of the conversion and the reading back of the files. Default 1.", "-verify:1",
+     [](ModeHolder& mode, Line& line) { mode.current().verify_conversion = take_signed(line) != 0; }},
+    {"-mode", "-mode:MODE", "ram (the default) or swap.", "-mode:ram",
+     [](ModeHolder& mode, Line& line) { mode.set_mode(take_value(line)); }},
+    {"-MA", "-MA:NAME", "Memory allocator: malloc, mmap (the default), interleave, interleave-libnuma.",
+     "-MA:malloc", [](ModeHolder& mode, Line& line) { mode.current().set_allocator(take_value(line)); }},
+    {"-PF", "-PF:NAME", "Parallel framework: none, spawn, cppasync, pushpool, tbb, cilk.", "-PF:pushpool",
+     [](ModeHolder& mode, Line& line) { mode.current().parallelism.set_framework(take_value(line)); }},
+    {"-TD", "-TD:N", "Task decomposition, 1 to 65536: the number of tasks to cut the work into.", "-TD:8",
+     [](ModeHolder& mode, Line& line) { mode.current().parallelism.set_tds(take_integer(line)); }},
+    {"-M", "-M:BYTES", "Memory to use; swap mode only.", "-M:1.5G",
+     [](ModeHolder& mode, Line& line) {
+       auto& swap = mode.swap_for("-M");
+       swap.memory_bytes = take_bytes(line);
+     }},
+    {"-minIO", "-minIO:BYTES", "Smallest unit of reading and writing; swap mode only.", "-minIO:1M",
+     [](ModeHolder& mode, Line& line) {
+       auto& swap = mode.swap_for("-minIO");
+       swap.minimum_io_bytes = take_bytes(line);
+     }},
+    {"-swap", "-swap:TYPE PATH...",
+     "Disk array, raid0 or raid3, on all folders that follow; swap mode only, last on the line.",
+     "-swap:raid0 /disk1 /disk2",
+     [](ModeHolder& mode, Line& line) {
+       auto& swap = mode.swap_for("-swap");
+       take_swap(line, swap.raid_type, swap.raid_paths);
+     }},
+};
+
+constexpr BenchSize kSizes[] = {
+    {"25m", 25000000},      {"50m", 50000000},      {"100m", 100000000},   {"250m", 250000000},
+    {"500m", 500000000},    {"1b", 1000000000},     {"2.5b", 2500000000},  {"5b", 5000000000},
+    {"10b", 10000000000},   {"25b", 25000000000},   {"50b", 50000000000},  {"100b", 100000000000},
+    {"250b", 250000000000}, {"500b", 500000000000}, {"1t", 1000000000000}, {"2.5t", 2500000000000},
+    {"1M", u64{1} << 20},   {"2M", u64{1} << 21},   {"4M", u64{1} << 22},  {"8M", u64{1} << 23},
+    {"16M", u64{1} << 24},  {"32M", u64{1} << 25},  {"64M", u64{1} << 26}, {"128M", u64{1} << 27},
+    {"256M", u64{1} << 28}, {"512M", u64{1} << 29}, {"1G", u64{1} << 30},  {"2G", u64{1} << 31},
+    {"4G", u64{1} << 32},   {"8G", u64{1} << 33},   {"16G", u64{1} << 34}, {"32G", u64{1} << 35},
+    {"64G", u64{1} << 36},  {"128G", u64{1} << 37},
+};
+
+constexpr Option<BenchSettings> kBench[] = {
+    {"-o", "-o PATH", "Folder of the digit files.", "-o digits",
+     [](BenchSettings& bench, Line& line) { bench.parameters.set_output_path(take_path(line)); }},
+    {"-od", "-od:N", "Other than 0 writes digit files; 0 (the default) does not.", "-od:1",
+     [](BenchSettings& bench, Line& line) { bench.parameters.output_digits = take_signed(line) != 0; }},
+    {"-TD", "-TD:N", "Task decomposition, 1 to 65536.", "-TD:8",
+     [](BenchSettings& bench, Line& line) { bench.parameters.parallelism.set_tds(take_integer(line)); }},
+    {"-PF", "-PF:NAME", "Parallel framework.", "-PF:none",
+     [](BenchSettings& bench, Line& line) { bench.parameters.parallelism.set_framework(take_value(line)); }},
+    {"-MA", "-MA:NAME", "Memory allocator.", "-MA:mmap",
+     [](BenchSettings& bench, Line& line) { bench.parameters.set_allocator(take_value(line)); }},
+};
+
+constexpr Option<BenchIoSettings> kBenchIo[] = {
+    {"-M", "-M:BYTES", "Total size of the test.", "-M:4G",
+     [](BenchIoSettings& io, Line& line) { io.total_bytes = clamp_memory(take_bytes(line)); }},
+    {"-MA", "-MA:NAME", "Memory allocator.", "-MA:mmap",
+     [](BenchIoSettings& io, Line& line) { io.parameters.set_allocator(take_value(line)); }},
+    {"-PF", "-PF:NAME", "Parallel framework.", "-PF:pushpool",
+     [](BenchIoSettings& io, Line& line) { io.parameters.parallelism.set_framework(take_value(line)); }},
+    {"-TD", "-TD:N", "Task decomposition, 1 to 65536.", "-TD:8",
+     [](BenchIoSettings& io, Line& line) { io.parameters.parallelism.set_tds(take_integer(line)); }},
+    {"-minIO", "-minIO:BYTES", "Smallest unit of reading and writing, at least 4096.", "-minIO:1M",
+     [](BenchIoSettings& io, Line& line) { io.minimum_io_bytes = std::max<u64>(take_bytes(line), 4096); }},
+    {"-swap", "-swap:TYPE PATH...", "Disk array, raid0 or raid3, on all folders that follow.",
+     "-swap:raid0 /disk1 /disk2",
+     [](BenchIoSettings& io, Line& line) { take_swap(line, io.raid_type, io.raid_paths); }},
+};
+
+void select_test(StressSettings& stress, Line& line) { stress.tests.push_back(line.take()); }
+
+constexpr Option<StressSettings> kStress[] = {
+    {"-M", "-M:BYTES", "Memory to test.", "-M:8G",
+     [](StressSettings& stress, Line& line) { stress.memory_bytes = clamp_memory(take_bytes(line)); }},
+    {"-D", "-D:SECONDS", "Seconds a test, at most 1000000.", "-D:120",
+     [](StressSettings& stress, Line& line) {
+       stress.seconds_per_test = std::min<u64>(take_integer(line), 1000000);
+     }},
+    {"BKT", "BKT", "Basecase and Karatsuba products.", "BKT", select_test},
+    {"N32", "N32", "32-bit residue transforms.", "N32", select_test},
+    {"N64", "N64", "64-bit residue transforms.", "N64", select_test},
+    {"HNT", "HNT", "Mixed workload.", "HNT", select_test},
+    {"VST", "VST", "Vector residue transforms.", "VST", select_test},
+    {"C17", "C17", "The transforms of the largest products.", "C17", select_test},
+};
+
+}  // namespace
+
+std::span<const Option<orl::Settings>> global_options() { return kGlobal; }
+std::span<const Option<ModeHolder>> custom_options() { return kCustom; }
+std::span<const Option<BenchSettings>> bench_options() { return kBench; }
+std::span<const Option<BenchIoSettings>> benchio_options() { return kBenchIo; }
+std::span<const Option<StressSettings>> stress_options() { return kStress; }
+std::span<const BenchSize> bench_sizes() { return kSizes; }
+
+}  // namespace orvane

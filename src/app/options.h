@@ -1,0 +1,75 @@
+// Option tables: what the program parses, and the text that --help prints for each row.
+//
+// One row serves both, so an option cannot be parsed and undocumented, or documented and ignored.
+#pragma once
+
+#include <span>
+#include <string>
+#include <vector>
+
+#include "app/command_line.h"
+#include "compute/parameters.h"
+#include "frame/settings.h"
+
+namespace orvane {
+
+/// A row of a table. `form` is what the user types, `help` what it does, `example` a token that works.
+template <class Target>
+struct Option {
+  const char* key;
+  const char* form;
+  const char* help;
+  const char* example;
+  void (*handler)(Target&, orl::CommandLine::Parameters&);
+};
+
+struct OptionText {
+  const char* form;
+  const char* help;
+  const char* example;
+};
+
+/// Settings of the Pi benchmark.
+struct BenchSettings {
+  u64 decimal_digits = 0;  ///< 0: no size given yet
+  RamParameters parameters;
+};
+
+/// Settings of the I/O benchmark.
+struct BenchIoSettings {
+  u64 total_bytes = 0;
+  u64 minimum_io_bytes = 4096;
+  RamParameters parameters;
+  std::string raid_type;
+  std::vector<std::string> raid_paths;
+};
+
+/// Settings of the component stress tester.
+struct StressSettings {
+  u64 memory_bytes = 0;
+  u64 seconds_per_test = 0;
+  std::vector<std::string> tests;  ///< empty: all
+};
+
+std::span<const Option<orl::Settings>> global_options();
+std::span<const Option<ModeHolder>> custom_options();
+std::span<const Option<BenchSettings>> bench_options();
+std::span<const Option<BenchIoSettings>> benchio_options();
+std::span<const Option<StressSettings>> stress_options();
+
+/// A benchmark size: its token and decimal digits. 16 decimal rows, then 18 binary ones.
+struct BenchSize {
+  const char* token;
+  u64 decimal_digits;
+};
+std::span<const BenchSize> bench_sizes();
+
+/// The row with this key, or null.
+template <class Target>
+const Option<Target>* find_option(std::span<const Option<Target>> table, const std::string& key) {
+  for (const auto& option : table)
+    if (key == option.key) return &option;
+  return nullptr;
+}
+
+}  // namespace orvane

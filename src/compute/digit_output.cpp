@@ -1,0 +1,236 @@
+#include "compute/digit_output.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "digits/digit_text.h"
+#include "digits/digit_words.h"
+#include "digits/hashed_digits.h"
+#include "digits/page_writer.h"
+#include "frame/ending.h"
+#include "frame/exceptions.h"
+#include "frame/fault_point.h"
+#include "numbers/hash.h"
+#include "swap/raw_io_buffer.h"
+
+namespace orvane {
+namespace {
+
+using orl::BufferTooSmallException;
+using orl::DigitStats;
+using orl::DigitWriter;
+using orl::InvalidParametersException;
+using orl::kIoAlignment;
+using orl::LinearHeapBuffer;
+using orl::s64;
+using orl::u8;
+
+constexpr u64 kLastDigits = 100;
+constexpr u64 kReadOverhead = 8320;        // what a read-back needs beside its block
+constexpr u64 kMinBlockDigits = 65536;     // of a pass; smaller blocks cost calls
+constexpr u64 kMaxBlockDigits = 16777216;  // larger ones only leave the cache
+constexpr u64 kForkWords = 16384;          // below this a task costs more than its work
+
+// The integer before the point in the stream's radix, and the point.
+std::string first_digits_text(const DigitWords& number) {
+  std::string text;
+  u64 rest = number.integer_part;
+  do text.insert(text.begin(), "0123456789abcdef"[rest % number.radix]);
+  while (rest /= number.radix);
+  return text + ".";
+}
+
+// Hash of Floor(|x| * radix^digit_count) from the words themselves, without making digits.
+u64 hash_of_words(const DigitWords& number, u64 digit_count, orl::ParallelContext parallel) {
+  const u64 width = orl::digits_per_word(number.radix);
+  const u64 base = orl::hash_pow(number.radix, width);
+  const u64 whole = digit_count / width, rest = digit_count % width;
+  const u64* const lowest = number.words + (number.word_count - whole);
+  u64 hash = orl::hash_mul(number.integer_part, orl::hash_pow(base, whole));
+  hash = orl::hash_add(hash, orl::bp_hash_base(0, base, lowest, whole, parallel));
+  if (rest == 0) return hash;
+  // The word below is cut after its first `rest` digits.
+  u64 top = lowest[-1];
+  for (u64 i = rest; i < width; i++) top /= number.radix;
+  return orl::hash_mul_add(hash, orl::hash_pow(number.radix, rest), top);
+}
+
+// Raw digits of words [first_word, first_word + count) in stream order.
+void words_to_digits(u8* digits, const DigitWords& number, u64 first_word, u64 count,
+                     orl::ParallelContext parallel) {
+  const u64 width = orl::digits_per_word(number.radix);
+  const u64* const top = number.words + (number.word_count - 1 - first_word);
+  const u64 blocks = std::clamp<u64>(count / kForkWords, 1, parallel.tds);
+  const u64 block = (count + blocks - 1) / blocks;
+  const auto run = [&](u64 i) {
+    const u64 begin = std::min(i * block, count), end = std::min(begin + block, count);
+    if (begin < end) orl::unpack_words(number.radix, digits + begin * width, top - begin, -1, end - begin);
+  };
+  if (blocks == 1)
+    run(0);
+  else
+    orl::fork_range(parallel.parallelizer, 0, blocks, run);
+}
+
+// The stream's digits through the statistics, the hasher and the writer, block by block.
+void digit_pass(const OutputContext& context, const DigitWords& number, u64 digit_count, DigitWriter* writer,
+                OutputResult& result) {
+  const u64 width = orl::digits_per_word(number.radix);
+  if (digit_count > number.word_count * width)
+    throw InvalidParametersException("digit_pass()", "The number has fewer digits than asked for.");
+  const auto block_bytes = [&](u64 words) {
+    return LinearHeapBuffer::cut_bytes<u8>(words * width) +
+           (writer ? writer->buffer_bytes(words * width) : 0);
+  };
+  const u64 total_words = (digit_count + width - 1) / width;
+  u64 block_words = std::min(total_words, kMaxBlockDigits / width);
+  while (block_words > 1 && block_bytes(block_words) > context.buffer.size) block_words /= 2;
+  LinearHeapBuffer window = context.buffer;
+  u8* const digits = window.cut<u8>(block_words * width);
+
+  DigitStats stats(number.radix);
+  std::optional<orl::DigitHasher> hasher;
+  if (number.radix == 10) hasher.emplace(1);
+  std::string last;
+  for (u64 word = 0; word < total_words; word += block_words) {
+    const u64 words = std::min(block_words, total_words - word);
+    const u64 begin = word * width, count = std::min(words * width, digit_count - begin);
+    words_to_digits(digits, number, word, words, context.parallel);
+    stats.append(digits, count, context.parallel);
+    const auto store = [&] {
+      if (writer) writer->store_digits(digits, begin, count, window, context.parallel.right());
+    };
+    const auto hash = [&] {
+      if (hasher) hasher->append(digits, count);
+    };
+    // The hash of the text is one chain of work, so it runs beside the file.
+    if (context.parallel.tds > 1 && writer) {
+      orl::fork_pair(context.parallel.parallelizer, hash, store);
+    } else {
+      hash();
+      if (writer) writer->store_digits(digits, begin, count, window, context.parallel);
+    }
+    const u64 kept = std::min(count, kLastDigits);
+    for (u64 i = count - kept; i < count; i++) last.push_back("0123456789abcdef"[digits[i]]);
+    if (last.size() > kLastDigits) last.erase(0, last.size() - kLastDigits);
+    context.status.show_count(writer ? "Writing...    " : "Processing... ", begin + count,
+                              writer ? "  digits written" : "  digits analyzed");
+  }
+  result.counts = stats.counts;
+  result.last_digits = std::move(last);
+  if (hasher) result.sha256 = hasher->finish();
+}
+
+OutputResult make_result(const OutputContext& context, const DigitWords& number, u64 digit_count) {
+  OutputResult result;
+  result.radix = number.radix;
+  result.digit_count = digit_count;
+  result.first_digits = first_digits_text(number);
+  result.hash = orl::hash_canon(hash_of_words(number, digit_count, context.parallel));
+  return result;
+}
+
+// Before the digits are made, after their hash is known: whatever changes now is found by the reading back.
+void let_faults_in(const DigitWords& number) {
+  orl::fault_point("digit words", const_cast<u64*>(number.words), number.word_count * sizeof(u64));
+}
+
+std::string counts_text(const orl::DigitCounts& counts) {
+  std::string text;
+  for (u32 digit = 0; digit < counts.radix(); digit++)
+    text += (digit ? " " : "") + std::to_string(counts.count(digit));
+  return text;
+}
+
+// The digits before the point, as a number; each is checked.
+u64 read_first_digits(const std::string& text, u32 radix) {
+  const char* const function = "read_check()";
+  if (text.find('.') == std::string::npos)
+    throw orl::ParseException(function,
+                              "A decimal place was not found within the first 63 bytes of the file.");
+  if (radix != 10 && radix != 16) throw InvalidParametersException(function, "Invalid radix.");
+  u64 value = 0;
+  for (char c : text) {
+    if (c == '.') break;
+    const u32 digit = orl::digit_value(c);
+    if (digit >= radix)
+      throw InvalidParametersException(function, radix == 10 ? "Invalid decimal digit in first digits."
+                                                             : "Invalid hexadecimal digit in first digits.");
+    value = value * radix + digit;
+  }
+  return value;
+}
+
+}  // namespace
+
+u64 output_buffer_bytes() {
+  return LinearHeapBuffer::cut_bytes<u8>(kMinBlockDigits) + orl::page_span_bytes(kMinBlockDigits) +
+         kReadOverhead + kIoAlignment;
+}
+
+OutputResult write_digits(const OutputContext& context, const DigitWords& number, u64 digit_count,
+                          const OutputTarget& target) {
+  OutputResult result = make_result(context, number, digit_count);
+  const std::string name = orl::digit_file_name(target.constant, target.algorithm, number.radix);
+  const auto writer = orl::make_digit_writer(target.path, name, result.first_digits, number.radix,
+                                             target.digits_per_file, digit_count);
+  let_faults_in(number);
+  digit_pass(context, number, digit_count, writer.get(), result);
+  std::string path = writer->path();
+  result.reader = writer->close_and_get_basic_reader();
+  orl::fault_point("digit file", path.data(), path.size());
+  return result;
+}
+
+OutputResult process_digits(const OutputContext& context, const DigitWords& number, u64 digit_count) {
+  OutputResult result = make_result(context, number, digit_count);
+  let_faults_in(number);
+  digit_pass(context, number, digit_count, nullptr, result);
+  return result;
+}
+
+void verify_binary_output(const OutputContext& context, const DigitWords& number,
+                          const OutputResult& result) {
+  context.events.add("Verifying Binary Output");
+  context.status.println("Verifying Binary Output:");
+  const orl::StatusFrame frame(context.status, "Hashing: ");
+  // Taken from the words again; `result.hash` was taken when the digits went out.
+  const u64 after = orl::hash_canon(hash_of_words(number, result.digit_count, context.parallel));
+  if (after == result.hash) return;
+  context.status.println("Before Hash = " + std::to_string(result.hash), 'R');
+  context.status.println("After  Hash = " + std::to_string(after), 'R');
+  orl::fatal_error("Data Corruption Detected: Checksum Mismatch");
+}
+
+void read_check(const OutputContext& context, OutputResult& result) {
+  if (context.buffer.size < kReadOverhead + kIoAlignment)
+    throw BufferTooSmallException("read_check()", context.buffer.size, kReadOverhead + kIoAlignment);
+  const char* const title = result.radix == 10 ? "Verifying Decimal Output" : "Verifying Hexadecimal Output";
+  context.events.add(title);
+  context.status.println(std::string(title) + ":");
+
+  DigitStats stats(result.radix);
+  stats.hash = read_first_digits(result.reader->first_digits(), result.radix);
+  const u64 block =
+      std::max(std::min(context.buffer.size - kReadOverhead, 4 * kMaxBlockDigits), kIoAlignment);
+  for (u64 done = 0; done < result.digit_count;) {
+    const u64 count = std::min(block, result.digit_count - done);
+    try {
+      result.reader->load_stats(stats, done, count, context.buffer, context.parallel);
+    } catch (const orl::Exception&) {
+      result.reader->mark_unfinished();
+      throw;
+    }
+    done += count;
+    context.status.show_count("Verifying...    ", done, "  digits hashed");
+  }
+  if (orl::hash_canon(stats.hash) == result.hash && stats.counts == result.counts) return;
+  result.reader->mark_unfinished();
+  context.status.println("Pre-Write Hash = " + std::to_string(result.hash), 'R');
+  context.status.println("Read-Back Hash = " + std::to_string(orl::hash_canon(stats.hash)), 'R');
+  context.status.println("Pre-Write Counts = " + counts_text(result.counts), 'R');
+  context.status.println("Read-Back Counts = " + counts_text(stats.counts), 'R');
+  orl::fatal_error("Digit output failed. Metadata cross-check doesn't match.");
+}
+
+}  // namespace orvane

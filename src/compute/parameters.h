@@ -1,0 +1,120 @@
+// What a computation is asked to do: the settings that the command line, a menu or a file fills in.
+//
+// ComputeParameters is shared by both modes; RamParameters and SwapParameters add what is their own.
+// ModeHolder keeps one of each and a current one, so that a change of mode carries the shared settings
+// across.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "compute/constant.h"
+#include "config/object.h"
+#include "parallel/allocators.h"
+#include "parallel/parallelism.h"
+
+namespace orvane {
+
+/// Digits asked for plus guard digits, and how many words hold them.
+struct Precision {
+  u64 digits = 0;
+  u64 words() const;
+};
+
+/// Guard digits beyond what is written; they are computed and dropped.
+inline constexpr u64 kGuardDigits = 100;
+inline constexpr u64 kMinDecimalDigits = 100;
+inline constexpr u64 kOneFile = ~u64{0};  ///< digits per file: one compressed file for the whole stream
+
+class ComputeParameters {
+ public:
+  ComputeParameters();
+  virtual ~ComputeParameters() = default;
+
+  const Constant& constant() const { return *constant_; }
+  Constant& constant() { return *constant_; }
+  /// Takes a new constant and derives its precision.
+  void set_constant(std::unique_ptr<Constant> constant);
+
+  u64 decimal_digits() const { return decimal_digits_; }
+  u64 hexadecimal_digits() const { return hexadecimal_digits_; }
+  /// Throws InvalidParametersException "Computation size must be at least 100 decimal digits." or
+  /// "Computation size cannot be larger than ... decimal digits."; 0 hexadecimal digits turn that output off.
+  void set_decimal_digits(u64 digits);
+  void set_hexadecimal_digits(u64 digits);
+  const Precision& precision() const { return precision_; }
+
+  /// The file-size rule: takes `digits`, or warns and keeps the old value.
+  void request_digits_per_file(u64 digits);
+  /// Looks at the last request again, now that all digit counts are known.
+  void settle_digits_per_file();
+  u64 digits_per_file() const { return digits_per_file_; }
+
+  void set_allocator(const std::string& key) { allocator = orl::create_allocator(key); }
+  /// Throws InvalidParametersException "Path is not writable."
+  void set_output_path(const std::string& path);
+  const std::string& output_path() const { return output_path_; }
+
+  /// True if the run may go on; prints the warnings that it has. Throws when the computation is impossible.
+  virtual bool check_parameters() = 0;
+  /// Carries the computation through. Returns the status of the process.
+  virtual int run(int reserved) = 0;
+  virtual const char* mode_name() const = 0;
+
+  /// Copies what both modes share.
+  void copy_shared(const ComputeParameters& other);
+
+  bool output_digits = true;
+  bool verify_conversion = true;
+  orl::Parallelism parallelism;
+  std::unique_ptr<orl::MemoryAllocator> allocator;
+
+ private:
+  void digits_changed();
+
+  std::unique_ptr<Constant> constant_;
+  u64 decimal_digits_ = 1000000;
+  u64 hexadecimal_digits_ = 0;
+  Precision precision_;
+  u64 digits_per_file_ = 0;
+  u64 requested_digits_per_file_ = 0;
+  std::string output_path_;
+};
+
+class RamParameters final : public ComputeParameters {
+ public:
+  bool check_parameters() override;
+  int run(int reserved) override;
+  const char* mode_name() const override { return "Ram Only"; }
+};
+
+/// Settings of the mode on disks. They can be given and are checked; the computation itself comes later.
+class SwapParameters final : public ComputeParameters {
+ public:
+  bool check_parameters() override;
+  int run(int reserved) override;
+  const char* mode_name() const override { return "Swap Mode"; }
+
+  u64 memory_bytes = 0;
+  u64 minimum_io_bytes = 0;
+  std::string raid_type;
+  std::vector<std::string> raid_paths;
+};
+
+class ModeHolder {
+ public:
+  ModeHolder();
+  ComputeParameters& current() { return *current_; }
+  /// "ram" or "swap"; throws InvalidParametersException "Invalid Mode: " with any other word.
+  void set_mode(const std::string& word);
+  /// The swap object, or throws InvalidParametersException "Option ... is not supported for this mode."
+  SwapParameters& swap_for(const char* option);
+
+ private:
+  std::unique_ptr<RamParameters> ram_;
+  std::unique_ptr<SwapParameters> swap_;
+  ComputeParameters* current_;
+};
+
+}  // namespace orvane

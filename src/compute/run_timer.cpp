@@ -1,0 +1,61 @@
+#include "compute/run_timer.h"
+
+#include <sys/resource.h>
+#include <sys/time.h>
+
+#include <chrono>
+#include <ctime>
+#include <tuple>
+
+namespace orvane {
+namespace {
+
+double seconds(const timeval& time) {
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) * 1e-6;
+}
+
+// User and kernel seconds of the process so far.
+std::pair<double, double> processor_seconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return {seconds(usage.ru_utime), seconds(usage.ru_stime)};
+}
+
+std::string date_of_now() {
+  timeval now{};
+  gettimeofday(&now, nullptr);
+  tm local{};
+  localtime_r(&now.tv_sec, &local);
+  char text[64];
+  const std::size_t length = std::strftime(text, sizeof text, "%a %b %e %H:%M:%S %Y", &local);
+  return std::string(text, length);
+}
+
+}  // namespace
+
+double monotonic_seconds() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
+
+RunTimer::RunTimer()
+    : start_wall_(monotonic_seconds()), last_stage_(start_wall_), start_date_(date_of_now()) {
+  std::tie(start_user_, start_kernel_) = processor_seconds();
+}
+
+double RunTimer::add_stage(const std::string& name) {
+  const double now = monotonic_seconds();
+  const double spent = now - last_stage_;
+  last_stage_ = now;
+  stages_.emplace_back(name, spent);
+  return spent;
+}
+
+void RunTimer::stop() {
+  wall_ = monotonic_seconds() - start_wall_;
+  const auto [user, kernel] = processor_seconds();
+  user_ = user - start_user_;
+  kernel_ = kernel - start_kernel_;
+  end_date_ = date_of_now();
+}
+
+}  // namespace orvane

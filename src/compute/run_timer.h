@@ -1,0 +1,40 @@
+// Times of a run: wall clock and processor, whole and by stage.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "frame/types.h"
+
+namespace orvane {
+
+/// Seconds since an arbitrary start, from a clock that does not jump.
+double monotonic_seconds();
+
+class RunTimer {
+ public:
+  /// Starts all sums.
+  RunTimer();
+
+  /// Records the time since the last call, or since the start, under a name.
+  double add_stage(const std::string& name);
+  void stop();
+
+  const std::vector<std::pair<std::string, double>>& stages() const { return stages_; }
+  /// Valid after stop(): wall, user and kernel seconds of the process between start and stop.
+  double wall_seconds() const { return wall_; }
+  double user_seconds() const { return user_; }
+  double kernel_seconds() const { return kernel_; }
+  /// "Sat Nov 21 09:24:13 2026"
+  const std::string& start_date() const { return start_date_; }
+  const std::string& end_date() const { return end_date_; }
+
+ private:
+  double start_wall_, start_user_, start_kernel_, last_stage_;
+  double wall_ = 0, user_ = 0, kernel_ = 0;
+  std::string start_date_, end_date_;
+  std::vector<std::pair<std::string, double>> stages_;
+};
+
+}  // namespace orvane

@@ -1,0 +1,310 @@
+// The run of a computation in memory, stage by stage.
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "compute/digit_output.h"
+#include "compute/parameters.h"
+#include "compute/ram_plan.h"
+#include "compute/run_timer.h"
+#include "frame/console.h"
+#include "frame/ending.h"
+#include "frame/event_log.h"
+#include "frame/exceptions.h"
+#include "frame/status.h"
+#include "numbers/algorithm_table.h"
+#include "numbers/big_float.h"
+#include "numbers/hash.h"
+#include "parallel/frameworks.h"
+
+namespace orvane {
+namespace {
+
+namespace console = orl::console;
+using orl::InvalidParametersException;
+using orl::LinearHeapBuffer;
+
+constexpr orl::u32 kStatusWidth = 79;
+constexpr double kStatusRefresh = 1.0;
+
+u64 physical_memory() {
+  return static_cast<u64>(sysconf(_SC_PHYS_PAGES)) * static_cast<u64>(sysconf(_SC_PAGESIZE));
+}
+
+std::string seconds_text(double seconds) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.3f seconds", seconds);
+  return text;
+}
+
+void print_right_aligned(const char* label, u64 value) {
+  const std::string number = console::format_with_commas(value);
+  const std::size_t used = std::strlen(label) + number.size();
+  console::label_value(label + std::string(used < 36 ? 36 - used : 1, ' '), number, 'G');
+}
+
+// Sets the number to a fixed layout, [base, base + words): the word at index words - 1 is the integer part.
+// Zeros fill what the number does not reach; what lies below the lowest word is dropped.
+void lay_out(const orl::BigFloat<Word>& number, Word* base, u64 words) {
+  if (number.signum() == 0)
+    throw InvalidParametersException(
+        "words_to_dec()",
+        "Number is zero and out of range.\n\nOrvane's radix conversion and digit output is only equipped to "
+        "handle\n"
+        "positive numbers with a magnitude near 1.\n\nThe exact range that Orvane can handle is:\n"
+        "    32-bit binaries: 2^-32 < x < 2^32\n    64-bit binaries: 2^-64 < x < 2^64");
+  if (number.signum() < 0 || number.magnitude() > 1 || number.magnitude() < 0)
+    throw InvalidParametersException(
+        "words_to_dec()",
+        "Number is out of range.\n\nOrvane's radix conversion and digit output is only equipped to handle\n"
+        "positive numbers with a magnitude near 1.\n\nThe exact range that Orvane can handle is:\n"
+        "    32-bit binaries: 2^-32 < x < 2^32\n    64-bit binaries: 2^-64 < x < 2^64");
+  const orl::s64 lowest = 1 - static_cast<orl::s64>(words);  // exponent of base[0]
+  const u64 dropped = number.exp < lowest ? static_cast<u64>(lowest - number.exp) : 0;
+  const u64 kept = number.L - std::min(dropped, number.L);
+  const u64 at = static_cast<u64>(number.exp + static_cast<orl::s64>(dropped) - lowest);
+  std::memmove(base + at, number.T + dropped, kept * sizeof(Word));
+  std::memset(base, 0, at * sizeof(Word));
+  std::memset(base + at + kept, 0, (words - at - kept) * sizeof(Word));
+}
+
+// One run: the stages in order, over the two blocks.
+class RamSession {
+ public:
+  explicit RamSession(ComputeParameters& parameters)
+      : parameters_(parameters),
+        plan_(parameters.constant(), parameters.precision().words(), parameters.decimal_digits(),
+              parameters.parallelism.tds(), parameters.verify_conversion),
+        status_(kStatusWidth, kStatusRefresh),
+        parallel_(parameters.parallelism.context()) {}
+
+  void run() {
+    print_summary();
+    console::label_value("\nStart Time:  ", timer_.start_date(), 'Y');
+    console::newline();
+    parallel_.parallelizer.reserve();
+    const auto working = allocate("Working Memory", plan_.working_bytes());
+    const auto twiddles = allocate("Twiddle Tables", plan_.table_bytes());
+    if (allocation_errors_)
+      console::println(
+          "Memory allocation errors detected. Possible performance degradation.\nPlease see event log for "
+          "details.",
+          'Y');
+    const LinearHeapBuffer heap(working->address(), working->length());
+    orl::TransformTables tables(LinearHeapBuffer(twiddles->address(), twiddles->length()));
+    orl::basic_table<Word>().ensure_tables(tables, plan_.table_bits());
+
+    event("Begin Computation", "\nBegin Computation:\n");
+    compute_and_write(heap, tables);
+    parallel_.parallelizer.reset();
+    timer_.stop();
+    events_.add("End Computation");
+    print_report();
+  }
+
+ private:
+  void event(const char* name, const char* line) {
+    events_.add(name);
+    status_.println(line, 'w');
+  }
+
+  void print_summary() {
+    const Constant& constant = parameters_.constant();
+    console::label_value("Constant:    ", constant.name_long(), 'G');
+    console::label_value("Algorithm:   ", constant.algorithm_long(), 'G');
+    console::newline();
+    print_right_aligned("Decimal Digits:", parameters_.decimal_digits());
+    if (parameters_.hexadecimal_digits() != 0)
+      print_right_aligned("Hexadecimal Digits:", parameters_.hexadecimal_digits());
+    else
+      console::label_value("Hexadecimal Digits:         ", "Disabled", 'g');
+    console::newline();
+    console::label_value("Computation Mode:  ", parameters_.mode_name(), 'R');
+    console::print("Multi-Threading:   ", 'w');
+    parallel_.parallelizer.print_status(parallel_.tds);
+    console::label_value("\nMemory Allocator:  ", parameters_.allocator->to_string(), 'G');
+  }
+
+  std::unique_ptr<orl::LargeMemory> allocate(const char* name, u64 bytes) {
+    events_.add(name);
+    status_.print(std::string(name) + "...  ", 'w');
+    std::vector<std::string> errors;
+    auto memory =
+        orl::allocate_or_exit(*parameters_.allocator, std::max<u64>(bytes, 4096), parallel_, errors);
+    const std::string size = console::format_bytes(bytes);
+    status_.println(size, 'G');
+    events_.add_line(std::string(name) + ": ", size);
+    for (const std::string& error : errors) events_.add_line("Allocation Error: ", error);
+    allocation_errors_ = allocation_errors_ || !errors.empty();
+    return memory;
+  }
+
+  void finish_stage(const std::string& name) {
+    const double spent = timer_.add_stage(name);
+    status_.print(name + ":  ", 'w');
+    status_.println(seconds_text(spent) + "\n", 'Y');
+  }
+
+  void compute_and_write(LinearHeapBuffer heap, const orl::TransformTables& tables) {
+    const orl::RunContext context{parallel_, tables, status_};
+    timer_.add_stage("Setup");
+
+    Word* const number = heap.cut<Word>(plan_.number_words());
+    orl::BigFloat<Word> result(number, plan_.number_words());
+    plan_.constant().run(context, result, heap);
+    const u64 words = plan_.precision_words();
+    lay_out(result, number, words);
+    finish_stage(parameters_.constant().name());
+
+    const DigitWords hexadecimal{16, number[words - 1], number, words - 1};
+    if (parameters_.hexadecimal_digits() != 0) {
+      hex_ = output(heap, hexadecimal, parameters_.hexadecimal_digits(), "Hexadecimal");
+    }
+
+    event("Base Converting", "Base Converting:");
+    Word* const digits = heap.cut<Word>(plan_.decimal_words());
+    orl::BigFloat<Word> binary(number, words);
+    binary.L = number[words - 1] == 0 ? words - 1 : words;
+    binary.exp = 1 - static_cast<orl::s64>(words);
+    binary.sign = 1;
+    binary.strip_top_zeros();
+    plan_.conversion().run(context, digits, binary, heap);
+    finish_stage("Base Conversion");
+
+    const DigitWords decimal{10, number[words - 1], digits, plan_.decimal_words()};
+    dec_ = output(heap, decimal, parameters_.decimal_digits(), "Decimal");
+
+    if (!parameters_.verify_conversion) return;
+    verify_conversion(context, digits, binary, heap);
+    OutputContext reading{parallel_, status_, events_, heap};
+    if (hex_.digit_count != 0) verify_binary_output(reading, hexadecimal, hex_);
+    if (dec_.reader) read_check(reading, dec_);
+    if (hex_.reader) read_check(reading, hex_);
+    finish_stage("Verification");
+  }
+
+  OutputResult output(LinearHeapBuffer buffer, const DigitWords& words, u64 digit_count,
+                      const char* radix_name) {
+    const OutputContext context{parallel_, status_, events_, buffer};
+    const std::string line =
+        std::string(parameters_.output_digits ? "Writing " : "Processing ") + radix_name + " Digits:";
+    event(line.c_str(), line.c_str());
+    const Constant& constant = parameters_.constant();
+    const OutputTarget target{constant.name(), constant.algorithm_short(), parameters_.output_path(),
+                              parameters_.digits_per_file()};
+    OutputResult result = parameters_.output_digits ? write_digits(context, words, digit_count, target)
+                                                    : process_digits(context, words, digit_count);
+    finish_stage(std::string(radix_name) + " Output");
+    return result;
+  }
+
+  void verify_conversion(const orl::RunContext& context, const Word* digits,
+                         const orl::BigFloat<Word>& binary, LinearHeapBuffer heap) {
+    event("Verifying Base Conversion", "Verifying Base Conversion:");
+    const auto proof = plan_.verification()->run(context, digits, binary, heap);
+    if (proof.ok) return;
+    status_.println("R = " + std::to_string(proof.digits_hash), 'R');
+    status_.println("B = " + std::to_string(proof.binary_hash), 'R');
+    orl::fatal_error("Base Conversion Failed: Checksum Mismatch");
+  }
+
+  void print_report() {
+    double computing = 0;
+    for (const auto& [name, spent] : timer_.stages())
+      if (name == parameters_.constant().name() || name == "Base Conversion") computing += spent;
+    console::println("\nEnd Computation\n", 'w');
+    console::label_value("Start Time:                 ", timer_.start_date(), 'Y');
+    console::label_value("End Time:                   ", timer_.end_date(), 'Y');
+    console::newline();
+    console::label_value("Total Computation Time:     ", seconds_text(computing), 'G');
+    console::label_value("Start-to-End Wall Time:     ", seconds_text(timer_.wall_seconds()), 'G');
+    console::newline();
+    print_utilization("CPU Utilization:        ", 1);
+    print_utilization("Multi-core Efficiency:  ", orl::logical_core_count());
+    console::newline();
+    print_digits("Dec", "Decimal", dec_, "10^dec");
+    if (hex_.digit_count != 0) print_digits("Hex", "Hexadecimal", hex_, "16^hex");
+  }
+
+  void print_utilization(const char* label, u64 cores) {
+    console::print(label, 'w');
+    const double scale = 100 / timer_.wall_seconds() / static_cast<double>(cores);
+    if (timer_.user_seconds() <= 0 || timer_.wall_seconds() <= 0) {
+      console::println("Too Fast to Measure", 'Y');
+      return;
+    }
+    char text[128];
+    std::snprintf(text, sizeof text, "%.2f %%  +  %.2f %% kernel overhead", timer_.user_seconds() * scale,
+                  timer_.kernel_seconds() * scale);
+    console::println(text, 'Y');
+  }
+
+  static void print_digits(const char* radix, const char* radix_name, const OutputResult& result,
+                           const char* scale) {
+    console::println(std::string("Last ") + radix_name + " Digits:", 'w');
+    // Groups of ten, five to a line, with the index of the line's last digit.
+    const std::string& digits = result.last_digits;
+    u64 index = result.digit_count - digits.size();
+    for (std::size_t at = 0; at < digits.size(); at += 10) {
+      const std::string group = digits.substr(at, 10);
+      index += group.size();
+      console::print(group + " ", 'G');
+      if (at % 50 == 40 || at + 10 >= digits.size())
+        console::println(" :  " + console::format_with_commas(index), 'w');
+    }
+    console::newline();
+    std::string counts;
+    for (orl::u32 digit = 0; digit < result.radix; digit++)
+      counts += (digit ? " " : "") + std::to_string(result.counts.count(digit));
+    console::label_value(std::string(radix) + " Counts: ", counts, 'G');
+    console::label_value(std::string(radix) + " Hash: Floor(|x| * " + scale + ") mod (2^61 - 1) = ",
+                         std::to_string(orl::hash_canon(result.hash)), 'G');
+    if (result.sha256)
+      console::label_value(
+          "SHA256-dec(1 - " + std::to_string(result.digit_count) + ") = ", result.sha256->sha256(), 'G');
+    console::newline();
+  }
+
+  ComputeParameters& parameters_;
+  RamPlan plan_;
+  RunTimer timer_;
+  orl::EventLog events_;
+  orl::LinearConsoleNode status_;
+  orl::ParallelContext parallel_;
+  bool allocation_errors_ = false;
+  OutputResult dec_, hex_;
+};
+
+}  // namespace
+
+bool RamParameters::check_parameters() {
+  const std::string refusal = constant().unavailable();
+  if (!refusal.empty()) throw InvalidParametersException("check_parameters()", refusal);
+  const u64 tds = parallelism.tds();
+  u64 bytes = 0;
+  try {
+    const RamPlan plan(constant(), precision().words(), decimal_digits(), tds, verify_conversion);
+    bytes = plan.working_bytes() + plan.table_bytes();
+  } catch (const orl::LimitExceededException&) {
+    const u64 largest = largest_possible_digits(constant(), tds, verify_conversion, precision().digits);
+    throw InvalidParametersException("check_parameters()",
+                                     "Computation size cannot be larger than " +
+                                         console::format_with_commas(largest) +
+                                         " decimal digits with this version's multiplication.");
+  }
+  console::label_value("Required Memory:   ", console::format_bytes(bytes), 'G');
+  const u64 installed = physical_memory();
+  if (bytes <= installed) return true;
+  console::println("Warning: this is more than the " + console::format_bytes(installed) + " of this machine.",
+                   'Y');
+  return false;
+}
+
+int RamParameters::run(int) {
+  RamSession(*this).run();
+  return 0;
+}
+
+}  // namespace orvane

@@ -1,0 +1,70 @@
+#include "digits/digit_stats.h"
+
+#include <algorithm>
+
+#include "digits/digit_count.h"
+#include "digits/digit_words.h"
+#include "frame/exceptions.h"
+#include "numbers/hash.h"
+
+namespace orl {
+
+DigitCounts::DigitCounts(u32 radix) : radix_(static_cast<u8>(radix)) {
+  if (radix > 16) throw InvalidParametersException("DigitCounts::DigitCounts()", "Radix is too large.");
+}
+
+u64 DigitCounts::total() const {
+  u64 sum = 0;
+  for (u64 count : counts_) sum += count;
+  return sum;
+}
+
+void DigitCounts::add(const DigitCounts& other) {
+  for (std::size_t i = 0; i < counts_.size(); i++) counts_[i] += other.counts_[i];
+}
+
+void DigitCounts::append(const u8* digits, u64 length) {
+  digits::digit_count_kernel().count(digits, length, radix_, counts_.data());
+}
+
+u64 hash_digits(u32 radix, const u8* digits, u64 length) {
+  const u64 width = digits_per_word(radix);
+  const u64 base = hash_pow(radix, width);
+  u64 hash = 0;
+  u64 i = 0;
+  for (; i + width <= length; i += width) {
+    u64 word;
+    pack_words(radix, &word, digits + i, 1);
+    hash = hash_mul_add(hash, base, word);
+  }
+  for (; i < length; i++) hash = hash_mul_add(hash, radix, digits[i]);
+  return hash;
+}
+
+void DigitStats::append(const u8* digits, u64 length, ParallelContext parallel) {
+  // A task's share takes longer than handing it out.
+  constexpr u64 kMinBlock = 65536;
+  constexpr u64 kMaxBlocks = 64;
+  const u64 blocks = std::clamp<u64>(length / kMinBlock, 1, std::min(parallel.tds, kMaxBlocks));
+  if (blocks == 1) {
+    counts.append(digits, length);
+    hash = hash_add(hash_mul(hash, hash_pow(counts.radix(), length)),
+                    hash_digits(counts.radix(), digits, length));
+    return;
+  }
+  const u64 block = (length + blocks - 1) / blocks;
+  const auto begin_of = [&](u64 i) { return std::min(i * block, length); };
+  DigitCounts part_counts[kMaxBlocks];
+  u64 part_hashes[kMaxBlocks];
+  fork_range(parallel.parallelizer, 0, blocks, [&](u64 i) {
+    part_counts[i] = DigitCounts(counts.radix());
+    part_counts[i].append(digits + begin_of(i), begin_of(i + 1) - begin_of(i));
+    part_hashes[i] = hash_digits(counts.radix(), digits + begin_of(i), begin_of(i + 1) - begin_of(i));
+  });
+  for (u64 i = 0; i < blocks; i++) {
+    counts.add(part_counts[i]);
+    hash = hash_add(hash_mul(hash, hash_pow(counts.radix(), begin_of(i + 1) - begin_of(i))), part_hashes[i]);
+  }
+}
+
+}  // namespace orl

@@ -1,0 +1,46 @@
+// What is known of a stretch of digits without keeping it: counts by value, and the stream as an integer
+// modulo 2^61 - 1.
+#pragma once
+
+#include <array>
+
+#include "frame/types.h"
+#include "parallel/parallelizer.h"
+
+namespace orl {
+
+class DigitCounts {
+ public:
+  DigitCounts() = default;  ///< of no radix: counts nothing
+  /// Throws InvalidParametersException "Radix is too large." above 16.
+  explicit DigitCounts(u32 radix);
+
+  u32 radix() const { return radix_; }
+  u64 count(u32 digit) const { return counts_[digit]; }
+  u64 total() const;
+  void add(const DigitCounts& other);
+  /// Counts digits[0, length).
+  void append(const u8* digits, u64 length);
+  /// Compares all 16 counts.
+  bool operator==(const DigitCounts& other) const { return counts_ == other.counts_; }
+
+ private:
+  u8 radix_ = 0;
+  std::array<u64, 16> counts_{};
+};
+
+struct DigitStats {
+  explicit DigitStats(u32 radix) : counts(radix) {}
+
+  DigitCounts counts;
+  u64 hash = 0;  ///< lazy
+
+  /// Appends digits[0, length) behind the stretch: counts them, and hash = hash * radix^length + their
+  /// integer.
+  void append(const u8* digits, u64 length, ParallelContext parallel);
+};
+
+/// Integer of digits[0, length) modulo 2^61 - 1, lazy.
+u64 hash_digits(u32 radix, const u8* digits, u64 length);
+
+}  // namespace orl

@@ -1,0 +1,48 @@
+// What text files and compressed files have in common.
+#include <algorithm>
+
+#include "digits/digit_writer.h"
+#include "digits/ovd_set.h"
+#include "digits/text_file.h"
+#include "frame/exceptions.h"
+#include "swap/path_check.h"
+
+namespace orl {
+
+std::string digit_file_name(const std::string& constant, const std::string& algorithm, u32 radix) {
+  switch (radix) {
+    case 10:
+      return constant + " - Dec - " + algorithm;
+    case 16:
+      return constant + " - Hex - " + algorithm;
+    default:
+      throw InvalidParametersException("digit_file_name()", "Invalid Base");
+  }
+}
+
+std::unique_ptr<DigitWriter> make_digit_writer(const std::string& path, const std::string& name,
+                                               const std::string& first_digits, u32 radix,
+                                               u64 digits_per_file, u64 total_digits) {
+  if (digits_per_file == 0)
+    return std::make_unique<BasicTextWriter>(with_separator(path) + name + ".txt", first_digits, radix,
+                                             total_digits);
+  return std::make_unique<BasicOvdSetWriter>(path, name, first_digits, radix, digits_per_file, total_digits);
+}
+
+void DigitReader::load_stats(DigitStats& stats, u64 offset, u64 count, LinearHeapBuffer buffer,
+                             ParallelContext parallel) {
+  // A text file needs a byte of pages for each digit, a compressed one less: half the window for each.
+  const u64 pages = min_buffer_bytes();
+  if (buffer.size < pages + 64)
+    throw BufferTooSmallException("DigitReader::load_stats()", buffer.size, pages + 64);
+  const u64 block = std::max<u64>((buffer.size - pages) / 2 & ~u64{63}, 64);
+  u8* const digits = buffer.spawn_words<u8>(block);
+  for (u64 done = 0; done < count;) {
+    const u64 length = std::min(block, count - done);
+    load_digits(digits, offset + done, length, buffer, parallel);
+    stats.append(digits, length, parallel);
+    done += length;
+  }
+}
+
+}  // namespace orl

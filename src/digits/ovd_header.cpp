@@ -1,0 +1,113 @@
+#include "digits/ovd_header.h"
+
+#include <algorithm>
+
+#include "digits/digit_words.h"
+#include "frame/exceptions.h"
+#include "swap/buffered_reader.h"
+
+namespace orl {
+namespace {
+
+constexpr const char* kFunction = "BasicOvdFileReader()";
+constexpr u64 kMinBlockSize = 100;
+
+[[noreturn]] void fail(const std::string& text) { throw ParseException(kFunction, text); }
+
+u64 parse_number(const std::string& text) {
+  u64 value = 0;
+  for (char c : text) value = value * 10 + static_cast<u64>(c - '0');
+  return value;
+}
+
+// A line without its end; carriage returns anywhere are dropped.
+std::string read_line(BufferedReader& in) {
+  std::string line;
+  for (;;) {
+    const char c = static_cast<char>(in.read_byte());
+    if (c == '\n') return line;
+    if (c != '\r') line.push_back(c);
+  }
+}
+
+void check(const OvdHeader& header) {
+  if (header.block_size < kMinBlockSize) fail("Invalid Digits per File");
+  if (header.total_digits != 0 &&
+      (header.block_id > header.total_digits / header.block_size || header.begin() >= header.total_digits))
+    fail("This file is out of range.\nStart:        " + std::to_string(header.begin()) +
+         "\nEnd:          " + std::to_string(header.begin() + header.block_size) +
+         "\nTotal Digits: " + std::to_string(header.total_digits));
+  if (header.radix != 10 && header.radix != 16) fail("Unsupported Radix");
+}
+
+}  // namespace
+
+u64 OvdHeader::end() const {
+  const u64 end = begin() + block_size;
+  return total_digits == 0 ? end : std::min(end, total_digits);
+}
+
+u64 words_for(u32 radix, u64 digits) {
+  const u64 width = digits_per_word(radix);
+  return (digits + width - 1) / width;
+}
+
+std::string format_header(const OvdHeader& header) {
+  std::string text = "#Compressed Digit File\r\n\r\n";
+  const auto line = [&](const char* key, const std::string& value, const char* end = "\r\n\r\n") {
+    text += std::string(key) + "\t" + value + end;
+  };
+  line("FileVersion:", header.version);
+  line("Base:", std::to_string(header.radix));
+  line("FirstDigits:", header.first_digits);
+  line("TotalDigits:", std::to_string(header.total_digits));
+  line("Blocksize:", std::to_string(header.block_size), "\r\n");
+  line("BlockID:", std::to_string(header.block_id));
+  text += "EndHeader\r\n\r\n";
+  text.push_back('\0');
+  return text;
+}
+
+OvdHeader parse_header(const RawFile& file) {
+  alignas(kIoAlignment) u8 page[kIoAlignment];
+  BufferedReader in(file, RawIoBuffer(page, sizeof page));
+  OvdHeader header;
+  header.version.clear();
+  read_line(in);
+  for (;;) {
+    const std::string line = read_line(in);
+    const auto tab = line.find('\t');
+    const std::string key = line.substr(0, tab);
+    const std::string value = tab == std::string::npos ? std::string() : line.substr(tab + 1);
+    if (key == "EndHeader") break;
+    if (key == "FileVersion:") {
+      if (value.empty()) fail("No version # found.");
+      if (value != "1.0.0" && value != "1.1.0")
+        fail(
+            "This .ovd file is of a later format version.\n"
+            "This version of the digit viewer is unable to view this file.");
+      header.version = value;
+    } else if (key == "Base:") {
+      header.radix = static_cast<u32>(parse_number(value));
+    } else if (key == "FirstDigits:") {
+      header.first_digits = value;
+    } else if (key == "TotalDigits:") {
+      header.total_digits = parse_number(value);
+    } else if (key == "Blocksize:") {
+      header.block_size = parse_number(value);
+    } else if (key == "BlockID:") {
+      header.block_id = parse_number(value);
+    }
+  }
+  if (header.version.empty()) fail("No version # found.");
+  while (in.read_byte() != 0) {
+  }
+  header.data_offset = in.position();
+  if (header.block_size >= kMinBlockSize && header.total_digits != 0 &&
+      header.block_size > header.total_digits)
+    header.block_size = header.total_digits;
+  check(header);
+  return header;
+}
+
+}  // namespace orl

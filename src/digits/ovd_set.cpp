@@ -1,0 +1,169 @@
+#include "digits/ovd_set.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "frame/console.h"
+#include "frame/exceptions.h"
+#include "swap/file_calls.h"
+#include "swap/path_check.h"
+
+namespace orl {
+namespace {
+
+// Cuts [offset, offset + count) at the borders of the files.
+std::vector<OvdCommand> cut_at_files(u64 offset, u64 count, u64 block_size, const char* function) {
+  if (count == 0 || offset + count < offset) throw InvalidParametersException(function, "Internal Overflow");
+  std::vector<OvdCommand> commands;
+  for (u64 at = offset; at < offset + count;) {
+    const u64 id = at / block_size;
+    const u64 end = std::min(offset + count, (id + 1) * block_size);
+    commands.push_back({id, at, end});
+    at = end;
+  }
+  return commands;
+}
+
+void make_folder(const std::string& path) {
+  constexpr mode_t kPermission = 0775;
+  if (file_calls().mkdir(path.c_str(), kPermission) != 0 && errno != EEXIST)
+    FileIO::throw_file_error("BasicOvdSetWriter()", errno, "Unable to create folder.", path);
+}
+
+}  // namespace
+
+BasicOvdSetWriter::BasicOvdSetWriter(const std::string& path, const std::string& name,
+                                     const std::string& first_digits, u32 radix, u64 digits_per_file,
+                                     u64 total_digits) {
+  constexpr const char* kFunction = "BasicOvdSetWriter()";
+  if (radix != 10 && radix != 16) throw InvalidParametersException(kFunction, "Invalid Parameters");
+  std::string folder = with_separator(path);
+  if (digits_per_file == kSingleFile) {
+    if (total_digits == 0)
+      throw InvalidParametersException(kFunction, "Single-file is incompatible with unbounded output.");
+    digits_per_file = total_digits;
+  } else {
+    folder += name;
+    make_folder(folder);
+    folder += "/";
+  }
+  stem_ = folder + name + " - ";
+  shape_.radix = radix;
+  shape_.first_digits = first_digits;
+  shape_.total_digits = total_digits;
+  shape_.block_size = digits_per_file;
+}
+
+std::string BasicOvdSetWriter::file_path(u64 id) const { return stem_ + std::to_string(id) + ".ovd"; }
+
+BasicOvdFileWriter& BasicOvdSetWriter::file(u64 id) {
+  const std::lock_guard lock(mutex_);
+  auto& file = files_[id];
+  if (!file) {
+    OvdHeader header = shape_;
+    header.block_id = id;
+    file = std::make_unique<BasicOvdFileWriter>(file_path(id), header);
+  }
+  return *file;
+}
+
+void BasicOvdSetWriter::store_digits(const u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
+                                     ParallelContext parallel) {
+  constexpr const char* kFunction = "BasicOvdSetWriter::store_digits()";
+  if (shape_.total_digits != 0 && (offset > shape_.total_digits || count > shape_.total_digits - offset))
+    throw InvalidParametersException(kFunction, "Out of range.");
+  for (const OvdCommand& part :
+       cut_at_files(offset, count, shape_.block_size, "BasicOvdSetWriter::make_commands()"))
+    file(part.id).store_digits_B(digits + (part.begin - offset), part.begin - part.id * shape_.block_size,
+                                 part.end - part.begin, buffer, parallel);
+}
+
+std::unique_ptr<DigitReader> BasicOvdSetWriter::close_and_get_basic_reader() {
+  if (files_.empty())
+    throw InvalidParametersException("BasicOvdSetWriter::close_and_get_basic_reader()", "No files open.");
+  const std::string first = files_.begin()->second->path();
+  for (auto& [id, file] : files_) file->finish();
+  files_.clear();
+  return std::make_unique<BasicOvdSetReader>(first);
+}
+
+BasicOvdSetReader::BasicOvdSetReader(const std::string& path) {
+  constexpr const char* kFunction = "BasicOvdSetReader()";
+  static const std::string kExtension = ".ovd";
+  if (path.size() < kExtension.size()) throw InvalidParametersException(kFunction, "File name is too short.");
+  if (!path.ends_with(kExtension)) throw InvalidParametersException(kFunction, "Invalid Extension");
+  stem_ = path.substr(0, path.size() - kExtension.size());
+  const std::size_t folder = stem_.find_last_of("/\\") + 1;  // 0 when there is none
+  while (stem_.size() > folder && stem_.back() >= '0' && stem_.back() <= '9') stem_.pop_back();
+  first_ = std::make_unique<BasicOvdFileReader>(path);
+}
+
+u64 BasicOvdSetReader::file_count() const {
+  const OvdHeader& header = first_->header();
+  return (header.total_digits + header.block_size - 1) / header.block_size;
+}
+
+const BasicOvdFileReader& BasicOvdSetReader::load_file(u64 id) {
+  constexpr const char* kFunction = "BasicOvdSetReader::load_file()";
+  const std::lock_guard lock(mutex_);
+  auto& file = files_[id];
+  if (file) return *file;
+  std::unique_ptr<BasicOvdFileReader> opened;
+  try {
+    opened = std::make_unique<BasicOvdFileReader>(file_path(id));
+  } catch (const FileIO::FileException& e) {
+    throw FileIO::FileException(kFunction, "Unable to open file #" + std::to_string(id), e.path(), e.code());
+  }
+  const OvdHeader& first = first_->header();
+  const OvdHeader& header = opened->header();
+  const auto require = [&](bool same, const char* text) {
+    if (!same)
+      throw InvalidParametersException(kFunction,
+                                       "Inconsistent Metadata: \"" + opened->path() + "\"\n\n" + text);
+  };
+  require(header.version == first.version, "File version does not match.");
+  require(header.radix == first.radix, "Radix does not match.");
+  require(header.block_size == first.block_size, "Digits per file does not match.");
+  require(header.total_digits == first.total_digits, "Total digit does not match.");
+  require(header.block_id == id, "File id does not match.");
+  file = std::move(opened);
+  return *file;
+}
+
+std::vector<OvdCommand> BasicOvdSetReader::make_commands(u64 offset, u64 count) {
+  constexpr const char* kFunction = "BasicOvdSetReader::make_commands()";
+  const OvdHeader& header = first_->header();
+  if (header.total_digits != 0 && (offset > header.total_digits || count > header.total_digits - offset))
+    throw InvalidParametersException(kFunction, "This digit stream does not have enough digits.");
+  const auto commands = cut_at_files(offset, count, header.block_size, kFunction);
+  std::vector<std::string> missing;
+  for (const OvdCommand& part : commands) {
+    try {
+      load_file(part.id);
+    } catch (const FileIO::FileException&) {
+      missing.push_back(file_path(part.id));
+    }
+  }
+  if (missing.empty()) return commands;
+  console::println("The following needed files are missing or inaccessible:", 'R');
+  for (const std::string& name : missing) console::println(name, 'Y');
+  throw InvalidParametersException(kFunction, "Missing required files.");
+}
+
+void BasicOvdSetReader::load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
+                                    ParallelContext parallel) {
+  if (count == 0) return;
+  const u64 block_size = first_->header().block_size;
+  for (const OvdCommand& part : make_commands(offset, count))
+    load_file(part.id).load_digits(digits + (part.begin - offset), part.begin - part.id * block_size,
+                                   part.end - part.begin, buffer, parallel);
+}
+
+void BasicOvdSetReader::mark_unfinished() {
+  files_.clear();
+  for (u64 id = 0; id < file_count(); id++)
+    rename_or_throw(file_path(id), unfinished_ovd_name(file_path(id)),
+                    "BasicOvdSetReader::mark_unfinished()");
+}
+
+}  // namespace orl

@@ -1,0 +1,78 @@
+// A stream of digits over a numbered set of compressed files, or in one.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "digits/digit_reader.h"
+#include "digits/digit_writer.h"
+#include "digits/ovd_file.h"
+
+namespace orl {
+
+/// Digits per file that mean: the whole stream in one file.
+inline constexpr u64 kSingleFile = ~u64{0};
+
+/// A stretch of one file: stream indices [begin, end), all in file `id`.
+struct OvdCommand {
+  u64 id;
+  u64 begin, end;
+};
+
+class BasicOvdSetWriter final : public DigitWriter {
+ public:
+  /// Files "<path>/<name>/<name> - <id>.ovd", or one file "<path>/<name> - 0.ovd". Throws
+  /// InvalidParametersException "Invalid Parameters" for another radix, "Single-file is incompatible with
+  /// unbounded output." for one file and no total.
+  BasicOvdSetWriter(const std::string& path, const std::string& name, const std::string& first_digits,
+                    u32 radix, u64 digits_per_file, u64 total_digits);
+
+  u32 radix() const override { return shape_.radix; }
+  u64 buffer_bytes(u64 count) const override { return BasicOvdFileWriter::buffer_bytes(shape_.radix, count); }
+  void store_digits(const u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
+                    ParallelContext parallel) override;
+  /// Throws InvalidParametersException "No files open." when nothing was stored.
+  std::unique_ptr<DigitReader> close_and_get_basic_reader() override;
+  std::string path() const override { return file_path(0); }
+
+ private:
+  BasicOvdFileWriter& file(u64 id);
+  std::string file_path(u64 id) const;
+
+  std::string stem_;  ///< path of every file up to its number
+  OvdHeader shape_;   ///< of every file, but for its number
+  std::mutex mutex_;
+  std::map<u64, std::unique_ptr<BasicOvdFileWriter>> files_;
+};
+
+class BasicOvdSetReader final : public DigitReader {
+ public:
+  /// `path` is any file of the set.
+  explicit BasicOvdSetReader(const std::string& path);
+
+  u32 radix() const override { return first_->header().radix; }
+  const std::string& first_digits() const override { return first_->header().first_digits; }
+  u64 total_digits() const override { return first_->header().total_digits; }
+  u64 min_buffer_bytes() const override { return BasicOvdFileWriter::buffer_bytes(radix(), 1); }
+  void load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
+                   ParallelContext parallel) override;
+  void mark_unfinished() override;
+
+  /// Files of a bounded stream.
+  u64 file_count() const;
+
+ private:
+  const BasicOvdFileReader& load_file(u64 id);
+  std::vector<OvdCommand> make_commands(u64 offset, u64 count);
+  std::string file_path(u64 id) const { return stem_ + std::to_string(id) + ".ovd"; }
+
+  std::string stem_;
+  std::unique_ptr<BasicOvdFileReader> first_;  ///< the file that the set was opened by
+  std::mutex mutex_;
+  std::map<u64, std::unique_ptr<BasicOvdFileReader>> files_;
+};
+
+}  // namespace orl

@@ -1,0 +1,127 @@
+#include "digits/text_file.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+#include "digits/digit_text.h"
+#include "frame/exceptions.h"
+#include "swap/raw_io_buffer.h"
+
+namespace orl {
+namespace {
+
+// Below this a task costs more than its work.
+constexpr u64 kBlockDigits = 262144;
+
+// The span in which the point must stand.
+constexpr u64 kPointSpan = 64;
+
+u64 checked_header(const std::string& first_digits, u32 radix) {
+  if (radix != 10 && radix != 16) throw InvalidParametersException("BasicTextWriter()", "Invalid radix.");
+  const auto point = first_digits.find('.');
+  if (point == std::string::npos)
+    throw InvalidParametersException("BasicTextWriter()", "No decimal place was found.");
+  return point + 1;
+}
+
+std::string unfinished_name(const std::string& path) {
+  return path.substr(0, path.size() - std::strlen(".txt")) + " (incomplete).txt";
+}
+
+// Runs body(begin, end) over [0, count) in blocks, at once where the context allows it.
+template <class Body>
+void for_blocks(u64 count, ParallelContext parallel, Body&& body) {
+  const u64 blocks = std::clamp<u64>(count / kBlockDigits, 1, parallel.tds);
+  const u64 block = (count + blocks - 1) / blocks;
+  if (blocks == 1) return body(u64{0}, count);
+  fork_range(parallel.parallelizer, 0, blocks,
+             [&](u64 i) { body(std::min(i * block, count), std::min((i + 1) * block, count)); });
+}
+
+}  // namespace
+
+BasicTextWriter::BasicTextWriter(const std::string& path, const std::string& first_digits, u32 radix,
+                                 u64 total_digits)
+    : radix_(radix),
+      header_bytes_(checked_header(first_digits, radix)),
+      total_digits_(total_digits),
+      file_(unfinished_name(path), path, page_span_bytes(header_bytes_ + total_digits)) {
+  alignas(kIoAlignment) u8 pages[4 * kIoAlignment];
+  file_.update(0, header_bytes_, LinearHeapBuffer(pages, sizeof pages), "BasicTextWriter()",
+               [&](u8* data) { std::memcpy(data, first_digits.data(), header_bytes_); });
+}
+
+void BasicTextWriter::store_digits(const u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
+                                   ParallelContext parallel) {
+  if (offset + count > total_digits_)
+    throw InvalidParametersException("BasicTextWriter::store_digits()", "Out of range.");
+  if (count == 0) return;
+  file_.update(header_bytes_ + offset, count, buffer, "BasicTextWriter::store_digits()", [&](u8* data) {
+    for_blocks(count, parallel, [&](u64 begin, u64 end) {
+      digits_to_text(reinterpret_cast<char*>(data) + begin, digits + begin, end - begin);
+    });
+  });
+}
+
+std::unique_ptr<DigitReader> BasicTextWriter::close_and_get_basic_reader() {
+  file_.finish(header_bytes_ + total_digits_);
+  return std::make_unique<BasicTextReader>(file_.final_path(), radix_);
+}
+
+BasicTextReader::BasicTextReader(const std::string& path, u32 radix)
+    : file_(path, RawFile::Mode::kRead), radix_(radix) {
+  constexpr const char* kFunction = "BasicTextReader()";
+  alignas(kIoAlignment) char page[kIoAlignment];
+  const u64 size = file_.size();
+  const u64 got = file_.load_up_to(page, 0, kIoAlignment);
+  const std::string_view start(page, std::min(got, kPointSpan));
+  const auto point = start.find('.');
+  if (point == std::string_view::npos)
+    throw ParseException(kFunction, "A decimal place was not found within the first 63 bytes of the file.");
+  if (radix_ == 0) {
+    radix_ = 10;
+    for (u64 i = 0; i < got; i++) {
+      if (i == point || (page[i] >= '0' && page[i] <= '9')) continue;
+      if (page[i] < 'a' || page[i] > 'f') {
+        if (i < kPointSpan) throw ParseException(kFunction, "Invalid Digit");
+        break;
+      }
+      radix_ = 16;
+      break;
+    }
+  }
+  first_digits_ = start.substr(0, point + 1);
+  total_digits_ = size - first_digits_.size();
+}
+
+void BasicTextReader::process_txt(u8* digits, const char* text, u64 count, ParallelContext parallel) {
+  std::atomic<bool> bad{false};
+  for_blocks(count, parallel, [&](u64 begin, u64 end) {
+    if (text_to_digits(digits + begin, text + begin, end - begin, radix_)) bad = true;
+  });
+  if (bad) throw InvalidParametersException("BasicTextReader::process_txt()", "Invalid Digit");
+}
+
+void BasicTextReader::load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
+                                  ParallelContext parallel) {
+  constexpr const char* kFunction = "BasicTextReader::load_digits()";
+  if (offset > total_digits_ || count > total_digits_ - offset)
+    throw InvalidParametersException(kFunction, "Out of range.");
+  if (count == 0) return;
+  const u64 begin = first_digits_.size() + offset;
+  const PageSpan span = cut_pages(buffer, begin, count, kFunction);
+  const u64 got = file_.load_up_to(span.pages, span.file_offset, span.length);
+  if (span.file_offset + got < begin + count)
+    throw FileIO::FileException(kFunction, "Read error.", file_.path(), 0);
+  process_txt(digits, reinterpret_cast<const char*>(span.data), count, parallel);
+}
+
+void BasicTextReader::mark_unfinished() {
+  const std::string path = file_.path();
+  file_ = RawFile();
+  rename_or_throw(path, unfinished_name(path), "BasicTextReader::mark_unfinished()");
+}
+
+}  // namespace orl

@@ -1,0 +1,53 @@
+// Digits as plain text: the first digits with the point, then one character a digit.
+#pragma once
+
+#include "digits/digit_reader.h"
+#include "digits/digit_writer.h"
+#include "digits/page_writer.h"
+
+namespace orl {
+
+class BasicTextWriter final : public DigitWriter {
+ public:
+  /// Writes to `path`, which ends in ".txt". Throws InvalidParametersException "Invalid radix." or, when
+  /// first_digits has no point, "No decimal place was found."
+  BasicTextWriter(const std::string& path, const std::string& first_digits, u32 radix, u64 total_digits);
+
+  u32 radix() const override { return radix_; }
+  u64 buffer_bytes(u64 count) const override { return page_span_bytes(count); }
+  void store_digits(const u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
+                    ParallelContext parallel) override;
+  std::unique_ptr<DigitReader> close_and_get_basic_reader() override;
+  std::string path() const override { return file_.final_path(); }
+
+ private:
+  u32 radix_;
+  u64 header_bytes_;  ///< the first digits up to and including the point
+  u64 total_digits_;
+  PageFile file_;
+};
+
+class BasicTextReader final : public DigitReader {
+ public:
+  /// radix 0: found out from the file's first 4096 bytes. Throws ParseException "A decimal place was not
+  /// found within the first 63 bytes of the file." or "Invalid Digit".
+  BasicTextReader(const std::string& path, u32 radix);
+
+  u32 radix() const override { return radix_; }
+  const std::string& first_digits() const override { return first_digits_; }
+  u64 total_digits() const override { return total_digits_; }
+  u64 min_buffer_bytes() const override { return page_span_bytes(1); }
+  void load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
+                   ParallelContext parallel) override;
+  void mark_unfinished() override;
+
+ private:
+  void process_txt(u8* digits, const char* text, u64 count, ParallelContext parallel);
+
+  RawFile file_;
+  u32 radix_;
+  std::string first_digits_;
+  u64 total_digits_ = 0;
+};
+
+}  // namespace orl
