@@ -10,84 +10,12 @@
 namespace orl {
 namespace {
 
-// The reference: one word at a time, a double word as accumulator. T + A * w + carry cannot overflow it.
-namespace scalar {
-
-template <class W>
-using Wide = std::conditional_t<sizeof(W) == 4, u64, u128>;
-
-template <class W>
-W mul_row(W* T, const W* A, u64 L, W w) {
-  Wide<W> carry = 0;
-  for (u64 i = 0; i < L; ++i) {
-    carry += Wide<W>{A[i]} * w;
-    T[i] = static_cast<W>(carry);
-    carry >>= 8 * sizeof(W);
-  }
-  return static_cast<W>(carry);
-}
-
-template <class W>
-W add_row(W* T, const W* A, u64 L, W w) {
-  Wide<W> carry = 0;
-  for (u64 i = 0; i < L; ++i) {
-    carry += Wide<W>{A[i]} * w + T[i];
-    T[i] = static_cast<W>(carry);
-    carry >>= 8 * sizeof(W);
-  }
-  return static_cast<W>(carry);
-}
-
-template <class W>
-void mul(W* T, const W* A, u64 AL, const W* B, u64 BL) {
-  T[AL] = mul_row(T, A, AL, B[0]);
-  for (u64 j = 1; j < BL; ++j) T[j + AL] = add_row(T + j, A, AL, B[j]);
-}
-
-template <class W>
-void elm(W* T, const W* A, const W* B, u64 L) {
-  mul(T, A, L, B, L);
-}
-
-// T[0, 2L) = 2 * T[1, 2L - 1) * W + the squares.
-template <class W>
-void double_and_add_squares(W* T, const W* A, u64 L) {
-  T[0] = T[2 * L - 1] = 0;
-  W shifted_out = 0;
-  Wide<W> carry = 0;
-  for (u64 i = 0; i < 2 * L; ++i) {
-    const Wide<W> square = Wide<W>{A[i / 2]} * A[i / 2];
-    const W part = static_cast<W>(i % 2 == 0 ? square : square >> (8 * sizeof(W)));
-    carry += Wide<W>{static_cast<W>(T[i] << 1 | shifted_out)} + part;
-    shifted_out = T[i] >> (8 * sizeof(W) - 1);
-    T[i] = static_cast<W>(carry);
-    carry >>= 8 * sizeof(W);
-  }
-}
-
-template <class W>
-void sqr(W* T, const W* A, u64 L) {
-  if (L > 1) T[L] = mul_row(T + 1, A + 1, L - 1, A[0]);
-  for (u64 i = 1; i + 1 < L; ++i) T[L + i] = add_row(T + 2 * i + 1, A + i + 1, L - i - 1, A[i]);
-  double_and_add_squares(T, A, L);
-}
-
-template <class W>
-constexpr BasecaseKernels<W> kernels{"Scalar", &mul<W>, &elm<W>, &sqr<W>};
-
-}  // namespace scalar
-
 template <class W>
 Karatsuba<W> tuned() {
-  return {basecase_kernels<W>(simd::active_target()), kKaratsubaSqrWords<W>, kKaratsubaMulWords<W>};
+  return {basecase_kernels<W>(), kKaratsubaSqrWords<W>, kKaratsubaMulWords<W>};
 }
 
 }  // namespace
-
-template <class W>
-const BasecaseKernels<W>& basecase_kernels(simd::Target) {
-  return scalar::kernels<W>;
-}
 
 template <class W>
 void mulB(W* T, const W* A, u64 AL, const W* B, u64 BL) {
@@ -95,17 +23,17 @@ void mulB(W* T, const W* A, u64 AL, const W* B, u64 BL) {
     std::swap(A, B);
     std::swap(AL, BL);
   }
-  basecase_kernels<W>(simd::active_target()).mul(T, A, AL, B, BL);
+  basecase_kernels<W>().mul(T, A, AL, B, BL);
 }
 
 template <class W>
 void elmB(W* T, const W* A, const W* B, u64 L) {
-  basecase_kernels<W>(simd::active_target()).elm(T, A, B, L);
+  basecase_kernels<W>().elm(T, A, B, L);
 }
 
 template <class W>
 void sqrB(W* T, const W* A, u64 L) {
-  basecase_kernels<W>(simd::active_target()).sqr(T, A, L);
+  basecase_kernels<W>().sqr(T, A, L);
 }
 
 template <class W>
@@ -201,7 +129,6 @@ u64 transform_style_scratch(u64 n) {
 }
 
 #define ORL_BASECASE(W)                                                        \
-  template const BasecaseKernels<W>& basecase_kernels<W>(simd::Target);        \
   template void mulB<W>(W*, const W*, u64, const W*, u64);                     \
   template void elmB<W>(W*, const W*, const W*, u64);                          \
   template void sqrB<W>(W*, const W*, u64);                                    \

@@ -77,12 +77,19 @@ Target detect() {
   return best;
 }
 
-std::atomic<Target>& active() {
-  static std::atomic<Target> target{best_target()};
-  return target;
+}  // namespace
+
+namespace detail {
+
+constinit std::atomic<int> active{-1};
+
+Target activate_best() {
+  int target = -1;
+  active.compare_exchange_strong(target, static_cast<int>(best_target()), std::memory_order_relaxed);
+  return static_cast<Target>(active.load(std::memory_order_relaxed));
 }
 
-}  // namespace
+}  // namespace detail
 
 const char* target_name(Target target) {
   switch (target) {
@@ -127,12 +134,10 @@ Target best_target() {
   return best;
 }
 
-Target active_target() { return active().load(std::memory_order_relaxed); }
-
 void set_active_target(Target target) {
   if (target > best_target())
     throw std::invalid_argument(std::string("this machine cannot run the target ") + target_name(target));
-  active().store(target, std::memory_order_relaxed);
+  detail::active.store(static_cast<int>(target), std::memory_order_relaxed);
 }
 
 }  // namespace orl::simd

@@ -1,6 +1,7 @@
 // The instruction targets of the one binary, and which of them this machine offers in full.
 #pragma once
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -22,9 +23,17 @@ std::vector<std::string> missing_features(Target target);
 /// Highest target that processor and system offer in full, never above the one that the build fixed.
 Target best_target();
 
+namespace detail {
+extern std::atomic<int> active;  // below 0 until it is first asked for
+Target activate_best();
+}  // namespace detail
+
 /// Target in force: best_target() until set_active_target() lowers it (tests, benchmarks). A kernel table is
 /// asked when a transform is planned, so a change holds for what is planned afterwards.
-Target active_target();
+inline Target active_target() {  // inline, for products of a few words ask at each call
+  const int target = detail::active.load(std::memory_order_relaxed);
+  return target < 0 ? detail::activate_best() : static_cast<Target>(target);
+}
 /// Throws std::invalid_argument when this machine cannot run `target`.
 void set_active_target(Target target);
 
