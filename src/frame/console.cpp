@@ -260,9 +260,11 @@ void show_live_line(std::string_view label, std::string_view value, std::string_
   write_raw("\r");
   write_colour('w');
   write_raw(label);
-  write_colour(colour);
-  write_raw(value);
-  write_colour('w');
+  if (!value.empty()) {
+    write_colour(colour);
+    write_raw(value);
+    write_colour('w');
+  }
   write_raw(tail);
   const u64 length = label.size() + value.size() + tail.size();
   const u64 old_length = live_length.exchange(length);
