@@ -111,8 +111,8 @@ struct BigFloat {
   void set_uadd(u64 p, const BigFloat& a, const BigFloat& b, ParallelContext parallel);
   /// |a| - |b| for |a| >= |b|; UnsupportedNegativeException "A negative value was encountered." otherwise.
   void set_usub(u64 p, const BigFloat& a, const BigFloat& b, ParallelContext parallel);
-  /// |a| - |b| with the given sign, in the window of p + 1 words under exponent `top`; |a| >= |b|, and words
-  /// of the difference at `top` and above must be zero.
+  /// |a| - |b| with the given sign, in the window of p + 1 words under exponent `top`. The difference must
+  /// lie in [0, W^top - W^(top - p)): words of a and b at `top` and above are not read, they agree or cancel.
   void set_rsub(u64 p, const BigFloat& a, const BigFloat& b, s64 top, u8 result_sign,
                 ParallelContext parallel);
   /// a + b and a - b with signs.

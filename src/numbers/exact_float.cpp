@@ -10,6 +10,7 @@
 #include "numbers/big_float.h"
 #include "numbers/windowed_add.h"
 #include "numbers/words.h"
+#include "parallel/simple_frameworks.h"
 
 namespace orl {
 namespace {
@@ -292,6 +293,20 @@ void ExactFloat<W>::sub_ip(const ExactFloat& b, ParallelContext parallel) {
   else
     difference_in_place(*this, b, b.sign ^ 1, parallel);
   hash = hash_sub(hash, b.hash);
+}
+
+template <class W>
+ExactFloat<W>& ExactFloat<W>::operator+=(const ExactFloat& b) {
+  Parallelizer_None none;
+  add_ip(b, {none, 1});
+  return *this;
+}
+
+template <class W>
+ExactFloat<W>& ExactFloat<W>::operator-=(const ExactFloat& b) {
+  Parallelizer_None none;
+  sub_ip(b, {none, 1});
+  return *this;
 }
 
 template <class W>

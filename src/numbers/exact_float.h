@@ -73,6 +73,7 @@ struct ExactFloat {
   /// b shares no words.
   void add_ip(const ExactFloat& b, ParallelContext parallel);
   void sub_ip(const ExactFloat& b, ParallelContext parallel);
+  /// add_ip and sub_ip in the calling thread.
   ExactFloat& operator+=(const ExactFloat& b);
   ExactFloat& operator-=(const ExactFloat& b);
   void strip_tzs();

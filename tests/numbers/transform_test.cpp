@@ -1,0 +1,258 @@
+#include "numbers/transform.h"
+
+#include <gtest/gtest.h>
+
+#include "frame/exceptions.h"
+#include "number_samples.h"
+#include "numbers/algorithm_table.h"
+#include "support/multiplication.h"
+#include "support/test_parallelizers.h"
+
+namespace orl {
+namespace {
+
+using test::ExactSample;
+using test::GuardedBlock;
+using test::magnitude_value;
+using test::Mpz;
+using test::product_magnitude;
+using test::Random;
+using test::Sample;
+using test::sign_of;
+using test::TestTables;
+using test::value;
+using test::word_power;
+
+template <class W>
+class TransformTest : public testing::Test {
+ protected:
+  // The top p + 2 words of a product whose operands were cut to as many.
+  testing::AssertionResult close(const BigFloat<W>& t, const BigFloat<W>& a, const BigFloat<W>& b) {
+    if (t.signum() != a.signum() * b.signum()) return testing::AssertionFailure() << "wrong sign";
+    const Mpz error = product_magnitude(a, b) - magnitude_value(t);
+    if (sign_of(error) < 0 || mpz_cmp(error, word_power<W>(t.exp) * Mpz(4)) >= 0)
+      return testing::AssertionFailure() << "wrong words";
+    return testing::AssertionSuccess();
+  }
+  testing::AssertionResult exact(const ExactFloat<W>& t, const ExactFloat<W>& a, const ExactFloat<W>& b) {
+    if (!t.is_consistent(serial)) return testing::AssertionFailure() << "wrong hash";
+    Mpz expected = product_magnitude(a, b);
+    if (a.sign != b.sign) mpz_neg(expected, expected);
+    if (!(value(t) == expected)) return testing::AssertionFailure() << "wrong words";
+    return testing::AssertionSuccess();
+  }
+  ExactSample<W> exact_sample(u64 L, s64 exp) {
+    ExactSample<W> s(random, L, exp);
+    s->recompute_hash(serial);
+    return s;
+  }
+  s64 exponent() { return static_cast<s64>(random.below(9)) - 4; }
+
+  // Lengths of one operand on both sides of the thresholds, and within the FFT.
+  std::vector<u64> lengths() const {
+    const u64 bits = BigFloat<W>::word_bits;
+    return {1, 3, 2560 / bits - 1, 2560 / bits, 2560 / bits + 1, 20000 / bits, 110592 / bits + 1};
+  }
+
+  Random random;
+  test::ReverseOrder reverse;
+  ParallelContext serial{reverse, 1};
+};
+using Words = testing::Types<u32, u64>;
+TYPED_TEST_SUITE(TransformTest, Words);
+
+#define ORL_TRACE_SEED SCOPED_TRACE(this->random.replay())
+
+TYPED_TEST(TransformTest, TruncatingProductsReuseTransforms) {
+  using W = TypeParam;
+  using F = BigFloatTransformR<W>;
+  ORL_TRACE_SEED;
+  const TestTables tables(0x80000);
+  for (const u64 n : this->lengths()) {
+    for (const u64 tds : {u64{1}, u64{7}}) {
+      const u64 p = n > 2 ? n - 2 : 0;
+      const GuardedBlock block(TransformHelper<W>::bytes(2 * n + 2, tds, 2));
+      const MultiplyContext ctx{{this->reverse, tds}, tables, block.buffer()};
+      const TransformHelper<W> helper(ctx, 2 * n + 2, 2);
+      const Sample<W> a(this->random, n, this->exponent()), b(this->random, n + 5, this->exponent());
+      const Sample<W> c(this->random, (n + 1) / 2, this->exponent());
+      Sample<W> t(p + 2);
+      const auto check = [&](const BigFloat<W>& x, const BigFloat<W>& y) {
+        EXPECT_TRUE(this->close(t, x, y)) << n << " words, tds " << tds;
+        EXPECT_TRUE(t.intact() && block.intact());
+      };
+      F B, A;
+      F::mul_rr_xx(helper, t.number, p, a, b);
+      check(a, b);
+      F::mul_rr_xf(helper, t.number, p, a, b, B);
+      check(a, b);
+      F::mul_rf_xf(helper, t.number, p, c, B);
+      check(c, b);
+      F::sqr_rx_xf(helper, t.number, p, a, A, 1);
+      check(a, a);
+      F::inverse_fmul(helper, t.number, p, A, B);  // destroys A, keeps B
+      check(a, b);
+      EXPECT_THROW(F::mul_rf_xf(helper, t.number, p, c, A), InvalidTransformException);
+      A.forward(helper, p, c, 1);
+      EXPECT_EQ(A.L, std::min<u64>(c.number.L, p + 2));
+      F::inverse_fmul(helper, t.number, p, A, B);
+      check(c, b);
+      F::inverse_fsqr(helper, t.number, p, B);
+      check(b, b);
+    }
+  }
+}
+
+TYPED_TEST(TransformTest, ExactProductsKeepTheirHashes) {
+  using W = TypeParam;
+  using F = ExactFloatTransformR<W>;
+  ORL_TRACE_SEED;
+  const TestTables tables(0x80000);
+  for (const u64 n : this->lengths()) {
+    for (const u64 tds : {u64{1}, u64{7}}) {
+      const u64 m = (n + 1) / 2;
+      const GuardedBlock block(TransformHelper<W>::max_bytes(2 * n, tds, 2));
+      const MultiplyContext ctx{{this->reverse, tds}, tables, block.buffer()};
+      const TransformHelper<W> helper(ctx, 2 * n, 2);
+      const ExactSample<W> a = this->exact_sample(n, this->exponent()),
+                           b = this->exact_sample(m, this->exponent());
+      ExactSample<W> t(2 * n + 3);
+      F B, A;
+      F::mul_rr_xx(helper, t.number, a, b);
+      EXPECT_TRUE(this->exact(t, a, b)) << n;
+      F::mul_rr_xf(helper, t.number, a, b, B, 0, a.number.exp + b.number.exp - 3);
+      EXPECT_TRUE(this->exact(t, a, b)) << n;
+      EXPECT_EQ(t->exp, a.number.exp + b.number.exp - 3);
+      F::mul_rf_xf(helper, t.number, a, B);
+      EXPECT_TRUE(this->exact(t, a, b)) << n;
+      F::sqr_rx_xf(helper, t.number, a, A, 1);
+      EXPECT_TRUE(this->exact(t, a, a)) << n;
+      F::inverse_fmul(helper, t.number, A, B);
+      EXPECT_TRUE(this->exact(t, a, b)) << n;
+      F::inverse_fsqr(helper, t.number, B, 2 * b.number.exp - 2);
+      EXPECT_TRUE(this->exact(t, b, b)) << n;
+      EXPECT_TRUE(t.intact() && block.intact());
+    }
+  }
+}
+
+TYPED_TEST(TransformTest, ResultsMayTakeThePlaceOfAnOperand) {
+  using W = TypeParam;
+  using F = ExactFloatTransformR<W>;
+  ORL_TRACE_SEED;
+  const TestTables tables(0x10000);
+  for (const u64 bits : {2048, 20000}) {  // Basecase/Karatsuba and FFT
+    const u64 n = bits / BigFloat<W>::word_bits;
+    const GuardedBlock block(TransformHelper<W>::bytes(2 * n, 1));
+    const TransformHelper<W> helper({this->serial, tables, block.buffer()}, 2 * n);
+    const ExactSample<W> b = this->exact_sample(n, 2);
+    ExactSample<W> x(2 * n);
+    x->set_ExactFloat(this->exact_sample(n, -3), this->serial);
+    const ExactSample<W> before = x;
+    ExactFloat<W> original = before.number;
+    original.T = const_cast<W*>(before.words.data());
+    F B;
+    F::mul_rr_xf(helper, x.number, x, b, B);
+    EXPECT_TRUE(this->exact(x, original, b)) << bits;
+    EXPECT_TRUE(x.intact());
+  }
+}
+
+TYPED_TEST(TransformTest, ZeroOperandsTouchNoTransform) {
+  using W = TypeParam;
+  using F = BigFloatTransformR<W>;
+  ORL_TRACE_SEED;
+  const TestTables tables(0x10000);
+  const GuardedBlock block(TransformHelper<W>::bytes(400, 1));
+  const TransformHelper<W> helper({this->serial, tables, block.buffer()}, 400);
+  const Sample<W> a(this->random, 50, 0);
+  BigFloat<W> zero;
+  Sample<W> t(60);
+  F A, Z;
+  A.forward(helper, 58, a);
+  const std::vector<u8> transform(static_cast<u8*>(A.F),
+                                  static_cast<u8*>(A.F) + helper.parameters().transform_size());
+  const auto cleared = [&](auto&& operation) {
+    t->set_uW(7);
+    operation();
+    EXPECT_EQ(t->signum(), 0);
+    EXPECT_TRUE(std::equal(transform.begin(), transform.end(), static_cast<u8*>(A.F)));
+  };
+  cleared([&] { F::mul_rf_xf(helper, t.number, 58, zero, A); });
+  cleared([&] { F::mul_rr_xx(helper, t.number, 58, zero, a); });
+  cleared([&] { F::mul_rr_xf(helper, t.number, 58, a, zero, Z); });
+  cleared([&] { F::mul_rf_xf(helper, t.number, 58, a, Z); });
+  cleared([&] { F::inverse_fmul(helper, t.number, 58, A, Z); });
+  cleared([&] { F::sqr_rx_xf(helper, t.number, 58, zero, Z); });
+  cleared([&] { F::inverse_fsqr(helper, t.number, 58, Z); });
+}
+
+TYPED_TEST(TransformTest, RefusesWhatDoesNotFit) {
+  using W = TypeParam;
+  using F = BigFloatTransformR<W>;
+  ORL_TRACE_SEED;
+  const TestTables tables(0x40000);
+  const u64 n = 20000 / BigFloat<W>::word_bits;
+  const u64 bytes = TransformHelper<W>::bytes(2 * n, 1);
+  const GuardedBlock block(bytes), small_block(TransformHelper<W>::bytes(n, 1)), short_block(bytes - 1);
+  const MultiplyContext ctx{this->serial, tables, block.buffer()};
+  EXPECT_THROW(TransformHelper<W>({this->serial, tables, short_block.buffer()}, 2 * n),
+               BufferTooSmallException);
+  const TransformHelper<W> helper(ctx, 2 * n);
+  const TransformHelper<W> other({this->serial, tables, small_block.buffer()}, n);
+  const u64 whole = helper.max_words();
+  const Sample<W> a(this->random, n, 0), huge(this->random, whole + 1, 0),
+      half(this->random, whole - n + 1, 0);
+  Sample<W> t(2 * whole);
+  F A, B;
+  EXPECT_THROW(A.forward(helper, whole, huge), TransformTooSmallException);
+  A.forward(helper, n, a);
+  try {
+    F::mul_rf_xf(helper, t.number, whole, half, A);
+    ADD_FAILURE();
+  } catch (const ConvolutionTooSmallException& e) {
+    EXPECT_EQ(e.function(), "BigFloatTransformR::mul_rf_xf()");
+  }
+  BigFloat<W> small(t->base, n);
+  EXPECT_THROW(F::mul_rf_xf(helper, small, n, a, A), BufferTooSmallException);
+  B.forward(other, n / 2 - 2, a);
+  EXPECT_THROW(F::inverse_fmul(helper, t.number, n, A, B), InvalidTransformException);
+  EXPECT_TRUE(A.parameters == nullptr && B.parameters == nullptr) << "both are discarded";
+}
+
+// A merge: c = a * b and d = b * e, whichever way is taken.
+TYPED_TEST(TransformTest, SharedOperandsGiveBothProducts) {
+  using W = TypeParam;
+  ORL_TRACE_SEED;
+  const TestTables tables(0x80000);
+  bool shared = false, separate = false;
+  for (const u64 n : this->lengths()) {
+    for (const u64 EL : {n, (n + 3) / 4, u64{0}}) {
+      const ExactSample<W> a = this->exact_sample(n, 1), b = this->exact_sample(n, -2),
+                           e = this->exact_sample(EL, 3);
+      const GuardedBlock block(mul_shared_scratch<W>(2 * n, 7));
+      const MultiplyContext ctx{{this->reverse, 7}, tables, block.buffer()};
+      ExactSample<W> c(2 * n + 2), d(2 * n);
+      mul_shared(c.number, a.number, b.number, d.number, e.number, ctx, -3);
+      EXPECT_TRUE(this->exact(c, a, b)) << n;
+      EXPECT_TRUE(this->exact(d, b, e)) << n;
+      EXPECT_EQ(c->exp, -3);
+      EXPECT_TRUE(c.intact() && d.intact() && block.intact());
+      if (EL > 0) (shared_product_pays<W>(2 * n, n + EL, 7) ? shared : separate) = true;
+
+      const u64 p = n;
+      const Sample<W> x(this->random, n, 0), y(this->random, n + 9, 0), z(this->random, EL, 0);
+      const GuardedBlock cut_block(mul_shared_scratch<W>(2 * p + 4, 7));
+      Sample<W> s(p + 2), t(p + 2);
+      mul_shared(p, s.number, x.number, y.number, t.number, z.number,
+                 {{this->reverse, 7}, tables, cut_block.buffer()});
+      EXPECT_TRUE(this->close(s, x, y)) << n;
+      EXPECT_TRUE(this->close(t, y, z)) << n;
+      EXPECT_TRUE(s.intact() && t.intact() && cut_block.intact());
+    }
+  }
+  EXPECT_TRUE(shared && separate) << "both ways are meant to be taken";
+}
+
+}  // namespace
+}  // namespace orl

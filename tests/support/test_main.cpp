@@ -1,0 +1,21 @@
+// main() of the tests that need the registries: the same explicit calls as the program's.
+#include <gtest/gtest.h>
+
+#include "frame/exceptions.h"
+#include "numbers/algorithm_table.h"
+#include "numbers/basecase_algorithm.h"
+#include "parallel/allocators.h"
+#include "parallel/frameworks.h"
+#include "transforms/fft.h"
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  orl::register_exceptions();
+  orl::register_frameworks();
+  orl::register_allocators();
+  orl::AlgorithmRegistry algorithms;
+  orl::register_basecase(algorithms);
+  orl::register_fft(algorithms);
+  orl::initialize_multiplication(std::move(algorithms));
+  return RUN_ALL_TESTS();
+}
