@@ -100,7 +100,7 @@ void ConvertPlanP<W>::plan_need() {
   const u64 top = levels_ - 1;
   u64 table_bytes = 0, kept_bytes = 0, squaring_bytes = 0;
   for (u64 i = 0; i < levels_; ++i) {
-    table_bytes += LinearHeapBuffer::cut_bytes<W>(level_[i].power_words);
+    table_bytes += LinearHeapBuffer::cut_bytes<W>(level_[i].power_words + 1);
     if (i > 0) {
       const u64 square = 2 * level_[i - 1].power_words;
       squaring_bytes = std::max(squaring_bytes, basic_table<W>().max_sizes(square, tds_).total_bytes());

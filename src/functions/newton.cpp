@@ -12,11 +12,11 @@
 //
 //   Induction      t has error |eps| < c W^-(h+1), and n + 1 <= 2 h + 1.
 //   Newton         1/sqrt: the step leaves 3/2 eps^2; reciprocal and quotient: eps^2. Both < W^-(n+1), as
-//   2(h+1) > n+1. e              holds n + 2 words and its top word may be 1: an error of c W^-(n+1), for
-//   1/sqrt(w) with the factor
+//   2(h+1) > n+1. e              holds n + 3 words, of which the top may be 0 and the next 1: an error of c
+//   W^-(n+1), for 1/sqrt(w) with the factor
 //                  w < W over a square truncated at W^-(n+2).
-//   correction     is itself of size c W^-(h+1) and kept to h + 2 words: c W^-(h+1) W^-(h+1).
-//   result         keeps n + 2 words, of which the top may be 1: W^-(n+1).
+//   correction     is itself of size c W^-(h+1) and kept to h + 3 words, of which the top may be 0 and the
+//   next 1. result         keeps n + 2 words, of which the top may be 1: W^-(n+1).
 // So |e - 1| < W^(2-h) is missed by a wide margin, and whatever reaches it was miscomputed.
 
 namespace orl {
@@ -36,9 +36,9 @@ u64 words_bytes(u64 words) {
 template <class W>
 Need small_need(u64 n, u64 out_words) {
   Need need;
-  need.ram_bytes = words_bytes<W>(newton_small_words(n)) + BigFloat<W>::mul_scratch(n, 1);
+  need.ram_bytes = words_bytes<W>(newton_small_words(n)) + BigFloat<W>::mul_scratch(n + 1, 1);
   need.out_words = out_words;
-  need.table_bits = (2 * n + 6) * 8 * sizeof(W);
+  need.table_bits = (2 * n + 8) * 8 * sizeof(W);
   return need;
 }
 
@@ -82,7 +82,7 @@ InvsqrtWord<Store>::InvsqrtWord(u64 p, u64 tds) : p_(p), tds_(tds) {
   }
   const u64 h = level_below(p);
   below_ = std::make_unique<InvsqrtWord>(h, tds);
-  need_ = level_need<W>(p, tds, words_bytes<W>(h + 4) + words_bytes<W>(h + 2), 1, below_->need_, p + 4);
+  need_ = level_need<W>(p, tds, words_bytes<W>(h + 4) + words_bytes<W>(h + 3), 1, below_->need_, p + 4);
 }
 
 template <class Store>
@@ -96,7 +96,7 @@ void InvsqrtWord<Store>::run(const RunContext& ctx, Frame& frame, Number& out, W
   }
   const u64 h = below_->p_;
   Number t = cut_number<W>(heap, h + 4);
-  Number d = cut_number<W>(heap, h + 2);
+  Number d = cut_number<W>(heap, h + 3);
   {
     StatusFrame status(ctx.status, "R");
     below_->run(ctx, frame, t, w, heap);
@@ -105,7 +105,7 @@ void InvsqrtWord<Store>::run(const RunContext& ctx, Frame& frame, Number& out, W
   Transform kept;
   {
     StatusFrame status(ctx.status, " 0M ");
-    Transform::sqr_rx_xf(helper, out, p_, t, kept);
+    Transform::sqr_rx_xf(helper, out, p_ + 1, t, kept);
     out.mul_uW(w, ctx.parallel);
   }
   const Estimate side = take_error(out, h, kFunction, ctx.parallel);
@@ -113,7 +113,7 @@ void InvsqrtWord<Store>::run(const RunContext& ctx, Frame& frame, Number& out, W
   {
     StatusFrame status(ctx.status, " 1M ");
     out.mp2(-1, ctx.parallel);
-    Transform::mul_rf_xf(helper, d, h, top_words(out, h + 2), kept);
+    Transform::mul_rf_xf(helper, d, h + 1, top_words(out, h + 2), kept);
   }
   apply_correction(out, p_, t, d, side, ctx.parallel);
 }
@@ -129,7 +129,7 @@ InvsqrtFloat<Store>::InvsqrtFloat(u64 p, u64 tds) : p_(p), tds_(tds) {
   }
   const u64 h = level_below(p);
   below_ = std::make_unique<InvsqrtFloat>(h, tds);
-  const u64 numbers = words_bytes<W>(h + 4) + words_bytes<W>(h + 2) + words_bytes<W>(p + 3);
+  const u64 numbers = words_bytes<W>(h + 4) + words_bytes<W>(h + 3) + words_bytes<W>(p + 4);
   need_ = level_need<W>(p, tds, numbers, 1, below_->need_, p + 4);
 }
 
@@ -145,8 +145,8 @@ void InvsqrtFloat<Store>::run(const RunContext& ctx, Frame& frame, Number& out, 
   }
   const u64 h = below_->p_;
   Number t = cut_number<W>(heap, h + 4);
-  Number d = cut_number<W>(heap, h + 2);
-  Number root = cut_number<W>(heap, p_ + 3);
+  Number d = cut_number<W>(heap, h + 3);
+  Number root = cut_number<W>(heap, p_ + 4);
   {
     StatusFrame status(ctx.status, "R");
     below_->run(ctx, frame, t, a, heap);
@@ -165,7 +165,7 @@ void InvsqrtFloat<Store>::run(const RunContext& ctx, Frame& frame, Number& out, 
   {
     StatusFrame status(ctx.status, " 1M ");
     out.mp2(-1, ctx.parallel);
-    Transform::mul_rf_xf(helper, d, h, top_words(out, h + 2), kept);
+    Transform::mul_rf_xf(helper, d, h + 1, top_words(out, h + 2), kept);
   }
   apply_correction(out, p_, t, d, side, ctx.parallel);
 }
@@ -181,7 +181,7 @@ Reciprocal<Store>::Reciprocal(u64 p, u64 tds) : p_(p), tds_(tds) {
   }
   const u64 h = level_below(p);
   below_ = std::make_unique<Reciprocal>(h, tds);
-  need_ = level_need<W>(p, tds, words_bytes<W>(h + 4) + words_bytes<W>(h + 2), 1, below_->need_, p + 4);
+  need_ = level_need<W>(p, tds, words_bytes<W>(h + 4) + words_bytes<W>(h + 3), 1, below_->need_, p + 4);
 }
 
 template <class Store>
@@ -196,7 +196,7 @@ void Reciprocal<Store>::run(const RunContext& ctx, Frame& frame, Number& out, co
   }
   const u64 h = below_->p_;
   Number x0 = cut_number<W>(heap, h + 4);
-  Number d = cut_number<W>(heap, h + 2);
+  Number d = cut_number<W>(heap, h + 3);
   {
     StatusFrame status(ctx.status, "R");
     below_->run(ctx, frame, x0, a, heap);
@@ -212,7 +212,7 @@ void Reciprocal<Store>::run(const RunContext& ctx, Frame& frame, Number& out, co
   if (side == Estimate::kExact) return keep_exact(out, p_, x0, ctx.parallel);
   {
     StatusFrame status(ctx.status, " 1M ");
-    Transform::mul_rf_xf(helper, d, h, top_words(out, h + 2), kept);
+    Transform::mul_rf_xf(helper, d, h + 1, top_words(out, h + 2), kept);
   }
   apply_correction(out, p_, x0, d, side, ctx.parallel);
 }
@@ -257,7 +257,7 @@ Division<Store>::Division(u64 p, u64 tds) : p_(p), tds_(tds) {
   }
   const u64 h = level_below(p);
   reciprocal_ = std::make_unique<Reciprocal<Store>>(h, tds);
-  const u64 numbers = words_bytes<W>(h + 4) + 2 * words_bytes<W>(h + 2) + words_bytes<W>(p + 3);
+  const u64 numbers = words_bytes<W>(h + 4) + 2 * words_bytes<W>(h + 3) + words_bytes<W>(p + 4);
   need_ = level_need<W>(p, tds, numbers, 2, reciprocal_->need(), p + 4);
 }
 
@@ -268,23 +268,24 @@ void Division<Store>::run(const RunContext& ctx, Frame& frame, Number& out, cons
   using Transform = typename Store::Transform;
   if (ctx.parallel.tds != tds_) throw InvalidParametersException(kFunction, "Mismatching tds.");
   check_run(kFunction, ctx, tds_, need_, heap.size);
+  if (a.L == 0 && b.L != 0) return out.set_zero();
   StatusFrame division(ctx.status, "Large Division");
   if (!reciprocal_) {
     Number r = cut_number<W>(heap, p_ + 4);
     const LinearWordBuffer<W> small = cut_small<W>(heap, p_);
     Reciprocal_BigFloatR_E(ctx.multiply(heap), r, b, p_, small);
-    return out.set_mul_small(p_, a, r, ctx.multiply(heap));
+    out.set_mul_small(p_ + 1, a, r, ctx.multiply(heap));
+    return out.truncate(p_);
   }
   const u64 h = reciprocal_->precision();
   Number r = cut_number<W>(heap, h + 4);
-  Number q0 = cut_number<W>(heap, h + 2);
-  Number d = cut_number<W>(heap, h + 2);
+  Number q0 = cut_number<W>(heap, h + 3);
+  Number d = cut_number<W>(heap, h + 3);
   Number difference = cut_number<W>(heap, p_ + 3);
   {
     StatusFrame status(ctx.status, "R");
     reciprocal_->run(ctx, frame, r, b, heap);
   }
-  if (a.L == 0) return out.set_zero();
   const typename Transform::Helper helper(ctx.multiply(heap), 2 * (h + 2), 2);
   Transform kept_r, kept_q;
   {
@@ -303,7 +304,7 @@ void Division<Store>::run(const RunContext& ctx, Frame& frame, Number& out, cons
   if (side == Estimate::kExact) return out.set_BigFloat(p_, q0, ctx.parallel);
   {
     StatusFrame status(ctx.status, " 2M ");
-    Transform::mul_rf_xf(helper, d, h, top_words(difference, h + 2), kept_r);
+    Transform::mul_rf_xf(helper, d, h + 1, top_words(difference, h + 2), kept_r);
   }
   apply_correction(out, p_, q0, d, side, ctx.parallel);
 }

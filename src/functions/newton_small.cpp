@@ -26,7 +26,7 @@ BigFloat<W> cut_number(LinearWordBuffer<W>& small, u64 words) {
 u64 newton_small_words(u64 n) {
   if (n == 0) return 0;
   const u64 h = level_below(n);
-  return (h + 3) + (h + 2) + (n + 2);
+  return (h + 3) + (h + 3) + (n + 3);
 }
 
 template <class W>
@@ -42,14 +42,14 @@ void InvsqrtWord_BigFloatR_E(const MultiplyContext& ctx, BigFloat<W>& y, W w, u6
   const MultiplyContext one = single(ctx);
   InvsqrtWord_BigFloatR_E(one, y, w, h, small);
   BigFloat<W> t = cut_number(small, h + 3);
-  BigFloat<W> d = cut_number(small, h + 2);
-  t.set_BigFloat(h, y, one.parallel);
-  y.set_sqr(n, t, one);
+  BigFloat<W> d = cut_number(small, h + 3);
+  t.set_BigFloat(h + 1, y, one.parallel);
+  y.set_sqr(n + 1, t, one);
   y.mul_uW(w, one.parallel);
   const Estimate side = take_error(y, h, kFunction, one.parallel);
   if (side == Estimate::kExact) return keep_exact(y, n, t, one.parallel);
   y.mp2(-1, one.parallel);
-  d.set_mul_small(h, y, t, one);
+  d.set_mul_small(h + 1, y, t, one);
   apply_correction(y, n, t, d, side, one.parallel);
 }
 
@@ -73,15 +73,15 @@ void InvsqrtFloat_BigFloatR_E(const MultiplyContext& ctx, BigFloat<W>& y, const 
   const MultiplyContext one = single(ctx);
   InvsqrtFloat_BigFloatR_E(one, y, a, h, small);
   BigFloat<W> t = cut_number(small, h + 3);
-  BigFloat<W> d = cut_number(small, h + 2);
-  BigFloat<W> square = cut_number(small, n + 2);
-  t.set_BigFloat(h, y, one.parallel);
-  square.set_sqr(n, t, one);
-  y.set_mul_small(n, a, square, one);
+  BigFloat<W> d = cut_number(small, h + 3);
+  BigFloat<W> square = cut_number(small, n + 3);
+  t.set_BigFloat(h + 1, y, one.parallel);
+  square.set_sqr(n + 1, t, one);
+  y.set_mul_small(n + 1, a, square, one);
   const Estimate side = take_error(y, h, kFunction, one.parallel);
   if (side == Estimate::kExact) return keep_exact(y, n, t, one.parallel);
   y.mp2(-1, one.parallel);
-  d.set_mul_small(h, y, t, one);
+  d.set_mul_small(h + 1, y, t, one);
   apply_correction(y, n, t, d, side, one.parallel);
 }
 
@@ -100,12 +100,12 @@ void Reciprocal_BigFloatR_E(const MultiplyContext& ctx, BigFloat<W>& y, const Bi
   const MultiplyContext one = single(ctx);
   Reciprocal_BigFloatR_E(one, y, a, h, small);
   BigFloat<W> t = cut_number(small, h + 3);
-  BigFloat<W> d = cut_number(small, h + 2);
-  t.set_BigFloat(h, y, one.parallel);
-  y.set_mul_small(n, a, t, one);
+  BigFloat<W> d = cut_number(small, h + 3);
+  t.set_BigFloat(h + 1, y, one.parallel);
+  y.set_mul_small(n + 1, a, t, one);
   const Estimate side = take_error(y, h, kFunction, one.parallel);
   if (side == Estimate::kExact) return keep_exact(y, n, t, one.parallel);
-  d.set_mul_small(h, y, t, one);
+  d.set_mul_small(h + 1, y, t, one);
   apply_correction(y, n, t, d, side, one.parallel);
 }
 

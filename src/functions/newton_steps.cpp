@@ -46,9 +46,9 @@ Estimate take_error(BigFloat<W>& e, u64 below, const char* function, ParallelCon
     if (e.magnitude() > bound) convergence_failure(function, "Over-Estimate", below, e.magnitude());
     return Estimate::kOver;
   }
-  // 1 - e is the complement, but for a unit of the lowest word.
   if (e.L == 0 || e.magnitude() < 0) convergence_failure(function, "Under-Estimate", below, 0);
   bp_not(e.T, e.T, e.L, parallel);
+  bp_carry<W>(1, e.T, e.L, parallel);
   e.strip_top_zeros(parallel);
   if (e.L != 0 && e.magnitude() > bound)
     convergence_failure(function, "Under-Estimate", below, e.magnitude());
@@ -79,10 +79,10 @@ template <class W>
 void mul_in_halves(const TransformHelper<W>& helper, BigFloat<W>& T, u64 n, u64 below, const BigFloat<W>& a,
                    BigFloatTransformR<W>& b, BigFloat<W>& low) {
   using Transform = BigFloatTransformR<W>;
-  const BigFloat<W> used = top_words(a, n + 2);
+  const BigFloat<W> used = top_words(a, n + 3);
   const BigFloat<W> upper = top_words(used, below + 2);
   const BigFloat<W> lower = words_below(used, below + 2);
-  Transform::mul_rf_xf(helper, T, n, upper, b);
+  Transform::mul_rf_xf(helper, T, n + 1, upper, b);
   if (lower.L == 0) return;
   Transform::mul_rf_xf(helper, low, below, lower, b);
   add_below(T, low, helper.parallel());

@@ -47,7 +47,7 @@ void apply_correction(BigFloat<W>& y, u64 n, const BigFloat<W>& t, const BigFloa
 template <class W>
 void keep_exact(BigFloat<W>& y, u64 n, const BigFloat<W>& t, ParallelContext parallel);
 
-/// T = a * b to n + 2 words, with b's transform (of at most below + 2 words) at hand. a is cut to n + 2 words
+/// T = a * b to n + 3 words, with b's transform (of at most below + 2 words) at hand. a is cut to n + 3 words
 /// and taken in two halves, so that no product is longer than 2 * (below + 2); `low` (below + 2 words)
 /// receives the lower one.
 template <class W>

@@ -232,33 +232,11 @@ W Conversion<W>::convert_T(const RunContext& ctx, const Split& s, W* D, Fraction
   return join(s, D, bottom, overlap);
 }
 
-// The two halves computed the word below the seam both. The low part's stands; where the high part's differs
-// by a unit across zero, its words above the seam are one too low or too high.
 template <class W>
 W Conversion<W>::join(const Split& s, W* D, W low_bottom, W overlap) const {
-  const W a = s.low == 1 ? low_bottom : D[s.low - 1];
-  const W b = overlap;
-  const W last = plan_.radix() - 1;
-  W* high = D + s.low;
-  const auto ripple = [&](W from, W to) {
-    u64 i = 0;
-    while (i < s.high && high[i] == from) high[i++] = to;
-    return i;
-  };
-  if (a == b) return low_bottom;
-  if (a == 0 && b == last) {
-    if (const u64 i = ripple(last, 0); i < s.high) ++high[i];
-    return low_bottom;
-  }
-  if (a == last && b == 0) {
-    if (const u64 i = ripple(0, last); i < s.high) --high[i];
-    return low_bottom;
-  }
-  if (a - b == W{1} || b - a == W{1}) return low_bottom;
-  throw AlgorithmFailedException("CBRv2::convert_L()",
-                                 "Overlap Mismatch:\n    RL = " + std::to_string(s.low + s.high) +
-                                     "\n    Expected = " + std::to_string(b) +
-                                     "\n    Actual   = " + std::to_string(a));
+  const W low_word = s.low == 1 ? low_bottom : D[s.low - 1];
+  match_overlap(plan_.radix(), D + s.low, s.high, low_word, overlap, s.low + s.high);
+  return low_bottom;
 }
 
 template <class W>
@@ -278,6 +256,33 @@ W Conversion<W>::base_case(W* D, Fraction f, u64 n) const {
 }
 
 }  // namespace
+
+template <class W>
+void match_overlap(W radix, W* high, u64 length, W low_word, W high_word, u64 digits) {
+  const W last = radix - 1;
+  const auto ripple = [&](W from, W to) {
+    u64 i = 0;
+    while (i < length && high[i] == from) high[i++] = to;
+    return i;
+  };
+  if (low_word == high_word) return;
+  if (low_word == 0 && high_word == last) {
+    if (const u64 i = ripple(last, 0); i < length) ++high[i];
+    return;
+  }
+  if (low_word == last && high_word == 0) {
+    if (const u64 i = ripple(0, last); i < length) --high[i];
+    return;
+  }
+  if (low_word == high_word + 1 || high_word == low_word + 1) return;
+  throw AlgorithmFailedException(
+      "CBRv2::convert_L()", "Overlap Mismatch:\n    RL = " + std::to_string(digits) + "\n    Expected = " +
+                                std::to_string(high_word) + "\n    Actual   = " + std::to_string(low_word));
+}
+
+template void match_overlap(u32, u32*, u64, u32, u32, u64);
+template void match_overlap(u64, u64*, u64, u64, u64, u64);
+
 }  // namespace CBRv2
 
 template <class W>

@@ -33,7 +33,7 @@ inline constexpr u64 kDecimalDigitsPerWord = sizeof(W) == 8 ? 19 : 9;
 struct ConvertLevel {
   u64 digits = 0;          ///< n0 << level: words of a full high part
   u64 max_digits = 0;      ///< words of the largest node that is split here
-  u64 power_words = 0;     ///< room for the stored power
+  u64 power_words = 0;     ///< bound of the stored power; a square has one more before its zeros are cut
   u64 power_exp = 0;       ///< whole words of zeros cut from it
   u64 low_words = 0;       ///< binary words of the largest low part's fraction
   u64 product_words = 0;   ///< largest product
@@ -151,6 +151,13 @@ struct Power {
 /// "Power Hash Mismatch" when they differ; InvalidParametersException "Radix is less than 2.".
 template <class W>
 void CheckP(W radix, u64 e, const Power<W>& power, ParallelContext parallel);
+
+/// Makes the two halves of `digits` words agree: high[0, length) stands above a word that both have computed,
+/// the low part as `low_word`, which stays, and the high part as `high_word`. A difference of a unit across
+/// zero ripples through the high part. Throws AlgorithmFailedException "Overlap Mismatch" when they differ by
+/// more than a unit.
+template <class W>
+void match_overlap(W radix, W* high, u64 length, W low_word, W high_word, u64 digits);
 
 /// powers[i] = radix^(n0 << i) for every level of the plan, each checked, cut from the front of `heap`, which
 /// is moved past them; what is left of it is scratch meanwhile.

@@ -1,0 +1,138 @@
+// Runs a plan with exactly the memory it asks for, between guards, and sees how much of it was cut.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <memory>
+#include <vector>
+
+#include "frame/status.h"
+#include "numbers/algorithm_table.h"
+#include "numbers/big_float.h"
+#include "numbers/run_context.h"
+#include "parallel/frameworks.h"
+#include "parallel/linear_buffer.h"
+#include "support/gmp_oracle.h"
+
+namespace orl::test {
+
+class AlignedBytes {
+ public:
+  explicit AlignedBytes(u64 bytes)
+      : bytes_(bytes), store_(static_cast<u8*>(std::aligned_alloc(64, (bytes + 64) & ~u64{63}))) {}
+  u8* data() { return store_.get(); }
+  const u8* data() const { return store_.get(); }
+  LinearHeapBuffer buffer() { return {data(), bytes_}; }
+
+ private:
+  struct Free {
+    void operator()(u8* p) const { std::free(p); }
+  };
+  u64 bytes_;
+  std::unique_ptr<u8, Free> store_;
+};
+
+/// `bytes` bytes between poisoned pages of guard.
+class GuardedHeap final : public CutObserver {
+ public:
+  explicit GuardedHeap(u64 bytes) : bytes_(bytes), store_(bytes + 2 * kGuard) {
+    std::fill_n(store_.data(), bytes + 2 * kGuard, kPoison);
+    set_cut_observer(this);
+  }
+  ~GuardedHeap() override { set_cut_observer(nullptr); }
+
+  LinearHeapBuffer buffer() { return {store_.data() + kGuard, bytes_}; }
+  /// Nothing wrote outside.
+  bool intact() const {
+    const auto poisoned = [](u8 byte) { return byte == kPoison; };
+    const u8* end = store_.data() + kGuard + bytes_;
+    return std::all_of(store_.data(), store_.data() + kGuard, poisoned) &&
+           std::all_of(end, end + kGuard, poisoned);
+  }
+  /// Bytes from the start of the heap to the end of the highest cut.
+  u64 high_water() const { return high_water_; }
+
+  void on_cut(const void* begin, u64 bytes) override {
+    const u8* at = static_cast<const u8*>(begin);
+    const u8* start = store_.data() + kGuard;
+    if (at < start || at > start + bytes_) return;
+    const u64 end = static_cast<u64>(at - start) + bytes;
+    u64 seen = high_water_;
+    while (seen < end && !high_water_.compare_exchange_weak(seen, end)) {
+    }
+  }
+
+ private:
+  static constexpr u64 kGuard = 4096;
+  static constexpr u8 kPoison = 0xd7;
+  u64 bytes_;
+  AlignedBytes store_;
+  std::atomic<u64> high_water_{0};
+};
+
+/// A framework and the transform tables of the products up to `table_bits`.
+template <class W>
+class Runner {
+ public:
+  explicit Runner(u64 table_bits, const char* framework = "none")
+      : framework_(create_framework(framework)),
+        table_memory_(basic_table<W>().table_bytes(table_bits)),
+        tables_(table_memory_.buffer()) {
+    basic_table<W>().ensure_tables(tables_, table_bits);
+  }
+  RunContext context(u64 tds) { return {{*framework_, tds}, tables_, silent_status()}; }
+
+  /// Calls body(context, heap) with exactly need.ram_bytes and checks guards; from `tight_bytes` on, the plan
+  /// may not ask for more than 1/0.7 of what is cut.
+  template <class Body>
+  void run(const Need& need, u64 tds, Body&& body, u64 tight_bytes = 4096) {
+    GuardedHeap heap(need.ram_bytes);
+    body(context(tds), heap.buffer());
+    EXPECT_TRUE(heap.intact());
+    if (need.ram_bytes >= tight_bytes) {
+      EXPECT_GE(static_cast<double>(heap.high_water()), 0.7 * static_cast<double>(need.ram_bytes));
+    }
+    EXPECT_LE(heap.high_water(), need.ram_bytes);
+  }
+
+ private:
+  std::unique_ptr<Parallelizer> framework_;
+  AlignedBytes table_memory_;
+  TransformTables tables_;
+};
+
+/// A number that owns its words; `spare` words of room above.
+template <class W>
+struct OwnedFloat {
+  std::vector<W> store;
+  BigFloat<W> x;
+
+  explicit OwnedFloat(u64 capacity) : store(capacity), x(store.data(), capacity) {}
+  OwnedFloat(const std::vector<W>& words, s64 exp, u8 sign = 1)
+      : store(words), x(store.data(), store.size()) {
+    x.L = words.size();
+    x.exp = exp;
+    x.sign = sign;
+    x.strip_top_zeros();
+    x.exp = x.L ? exp : 0;
+  }
+  OwnedFloat(const OwnedFloat&) = delete;
+};
+
+/// floor(|x| * W^words).
+template <class W>
+Mpz scaled(const BigFloat<W>& x, u64 words) {
+  const s64 shift = (x.exp + static_cast<s64>(words)) * static_cast<s64>(8 * sizeof(W));
+  const Mpz value(x.T, x.L);
+  return shift >= 0 ? value << static_cast<u64>(shift) : value >> static_cast<u64>(-shift);
+}
+
+template <class W>
+Mpz word_power(u64 n) {
+  return Mpz(u64{1}) << (n * 8 * sizeof(W));
+}
+
+}  // namespace orl::test

@@ -1,0 +1,239 @@
+#include "functions/newton.h"
+
+#include <gtest/gtest.h>
+
+#include "frame/exceptions.h"
+#include "functions/function_runner.h"
+#include "functions/newton_steps.h"
+#include "support/random_words.h"
+
+namespace orl::test {
+namespace {
+
+// n words and some more must be right; n = 0 is a double and n = 1 one step from it.
+template <class W>
+void expect_close(const BigFloat<W>& got, const Mpz& want, u64 words, u64 n) {
+  constexpr u64 bits = 8 * sizeof(W);
+  ASSERT_NE(got.L, 0u);
+  EXPECT_LE(got.L, n + 3);
+  Mpz error = scaled(got, words) - want;
+  mpz_abs(error, error);
+  const u64 good_bits = n == 0 ? 50 : n == 1 ? std::min<u64>(2 * bits - 4, 100) : (n + 1) * bits - 6;
+  const Mpz bound = (want >> good_bits) + Mpz(u64{2});
+  EXPECT_LE(mpz_cmp(error, bound), 0)
+      << "n = " << n << ", right bits: " << mpz_sizeinbase(want, 2) - mpz_sizeinbase(error, 2) << " of "
+      << good_bits;
+}
+
+// floor(W^words / sqrt(a * W^exp))
+template <class W>
+Mpz inverse_root(const Mpz& a, s64 exp, u64 words) {
+  constexpr s64 bits = 8 * sizeof(W);
+  const s64 shift = (2 * static_cast<s64>(words) - exp) * bits;
+  Mpz r = (Mpz(u64{1}) << static_cast<u64>(shift)) / a;
+  mpz_sqrt(r, r);
+  return r;
+}
+
+const u64 kLargeSizes[] = {41, 64, 65, 127, 128, 129, 500, 1000, 1001};
+
+std::vector<u64> all_sizes() {
+  std::vector<u64> sizes;
+  for (u64 n = 0; n <= 40; ++n) sizes.push_back(n);
+  sizes.insert(sizes.end(), std::begin(kLargeSizes), std::end(kLargeSizes));
+  return sizes;
+}
+
+template <class W>
+class Newton : public ::testing::Test {
+ protected:
+  Random random;
+  ::testing::ScopedTrace trace{__FILE__, __LINE__, random.replay()};
+
+  void check_word(u64 n, W w, u64 tds, const char* framework = "none") {
+    const InvsqrtWord_BigFloatR<W> plan(n, tds);
+    Runner<W> runner(plan.need().table_bits, framework);
+    OwnedFloat<W> y(plan.need().out_words);
+    runner.run(plan.need(), tds,
+               [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, y.x, w, heap); });
+    expect_close(y.x, inverse_root<W>(Mpz(u64{w}), 0, n + 4), n + 4, n);
+  }
+
+  void check_root(u64 n, const BigFloat<W>& a, u64 tds) {
+    const InvsqrtFloat_BigFloatR<W> plan(n, tds);
+    Runner<W> runner(plan.need().table_bits);
+    OwnedFloat<W> y(plan.need().out_words);
+    runner.run(plan.need(), tds,
+               [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, y.x, a, heap); });
+    const u64 words = n + 6 + static_cast<u64>(std::abs(a.magnitude()));
+    expect_close(y.x, inverse_root<W>(Mpz(a.T, a.L), a.exp, words), words, n);
+  }
+
+  void check_reciprocal(u64 n, const BigFloat<W>& a, u64 tds) {
+    const Reciprocal_BigFloatR<W> plan(n, tds);
+    Runner<W> runner(plan.need().table_bits);
+    OwnedFloat<W> y(plan.need().out_words);
+    runner.run(plan.need(), tds,
+               [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, y.x, a, heap); });
+    const s64 words = static_cast<s64>(n) + 6 + std::abs(a.magnitude());
+    const Mpz want = word_power<W>(static_cast<u64>(words - a.exp)) / Mpz(a.T, a.L);
+    EXPECT_EQ(y.x.sign, a.sign);
+    expect_close(y.x, want, static_cast<u64>(words), n);
+  }
+
+  void check_division(u64 n, const BigFloat<W>& a, const BigFloat<W>& b, u64 tds,
+                      const char* framework = "none") {
+    const Division_BigFloatR<W> plan(n, tds);
+    Runner<W> runner(plan.need().table_bits, framework);
+    OwnedFloat<W> q(plan.need().out_words);
+    runner.run(
+        plan.need(), tds,
+        [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, q.x, a, b, heap); },
+        a.L == 0 ? ~u64{0} : 4096);
+    if (a.L == 0) {
+      EXPECT_EQ(q.x.L, 0u);
+      return;
+    }
+    const s64 words = static_cast<s64>(n) + 6 + std::abs(a.magnitude()) + std::abs(b.magnitude());
+    const Mpz want =
+        (Mpz(a.T, a.L) << static_cast<u64>((words + a.exp - b.exp)) * 8 * sizeof(W)) / Mpz(b.T, b.L);
+    EXPECT_EQ(q.x.sign, a.sign == b.sign);
+    expect_close(q.x, want, static_cast<u64>(words), n);
+  }
+
+  // Top words at their extremes, long runs, and lengths below and above the precision.
+  OwnedFloat<W> operand(u64 n) {
+    const u64 L = std::max<u64>(1, random.coin() ? n + random.below(6) : 1 + random.below(n + 3));
+    std::vector<W> words = random.number<W>(L);
+    if (random.below(4) == 0) words.back() = 1;
+    return OwnedFloat<W>(words, static_cast<s64>(random.below(9)) - static_cast<s64>(L) - 4, random.coin());
+  }
+};
+
+using Words = ::testing::Types<u32, u64>;
+TYPED_TEST_SUITE(Newton, Words);
+
+TYPED_TEST(Newton, InverseRootOfAWordIsRight) {
+  using W = TypeParam;
+  const W top = static_cast<W>(~W{0});
+  const W words[] = {1,
+                     2,
+                     3,
+                     4,
+                     8,
+                     10005,
+                     static_cast<W>(2000000011u),
+                     static_cast<W>(W{1} << (8 * sizeof(W) - 2)),
+                     static_cast<W>(top - 1),
+                     top};
+  for (const u64 n : all_sizes())
+    for (const W w : words) this->check_word(n, w, 1);
+}
+
+TYPED_TEST(Newton, InverseRootOfANumberIsRight) {
+  for (const u64 n : all_sizes()) {
+    for (int repeat = 0; repeat < 6; ++repeat) {
+      OwnedFloat<TypeParam> a = this->operand(n);
+      a.x.sign = 1;
+      this->check_root(n, a.x, 1);
+    }
+  }
+}
+
+TYPED_TEST(Newton, ReciprocalIsRight) {
+  for (const u64 n : all_sizes()) {
+    for (int repeat = 0; repeat < 6; ++repeat) this->check_reciprocal(n, this->operand(n).x, 1);
+  }
+}
+
+TYPED_TEST(Newton, QuotientIsRight) {
+  using W = TypeParam;
+  for (const u64 n : all_sizes()) {
+    if (n == 0) continue;
+    for (int repeat = 0; repeat < 6; ++repeat)
+      this->check_division(n, this->operand(n).x, this->operand(n).x, 1);
+    const OwnedFloat<W> b = this->operand(n);
+    this->check_division(n, b.x, b.x, 1);
+    this->check_division(n, BigFloat<W>(), b.x, 1);
+    // A dividend one unit under and over a divisor that is a power of W: the tops differ by one.
+    std::vector<W> ones(n + 2, static_cast<W>(~W{0}));
+    std::vector<W> power(n + 3, 0);
+    power.back() = 1;
+    const OwnedFloat<W> under(ones, -3), over(power, -3);
+    this->check_division(n, under.x, over.x, 1);
+    this->check_division(n, over.x, under.x, 1);
+  }
+}
+
+TYPED_TEST(Newton, LargeSizesAreRightWithEveryDecomposition) {
+  using W = TypeParam;
+  for (const u64 n : {3000, 20000}) {
+    const OwnedFloat<W> a(this->random.template number<W>(n + 3), -2);
+    const OwnedFloat<W> b(this->random.template number<W>(n), 5);
+    for (const u64 tds : {1, 2, 7}) {
+      const char* framework = tds == 1 ? "none" : "pushpool";
+      this->check_word(n, static_cast<W>(10005), tds, framework);
+      this->check_division(n, a.x, b.x, tds, framework);
+      this->check_reciprocal(n, b.x, tds);
+    }
+    this->check_root(n, b.x, 1);
+  }
+}
+
+TYPED_TEST(Newton, RefusesWhatItCannotDo) {
+  using W = TypeParam;
+  const u64 n = 20;
+  OwnedFloat<W> out(n + 4), one({1}, 0), zero({0}, 0);
+  Runner<W> runner(1 << 16);
+  AlignedBytes memory(1 << 20);
+  const InvsqrtWord_BigFloatR<W> root(n, 2);
+  const Reciprocal_BigFloatR<W> reciprocal(n, 2);
+  const Division_BigFloatR<W> division(n, 2);
+  EXPECT_THROW(root.run(runner.context(2), out.x, 0, memory.buffer()), ArithmeticException);
+  EXPECT_THROW(reciprocal.run(runner.context(2), out.x, zero.x, memory.buffer()), ArithmeticException);
+  EXPECT_THROW(division.run(runner.context(2), out.x, one.x, zero.x, memory.buffer()), ArithmeticException);
+  EXPECT_THROW(root.run(runner.context(3), out.x, 5, memory.buffer()), InvalidParametersException);
+  EXPECT_THROW(division.run(runner.context(1), out.x, one.x, one.x, memory.buffer()),
+               InvalidParametersException);
+  const LinearHeapBuffer small(memory.data(), root.need().ram_bytes - 64);
+  EXPECT_THROW(root.run(runner.context(1), out.x, 5, small), BufferTooSmallException);
+}
+
+// What a miscomputed product looks like to an iteration.
+TYPED_TEST(Newton, ErrorOutsideItsBoundIsAFailure) {
+  using W = TypeParam;
+  const W ones = static_cast<W>(~W{0});
+  Runner<W> runner(1 << 12);
+  const ParallelContext parallel = runner.context(1).parallel;
+  const auto side = [&](std::vector<W> words, s64 exp, u64 below) {
+    OwnedFloat<W> e(words, exp);
+    return take_error(e.x, below, "test()", parallel);
+  };
+  const auto message = [&](std::vector<W> words, s64 exp, u64 below) -> std::string {
+    try {
+      side(words, exp, below);
+    } catch (const AlgorithmFailedException& failure) {
+      return failure.message();
+    }
+    return "";
+  };
+  EXPECT_EQ(side({7, 0, 0, 1}, -3, 4), Estimate::kOver);
+  EXPECT_EQ(side({0, 0, 0, 1}, -3, 4), Estimate::kExact);
+  EXPECT_EQ(side({7, ones, ones}, -3, 4), Estimate::kUnder);
+  EXPECT_EQ(message({7, 1, 1}, -2, 4),
+            "Over-Estimate -> Convergence Failure:\n    Maximum Error = -4\n    Actual Error  = 0");
+  EXPECT_EQ(message({7, ones - 1, ones, ones}, -4, 5),
+            "Under-Estimate -> Convergence Failure:\n    Maximum Error = -5\n    Actual Error  = -2");
+  EXPECT_EQ(message({7, 0, 2}, -2, 1), "Convergence Failure:\n    top = 2");
+}
+
+TYPED_TEST(Newton, SmallQuotientNeedsNoTransform) {
+  using W = TypeParam;
+  const Division_BigFloatR<W> plan(9, 1);
+  const ScopedBasicTable<W> basecase_only({{"BKT", 5120}});
+  EXPECT_LE(plan.need().table_bits, 5120u);
+  this->check_division(9, this->operand(9).x, this->operand(9).x, 1);
+}
+
+}  // namespace
+}  // namespace orl::test

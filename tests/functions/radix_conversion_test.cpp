@@ -1,0 +1,261 @@
+#include "functions/radix_conversion.h"
+
+#include <gtest/gtest.h>
+
+#include "frame/exceptions.h"
+#include "functions/function_runner.h"
+#include "support/random_words.h"
+
+namespace orl::test {
+namespace {
+
+template <class W>
+Mpz radix_power(W radix, u64 n) {
+  Mpz r;
+  mpz_ui_pow_ui(r, radix, n);
+  return r;
+}
+
+template <class W>
+Mpz value_of(const std::vector<W>& digits, W radix) {
+  // Halves at a time, so that 20000 words stay quick.
+  std::vector<Mpz> level(digits.begin(), digits.end());
+  for (Mpz power{u64{radix}}; level.size() > 1; power = power * power) {
+    std::vector<Mpz> next;
+    for (u64 i = 0; i < level.size(); i += 2)
+      next.push_back(i + 1 < level.size() ? level[i] + level[i + 1] * power : level[i]);
+    level = std::move(next);
+  }
+  return level[0];
+}
+
+template <class W>
+class Conversion : public ::testing::Test {
+ protected:
+  Random random;
+  ::testing::ScopedTrace trace{__FILE__, __LINE__, random.replay()};
+
+  static constexpr W kRadix = kDecimalRadix<W>;
+
+  std::vector<W> convert(W radix, u64 n, const BigFloat<W>& x, u64 tds) {
+    const auto plan = ConvertPlanP<W>::make(radix, n, tds);
+    Runner<W> runner(plan.need().table_bits, tds == 1 ? "none" : "pushpool");
+    GuardedWords<W> digits(n);
+    EXPECT_EQ(plan.need().out_words, n);
+    runner.run(
+        plan.need(), tds,
+        [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, digits.data(), x, heap); },
+        tight_from(plan, x));
+    EXPECT_TRUE(digits.intact());
+    return digits.words();
+  }
+
+  bool verify(W radix, const std::vector<W>& digits, const BigFloat<W>& x, u64 tds) {
+    const VerifyConversion<W> proof(radix, digits.size(), tds);
+    Runner<W> runner(proof.need().table_bits);
+    bool ok = false;
+    runner.run(
+        proof.need(), tds,
+        [&](const RunContext& ctx, LinearHeapBuffer heap) { ok = proof.run(ctx, digits.data(), x, heap).ok; },
+        tight_from(ConvertPlanP<W>::make(radix, digits.size(), 1), x));
+    return ok;
+  }
+
+  // Plans are tight from 64 KiB on; a number shorter than they expect leaves memory unused.
+  static u64 tight_from(const ConvertPlanP<W>& plan, const BigFloat<W>& x) {
+    return -x.exp < static_cast<s64>(plan.fraction_words()) ? ~u64{0} : 1 << 16;
+  }
+
+  // The digits must be the floor, or one less if the fraction is a hair above it.
+  void check(W radix, u64 n, const BigFloat<W>& x, u64 tds) {
+    SCOPED_TRACE("radix " + std::to_string(radix) + ", n " + std::to_string(n) + ", tds " +
+                 std::to_string(tds));
+    const std::vector<W> digits = convert(radix, n, x, tds);
+    for (const W digit : digits) ASSERT_LT(digit, radix);
+    const u64 words = x.exp < 0 ? static_cast<u64>(-x.exp) : 0;
+    const Mpz product = (scaled(x, words) % word_power<W>(words)) * radix_power(radix, n);
+    const u64 bits = words * 8 * sizeof(W);
+    const Mpz rest = product - ((product >> bits) << bits);
+    Mpz lost = (product >> bits) - value_of(digits, radix);
+    if (lost == Mpz(u64{1})) {
+      EXPECT_TRUE((rest >> (bits > 40 ? bits - 40 : 0)) == Mpz(u64{0})) << "one less than the floor";
+    } else {
+      EXPECT_TRUE(lost == Mpz(u64{0}));
+    }
+    EXPECT_TRUE(verify(radix, digits, x, tds));
+  }
+
+  OwnedFloat<W> fraction(u64 words, W integer) {
+    std::vector<W> value = random.words<W>(words);
+    // Below 1/W nothing is converted.
+    value.push_back(value.back() == 0 && integer == 0 ? W{1} : integer);
+    return OwnedFloat<W>(value, -static_cast<s64>(words));
+  }
+
+  // A fraction close to D / r^n: `ulps` units of its lowest word above the floor of that.
+  void check_near(const std::vector<W>& D, W radix, s64 ulps, u64 tds) {
+    const u64 n = D.size();
+    const u64 m = ConvertPlanP<W>::make(radix, n, 1).fraction_words() + random.below(3);
+    Mpz F = (value_of(D, radix) << (m * 8 * sizeof(W))) / radix_power(radix, n);
+    if (ulps >= 0)
+      F = F + Mpz(static_cast<u64>(ulps));
+    else if (!(F == Mpz(u64{0})))
+      F = F - Mpz(static_cast<u64>(-ulps));
+    std::vector<W> words = F.words<W>(m);
+    words.push_back(3);
+    const OwnedFloat<W> x(words, -static_cast<s64>(m));
+    check(radix, n, x.x, tds);
+  }
+};
+
+using Words = ::testing::Types<u32, u64>;
+TYPED_TEST_SUITE(Conversion, Words);
+
+TYPED_TEST(Conversion, DigitsAreTheFloor) {
+  using W = TypeParam;
+  for (u64 n = 1; n <= 80; ++n) {
+    const auto x = this->fraction(n + this->random.below(5), static_cast<W>(this->random.below(5)));
+    this->check(kDecimalRadix<W>, n, x.x, 1);
+  }
+  for (const u64 n : {127, 128, 129, 144, 145, 240, 255, 256, 257, 272, 1000, 1023, 1025, 4001}) {
+    for (const u64 tds : {1, 2, 7, 64}) {
+      const auto x = this->fraction(n + this->random.below(5), 2);
+      this->check(kDecimalRadix<W>, n, x.x, tds);
+    }
+  }
+}
+
+TYPED_TEST(Conversion, LargeFractionsConvert) {
+  for (const u64 tds : {1, 7}) this->check(kDecimalRadix<TypeParam>, 20000, this->fraction(20001, 1).x, tds);
+}
+
+TYPED_TEST(Conversion, OtherRadixesConvert) {
+  using W = TypeParam;
+  const W top = static_cast<W>(~W{0});
+  const W radixes[] = {2,
+                       3,
+                       7,
+                       10,
+                       16,
+                       1u << 31,
+                       static_cast<W>(1000000007u),
+                       static_cast<W>(W{1} << (8 * sizeof(W) - 1)),
+                       top - 1,
+                       top};
+  for (const W radix : radixes)
+    for (const u64 n : {1, 15, 16, 17, 40, 300, 2000})
+      this->check(radix, n, this->fraction(n + 2, 1).x, this->random.coin() ? 1 : 3);
+}
+
+TYPED_TEST(Conversion, ShortZeroAndFullFractionsConvert) {
+  using W = TypeParam;
+  const W radix = kDecimalRadix<W>;
+  for (const u64 n : {1, 15, 16, 33, 400, 3000}) {
+    const std::vector<W> zeros(n, 0);
+    EXPECT_EQ(this->convert(radix, n, BigFloat<W>(), 1), zeros);
+    const OwnedFloat<W> three({3}, 0), large({0, 5}, 2),
+        half({static_cast<W>(W{1} << (8 * sizeof(W) - 1)), 7}, -1);
+    EXPECT_EQ(this->convert(radix, n, three.x, 1), zeros);
+    EXPECT_EQ(this->convert(radix, n, large.x, 1), zeros);
+    EXPECT_TRUE(this->verify(radix, zeros, three.x, 1));
+    std::vector<W> half_digits = zeros;
+    half_digits.back() = radix / 2;
+    EXPECT_EQ(this->convert(radix, n, half.x, 2), half_digits);
+    this->check(radix, n, half.x, 1);
+    for (const u64 words : {u64{1}, u64{2}, n / 2 + 1, n + 9})
+      this->check(radix, n, this->fraction(words, 1).x, 1);
+    const OwnedFloat<W> ones(std::vector<W>(n + 5, static_cast<W>(~W{0})), -static_cast<s64>(n + 5));
+    this->check(radix, n, ones.x, 1);
+  }
+  AlignedBytes memory(1 << 20);
+  const auto plan = ConvertPlanP<W>::make(radix, 20, 1);
+  Runner<W> runner(plan.need().table_bits);
+  const OwnedFloat<W> tiny({1}, -2);
+  std::vector<W> digits(20);
+  EXPECT_THROW(plan.run(runner.context(1), digits.data(), tiny.x, memory.buffer()),
+               InvalidParametersException);
+  EXPECT_THROW(ConvertPlanP<W>::make(1, 20, 1), InvalidParametersException);
+  EXPECT_THROW(ConvertPlanP<W>::make(radix, 0, 1), InvalidParametersException);
+}
+
+// Fractions next to D / r^n for digit strings with runs of 0 and r - 1 that end before, at and after the
+// seams, so that the halves disagree about the word they share.
+TYPED_TEST(Conversion, RunsAcrossTheSeamsAreCarried) {
+  using W = TypeParam;
+  for (const W radix : {kDecimalRadix<W>, static_cast<W>(10), static_cast<W>(3)}) {
+    for (const u64 n : {20, 33, 70, 150, 520}) {
+      for (int repeat = 0; repeat < 12; ++repeat) {
+        std::vector<W> D(n);
+        u64 i = 0;
+        while (i < n) {
+          const u64 end = std::min(n, i + 1 + this->random.below(n));
+          const u64 kind = this->random.below(3);
+          for (; i < end; ++i)
+            D[i] = kind == 0 ? W{0} : kind == 1 ? radix - 1 : static_cast<W>(this->random.below(radix));
+        }
+        for (const s64 ulps : {-1, 0, 1, 2}) this->check_near(D, radix, ulps, 1 + this->random.below(3));
+      }
+    }
+  }
+}
+
+TYPED_TEST(Conversion, OverlapDecidesTheHighPart) {
+  using W = TypeParam;
+  const W r = kDecimalRadix<W>, last = r - 1;
+  const auto matched = [&](std::vector<W> high, W low_word, W high_word) {
+    CBRv2::match_overlap(r, high.data(), high.size(), low_word, high_word, 20);
+    return high;
+  };
+  using V = std::vector<W>;
+  EXPECT_EQ(matched({last, last, 4}, 9, 9), V({last, last, 4}));
+  EXPECT_EQ(matched({last, last, 4}, 9, 8), V({last, last, 4}));
+  EXPECT_EQ(matched({last, last, 4}, 0, last), V({0, 0, 5}));
+  EXPECT_EQ(matched({last, last}, 0, last), V({0, 0}));
+  EXPECT_EQ(matched({0, 0, 4}, last, 0), V({last, last, 3}));
+  EXPECT_EQ(matched({0, 0}, last, 0), V({last, last}));
+  try {
+    matched({1, 2, 3}, 7, 5);
+    FAIL();
+  } catch (const AlgorithmFailedException& failure) {
+    EXPECT_EQ(failure.function(), "CBRv2::convert_L()");
+    EXPECT_EQ(failure.message(), "Overlap Mismatch:\n    RL = 20\n    Expected = 5\n    Actual   = 7");
+  }
+}
+
+TYPED_TEST(Conversion, ProofSeesEveryChangedBit) {
+  using W = TypeParam;
+  const W radix = kDecimalRadix<W>;
+  for (const u64 n : {3, 50, 700}) {
+    auto x = this->fraction(n + 1, 3);
+    std::vector<W> digits = this->convert(radix, n, x.x, 1);
+    ASSERT_TRUE(this->verify(radix, digits, x.x, 1));
+    for (int repeat = 0; repeat < 30; ++repeat) {
+      W& digit = digits[this->random.below(n)];
+      const W bit = static_cast<W>(W{1} << this->random.below(8 * sizeof(W)));
+      // The lowest digit may be one less than the floor, so a change of one there is none.
+      if (&digit == &digits[0] && bit == 1) continue;
+      digit ^= bit;
+      EXPECT_FALSE(this->verify(radix, digits, x.x, 1));
+      digit ^= bit;
+      // A changed bit that the digits do not show is none; one in the upper half of the words shows.
+      W& word = x.x.T[x.x.L - 2 - this->random.below(n / 2)];
+      word ^= bit;
+      EXPECT_FALSE(this->verify(radix, digits, x.x, 1));
+      word ^= bit;
+    }
+  }
+}
+
+TYPED_TEST(Conversion, PowersAreCheckedAgainstTheRadix) {
+  using W = TypeParam;
+  Runner<W> runner(1 << 12);
+  W words[] = {kDecimalRadix<W>};
+  CBRv2::Power<W> power{words, 1, 0};
+  CBRv2::CheckP(kDecimalRadix<W>, 1, power, runner.context(1).parallel);
+  EXPECT_THROW(CBRv2::CheckP(kDecimalRadix<W>, 2, power, runner.context(1).parallel),
+               AlgorithmFailedException);
+  EXPECT_THROW(CBRv2::CheckP(W{1}, 1, power, runner.context(1).parallel), InvalidParametersException);
+}
+
+}  // namespace
+}  // namespace orl::test
