@@ -33,6 +33,12 @@ u64 physical_memory() {
   return static_cast<u64>(sysconf(_SC_PHYS_PAGES)) * static_cast<u64>(sysconf(_SC_PAGESIZE));
 }
 
+// A label, its value, the end of the line.
+void print_line(std::string_view label, std::string_view value, char colour) {
+  console::label_value(label, value, colour);
+  console::newline();
+}
+
 std::string seconds_text(double seconds) {
   char text[64];
   std::snprintf(text, sizeof text, "%.3f seconds", seconds);
@@ -42,7 +48,7 @@ std::string seconds_text(double seconds) {
 void print_right_aligned(const char* label, u64 value) {
   const std::string number = console::format_with_commas(value);
   const std::size_t used = std::strlen(label) + number.size();
-  console::label_value(label + std::string(used < 36 ? 36 - used : 1, ' '), number, 'G');
+  print_line(label + std::string(used < 36 ? 36 - used : 1, ' '), number, 'G');
 }
 
 // Sets the number to a fixed layout, [base, base + words): the word at index words - 1 is the integer part.
@@ -82,7 +88,7 @@ class RamSession {
 
   void run() {
     print_summary();
-    console::label_value("\nStart Time:  ", timer_.start_date(), 'Y');
+    print_line("\nStart Time:  ", timer_.start_date(), 'Y');
     console::newline();
     parallel_.parallelizer.reserve();
     const auto working = allocate("Working Memory", plan_.working_bytes());
@@ -112,19 +118,19 @@ class RamSession {
 
   void print_summary() {
     const Constant& constant = parameters_.constant();
-    console::label_value("Constant:    ", constant.name_long(), 'G');
-    console::label_value("Algorithm:   ", constant.algorithm_long(), 'G');
+    print_line("Constant:    ", constant.name_long(), 'G');
+    print_line("Algorithm:   ", constant.algorithm_long(), 'G');
     console::newline();
     print_right_aligned("Decimal Digits:", parameters_.decimal_digits());
     if (parameters_.hexadecimal_digits() != 0)
       print_right_aligned("Hexadecimal Digits:", parameters_.hexadecimal_digits());
     else
-      console::label_value("Hexadecimal Digits:         ", "Disabled", 'g');
+      print_line("Hexadecimal Digits:         ", "Disabled", 'g');
     console::newline();
-    console::label_value("Computation Mode:  ", parameters_.mode_name(), 'R');
+    print_line("Computation Mode:  ", parameters_.mode_name(), 'R');
     console::print("Multi-Threading:   ", 'w');
     parallel_.parallelizer.print_status(parallel_.tds);
-    console::label_value("\nMemory Allocator:  ", parameters_.allocator->to_string(), 'G');
+    print_line("\nMemory Allocator:  ", parameters_.allocator->to_string(), 'G');
   }
 
   std::unique_ptr<orl::LargeMemory> allocate(const char* name, u64 bytes) {
@@ -215,11 +221,11 @@ class RamSession {
     for (const auto& [name, spent] : timer_.stages())
       if (name == parameters_.constant().name() || name == "Base Conversion") computing += spent;
     console::println("\nEnd Computation\n", 'w');
-    console::label_value("Start Time:                 ", timer_.start_date(), 'Y');
-    console::label_value("End Time:                   ", timer_.end_date(), 'Y');
+    print_line("Start Time:                 ", timer_.start_date(), 'Y');
+    print_line("End Time:                   ", timer_.end_date(), 'Y');
     console::newline();
-    console::label_value("Total Computation Time:     ", seconds_text(computing), 'G');
-    console::label_value("Start-to-End Wall Time:     ", seconds_text(timer_.wall_seconds()), 'G');
+    print_line("Total Computation Time:     ", seconds_text(computing), 'G');
+    print_line("Start-to-End Wall Time:     ", seconds_text(timer_.wall_seconds()), 'G');
     console::newline();
     print_utilization("CPU Utilization:        ", 1);
     print_utilization("Multi-core Efficiency:  ", orl::logical_core_count());
@@ -258,12 +264,12 @@ class RamSession {
     std::string counts;
     for (orl::u32 digit = 0; digit < result.radix; digit++)
       counts += (digit ? " " : "") + std::to_string(result.counts.count(digit));
-    console::label_value(std::string(radix) + " Counts: ", counts, 'G');
-    console::label_value(std::string(radix) + " Hash: Floor(|x| * " + scale + ") mod (2^61 - 1) = ",
-                         std::to_string(orl::hash_canon(result.hash)), 'G');
+    print_line(std::string(radix) + " Counts: ", counts, 'G');
+    print_line(std::string(radix) + " Hash: Floor(|x| * " + scale + ") mod (2^61 - 1) = ",
+               std::to_string(orl::hash_canon(result.hash)), 'G');
     if (result.sha256)
-      console::label_value(
-          "SHA256-dec(1 - " + std::to_string(result.digit_count) + ") = ", result.sha256->sha256(), 'G');
+      print_line("SHA256-dec(1 - " + std::to_string(result.digit_count) + ") = ", result.sha256->sha256(),
+                 'G');
     console::newline();
   }
 
@@ -294,7 +300,7 @@ bool RamParameters::check_parameters() {
                                          console::format_with_commas(largest) +
                                          " decimal digits with this version's multiplication.");
   }
-  console::label_value("Required Memory:   ", console::format_bytes(bytes), 'G');
+  print_line("Required Memory:   ", console::format_bytes(bytes), 'G');
   const u64 installed = physical_memory();
   if (bytes <= installed) return true;
   console::println("Warning: this is more than the " + console::format_bytes(installed) + " of this machine.",

@@ -1,0 +1,130 @@
+#include "app/program.h"
+
+#include <unistd.h>
+
+#include <exception>
+#include <filesystem>
+#include <string>
+
+#include "app/actions.h"
+#include "app/command_line.h"
+#include "app/options.h"
+#include "frame/console.h"
+#include "frame/exceptions.h"
+#include "frame/settings.h"
+#include "numbers/algorithm_table.h"
+#include "numbers/basecase_algorithm.h"
+#include "parallel/allocators.h"
+#include "parallel/frameworks.h"
+#include "parallel/thread_priority.h"
+#include "simd/target.h"
+#include "transforms/fft.h"
+
+namespace orvane {
+namespace {
+
+namespace console = orl::console;
+
+constexpr const char* kCheckpointFile = "Orvane Checkpoint File.txt";
+
+// Full path of the running file; empty when the system does not tell.
+std::string own_path() {
+  for (std::size_t size = 2048;; size *= 2) {
+    std::string buffer(size, '\0');
+    const ssize_t length = readlink("/proc/self/exe", buffer.data(), size);
+    if (length < 0) return {};
+    if (static_cast<std::size_t>(length) == size) continue;
+    buffer.resize(static_cast<std::size_t>(length));
+    return buffer;
+  }
+}
+
+void store_own_path() {
+  orl::Settings& settings = orl::settings();
+  settings.exe_path = own_path();
+  if (settings.exe_path.empty()) {
+    console::println("Failed to retrieve path.", 'R');
+    orl::fatal_exit(1);
+  }
+  settings.exe_dir = settings.exe_path.substr(0, settings.exe_path.find_last_of("/\\") + 1);
+}
+
+// The order is part of the program: nothing registers itself.
+void register_everything() {
+  orl::register_exceptions();
+  orl::register_frameworks();
+  orl::register_allocators();
+  orl::AlgorithmRegistry algorithms;
+  orl::register_basecase(algorithms);
+  orl::register_fft(algorithms);
+  orl::initialize_multiplication(std::move(algorithms));
+}
+
+void check_processor() {
+  using orl::simd::Target;
+  // A processor that lacks a higher target runs a lower one; only below the lowest is there something to warn
+  // of.
+  const Target target = std::max(orl::simd::best_target(), Target::kAvx2);
+  console::println("\nChecking processor/OS features...\n", 'w');
+  console::println("Required Features:", 'w');
+  console::println(orl::simd::target_feature_list(target), 'T');
+  if (orl::simd::missing_features(target).empty()) return;
+  console::println("Warning:", 'R');
+  console::println(
+      "  This computer does not have all the processor or operating system\n"
+      "  features that are necessary to run this binary.\n\n"
+      "  Proceeding may cause the program to crash.\n"
+      "  Command line users can skip this message by passing, \"skip-warnings\"\n"
+      "  as the first parameter.",
+      'Y');
+  if (!orl::settings().skip_warnings) console::pause();
+}
+
+int resume() {
+  console::println("An unfinished computation has been found.", 'Y');
+  console::println("Resuming...", 'w');
+  console::pause();
+  console::println("Resuming a computation is not available in this version yet. Move \"" +
+                       std::string(kCheckpointFile) + "\" away to start another one.",
+                   'R');
+  return 1;
+}
+
+int guarded_body(orl::CommandLine::Parameters& line) {
+  orl::Settings& settings = orl::settings();
+  while (!line.at_end()) {
+    const auto* option = find_option(global_options(), line.key());
+    if (!option) break;
+    option->handler(settings, line);
+  }
+  const bool only_words =
+      !line.at_end() && (line.key() == "--help" || line.key() == "-h" || line.key() == "help" ||
+                         line.key() == "--version" || line.key() == "version");
+  if (only_words) return dispatch(line);
+  console::newline();
+  orl::set_thread_priority(settings.thread_priority);
+  check_processor();
+  console::newline();
+  if (std::filesystem::exists(kCheckpointFile)) return resume();
+  return dispatch(line);
+}
+
+}  // namespace
+
+int run_program(int argc, char** argv) {
+  store_own_path();
+  orl::CommandLine::Parameters line(argc, argv);
+  try {
+    register_everything();
+    return guarded_body(line);
+  } catch (const orl::Exception& e) {
+    e.print();
+  } catch (const std::exception& e) {
+    console::println("Uncaught std exception", 'R');
+    console::println(e.what(), ' ');
+    console::set_colour('w');
+  }
+  return 1;
+}
+
+}  // namespace orvane

@@ -1,0 +1,9 @@
+// Start-up, one action, end.
+#pragma once
+
+namespace orvane {
+
+/// Runs the program up to the point where its status is known. The caller ends the process with orl::leave().
+int run_program(int argc, char** argv);
+
+}  // namespace orvane
