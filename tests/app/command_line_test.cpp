@@ -1,0 +1,193 @@
+// What the program answers to lines that it cannot run, and what it leaves behind.
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+
+#include "app/process.h"
+
+namespace orvane::test {
+namespace {
+
+struct BadLine {
+  std::vector<std::string> arguments;
+  const char* words;
+};
+
+TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
+  TemporaryFolder folder;
+  std::ofstream(folder.file("formula.cfg"))
+      << "{ Constant : { NameShort : \"" << std::string(51, 'x') << "\" } }";
+  std::ofstream(folder.file("comma.cfg")) << "{ Action : \"CustomCompute\", x : 1 }";
+  std::ofstream(folder.file("action.cfg")) << "{ Action : \"Fly\" }";
+  const BadLine lines[] = {
+      {{"fly"}, "Invalid Parameter: fly"},
+      {{"custom", "tau"}, "Invalid Constant: tau"},
+      {{"custom", "Pi"}, "Invalid Constant: Pi"},
+      {{"custom", "pi", "-fly:1"}, "Invalid Parameter: -fly"},
+      {{"custom", "pi", "-dec:99"}, "Computation size must be at least 100 decimal digits."},
+      {{"custom", "pi", "-dec:2.5b"}, "Computation size must be at least 100 decimal digits."},
+      {{"custom", "pi", "-dec:1000000000000051"},
+       "Computation size cannot be larger than 1,000,000,000,000,050 decimal digits."},
+      {{"custom", "pi", "-hex:50"}, "Computation size must be at least 100 decimal digits."},
+      {{"custom", "pi", "-dec:1t"}, "Computation size cannot be larger than"},
+      {{"custom", "pi", "-algorithm:fly"}, "Invalid Algorithm: fly"},
+      {{"custom", "pi:3"}, "takes no argument"},
+      {{"custom", "pi", "-TD:0"}, "Task decomposition must be between 1 and 65536"},
+      {{"custom", "pi", "-TD:65537"}, "Task decomposition must be between 1 and 65536"},
+      {{"custom", "pi", "-PF:fly"}, "Invalid Parallel Framework: fly"},
+      {{"custom", "pi", "-MA:fly"}, "Invalid Memory Allocator: fly"},
+      {{"custom", "pi", "-mode:fly"}, "Invalid Mode: fly"},
+      {{"custom", "pi", "-mode:swap"}, "Swap mode is not available in this version yet."},
+      {{"custom", "pi", "-M:1G"}, "Option -M is not supported for this mode."},
+      {{"custom", "pi", "-minIO:1M"}, "Option -minIO is not supported for this mode."},
+      {{"custom", "pi", "-swap:raid0", "x"}, "Option -swap is not supported for this mode."},
+      {{"custom", "pi", "-mode:swap", "-swap:raid5", "x"}, "Unrecognized mode: raid5"},
+      {{"custom", "pi", "-mode:swap", "-swap:raid0"}, "Expected more parameters."},
+      {{"custom", "pi", "-o"}, "Expected more parameters."},
+      {{"custom", "pi", "-o", folder.file("missing")}, "Path is not writable."},
+      {{"custom", "sqrt"}, "needs a whole number"},
+      {{"custom", "sqrt:1"}, "Argument must be greater than 1."},
+      {{"custom", "sqrt:16"}, "16 is a perfect square."},
+      {{"custom", "sqrt:18446744065119617025"}, "18446744065119617025 is a perfect square."},
+      {{"custom", "log:1"}, "1 is out of range."},
+      {{"custom", "log:2"}, "cannot be computed by this version yet"},
+      {{"custom", "brent:64"}, "64 is out of range."},
+      {{"custom", "brent:0"}, "Argument must be greater than 0."},
+      {{"custom", "zeta(3)"}, "cannot be computed by this version yet"},
+      {{"custom", "catalan", "-algorithm:huvent"}, "cannot be computed by this version yet"},
+      {{"custom", "custom:" + folder.file("formula.cfg")}, "String cannot be longer than 50 characters."},
+      {{"config"}, "Please specify a config file."},
+      {{"config", folder.file("missing.cfg")}, "Path does not exist."},
+      {{"config", folder.file("comma.cfg")}, "Line 1: Don't use commas to separate elements."},
+      {{"config", folder.file("action.cfg")}, "Invalid Action: Fly"},
+      {{"bench", "-od:1"}, "No benchmark size selected."},
+      {{"bench", "1b", "colors:0"}, "Invalid Parameter: colors"},
+      {{"bench", "1b"}, "not available in this version yet"},
+      {{"stress", "fly"}, "Invalid Parameter: fly"},
+      {{"stress", "BKT"}, "not available in this version yet"},
+      {{"benchio", "-swap:fly", "x"}, "Unrecognized mode: fly"},
+      {{"bbp"}, "not available in this version yet"},
+      {{"digitviewer"}, "not available in this version yet"},
+      {{"validate"}, "not available in this version yet"},
+  };
+  for (const BadLine& line : lines) {
+    std::string text;
+    for (const std::string& argument : line.arguments) text += argument + " ";
+    SCOPED_TRACE(text);
+    const Outcome outcome = run_orvane(line.arguments, {.folder = folder.path()});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.output.find(line.words), std::string::npos) << outcome.output;
+  }
+  EXPECT_EQ(folder.names(), (std::vector<std::string>{"action.cfg", "comma.cfg", "formula.cfg"}));
+}
+
+TEST(Help, NamesEveryActionAndEndsWithZero) {
+  for (const char* word : {"--help", "-h", "help"}) {
+    const Outcome outcome = run_orvane({word});
+    EXPECT_EQ(outcome.status, 0);
+    for (const char* form :
+         {"bench SIZE", "stress", "benchio", "custom CONSTANT", "bbp", "digitviewer", "about", "validate",
+          "config FILE", "-swap:TYPE PATH", "pause:N", "chudnovsky-reduced", "2.5t", "DIGITS", "BYTES"})
+      EXPECT_NE(outcome.output.find(form), std::string::npos) << form;
+  }
+  for (const char* word : {"--version", "version"}) {
+    const Outcome outcome = run_orvane({word});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_NE(outcome.output.find("Orvane "), std::string::npos);
+  }
+}
+
+TEST(Menu, AsksAgainAndEndsAtTheEndOfInput) {
+  const Outcome about = run_orvane({}, {.input = "9\n7\n"});
+  EXPECT_EQ(about.status, 0) << about.output;
+  EXPECT_NE(about.output.find("  7         About"), std::string::npos);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(run_orvane({}, {.input = "9\n"}).status, 1);
+  EXPECT_EQ(run_orvane({}, {.input = "6\n"}).status, 1);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+}
+
+TEST(Colours, ReachTheOutputOnlyWhenTheyAreOn) {
+  EXPECT_EQ(run_orvane({"about"}).output.find('\033'), std::string::npos);
+  const Outcome coloured = run(ORVANE_PROGRAM, {"pause:-2", "priority:0", "about"});
+  EXPECT_NE(coloured.output.find("\033[01;36m"), std::string::npos);
+  EXPECT_NE(coloured.output.find("\033[39;49m"), std::string::npos);
+}
+
+TEST(FileSizeRule, CountsWhenTheLineIsComplete) {
+  struct {
+    std::vector<std::string> options;
+    const char* words;  // null: no warning
+    bool compressed;
+  } const rows[] = {
+      {{"-dec:1000000", "-C:1000000"}, nullptr, true},
+      {{"-dec:1000000", "-C:-1"}, nullptr, true},
+      {{"-dec:1000000", "-C:999999"}, "Too few digits for file.", false},
+      {{"-dec:999999", "-C:1000000"}, "Too few digits to compress.", false},
+      {{"-C:1000000", "-dec:999999"}, "Digits per file below minimum: Disabling compression.", false},
+      {{"-dec:1000", "-C:1000000", "-dec:1000000"}, "Too few digits to compress.", true},
+      {{"-dec:1000000", "-C"}, nullptr, false},
+  };
+  for (const auto& row : rows) {
+    TemporaryFolder folder;
+    std::vector<std::string> arguments = {"custom", "sqrt:2", "-verify:0", "-o", folder.path()};
+    arguments.insert(arguments.end(), row.options.begin(), row.options.end());
+    const Outcome outcome = run_orvane(arguments);
+    EXPECT_EQ(outcome.status, 0) << outcome.output;
+    if (row.words) {
+      EXPECT_NE(outcome.output.find(row.words), std::string::npos) << outcome.output;
+    } else {
+      EXPECT_EQ(outcome.output.find("Too few"), std::string::npos) << outcome.output;
+    }
+    const std::string last = folder.names().back();
+    EXPECT_EQ(last.ends_with(".ovd"), row.compressed) << last;
+  }
+}
+
+TEST(DigitFiles, AreLeftOutOnRequestAndTheDigitsStillProved) {
+  TemporaryFolder folder;
+  const Outcome outcome = run_orvane({"custom", "pi", "-dec:1000", "-od:0"}, {.folder = folder.path()});
+  EXPECT_EQ(outcome.status, 0) << outcome.output;
+  EXPECT_NE(outcome.output.find("Processing Decimal Digits:"), std::string::npos);
+  EXPECT_NE(outcome.output.find("Verifying Base Conversion:"), std::string::npos);
+  EXPECT_EQ(outcome.output.find("Verifying Decimal Output"), std::string::npos);
+  EXPECT_TRUE(folder.names().empty());
+}
+
+TEST(DigitFiles, ThatCannotBeWrittenLeaveNothingThatLooksFinished) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to mount a small file system";
+  TemporaryFolder folder;
+  if (mount("tmpfs", folder.path().c_str(), "tmpfs", 0, "size=512k") != 0)
+    GTEST_SKIP() << "no file system can be mounted here";
+  for (const char* compression : {"-C:0", "-C:1000000"}) {
+    const Outcome outcome =
+        run_orvane({"custom", "sqrt:2", "-dec:2000000", compression, "-o", folder.path()});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.output.find("Disk is Full"), std::string::npos) << outcome.output;
+    for (const std::string& name : folder.names()) {
+      EXPECT_FALSE(name.ends_with(".txt")) << name;
+      EXPECT_FALSE(name.ends_with(".ovd")) << name;
+    }
+  }
+  mount("tmpfs", folder.path().c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, "size=512k");
+  const Outcome read_only = run_orvane({"custom", "sqrt:2", "-o", folder.path()});
+  EXPECT_EQ(read_only.status, 1);
+  EXPECT_NE(read_only.output.find("Path is not writable."), std::string::npos);
+  umount(folder.path().c_str());
+}
+
+TEST(UnfinishedComputation, IsNotRunOver) {
+  TemporaryFolder folder;
+  std::ofstream(folder.file("Orvane Checkpoint File.txt")) << "x";
+  const Outcome outcome = run_orvane({"custom", "pi", "-dec:100"}, {.folder = folder.path()});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.output.find("An unfinished computation has been found."), std::string::npos);
+  EXPECT_EQ(folder.names().size(), 1u);
+}
+
+}  // namespace
+}  // namespace orvane::test

@@ -1,0 +1,55 @@
+// The fault seam of tests: flips one bit at a chosen visit of a chosen site.
+//
+// ORVANE_TEST_FAULT = "<site>:<visit>:<bit>"; the visit counts from 0, the bit wraps at the size of the data.
+// At the site "digit file" the data is a path, and the bit lies in the file.
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+
+#include "frame/fault_point.h"
+
+namespace orl {
+namespace {
+
+struct Fault {
+  std::string site;
+  u64 visit = 0, bit = 0;
+};
+
+const Fault& fault() {
+  static const Fault instance = [] {
+    Fault f;
+    if (const char* text = std::getenv("ORVANE_TEST_FAULT")) {
+      const std::string line = text;
+      const auto first = line.find(':'), second = line.find(':', first + 1);
+      f = {line.substr(0, first), std::stoull(line.substr(first + 1)), std::stoull(line.substr(second + 1))};
+    }
+    return f;
+  }();
+  return instance;
+}
+
+void flip_in_file(const std::string& path, u64 bit) {
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary | std::ios::ate);
+  const u64 size = static_cast<u64>(file.tellg());
+  const auto at = static_cast<std::streamoff>(bit / 8 % size);
+  file.seekg(at);
+  const char byte = static_cast<char>(file.get() ^ (1 << bit % 8));
+  file.seekp(at);
+  file.put(byte);
+}
+
+}  // namespace
+
+void fault_point(const char* site, void* data, u64 bytes) {
+  static std::atomic<u64> visits{0};
+  if (bytes == 0 || fault().site != site || visits++ != fault().visit) return;
+  if (std::strcmp(site, "digit file") == 0)
+    flip_in_file(std::string(static_cast<const char*>(data), bytes), fault().bit);
+  else
+    static_cast<u8*>(data)[fault().bit / 8 % bytes] ^= static_cast<u8>(1 << fault().bit % 8);
+}
+
+}  // namespace orl

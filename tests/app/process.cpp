@@ -1,0 +1,94 @@
+#include "app/process.h"
+
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace orvane::test {
+namespace {
+
+void write_all(int fd, const std::string& text) {
+  for (std::size_t done = 0; done < text.size();) {
+    const ssize_t put = write(fd, text.data() + done, text.size() - done);
+    if (put <= 0) return;  // the child reads no further
+    done += static_cast<std::size_t>(put);
+  }
+}
+
+}  // namespace
+
+Outcome run(const std::string& program, const std::vector<std::string>& arguments,
+            const RunOptions& options) {
+  int in[2], out[2];
+  if (pipe(in) != 0 || pipe(out) != 0) throw std::runtime_error("pipe");
+  const pid_t child = fork();
+  if (child < 0) throw std::runtime_error("fork");
+  if (child == 0) {
+    dup2(in[0], 0);
+    dup2(out[1], 1);
+    dup2(out[1], 2);
+    for (int fd : {in[0], in[1], out[0], out[1]}) close(fd);
+    if (!options.folder.empty() && chdir(options.folder.c_str()) != 0) _exit(126);
+    for (const auto& [name, value] : options.environment) setenv(name.c_str(), value.c_str(), 1);
+    std::vector<char*> argv{const_cast<char*>(program.c_str())};
+    for (const std::string& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    execv(program.c_str(), argv.data());
+    _exit(127);
+  }
+  close(in[0]);
+  close(out[1]);
+  signal(SIGPIPE, SIG_IGN);
+  write_all(in[1], options.input);
+  close(in[1]);
+  Outcome outcome;
+  char buffer[4096];
+  for (ssize_t got; (got = read(out[0], buffer, sizeof buffer)) > 0;)
+    outcome.output.append(buffer, static_cast<std::size_t>(got));
+  close(out[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+  outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return outcome;
+}
+
+Outcome run_orvane(std::vector<std::string> arguments, const RunOptions& options) {
+  static const std::vector<std::string> fixed = {"pause:-2", "priority:0", "colors:0", "skip-warnings"};
+  arguments.insert(arguments.begin(), fixed.begin(), fixed.end());
+  return run(ORVANE_PROGRAM, arguments, options);
+}
+
+TemporaryFolder::TemporaryFolder() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "orvane-test-XXXXXX").string();
+  if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp");
+  path_ = pattern;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::vector<std::string> TemporaryFolder::names() const {
+  std::vector<std::string> names;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(path_))
+    names.push_back(std::filesystem::relative(entry.path(), path_).string());
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string read_file(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  text << file.rdbuf();
+  return text.str();
+}
+
+}  // namespace orvane::test

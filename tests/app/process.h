@@ -1,0 +1,46 @@
+// Runs a program of the build and keeps what it prints.
+#pragma once
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvane::test {
+
+struct Outcome {
+  int status = -1;  ///< exit status; 128 + number after a signal
+  std::string output;
+};
+
+struct RunOptions {
+  std::string input;   ///< standard input; its end follows
+  std::string folder;  ///< working folder; empty: the caller's
+  std::vector<std::pair<std::string, std::string>> environment;
+};
+
+/// Runs program with the arguments; output and errors together.
+Outcome run(const std::string& program, const std::vector<std::string>& arguments,
+            const RunOptions& options = {});
+
+/// The product with the options that every script passes: no waiting, no priority, no colours, no warnings.
+Outcome run_orvane(std::vector<std::string> arguments, const RunOptions& options = {});
+
+/// A folder that goes with the object.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  ~TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  const std::string& path() const { return path_; }
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+  std::vector<std::string> names() const;
+
+ private:
+  std::string path_;
+};
+
+/// The whole file, or an empty text when there is none.
+std::string read_file(const std::string& path);
+
+}  // namespace orvane::test
