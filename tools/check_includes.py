@@ -22,7 +22,7 @@ ALLOWED = {
 }
 # Files that belong to the lower half of a folder and may not include its upper half.
 LOWER = {
-    "numbers": ("words", "hash", "shoup_divider", "basic_int", "simple_int", "basecase", "algorithm"),
+    "numbers": ("word", "block_carry", "hash", "shoup_", "basic_int", "simple_int", "basecase", "algorithm"),
     "swap": ("raw_file", "raw_io_buffer", "buffered_reader", "path_check"),
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)

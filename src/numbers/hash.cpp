@@ -47,30 +47,29 @@ u64 bp_hash(u64 seed, const W* A, u64 L, ParallelContext parallel) {
       [](u64 n) { return hash_word_pow<W>(static_cast<s64>(n)); });
 }
 
+// Six words a turn with one fold: five products of a word and a power below 2^61, one of two hashes and a
+// word stay below 2^128.
 template <class W>
 u64 bp_hash_base(u64 seed, u64 base, const W* A, u64 L) {
-  base = hash_fold(base);
+  constexpr u64 kWords = 6;
+  const u64 b = hash_canon(base);
   u64 h = seed;
-  // Four stretches side by side hide the latency of a step.
-  const u64 quarter = L >= 64 ? L / 4 : 0;
-  for (u64 i = L; i > 4 * quarter; --i) h = hash_mul_add(h, base, A[i - 1]);
-  if (quarter == 0) return h;
-  u64 h2 = 0, h1 = 0, h0 = 0;
-  for (u64 i = quarter; i-- > 0;) {
-    h = hash_mul_add(h, base, A[3 * quarter + i]);
-    h2 = hash_mul_add(h2, base, A[2 * quarter + i]);
-    h1 = hash_mul_add(h1, base, A[quarter + i]);
-    h0 = hash_mul_add(h0, base, A[i]);
+  for (; L % kWords; --L) h = hash_mul_add(h, b, A[L - 1]);
+  if (L == 0) return h;
+  u64 power[kWords + 1] = {1, b};
+  for (u64 k = 2; k <= kWords; ++k) power[k] = hash_canon(hash_mul(power[k - 1], b));
+  for (h = hash_fold(h); L > 0; L -= kWords) {
+    const W* const a = A + L - kWords;
+    u128 sum = a[0];
+    for (u64 k = 1; k < kWords; ++k) sum += u128{a[k]} * power[k];
+    h = hash_fold_128(sum + u128{h} * power[kWords]);
   }
-  const u64 power = hash_pow(base, quarter);
-  h = hash_mul_add(h, power, h2);
-  h = hash_mul_add(h, power, h1);
-  return hash_mul_add(h, power, h0);
+  return h;
 }
 template <class W>
 u64 bp_hash_base(u64 seed, u64 base, const W* A, u64 L, ParallelContext parallel) {
   if (parallel.tds <= 1 || L < kSerialHash) return bp_hash_base(seed, base, A, L);
-  base = hash_fold(base);
+  base = hash_canon(base);
   return hash_blocks(
       seed, L, parallel, [=](u64 at, u64 n, u64 s) { return bp_hash_base(s, base, A + at, n); },
       [base](u64 n) { return hash_pow(base, n); });

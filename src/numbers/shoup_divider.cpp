@@ -1,82 +1,41 @@
 #include "numbers/shoup_divider.h"
 
 #include "frame/exceptions.h"
-#include "numbers/word_loops.h"
+#include "numbers/shoup_step.h"
+#include "numbers/word_division.h"
 
 namespace orl {
 namespace {
-
-using word_loops::Double;
-using word_loops::kBits;
-
-template <class W>
-W high_product(W a, W b) {
-  return static_cast<W>(Double<W>{a} * b >> kBits<W>);
-}
-
-// 1 in every bit when the top bit of x is set.
-template <class W>
-W sign_mask(W x) {
-  return W{0} - (x >> (kBits<W> - 1));
-}
-
-// The steps of one division, with the fields in registers.
-template <class W>
-struct Step {
-  explicit Step(const ShoupDivider<W>& s) : d(s.divisor), lo(s.inverse_lo), hi(s.inverse_hi) {}
-
-  // Quotient of r * W, r < d; r becomes the remainder. The reciprocal is W^2 / d less a fraction, which costs
-  // r * W / d less than r / W < 1/2; the cut product costs less than 1. So the remainder before correction
-  // lies below 1.5 d, and below W since d < W / 2.
-  W extend(W& r) const {
-    W q = static_cast<W>(r * hi + high_product(r, lo));
-    r = static_cast<W>(W{0} - q * d);
-    correct(q, r);
-    return q;
-  }
-  // Quotient of r * W + x. x / d from the high word alone is short by less than 2.
-  W divide(W& r, W x) const {
-    W qx = high_product(x, hi);
-    W rx = static_cast<W>(x - qx * d);
-    correct(qx, rx);
-    W q = extend(r);
-    r = static_cast<W>(r + rx);
-    q = static_cast<W>(q + qx);
-    correct(q, r);
-    return q;
-  }
-  // r in [0, 2 d) becomes r - d, and q one more, when r >= d; the top bit of d is clear.
-  void correct(W& q, W& r) const {
-    const W low = static_cast<W>(r - d);
-    const W keep = sign_mask(low);
-    r = static_cast<W>(low + (d & keep));
-    q = static_cast<W>(q + 1 + keep);
-  }
-
-  W d, lo, hi;
-};
 
 template <class W>
 void check_top(const ShoupDivider<W>& s, W top, const char* function) {
   if (top >= s.divisor) throw InvalidParametersException(function, "Top word is too large.");
 }
 
+// The divider of 64-bit words: a u32 array of even length is the same bytes, and so is its quotient.
+const ShoupDivider<u64>& wide(const ShoupDivider<u64>& s) { return s; }
+ShoupDivider<u64> wide(const ShoupDivider<u32>& s) { return ShoupDivider<u64>(s.divisor); }
+
+template <class W>
+constexpr u64 kWordsOf64 = 8 / sizeof(W);
+
 }  // namespace
 
 template <class W>
 ShoupDivider<W>::ShoupDivider(W d) : divisor(d), negative(static_cast<W>(W{0} - d)) {
+  using word_loops::kBits;
   if (d >> (kBits<W> - 1)) throw InvalidParametersException("ShoupDivider()", "Divisor is too large.");
   if ((d & (d - 1)) == 0) throw InvalidParametersException("ShoupDivider()", "Untested with power-of-two.");
-  const Double<W> inverse = ~Double<W>{0} / d;
+  const word_loops::Double<W> inverse = ~word_loops::Double<W>{0} / d;
   inverse_lo = static_cast<W>(inverse);
   inverse_hi = static_cast<W>(inverse >> kBits<W>);
 }
 
 template <class W>
 W ShoupDivider<W>::mul(W a, W b) const {
-  const Double<W> product = Double<W>{a} * b;
-  W r = static_cast<W>(product >> kBits<W>);  // < d
-  Step<W>(*this).divide(r, static_cast<W>(product));
+  const word_loops::Double<W> product = word_loops::Double<W>{a} * b;
+  W r = static_cast<W>(product >> word_loops::kBits<W>);  // < d
+  ShoupStep<W>(*this).divide(r, static_cast<W>(product));
   return r;
 }
 
@@ -95,25 +54,31 @@ W ShoupDivider<W>::pow_base(u64 n) const {
 template <class W>
 W ShoupDivider<W>::mod(const W* A, u64 L, W top) const {
   check_top(*this, top, "mod()");
-  const Step<W> step(*this);
-  for (u64 i = L; i-- > 0;) step.divide(top, A[i]);
-  return top;
+  const ShoupStep<W> step(*this);
+  const u64 words = L / kWordsOf64<W>;
+  const u64 rest = words >= kLeastFoldedWords ? words * kWordsOf64<W> : 0;
+  for (u64 i = L; i-- > rest;) step.divide(top, A[i]);
+  return rest ? static_cast<W>(WordFold(wide(*this)).mod(A, 0, words, top)) : top;
 }
 
 template <class W>
 W ShoupDivider<W>::divmod(W* T, u64 L, W top) const {
   check_top(*this, top, "divmod()");
-  const Step<W> step(*this);
-  for (u64 i = L; i-- > 0;) T[i] = step.extend(top);
-  return top;
+  const ShoupStep<W> step(*this);
+  const u64 words = L / kWordsOf64<W>;
+  const u64 rest = words >= kLeastHenselWords ? words * kWordsOf64<W> : 0;
+  for (u64 i = L; i-- > rest;) T[i] = step.extend(top);
+  return rest ? static_cast<W>(WordDivision(wide(*this)).extend(T, words, top, "divmod()")) : top;
 }
 
 template <class W>
 W ShoupDivider<W>::divmod(W* T, const W* A, u64 L, W top) const {
   check_top(*this, top, "divmod(A)");
-  const Step<W> step(*this);
-  for (u64 i = L; i-- > 0;) T[i] = step.divide(top, A[i]);
-  return top;
+  const ShoupStep<W> step(*this);
+  const u64 words = L / kWordsOf64<W>;
+  const u64 rest = words >= kLeastHenselWords ? words * kWordsOf64<W> : 0;
+  for (u64 i = L; i-- > rest;) T[i] = step.divide(top, A[i]);
+  return rest ? static_cast<W>(WordDivision(wide(*this)).divide(T, A, words, top, "divmod(A)")) : top;
 }
 
 template struct ShoupDivider<u32>;

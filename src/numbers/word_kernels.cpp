@@ -9,17 +9,4 @@ constinit const WordKernels word_kernel_table{
 };
 }  // namespace scalar
 
-const WordKernels& word_kernels(simd::Target target) {
-  switch (target) {
-    case simd::Target::kScalar:
-      return scalar::word_kernel_table;
-    case simd::Target::kAvx2:
-      return avx2::word_kernel_table;
-    case simd::Target::kAvx512:
-    case simd::Target::kAvx512Ifma:
-      return avx512::word_kernel_table;
-  }
-  return scalar::word_kernel_table;
-}
-
 }  // namespace orl

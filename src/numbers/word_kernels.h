@@ -21,11 +21,6 @@ struct WordKernels {
   u64 (*hash)(u64 seed, const void* A, u64 L);
 };
 
-/// The loops of a target; AVX512-IFMA takes those of AVX512.
-const WordKernels& word_kernels(simd::Target target);
-/// Those of the target in force.
-inline const WordKernels& word_kernels() { return word_kernels(simd::active_target()); }
-
 namespace scalar {
 extern const WordKernels word_kernel_table;
 }
@@ -35,5 +30,16 @@ extern const WordKernels word_kernel_table;
 namespace avx512 {
 extern const WordKernels word_kernel_table;
 }
+
+/// By target; AVX512-IFMA takes the loops of AVX512.
+inline constexpr const WordKernels* kWordKernelTables[] = {
+    &scalar::word_kernel_table, &avx2::word_kernel_table, &avx512::word_kernel_table,
+    &avx512::word_kernel_table};
+
+inline const WordKernels& word_kernels(simd::Target target) {
+  return *kWordKernelTables[static_cast<int>(target)];
+}
+/// The loops of the target in force.
+inline const WordKernels& word_kernels() { return word_kernels(simd::active_target()); }
 
 }  // namespace orl
