@@ -1,0 +1,193 @@
+// Division, square root and radix conversion against GMP's mpf_div, mpf_sqrt_ui and mpf_get_str.
+//
+//   functions_bench [-TD:tasks] [-PF:framework] [digits ...]     1,000,000 and 10,000,000 digits by default
+//
+// Seconds (medians of paired runs), spread, and how many times as long GMP takes; bytes a digit of the plan. The proof
+// of the conversion has no peer and stands beside the same mpf_get_str. GMP runs on one thread always.
+#include <gmp.h>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+
+#include "frame/status.h"
+#include "functions/newton.h"
+#include "functions/radix_conversion.h"
+#include "numbers/algorithm_table.h"
+#include "numbers/basecase_algorithm.h"
+#include "parallel/frameworks.h"
+#include "simd/target.h"
+#include "support/measure.h"
+#include "transforms/fft.h"
+
+namespace {
+
+using namespace orl;
+
+struct Memory {
+  explicit Memory(u64 bytes) : size((bytes + 64) & ~u64{63}), data(std::aligned_alloc(64, size)) {
+    std::memset(data, 1, size);
+  }
+  Memory(const Memory&) = delete;
+  ~Memory() { std::free(data); }
+  LinearHeapBuffer buffer() const { return {data, size}; }
+  u64 size;
+  void* data;
+};
+
+struct Options {
+  u64 tds = 1;
+  std::string framework = "none";
+  std::vector<u64> digits;
+};
+
+void require(bool right, const char* what) {
+  if (right) return;
+  std::fprintf(stderr, "functions_bench: %s differs from GMP\n", what);
+  std::exit(1);
+}
+
+class Bench {
+ public:
+  Bench(u64 digits, const Options& options)
+      : digits_(digits),
+        words_(static_cast<u64>(static_cast<double>(digits) * std::log2(10.0) / 64) + 2),
+        digit_words_((digits + 18) / 19),
+        division_(words_, options.tds),
+        root_(words_, options.tds),
+        conversion_(ConvertPlanP<u64>::make(kDecimalRadix<u64>, digit_words_, options.tds)),
+        proof_(kDecimalRadix<u64>, digit_words_, options.tds),
+        need_(Need::max(Need::max(division_.need(), root_.need()), Need::max(conversion_.need(), proof_.need()))),
+        heap_(need_.ram_bytes),
+        table_memory_(basic_table<u64>().table_bytes(need_.table_bits)),
+        tables_(table_memory_.buffer()),
+        framework_(create_framework(options.framework)),
+        ctx_{{*framework_, options.tds}, tables_, silent_status()} {
+    basic_table<u64>().ensure_tables(tables_, need_.table_bits);
+    mpf_set_default_prec(words_ * 64);
+  }
+
+  void run() {
+    divide();
+    take_root();
+    convert();
+  }
+
+ private:
+  template <class Ours, class Peer>
+  void row(const char* name, const Need& need, Ours&& ours, Peer&& peer) {
+    const bench::Comparison c = bench::compare(ours, peer, 2e8, digits_ > 3000000 ? 5 : 9);
+    std::printf("%12llu  %-10s %9.4f %6.1f%% %9.4f %6.2f  %6.1f\n", static_cast<unsigned long long>(digits_), name,
+                c.call.median * 1e-9, 100 * c.call.spread, c.peer.median * 1e-9, c.ratio,
+                static_cast<double>(need.ram_bytes) / static_cast<double>(digits_));
+    std::fflush(stdout);
+  }
+
+  // The top words of a positive number near 1 must agree with the float's; its lowest few may differ.
+  static bool agree(const BigFloat<u64>& x, mpf_srcptr y, u64 words) {
+    const mp_ptr top = y->_mp_d + y->_mp_size;
+    for (u64 i = 1; i <= words && i <= x.L; ++i)
+      if (x.T[x.L - i] != top[-static_cast<s64>(i)]) return false;
+    return true;
+  }
+
+  void divide() {
+    mpf_t a, b, q;
+    mpf_inits(a, b, q, nullptr);
+    mpf_sqrt_ui(a, 3);
+    mpf_sqrt_ui(b, 10005);
+    std::vector<u64> out_words(division_.need().out_words);
+    BigFloat<u64> out(out_words.data(), out_words.size());
+    const BigFloat<u64> x = view(a), y = view(b);
+    const auto ours = [&] { division_.run(ctx_, out, x, y, heap_.buffer()); };
+    const auto peer = [&] { mpf_div(q, a, b); };
+    ours();
+    peer();
+    require(agree(out, q, words_ - 2), "division");
+    row("division", division_.need(), ours, peer);
+    mpf_clears(a, b, q, nullptr);
+  }
+
+  void take_root() {
+    mpf_t s;
+    mpf_init(s);
+    std::vector<u64> out_words(root_.need().out_words);
+    BigFloat<u64> out(out_words.data(), out_words.size());
+    row("1/sqrt", root_.need(), [&] { root_.run(ctx_, out, 10005, heap_.buffer()); }, [&] { mpf_sqrt_ui(s, 10005); });
+    mpf_clear(s);
+  }
+
+  void convert() {
+    mpf_t s;
+    mpf_init(s);
+    mpf_sqrt_ui(s, 10005);
+    const BigFloat<u64> x = view(s);
+    std::vector<u64> out(digit_words_);
+    std::unique_ptr<char[]> text(new char[digits_ + 16]);
+    mp_exp_t exponent;
+    const auto ours = [&] { conversion_.run(ctx_, out.data(), x, heap_.buffer()); };
+    const auto peer = [&] { mpf_get_str(text.get(), &exponent, 10, digits_, s); };
+    ours();
+    peer();
+    for (u64 i = 0; i + 2 < digit_words_; ++i) {
+      u64 word = 0;
+      for (u64 j = 0; j < 19; ++j) word = 10 * word + static_cast<u64>(text[exponent + 19 * i + j] - '0');
+      require(word == out[digit_words_ - 1 - i], "conversion");
+    }
+    row("conversion", conversion_.need(), ours, peer);
+    row("proof", proof_.need(),
+        [&] { require(proof_.run(ctx_, out.data(), x, heap_.buffer()).ok, "proof"); }, peer);
+    mpf_clear(s);
+  }
+
+  static BigFloat<u64> view(mpf_srcptr f) {
+    BigFloat<u64> x(f->_mp_d, 0);
+    x.L = static_cast<u64>(f->_mp_size);
+    x.exp = f->_mp_exp - f->_mp_size;
+    x.sign = 1;
+    return x;
+  }
+
+  u64 digits_;
+  u64 words_;
+  u64 digit_words_;
+  Division_BigFloatR<u64> division_;
+  InvsqrtWord_BigFloatR<u64> root_;
+  ConvertPlanP<u64> conversion_;
+  VerifyConversion<u64> proof_;
+  Need need_;
+  Memory heap_;
+  Memory table_memory_;
+  TransformTables tables_;
+  std::unique_ptr<Parallelizer> framework_;
+  RunContext ctx_;
+};
+
+Options parse(int argc, char** argv) {
+  Options options;
+  for (int i = 1; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg.rfind("-TD:", 0) == 0)
+      options.tds = std::strtoull(arg.c_str() + 4, nullptr, 10);
+    else if (arg.rfind("-PF:", 0) == 0)
+      options.framework = arg.substr(4);
+    else
+      options.digits.push_back(std::strtoull(arg.c_str(), nullptr, 10));
+  }
+  if (options.digits.empty()) options.digits = {1000000, 10000000};
+  return options;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  const Options options = parse(argc, argv);
+  register_frameworks();
+  AlgorithmRegistry registry;
+  register_basecase(registry);
+  register_fft(registry);
+  initialize_multiplication(std::move(registry));
+  bench::heading("functions_bench", simd::target_name(simd::active_target()));
+  std::printf("%12s  %-10s %9s %7s %9s %6s  %6s\n", "digits", "function", "s", "spread", "GMP s", "ratio", "B/dgt");
+  for (const u64 digits : options.digits) Bench(digits, options).run();
+}
