@@ -176,8 +176,8 @@ TEST_P(Digits, DoNotDependOnTasksOrFrameworks) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Constants, Digits, testing::ValuesIn(kCases), [](const auto& info) {
-  std::string name = std::string(info.param.constant) + "_" + info.param.algorithm;
+INSTANTIATE_TEST_SUITE_P(Constants, Digits, testing::ValuesIn(kCases), [](const auto& row) {
+  std::string name = std::string(row.param.constant) + "_" + row.param.algorithm;
   for (char& ch : name)
     if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
   return name;

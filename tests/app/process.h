@@ -14,8 +14,8 @@ struct Outcome {
 
 struct RunOptions {
   std::string input;   ///< standard input; its end follows
-  std::string folder;  ///< working folder; empty: the caller's
-  std::vector<std::pair<std::string, std::string>> environment;
+  std::string folder{};  ///< working folder; empty: the caller's
+  std::vector<std::pair<std::string, std::string>> environment{};
 };
 
 /// Runs program with the arguments; output and errors together.
