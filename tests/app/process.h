@@ -13,7 +13,7 @@ struct Outcome {
 };
 
 struct RunOptions {
-  std::string input;   ///< standard input; its end follows
+  std::string input{};   ///< standard input; its end follows
   std::string folder{};  ///< working folder; empty: the caller's
   std::vector<std::pair<std::string, std::string>> environment{};
 };
