@@ -130,9 +130,12 @@ OutputResult make_result(const OutputContext& context, const DigitWords& number,
   return result;
 }
 
-// Before the digits are made, after their hash is known: whatever changes now is found by the reading back.
-void let_faults_in(const DigitWords& number) {
-  orl::fault_point("digit words", const_cast<u64*>(number.words), number.word_count * sizeof(u64));
+// Before the digits are made, after their hash is known: whatever changes in them now is found later.
+void let_faults_in(const DigitWords& number, u64 digit_count) {
+  const u64 width = orl::digits_per_word(number.radix);
+  const u64 used = (digit_count + width - 1) / width;
+  orl::fault_point("digit words", const_cast<u64*>(number.words + (number.word_count - used)),
+                   used * sizeof(u64));
 }
 
 std::string counts_text(const orl::DigitCounts& counts) {
@@ -174,7 +177,7 @@ OutputResult write_digits(const OutputContext& context, const DigitWords& number
   const std::string name = orl::digit_file_name(target.constant, target.algorithm, number.radix);
   const auto writer = orl::make_digit_writer(target.path, name, result.first_digits, number.radix,
                                              target.digits_per_file, digit_count);
-  let_faults_in(number);
+  let_faults_in(number, digit_count);
   digit_pass(context, number, digit_count, writer.get(), result);
   std::string path = writer->path();
   result.reader = writer->close_and_get_basic_reader();
@@ -184,7 +187,7 @@ OutputResult write_digits(const OutputContext& context, const DigitWords& number
 
 OutputResult process_digits(const OutputContext& context, const DigitWords& number, u64 digit_count) {
   OutputResult result = make_result(context, number, digit_count);
-  let_faults_in(number);
+  let_faults_in(number, digit_count);
   digit_pass(context, number, digit_count, nullptr, result);
   return result;
 }
