@@ -95,4 +95,71 @@ class BitFields {
 #endif
 };
 
+/// Stores lane l's words q[0], q[1] (and q[2] when kWords is 3) at out[l] + offset: 16 bytes a lane, or 32 of
+/// which the last eight are 0.
+template <int kWords>
+inline void store_fields(std::uint8_t* const (&out)[U64::lanes], std::uint64_t offset, const U64 (&q)[3]) {
+  static_assert(kWords == 2 || kWords == 3);
+#if defined(SIMD_ISA_AVX512)
+  const __m512i even = _mm512_unpacklo_epi64(q[0].v, q[1].v), odd = _mm512_unpackhi_epi64(q[0].v, q[1].v);
+  const auto store128 = [&](int lane, __m128i x) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out[lane] + offset), x);
+  };
+  const auto store256 = [&](int lane, __m256i x) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[lane] + offset), x);
+  };
+  if constexpr (kWords == 2) {
+    store128(0, _mm512_castsi512_si128(even));
+    store128(1, _mm512_castsi512_si128(odd));
+    store128(2, _mm512_extracti64x2_epi64(even, 1));
+    store128(3, _mm512_extracti64x2_epi64(odd, 1));
+    store128(4, _mm512_extracti64x2_epi64(even, 2));
+    store128(5, _mm512_extracti64x2_epi64(odd, 2));
+    store128(6, _mm512_extracti64x2_epi64(even, 3));
+    store128(7, _mm512_extracti64x2_epi64(odd, 3));
+  } else {
+    const __m512i zero = _mm512_setzero_si512();
+    const __m512i even2 = _mm512_unpacklo_epi64(q[2].v, zero), odd2 = _mm512_unpackhi_epi64(q[2].v, zero);
+    const __m512i low = _mm512_set_epi64(11, 10, 3, 2, 9, 8, 1, 0),
+                  high = _mm512_set_epi64(15, 14, 7, 6, 13, 12, 5, 4);
+    const __m512i even_low = _mm512_permutex2var_epi64(even, low, even2);
+    const __m512i odd_low = _mm512_permutex2var_epi64(odd, low, odd2);
+    const __m512i even_high = _mm512_permutex2var_epi64(even, high, even2);
+    const __m512i odd_high = _mm512_permutex2var_epi64(odd, high, odd2);
+    store256(0, _mm512_castsi512_si256(even_low));
+    store256(1, _mm512_castsi512_si256(odd_low));
+    store256(2, _mm512_extracti64x4_epi64(even_low, 1));
+    store256(3, _mm512_extracti64x4_epi64(odd_low, 1));
+    store256(4, _mm512_castsi512_si256(even_high));
+    store256(5, _mm512_castsi512_si256(odd_high));
+    store256(6, _mm512_extracti64x4_epi64(even_high, 1));
+    store256(7, _mm512_extracti64x4_epi64(odd_high, 1));
+  }
+#elif defined(SIMD_ISA_AVX2)
+  const __m256i even = _mm256_unpacklo_epi64(q[0].v, q[1].v), odd = _mm256_unpackhi_epi64(q[0].v, q[1].v);
+  if constexpr (kWords == 2) {
+    const auto store128 = [&](int lane, __m128i x) {
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out[lane] + offset), x);
+    };
+    store128(0, _mm256_castsi256_si128(even));
+    store128(1, _mm256_castsi256_si128(odd));
+    store128(2, _mm256_extracti128_si256(even, 1));
+    store128(3, _mm256_extracti128_si256(odd, 1));
+  } else {
+    const __m256i zero = _mm256_setzero_si256();
+    const __m256i even2 = _mm256_unpacklo_epi64(q[2].v, zero), odd2 = _mm256_unpackhi_epi64(q[2].v, zero);
+    const auto store256 = [&](int lane, __m256i x) {
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[lane] + offset), x);
+    };
+    store256(0, _mm256_permute2x128_si256(even, even2, 0x20));
+    store256(1, _mm256_permute2x128_si256(odd, odd2, 0x20));
+    store256(2, _mm256_permute2x128_si256(even, even2, 0x31));
+    store256(3, _mm256_permute2x128_si256(odd, odd2, 0x31));
+  }
+#else
+  const std::uint64_t word[4] = {q[0].v, q[1].v, q[2].v, 0};
+  __builtin_memcpy(out[0] + offset, word, kWords == 2 ? 16 : 32);
+#endif
+}
+
 }  // namespace orl::simd::SIMD_ISA

@@ -59,38 +59,51 @@ FFT_INLINE Complex minus_scaled(Complex a, F64 c, Complex z) {
 
 constexpr double kSqrtHalf = 0.70710678118654752440;
 
-/// Eight parts, multiplied by their twiddles already but for the first halving: (x[p], x[p + 4]) hold
-/// sum and difference of a_p w^p and a_{p+4} w^{p+4}.
-FFT_INLINE void finish_radix8(Complex (&x)[8]) {
-  const F64 c = F64::all(kSqrtHalf);
-  const Complex s0 = x[0] + x[2], s2 = x[0] - x[2], s1 = x[1] + x[3], s3 = x[1] - x[3];
-  x[0] = s0 + s1;
-  x[1] = s0 - s1;
-  x[2] = add_i(s2, s3);
-  x[3] = sub_i(s2, s3);
-  const Complex d0 = add_i(x[4], x[6]), d2 = sub_i(x[4], x[6]);
-  const Complex d1 = add_i(x[5], x[7]), d3 = sub_i(x[5], x[7]);
-  // e(1/8) d1 = c (1 + i) d1 and i e(1/8) d3 = c (i - 1) d3.
-  const Complex r1 = {d1.re - d1.im, d1.re + d1.im};
-  const Complex r3 = {d3.re + d3.im, d3.im - d3.re};
-  x[4] = plus_scaled(d0, c, r1);
-  x[5] = minus_scaled(d0, c, r1);
-  x[6] = minus_scaled(d2, c, r3);
-  x[7] = plus_scaled(d2, c, r3);
+/// A point that is known to be real.
+struct Real {
+  F64 re;
+};
+FFT_INLINE Complex times(Real a, Complex w) { return {a.re * w.re, a.re * w.im}; }
+FFT_INLINE Complex as_complex(Complex a) { return a; }
+FFT_INLINE Complex as_complex(Real a) { return {a.re, F64::all(0.0)}; }
+
+/// sum = a + w b, difference = a - w b.
+FFT_INLINE void halve(Complex a, Complex w, Complex b, Complex& sum, Complex& difference) {
+  sum = plus_times(a, w, b);
+  difference = reflect(a, sum);
+}
+FFT_INLINE void halve(Complex a, Complex w, Real b, Complex& sum, Complex& difference) {
+  sum = {fma(w.re, b.re, a.re), fma(w.im, b.re, a.im)};
+  difference = {fnma(w.re, b.re, a.re), fnma(w.im, b.re, a.im)};
+}
+FFT_INLINE void halve(Real a, Complex w, Real b, Complex& sum, Complex& difference) {
+  sum = {fma(w.re, b.re, a.re), w.im * b.re};
+  difference = {fnma(w.re, b.re, a.re), F64::all(0.0) - sum.im};
 }
 
 /// Radix 8 with the twiddles w^1 to w^7.
-FFT_INLINE void forward_radix8(Complex (&x)[8], const Complex (&w)[7]) {
-  Complex y[8];
-  y[0] = plus_times(x[0], w[3], x[4]);
-  y[4] = reflect(x[0], y[0]);
-  for (int p = 1; p < 4; ++p) {
-    const Complex a = times(x[p], w[p - 1]);
-    y[p] = plus_times(a, w[p + 3], x[p + 4]);
-    y[p + 4] = reflect(a, y[p]);
-  }
-  for (int p = 0; p < 8; ++p) x[p] = y[p];
-  finish_radix8(x);
+template <class Point>
+FFT_INLINE void forward_radix8(const Point (&a)[8], const Complex (&w)[7], Complex (&x)[8]) {
+  Complex s[4], d[4];
+  halve(a[0], w[3], a[4], s[0], d[0]);
+  halve(times(a[1], w[0]), w[4], a[5], s[1], d[1]);
+  halve(times(a[2], w[1]), w[5], a[6], s[2], d[2]);
+  halve(times(a[3], w[2]), w[6], a[7], s[3], d[3]);
+  const F64 c = F64::all(kSqrtHalf);
+  const Complex s02 = s[0] + s[2], s0_2 = s[0] - s[2], s13 = s[1] + s[3], s1_3 = s[1] - s[3];
+  x[0] = s02 + s13;
+  x[1] = s02 - s13;
+  x[2] = add_i(s0_2, s1_3);
+  x[3] = sub_i(s0_2, s1_3);
+  const Complex d02 = add_i(d[0], d[2]), d0_2 = sub_i(d[0], d[2]);
+  const Complex d13 = add_i(d[1], d[3]), d1_3 = sub_i(d[1], d[3]);
+  // e(1/8) d13 = c r1 and i e(1/8) d1_3 = -c r3.
+  const Complex r1 = {d13.re - d13.im, d13.re + d13.im};
+  const Complex r3 = {d1_3.re + d1_3.im, d1_3.im - d1_3.re};
+  x[4] = plus_scaled(d02, c, r1);
+  x[5] = minus_scaled(d02, c, r1);
+  x[6] = minus_scaled(d0_2, c, r3);
+  x[7] = plus_scaled(d0_2, c, r3);
 }
 
 /// The inverse of forward_radix8 times 8.
@@ -114,139 +127,115 @@ FFT_INLINE void inverse_radix8(Complex (&x)[8], const Complex (&w)[7]) {
   x[7] = times_conj({fnma(c, o3.im, e3.re), fma(c, o3.re, e3.im)}, w[6]);
 }
 
-/// A pass of radix R over the columns of one node; part p begins at x + p * stride.
-template <u32 R>
-void forward_pass(double* x, u64 stride, const FftTwiddles& t) {
-  if constexpr (R == 8) {
-    const Complex w[7] = {twiddle(t, 0), twiddle(t, 1), twiddle(t, 2), twiddle(t, 3),
-                          twiddle(t, 4), twiddle(t, 5), twiddle(t, 6)};
-    for (double* end = x + stride; x != end; x += kGroup) {
-      Complex a[8];
-      for (u32 p = 0; p < 8; ++p) a[p] = load(x + p * stride);
-      forward_radix8(a, w);
-      for (u32 p = 0; p < 8; ++p) store(x + p * stride, a[p]);
-    }
-  } else if constexpr (R == 4) {
-    const Complex w1 = twiddle(t, 1), w2 = twiddle(t, 3), w3 = twiddle(t, 5);
-    for (double* end = x + stride; x != end; x += kGroup) {
-      const Complex a0 = load(x), a1 = times(load(x + stride), w1);
-      const Complex s0 = plus_times(a0, w2, load(x + 2 * stride)), d0 = reflect(a0, s0);
-      const Complex s1 = plus_times(a1, w3, load(x + 3 * stride)), d1 = reflect(a1, s1);
-      store(x, s0 + s1);
-      store(x + stride, s0 - s1);
-      store(x + 2 * stride, add_i(d0, d1));
-      store(x + 3 * stride, sub_i(d0, d1));
-    }
-  } else {
-    static_assert(R == 2);
-    const Complex w = twiddle(t, 3);
-    for (double* end = x + stride; x != end; x += kGroup) {
-      const Complex a = load(x), s = plus_times(a, w, load(x + stride));
-      store(x, s);
-      store(x + stride, reflect(a, s));
-    }
-  }
+/// The powers e(theta / 8)^1 to ^7 of a record, in every lane.
+FFT_INLINE void load_powers(const FftTwiddles& t, Complex (&w)[7]) {
+  for (u32 p = 0; p < 7; ++p) w[p] = twiddle(t, p);
 }
 
-template <u32 R>
-void inverse_pass(double* x, u64 stride, const FftTwiddles& t) {
-  if constexpr (R == 8) {
-    const Complex w[7] = {twiddle(t, 0), twiddle(t, 1), twiddle(t, 2), twiddle(t, 3),
-                          twiddle(t, 4), twiddle(t, 5), twiddle(t, 6)};
-    for (double* end = x + stride; x != end; x += kGroup) {
-      Complex a[8];
-      for (u32 p = 0; p < 8; ++p) a[p] = load(x + p * stride);
-      inverse_radix8(a, w);
-      for (u32 p = 0; p < 8; ++p) store(x + p * stride, a[p]);
-    }
-  } else if constexpr (R == 4) {
-    const Complex w1 = twiddle(t, 1), w2 = twiddle(t, 3), w3 = twiddle(t, 5);
-    for (double* end = x + stride; x != end; x += kGroup) {
-      const Complex b0 = load(x), b1 = load(x + stride), b2 = load(x + 2 * stride), b3 = load(x + 3 * stride);
-      const Complex s0 = b0 + b1, s1 = b0 - b1, d0 = b2 + b3, d1 = b2 - b3;
-      store(x, s0 + d0);
-      store(x + stride, times_conj(sub_i(s1, d1), w1));
-      store(x + 2 * stride, times_conj(s0 - d0, w2));
-      store(x + 3 * stride, times_conj(add_i(s1, d1), w3));
-    }
-  } else {
-    static_assert(R == 2);
-    const Complex w = twiddle(t, 3);
-    for (double* end = x + stride; x != end; x += kGroup) {
-      const Complex b0 = load(x), b1 = load(x + stride);
-      store(x, b0 + b1);
-      store(x + stride, times_conj(b0 - b1, w));
-    }
-  }
+template <class Point>
+FFT_INLINE void forward_radix4(const Point (&a)[4], const FftTwiddles& t, Complex (&x)[4]) {
+  Complex s0, d0, s1, d1;
+  halve(a[0], twiddle(t, 3), a[2], s0, d0);
+  halve(times(a[1], twiddle(t, 1)), twiddle(t, 5), a[3], s1, d1);
+  x[0] = s0 + s1;
+  x[1] = s0 - s1;
+  x[2] = add_i(d0, d1);
+  x[3] = sub_i(d0, d1);
+}
+FFT_INLINE void inverse_radix4(Complex (&x)[4], const FftTwiddles& t) {
+  const Complex s0 = x[0] + x[1], s1 = x[0] - x[1], d0 = x[2] + x[3], d1 = x[2] - x[3];
+  x[0] = s0 + d0;
+  x[1] = times_conj(sub_i(s1, d1), twiddle(t, 1));
+  x[2] = times_conj(s0 - d0, twiddle(t, 3));
+  x[3] = times_conj(add_i(s1, d1), twiddle(t, 5));
 }
 
 constexpr double kSin3 = 0.86602540378443864676;  // sin(2 pi / 3)
 constexpr double kCos5[2] = {0.30901699437494742410, -0.80901699437494742410};
 constexpr double kSin5[2] = {0.95105651629515357212, 0.58778525229247312917};
 
-/// The pass of the odd factor K at the root 1/4; t holds the powers of e(1 / (4 K)). Slots are in natural
-/// order.
-template <u32 K>
-void forward_odd_pass(double* x, u64 stride, const FftTwiddles& t) {
-  for (double* end = x + stride; x != end; x += kGroup) {
-    Complex a[K];
-    a[0] = load(x);
-    for (u32 p = 1; p < K; ++p) a[p] = times(load(x + p * stride), twiddle(t, p - 1));
-    if constexpr (K == 3) {
-      const Complex s = a[1] + a[2], d = a[1] - a[2];
-      const Complex m = plus_scaled(a[0], F64::all(-0.5), s);
-      const F64 c = F64::all(kSin3);
-      a[0] = a[0] + s;
-      a[1] = {fnma(c, d.im, m.re), fma(c, d.re, m.im)};
-      a[2] = {fma(c, d.im, m.re), fnma(c, d.re, m.im)};
-    } else {
-      static_assert(K == 5);
-      const F64 c1 = F64::all(kCos5[0]), c2 = F64::all(kCos5[1]);
-      const F64 s1 = F64::all(kSin5[0]), s2 = F64::all(kSin5[1]);
-      const Complex t1 = a[1] + a[4], u1 = a[1] - a[4], t2 = a[2] + a[3], u2 = a[2] - a[3];
-      const Complex m1 = plus_scaled(plus_scaled(a[0], c1, t1), c2, t2);
-      const Complex m2 = plus_scaled(plus_scaled(a[0], c2, t1), c1, t2);
-      const Complex n1 = {fma(s1, u1.re, s2 * u2.re), fma(s1, u1.im, s2 * u2.im)};
-      const Complex n2 = {fms(s2, u1.re, s1 * u2.re), fms(s2, u1.im, s1 * u2.im)};
-      a[0] = a[0] + t1 + t2;
-      a[1] = add_i(m1, n1);
-      a[2] = add_i(m2, n2);
-      a[3] = sub_i(m2, n2);
-      a[4] = sub_i(m1, n1);
-    }
-    for (u32 p = 0; p < K; ++p) store(x + p * stride, a[p]);
+/// The discrete Fourier transforms of 3 and 5 points: x[j] = sum of y[p] e(sign j p / K).
+template <int sign>
+FFT_INLINE void fourier(Complex (&y)[3]) {
+  const Complex s = y[1] + y[2], d = y[1] - y[2];
+  const Complex m = plus_scaled(y[0], F64::all(-0.5), s);
+  const F64 c = F64::all(kSin3);
+  y[0] = y[0] + s;
+  y[sign > 0 ? 1 : 2] = {fnma(c, d.im, m.re), fma(c, d.re, m.im)};
+  y[sign > 0 ? 2 : 1] = {fma(c, d.im, m.re), fnma(c, d.re, m.im)};
+}
+template <int sign>
+FFT_INLINE void fourier(Complex (&y)[5]) {
+  const F64 c1 = F64::all(kCos5[0]), c2 = F64::all(kCos5[1]);
+  const F64 s1 = F64::all(kSin5[0]), s2 = F64::all(kSin5[1]);
+  const Complex t1 = y[1] + y[4], u1 = y[1] - y[4], t2 = y[2] + y[3], u2 = y[2] - y[3];
+  const Complex m1 = plus_scaled(plus_scaled(y[0], c1, t1), c2, t2);
+  const Complex m2 = plus_scaled(plus_scaled(y[0], c2, t1), c1, t2);
+  const Complex n1 = {fma(s1, u1.re, s2 * u2.re), fma(s1, u1.im, s2 * u2.im)};
+  const Complex n2 = {fms(s2, u1.re, s1 * u2.re), fms(s2, u1.im, s1 * u2.im)};
+  y[0] = y[0] + t1 + t2;
+  y[sign > 0 ? 1 : 4] = add_i(m1, n1);
+  y[sign > 0 ? 2 : 3] = add_i(m2, n2);
+  y[sign > 0 ? 3 : 2] = sub_i(m2, n2);
+  y[sign > 0 ? 4 : 1] = sub_i(m1, n1);
+}
+
+/// One column of the forward pass of radix R; odd radices take the record of FftTables::odd() and leave their
+/// slots in natural order.
+template <u32 R, class Point>
+FFT_INLINE void forward_column(const Point (&a)[R], const FftTwiddles& t, Complex (&x)[R]) {
+  if constexpr (R == 8) {
+    Complex w[7];
+    load_powers(t, w);
+    forward_radix8(a, w, x);
+  } else if constexpr (R == 4) {
+    forward_radix4(a, t, x);
+  } else if constexpr (R == 2) {
+    halve(a[0], twiddle(t, 3), a[1], x[0], x[1]);
+  } else {
+    x[0] = as_complex(a[0]);
+    for (u32 p = 1; p < R; ++p) x[p] = times(a[p], twiddle(t, p - 1));
+    if constexpr (R > 1) fourier<1>(x);
+  }
+}
+template <u32 R>
+FFT_INLINE void inverse_column(Complex (&x)[R], const FftTwiddles& t) {
+  if constexpr (R == 8) {
+    Complex w[7];
+    load_powers(t, w);
+    inverse_radix8(x, w);
+  } else if constexpr (R == 4) {
+    inverse_radix4(x, t);
+  } else if constexpr (R == 2) {
+    const Complex d = x[0] - x[1];
+    x[0] = x[0] + x[1];
+    x[1] = times_conj(d, twiddle(t, 3));
+  } else if constexpr (R > 1) {
+    fourier<-1>(x);
+    for (u32 p = 1; p < R; ++p) x[p] = times_conj(x[p], twiddle(t, p - 1));
   }
 }
 
-template <u32 K>
-void inverse_odd_pass(double* x, u64 stride, const FftTwiddles& t) {
-  for (double* end = x + stride; x != end; x += kGroup) {
-    Complex a[K];
-    for (u32 p = 0; p < K; ++p) a[p] = load(x + p * stride);
-    if constexpr (K == 3) {
-      const Complex s = a[1] + a[2], d = a[1] - a[2];
-      const Complex m = plus_scaled(a[0], F64::all(-0.5), s);
-      const F64 c = F64::all(kSin3);
-      a[0] = a[0] + s;
-      a[1] = {fma(c, d.im, m.re), fnma(c, d.re, m.im)};
-      a[2] = {fnma(c, d.im, m.re), fma(c, d.re, m.im)};
-    } else {
-      static_assert(K == 5);
-      const F64 c1 = F64::all(kCos5[0]), c2 = F64::all(kCos5[1]);
-      const F64 s1 = F64::all(kSin5[0]), s2 = F64::all(kSin5[1]);
-      const Complex t1 = a[1] + a[4], u1 = a[1] - a[4], t2 = a[2] + a[3], u2 = a[2] - a[3];
-      const Complex m1 = plus_scaled(plus_scaled(a[0], c1, t1), c2, t2);
-      const Complex m2 = plus_scaled(plus_scaled(a[0], c2, t1), c1, t2);
-      const Complex n1 = {fma(s1, u1.re, s2 * u2.re), fma(s1, u1.im, s2 * u2.im)};
-      const Complex n2 = {fms(s2, u1.re, s1 * u2.re), fms(s2, u1.im, s1 * u2.im)};
-      a[0] = a[0] + t1 + t2;
-      a[1] = sub_i(m1, n1);
-      a[2] = sub_i(m2, n2);
-      a[3] = add_i(m2, n2);
-      a[4] = add_i(m1, n1);
-    }
-    store(x, a[0]);
-    for (u32 p = 1; p < K; ++p) store(x + p * stride, times_conj(a[p], twiddle(t, p - 1)));
+/// Columns of one node: part p is read at source + p * source_stride and written at target + p *
+/// target_stride, `doubles` of each; in place when the two are equal.
+template <u32 R>
+void forward_pass(const double* source, u64 source_stride, double* target, u64 target_stride, u64 doubles,
+                  const FftTwiddles& t) {
+  for (u64 i = 0; i < doubles; i += kGroup) {
+    Complex a[R], x[R];
+    for (u32 p = 0; p < R; ++p) a[p] = load(source + p * source_stride + i);
+    forward_column<R>(a, t, x);
+    for (u32 p = 0; p < R; ++p) store(target + p * target_stride + i, x[p]);
+  }
+}
+template <u32 R>
+void inverse_pass(const double* source, u64 source_stride, double* target, u64 target_stride, u64 doubles,
+                  const FftTwiddles& t) {
+  for (u64 i = 0; i < doubles; i += kGroup) {
+    Complex x[R];
+    for (u32 p = 0; p < R; ++p) x[p] = load(source + p * source_stride + i);
+    inverse_column<R>(x, t);
+    for (u32 p = 0; p < R; ++p) store(target + p * target_stride + i, x[p]);
   }
 }
 
@@ -384,41 +373,42 @@ template <bool kForward, Pointwise P>
 void transform_block(double* x, const double* g, const FftTwiddles& t) {
   constexpr u64 kRow = 16;  // doubles in a row of eight points
   if constexpr (L == 8) {
-    Complex a[8];
+    Complex a[8], w[7];
     for (u32 r = 0; r < 8; ++r) a[r] = load(x + r * kRow);
-    const RowTwiddles w = row_twiddles(t, 0);
-    const Complex u[7] = {twiddle(t, 0), twiddle(t, 1), twiddle(t, 2), twiddle(t, 3),
-                          twiddle(t, 4), twiddle(t, 5), twiddle(t, 6)};
+    load_powers(t, w);
+    const RowTwiddles rows = row_twiddles(t, 0);
     if constexpr (kForward) {
-      forward_radix8(a, u);
+      Complex b[8];
+      forward_radix8(a, w, b);
+      for (u32 r = 0; r < 8; ++r) a[r] = b[r];
       rows_to_lanes(a);
-      forward_rows(a, w);
+      forward_rows(a, rows);
     }
     if constexpr (P != Pointwise::kNone) {
       pointwise<P>(a, g);
-      inverse_rows(a, w);
+      inverse_rows(a, rows);
       lanes_to_rows(a);
-      inverse_radix8(a, u);
+      inverse_radix8(a, w);
     }
     for (u32 r = 0; r < 8; ++r) store(x + r * kRow, a[r]);
   } else {
-    if constexpr (kForward) forward_pass<8>(x, kRow, t);
+    if constexpr (kForward) forward_pass<8>(x, kRow, x, kRow, kRow, t);
     for (u32 row = 0; row < 8; row += L) {
-      const RowTwiddles w = row_twiddles(t, row);
+      const RowTwiddles rows = row_twiddles(t, row);
       Complex a[8];
       for (u32 i = 0; i < 8; ++i) a[i] = load(x + row * kRow + i * kGroup);
       if constexpr (kForward) {
         rows_to_lanes(a);
-        forward_rows(a, w);
+        forward_rows(a, rows);
       }
       if constexpr (P != Pointwise::kNone) {
         pointwise<P>(a, g + row * kRow);
-        inverse_rows(a, w);
+        inverse_rows(a, rows);
         lanes_to_rows(a);
       }
       for (u32 i = 0; i < 8; ++i) store(x + row * kRow + i * kGroup, a[i]);
     }
-    if constexpr (P != Pointwise::kNone) inverse_pass<8>(x, kRow, t);
+    if constexpr (P != Pointwise::kNone) inverse_pass<8>(x, kRow, x, kRow, kRow, t);
   }
 }
 

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <numeric>
 
+#include "transforms/fft_plan.h"
+
 namespace orl {
 namespace {
 
@@ -49,28 +51,32 @@ FftTwiddles base_record(TurnFraction theta, u32 level) {
   return t;
 }
 
-u32 levels_above_blocks(u32 s) { return s - 1 - kFftBlockLevels; }
-
 template <class T>
 u64 chunk_bytes(u64 count) {
   return LinearHeapBuffer::cut_bytes<u8>(count * sizeof(T));
 }
 
-template <class T>
-T* cut_chunk(LinearHeapBuffer& memory, u64 count) {
-  return reinterpret_cast<T*>(memory.cut<u8>(count * sizeof(T)));
-}
-
-u32 table_levels(const std::array<u32, 3>& s) {
+// What the shapes need: levels of the roots' own tables, and depths of subtrees, for each odd factor.
+struct Extent {
   u32 levels = 0;
-  for (u32 x : s)
-    if (x) levels = std::max(levels, std::min(levels_above_blocks(x), kFftSubtreeLevels) + 1);
-  return levels;
-}
+  u32 first_depth = 1, last_depth = 0;
+};
 
-u32 subtree_depth(u32 s) {
-  const u32 levels = s ? levels_above_blocks(s) : 0;
-  return levels > kFftSubtreeLevels ? levels - kFftSubtreeLevels : 0;
+std::array<Extent, 3> extents(const std::array<u32, 3>& s) {
+  std::array<Extent, 3> all;
+  for (u32 i = 0; i < 3; ++i) {
+    for (u32 x = 1 + kFftBlockLevels; x <= s[i]; ++x) {
+      const FftPlan plan{FftTables::kOdd[i], x - 1 - kFftBlockLevels, 0, nullptr};
+      if (!plan.blocked()) {
+        all[i].levels = plan.levels + 1;
+      } else {
+        all[i].first_depth = plan.branch(0).level;
+        all[i].last_depth = plan.subtree_depth();
+        all[0].levels = kFftSubtreeLevels + 1;  // what subtrees rotate
+      }
+    }
+  }
+  return all;
 }
 
 }  // namespace
@@ -102,46 +108,46 @@ std::array<double, 2> unit_root(TurnFraction angle) {
 
 u64 FftTables::bytes(const std::array<u32, 3>& s) {
   u64 total = 0;
-  for (u32 level = 0; level < table_levels(s); ++level) total += chunk_bytes<FftTwiddles>(u64{1} << level);
+  const std::array<Extent, 3> all = extents(s);
   for (u32 i = 0; i < 3; ++i) {
-    if (!s[i]) continue;
     const u32 k = kOdd[i];
-    if (k > 1) total += k * chunk_bytes<FftTwiddles>(kFftSubtreeLevels + 1);
-    for (u32 depth = 1; depth <= subtree_depth(s[i]); ++depth)
-      total += k * chunk_bytes<FftSubtreeBase>(u64{1} << depth);
+    const Extent& e = all[i];
+    for (u32 level = 0; level < e.levels; ++level) total += k * chunk_bytes<FftTwiddles>(u64{1} << level);
+    for (u32 depth = e.first_depth; depth <= e.last_depth; ++depth)
+      total += k * chunk_bytes<FftTwiddles>(u64{base_count(k, depth)} << depth);
   }
   return total;
 }
 
 void FftTables::grow(LinearHeapBuffer& memory, const std::array<u32, 3>& s) {
-  for (u32 level = 0; level < table_levels(s); ++level) {
-    if (levels_[level]) continue;
-    FftTwiddles* t = cut_chunk<FftTwiddles>(memory, u64{1} << level);
-    for (u64 n = 0; n < u64{1} << level; ++n) t[n] = record(node_angle(1, 0, level, n), 0);
-    levels_[level] = t;
-  }
+  const auto cut = [&](u64 count) {
+    return reinterpret_cast<FftTwiddles*>(memory.cut<u8>(count * sizeof(FftTwiddles)));
+  };
+  const std::array<Extent, 3> all = extents(s);
   for (u32 i = 0; i < 3; ++i) {
-    if (!s[i]) continue;
     const u32 k = kOdd[i];
+    const Extent& e = all[i];
     for (u32 p = 1; p < k; ++p) {
       const auto [c, sine] = unit_root({p, 4 * k});
       odd_[i].re[p - 1] = c;
       odd_[i].im[p - 1] = sine;
     }
     for (u32 j = 0; j < k; ++j) {
-      if (k > 1 && !root_base_[i][j]) {
-        FftTwiddles* t = cut_chunk<FftTwiddles>(memory, kFftSubtreeLevels + 1);
-        for (u32 level = 0; level <= kFftSubtreeLevels; ++level)
-          t[level] = base_record(node_angle(k, j, 0, 0), level);
-        root_base_[i][j] = t;
+      for (u32 level = 0; level < e.levels; ++level) {
+        if (roots_[i][j][level]) continue;
+        FftTwiddles* t = cut(u64{1} << level);
+        for (u64 n = 0; n < u64{1} << level; ++n) t[n] = record(node_angle(k, j, level, n), 0);
+        roots_[i][j][level] = t;
       }
-      for (u32 depth = 1; depth <= subtree_depth(s[i]); ++depth) {
-        if (subtree_base_[i][j][depth]) continue;
-        FftSubtreeBase* t = cut_chunk<FftSubtreeBase>(memory, u64{1} << depth);
+      for (u32 depth = e.first_depth; depth <= e.last_depth; ++depth) {
+        if (bases_[i][j][depth]) continue;
+        const u32 count = base_count(k, depth);
+        FftTwiddles* t = cut(u64{count} << depth);
         for (u64 n = 0; n < u64{1} << depth; ++n)
-          for (u32 p = 0; p < kFftSubtreePasses; ++p)
-            t[n].pass[p] = base_record(node_angle(k, j, depth, n), kFftSubtreePassLevels[p]);
-        subtree_base_[i][j][depth] = t;
+          for (u32 b = 0; b < count; ++b)
+            t[n * count + b] = base_record(node_angle(k, j, depth, n),
+                                           count == kFftPassLevels.size() ? kFftPassLevels[b] : b);
+        bases_[i][j][depth] = t;
       }
     }
     built_s_[i] = std::max(built_s_[i], s[i]);

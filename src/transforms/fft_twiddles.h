@@ -10,10 +10,11 @@
 // the powers of e(theta / 8), bottom kernels e(theta / 16) to e(theta / 64); a record holds what one node
 // needs.
 //
-// Tables hold the records of the root 1/4 (x^m = i, the right-angle convolution) down to kSubtreeLevels. All
-// other roots are reached by rotation: theta(rho, l, n) = theta(1/4, l, n) + (rho - 1/4) / 2^l, so a record
-// is the product of a table record with a base record of (rho, l). Such roots are those of the odd factors,
-// (1/4 + j) / k, and, in a transform deeper than kSubtreeLevels, the roots of its subtrees.
+// Tables hold the records of the roots (1/4 + j) / k for small transforms and for the upper levels of large
+// ones. The lower levels of a large transform are cut into subtrees of at most kFftSubtreeLevels levels,
+// which all use the table of the root 1/4: theta(rho, l, n) = theta(1/4, l, n) + (rho - 1/4) / 2^l, so a
+// record is the product of a table record with a base record of the subtree's root rho and the level. Tables
+// stay far smaller than data.
 #pragma once
 
 #include <array>
@@ -45,19 +46,12 @@ inline constexpr u32 kFftSubtreeLevels = 8;
 inline constexpr u32 kFftBlockPoints = 64;
 inline constexpr u32 kFftBlockLevels = 6;
 
-/// The passes of a subtree of kFftSubtreeLevels levels start at these levels (radix 8, 8, 4, bottom).
-inline constexpr u32 kFftSubtreePasses = 4;
-inline constexpr std::array<u32, kFftSubtreePasses> kFftSubtreePassLevels = {0, 3, 6, 8};
-
-/// Base records of one root: those of its pass levels.
-struct FftSubtreeBase {
-  FftTwiddles pass[kFftSubtreePasses];
-};
+/// A subtree of the full height has passes at these levels: radix 8, 8, 4 and the bottom.
+inline constexpr std::array<u32, 4> kFftPassLevels = {0, 3, 6, 8};
 
 /// The tables of the shapes up to some size; one object a TransformTables.
 class FftTables final : public FamilyTables {
  public:
-  static constexpr u32 kMaxLevels = 16;
   static constexpr u32 kOdd[3] = {1, 3, 5};
 
   /// Bytes of all tables for shapes up to s[i] of the odd factors kOdd[i]; 0 for none.
@@ -68,21 +62,25 @@ class FftTables final : public FamilyTables {
   /// Whether shapes of this k and s can run.
   bool covers(u32 k, u32 s) const { return s <= built_s_[k / 2]; }
 
-  /// The 2^level records of the root 1/4.
-  const FftTwiddles* level(u32 level) const { return levels_[level]; }
+  /// Records by level of the root (1/4 + j) / k: 2^level of them in order of the node.
+  const FftTwiddles* const* root(u32 k, u32 j) const { return roots_[k / 2][j].data(); }
   /// e(p / (4 k)) at index p - 1 for p < k: the odd factor's pass.
   const FftTwiddles& odd(u32 k) const { return odd_[k / 2]; }
-  /// Base records of the root (1/4 + j) / k by level, up to kFftSubtreeLevels.
-  const FftTwiddles* root_base(u32 k, u32 j) const { return root_base_[k / 2][j]; }
-  /// Base records of the subtrees that begin `depth` >= 1 levels below the root (1/4 + j) / k.
-  const FftSubtreeBase* subtree_base(u32 k, u32 j, u32 depth) const { return subtree_base_[k / 2][j][depth]; }
+  /// Base records of the subtrees whose roots lie `depth` levels below the root (1/4 + j) / k, base_count(k,
+  /// depth) of them a subtree: those of every level, or, where subtrees have the full height, of
+  /// kFftPassLevels.
+  const FftTwiddles* subtree_bases(u32 k, u32 j, u32 depth) const { return bases_[k / 2][j][depth]; }
+  static constexpr u32 base_count(u32 k, u32 depth) {
+    return depth == (k > 1 ? 3 : 6) ? kFftSubtreeLevels + 1 : static_cast<u32>(kFftPassLevels.size());
+  }
 
  private:
+  static constexpr u32 kMaxDepth = 8;
+
   std::array<u32, 3> built_s_{};
-  std::array<const FftTwiddles*, kFftSubtreeLevels + 1> levels_{};
   FftTwiddles odd_[3] = {};
-  const FftTwiddles* root_base_[3][5] = {};
-  const FftSubtreeBase* subtree_base_[3][5][kMaxLevels - kFftSubtreeLevels + 1] = {};
+  std::array<const FftTwiddles*, kFftSubtreeLevels + 1> roots_[3][5] = {};
+  const FftTwiddles* bases_[3][5][kMaxDepth + 1] = {};
 };
 
 }  // namespace orl
