@@ -164,6 +164,20 @@ u64 read_first_digits(const std::string& text, u32 radix) {
   return value;
 }
 
+// Every digit of the finished files, from the first.
+void read_back(const OutputContext& context, const OutputResult& result, DigitStats& stats) {
+  const auto reader = orl::open_digits(result.path, result.radix);
+  stats.hash = read_first_digits(reader->first_digits(), result.radix);
+  const u64 block =
+      std::max(std::min(context.buffer.size - kReadOverhead, 4 * kMaxBlockDigits), kIoAlignment);
+  for (u64 done = 0; done < result.digit_count;) {
+    const u64 count = std::min(block, result.digit_count - done);
+    reader->load_stats(stats, done, count, context.buffer, context.parallel);
+    done += count;
+    context.status.show_count("Verifying...    ", done, "  digits hashed");
+  }
+}
+
 }  // namespace
 
 u64 output_buffer_bytes() {
@@ -179,9 +193,9 @@ OutputResult write_digits(const OutputContext& context, const DigitWords& number
                                              target.digits_per_file, digit_count);
   let_faults_in(number, digit_count);
   digit_pass(context, number, digit_count, writer.get(), result);
-  std::string path = writer->path();
-  result.reader = writer->close_and_get_basic_reader();
-  orl::fault_point("digit file", path.data(), path.size());
+  result.path = writer->path();
+  writer->close_and_get_basic_reader();
+  orl::fault_point("digit file", result.path.data(), result.path.size());
   return result;
 }
 
@@ -205,7 +219,7 @@ void verify_binary_output(const OutputContext& context, const DigitWords& number
   orl::fatal_error("Data Corruption Detected: Checksum Mismatch");
 }
 
-void read_check(const OutputContext& context, OutputResult& result) {
+void read_check(const OutputContext& context, const OutputResult& result) {
   if (context.buffer.size < kReadOverhead + kIoAlignment)
     throw BufferTooSmallException("read_check()", context.buffer.size, kReadOverhead + kIoAlignment);
   const char* const title = result.radix == 10 ? "Verifying Decimal Output" : "Verifying Hexadecimal Output";
@@ -213,22 +227,14 @@ void read_check(const OutputContext& context, OutputResult& result) {
   context.status.println(std::string(title) + ":");
 
   DigitStats stats(result.radix);
-  stats.hash = read_first_digits(result.reader->first_digits(), result.radix);
-  const u64 block =
-      std::max(std::min(context.buffer.size - kReadOverhead, 4 * kMaxBlockDigits), kIoAlignment);
-  for (u64 done = 0; done < result.digit_count;) {
-    const u64 count = std::min(block, result.digit_count - done);
-    try {
-      result.reader->load_stats(stats, done, count, context.buffer, context.parallel);
-    } catch (const orl::Exception&) {
-      result.reader->mark_unfinished();
-      throw;
-    }
-    done += count;
-    context.status.show_count("Verifying...    ", done, "  digits hashed");
+  try {
+    read_back(context, result, stats);
+  } catch (const orl::Exception&) {
+    orl::mark_unfinished(result.path);
+    throw;
   }
   if (orl::hash_canon(stats.hash) == result.hash && stats.counts == result.counts) return;
-  result.reader->mark_unfinished();
+  orl::mark_unfinished(result.path);
   context.status.println("Pre-Write Hash = " + std::to_string(result.hash), 'R');
   context.status.println("Read-Back Hash = " + std::to_string(orl::hash_canon(stats.hash)), 'R');
   context.status.println("Pre-Write Counts = " + counts_text(result.counts), 'R');

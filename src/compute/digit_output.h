@@ -58,16 +58,16 @@ struct OutputResult {
   std::string first_digits;  ///< with the point, such as "3."
   u64 hash = 0;              ///< canonical; integer part included
   orl::DigitCounts counts{10};
-  std::string last_digits;                   ///< at most the last 100
-  std::optional<orl::HashedDigits> sha256;   ///< of the decimal digits after the point
-  std::unique_ptr<orl::DigitReader> reader;  ///< none when no file was written
+  std::string last_digits;                  ///< at most the last 100
+  std::optional<orl::HashedDigits> sha256;  ///< of the decimal digits after the point
+  std::string path;                         ///< of the (first) file; empty when none was written
 };
 
 /// Least window for any of the stages below.
 u64 output_buffer_bytes();
 
 /// Writes `digit_count` digits to a file (or a set of files) under their unfinished names, gives them their
-/// final names, and opens them for reading back. Throws FileException; what it leaves after a failure is not
+/// final names, and opens them once. Throws FileException; what it leaves after a failure is not
 /// named like a finished file.
 OutputResult write_digits(const OutputContext& context, const DigitWords& number, u64 digit_count,
                           const OutputTarget& target);
@@ -80,6 +80,6 @@ void verify_binary_output(const OutputContext& context, const DigitWords& number
 
 /// "Verifying Decimal Output" or "Verifying Hexadecimal Output": reads the files back and compares hash and
 /// counts. Ends the program on a mismatch with "Digit output failed. Metadata cross-check doesn't match."
-void read_check(const OutputContext& context, OutputResult& result);
+void read_check(const OutputContext& context, const OutputResult& result);
 
 }  // namespace orvane

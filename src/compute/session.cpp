@@ -186,8 +186,8 @@ class RamSession {
     verify_conversion(context, digits, binary, heap);
     OutputContext reading{parallel_, status_, events_, heap};
     if (hex_.digit_count != 0) verify_binary_output(reading, hexadecimal, hex_);
-    if (dec_.reader) read_check(reading, dec_);
-    if (hex_.reader) read_check(reading, hex_);
+    if (!dec_.path.empty()) read_check(reading, dec_);
+    if (!hex_.path.empty()) read_check(reading, hex_);
     finish_stage("Verification");
   }
 

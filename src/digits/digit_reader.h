@@ -1,6 +1,7 @@
 // A stream of digits that can be read: a text file, or a set of compressed files.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "digits/digit_stats.h"
@@ -27,9 +28,14 @@ class DigitReader {
   /// Appends the same digits to `stats`, in blocks as large as the window allows.
   void load_stats(DigitStats& stats, u64 offset, u64 count, LinearHeapBuffer buffer,
                   ParallelContext parallel);
-
-  /// Gives every file of the stream the name of an unfinished one: what the caller does when it proves wrong.
-  virtual void mark_unfinished() = 0;
 };
+
+/// Opens a finished stream: a text file, or any file of a compressed set, told apart by ".ovd". radix 0 takes
+/// what is found.
+std::unique_ptr<DigitReader> open_digits(const std::string& path, u32 radix = 0);
+
+/// Gives the file, or every file of the set, the name of an unfinished one: what a caller does when it proves
+/// wrong.
+void mark_unfinished(const std::string& path);
 
 }  // namespace orl

@@ -1,5 +1,6 @@
 // What text files and compressed files have in common.
 #include <algorithm>
+#include <filesystem>
 
 #include "digits/digit_writer.h"
 #include "digits/ovd_set.h"
@@ -27,6 +28,25 @@ std::unique_ptr<DigitWriter> make_digit_writer(const std::string& path, const st
     return std::make_unique<BasicTextWriter>(with_separator(path) + name + ".txt", first_digits, radix,
                                              total_digits);
   return std::make_unique<BasicOvdSetWriter>(path, name, first_digits, radix, digits_per_file, total_digits);
+}
+
+std::unique_ptr<DigitReader> open_digits(const std::string& path, u32 radix) {
+  if (!path.ends_with(".ovd")) return std::make_unique<BasicTextReader>(path, radix);
+  auto reader = std::make_unique<BasicOvdSetReader>(path);
+  if (radix != 0 && reader->radix() != radix)
+    throw InvalidParametersException("open_digits()", "Radix does not match.");
+  return reader;
+}
+
+void mark_unfinished(const std::string& path) {
+  constexpr const char* kFunction = "mark_unfinished()";
+  if (!path.ends_with(".ovd")) return rename_or_throw(path, unfinished_text_name(path), kFunction);
+  const std::string stem = ovd_stem(path);
+  for (u64 id = 0;; id++) {
+    const std::string file = stem + std::to_string(id) + ".ovd";
+    if (!std::filesystem::exists(file)) return;
+    rename_or_throw(file, unfinished_ovd_name(file), kFunction);
+  }
 }
 
 void DigitReader::load_stats(DigitStats& stats, u64 offset, u64 count, LinearHeapBuffer buffer,

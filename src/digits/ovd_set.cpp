@@ -87,14 +87,19 @@ std::unique_ptr<DigitReader> BasicOvdSetWriter::close_and_get_basic_reader() {
   return std::make_unique<BasicOvdSetReader>(first);
 }
 
+std::string ovd_stem(const std::string& path) {
+  std::string stem = path.substr(0, path.size() - std::string_view(".ovd").size());
+  const std::size_t folder = stem.find_last_of("/\\") + 1;  // 0 when there is none
+  while (stem.size() > folder && stem.back() >= '0' && stem.back() <= '9') stem.pop_back();
+  return stem;
+}
+
 BasicOvdSetReader::BasicOvdSetReader(const std::string& path) {
   constexpr const char* kFunction = "BasicOvdSetReader()";
   static const std::string kExtension = ".ovd";
   if (path.size() < kExtension.size()) throw InvalidParametersException(kFunction, "File name is too short.");
   if (!path.ends_with(kExtension)) throw InvalidParametersException(kFunction, "Invalid Extension");
-  stem_ = path.substr(0, path.size() - kExtension.size());
-  const std::size_t folder = stem_.find_last_of("/\\") + 1;  // 0 when there is none
-  while (stem_.size() > folder && stem_.back() >= '0' && stem_.back() <= '9') stem_.pop_back();
+  stem_ = ovd_stem(path);
   first_ = std::make_unique<BasicOvdFileReader>(path);
 }
 
@@ -157,13 +162,6 @@ void BasicOvdSetReader::load_digits(u8* digits, u64 offset, u64 count, LinearHea
   for (const OvdCommand& part : make_commands(offset, count))
     load_file(part.id).load_digits(digits + (part.begin - offset), part.begin - part.id * block_size,
                                    part.end - part.begin, buffer, parallel);
-}
-
-void BasicOvdSetReader::mark_unfinished() {
-  files_.clear();
-  for (u64 id = 0; id < file_count(); id++)
-    rename_or_throw(file_path(id), unfinished_ovd_name(file_path(id)),
-                    "BasicOvdSetReader::mark_unfinished()");
 }
 
 }  // namespace orl

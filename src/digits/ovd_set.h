@@ -48,6 +48,9 @@ class BasicOvdSetWriter final : public DigitWriter {
   std::map<u64, std::unique_ptr<BasicOvdFileWriter>> files_;
 };
 
+/// The path without extension and number: what the names of a set's files share.
+std::string ovd_stem(const std::string& path);
+
 class BasicOvdSetReader final : public DigitReader {
  public:
   /// `path` is any file of the set.
@@ -59,7 +62,6 @@ class BasicOvdSetReader final : public DigitReader {
   u64 min_buffer_bytes() const override { return BasicOvdFileWriter::buffer_bytes(radix(), 1); }
   void load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                    ParallelContext parallel) override;
-  void mark_unfinished() override;
 
   /// Files of a bounded stream.
   u64 file_count() const;

@@ -26,10 +26,6 @@ u64 checked_header(const std::string& first_digits, u32 radix) {
   return point + 1;
 }
 
-std::string unfinished_name(const std::string& path) {
-  return path.substr(0, path.size() - std::strlen(".txt")) + " (incomplete).txt";
-}
-
 // Runs body(begin, end) over [0, count) in blocks, at once where the context allows it.
 template <class Body>
 void for_blocks(u64 count, ParallelContext parallel, Body&& body) {
@@ -42,12 +38,16 @@ void for_blocks(u64 count, ParallelContext parallel, Body&& body) {
 
 }  // namespace
 
+std::string unfinished_text_name(const std::string& path) {
+  return path.substr(0, path.size() - std::strlen(".txt")) + " (incomplete).txt";
+}
+
 BasicTextWriter::BasicTextWriter(const std::string& path, const std::string& first_digits, u32 radix,
                                  u64 total_digits)
     : radix_(radix),
       header_bytes_(checked_header(first_digits, radix)),
       total_digits_(total_digits),
-      file_(unfinished_name(path), path, page_span_bytes(header_bytes_ + total_digits)) {
+      file_(unfinished_text_name(path), path, page_span_bytes(header_bytes_ + total_digits)) {
   alignas(kIoAlignment) u8 pages[4 * kIoAlignment];
   file_.update(0, header_bytes_, LinearHeapBuffer(pages, sizeof pages), "BasicTextWriter()",
                [&](u8* data) { std::memcpy(data, first_digits.data(), header_bytes_); });
@@ -116,12 +116,6 @@ void BasicTextReader::load_digits(u8* digits, u64 offset, u64 count, LinearHeapB
   if (span.file_offset + got < begin + count)
     throw FileIO::FileException(kFunction, "Read error.", file_.path(), 0);
   process_txt(digits, reinterpret_cast<const char*>(span.data), count, parallel);
-}
-
-void BasicTextReader::mark_unfinished() {
-  const std::string path = file_.path();
-  file_ = RawFile();
-  rename_or_throw(path, unfinished_name(path), "BasicTextReader::mark_unfinished()");
 }
 
 }  // namespace orl

@@ -27,6 +27,9 @@ class BasicTextWriter final : public DigitWriter {
   PageFile file_;
 };
 
+/// "x.txt" becomes "x (incomplete).txt".
+std::string unfinished_text_name(const std::string& path);
+
 class BasicTextReader final : public DigitReader {
  public:
   /// radix 0: found out from the file's first 4096 bytes. Throws ParseException "A decimal place was not
@@ -39,7 +42,6 @@ class BasicTextReader final : public DigitReader {
   u64 min_buffer_bytes() const override { return page_span_bytes(1); }
   void load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                    ParallelContext parallel) override;
-  void mark_unfinished() override;
 
  private:
   void process_txt(u8* digits, const char* text, u64 count, ParallelContext parallel);

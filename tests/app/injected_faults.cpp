@@ -21,8 +21,8 @@ struct Fault {
 const Fault& fault() {
   static const Fault instance = [] {
     Fault f;
-    if (const char* text = std::getenv("ORVANE_TEST_FAULT")) {
-      const std::string line = text;
+    const char* const text = std::getenv("ORVANE_TEST_FAULT");
+    if (const std::string line = text ? text : ""; !line.empty()) {
       const auto first = line.find(':'), second = line.find(':', first + 1);
       f = {line.substr(0, first), std::stoull(line.substr(first + 1)), std::stoull(line.substr(second + 1))};
     }
