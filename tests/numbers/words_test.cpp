@@ -159,6 +159,52 @@ TEST(WordMoves, FillCopyComplementAndStripAgreeWithPlainLoops) {
   });
 }
 
+// Forks begin where a fork pays, and a call never makes more tasks than it has records for.
+TEST(WordForks, BeginAtTheirLengths) {
+  class Counting : public test::ReverseOrder {
+   public:
+    void run_range(ParallelTask& task, u64 start, u64 end) override {
+      most = std::max(most, end - start);
+      test::ReverseOrder::run_range(task, start, end);
+    }
+    u64 most = 0;
+  };
+  const u64 longest = 2'000'000;
+  test::GuardedWords<u64> T(longest);  // on a 64-byte boundary, so that there is no head
+  u64* const t = T.data();
+  std::fill_n(t, longest, ~u64{0});
+  const ShoupDivider<u64> d(10);
+  const auto expect_forks_from = [&](const char* name, u64 least, u64 least_tds, auto&& operation) {
+    SCOPED_TRACE(name);
+    for (const u64 tds : {least_tds, u64{1000}}) {
+      Counting machine;
+      operation(least - 1, ParallelContext{machine, tds});
+      operation(longest, ParallelContext{machine, least_tds - 1});
+      EXPECT_EQ(machine.ranges, 0u);
+      operation(least, ParallelContext{machine, tds});
+      EXPECT_GT(machine.ranges, 0u);
+      operation(longest, ParallelContext{machine, tds});
+      EXPECT_GE(machine.most, std::min<u64>(tds, 64));
+      EXPECT_LE(machine.most, std::max<u64>(64, longest / 16384 + 1));
+    }
+  };
+  using Context = ParallelContext;
+  expect_forks_from("bp_fill", 16384, 2, [&](u64 L, Context p) { bp_fill(t, L, 7, p); });
+  expect_forks_from("bp_not", 16384, 2, [&](u64 L, Context p) { bp_not(t, t, L, p); });
+  expect_forks_from("bp_strip", 16384, 2, [&](u64 L, Context p) { bp_strip<u64>(7, t, L, p); });
+  expect_forks_from("bp_add", 8192, 2, [&](u64 L, Context p) { bp_add(t, t, t, L, 0, p); });
+  expect_forks_from("bp_sub", 8192, 2, [&](u64 L, Context p) { bp_sub(t, t, t, L, 0, p); });
+  expect_forks_from("bp_mul_uW", 20000, 2, [&](u64 L, Context p) { bp_mul_uW(t, t, L, 3, 0, p); });
+  expect_forks_from("bp_carry", 8192 + 4, 2, [&](u64 L, Context p) {
+    std::fill_n(t, L, ~u64{0});
+    bp_carry<u64>(1, t, L, p);
+  });
+  expect_forks_from("bp_div_np", 1000, 3, [&](u64 L, Context p) { bp_div_np(d, t, t, L, 0, p); });
+  expect_forks_from("bp_div_ex", 1000, 2, [&](u64 L, Context p) { bp_div_ex(d, t, L, 1, p); });
+  expect_forks_from("bp_hash", 10000, 2, [&](u64 L, Context p) { bp_hash(0, t, L, p); });
+  expect_forks_from("bp_hash_base", 10000, 2, [&](u64 L, Context p) { bp_hash_base(0, 10, t, L, p); });
+}
+
 // The kernels themselves, at every length that they treat differently and at starts that only a u32 array
 // has.
 class WordKernelTables : public test::OnTarget {};
