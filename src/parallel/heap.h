@@ -1,11 +1,10 @@
 // A first-fit heap inside one given region, for the long-lived numbers of a computation.
 //
-// Layout   blocks grow upward from `base`; the table of allocations grows downward from the end of the
-// region, one
-//          16-byte entry (start, size) a block, sorted by address with the lowest block at the top of memory.
-//          The heap needs no other memory.
-// Threads  one at a time; there is no lock.
-// Failures are fatal: the memory is in an unknown state, so nothing is unwound.
+// Layout    Blocks grow upward from `base`; the table of allocations grows downward from the end of the
+//           region, one 16-byte entry (start, size) a block, sorted by address with the lowest block at the
+//           top of memory. The heap needs no other memory.
+// Threads   One at a time; there is no lock.
+// Failures  are fatal: the memory is in an unknown state, so nothing is unwound.
 #pragma once
 
 #include <cstddef>

@@ -3,7 +3,9 @@
 // A sleeping thread takes 15 us to wake, a spinning one 0.3 us, so a thread first spins for a bounded time
 // and sleeps after it. The spin must not hurt when there are more threads than processors: after its first
 // part it gives the processor away between looks, so a thread that is ready to run runs instead of being
-// waited for.
+// waited for. Measured on 2 processors, wall time over the ideal one, sleeping at once -> this: 2 tasks of 5
+// us 1.25 -> 1.00, 8 tasks of 5 us 6.5 -> 1.2, 64 tasks of 5 us 40 -> 2.9, 64 tasks of 500 us 1.48 -> 1.06; a
+// yielding part of 25, 80 or 200 us made no difference there (bench/parallel/fork_bench).
 #pragma once
 
 #include <emmintrin.h>

@@ -16,6 +16,12 @@
 #include "parallel/task_entry.h"
 #include "parallel/tsan_edge.h"
 
+#ifdef ORVANE_TSAN
+// What the library itself does with memory is not seen whole, so it is not looked at.
+extern "C" const char* __tsan_default_suppressions();
+extern "C" const char* __tsan_default_suppressions() { return "called_from_lib:libtbb.so"; }
+#endif
+
 namespace orl {
 
 struct Parallelizer_Tbb::Arena {
