@@ -11,10 +11,10 @@ void transform_square(const Algorithm& algorithm, const MultiplyContext& ctx, W*
   ParametersBox box;
   const Parameters& shape =
       algorithm.parameters_for(box, &ctx.tables, 2 * L * sizeof(W) * 8, ctx.parallel.tds);
-  void* areas[2];
-  void* tmp = cut_product_areas(ctx.scratch, shape.sizes(), areas, 2, "Algorithm::sqr_window()");
-  shape_forward(shape, areas[0], A, L, tmp, ctx.parallel);
-  shape_inverse_fsqr(shape, areas[0], T, skip, len, tmp, ctx.parallel);
+  void* area;
+  void* tmp = cut_product_areas(ctx.scratch, shape.sizes(), &area, 1, "Algorithm::sqr_window()");
+  shape_forward(shape, area, A, L, tmp, ctx.parallel);
+  shape_inverse_fsqr(shape, area, T, skip, len, tmp, ctx.parallel);
 }
 
 template <class W>

@@ -6,8 +6,9 @@
 //
 // Word types   transforms see u32 arrays only. The u64 entries (suffix _w) double all counts and call their
 //              u32 sisters; an algorithm with kernels of its own for u64 (Basecase/Karatsuba) overrides them.
-// Planning     sizes() and a Parameters built without tables can be asked for sizes; only running needs tables.
-// Threads      Algorithm and Parameters are immutable and may be shared; scratch belongs to one product.
+// Planning     sizes() and a Parameters built without tables can be asked for sizes; only running needs
+// tables. Threads      Algorithm and Parameters are immutable and may be shared; scratch belongs to one
+// product.
 #pragma once
 
 #include <array>
@@ -61,6 +62,7 @@ struct MultiplySizes {
   u64 transform_bytes = 0;
   u64 scratch_bytes = 0;
   u64 total_bytes() const { return 2 * transform_bytes + scratch_bytes; }
+  u64 square_bytes() const { return transform_bytes + scratch_bytes; }
 };
 
 /// The shape of one multiplication. Word arrays are least significant word first. `skip` and `len` select the
@@ -74,11 +76,12 @@ class Parameters {
   u64 scratch_size() const { return scratch_size_; }      ///< bytes of working scratch
   MultiplySizes sizes() const { return {transform_size_, scratch_size_}; }
 
-  /// Forward transform of A[0, AL) into F. Throws ConvolutionTooSmallException "Convolution length is too small."
-  /// when A does not fit. tmp holds scratch_size() bytes here and below.
+  /// Forward transform of A[0, AL) into F. Throws ConvolutionTooSmallException "Convolution length is too
+  /// small." when A does not fit. tmp holds scratch_size() bytes here and below.
   virtual void forward(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const = 0;
   /// Words [skip, len) of the square of what F transforms; F is destroyed.
-  virtual void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const = 0;
+  virtual void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp,
+                            ParallelContext parallel) const = 0;
   /// Words [skip, len) of the product of F and G; F is destroyed, G kept.
   virtual void inverse_fmul(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
                             ParallelContext parallel) const = 0;
@@ -153,8 +156,9 @@ class Algorithm {
   virtual const Parameters& parameters_for(ParametersBox& out, const TransformTables* tables, u64 bits,
                                            u64 tds) const = 0;
 
-  /// Whole-product and window forms; ctx.scratch must hold sizes(...).total_bytes() of the (trimmed) product.
-  /// The defaults build Parameters and run forward / inverse. T may not overlap an operand.
+  /// Whole-product and window forms; ctx.scratch must hold sizes(...).total_bytes() of the (trimmed) product,
+  /// or square_bytes() for a square. The defaults build Parameters and run forward / inverse. T may not
+  /// overlap an operand.
   virtual void sqr_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const;
   virtual void sqr_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 L) const;
   virtual void mul_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL,

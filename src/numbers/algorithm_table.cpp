@@ -32,12 +32,9 @@ AlgorithmTable<W>& default_table() {
 }
 
 template <class W>
-const AlgorithmTable<W>* active_table = nullptr;
-
-template <class W>
 void initialize_table() {
   default_table<W>().add_list(mutable_registry(), default_basic_rows());
-  active_table<W> = &default_table<W>();
+  detail::active_table<W> = &default_table<W>();
 }
 
 }  // namespace
@@ -96,6 +93,8 @@ void AlgorithmTable<W>::add(u64 threshold, const Algorithm* algorithm) {
     throw StringException("AlgorithmTable::add()", "Thresholds must be increasing.");
   if (threshold > algorithm->max_bits() / word_bits)
     throw StringException("AlgorithmTable::add()", "Thresholds is larger than maximum size.");
+  if (entries_.empty() && std::string_view(algorithm->id()) == "BKT")
+    schoolbook_words_ = std::min(threshold, 2 * std::min(kKaratsubaMulWords<W>, kKaratsubaSqrWords<W>) - 1);
   entries_.push_back({threshold, algorithm});
 }
 
@@ -168,21 +167,22 @@ MultiplySizes AlgorithmTable<W>::max_sizes(u64 words, u64 tds, u64 transforms) c
 }
 
 template <class W>
-u64 AlgorithmTable<W>::cost(u64 words, u64 tds) const {
+u64 AlgorithmTable<W>::cost(u64 words, u64 tds, u64 transforms) const {
   find(words, "AlgorithmTableB::mSBsize()");
-  return max_sizes(words, tds).total_bytes();
+  const MultiplySizes shape = max_sizes(words, tds, transforms);
+  return transforms * shape.transform_bytes + shape.scratch_bytes;
 }
 
 template <class W>
-void AlgorithmTable<W>::sqr_window(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A,
-                                   u64 L) const {
+void AlgorithmTable<W>::sqr_trimmed(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A,
+                                    u64 L) const {
   const TrimmedProduct t = trim_square(skip, len, L);
   get_algorithm(2 * t.a_length).sqr_window(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length);
 }
 
 template <class W>
-void AlgorithmTable<W>::mul_window(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL,
-                                   const W* B, u64 BL) const {
+void AlgorithmTable<W>::mul_trimmed(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL,
+                                    const W* B, u64 BL) const {
   const TrimmedProduct t = trim_product(skip, len, AL, BL);
   get_algorithm(t.a_length + t.b_length)
       .mul_window(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length, B + t.b_offset, t.b_length);
@@ -232,7 +232,7 @@ std::span<const AlgorithmRow> default_basic_rows() {
 }
 
 void initialize_multiplication(AlgorithmRegistry&& registry) {
-  if (active_table<u32> != nullptr) internal_error("initialize_multiplication()", "Called twice.");
+  if (detail::active_table<u32> != nullptr) internal_error("initialize_multiplication()", "Called twice.");
   mutable_registry() = std::move(registry);
   initialize_table<u32>();
   initialize_table<u64>();
@@ -240,16 +240,14 @@ void initialize_multiplication(AlgorithmRegistry&& registry) {
 
 const AlgorithmRegistry& algorithm_registry() { return mutable_registry(); }
 
-template <class W>
-const AlgorithmTable<W>& basic_table() {
-  if (active_table<W> == nullptr) internal_error("basic_table()", "Multiplication has not been initialized.");
-  return *active_table<W>;
+void detail::no_active_table() {
+  internal_error("basic_table()", "Multiplication has not been initialized.");
 }
 
 template <class W>
 ScopedBasicTable<W>::ScopedBasicTable(AlgorithmTable<W> table)
-    : table_(std::move(table)), before_(active_table<W>) {
-  active_table<W> = &table_;
+    : table_(std::move(table)), before_(detail::active_table<W>) {
+  detail::active_table<W> = &table_;
 }
 
 template <class W>
@@ -262,13 +260,11 @@ ScopedBasicTable<W>::ScopedBasicTable(std::span<const AlgorithmRow> rows)
 
 template <class W>
 ScopedBasicTable<W>::~ScopedBasicTable() {
-  active_table<W> = before_;
+  detail::active_table<W> = before_;
 }
 
 template class AlgorithmTable<u32>;
 template class AlgorithmTable<u64>;
-template const AlgorithmTable<u32>& basic_table<u32>();
-template const AlgorithmTable<u64>& basic_table<u64>();
 template class ScopedBasicTable<u32>;
 template class ScopedBasicTable<u64>;
 

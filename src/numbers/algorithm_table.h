@@ -20,6 +20,7 @@
 
 #include "frame/types.h"
 #include "numbers/algorithm.h"
+#include "numbers/basecase.h"
 
 namespace orl {
 
@@ -100,8 +101,8 @@ class AlgorithmTable {
   /// transforms * transform_bytes + scratch_bytes.
   MultiplySizes max_sizes(u64 words, u64 tds, u64 transforms) const;
   /// Scratch of a truncating square or product at a precision of p words, whatever the operands.
-  u64 sqr_cost(u64 p, u64 tds) const { return cost(2 * p + 6, tds); }
-  u64 mul_cost(u64 p, u64 tds) const { return cost(2 * p + 6, tds); }
+  u64 sqr_cost(u64 p, u64 tds) const { return cost(2 * p + 6, tds, 1); }
+  u64 mul_cost(u64 p, u64 tds) const { return cost(2 * p + 6, tds, 2); }
 
   /// T[0, 2L) = A^2.
   void sqr(const MultiplyContext& ctx, W* T, const W* A, u64 L) const { sqr_window(ctx, T, 0, 2 * L, A, L); }
@@ -110,11 +111,18 @@ class AlgorithmTable {
     mul_window(ctx, T, 0, AL + BL, A, AL, B, BL);
   }
   /// T[0, len-skip) = words [skip, len) of A^2, skip < len <= 2L. T overlaps no operand. ctx.scratch holds
-  /// max_sizes(2L).total_bytes().
-  void sqr_window(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 L) const;
-  /// T[0, len-skip) = words [skip, len) of A * B, skip < len <= AL+BL, AL and BL at least 1.
+  /// max_sizes(2L, tds, 1).square_bytes().
+  void sqr_window(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 L) const {
+    if (2 * L <= schoolbook_words_ && skip == 0 && len == 2 * L) return sqrB(T, A, L);
+    sqr_trimmed(ctx, T, skip, len, A, L);
+  }
+  /// T[0, len-skip) = words [skip, len) of A * B, skip < len <= AL+BL, AL and BL at least 1. ctx.scratch
+  /// holds max_sizes(AL+BL, tds).total_bytes().
   void mul_window(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL, const W* B,
-                  u64 BL) const;
+                  u64 BL) const {
+    if (AL + BL <= schoolbook_words_ && skip == 0 && len == AL + BL) return mulB(T, A, AL, B, BL);
+    mul_trimmed(ctx, T, skip, len, A, AL, B, BL);
+  }
 
   /// Makes the tables of every algorithm that products of up to `bits` bits reach, each up to the largest
   /// product it gets; all ones means every row to its full size.
@@ -123,7 +131,10 @@ class AlgorithmTable {
   u64 table_bytes(u64 bits) const;
 
  private:
-  u64 cost(u64 words, u64 tds) const;
+  void sqr_trimmed(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 L) const;
+  void mul_trimmed(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL, const W* B,
+                   u64 BL) const;
+  u64 cost(u64 words, u64 tds, u64 transforms) const;
   const Algorithm& find(u64 words, const char* function) const;
   template <class Body>
   void for_each_reached(u64 bits, Body&& body) const;
@@ -131,6 +142,9 @@ class AlgorithmTable {
   std::string name_;
   std::vector<Entry> entries_;
   std::vector<std::unique_ptr<Algorithm>> owned_;
+  /// Whole products up to this length are schoolbook products of the first row, and are made without a look
+  /// at the rows, which would cost as much as the product.
+  u64 schoolbook_words_ = 0;
 };
 
 /// A product's operands after trimming: words [offset, offset + length) of each, and the window in their
@@ -151,9 +165,18 @@ void initialize_multiplication(AlgorithmRegistry&& registry);
 const AlgorithmRegistry& algorithm_registry();
 /// The rows of the active target's list for products in RAM.
 std::span<const AlgorithmRow> default_basic_rows();
+namespace detail {
+template <class W>
+inline const AlgorithmTable<W>* active_table = nullptr;
+[[noreturn]] void no_active_table();
+}  // namespace detail
+
 /// The table of all products in RAM. Internal error before initialize_multiplication.
 template <class W>
-const AlgorithmTable<W>& basic_table();
+inline const AlgorithmTable<W>& basic_table() {
+  if (detail::active_table<W> == nullptr) detail::no_active_table();
+  return *detail::active_table<W>;
+}
 
 /// Puts another table in place of basic_table<W>() for as long as it lives: tests set thresholds to their
 /// extremes. Not while products run.

@@ -5,6 +5,7 @@
 #include "frame/exceptions.h"
 #include "number_samples.h"
 #include "numbers/algorithm_table.h"
+#include "parallel/frameworks.h"
 #include "support/multiplication.h"
 #include "support/test_parallelizers.h"
 
@@ -252,6 +253,31 @@ TYPED_TEST(TransformTest, SharedOperandsGiveBothProducts) {
     }
   }
   EXPECT_TRUE(shared && separate) << "both ways are meant to be taken";
+}
+
+// Real threads, so that a sanitizer can see what tasks share.
+TYPED_TEST(TransformTest, EveryFrameworkGivesTheSameWords) {
+  using W = TypeParam;
+  ORL_TRACE_SEED;
+  const TestTables tables(0x100000);
+  const u64 n = 0x80000 / BigFloat<W>::word_bits;
+  const ExactSample<W> a = this->exact_sample(n, 1), b = this->exact_sample(n, -2),
+                       e = this->exact_sample(n - 3, 3);
+  const GuardedBlock block(mul_shared_scratch<W>(2 * n, 7));
+  for (const FrameworkType& type : frameworks()) {
+    const std::unique_ptr<Parallelizer> framework = type.create();
+    framework->reserve();
+    const MultiplyContext ctx{{*framework, 7}, tables, block.buffer()};
+    ExactSample<W> c(2 * n + 8), d(2 * n);
+    mul_shared(c.number, a.number, b.number, d.number, e.number, ctx, -4);
+    EXPECT_TRUE(this->exact(c, a, b)) << type.key;
+    EXPECT_TRUE(this->exact(d, b, e)) << type.key;
+    const Mpz sum = value(c.number) - value(d.number);
+    c->sub_ip(d, ctx.parallel);
+    EXPECT_EQ(value(c.number), sum) << type.key;
+    EXPECT_TRUE(c->is_consistent(ctx.parallel)) << type.key;
+    framework->reset();
+  }
 }
 
 }  // namespace
