@@ -4,13 +4,17 @@
 #include "frame/exceptions.h"
 #include "functions/radix_conversion.h"
 #include "numbers/algorithm_table.h"
+#include "numbers/basecase.h"
 
 namespace orl {
 
 namespace {
 
-// A product of fewer bits goes through the dispatcher; from here on a kept transform saves a third of it.
-constexpr u64 kTransformBits = 5120;
+// Largest product, in bits, that is multiplied word by word; above it a level keeps its power's transform.
+// 64-bit words, 2026, AMD EPYC, Zen 4, ns a digit word: a product of 91 words 9.2 against 18.8 with a kept
+// transform, of 177 words 16.1 against 16.4. Legal: any.
+template <class W>
+constexpr u64 kBasecaseBits = sizeof(W) == 8 ? 8192 : 4096;
 
 constexpr u64 round_up_64(u64 bytes) { return (bytes + 63) & ~u64{63}; }
 
@@ -66,14 +70,16 @@ void ConvertPlanP<W>::plan_levels() {
     level.power_words = odd_power_words(level.digits) + 1;
     level.low_words = fraction_words(level.max_digits - level.digits);
     level.product_words = fraction_words(level.max_digits) - level.power_exp + level.power_words;
-    level.transform = level.product_words * kWordBits<W> > kTransformBits;
+    level.transform = level.product_words * kWordBits<W> > kBasecaseBits<W>;
   }
 }
 
 template <class W>
 u64 ConvertPlanP<W>::product_bytes(u64 level, u64 tds, bool kept) const {
   const u64 words = level_[level].product_words;
-  if (!level_[level].transform) return basic_table<W>().max_sizes(words, tds).total_bytes();
+  if (!level_[level].transform)
+    return round_up_64(
+        mul_window_scratch<W>(0, words, words - level_[level].power_words, level_[level].power_words));
   const MultiplySizes sizes = basic_table<W>().sizes(words, tds);
   return (kept ? 1 : 2) * round_up_64(sizes.transform_bytes) + round_up_64(sizes.scratch_bytes);
 }

@@ -7,6 +7,7 @@
 #include "frame/exceptions.h"
 #include "frame/status.h"
 #include "numbers/algorithm_table.h"
+#include "numbers/basecase.h"
 #include "numbers/words.h"
 
 namespace orl {
@@ -177,8 +178,8 @@ void Conversion<W>::multiply(const RunContext& ctx, u64 level, W* T, u64 skip, u
                              LinearHeapBuffer heap) const {
   const Power<W>& power = powers_[level];
   if (!plan_.level(level).transform) {
-    basic_table<W>().mul_window(ctx.multiply(heap), T, skip, end, f.T, f.L, power.T, power.L);
-    return;
+    W* tmp = heap.cut<W>(mul_window_scratch<W>(skip, end, f.L, power.L) / sizeof(W));
+    return mul_window(T, skip, end, f.T, f.L, power.T, power.L, tmp);
   }
   const Parameters& shape = *shapes_[level];
   void* F = heap.cut<u8>(shape.transform_size());
