@@ -30,11 +30,17 @@ function(orvane_library name)
   target_link_libraries(orvane_${name} PUBLIC orvane_options ${ARG_LIBS})
 endfunction()
 
-# orvane_test(NAME SOURCES ... LIBS ... [LABEL unit|slow|disk] [PLAIN_MAIN]): one GoogleTest program.
+# Targets that build all tests with a label: `unit` in seconds, under every sanitizer but the thread one; `threads` also
+# under that one; `slow` and `disk` whole runs.
+foreach(label unit threads slow disk)
+  add_custom_target(${label}_tests)
+endforeach()
+
+# orvane_test(NAME SOURCES ... LIBS ... [LABEL label...] [PLAIN_MAIN]): one GoogleTest program.
 # Its main registers algorithms, frameworks, allocators and exception types, unless PLAIN_MAIN
 # is given (tests of the lowest folders, which cannot link what stands above them).
 function(orvane_test name)
-  cmake_parse_arguments(ARG "PLAIN_MAIN" "LABEL" "SOURCES;LIBS" ${ARGN})
+  cmake_parse_arguments(ARG "PLAIN_MAIN" "" "SOURCES;LIBS;LABEL" ${ARGN})
   orvane_existing_sources()
   if(NOT ARG_LABEL)
     set(ARG_LABEL unit)
@@ -47,7 +53,10 @@ function(orvane_test name)
     target_link_libraries(${name} PRIVATE ${ARG_LIBS} orvane_test_main GTest::gtest)
   endif()
   add_test(NAME ${name} COMMAND ${name})
-  set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL})
+  set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABEL}")
+  foreach(label IN LISTS ARG_LABEL)
+    add_dependencies(${label}_tests ${name})
+  endforeach()
   foreach(source IN LISTS ARG_SOURCES)
     set_property(GLOBAL APPEND PROPERTY ORVANE_TEST_SOURCES "${CMAKE_CURRENT_SOURCE_DIR}/${source}")
   endforeach()

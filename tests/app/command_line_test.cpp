@@ -143,6 +143,7 @@ TEST(FileSizeRule, CountsWhenTheLineIsComplete) {
     } else {
       EXPECT_EQ(outcome.output.find("Too few"), std::string::npos) << outcome.output;
     }
+    ASSERT_FALSE(folder.names().empty());
     const std::string last = folder.names().back();
     EXPECT_EQ(last.ends_with(".ovd"), row.compressed) << last;
   }
