@@ -104,20 +104,18 @@ class BasecaseAlgorithm final : public Algorithm {
 
   /// A product needs no transforms: the operands are read where they are.
   void sqr_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const override {
-    orl::sqr_window(T, skip, len, A, L, scratch<u32>(ctx, sqr_window_scratch<u32>(skip, len, L)));
+    square(ctx, T, skip, len, A, L);
   }
   void sqr_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 L) const override {
-    orl::sqr_window(T, skip, len, A, L, scratch<u64>(ctx, sqr_window_scratch<u64>(skip, len, L)));
+    square(ctx, T, skip, len, A, L);
   }
   void mul_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL, const u32* B,
                   u64 BL) const override {
-    orl::mul_window(T, skip, len, A, AL, B, BL,
-                    scratch<u32>(ctx, mul_window_scratch<u32>(skip, len, AL, BL)));
+    product(ctx, T, skip, len, A, AL, B, BL);
   }
   void mul_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL, const u64* B,
                   u64 BL) const override {
-    orl::mul_window(T, skip, len, A, AL, B, BL,
-                    scratch<u64>(ctx, mul_window_scratch<u64>(skip, len, AL, BL)));
+    product(ctx, T, skip, len, A, AL, B, BL);
   }
 
  private:
@@ -128,9 +126,23 @@ class BasecaseAlgorithm final : public Algorithm {
   }
 
   template <class V>
-  static V* scratch(const MultiplyContext& ctx, u64 bytes) {
-    if (ctx.scratch.size < bytes)
-      throw BufferTooSmallException("BasecaseAlgorithm::mul_window()", ctx.scratch.size, bytes);
+  static void square(const MultiplyContext& ctx, V* T, u64 skip, u64 len, const V* A, u64 L) {
+    const bool whole = skip == 0 && len == 2 * L;
+    const u64 bytes = whole ? sqr_scratch<V>(L) : sqr_window_scratch<V>(skip, len, L);
+    V* tmp = scratch<V>(ctx, bytes, "BasecaseAlgorithm::sqr_window()");
+    whole ? sqr(T, A, L, tmp) : orl::sqr_window(T, skip, len, A, L, tmp);
+  }
+  template <class V>
+  static void product(const MultiplyContext& ctx, V* T, u64 skip, u64 len, const V* A, u64 AL, const V* B,
+                      u64 BL) {
+    const bool whole = skip == 0 && len == AL + BL;
+    const u64 bytes = whole ? mul_scratch<V>(AL, BL) : mul_window_scratch<V>(skip, len, AL, BL);
+    V* tmp = scratch<V>(ctx, bytes, "BasecaseAlgorithm::mul_window()");
+    whole ? mul(T, A, AL, B, BL, tmp) : orl::mul_window(T, skip, len, A, AL, B, BL, tmp);
+  }
+  template <class V>
+  static V* scratch(const MultiplyContext& ctx, u64 bytes, const char* function) {
+    if (ctx.scratch.size < bytes) throw BufferTooSmallException(function, ctx.scratch.size, bytes);
     return static_cast<V*>(ctx.scratch.ptr);
   }
 };

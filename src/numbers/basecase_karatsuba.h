@@ -97,9 +97,7 @@ struct Karatsuba {
   }
 
  private:
-  using Signed = std::conditional_t<sizeof(W) == 4, s64, s128>;
-  using Wide = std::conditional_t<sizeof(W) == 4, u64, u128>;
-  static constexpr int kBits = 8 * sizeof(W);
+  using Signed = std::make_signed_t<W>;
 
   // T[0, L) += S[0, n); the sum is known to fit.
   static void add_low(W* T, const W* S, u64 n, u64 L) {
@@ -120,31 +118,27 @@ struct Karatsuba {
     return negative;
   }
 
-  static void step(W* T, Signed& carry, Signed sum) {
-    carry += sum;
-    *T = static_cast<W>(carry);
-    carry >>= kBits;
-  }
-
-  // T holds z0 in [0, 2h) and z2 in [2h, 2h + 2g). Adds z0 + z2 -+ M at word h, M[0, 2g). The block at h and
-  // the block at 2h run in one pass and share the sum of T[h + i] and T[2h + i]. A carry is in [-1, 2].
+  // T holds z0 in [0, 2h) and z2 in [2h, 2h + 2g). Adds z0 + z2 -+ M, which is not negative, at word h. The
+  // sums run through M[0, 2g) by whole arrays: three passes of vector adds take half the time of
+  // one pass with two accumulators that reads each word once.
   template <bool kSubtract>
-  static void combine(W* T, u64 h, u64 g, const W* M) {
-    Signed low = 0, high = 0;
-    for (u64 i = 0; i < h; ++i) {
-      const Signed shared = static_cast<Signed>(Wide{T[h + i]} + T[2 * h + i]);
-      const Signed low_m = M[i], high_m = M[h + i];
-      const Signed low_sum = shared + T[i], high_sum = shared + T[3 * h + i];
-      step(T + h + i, low, kSubtract ? low_sum - low_m : low_sum + low_m);
-      step(T + 2 * h + i, high, kSubtract ? high_sum - high_m : high_sum + high_m);
+  static void combine(W* T, u64 h, u64 g, W* M) {
+    Signed above = 0;
+    if constexpr (kSubtract) {
+      Signed borrow = static_cast<Signed>(bp_sub(M, T, M, 2 * h));
+      for (u64 i = 2 * h; i < 2 * g; ++i) {
+        const W m = M[i];
+        M[i] = static_cast<W>(W{0} - m - static_cast<W>(borrow));
+        borrow = m != 0 || borrow != 0;
+      }
+      above -= borrow;
+    } else {
+      const W carry = bp_add(M, M, T, 2 * h);
+      above += bp_carry<W>(static_cast<Signed>(carry), M + 2 * h, 2 * g - 2 * h);
     }
-    for (u64 i = 2 * h; i < 2 * g; ++i) {
-      const Signed sum = static_cast<Signed>(Wide{T[h + i]} + T[2 * h + i]), m = M[i];
-      step(T + h + i, high, kSubtract ? sum - m : sum + m);
-    }
-    const u64 end = 2 * (h + g), above = h + 2 * g;
-    bp_carry<W>(static_cast<std::make_signed_t<W>>(low), T + 2 * h, end - 2 * h);
-    bp_carry<W>(static_cast<std::make_signed_t<W>>(high), T + above, end - above);
+    above += static_cast<Signed>(bp_add(M, M, T + 2 * h, 2 * g));
+    above += static_cast<Signed>(bp_add(T + h, T + h, M, 2 * g));
+    bp_carry<W>(above, T + h + 2 * g, h);
   }
 };
 
