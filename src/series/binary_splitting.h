@@ -111,8 +111,9 @@ struct SeriesFraction {
 template <class W>
 class PSR_BlockB {
  public:
-  /// `p`: precision of the whole sum, which caps what is kept.
-  PSR_BlockB(const Series<W>& series, u64 a, u64 b, u64 p, u64 tds, u64 levels, u64 halving);
+  /// `p`: precision of the whole sum, which caps what is kept. `reduced`: the tail is folded in two parts,
+  /// which takes a quarter less memory and a third more time in the fold.
+  PSR_BlockB(const Series<W>& series, u64 a, u64 b, u64 p, u64 tds, u64 levels, u64 halving, bool reduced);
 
   u64 a() const { return a_; }
   u64 b() const { return b_; }
@@ -134,10 +135,15 @@ class PSR_BlockB {
  private:
   void fold(const RunContext& ctx, SeriesFraction<W>& fraction, SeriesNode<W>& node,
             LinearHeapBuffer heap) const;
+  void fold_whole(const RunContext& ctx, SeriesFraction<W>& fraction, SeriesNode<W>& node, ExactFloat<W>& t,
+                  LinearHeapBuffer heap) const;
+  void fold_in_parts(const RunContext& ctx, SeriesFraction<W>& fraction, SeriesNode<W>& node,
+                     ExactFloat<W>& t, LinearHeapBuffer heap) const;
 
   const Series<W>* series_;
   u64 a_, b_;
   u64 tds_;
+  bool reduced_;
   u64 tail_words_, kept_words_;
   BSR_BlockB<W> recursion_;
   // The running area: U | Q | room | P | R | T, where a product of neighbours is written over both of them.
@@ -164,7 +170,8 @@ class PSR_Series {
   using Frame = typename Store::Frame;
 
   /// power 1 gives the value, -1 its inverse; any other throws InvalidParametersException "PSR_SeriesB()",
-  /// "Power must be 1 or -1.". `reduced` plans blocks of at most half the precision. Coefficients fit a word.
+  /// "Power must be 1 or -1.". `reduced` plans blocks of at most half the precision, each folded in two
+  /// parts. Coefficients fit a word.
   PSR_Series(std::unique_ptr<const Series<W>> series, const SeriesCoefficients& coefficients, s32 power,
              u64 p, u64 tds, bool reduced = false);
 
@@ -184,7 +191,7 @@ class PSR_Series {
   void run_fraction(const RunContext& ctx, SeriesFraction<W>& fraction, Arena heap) const;
 
  private:
-  void plan_blocks(u64 block_precision);
+  void plan_blocks(bool reduced);
   void sum_blocks(const RunContext& ctx, SeriesFraction<W>& fraction, Arena heap) const;
   void finish(const RunContext& ctx, Frame& frame, SeriesFraction<W>& fraction, Number& out,
               Arena heap) const;

@@ -19,7 +19,7 @@ class BasicConstantPlan {
 
   virtual Need need() const = 0;
   /// The constant at the plan's precision of p words; `out` has a capacity of need().out_words, of which at
-  /// most p + 3 are filled, the lowest as guards. Cuts need().ram_bytes from `heap` and nothing else; ctx has
+  /// most p + 6 are filled, the lowest as guards. Cuts need().ram_bytes from `heap` and nothing else; ctx has
   /// the tds that the plan was built for. Prints its stages on ctx.status. Throws BufferTooSmallException for
   /// a short heap, BSRModularCheckFailedException or AlgorithmFailedException when the machine has
   /// miscomputed.

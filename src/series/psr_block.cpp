@@ -4,6 +4,7 @@
 
 #include "frame/exceptions.h"
 #include "numbers/transform.h"
+#include "numbers/words.h"
 #include "series/binary_splitting.h"
 #include "series/verify.h"
 
@@ -27,14 +28,48 @@ void rebind(ExactFloat<W>& x, W* base, u64 capacity) {
   x.size = capacity;
 }
 
+/// Words [from, to) of x with their own hash; a view.
+template <class W>
+ExactFloat<W> words_of(const ExactFloat<W>& x, u64 from, u64 to, ParallelContext parallel) {
+  ExactFloat<W> part = x;
+  part.T += from;
+  part.L = bp_strip<W>(0, part.T, to - from);
+  part.exp += static_cast<s64>(from);
+  part.recompute_hash(parallel);
+  return part;
+}
+
+/// x *= u in x's buffer, which may overlap u: x times the upper half of u aside, x times the lower half in
+/// place. The upper half gets the hash that u's own leaves for it, so a change in u still shows.
+template <class W>
+void multiply_in_parts(const RunContext& ctx, ExactFloat<W>& x, const ExactFloat<W>& u,
+                       LinearHeapBuffer heap) {
+  using Transform = ExactFloatTransformR<W>;
+  const u64 half = u.L / 2;
+  const ExactFloat<W> lower = words_of(u, 0, half, ctx.parallel);
+  ExactFloat<W> upper = words_of(u, half, u.L, ctx.parallel);
+  upper.hash = hash_sub(u.hash, lower.hash);
+  const u64 words = x.L + upper.L;
+  ExactFloat<W> product(heap.cut<W>(words), words);
+  {
+    const TransformHelper<W> helper(ctx.multiply(heap), words);
+    Transform kept;
+    Transform::mul_rr_xf(helper, product, upper, x, kept);
+    Transform::mul_rf_xf(helper, x, lower, kept);
+  }
+  x.add_ip(product, ctx.parallel);
+}
+
 }  // namespace
 
 template <class W>
-PSR_BlockB<W>::PSR_BlockB(const Series<W>& series, u64 a, u64 b, u64 p, u64 tds, u64 levels, u64 halving)
+PSR_BlockB<W>::PSR_BlockB(const Series<W>& series, u64 a, u64 b, u64 p, u64 tds, u64 levels, u64 halving,
+                          bool reduced)
     : series_(&series),
       a_(a),
       b_(b),
       tds_(tds),
+      reduced_(reduced),
       tail_words_(b == series.terms() ? 0 : std::min(series.remaining_words(b), p + 1) + 2),
       kept_words_(std::min(series.remaining_words(a), p + 1) + 2),
       recursion_(series, a, b, tds, levels, halving, kept_words_ - 2) {
@@ -46,10 +81,14 @@ PSR_BlockB<W>::PSR_BlockB(const Series<W>& series, u64 a, u64 b, u64 p, u64 tds,
   r_at_ = p_at_ + node;
   t_at_ = r_at_ + (kind_has_R(series.kind()) ? node : 0);
   area_words_ = t_at_ + tail;
-  const u64 folded = std::min(recursion_.number_words(), kept_words_) + tail_words_;
-  product_words_ = std::max(recursion_.product_words(), tail_words_ > 0 ? folded : 0);
+  product_words_ = recursion_.product_words();
   heap_ = recursion_.heap_bytes();
-  if (tail_words_ > 0) heap_ = std::max(heap_, TransformHelper<W>::max_bytes(folded, std::max<u64>(tds, 1)));
+  if (tail_words_ == 0) return;
+  const u64 part = reduced ? tail_words_ - tail_words_ / 2 : tail_words_;
+  const u64 folded = std::min(recursion_.number_words(), kept_words_) + part;
+  product_words_ = std::max(product_words_, folded);
+  const u64 transforms = TransformHelper<W>::max_bytes(folded, std::max<u64>(tds, 1));
+  heap_ = std::max(heap_, transforms + (reduced ? LinearHeapBuffer::cut_bytes<W>(folded) : 0));
 }
 
 template <class W>
@@ -84,26 +123,43 @@ void PSR_BlockB<W>::run(const RunContext& ctx, SeriesFraction<W>& fraction, W* a
 template <class W>
 void PSR_BlockB<W>::fold(const RunContext& ctx, SeriesFraction<W>& fraction, SeriesNode<W>& node,
                          LinearHeapBuffer heap) const {
-  using Transform = ExactFloatTransformR<W>;
-  const SeriesKind kind = series_->kind();
   for (const ExactFloat<W>* x : {&fraction.U, &fraction.T, &node.P, &node.Q, &node.R})
     show_fault_point("merge operand", *x);
   ExactFloat<W> t = fraction.T;
-  if (kind_has_R(kind)) {
-    rebind(t, node.R.base, node.R.size);
-    const TransformHelper<W> helper(ctx.multiply(heap), node.R.L + fraction.T.L);
-    Transform::mul_rr_xx(helper, t, node.R, fraction.T);
-  }
-  {
-    const TransformHelper<W> helper(ctx.multiply(heap), std::max(node.P.L, node.Q.L) + fraction.U.L);
-    Transform kept;
-    Transform::mul_rr_xf(helper, node.P, node.P, fraction.U, kept);
-    Transform::mul_rf_xf(helper, node.Q, node.Q, kept);
-  }
+  if (reduced_)
+    fold_in_parts(ctx, fraction, node, t, heap);
+  else
+    fold_whole(ctx, fraction, node, t, heap);
   add_exact(node.P, t, series_->subtracts(a_, b_), ctx.parallel);
   show_fault_point("merge result", node.P);
   show_fault_point("merge result", node.Q);
   orc_Verify_BSR(node.P, node.Q, a_, b_, ctx);
+}
+
+template <class W>
+void PSR_BlockB<W>::fold_whole(const RunContext& ctx, SeriesFraction<W>& fraction, SeriesNode<W>& node,
+                               ExactFloat<W>& t, LinearHeapBuffer heap) const {
+  using Transform = ExactFloatTransformR<W>;
+  if (kind_has_R(series_->kind())) {
+    rebind(t, node.R.base, node.R.size);
+    const TransformHelper<W> helper(ctx.multiply(heap), node.R.L + fraction.T.L);
+    Transform::mul_rr_xx(helper, t, node.R, fraction.T);
+  }
+  const TransformHelper<W> helper(ctx.multiply(heap), std::max(node.P.L, node.Q.L) + fraction.U.L);
+  Transform kept;
+  Transform::mul_rr_xf(helper, node.P, node.P, fraction.U, kept);
+  Transform::mul_rf_xf(helper, node.Q, node.Q, kept);
+}
+
+template <class W>
+void PSR_BlockB<W>::fold_in_parts(const RunContext& ctx, SeriesFraction<W>& fraction, SeriesNode<W>& node,
+                                  ExactFloat<W>& t, LinearHeapBuffer heap) const {
+  if (kind_has_R(series_->kind())) {
+    multiply_in_parts(ctx, node.R, fraction.T, heap);
+    t = node.R;
+  }
+  multiply_in_parts(ctx, node.P, fraction.U, heap);
+  multiply_in_parts(ctx, node.Q, fraction.U, heap);
 }
 
 template class PSR_BlockB<u32>;

@@ -85,7 +85,7 @@ PSR_Series<Store>::PSR_Series(std::unique_ptr<const Series<W>> series, const Ser
       p_(p),
       tds_(std::max<u64>(tds, 1)),
       division_(p, tds) {
-  plan_blocks(reduced ? std::max<u64>(p / 2, 1) : p);
+  plan_blocks(reduced);
   const DoubleDouble whole = series_->size(0, series_->terms());
   expansion_ = (whole / words_to_nats<W>(p)).to_double();
   headline_ = std::string("Series ") + kind_name(series_->kind()) + "...  " +
@@ -95,9 +95,10 @@ PSR_Series<Store>::PSR_Series(std::unique_ptr<const Series<W>> series, const Ser
   fraction_words_ = round_up_8(blocks_.front()->kept_words() + 2);
   const u64 sum_words = round_up_8(p + 5);
   // U, T, Q U and their sum; then U, the sum and the division.
-  const u64 linear = LinearHeapBuffer::cut_bytes<W>(2 * fraction_words_ + 2 * sum_words);
-  const u64 quotient =
-      LinearHeapBuffer::cut_bytes<W>(fraction_words_ + sum_words) + division_.need().ram_bytes;
+  const u64 one = LinearHeapBuffer::cut_bytes<W>(fraction_words_),
+            sum = LinearHeapBuffer::cut_bytes<W>(sum_words);
+  const u64 linear = 2 * one + 2 * sum;
+  const u64 quotient = one + sum + division_.need().ram_bytes;
   need_ = division_.need();
   need_.ram_bytes = std::max(linear, quotient);
   for (const auto& block : blocks_) {
@@ -107,19 +108,19 @@ PSR_Series<Store>::PSR_Series(std::unique_ptr<const Series<W>> series, const Ser
 }
 
 template <class Store>
-void PSR_Series<Store>::plan_blocks(u64 block_precision) {
+void PSR_Series<Store>::plan_blocks(bool reduced) {
   u64 width = 1;
   while (width < tds_ << kExtraLevels) width *= 2;
   const DoubleDouble smallest = DoubleDouble::from_u64(width * kThreadBits) * DoubleDouble::ln2();
-  const DoubleDouble largest = words_to_nats<W>(block_precision);
+  const DoubleDouble largest = words_to_nats<W>(reduced ? std::max<u64>(p_ / 2, 1) : p_);
   u64 highest = 0;
   const auto total_with = [&](const PSR_BlockB<W>& block) { return std::max(highest, block.total_bytes()); };
   for (u64 a = 0; a < series_->terms(); a = blocks_.back()->b()) {
     const u64 b = block_end(*series_, a, smallest, largest);
-    auto block = std::make_unique<PSR_BlockB<W>>(*series_, a, b, p_, tds_, kExtraLevels, 0);
+    auto block = std::make_unique<PSR_BlockB<W>>(*series_, a, b, p_, tds_, kExtraLevels, 0, reduced);
     if (tds_ >= 2 && total_with(*block) > highest) {
       // A halving level costs time; it is worth a ninth of the memory.
-      auto halved = std::make_unique<PSR_BlockB<W>>(*series_, a, b, p_, tds_, kExtraLevels, 1);
+      auto halved = std::make_unique<PSR_BlockB<W>>(*series_, a, b, p_, tds_, kExtraLevels, 1, reduced);
       const u64 total = total_with(*halved);
       if (total <= highest || total + total / 8 < total_with(*block)) block = std::move(halved);
     }
