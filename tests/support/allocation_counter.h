@@ -5,7 +5,8 @@
 //   plan.run(...);
 //   EXPECT_EQ(watch.calls(), 0);
 //
-// A test program that uses it links orvane_allocation_counter.
+// A test program that uses it links orvane_allocation_counter. The thread sanitizer's allocator does not
+// report aligned allocations.
 #pragma once
 
 #include "frame/types.h"
