@@ -347,56 +347,11 @@ bool shared_product_pays(u64 first_words, u64 second_words, u64 tds) {
   return 5 * small >= 4 * large;
 }
 
-template <class W>
-void mul_shared(ExactFloat<W>& c, const ExactFloat<W>& a, const ExactFloat<W>& b, ExactFloat<W>& d,
-                const ExactFloat<W>& e, const MultiplyContext& ctx, s64 extend_c, s64 extend_d) {
-  const u64 first = a.L + b.L;
-  const u64 second = b.L + e.L;
-  const bool any_zero = a.L == 0 || b.L == 0 || e.L == 0;
-  if (any_zero || !shared_product_pays<W>(first, second, ctx.parallel.tds)) {
-    c.set_mul(a, b, ctx, extend_c);
-    d.set_mul(b, e, ctx, extend_d);
-    return;
-  }
-  const TransformHelper<W> helper(ctx, std::max(first, second));
-  ExactFloatTransformR<W> B;
-  ExactFloatTransformR<W>::mul_rr_xf(helper, c, a, b, B, 0, extend_c);
-  ExactFloatTransformR<W>::mul_rf_xf(helper, d, e, B, extend_d);
-}
-
-template <class W>
-void mul_shared(u64 p, BigFloat<W>& c, const BigFloat<W>& a, const BigFloat<W>& b, BigFloat<W>& d,
-                const BigFloat<W>& e, const MultiplyContext& ctx) {
-  const u64 n = p + kBigFloatExtraPrecision;
-  const u64 first = std::min(a.L, n) + std::min(b.L, n);
-  const u64 second = std::min(b.L, n) + std::min(e.L, n);
-  const bool any_zero = a.L == 0 || b.L == 0 || e.L == 0;
-  if (any_zero || !shared_product_pays<W>(first, second, ctx.parallel.tds)) {
-    c.set_mul(p, a, b, ctx);
-    d.set_mul(p, b, e, ctx);
-    return;
-  }
-  const TransformHelper<W> helper(ctx, std::max(first, second));
-  BigFloatTransformR<W> B;
-  BigFloatTransformR<W>::mul_rr_xf(helper, c, p, a, b, B);
-  BigFloatTransformR<W>::mul_rf_xf(helper, d, p, e, B);
-}
-
-template <class W>
-u64 mul_shared_scratch(u64 words, u64 tds) {
-  return basic_table<W>().max_sizes(words, tds).total_bytes();
-}
-
-#define ORL_INSTANTIATE(W)                                                                             \
-  template class TransformHelper<W>;                                                                   \
-  template struct BigFloatTransformR<W>;                                                               \
-  template struct ExactFloatTransformR<W>;                                                             \
-  template bool shared_product_pays<W>(u64, u64, u64);                                                 \
-  template void mul_shared(ExactFloat<W>&, const ExactFloat<W>&, const ExactFloat<W>&, ExactFloat<W>&, \
-                           const ExactFloat<W>&, const MultiplyContext&, s64, s64);                    \
-  template void mul_shared(u64, BigFloat<W>&, const BigFloat<W>&, const BigFloat<W>&, BigFloat<W>&,    \
-                           const BigFloat<W>&, const MultiplyContext&);                                \
-  template u64 mul_shared_scratch<W>(u64, u64);
+#define ORL_INSTANTIATE(W)                 \
+  template class TransformHelper<W>;       \
+  template struct BigFloatTransformR<W>;   \
+  template struct ExactFloatTransformR<W>; \
+  template bool shared_product_pays<W>(u64, u64, u64);
 ORL_INSTANTIATE(u32)
 ORL_INSTANTIATE(u64)
 #undef ORL_INSTANTIATE

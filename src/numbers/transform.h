@@ -127,24 +127,10 @@ struct ExactFloatTransformR {
                         u64 index = 0, s64 extend = kNoExtend);
 };
 
-/// True when c = a * b and d = b * e, products of first_words and second_words words, cost less with one
-/// shape and b's transform made once than as two products: five transforms of the larger shape against three
-/// of either.
+/// Of two products with an operand in common, such as c = a * b and d = b * e, of first_words and
+/// second_words words: true when one shape and b's transform made once cost less than two products, five
+/// transforms of the larger shape against three of each.
 template <class W>
 bool shared_product_pays(u64 first_words, u64 second_words, u64 tds);
-
-/// c = a * b and d = b * e, exact, in whichever way costs less. No result may share words with an operand or
-/// the other result. Scratch: mul_shared_scratch of at least the two product lengths.
-template <class W>
-void mul_shared(ExactFloat<W>& c, const ExactFloat<W>& a, const ExactFloat<W>& b, ExactFloat<W>& d,
-                const ExactFloat<W>& e, const MultiplyContext& ctx, s64 extend_c = ExactFloat<W>::kNoExtend,
-                s64 extend_d = ExactFloat<W>::kNoExtend);
-/// The same at precision p.
-template <class W>
-void mul_shared(u64 p, BigFloat<W>& c, const BigFloat<W>& a, const BigFloat<W>& b, BigFloat<W>& d,
-                const BigFloat<W>& e, const MultiplyContext& ctx);
-/// Bytes of scratch of mul_shared when neither product is longer than `words` words (2p + 4 at precision p).
-template <class W>
-u64 mul_shared_scratch(u64 words, u64 tds);
 
 }  // namespace orl

@@ -72,7 +72,7 @@ TYPED_TEST(NoAllocation, InAnyOperation) {
       BigFloatTransformR<W>::sqr_rx_xf(helper, t, n, a, A, 1);
       BigFloatTransformR<W>::inverse_fmul(helper, t, n, A, B);
     }
-    mul_shared(u, x, y, v, x, ctx);
+    u.set_mul(x, y, ctx);
     EXPECT_TRUE(u.is_consistent(parallel));
     EXPECT_EQ(watch.calls(), 0u) << n << " words";
   }

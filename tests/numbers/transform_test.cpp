@@ -221,38 +221,16 @@ TYPED_TEST(TransformTest, RefusesWhatDoesNotFit) {
   EXPECT_TRUE(A.parameters == nullptr && B.parameters == nullptr) << "both are discarded";
 }
 
-// A merge: c = a * b and d = b * e, whichever way is taken.
-TYPED_TEST(TransformTest, SharedOperandsGiveBothProducts) {
+TYPED_TEST(TransformTest, SharingPaysForNearlyEqualTransforms) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
-  const TestTables tables(0x80000);
-  bool shared = false, separate = false;
-  for (const u64 n : this->lengths()) {
-    for (const u64 EL : {n, (n + 3) / 4, u64{0}}) {
-      const ExactSample<W> a = this->exact_sample(n, 1), b = this->exact_sample(n, -2),
-                           e = this->exact_sample(EL, 3);
-      const GuardedBlock block(mul_shared_scratch<W>(2 * n, 7));
-      const MultiplyContext ctx{{this->reverse, 7}, tables, block.buffer()};
-      ExactSample<W> c(2 * n + 2), d(2 * n);
-      mul_shared(c.number, a.number, b.number, d.number, e.number, ctx, -3);
-      EXPECT_TRUE(this->exact(c, a, b)) << n;
-      EXPECT_TRUE(this->exact(d, b, e)) << n;
-      EXPECT_EQ(c->exp, -3);
-      EXPECT_TRUE(c.intact() && d.intact() && block.intact());
-      if (EL > 0) (shared_product_pays<W>(2 * n, n + EL, 7) ? shared : separate) = true;
-
-      const u64 p = n;
-      const Sample<W> x(this->random, n, 0), y(this->random, n + 9, 0), z(this->random, EL, 0);
-      const GuardedBlock cut_block(mul_shared_scratch<W>(2 * p + 4, 7));
-      Sample<W> s(p + 2), t(p + 2);
-      mul_shared(p, s.number, x.number, y.number, t.number, z.number,
-                 {{this->reverse, 7}, tables, cut_block.buffer()});
-      EXPECT_TRUE(this->close(s, x, y)) << n;
-      EXPECT_TRUE(this->close(t, y, z)) << n;
-      EXPECT_TRUE(s.intact() && t.intact() && cut_block.intact());
-    }
-  }
-  EXPECT_TRUE(shared && separate) << "both ways are meant to be taken";
+  const auto pays = [](u64 first_bits, u64 second_bits) {
+    return shared_product_pays<W>(first_bits / BigFloat<W>::word_bits, second_bits / BigFloat<W>::word_bits,
+                                  1);
+  };
+  EXPECT_TRUE(pays(200000, 200000));
+  EXPECT_TRUE(pays(200000, 190000) && pays(190000, 200000));
+  EXPECT_FALSE(pays(200000, 100000) || pays(100000, 200000));
+  EXPECT_FALSE(pays(4000, 4000)) << "a transform of Basecase/Karatsuba is a copy";
 }
 
 // Real threads, so that a sanitizer can see what tasks share.
@@ -263,13 +241,19 @@ TYPED_TEST(TransformTest, EveryFrameworkGivesTheSameWords) {
   const u64 n = 0x80000 / BigFloat<W>::word_bits;
   const ExactSample<W> a = this->exact_sample(n, 1), b = this->exact_sample(n, -2),
                        e = this->exact_sample(n - 3, 3);
-  const GuardedBlock block(mul_shared_scratch<W>(2 * n, 7));
+  const GuardedBlock block(TransformHelper<W>::bytes(2 * n, 7));
   for (const FrameworkType& type : frameworks()) {
     const std::unique_ptr<Parallelizer> framework = type.create();
     framework->reserve();
     const MultiplyContext ctx{{*framework, 7}, tables, block.buffer()};
     ExactSample<W> c(2 * n + 8), d(2 * n);
-    mul_shared(c.number, a.number, b.number, d.number, e.number, ctx, -4);
+    {
+      using F = ExactFloatTransformR<W>;
+      const TransformHelper<W> helper(ctx, 2 * n);
+      F B;
+      F::mul_rr_xf(helper, c.number, a, b, B, 0, -4);
+      F::mul_rf_xf(helper, d.number, e, B);
+    }
     EXPECT_TRUE(this->exact(c, a, b)) << type.key;
     EXPECT_TRUE(this->exact(d, b, e)) << type.key;
     const Mpz sum = value(c.number) - value(d.number);
