@@ -1,6 +1,7 @@
 #include "app/process.h"
 
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -54,7 +55,9 @@ Outcome run(const std::string& program, const std::vector<std::string>& argument
     outcome.output.append(buffer, static_cast<std::size_t>(got));
   close(out[0]);
   int status = 0;
-  waitpid(child, &status, 0);
+  rusage usage{};
+  wait4(child, &status, 0, &usage);
+  outcome.peak_bytes = static_cast<unsigned long>(usage.ru_maxrss) * 1024;
   outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return outcome;
 }

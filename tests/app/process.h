@@ -10,6 +10,7 @@ namespace orvane::test {
 struct Outcome {
   int status = -1;  ///< exit status; 128 + number after a signal
   std::string output;
+  unsigned long peak_bytes = 0;  ///< largest resident size
 };
 
 struct RunOptions {
