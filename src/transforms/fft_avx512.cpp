@@ -1,6 +1,7 @@
 #include "transforms/fft_kernels.h"
 
-// The compiler's own header declares vectors that it leaves undefined on purpose.
+// The compiler's own header declares vectors that it leaves undefined on
+// purpose.
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #include <immintrin.h>
