@@ -104,22 +104,26 @@ void ConvertPlanP<W>::plan_need() {
   if (levels_ == 0) return;
   for (u64 count = 1; count <= levels_; ++count) serial_bytes_[count] = node_bytes(count, 1);
   const u64 top = levels_ - 1;
-  u64 table_bytes = 0, kept_bytes = 0, squaring_bytes = 0;
+  u64 table_bytes = 0, kept_bytes = 0, squaring_bytes = 0, keeping_bytes = 0;
   for (u64 i = 0; i < levels_; ++i) {
     table_bytes += LinearHeapBuffer::cut_bytes<W>(level_[i].power_words + 1);
     if (i > 0) {
       const u64 square = 2 * level_[i - 1].power_words;
       squaring_bytes = std::max(squaring_bytes, basic_table<W>().max_sizes(square, tds_).total_bytes());
     }
-    if (i < top && level_[i].transform)
-      kept_bytes += round_up_64(basic_table<W>().sizes(level_[i].product_words, tds_).transform_bytes);
+    if (i < top && level_[i].transform) {
+      const MultiplySizes sizes = basic_table<W>().sizes(level_[i].product_words, tds_);
+      kept_bytes += round_up_64(sizes.transform_bytes);
+      keeping_bytes = std::max(keeping_bytes, round_up_64(sizes.scratch_bytes));
+    }
     need_.table_bits = std::max(need_.table_bits, level_[i].product_words * kWordBits<W>);
   }
   const bool forks = tds_ > 1 && top >= thread_level();
   const u64 children =
       forks ? node_bytes(top, tds_ - (tds_ >> 1)) + node_bytes(top, tds_ >> 1) : node_bytes(top, tds_);
-  const u64 converting = LinearHeapBuffer::cut_bytes<W>(level_[top].low_words) +
-                         std::max(product_bytes(top, tds_, false), kept_bytes + children);
+  const u64 converting =
+      LinearHeapBuffer::cut_bytes<W>(level_[top].low_words) +
+      std::max(product_bytes(top, tds_, false), kept_bytes + std::max(children, keeping_bytes));
   need_.ram_bytes = table_bytes + std::max(squaring_bytes, converting);
 }
 

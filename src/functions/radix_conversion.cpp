@@ -75,7 +75,8 @@ class Conversion {
     u64 high;  // of the high part without the overlap
   };
 
-  void make_shapes(const RunContext& ctx);
+  void make_shapes();
+  const Parameters& shape(u64 level, u64 tds, ParametersBox& box) const;
   void keep_transforms(const RunContext& ctx, LinearHeapBuffer& heap);
   Split split(u64 n, u64 levels) const;
   Fraction cut(Fraction f, u64 n) const;
@@ -113,7 +114,7 @@ void Conversion<W>::run(const RunContext& ctx, Fraction f, LinearHeapBuffer heap
     return;
   }
   orl_CBRv2_ci_btrf_build_table(plan_, ctx, powers_, heap);
-  make_shapes(ctx);
+  make_shapes();
   const Split top = split(n, plan_.levels());
   // The largest product comes first and needs all the scratch; the kept transforms take its place.
   const Fraction low = low_fraction(ctx, top, f, heap.cut<W>(plan_.level(top.level).low_words), heap);
@@ -122,11 +123,17 @@ void Conversion<W>::run(const RunContext& ctx, Fraction f, LinearHeapBuffer heap
 }
 
 template <class W>
-void Conversion<W>::make_shapes(const RunContext& ctx) {
-  for (u64 i = 0; i < plan_.levels(); ++i) {
-    if (!plan_.level(i).transform) continue;
-    basic_table<W>().parameters_for(shapes_[i], &tables_, plan_.level(i).product_words, ctx.parallel.tds);
-  }
+void Conversion<W>::make_shapes() {
+  for (u64 i = 0; i < plan_.levels(); ++i)
+    if (plan_.level(i).transform)
+      basic_table<W>().parameters_for(shapes_[i], &tables_, plan_.level(i).product_words, 1);
+}
+
+// A level's shape for `tds` tasks: a serial one is at hand, any other is built into `box`.
+template <class W>
+const Parameters& Conversion<W>::shape(u64 level, u64 tds, ParametersBox& box) const {
+  if (tds == 1) return *shapes_[level];
+  return basic_table<W>().parameters_for(box, &tables_, plan_.level(level).product_words, tds);
 }
 
 template <class W>
@@ -137,9 +144,11 @@ void Conversion<W>::keep_transforms(const RunContext& ctx, LinearHeapBuffer& hea
   }
   for (u64 i = 0; i + 1 < plan_.levels(); ++i) {
     if (!kept_[i]) continue;
+    ParametersBox box;
+    const Parameters& parallel_shape = shape(i, ctx.parallel.tds, box);
     LinearHeapBuffer scratch = heap;
-    void* tmp = scratch.cut<u8>(shapes_[i]->scratch_size());
-    forward(*shapes_[i], kept_[i], powers_[i].T, powers_[i].L, tmp, ctx.parallel);
+    void* tmp = scratch.cut<u8>(parallel_shape.scratch_size());
+    forward(parallel_shape, kept_[i], powers_[i].T, powers_[i].L, tmp, ctx.parallel);
   }
 }
 
@@ -181,13 +190,14 @@ void Conversion<W>::multiply(const RunContext& ctx, u64 level, W* T, u64 skip, u
     W* tmp = heap.cut<W>(mul_window_scratch<W>(skip, end, f.L, power.L) / sizeof(W));
     return mul_window(T, skip, end, f.T, f.L, power.T, power.L, tmp);
   }
-  const Parameters& shape = *shapes_[level];
-  void* F = heap.cut<u8>(shape.transform_size());
-  void* G = kept_[level] ? kept_[level] : heap.cut<u8>(shape.transform_size());
-  void* tmp = heap.cut<u8>(shape.scratch_size());
-  if (!kept_[level]) forward(shape, G, power.T, power.L, tmp, ctx.parallel);
-  forward(shape, F, f.T, f.L, tmp, ctx.parallel);
-  inverse(shape, F, G, T, skip, end, tmp, ctx.parallel);
+  ParametersBox box;
+  const Parameters& form = shape(level, ctx.parallel.tds, box);
+  void* F = heap.cut<u8>(form.transform_size());
+  void* G = kept_[level] ? kept_[level] : heap.cut<u8>(form.transform_size());
+  void* tmp = heap.cut<u8>(form.scratch_size());
+  if (!kept_[level]) forward(form, G, power.T, power.L, tmp, ctx.parallel);
+  forward(form, F, f.T, f.L, tmp, ctx.parallel);
+  inverse(form, F, G, T, skip, end, tmp, ctx.parallel);
 }
 
 template <class W>
