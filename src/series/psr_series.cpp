@@ -197,7 +197,7 @@ void PSR_Series<Store>::run_fraction(const RunContext& ctx, SeriesFraction<W>& f
 template <class Store>
 void PSR_Series<Store>::run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const {
   SeriesFraction<W> fraction;
-  StageTimer summing(ctx.status, "Series Summation");
+  StageTimer summing(ctx.status, "Summing Series");
   run_fraction(ctx, fraction, heap);
   summing.finish();
   StageTimer finishing(ctx.status, "Finishing Series");
