@@ -26,37 +26,40 @@ inline F64 from_bits(U64 a) {
 #endif
 }
 
-/// Reads eight neighbouring w-bit fields (9 <= w <= 21) as doubles. Eight
-/// fields begin at a byte, so a group is addressed by bytes; read() touches the
-/// 32 bytes from `p`.
-class BitFields {
-public:
-  explicit BitFields(unsigned w) {
-#if defined(SIMD_ISA_AVX512)
+/// Where the eight fields of a group lie: in which pair of 32-bit words, and how far up.
+struct FieldPositions {
+  static constexpr unsigned kMinWidth = 9, kMaxWidth = 21;
+  struct Row {
     alignas(64) std::uint32_t index[16];
-    alignas(64) std::uint64_t shift[8];
-    for (unsigned i = 0; i < 8; ++i) {
-      index[2 * i] = i * w / 32;
-      index[2 * i + 1] = i * w / 32 + 1;
-      shift[i] = i * w % 32;
-    }
-    index_.v = _mm512_load_si512(index);
-    shift_.v = _mm512_load_si512(shift);
+    std::uint64_t shift[8];
+  };
+  Row rows[kMaxWidth - kMinWidth + 1];
+
+  constexpr FieldPositions() : rows() {
+    for (unsigned w = kMinWidth; w <= kMaxWidth; ++w)
+      for (unsigned i = 0; i < 8; ++i) {
+        rows[w - kMinWidth].index[2 * i] = i * w / 32;
+        rows[w - kMinWidth].index[2 * i + 1] = i * w / 32 + 1;
+        rows[w - kMinWidth].shift[i] = i * w % 32;
+      }
+  }
+};
+inline constexpr FieldPositions kFieldPositions;
+
+/// Reads eight neighbouring w-bit fields (9 <= w <= 21) as doubles. Eight fields begin at a byte, so a group
+/// is addressed by bytes; read() touches the 32 bytes from `p`.
+class BitFields {
+ public:
+  explicit BitFields(unsigned w) {
+    [[maybe_unused]] const FieldPositions::Row& row = kFieldPositions.rows[w - FieldPositions::kMinWidth];
+#if defined(SIMD_ISA_AVX512)
+    index_ = U64::load(row.index);
+    shift_ = U64::load(row.shift);
     mask_ = U64::all((std::uint64_t{1} << w) - 1);
 #elif defined(SIMD_ISA_AVX2)
-    alignas(32) std::uint32_t index[8];
-    alignas(32) std::uint64_t shift[4];
-    for (unsigned half = 0; half < 2; ++half) {
-      for (unsigned i = 0; i < 4; ++i) {
-        const unsigned bit = (4 * half + i) * w;
-        index[2 * i] = bit / 32;
-        index[2 * i + 1] = bit / 32 + 1;
-        shift[i] = bit % 32;
-      }
-      index_[half].v =
-          _mm256_load_si256(reinterpret_cast<const __m256i *>(index));
-      shift_[half].v =
-          _mm256_load_si256(reinterpret_cast<const __m256i *>(shift));
+    for (int half = 0; half < 2; ++half) {
+      index_[half] = U64::load(row.index + 8 * half);
+      shift_[half] = U64::load(row.shift + 4 * half);
     }
     mask_ = U64::all((std::uint64_t{1} << w) - 1);
 #else
@@ -64,23 +67,20 @@ public:
 #endif
   }
 
-  void read(const std::uint8_t *p, F64 (&out)[8 / F64::lanes]) const {
+  void read(const std::uint8_t* p, F64 (&out)[8 / F64::lanes]) const {
 #if defined(SIMD_ISA_AVX512)
-    const __m512i bytes = _mm512_castsi256_si512(
-        _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)));
-    const __m512i fields =
-        _mm512_srlv_epi64(_mm512_permutexvar_epi32(index_.v, bytes), shift_.v);
+    const __m512i bytes = _mm512_castsi256_si512(_mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)));
+    const __m512i fields = _mm512_srlv_epi64(_mm512_permutexvar_epi32(index_.v, bytes), shift_.v);
     out[0].v = _mm512_cvtepi64_pd(_mm512_and_si512(fields, mask_.v));
 #elif defined(SIMD_ISA_AVX2)
     // 2^52 + field, exact, by setting the exponent.
     const __m256d two52 = _mm256_set1_pd(4503599627370496.0);
-    const __m256i bytes =
-        _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p));
+    const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
     for (int half = 0; half < 2; ++half) {
-      const __m256i fields = _mm256_srlv_epi64(
-          _mm256_permutevar8x32_epi32(bytes, index_[half].v), shift_[half].v);
-      const __m256i with_exponent = _mm256_or_si256(
-          _mm256_and_si256(fields, mask_.v), _mm256_castpd_si256(two52));
+      const __m256i fields =
+          _mm256_srlv_epi64(_mm256_permutevar8x32_epi32(bytes, index_[half].v), shift_[half].v);
+      const __m256i with_exponent =
+          _mm256_or_si256(_mm256_and_si256(fields, mask_.v), _mm256_castpd_si256(two52));
       out[half].v = _mm256_sub_pd(_mm256_castsi256_pd(with_exponent), two52);
     }
 #else
@@ -92,7 +92,7 @@ public:
 #endif
   }
 
-private:
+ private:
 #if defined(SIMD_ISA_AVX512)
   U64 index_, shift_, mask_;
 #elif defined(SIMD_ISA_AVX2)
@@ -105,17 +105,15 @@ private:
 /// Stores lane l's words q[0], q[1] (and q[2] when kWords is 3) at out[l] +
 /// offset: 16 bytes a lane, or 32 of which the last eight are 0.
 template <int kWords>
-inline void store_fields(std::uint8_t *const (&out)[U64::lanes],
-                         std::uint64_t offset, const U64 (&q)[3]) {
+inline void store_fields(std::uint8_t* const (&out)[U64::lanes], std::uint64_t offset, const U64 (&q)[3]) {
   static_assert(kWords == 2 || kWords == 3);
 #if defined(SIMD_ISA_AVX512)
-  const __m512i even = _mm512_unpacklo_epi64(q[0].v, q[1].v),
-                odd = _mm512_unpackhi_epi64(q[0].v, q[1].v);
+  const __m512i even = _mm512_unpacklo_epi64(q[0].v, q[1].v), odd = _mm512_unpackhi_epi64(q[0].v, q[1].v);
   const auto store128 = [&](int lane, __m128i x) {
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(out[lane] + offset), x);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out[lane] + offset), x);
   };
   const auto store256 = [&](int lane, __m256i x) {
-    _mm256_storeu_si256(reinterpret_cast<__m256i *>(out[lane] + offset), x);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[lane] + offset), x);
   };
   if constexpr (kWords == 2) {
     store128(0, _mm512_castsi512_si128(even));
@@ -128,8 +126,7 @@ inline void store_fields(std::uint8_t *const (&out)[U64::lanes],
     store128(7, _mm512_extracti64x2_epi64(odd, 3));
   } else {
     const __m512i zero = _mm512_setzero_si512();
-    const __m512i even2 = _mm512_unpacklo_epi64(q[2].v, zero),
-                  odd2 = _mm512_unpackhi_epi64(q[2].v, zero);
+    const __m512i even2 = _mm512_unpacklo_epi64(q[2].v, zero), odd2 = _mm512_unpackhi_epi64(q[2].v, zero);
     const __m512i low = _mm512_set_epi64(11, 10, 3, 2, 9, 8, 1, 0),
                   high = _mm512_set_epi64(15, 14, 7, 6, 13, 12, 5, 4);
     const __m512i even_low = _mm512_permutex2var_epi64(even, low, even2);
@@ -146,11 +143,10 @@ inline void store_fields(std::uint8_t *const (&out)[U64::lanes],
     store256(7, _mm512_extracti64x4_epi64(odd_high, 1));
   }
 #elif defined(SIMD_ISA_AVX2)
-  const __m256i even = _mm256_unpacklo_epi64(q[0].v, q[1].v),
-                odd = _mm256_unpackhi_epi64(q[0].v, q[1].v);
+  const __m256i even = _mm256_unpacklo_epi64(q[0].v, q[1].v), odd = _mm256_unpackhi_epi64(q[0].v, q[1].v);
   if constexpr (kWords == 2) {
     const auto store128 = [&](int lane, __m128i x) {
-      _mm_storeu_si128(reinterpret_cast<__m128i *>(out[lane] + offset), x);
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(out[lane] + offset), x);
     };
     store128(0, _mm256_castsi256_si128(even));
     store128(1, _mm256_castsi256_si128(odd));
@@ -158,10 +154,9 @@ inline void store_fields(std::uint8_t *const (&out)[U64::lanes],
     store128(3, _mm256_extracti128_si256(odd, 1));
   } else {
     const __m256i zero = _mm256_setzero_si256();
-    const __m256i even2 = _mm256_unpacklo_epi64(q[2].v, zero),
-                  odd2 = _mm256_unpackhi_epi64(q[2].v, zero);
+    const __m256i even2 = _mm256_unpacklo_epi64(q[2].v, zero), odd2 = _mm256_unpackhi_epi64(q[2].v, zero);
     const auto store256 = [&](int lane, __m256i x) {
-      _mm256_storeu_si256(reinterpret_cast<__m256i *>(out[lane] + offset), x);
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(out[lane] + offset), x);
     };
     store256(0, _mm256_permute2x128_si256(even, even2, 0x20));
     store256(1, _mm256_permute2x128_si256(odd, odd2, 0x20));
@@ -174,4 +169,4 @@ inline void store_fields(std::uint8_t *const (&out)[U64::lanes],
 #endif
 }
 
-} // namespace orl::simd::SIMD_ISA
+}  // namespace orl::simd::SIMD_ISA

@@ -7,9 +7,9 @@ namespace orl::simd::SIMD_ISA {
 
 struct F64 {
   static constexpr int lanes = 8;
-  static F64 load(const double *p) { return {_mm512_loadu_pd(p)}; }
+  static F64 load(const double* p) { return {_mm512_loadu_pd(p)}; }
   static F64 all(double x) { return {_mm512_set1_pd(x)}; }
-  void store(double *p) const { _mm512_storeu_pd(p, v); }
+  void store(double* p) const { _mm512_storeu_pd(p, v); }
 
   __m512d v;
 };
@@ -18,9 +18,7 @@ inline F64 operator-(F64 a, F64 b) { return {_mm512_sub_pd(a.v, b.v)}; }
 inline F64 operator*(F64 a, F64 b) { return {_mm512_mul_pd(a.v, b.v)}; }
 inline F64 fma(F64 a, F64 b, F64 c) { return {_mm512_fmadd_pd(a.v, b.v, c.v)}; }
 inline F64 fms(F64 a, F64 b, F64 c) { return {_mm512_fmsub_pd(a.v, b.v, c.v)}; }
-inline F64 fnma(F64 a, F64 b, F64 c) {
-  return {_mm512_fnmadd_pd(a.v, b.v, c.v)};
-}
+inline F64 fnma(F64 a, F64 b, F64 c) { return {_mm512_fnmadd_pd(a.v, b.v, c.v)}; }
 inline F64 max(F64 a, F64 b) { return {_mm512_max_pd(a.v, b.v)}; }
 inline F64 abs(F64 a) { return {_mm512_andnot_pd(_mm512_set1_pd(-0.0), a.v)}; }
 /// Keeps a loaded value in a register: compilers fold a load into each of its
@@ -51,9 +49,9 @@ inline void transpose(F64 (&r)[8]) {
 
 struct F64 {
   static constexpr int lanes = 4;
-  static F64 load(const double *p) { return {_mm256_loadu_pd(p)}; }
+  static F64 load(const double* p) { return {_mm256_loadu_pd(p)}; }
   static F64 all(double x) { return {_mm256_set1_pd(x)}; }
-  void store(double *p) const { _mm256_storeu_pd(p, v); }
+  void store(double* p) const { _mm256_storeu_pd(p, v); }
 
   __m256d v;
 };
@@ -62,9 +60,7 @@ inline F64 operator-(F64 a, F64 b) { return {_mm256_sub_pd(a.v, b.v)}; }
 inline F64 operator*(F64 a, F64 b) { return {_mm256_mul_pd(a.v, b.v)}; }
 inline F64 fma(F64 a, F64 b, F64 c) { return {_mm256_fmadd_pd(a.v, b.v, c.v)}; }
 inline F64 fms(F64 a, F64 b, F64 c) { return {_mm256_fmsub_pd(a.v, b.v, c.v)}; }
-inline F64 fnma(F64 a, F64 b, F64 c) {
-  return {_mm256_fnmadd_pd(a.v, b.v, c.v)};
-}
+inline F64 fnma(F64 a, F64 b, F64 c) { return {_mm256_fnmadd_pd(a.v, b.v, c.v)}; }
 inline F64 max(F64 a, F64 b) { return {_mm256_max_pd(a.v, b.v)}; }
 inline F64 abs(F64 a) { return {_mm256_andnot_pd(_mm256_set1_pd(-0.0), a.v)}; }
 /// Keeps a loaded value in a register: compilers fold a load into each of its
@@ -75,10 +71,8 @@ inline F64 in_register(F64 a) {
 }
 /// Rows become columns.
 inline void transpose(F64 (&r)[4]) {
-  const __m256d a0 = _mm256_unpacklo_pd(r[0].v, r[1].v),
-                a1 = _mm256_unpackhi_pd(r[0].v, r[1].v);
-  const __m256d a2 = _mm256_unpacklo_pd(r[2].v, r[3].v),
-                a3 = _mm256_unpackhi_pd(r[2].v, r[3].v);
+  const __m256d a0 = _mm256_unpacklo_pd(r[0].v, r[1].v), a1 = _mm256_unpackhi_pd(r[0].v, r[1].v);
+  const __m256d a2 = _mm256_unpacklo_pd(r[2].v, r[3].v), a3 = _mm256_unpackhi_pd(r[2].v, r[3].v);
   r[0].v = _mm256_permute2f128_pd(a0, a2, 0x20);
   r[1].v = _mm256_permute2f128_pd(a1, a3, 0x20);
   r[2].v = _mm256_permute2f128_pd(a0, a2, 0x31);
@@ -89,9 +83,9 @@ inline void transpose(F64 (&r)[4]) {
 
 struct F64 {
   static constexpr int lanes = 1;
-  static F64 load(const double *p) { return {*p}; }
+  static F64 load(const double* p) { return {*p}; }
   static F64 all(double x) { return {x}; }
-  void store(double *p) const { *p = v; }
+  void store(double* p) const { *p = v; }
 
   double v;
 };
@@ -108,4 +102,4 @@ inline void transpose(F64 (&)[1]) {}
 
 #endif
 
-} // namespace orl::simd::SIMD_ISA
+}  // namespace orl::simd::SIMD_ISA

@@ -22,9 +22,9 @@ namespace orl {
 class AlgorithmRegistry;
 
 /// The one instance: u32 and u64 words, products in RAM.
-const Algorithm &fft_algorithm();
+const Algorithm& fft_algorithm();
 
 /// Adds "FFT" to the registry.
-void register_fft(AlgorithmRegistry &registry);
+void register_fft(AlgorithmRegistry& registry);
 
-} // namespace orl
+}  // namespace orl

@@ -36,10 +36,10 @@ struct FftBranch {
 
 struct FftPlan {
   u32 k;
-  u32 levels; ///< halvings between a root of the odd factor and its bottom
-              ///< blocks
-  u32 w;      ///< bits a point
-  const FftTables *tables;
+  u32 levels;  ///< halvings between a root of the odd factor and its bottom
+               ///< blocks
+  u32 w;       ///< bits a point
+  const FftTables* tables;
 
   u64 blocks() const { return u64{k} << levels; }
   u64 complex_points() const { return blocks() * kFftBlockPoints; }
@@ -49,17 +49,13 @@ struct FftPlan {
 
   bool blocked() const { return complex_points() >= kFftBlockedPoints; }
   u32 first_radix() const { return k > 1 ? k : 1u << first_bits(); }
-  u32 branches() const {
-    return first_radix() * (blocked() ? kFftSecondRadix : 1);
-  }
+  u32 branches() const { return first_radix() * (blocked() ? kFftSecondRadix : 1); }
   u64 branch_points() const { return complex_points() / branches(); }
   FftBranch branch(u32 index) const {
     const u32 below = k > 1 ? 0 : first_bits();
     if (!blocked())
-      return k > 1 ? FftBranch{index, 0, levels, 0}
-                   : FftBranch{0, below, levels - below, index};
-    if (k > 1)
-      return {index / kFftSecondRadix, 3, levels - 3, index % kFftSecondRadix};
+      return k > 1 ? FftBranch{index, 0, levels, 0} : FftBranch{0, below, levels - below, index};
+    if (k > 1) return {index / kFftSecondRadix, 3, levels - 3, index % kFftSecondRadix};
     return {0, 6, levels - 6, index};
   }
   /// Level at which the subtrees of a blocked transform begin: at its branches,
@@ -71,8 +67,8 @@ struct FftPlan {
   /// Chunks of columns of a blocked transform.
   u64 chunks() const { return branch_points() / (8 * kFftChunkGroups); }
 
-private:
+ private:
   u32 first_bits() const { return levels < 3 ? levels : levels == 4 ? 2 : 3; }
 };
 
-} // namespace orl
+}  // namespace orl

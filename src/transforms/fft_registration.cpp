@@ -3,8 +3,8 @@
 
 namespace orl {
 
-void register_fft(AlgorithmRegistry &registry) {
+void register_fft(AlgorithmRegistry& registry) {
   registry.add("FFT", {&fft_algorithm(), &fft_algorithm(), nullptr, nullptr});
 }
 
-} // namespace orl
+}  // namespace orl

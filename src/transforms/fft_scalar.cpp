@@ -16,15 +16,15 @@ namespace avx512 {
 extern const FftKernels fft_kernel_table;
 }
 
-const FftKernels &fft_kernels(simd::Target target) {
+const FftKernels& fft_kernels(simd::Target target) {
   switch (target) {
-  case simd::Target::kScalar:
-    return scalar::fft_kernel_table;
-  case simd::Target::kAvx2:
-    return avx2::fft_kernel_table;
-  default:
-    return avx512::fft_kernel_table;
+    case simd::Target::kScalar:
+      return scalar::fft_kernel_table;
+    case simd::Target::kAvx2:
+      return avx2::fft_kernel_table;
+    default:
+      return avx512::fft_kernel_table;
   }
 }
 
-} // namespace orl
+}  // namespace orl

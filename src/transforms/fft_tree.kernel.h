@@ -7,21 +7,18 @@ namespace {
 /// Where the records of a node come from: a root's table, rotated by the base
 /// records of a subtree if any.
 struct Source {
-  const FftTwiddles *const *levels;
-  const FftTwiddles *base; ///< null: no rotation
-  const u8 *base_index;    ///< level to base record
+  const FftTwiddles* const* levels;
+  const FftTwiddles* base;  ///< null: no rotation
+  const u8* base_index;     ///< level to base record
 
   /// The record of node n at `level`; `room` holds it when it must be computed.
-  FFT_INLINE const FftTwiddles &record(u32 level, u64 n,
-                                       FftTwiddles &room) const {
-    const FftTwiddles &t = levels[level][n];
-    if (!base)
-      return t;
-    const FftTwiddles &b = base[base_index[level]];
+  FFT_INLINE const FftTwiddles& record(u32 level, u64 n, FftTwiddles& room) const {
+    const FftTwiddles& t = levels[level][n];
+    if (!base) return t;
+    const FftTwiddles& b = base[base_index[level]];
     for (u32 i = 0; i < FftTwiddles::kCount; i += L) {
-      const Complex z =
-          times(Complex{F64::load(t.re + i), F64::load(t.im + i)},
-                Complex{F64::load(b.re + i), F64::load(b.im + i)});
+      const Complex z = times(Complex{F64::load(t.re + i), F64::load(t.im + i)},
+                              Complex{F64::load(b.re + i), F64::load(b.im + i)});
       z.re.store(room.re + i);
       z.im.store(room.im + i);
     }
@@ -33,14 +30,11 @@ constexpr u8 kEveryLevel[kFftSubtreeLevels + 1] = {0, 1, 2, 3, 4, 5, 6, 7, 8};
 constexpr u8 kPassLevel[kFftSubtreeLevels + 1] = {0, 0, 0, 1, 0, 0, 2, 0, 3};
 
 /// log2 of the radix of the first pass over a node `height` levels high.
-constexpr u32 radix_bits(u32 height) {
-  return height == 4 || height == 2 ? 2 : height == 1 ? 1 : 3;
-}
+constexpr u32 radix_bits(u32 height) { return height == 4 || height == 2 ? 2 : height == 1 ? 1 : 3; }
 
 constexpr u64 kBlockDoubles = 2 * kFftBlockPoints;
 
-FFT_INLINE void forward_node_pass(double *x, u64 stride, u32 bits,
-                                  const FftTwiddles &t) {
+FFT_INLINE void forward_node_pass(double* x, u64 stride, u32 bits, const FftTwiddles& t) {
   if (bits == 3)
     forward_pass<8>(x, stride, x, stride, stride, t);
   else if (bits == 2)
@@ -48,8 +42,7 @@ FFT_INLINE void forward_node_pass(double *x, u64 stride, u32 bits,
   else
     forward_pass<2>(x, stride, x, stride, stride, t);
 }
-FFT_INLINE void inverse_node_pass(double *x, u64 stride, u32 bits,
-                                  const FftTwiddles &t) {
+FFT_INLINE void inverse_node_pass(double* x, u64 stride, u32 bits, const FftTwiddles& t) {
   if (bits == 3)
     inverse_pass<8>(x, stride, x, stride, stride, t);
   else if (bits == 2)
@@ -59,114 +52,94 @@ FFT_INLINE void inverse_node_pass(double *x, u64 stride, u32 bits,
 }
 
 constexpr bool is_forward(FftStep s) {
-  return s == FftStep::forward || s == FftStep::convolve_square ||
-         s == FftStep::convolve_multiply;
+  return s == FftStep::forward || s == FftStep::convolve_square || s == FftStep::convolve_multiply;
 }
-constexpr bool uses_g(FftStep s) {
-  return s == FftStep::multiply || s == FftStep::convolve_multiply;
-}
+constexpr bool uses_g(FftStep s) { return s == FftStep::multiply || s == FftStep::convolve_multiply; }
 constexpr Pointwise pointwise_of(FftStep s) {
-  return s == FftStep::forward ? Pointwise::kNone
-         : uses_g(s)           ? Pointwise::kMultiply
-                               : Pointwise::kSquare;
+  return s == FftStep::forward ? Pointwise::kNone : uses_g(s) ? Pointwise::kMultiply : Pointwise::kSquare;
 }
 
 template <FftStep S>
-FFT_INLINE void block_step(double *x, double *g, const FftTwiddles &t) {
-  if constexpr (S == FftStep::convolve_multiply)
-    transform_block<true, Pointwise::kNone>(g, nullptr, t);
+FFT_INLINE void block_step(double* x, double* g, const FftTwiddles& t) {
+  if constexpr (S == FftStep::convolve_multiply) transform_block<true, Pointwise::kNone>(g, nullptr, t);
   transform_block<is_forward(S), pointwise_of(S)>(x, g, t);
 }
 
 /// Node n at `level` of the source's root, `height` levels above its blocks, at
 /// x; g is the same node of the other operand.
 template <FftStep S>
-void node_step(const Source &source, double *x, double *g, u32 level, u64 n,
-               u32 height) {
+void node_step(const Source& source, double* x, double* g, u32 level, u64 n, u32 height) {
   FftTwiddles room;
-  const FftTwiddles &t = source.record(level, n, room);
+  const FftTwiddles& t = source.record(level, n, room);
   if (height == 0) {
     block_step<S>(x, g, t);
     return;
   }
   const u32 bits = radix_bits(height);
   const u64 stride = kBlockDoubles << (height - bits);
-  if constexpr (S == FftStep::convolve_multiply)
-    forward_node_pass(g, stride, bits, t);
-  if constexpr (is_forward(S))
-    forward_node_pass(x, stride, bits, t);
+  if constexpr (S == FftStep::convolve_multiply) forward_node_pass(g, stride, bits, t);
+  if constexpr (is_forward(S)) forward_node_pass(x, stride, bits, t);
   for (u64 i = 0; i < u64{1} << bits; ++i)
-    node_step<S>(source, x + i * stride, uses_g(S) ? g + i * stride : nullptr,
-                 level + bits, (n << bits) + i, height - bits);
-  if constexpr (S != FftStep::forward)
-    inverse_node_pass(x, stride, bits, t);
+    node_step<S>(source, x + i * stride, uses_g(S) ? g + i * stride : nullptr, level + bits, (n << bits) + i,
+                 height - bits);
+  if constexpr (S != FftStep::forward) inverse_node_pass(x, stride, bits, t);
 }
 
 /// The same above the subtrees of a blocked transform.
 template <FftStep S>
-void upper_node_step(const FftPlan &plan, u32 root, double *x, double *g,
-                     u32 level, u64 n, u32 height) {
-  const FftTables &tables = *plan.tables;
+void upper_node_step(const FftPlan& plan, u32 root, double* x, double* g, u32 level, u64 n, u32 height) {
+  const FftTables& tables = *plan.tables;
   const u32 depth = plan.subtree_depth();
   if (level == depth) {
     const u32 count = FftTables::base_count(plan.k, depth);
-    const Source subtree{tables.root(1, 0),
-                         tables.subtree_bases(plan.k, root, depth) + n * count,
-                         count == kFftPassLevels.size() ? kPassLevel
-                                                        : kEveryLevel};
+    const Source subtree{tables.root(1, 0), tables.subtree_bases(plan.k, root, depth) + n * count,
+                         count == kFftPassLevels.size() ? kPassLevel : kEveryLevel};
     node_step<S>(subtree, x, g, 0, 0, height);
     return;
   }
-  const FftTwiddles &t = tables.root(plan.k, root)[level][n];
+  const FftTwiddles& t = tables.root(plan.k, root)[level][n];
   const u32 bits = radix_bits(depth - level);
   const u64 stride = kBlockDoubles << (height - bits);
-  if constexpr (S == FftStep::convolve_multiply)
-    forward_node_pass(g, stride, bits, t);
-  if constexpr (is_forward(S))
-    forward_node_pass(x, stride, bits, t);
+  if constexpr (S == FftStep::convolve_multiply) forward_node_pass(g, stride, bits, t);
+  if constexpr (is_forward(S)) forward_node_pass(x, stride, bits, t);
   for (u64 i = 0; i < u64{1} << bits; ++i)
-    upper_node_step<S>(plan, root, x + i * stride,
-                       uses_g(S) ? g + i * stride : nullptr, level + bits,
+    upper_node_step<S>(plan, root, x + i * stride, uses_g(S) ? g + i * stride : nullptr, level + bits,
                        (n << bits) + i, height - bits);
-  if constexpr (S != FftStep::forward)
-    inverse_node_pass(x, stride, bits, t);
+  if constexpr (S != FftStep::forward) inverse_node_pass(x, stride, bits, t);
 }
 
 template <FftStep S>
-void branch_step(const FftPlan &plan, double *F, double *G, u32 index) {
+void branch_step(const FftPlan& plan, double* F, double* G, u32 index) {
   const FftBranch b = plan.branch(index);
   const u64 offset = 2 * plan.branch_points() * index;
-  double *g = uses_g(S) ? G + offset : nullptr;
+  double* g = uses_g(S) ? G + offset : nullptr;
   if (plan.blocked()) {
     upper_node_step<S>(plan, b.root, F + offset, g, b.level, b.node, b.height);
   } else {
-    node_step<S>(Source{plan.tables->root(plan.k, b.root), nullptr, nullptr},
-                 F + offset, g, b.level, b.node, b.height);
+    node_step<S>(Source{plan.tables->root(plan.k, b.root), nullptr, nullptr}, F + offset, g, b.level, b.node,
+                 b.height);
   }
 }
 
 template <FftStep S>
-void branch_steps(const FftPlan &plan, double *F, double *G, u32 begin,
-                  u32 end) {
-  for (u32 i = begin; i < end; ++i)
-    branch_step<S>(plan, F, G, i);
+void branch_steps(const FftPlan& plan, double* F, double* G, u32 begin, u32 end) {
+  for (u32 i = begin; i < end; ++i) branch_step<S>(plan, F, G, i);
 }
 
-void branches(const FftPlan &plan, FftStep step, double *F, double *G,
-              u32 begin, u32 end) {
+void branches(const FftPlan& plan, FftStep step, double* F, double* G, u32 begin, u32 end) {
   switch (step) {
-  case FftStep::forward:
-    return branch_steps<FftStep::forward>(plan, F, G, begin, end);
-  case FftStep::square:
-    return branch_steps<FftStep::square>(plan, F, G, begin, end);
-  case FftStep::multiply:
-    return branch_steps<FftStep::multiply>(plan, F, G, begin, end);
-  case FftStep::convolve_square:
-    return branch_steps<FftStep::convolve_square>(plan, F, G, begin, end);
-  case FftStep::convolve_multiply:
-    return branch_steps<FftStep::convolve_multiply>(plan, F, G, begin, end);
+    case FftStep::forward:
+      return branch_steps<FftStep::forward>(plan, F, G, begin, end);
+    case FftStep::square:
+      return branch_steps<FftStep::square>(plan, F, G, begin, end);
+    case FftStep::multiply:
+      return branch_steps<FftStep::multiply>(plan, F, G, begin, end);
+    case FftStep::convolve_square:
+      return branch_steps<FftStep::convolve_square>(plan, F, G, begin, end);
+    case FftStep::convolve_multiply:
+      return branch_steps<FftStep::convolve_multiply>(plan, F, G, begin, end);
   }
 }
 
-} // namespace
-} // namespace orl::SIMD_ISA
+}  // namespace
+}  // namespace orl::SIMD_ISA

@@ -41,7 +41,7 @@ struct FftPowers {
   double im[7];
 };
 /// R is 1, 2, 3, 4, 5 or 8.
-const FftPowers &fft_first_powers(u32 radix);
+const FftPowers& fft_first_powers(u32 radix);
 
 /// An exact angle in turns; 0 <= numerator < denominator <= 2^40.
 struct TurnFraction {
@@ -66,40 +66,35 @@ inline constexpr std::array<u32, 4> kFftPassLevels = {0, 3, 6, 8};
 
 /// The tables of the shapes up to some size; one object a TransformTables.
 class FftTables final : public FamilyTables {
-public:
+ public:
   static constexpr u32 kOdd[3] = {1, 3, 5};
 
   /// Bytes of all tables for shapes up to s[i] of the odd factors kOdd[i]; 0
   /// for none.
-  static u64 bytes(const std::array<u32, 3> &s);
+  static u64 bytes(const std::array<u32, 3>& s);
   /// Cuts and fills what is missing.
-  void grow(LinearHeapBuffer &memory, const std::array<u32, 3> &s);
+  void grow(LinearHeapBuffer& memory, const std::array<u32, 3>& s);
 
   /// Whether shapes of this k and s can run.
   bool covers(u32 k, u32 s) const { return s <= built_s_[k / 2]; }
 
   /// Records by level of the root (1/4 + j) / k: 2^level of them in order of
   /// the node.
-  const FftTwiddles *const *root(u32 k, u32 j) const {
-    return roots_[k / 2][j].data();
-  }
+  const FftTwiddles* const* root(u32 k, u32 j) const { return roots_[k / 2][j].data(); }
   /// Base records of the subtrees whose roots lie `depth` levels below the root
   /// (1/4 + j) / k, base_count(k, depth) of them a subtree: those of every
   /// level, or, where subtrees have the full height, of kFftPassLevels.
-  const FftTwiddles *subtree_bases(u32 k, u32 j, u32 depth) const {
-    return bases_[k / 2][j][depth];
-  }
+  const FftTwiddles* subtree_bases(u32 k, u32 j, u32 depth) const { return bases_[k / 2][j][depth]; }
   static constexpr u32 base_count(u32 k, u32 depth) {
-    return depth == (k > 1 ? 3 : 6) ? kFftSubtreeLevels + 1
-                                    : static_cast<u32>(kFftPassLevels.size());
+    return depth == (k > 1 ? 3 : 6) ? kFftSubtreeLevels + 1 : static_cast<u32>(kFftPassLevels.size());
   }
 
-private:
+ private:
   static constexpr u32 kMaxDepth = 8;
 
   std::array<u32, 3> built_s_{};
-  std::array<const FftTwiddles *, kFftSubtreeLevels + 1> roots_[3][5] = {};
-  const FftTwiddles *bases_[3][5][kMaxDepth + 1] = {};
+  std::array<const FftTwiddles*, kFftSubtreeLevels + 1> roots_[3][5] = {};
+  const FftTwiddles* bases_[3][5][kMaxDepth + 1] = {};
 };
 
-} // namespace orl
+}  // namespace orl

@@ -5,10 +5,9 @@ namespace {
 
 using simd::SIMD_ISA::BitFields;
 
-constexpr u32 kPointGroup = 16; // doubles in a group of eight complex points
-constexpr u32 kMaxRun =
-    32; // groups of eight points that a call of unpack_pass takes at most
-constexpr u32 kReadBytes = 32; // bytes that reading a group touches
+constexpr u32 kPointGroup = 16;  // doubles in a group of eight complex points
+constexpr u32 kMaxRun = 32;      // groups of eight points that a call of unpack_pass takes at most
+constexpr u32 kReadBytes = 32;   // bytes that reading a group touches
 constexpr u32 kMaxW = 21;
 constexpr u32 kRunBytes = (kMaxRun - 1) * kMaxW + kReadBytes;
 
@@ -18,24 +17,22 @@ alignas(64) constexpr u8 kZeroBytes[kRunBytes] = {};
 /// end they are copied, with zeros behind. Runs of one stage do not overlap and
 /// are at least kReadBytes long or apart, so at most two meet the end.
 class RunReader {
-public:
+ public:
   RunReader(FftOperand a, u32 w) : a_(a), w_(w) {}
 
   /// The bits of `groups` groups of eight points from the group number `group`.
-  const u8 *run(u64 group, u64 groups) {
+  const u8* run(u64 group, u64 groups) {
     const u64 begin = group * w_, end = begin + (groups - 1) * w_ + kReadBytes;
-    if (end <= a_.count)
-      return a_.bytes + begin;
-    if (begin >= a_.count)
-      return kZeroBytes;
-    u8 *copy = copies_[copied_++ % 2];
+    if (end <= a_.count) return a_.bytes + begin;
+    if (begin >= a_.count) return kZeroBytes;
+    u8* copy = copies_[copied_++ % 2];
     __builtin_memset(copy, 0, end - begin);
     __builtin_memcpy(copy, a_.bytes + begin, a_.count - begin);
     return copy;
   }
   void restart() { copied_ = 0; }
 
-private:
+ private:
   FftOperand a_;
   u32 w_;
   u32 copied_ = 0;
@@ -45,18 +42,16 @@ private:
 /// First pass of radix R on the points behind R runs of real and, unless all
 /// are zero, R of imaginary parts.
 template <u32 R, bool kReal>
-void unpack_pass(const u8 *const (&re)[R], const u8 *const (&im)[R], u64 groups,
-                 const BitFields &fields, u32 w, double *target,
-                 u64 target_stride) {
-  const FftPowers &t = fft_first_powers(R);
+void unpack_pass(const u8* const (&re)[R], const u8* const (&im)[R], u64 groups, const BitFields& fields,
+                 u32 w, double* target, u64 target_stride) {
+  const FftPowers& t = fft_first_powers(R);
   using Point = std::conditional_t<kReal, Real, Complex>;
   for (u64 i = 0; i < groups; ++i) {
     Point a[8 / L][R];
     for (u32 p = 0; p < R; ++p) {
       F64 x[8 / L], y[8 / L];
       fields.read(re[p] + i * w, x);
-      if constexpr (!kReal)
-        fields.read(im[p] + i * w, y);
+      if constexpr (!kReal) fields.read(im[p] + i * w, y);
       for (u32 c = 0; c < 8 / L; ++c) {
         if constexpr (kReal)
           a[c][p] = {x[c]};
@@ -67,8 +62,7 @@ void unpack_pass(const u8 *const (&re)[R], const u8 *const (&im)[R], u64 groups,
     for (u32 c = 0; c < 8 / L; ++c) {
       Complex x[R];
       root_column(a[c], t, x);
-      for (u32 p = 0; p < R; ++p)
-        store(target + p * target_stride + i * kPointGroup + c * kGroup, x[p]);
+      for (u32 p = 0; p < R; ++p) store(target + p * target_stride + i * kPointGroup + c * kGroup, x[p]);
     }
   }
 }
@@ -76,91 +70,82 @@ void unpack_pass(const u8 *const (&re)[R], const u8 *const (&im)[R], u64 groups,
 /// Runs of the R parts of a first pass: part p begins at group first + p *
 /// part; all in groups of eight points.
 template <u32 R>
-void unpack_parts(RunReader &reader, const FftPlan &plan, bool real, u64 first,
-                  u64 part, u64 groups, const BitFields &fields, double *target,
-                  u64 target_stride) {
+void unpack_parts(RunReader& reader, const FftPlan& plan, bool real, u64 first, u64 part, u64 groups,
+                  const BitFields& fields, double* target, u64 target_stride) {
   const u64 half = plan.complex_points() / 8;
   const u8 *re[R], *im[R];
   reader.restart();
-  for (u32 p = 0; p < R; ++p)
-    re[p] = reader.run(first + p * part, groups);
+  for (u32 p = 0; p < R; ++p) re[p] = reader.run(first + p * part, groups);
   if (real) {
     unpack_pass<R, true>(re, re, groups, fields, plan.w, target, target_stride);
   } else {
-    for (u32 p = 0; p < R; ++p)
-      im[p] = reader.run(half + first + p * part, groups);
-    unpack_pass<R, false>(re, im, groups, fields, plan.w, target,
-                          target_stride);
+    for (u32 p = 0; p < R; ++p) im[p] = reader.run(half + first + p * part, groups);
+    unpack_pass<R, false>(re, im, groups, fields, plan.w, target, target_stride);
   }
 }
 
 template <u32 R>
-void small_first_stage(const FftPlan &plan, double *F, FftOperand a) {
+void small_first_stage(const FftPlan& plan, double* F, FftOperand a) {
   const BitFields fields(plan.w);
   RunReader reader(a, plan.w);
   const bool real = a.count <= plan.field_bytes() / 2;
   const u64 part = plan.complex_points() / (8 * R);
   for (u64 i = 0; i < part; i += kMaxRun)
-    unpack_parts<R>(reader, plan, real, i, part,
-                    part - i < kMaxRun ? part - i : kMaxRun, fields,
+    unpack_parts<R>(reader, plan, real, i, part, part - i < kMaxRun ? part - i : kMaxRun, fields,
                     F + i * kPointGroup, part * kPointGroup);
 }
 
 /// Record of the second pass over part i of the first.
-const FftTwiddles &second_twiddles(const FftPlan &plan, u32 i) {
-  return plan.k > 1 ? plan.tables->root(plan.k, i)[0][0]
-                    : plan.tables->root(1, 0)[3][i];
+const FftTwiddles& second_twiddles(const FftPlan& plan, u32 i) {
+  return plan.k > 1 ? plan.tables->root(plan.k, i)[0][0] : plan.tables->root(1, 0)[3][i];
 }
 
 template <u32 R>
-void blocked_first_stage(const FftPlan &plan, double *F, FftOperand a,
-                         u64 chunk_begin, u64 chunk_end, double *chunk) {
+void blocked_first_stage(const FftPlan& plan, double* F, FftOperand a, u64 chunk_begin, u64 chunk_end,
+                         double* chunk) {
   const BitFields fields(plan.w);
   RunReader reader(a, plan.w);
   const bool real = a.count <= plan.field_bytes() / 2;
-  constexpr u64 kRow =
-      kFftChunkGroups * kPointGroup; // doubles of one stream in the chunk
-  const u64 stream = plan.branch_points() / 8; // groups
+  constexpr u64 kRow = kFftChunkGroups * kPointGroup;  // doubles of one stream in the chunk
+  const u64 stream = plan.branch_points() / 8;         // groups
   for (u64 c = chunk_begin; c < chunk_end; ++c) {
     for (u32 r = 0; r < kFftSecondRadix; ++r)
-      unpack_parts<R>(reader, plan, real, r * stream + c * kFftChunkGroups,
-                      kFftSecondRadix * stream, kFftChunkGroups, fields,
-                      chunk + r * kRow, kFftSecondRadix * kRow);
+      unpack_parts<R>(reader, plan, real, r * stream + c * kFftChunkGroups, kFftSecondRadix * stream,
+                      kFftChunkGroups, fields, chunk + r * kRow, kFftSecondRadix * kRow);
     for (u32 i = 0; i < R; ++i)
-      forward_pass<kFftSecondRadix>(
-          chunk + i * kFftSecondRadix * kRow, kRow,
-          F + i * kFftSecondRadix * stream * kPointGroup + c * kRow,
-          stream * kPointGroup, kRow, second_twiddles(plan, i));
+      forward_pass<kFftSecondRadix>(chunk + i * kFftSecondRadix * kRow, kRow,
+                                    F + i * kFftSecondRadix * stream * kPointGroup + c * kRow,
+                                    stream * kPointGroup, kRow, second_twiddles(plan, i));
   }
 }
 
-void first_stage(const FftPlan &plan, double *F, FftOperand a, u64 chunk_begin,
-                 u64 chunk_end, double *chunk) {
+void first_stage(const FftPlan& plan, double* F, FftOperand a, u64 chunk_begin, u64 chunk_end,
+                 double* chunk) {
   if (plan.blocked()) {
     switch (plan.k) {
-    case 1:
-      return blocked_first_stage<8>(plan, F, a, chunk_begin, chunk_end, chunk);
-    case 3:
-      return blocked_first_stage<3>(plan, F, a, chunk_begin, chunk_end, chunk);
-    default:
-      return blocked_first_stage<5>(plan, F, a, chunk_begin, chunk_end, chunk);
+      case 1:
+        return blocked_first_stage<8>(plan, F, a, chunk_begin, chunk_end, chunk);
+      case 3:
+        return blocked_first_stage<3>(plan, F, a, chunk_begin, chunk_end, chunk);
+      default:
+        return blocked_first_stage<5>(plan, F, a, chunk_begin, chunk_end, chunk);
     }
   }
   switch (plan.first_radix()) {
-  case 1:
-    return small_first_stage<1>(plan, F, a);
-  case 2:
-    return small_first_stage<2>(plan, F, a);
-  case 3:
-    return small_first_stage<3>(plan, F, a);
-  case 4:
-    return small_first_stage<4>(plan, F, a);
-  case 5:
-    return small_first_stage<5>(plan, F, a);
-  default:
-    return small_first_stage<8>(plan, F, a);
+    case 1:
+      return small_first_stage<1>(plan, F, a);
+    case 2:
+      return small_first_stage<2>(plan, F, a);
+    case 3:
+      return small_first_stage<3>(plan, F, a);
+    case 4:
+      return small_first_stage<4>(plan, F, a);
+    case 5:
+      return small_first_stage<5>(plan, F, a);
+    default:
+      return small_first_stage<8>(plan, F, a);
   }
 }
 
-} // namespace
-} // namespace orl::SIMD_ISA
+}  // namespace
+}  // namespace orl::SIMD_ISA
