@@ -69,8 +69,12 @@ void ConvertPlanP<W>::plan_levels() {
     // One word more when the bits of zeros that are no whole word push odd^e over a word's end.
     level.power_words = odd_power_words(level.digits) + 1;
     level.low_words = fraction_words(level.max_digits - level.digits);
-    level.product_words = fraction_words(level.max_digits) - level.power_exp + level.power_words;
-    level.transform = level.product_words * kWordBits<W> > kBasecaseBits<W>;
+    const u64 fraction = fraction_words(level.max_digits) - level.power_exp;
+    level.transform = (fraction + level.power_words) * kWordBits<W> > kBasecaseBits<W>;
+    // In two pieces the top product needs a third less memory, for two transforms more of two thirds the
+    // length.
+    level.piece_words = level.transform && i + 1 == levels_ ? (fraction + 1) / 2 : fraction;
+    level.product_words = level.piece_words + level.power_words;
   }
 }
 
@@ -81,7 +85,9 @@ u64 ConvertPlanP<W>::product_bytes(u64 level, u64 tds, bool kept) const {
     return round_up_64(
         mul_window_scratch<W>(0, words, words - level_[level].power_words, level_[level].power_words));
   const MultiplySizes sizes = basic_table<W>().sizes(words, tds);
-  return (kept ? 1 : 2) * round_up_64(sizes.transform_bytes) + round_up_64(sizes.scratch_bytes);
+  const u64 upper_piece =
+      level + 1 == levels_ ? LinearHeapBuffer::cut_bytes<W>(level_[level].piece_words) : 0;
+  return (kept ? 1 : 2) * round_up_64(sizes.transform_bytes) + round_up_64(sizes.scratch_bytes) + upper_piece;
 }
 
 template <class W>

@@ -6,6 +6,7 @@
 
 #include "frame/exceptions.h"
 #include "frame/status.h"
+#include "functions/transform_words.h"
 #include "numbers/algorithm_table.h"
 #include "numbers/basecase.h"
 #include "numbers/words.h"
@@ -26,21 +27,6 @@ template FractionView<u64> fraction_of(const BigFloat<u64>&, u64);
 
 namespace CBRv2 {
 namespace {
-
-void forward(const Parameters& shape, void* F, const u32* A, u64 L, void* tmp, ParallelContext parallel) {
-  shape.forward(F, A, L, tmp, parallel);
-}
-void forward(const Parameters& shape, void* F, const u64* A, u64 L, void* tmp, ParallelContext parallel) {
-  shape.forward_w(F, A, L, tmp, parallel);
-}
-void inverse(const Parameters& shape, void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
-             ParallelContext parallel) {
-  shape.inverse_fmul(F, G, T, skip, len, tmp, parallel);
-}
-void inverse(const Parameters& shape, void* F, const void* G, u64* T, u64 skip, u64 len, void* tmp,
-             ParallelContext parallel) {
-  shape.inverse_fmul_w(F, G, T, skip, len, tmp, parallel);
-}
 
 // Decimal digits in a word of binary.
 template <class W>
@@ -148,7 +134,7 @@ void Conversion<W>::keep_transforms(const RunContext& ctx, LinearHeapBuffer& hea
     const Parameters& parallel_shape = shape(i, ctx.parallel.tds, box);
     LinearHeapBuffer scratch = heap;
     void* tmp = scratch.cut<u8>(parallel_shape.scratch_size());
-    forward(parallel_shape, kept_[i], powers_[i].T, powers_[i].L, tmp, ctx.parallel);
+    forward_words(parallel_shape, kept_[i], powers_[i].T, powers_[i].L, tmp, ctx.parallel);
   }
 }
 
@@ -195,9 +181,23 @@ void Conversion<W>::multiply(const RunContext& ctx, u64 level, W* T, u64 skip, u
   void* F = heap.cut<u8>(form.transform_size());
   void* G = kept_[level] ? kept_[level] : heap.cut<u8>(form.transform_size());
   void* tmp = heap.cut<u8>(form.scratch_size());
-  if (!kept_[level]) forward(form, G, power.T, power.L, tmp, ctx.parallel);
-  forward(form, F, f.T, f.L, tmp, ctx.parallel);
-  inverse(form, F, G, T, skip, end, tmp, ctx.parallel);
+  const auto product = [&](W* out, u64 begin, u64 stop, const W* words, u64 count) {
+    forward_words(form, F, words, count, tmp, ctx.parallel);
+    inverse_words(form, F, G, out, begin, stop, tmp, ctx.parallel);
+  };
+  if (!kept_[level]) forward_words(form, G, power.T, power.L, tmp, ctx.parallel);
+  const u64 piece = plan_.level(level).piece_words;
+  if (f.L <= piece) return product(T, skip, end, f.T, f.L);
+  // The upper piece's product lies `piece` words up; what both carry past `end` is integer part.
+  const u64 low_end = std::max(skip, std::min(end, piece + power.L));
+  if (low_end > skip) product(T, skip, low_end, f.T, piece);
+  bp_fill(T + (low_end - skip), end - low_end, 0, ctx.parallel);
+  const u64 from = skip > piece ? skip - piece : 0;
+  const u64 count = end - piece - from;
+  W* upper = heap.cut<W>(count);
+  product(upper, from, end - piece, f.T + piece, f.L - piece);
+  W* at = T + (piece + from - skip);
+  bp_add(at, at, upper, count, 0, ctx.parallel);
 }
 
 template <class W>

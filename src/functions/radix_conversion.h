@@ -36,7 +36,8 @@ struct ConvertLevel {
   u64 power_words = 0;     ///< bound of the stored power; a square has one more before its zeros are cut
   u64 power_exp = 0;       ///< whole words of zeros cut from it
   u64 low_words = 0;       ///< binary words of the largest low part's fraction
-  u64 product_words = 0;   ///< largest product
+  u64 piece_words = 0;     ///< the fraction is multiplied in pieces of this length: two at the top, else one
+  u64 product_words = 0;   ///< largest product of a piece
   bool transform = false;  ///< large enough for a kept transform
 };
 
@@ -123,6 +124,7 @@ class VerifyConversion {
   ConvertPlanP<W> plan_;
   u64 zero_words_ = 0;     // whole words of zeros under r^n
   u64 power_words_ = 0;    // of the rest of r^n
+  u64 half_words_ = 0;     // of a half of E; its products are twice as long
   u64 dropped_words_ = 0;  // of E above those zeros, and one word that must equal D's lowest
   Need need_;
 };

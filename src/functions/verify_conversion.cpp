@@ -2,6 +2,7 @@
 
 #include "frame/exceptions.h"
 #include "functions/radix_conversion.h"
+#include "functions/transform_words.h"
 #include "numbers/algorithm_table.h"
 #include "numbers/hash.h"
 #include "numbers/words.h"
@@ -37,6 +38,52 @@ CBRv2::Power<W> odd_power(const ConvertPlanP<W>& plan, u64 e, W* result, W* othe
   return power;
 }
 
+// A[0, L) in halves of at most `half` words.
+template <class W>
+struct Halves {
+  Halves(const W* A, u64 L, u64 half)
+      : low(A), low_L(std::min(L, half)), high(A + low_L), high_L(L - low_L) {}
+  const W* low;
+  u64 low_L;
+  const W* high;
+  u64 high_L;
+};
+
+// E[0, words) = A * B modulo W^words, words <= 2 * half: low halves in full, of the cross products what lies
+// below. No product is longer than 2 * half words.
+template <class W>
+void low_product(const RunContext& ctx, W* E, u64 words, const W* A, u64 AL, const W* B, u64 BL, u64 half,
+                 LinearHeapBuffer heap) {
+  bp_fill(E, words, 0, ctx.parallel);
+  if (AL == 0 || words == 0) return;
+  const Halves<W> a(A, AL, half), b(B, std::min(BL, words), half);
+  ParametersBox box;
+  const Parameters& shape = basic_table<W>().parameters_for(box, &ctx.tables, 2 * half, ctx.parallel.tds);
+  W* cross = heap.cut<W>(half);
+  void* F = heap.cut<u8>(shape.transform_size());
+  void* G = heap.cut<u8>(shape.transform_size());
+  void* tmp = heap.cut<u8>(shape.scratch_size());
+  // `kept` is what G transforms; T receives the product below `limit`, and its length is returned.
+  const auto multiply = [&](W* T, u64 limit, const W* words_a, u64 length, u64 kept) -> u64 {
+    const u64 end = std::min(limit, length + kept);
+    forward_words(shape, F, words_a, length, tmp, ctx.parallel);
+    inverse_words(shape, F, G, T, 0, end, tmp, ctx.parallel);
+    return end;
+  };
+  const auto add_cross = [&](const W* words_a, u64 length, u64 kept) {
+    if (length == 0 || words <= half) return;
+    const u64 count = multiply(cross, words - half, words_a, length, kept);
+    const W carry = bp_add(E + half, E + half, cross, count, 0, ctx.parallel);
+    bp_carry<W>(carry, E + half + count, words - half - count, ctx.parallel);
+  };
+  forward_words(shape, G, a.low, a.low_L, tmp, ctx.parallel);
+  multiply(E, words, b.low, b.low_L, a.low_L);
+  add_cross(b.high, b.high_L, a.low_L);
+  if (a.high_L == 0) return;
+  forward_words(shape, G, b.low, b.low_L, tmp, ctx.parallel);
+  add_cross(a.high, a.high_L, b.low_L);
+}
+
 }  // namespace
 
 template <class W>
@@ -46,13 +93,18 @@ VerifyConversion<W>::VerifyConversion(W radix, u64 digit_words, u64 tds)
   zero_words_ = digit_words * plan_.shift() / kWordBits<W>;
   power_words_ = plan_.odd_power_words(digit_words) + 1;
   dropped_words_ = m + 1 - zero_words_;
-  const u64 product = std::min(m, dropped_words_) + power_words_;
+  half_words_ = (dropped_words_ + 1) / 2;
   const u64 half_power = plan_.odd_power_words((digit_words + 1) / 2) + 2;
+  const MultiplySizes sizes = basic_table<W>().sizes(2 * half_words_, tds);
+  const u64 product_bytes = LinearHeapBuffer::cut_bytes<W>(half_words_) +
+                            2 * LinearHeapBuffer::cut_bytes<u8>(sizes.transform_bytes) +
+                            LinearHeapBuffer::cut_bytes<u8>(sizes.scratch_bytes);
+  const u64 square_bytes = basic_table<W>().max_sizes(2 * half_power, tds).total_bytes();
   need_.out_words = 0;
-  need_.table_bits = product * kWordBits<W>;
+  need_.table_bits = 2 * std::max(half_words_, half_power) * kWordBits<W>;
   need_.ram_bytes = LinearHeapBuffer::cut_bytes<W>(power_words_) +
                     LinearHeapBuffer::cut_bytes<W>(std::max(dropped_words_, half_power)) +
-                    basic_table<W>().max_sizes(product, tds).total_bytes();
+                    std::max(product_bytes, square_bytes);
 }
 
 template <class W>
@@ -78,9 +130,7 @@ typename VerifyConversion<W>::Result VerifyConversion<W>::run(const RunContext& 
   const u64 m = F.L;
   const u64 words = m + 1 > zero_words_ ? m + 1 - zero_words_ : 0;
   const u64 used = std::min(m, words);
-  const u64 formed = used == 0 ? 0 : std::min(words, used + power.L);
-  if (formed != 0) basic_table<W>().mul_window(multiply, E, 0, formed, F.T, used, power.T, power.L);
-  bp_fill(E + formed, words - formed, 0);
+  low_product(ctx, E, words, F.T, used, power.T, power.L, half_words_, heap);
 
   // D modulo W by Horner's rule. D may be one less than the floor, and then E is a whole W^m larger.
   W low = 0;
