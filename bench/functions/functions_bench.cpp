@@ -2,8 +2,9 @@
 //
 //   functions_bench [-TD:tasks] [-PF:framework] [digits ...]     1,000,000 and 10,000,000 digits by default
 //
-// Seconds (medians of paired runs), spread, and how many times as long GMP takes; bytes a digit of the plan. The proof
-// of the conversion has no peer and stands beside the same mpf_get_str. GMP runs on one thread always.
+// Seconds (medians of paired runs), spread, and how many times as long GMP takes; bytes a digit of the plan.
+// The proof of the conversion has no peer and stands beside the same mpf_get_str. GMP runs on one thread
+// always.
 #include <gmp.h>
 
 #include <cmath>
@@ -57,7 +58,8 @@ class Bench {
         root_(words_, options.tds),
         conversion_(ConvertPlanP<u64>::make(kDecimalRadix<u64>, digit_words_, options.tds)),
         proof_(kDecimalRadix<u64>, digit_words_, options.tds),
-        need_(Need::max(Need::max(division_.need(), root_.need()), Need::max(conversion_.need(), proof_.need()))),
+        need_(Need::max(Need::max(division_.need(), root_.need()),
+                        Need::max(conversion_.need(), proof_.need()))),
         heap_(need_.ram_bytes),
         table_memory_(basic_table<u64>().table_bytes(need_.table_bits)),
         tables_(table_memory_.buffer()),
@@ -77,8 +79,8 @@ class Bench {
   template <class Ours, class Peer>
   void row(const char* name, const Need& need, Ours&& ours, Peer&& peer) {
     const bench::Comparison c = bench::compare(ours, peer, 2e8, digits_ > 3000000 ? 5 : 9);
-    std::printf("%12llu  %-10s %9.4f %6.1f%% %9.4f %6.2f  %6.1f\n", static_cast<unsigned long long>(digits_), name,
-                c.call.median * 1e-9, 100 * c.call.spread, c.peer.median * 1e-9, c.ratio,
+    std::printf("%12llu  %-10s %9.4f %6.1f%% %9.4f %6.2f  %6.1f\n", static_cast<unsigned long long>(digits_),
+                name, c.call.median * 1e-9, 100 * c.call.spread, c.peer.median * 1e-9, c.ratio,
                 static_cast<double>(need.ram_bytes) / static_cast<double>(digits_));
     std::fflush(stdout);
   }
@@ -113,7 +115,9 @@ class Bench {
     mpf_init(s);
     std::vector<u64> out_words(root_.need().out_words);
     BigFloat<u64> out(out_words.data(), out_words.size());
-    row("1/sqrt", root_.need(), [&] { root_.run(ctx_, out, 10005, heap_.buffer()); }, [&] { mpf_sqrt_ui(s, 10005); });
+    row(
+        "1/sqrt", root_.need(), [&] { root_.run(ctx_, out, 10005, heap_.buffer()); },
+        [&] { mpf_sqrt_ui(s, 10005); });
     mpf_clear(s);
   }
 
@@ -135,8 +139,9 @@ class Bench {
       require(word == out[digit_words_ - 1 - i], "conversion");
     }
     row("conversion", conversion_.need(), ours, peer);
-    row("proof", proof_.need(),
-        [&] { require(proof_.run(ctx_, out.data(), x, heap_.buffer()).ok, "proof"); }, peer);
+    row(
+        "proof", proof_.need(), [&] { require(proof_.run(ctx_, out.data(), x, heap_.buffer()).ok, "proof"); },
+        peer);
     mpf_clear(s);
   }
 
@@ -188,6 +193,7 @@ int main(int argc, char** argv) {
   register_fft(registry);
   initialize_multiplication(std::move(registry));
   bench::heading("functions_bench", simd::target_name(simd::active_target()));
-  std::printf("%12s  %-10s %9s %7s %9s %6s  %6s\n", "digits", "function", "s", "spread", "GMP s", "ratio", "B/dgt");
+  std::printf("%12s  %-10s %9s %7s %9s %6s  %6s\n", "digits", "function", "s", "spread", "GMP s", "ratio",
+              "B/dgt");
   for (const u64 digits : options.digits) Bench(digits, options).run();
 }
