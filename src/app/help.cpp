@@ -27,13 +27,16 @@ void print_entry(const char* form, const std::string& help, const char* example)
   for (std::size_t start = 0; start < help.size();) {
     const std::size_t space = help.find(' ', start);
     const std::size_t end = space == std::string::npos ? help.size() : space;
-    if (column + (end - start) > kLineWidth) {
+    if (column + 1 + (end - start) > kLineWidth) {
       console::newline();
       console::print(std::string(kFormWidth + 2, ' '), 'w');
       column = kFormWidth + 2;
+    } else if (start != 0) {
+      console::print(" ", 'w');
+      column++;
     }
-    console::print(help.substr(start, end - start) + " ", 'w');
-    column += end - start + 1;
+    console::print(help.substr(start, end - start), 'w');
+    column += end - start;
     start = end + 1;
   }
   console::newline();
@@ -51,10 +54,10 @@ void print_constants() {
   for (u64 i = 0; i < kConstantCount; i++) {
     const auto constant = make_constant(i);
     std::string algorithms;
-    for (const AlgorithmRow& row : constant->algorithms()) algorithms += std::string(row.key) + "  ";
-    std::string text = catalogue()[i].menu_name;
-    if (!algorithms.empty()) text += ": " + algorithms;
-    if (!constant->unavailable().empty()) text += "(not in this version yet)";
+    for (const AlgorithmRow& row : constant->algorithms())
+      algorithms += (algorithms.empty() ? ": " : ", ") + std::string(row.key);
+    std::string text = catalogue()[i].menu_name + algorithms;
+    if (!constant->unavailable().empty()) text += " (not in this version yet)";
     print_entry(constant->key(), text, nullptr);
   }
   console::println("  Other words: phi (goldenratio), apery and zeta(3) (zeta3).", 'w');
