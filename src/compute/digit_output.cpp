@@ -1,6 +1,8 @@
 #include "compute/digit_output.h"
 
 #include <algorithm>
+#include <array>
+#include <exception>
 #include <optional>
 
 #include "digits/digit_text.h"
@@ -25,11 +27,10 @@ using orl::LinearHeapBuffer;
 using orl::s64;
 using orl::u8;
 
-constexpr u64 kLastDigits = 100;
-constexpr u64 kReadOverhead = 8320;        // what a read-back needs beside its block
-constexpr u64 kMinBlockDigits = 65536;     // of a pass; smaller blocks cost calls
-constexpr u64 kMaxBlockDigits = 16777216;  // larger ones only leave the cache
-constexpr u64 kForkWords = 16384;          // below this a task costs more than its work
+constexpr u64 kReadOverhead = 8320;       // what a read-back needs beside its block
+constexpr u64 kMinBlockDigits = 65536;    // of a pass; smaller blocks cost calls
+constexpr u64 kMaxBlockDigits = 4194304;  // larger ones only leave the cache
+constexpr u64 kForkWords = 16384;         // below this a task costs more than its work
 
 // The integer before the point in the stream's radix, and the point.
 std::string first_digits_text(const DigitWords& number) {
@@ -55,29 +56,58 @@ u64 hash_of_words(const DigitWords& number, u64 digit_count, orl::ParallelContex
   return orl::hash_mul_add(hash, orl::hash_pow(number.radix, rest), top);
 }
 
-// Raw digits of words [first_word, first_word + count) in stream order.
-void words_to_digits(u8* digits, const DigitWords& number, u64 first_word, u64 count,
-                     orl::ParallelContext parallel) {
+// Raw digits of `words` words from first_word on, in stream order; the first `count` of them join `stats`.
+void make_digits(u8* digits, const DigitWords& number, u64 first_word, u64 words, u64 count,
+                 DigitStats& stats, orl::ParallelContext parallel) {
+  constexpr u64 kMaxParts = 64;
+  constexpr u64 kPieceWords = 1024;  // whose digits stay in the first-level cache until they are counted
   const u64 width = orl::digits_per_word(number.radix);
   const u64* const top = number.words + (number.word_count - 1 - first_word);
-  const u64 blocks = std::clamp<u64>(count / kForkWords, 1, parallel.tds);
-  const u64 block = (count + blocks - 1) / blocks;
-  const auto run = [&](u64 i) {
-    const u64 begin = std::min(i * block, count), end = std::min(begin + block, count);
-    if (begin < end) orl::unpack_words(number.radix, digits + begin * width, top - begin, -1, end - begin);
+  const u64 parts = std::clamp<u64>(words / kForkWords, 1, std::min(parallel.tds, kMaxParts));
+  const u64 part_words = (words + parts - 1) / parts;
+  const auto digits_in = [&](u64 begin, u64 end) {  // of words [begin, end), those below count
+    return std::min(end * width, count) - std::min(begin * width, count);
   };
-  if (blocks == 1)
-    run(0);
-  else
-    orl::fork_range(parallel.parallelizer, 0, blocks, run);
+  const auto run = [&](u64 begin, u64 end, DigitStats& sum) {
+    for (u64 at = begin; at < end; at += kPieceWords) {
+      const u64 next = std::min(at + kPieceWords, end);
+      orl::unpack_words(number.radix, digits + at * width, top - at, -1, next - at);
+      sum.append(digits + at * width, digits_in(at, next));
+    }
+  };
+  if (parts == 1) return run(0, words, stats);
+  const auto begin_of = [&](u64 part) { return std::min(part * part_words, words); };
+  std::array<std::optional<DigitStats>, kMaxParts> sums;
+  orl::fork_range(parallel.parallelizer, 0, parts, [&](u64 part) {
+    run(begin_of(part), begin_of(part + 1), sums[part].emplace(number.radix));
+  });
+  for (u64 part = 0; part < parts; part++)
+    stats.append(*sums[part], digits_in(begin_of(part), begin_of(part + 1)));
+}
+
+// Hashes the text and stores the digits; side by side where the context allows it, since the hash is one
+// chain of work. A failure to store arrives here, whichever thread it struck.
+template <class Hash, class Store>
+void hash_and_store(orl::ParallelContext parallel, Hash&& hash, Store&& store) {
+  if (parallel.tds == 1) {
+    hash();
+    return store(parallel);
+  }
+  std::exception_ptr failure;
+  orl::fork_pair(parallel.parallelizer, hash, [&] {
+    try {
+      store(parallel.right());
+    } catch (...) {
+      failure = std::current_exception();
+    }
+  });
+  if (failure) std::rethrow_exception(failure);
 }
 
 // The stream's digits through the statistics, the hasher and the writer, block by block.
-void digit_pass(const OutputContext& context, const DigitWords& number, u64 digit_count, DigitWriter* writer,
+void digit_pass(const OutputContext& context, const DigitWords& number, DigitWriter* writer,
                 OutputResult& result) {
-  const u64 width = orl::digits_per_word(number.radix);
-  if (digit_count > number.word_count * width)
-    throw InvalidParametersException("digit_pass()", "The number has fewer digits than asked for.");
+  const u64 width = orl::digits_per_word(number.radix), digit_count = result.digit_count;
   const auto block_bytes = [&](u64 words) {
     return LinearHeapBuffer::cut_bytes<u8>(words * width) +
            (writer ? writer->buffer_bytes(words * width) : 0);
@@ -89,39 +119,33 @@ void digit_pass(const OutputContext& context, const DigitWords& number, u64 digi
   u8* const digits = window.cut<u8>(block_words * width);
 
   DigitStats stats(number.radix);
+  stats.hash = number.integer_part;
   std::optional<orl::DigitHasher> hasher;
   if (number.radix == 10) hasher.emplace(1);
-  std::string last;
   for (u64 word = 0; word < total_words; word += block_words) {
     const u64 words = std::min(block_words, total_words - word);
     const u64 begin = word * width, count = std::min(words * width, digit_count - begin);
-    words_to_digits(digits, number, word, words, context.parallel);
-    stats.append(digits, count, context.parallel);
-    const auto store = [&] {
-      if (writer) writer->store_digits(digits, begin, count, window, context.parallel.right());
-    };
-    const auto hash = [&] {
-      if (hasher) hasher->append(digits, count);
-    };
-    // The hash of the text is one chain of work, so it runs beside the file.
-    if (context.parallel.tds > 1 && writer) {
-      orl::fork_pair(context.parallel.parallelizer, hash, store);
-    } else {
-      hash();
-      if (writer) writer->store_digits(digits, begin, count, window, context.parallel);
-    }
-    const u64 kept = std::min(count, kLastDigits);
-    for (u64 i = count - kept; i < count; i++) last.push_back("0123456789abcdef"[digits[i]]);
-    if (last.size() > kLastDigits) last.erase(0, last.size() - kLastDigits);
+    make_digits(digits, number, word, words, count, stats, context.parallel);
+    hash_and_store(
+        context.parallel,
+        [&] {
+          if (hasher) hasher->append(digits, count);
+        },
+        [&](orl::ParallelContext parallel) {
+          if (writer) writer->store_digits(digits, begin, count, window, parallel);
+        });
+    result.last_digits.set(number.radix, digits, count);
     context.status.show_count(writer ? "Writing...    " : "Processing... ", begin + count,
                               writer ? "  digits written" : "  digits analyzed");
   }
   result.counts = stats.counts;
-  result.last_digits = std::move(last);
+  result.digit_hash = orl::hash_canon(stats.hash);
   if (hasher) result.sha256 = hasher->finish();
 }
 
 OutputResult make_result(const OutputContext& context, const DigitWords& number, u64 digit_count) {
+  if (digit_count > number.word_count * orl::digits_per_word(number.radix))
+    throw InvalidParametersException("make_result()", "The number has fewer digits than asked for.");
   OutputResult result;
   result.radix = number.radix;
   result.digit_count = digit_count;
@@ -136,13 +160,6 @@ void let_faults_in(const DigitWords& number, u64 digit_count) {
   const u64 used = (digit_count + width - 1) / width;
   orl::fault_point("digit words", const_cast<u64*>(number.words + (number.word_count - used)),
                    used * sizeof(u64));
-}
-
-std::string counts_text(const orl::DigitCounts& counts) {
-  std::string text;
-  for (u32 digit = 0; digit < counts.radix(); digit++)
-    text += (digit ? " " : "") + std::to_string(counts.count(digit));
-  return text;
 }
 
 // The digits before the point, as a number; each is checked.
@@ -168,17 +185,25 @@ u64 read_first_digits(const std::string& text, u32 radix) {
 void read_back(const OutputContext& context, const OutputResult& result, DigitStats& stats) {
   const auto reader = orl::open_digits(result.path, result.radix);
   stats.hash = read_first_digits(reader->first_digits(), result.radix);
-  const u64 block =
-      std::max(std::min(context.buffer.size - kReadOverhead, 4 * kMaxBlockDigits), kIoAlignment);
+  // Whole pages; the digits of larger blocks only wait longer for the next line on the console.
+  const u64 block = std::min(context.buffer.size - kReadOverhead, 4 * kMaxBlockDigits) & ~(kIoAlignment - 1);
   for (u64 done = 0; done < result.digit_count;) {
     const u64 count = std::min(block, result.digit_count - done);
     reader->load_stats(stats, done, count, context.buffer, context.parallel);
     done += count;
     context.status.show_count("Verifying...    ", done, "  digits hashed");
   }
+  reader->check_as_written(result.first_digits, result.digits_per_file, result.digit_count);
 }
 
 }  // namespace
+
+std::string counts_text(const orl::DigitCounts& counts) {
+  std::string text;
+  for (u32 digit = 0; digit < counts.radix(); digit++)
+    text += (digit ? " " : "") + std::to_string(counts.count(digit));
+  return text;
+}
 
 u64 output_buffer_bytes() {
   return LinearHeapBuffer::cut_bytes<u8>(kMinBlockDigits) + orl::page_span_bytes(kMinBlockDigits) +
@@ -192,8 +217,9 @@ OutputResult write_digits(const OutputContext& context, const DigitWords& number
   const auto writer = orl::make_digit_writer(target.path, name, result.first_digits, number.radix,
                                              target.digits_per_file, digit_count);
   let_faults_in(number, digit_count);
-  digit_pass(context, number, digit_count, writer.get(), result);
+  digit_pass(context, number, writer.get(), result);
   result.path = writer->path();
+  result.digits_per_file = target.digits_per_file;
   writer->close_and_get_basic_reader();
   orl::fault_point("digit file", result.path.data(), result.path.size());
   return result;
@@ -202,7 +228,7 @@ OutputResult write_digits(const OutputContext& context, const DigitWords& number
 OutputResult process_digits(const OutputContext& context, const DigitWords& number, u64 digit_count) {
   OutputResult result = make_result(context, number, digit_count);
   let_faults_in(number, digit_count);
-  digit_pass(context, number, digit_count, nullptr, result);
+  digit_pass(context, number, nullptr, result);
   return result;
 }
 
@@ -211,10 +237,15 @@ void verify_binary_output(const OutputContext& context, const DigitWords& number
   context.events.add("Verifying Binary Output");
   context.status.println("Verifying Binary Output:");
   const orl::StatusFrame frame(context.status, "Hashing: ");
-  // Taken from the words again; `result.hash` was taken when the digits went out.
+  verify_digits(context, number, result);
+}
+
+void verify_digits(const OutputContext& context, const DigitWords& number, const OutputResult& result) {
   const u64 after = orl::hash_canon(hash_of_words(number, result.digit_count, context.parallel));
-  if (after == result.hash) return;
-  context.status.println("Before Hash = " + std::to_string(result.hash), 'R');
+  if (after == result.hash && after == result.digit_hash) return;
+  if (!result.path.empty()) orl::mark_unfinished(result.path);
+  const u64 before = after == result.hash ? result.digit_hash : result.hash;
+  context.status.println("Before Hash = " + std::to_string(before), 'R');
   context.status.println("After  Hash = " + std::to_string(after), 'R');
   orl::fatal_error("Data Corruption Detected: Checksum Mismatch");
 }

@@ -56,12 +56,17 @@ struct OutputResult {
   u32 radix = 10;
   u64 digit_count = 0;
   std::string first_digits;  ///< with the point, such as "3."
-  u64 hash = 0;              ///< canonical; integer part included
+  u64 hash = 0;              ///< of the words, before digits were made; canonical; integer part included
+  u64 digit_hash = 0;        ///< the same of the digits that went out
   orl::DigitCounts counts{10};
-  std::string last_digits;                  ///< at most the last 100
+  orl::LastDigits last_digits;
   std::optional<orl::HashedDigits> sha256;  ///< of the decimal digits after the point
   std::string path;                         ///< of the (first) file; empty when none was written
+  u64 digits_per_file = 0;                  ///< of those files, as in OutputTarget
 };
+
+/// The counts from digit 0 on, a blank between two.
+std::string counts_text(const orl::DigitCounts& counts);
 
 /// Least window for any of the stages below.
 u64 output_buffer_bytes();
@@ -75,8 +80,12 @@ OutputResult write_digits(const OutputContext& context, const DigitWords& number
 OutputResult process_digits(const OutputContext& context, const DigitWords& number, u64 digit_count);
 
 /// "Verifying Binary Output:": compares the hash of the hexadecimal digits that went out with one taken
-/// directly from the binary words. Ends the program on a mismatch.
+/// directly from the binary words, now and before. On a mismatch takes the file's finished name away and ends
+/// the program.
 void verify_binary_output(const OutputContext& context, const DigitWords& number, const OutputResult& result);
+
+/// The same without a line of its own: for digits whose words another check proves.
+void verify_digits(const OutputContext& context, const DigitWords& number, const OutputResult& result);
 
 /// "Verifying Decimal Output" or "Verifying Hexadecimal Output": reads the files back and compares hash and
 /// counts. Ends the program on a mismatch with "Digit output failed. Metadata cross-check doesn't match."

@@ -18,6 +18,7 @@
 #include "numbers/big_float.h"
 #include "numbers/hash.h"
 #include "parallel/frameworks.h"
+#include "swap/path_check.h"
 
 namespace orvane {
 namespace {
@@ -183,8 +184,9 @@ class RamSession {
     dec_ = output(heap, decimal, parameters_.decimal_digits(), "Decimal");
 
     if (!parameters_.verify_conversion) return;
-    verify_conversion(context, digits, binary, heap);
     OutputContext reading{parallel_, status_, events_, heap};
+    verify_conversion(context, digits, binary, heap);
+    verify_digits(reading, decimal, dec_);
     if (hex_.digit_count != 0) verify_binary_output(reading, hexadecimal, hex_);
     if (!dec_.path.empty()) read_check(reading, dec_);
     if (!hex_.path.empty()) read_check(reading, hex_);
@@ -211,6 +213,7 @@ class RamSession {
     event("Verifying Base Conversion", "Verifying Base Conversion:");
     const auto proof = plan_.verification()->run(context, digits, binary, heap);
     if (proof.ok) return;
+    if (!dec_.path.empty()) orl::mark_unfinished(dec_.path);
     status_.println("R = " + std::to_string(proof.digits_hash), 'R');
     status_.println("B = " + std::to_string(proof.binary_hash), 'R');
     orl::fatal_error("Base Conversion Failed: Checksum Mismatch");
@@ -224,14 +227,16 @@ class RamSession {
     print_line("Start Time:                 ", timer_.start_date(), 'Y');
     print_line("End Time:                   ", timer_.end_date(), 'Y');
     console::newline();
-    print_line("Total Computation Time:     ", seconds_text(computing), 'G');
-    print_line("Start-to-End Wall Time:     ", seconds_text(timer_.wall_seconds()), 'G');
+    const std::string wall = seconds_text(timer_.wall_seconds());
+    std::string computation = seconds_text(computing);
+    computation.insert(0, wall.size() - std::min(wall.size(), computation.size()), ' ');
+    print_line("Total Computation Time:     ", computation, 'G');
+    print_line("Start-to-End Wall Time:     ", wall, 'G');
     console::newline();
     print_utilization("CPU Utilization:        ", 1);
     print_utilization("Multi-core Efficiency:  ", orl::logical_core_count());
     console::newline();
-    print_digits("Dec", "Decimal", dec_, "10^dec");
-    if (hex_.digit_count != 0) print_digits("Hex", "Hexadecimal", hex_, "16^hex");
+    print_results();
   }
 
   void print_utilization(const char* label, u64 cores) {
@@ -247,30 +252,42 @@ class RamSession {
     console::println(text, 'Y');
   }
 
-  static void print_digits(const char* radix, const char* radix_name, const OutputResult& result,
-                           const char* scale) {
-    console::println(std::string("Last ") + radix_name + " Digits:", 'w');
-    // Groups of ten, five to a line, with the index of the line's last digit.
-    const std::string& digits = result.last_digits;
-    u64 index = result.digit_count - digits.size();
-    for (std::size_t at = 0; at < digits.size(); at += 10) {
-      const std::string group = digits.substr(at, 10);
-      index += group.size();
-      console::print(group + " ", 'G');
-      if (at % 50 == 40 || at + 10 >= digits.size())
-        console::println(" :  " + console::format_with_commas(index), 'w');
+  // Last digits, counts and hashes, each of both radices before the next.
+  void print_results() {
+    const bool hexadecimal = hex_.digit_count != 0;
+    print_last_digits("Last Decimal Digits:", dec_);
+    if (hexadecimal) print_last_digits("Last Hexadecimal Digits:", hex_);
+    print_counts("Dec Counts: ", dec_);
+    if (hexadecimal) print_counts("Hex Counts: ", hex_);
+    print_line("Dec Hash: Floor(|x| * 10^dec) mod (2^61 - 1) = ", std::to_string(dec_.hash), 'G');
+    if (hexadecimal)
+      print_line("Hex Hash: Floor(|x| * 16^hex) mod (2^61 - 1) = ", std::to_string(hex_.hash), 'G');
+    if (dec_.sha256)
+      print_line("SHA256-dec(1 - " + std::to_string(dec_.digit_count) + ") = ", dec_.sha256->sha256(), 'G');
+  }
+
+  // Groups of ten, five to a line, with the index of the line's last digit.
+  static void print_last_digits(const char* title, const OutputResult& result) {
+    constexpr std::size_t kGroup = 10, kLine = 50;
+    console::println(title, 'w');
+    const std::string& digits = result.last_digits.text();
+    const u64 first = result.digit_count - digits.size();
+    const std::size_t index_width = console::format_with_commas(result.digit_count).size();
+    for (std::size_t at = 0; at < digits.size(); at += kLine) {
+      const std::size_t end = std::min(at + kLine, digits.size());
+      std::string line;
+      for (std::size_t group = at; group < end; group += kGroup)
+        line += digits.substr(group, std::min(kGroup, end - group)) + " ";
+      console::print_padded(kLine + kLine / kGroup, line, 'G');
+      console::print(" :  ", 'w');
+      console::print_number(index_width, first + end, 'w');
+      console::newline();
     }
     console::newline();
-    std::string counts;
-    for (orl::u32 digit = 0; digit < result.radix; digit++)
-      counts += (digit ? " " : "") + std::to_string(result.counts.count(digit));
-    print_line(std::string(radix) + " Counts: ", counts, 'G');
-    print_line(std::string(radix) + " Hash: Floor(|x| * " + scale + ") mod (2^61 - 1) = ",
-               std::to_string(orl::hash_canon(result.hash)), 'G');
-    if (result.sha256)
-      print_line("SHA256-dec(1 - " + std::to_string(result.digit_count) + ") = ", result.sha256->sha256(),
-                 'G');
-    console::newline();
+  }
+
+  static void print_counts(const char* label, const OutputResult& result) {
+    print_line(label, counts_text(result.counts), 'G');
   }
 
   ComputeParameters& parameters_;
@@ -288,6 +305,9 @@ class RamSession {
 bool RamParameters::check_parameters() {
   const std::string refusal = constant().unavailable();
   if (!refusal.empty()) throw InvalidParametersException("check_parameters()", refusal);
+  // A run that could not write its digits says so before it computes them.
+  if (output_digits && !orl::path_is_writable(output_path()))
+    throw InvalidParametersException("check_parameters()", "Path is not writable.");
   const u64 tds = parallelism.tds();
   u64 bytes = 0;
   try {

@@ -5,9 +5,19 @@
 #include <string>
 
 #include "digits/digit_stats.h"
+#include "frame/exceptions.h"
 #include "parallel/linear_buffer.h"
 
 namespace orl {
+
+/// The headers of a set's files do not agree, or a file is not as its writer left it.
+class InconsistentMetaData final : public ExceptionType<InconsistentMetaData, StringException> {
+ public:
+  static constexpr const char* kTypeName = "InconsistentMetaData";
+  /// The message: "Inconsistent Metadata: \"" path "\"", then what does not match.
+  InconsistentMetaData(const char* function, const std::string& path, const std::string& what)
+      : ExceptionType(function, "Inconsistent Metadata: \"" + path + "\"\n\n" + what) {}
+};
 
 class DigitReader {
  public:
@@ -18,16 +28,20 @@ class DigitReader {
   virtual const std::string& first_digits() const = 0;
   /// Digits after the point; 0 when the stream is unbounded.
   virtual u64 total_digits() const = 0;
-  /// Least window that load_digits and load_stats need.
-  virtual u64 min_buffer_bytes() const = 0;
+  /// Window that load_digits needs for `count` digits.
+  virtual u64 buffer_bytes(u64 count) const = 0;
 
   /// Raw digits of stream indices [offset, offset + count) after the point. Faults are FileException,
   /// InvalidParametersException "Out of range." or "Invalid Digit".
   virtual void load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                            ParallelContext parallel) = 0;
-  /// Appends the same digits to `stats`, in blocks as large as the window allows.
+  /// Appends the same digits to `stats`, in blocks as large as the window allows: a multiple of 64 digits and
+  /// what load_digits needs for them. 4096 + 8320 bytes are always enough.
   void load_stats(DigitStats& stats, u64 offset, u64 count, LinearHeapBuffer buffer,
                   ParallelContext parallel);
+  /// Throws InconsistentMetaData unless everything around the digits in the stream's files is what a writer
+  /// that was made with these arguments leaves there: headers, the fill of the last word, sizes.
+  virtual void check_as_written(const std::string& first_digits, u64 digits_per_file, u64 total_digits) = 0;
 };
 
 /// Opens a finished stream: a text file, or any file of a compressed set, told apart by ".ovd". radix 0 takes
@@ -35,7 +49,11 @@ class DigitReader {
 std::unique_ptr<DigitReader> open_digits(const std::string& path, u32 radix = 0);
 
 /// Gives the file, or every file of the set, the name of an unfinished one: what a caller does when it proves
-/// wrong.
+/// wrong. Says so on the console when that fails.
 void mark_unfinished(const std::string& path);
+
+/// The most digits, a multiple of 64, for which a window of `bytes` holds the raw digits and what `reader`
+/// needs to load them; 0 when there is no room for any.
+u64 block_for_window(const DigitReader& reader, u64 bytes);
 
 }  // namespace orl

@@ -1,8 +1,10 @@
 #include "digits/digit_stats.h"
 
 #include <algorithm>
+#include <optional>
 
 #include "digits/digit_count.h"
+#include "digits/digit_text.h"
 #include "digits/digit_words.h"
 #include "frame/exceptions.h"
 #include "numbers/hash.h"
@@ -41,30 +43,41 @@ u64 hash_digits(u32 radix, const u8* digits, u64 length) {
   return hash;
 }
 
+void DigitStats::append(const u8* digits, u64 length) {
+  constexpr u64 kPiece = 19 * 16 * 64;  // stays in the first-level cache between the two passes
+  for (u64 done = 0; done < length; done += kPiece) {
+    const u64 piece = std::min(kPiece, length - done);
+    counts.append(digits + done, piece);
+    hash = hash_add(hash_mul(hash, hash_pow(counts.radix(), piece)),
+                    hash_digits(counts.radix(), digits + done, piece));
+  }
+}
+
+void DigitStats::append(const DigitStats& next, u64 length) {
+  counts.add(next.counts);
+  hash = hash_add(hash_mul(hash, hash_pow(counts.radix(), length)), next.hash);
+}
+
 void DigitStats::append(const u8* digits, u64 length, ParallelContext parallel) {
   // A task's share takes longer than handing it out.
   constexpr u64 kMinBlock = 65536;
   constexpr u64 kMaxBlocks = 64;
   const u64 blocks = std::clamp<u64>(length / kMinBlock, 1, std::min(parallel.tds, kMaxBlocks));
-  if (blocks == 1) {
-    counts.append(digits, length);
-    hash = hash_add(hash_mul(hash, hash_pow(counts.radix(), length)),
-                    hash_digits(counts.radix(), digits, length));
-    return;
-  }
+  if (blocks == 1) return append(digits, length);
   const u64 block = (length + blocks - 1) / blocks;
   const auto begin_of = [&](u64 i) { return std::min(i * block, length); };
-  DigitCounts part_counts[kMaxBlocks];
-  u64 part_hashes[kMaxBlocks];
+  std::array<std::optional<DigitStats>, kMaxBlocks> parts;
   fork_range(parallel.parallelizer, 0, blocks, [&](u64 i) {
-    part_counts[i] = DigitCounts(counts.radix());
-    part_counts[i].append(digits + begin_of(i), begin_of(i + 1) - begin_of(i));
-    part_hashes[i] = hash_digits(counts.radix(), digits + begin_of(i), begin_of(i + 1) - begin_of(i));
+    parts[i].emplace(counts.radix()).append(digits + begin_of(i), begin_of(i + 1) - begin_of(i));
   });
-  for (u64 i = 0; i < blocks; i++) {
-    counts.add(part_counts[i]);
-    hash = hash_add(hash_mul(hash, hash_pow(counts.radix(), begin_of(i + 1) - begin_of(i))), part_hashes[i]);
-  }
+  for (u64 i = 0; i < blocks; i++) append(*parts[i], begin_of(i + 1) - begin_of(i));
+}
+
+void LastDigits::set(u32 radix, const u8* digits, u64 length) {
+  if (radix != 10 && radix != 16) throw InvalidParametersException("LastDigits::set()", "Invalid Radix.");
+  const u64 taken = std::min(length, kLength);
+  for (u64 i = length - taken; i < length; i++) text_.push_back(digit_character(digits[i]));
+  if (text_.size() > kLength) text_.erase(0, text_.size() - kLength);
 }
 
 }  // namespace orl

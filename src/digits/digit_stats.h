@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <string>
 
 #include "frame/types.h"
 #include "parallel/parallelizer.h"
@@ -37,7 +38,24 @@ struct DigitStats {
 
   /// Appends digits[0, length) behind the stretch: counts them, and hash = hash * radix^length + their
   /// integer.
+  void append(const u8* digits, u64 length);
   void append(const u8* digits, u64 length, ParallelContext parallel);
+  /// Appends a stretch of `length` digits that is known by its own record.
+  void append(const DigitStats& next, u64 length);
+};
+
+/// The last digits of a stream as text.
+class LastDigits {
+ public:
+  static constexpr u64 kLength = 100;
+  /// Takes the end of a stream of which digits[0, length) are the latest; what is left of the former ones
+  /// stays before them, kLength in all. Throws InvalidParametersException "Invalid Radix." from
+  /// "LastDigits::set()".
+  void set(u32 radix, const u8* digits, u64 length);
+  const std::string& text() const { return text_; }
+
+ private:
+  std::string text_;
 };
 
 /// Integer of digits[0, length) modulo 2^61 - 1, lazy.

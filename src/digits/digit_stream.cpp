@@ -5,10 +5,17 @@
 #include "digits/digit_writer.h"
 #include "digits/ovd_set.h"
 #include "digits/text_file.h"
+#include "frame/console.h"
 #include "frame/exceptions.h"
+#include "swap/file_calls.h"
 #include "swap/path_check.h"
 
 namespace orl {
+namespace {
+
+constexpr u64 kMaxBlockDigits = 4194304;  // larger blocks only leave the cache
+
+}  // namespace
 
 std::string digit_file_name(const std::string& constant, const std::string& algorithm, u32 radix) {
   switch (radix) {
@@ -38,24 +45,42 @@ std::unique_ptr<DigitReader> open_digits(const std::string& path, u32 radix) {
   return reader;
 }
 
+namespace {
+
+void take_name(const std::string& path, const std::string& unfinished) {
+  if (file_calls().rename(path.c_str(), unfinished.c_str()) != 0)
+    console::println("Unable to rename file: " + path, 'R');
+}
+
+}  // namespace
+
 void mark_unfinished(const std::string& path) {
-  constexpr const char* kFunction = "mark_unfinished()";
-  if (!path.ends_with(".ovd")) return rename_or_throw(path, unfinished_text_name(path), kFunction);
+  if (!path.ends_with(".ovd")) return take_name(path, unfinished_text_name(path));
   const std::string stem = ovd_stem(path);
   for (u64 id = 0;; id++) {
     const std::string file = stem + std::to_string(id) + ".ovd";
     if (!std::filesystem::exists(file)) return;
-    rename_or_throw(file, unfinished_ovd_name(file), kFunction);
+    take_name(file, unfinished_ovd_name(file));
   }
+}
+
+u64 block_for_window(const DigitReader& reader, u64 bytes) {
+  const auto fits = [&](u64 units) {
+    return units == 0 || 64 * units + reader.buffer_bytes(64 * units) <= bytes;
+  };
+  u64 low = 0, high = bytes / 64 + 1;  // low fits, high does not
+  while (high - low > 1) {
+    const u64 middle = low + (high - low) / 2;
+    (fits(middle) ? low : high) = middle;
+  }
+  return 64 * low;
 }
 
 void DigitReader::load_stats(DigitStats& stats, u64 offset, u64 count, LinearHeapBuffer buffer,
                              ParallelContext parallel) {
-  // A text file needs a byte of pages for each digit, a compressed one less: half the window for each.
-  const u64 pages = min_buffer_bytes();
-  if (buffer.size < pages + 64)
-    throw BufferTooSmallException("DigitReader::load_stats()", buffer.size, pages + 64);
-  const u64 block = std::max<u64>((buffer.size - pages) / 2 & ~u64{63}, 64);
+  const u64 block = std::min(block_for_window(*this, buffer.size), kMaxBlockDigits);
+  if (block == 0)
+    throw BufferTooSmallException("DigitReader::load_stats()", buffer.size, 64 + buffer_bytes(64));
   u8* const digits = buffer.spawn_words<u8>(block);
   for (u64 done = 0; done < count;) {
     const u64 length = std::min(block, count - done);

@@ -61,10 +61,8 @@ HashedDigits::HashedDigits(DigitReader& reader, u64 first_index, u64 count, Line
   if (reader.radix() != 10 && reader.radix() != 16)
     throw InvalidParametersException("HashedDigits()", "Invalid Radix.");
   constexpr u64 kMaxPiece = 0x40000000;
-  // Half of the window for the digits, half for the reader.
-  const u64 piece = std::min(kMaxPiece, buffer.size / 2 & ~u64{63});
-  if (piece < reader.min_buffer_bytes())
-    throw BufferTooSmallException("HashedDigits()", buffer.size, 2 * reader.min_buffer_bytes());
+  const u64 piece = std::min(kMaxPiece, block_for_window(reader, buffer.size));
+  if (piece == 0) throw BufferTooSmallException("HashedDigits()", buffer.size, 64 + reader.buffer_bytes(64));
   u8* const digits = buffer.spawn_words<u8>(piece);
   DigitHasher hasher(first_index);
   for (u64 done = 0; done < count;) {

@@ -4,15 +4,17 @@
 #include <atomic>
 #include <cstring>
 
+#include "digits/digit_reader.h"
 #include "digits/digit_words.h"
 #include "frame/exceptions.h"
-#include "swap/raw_io_buffer.h"
 
 namespace orl {
 namespace {
 
 // Words a task packs or unpacks; below this a task costs more than its work.
 constexpr u64 kBlockWords = 16384;
+// Words that a task moves between the file's bytes and an aligned array.
+constexpr u64 kPieceWords = 256;
 
 template <class Body>
 void for_word_blocks(u64 count, ParallelContext parallel, Body&& body) {
@@ -31,11 +33,28 @@ u64 load_word(const u8* data, u64 index) {
 }
 void store_word(u8* data, u64 index, u64 word) { std::memcpy(data + 8 * index, &word, 8); }
 
+// The digits of a stored word; those of an unwritten one are zeros.
+void unpack_stored(u32 radix, u8* digits, u64 stored) {
+  const u64 word = stored <= largest_word(radix) ? stored : 0;
+  unpack_words(radix, digits, &word, 1, 1);
+}
+
+bool valid(u32 radix, const u8* digits, u64 count) {
+  return std::all_of(digits, digits + count, [&](u8 digit) { return digit < radix; });
+}
+
 u64 file_bytes(const OvdHeader& header) {
   return header.data_offset + 8 * words_for(header.radix, header.digits());
 }
 
-OvdHeader with_data_offset(OvdHeader header) {
+OvdHeader make_header(const std::string& first_digits, u32 radix, u64 digits_per_file, u64 total_digits,
+                      u64 file_id) {
+  OvdHeader header;
+  header.first_digits = first_digits;
+  header.radix = radix;
+  header.block_size = digits_per_file;
+  header.total_digits = total_digits;
+  header.block_id = file_id;
   header.data_offset = format_header(header).size();
   return header;
 }
@@ -46,92 +65,94 @@ std::string unfinished_ovd_name(const std::string& path) {
   return path.substr(0, path.size() - std::strlen(".ovd")) + " (incomplete).ovd";
 }
 
-BasicOvdFileWriter::BasicOvdFileWriter(const std::string& path, OvdHeader header)
-    : header_(with_data_offset(std::move(header))),
-      file_(unfinished_ovd_name(path), path, page_span_bytes(file_bytes(header_))) {
-  alignas(kIoAlignment) u8 pages[4 * kIoAlignment];
+BasicOvdFileWriter::BasicOvdFileWriter(const std::string& name, const std::string& first_digits, u32 radix,
+                                       u64 digits_per_file, u64 total_digits, u64 file_id)
+    : header_(make_header(first_digits, radix, digits_per_file, total_digits, file_id)),
+      file_(unfinished_ovd_name(name), name, file_bytes(header_)) {
   const std::string text = format_header(header_);
-  file_.update(0, text.size(), LinearHeapBuffer(pages, sizeof pages), "BasicOvdFileWriter()",
-               [&](u8* data) { std::memcpy(data, text.data(), text.size()); });
+  file_.update(0, text.size(), [&](u8* data) { std::memcpy(data, text.data(), text.size()); });
 }
 
 u64 BasicOvdFileWriter::buffer_bytes(u32 radix, u64 count) {
-  return page_span_bytes(8 * (words_for(radix, count) + 2));
+  return page_span_bytes(8 * words_for(radix, count));
+}
+
+// Whole words, packed before the file is locked.
+void BasicOvdFileWriter::store_words(const u8* digits, u64 first_word, u64 count, LinearHeapBuffer buffer,
+                                     ParallelContext parallel) {
+  constexpr const char* kFunction = "BasicOvdFileWriter::store_digits_B()";
+  const u32 radix = header_.radix;
+  const u64 width = digits_per_word(radix);
+  const u64 offset = header_.data_offset + 8 * first_word;
+  const PageSpan span = cut_pages(buffer, offset, 8 * count, kFunction);
+  std::atomic<bool> bad{false};
+  for_word_blocks(count, parallel, [&](u64 begin, u64 end) {
+    u64 words[kPieceWords];
+    for (u64 i = begin; i < end; i += kPieceWords) {
+      const u64 piece = std::min(kPieceWords, end - i);
+      if (pack_words(radix, words, digits + i * width, piece)) bad = true;
+      std::memcpy(span.data + 8 * i, words, 8 * piece);
+    }
+  });
+  if (bad) throw InvalidParametersException(kFunction, "Invalid Digit");
+  file_.store(span, offset, 8 * count);
+}
+
+// Digits [begin, begin + count) of one word; the word keeps its others.
+void BasicOvdFileWriter::merge_word(const u8* digits, u64 word, u64 begin, u64 count) {
+  file_.update(header_.data_offset + 8 * word, 8, [&](u8* data) {
+    u8 all[19];
+    unpack_stored(header_.radix, all, load_word(data, 0));
+    std::memcpy(all + begin, digits, count);
+    u64 merged;
+    pack_words(header_.radix, &merged, all, 1);
+    store_word(data, 0, merged);
+  });
 }
 
 void BasicOvdFileWriter::store_digits_B(const u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                                         ParallelContext parallel) {
   constexpr const char* kFunction = "BasicOvdFileWriter::store_digits_B()";
-  if (offset + count > header_.digits()) throw InvalidParametersException(kFunction, "Out of range.");
-  if (count == 0) return;
+  if (offset > header_.digits() || count > header_.digits() - offset)
+    throw InvalidParametersException(kFunction, "Out of range.");
   const u32 radix = header_.radix;
   const u64 width = digits_per_word(radix);
-  const u64 first = offset / width, end = (offset + count + width - 1) / width;
-  std::atomic<bool> bad{false};
-
-  // A word of which only digits [begin, begin + length) are given keeps its others.
-  const auto merge = [&](u8* data, u64 index, u64 begin, u64 length, const u8* given) {
-    const u64 stored = load_word(data, index);
-    u8 all[19];
-    const u64 known = stored <= largest_word(radix) ? stored : 0;
-    unpack_words(radix, all, &known, 1, 1);
-    std::memcpy(all + begin, given, length);
-    u64 word;
-    if (pack_words(radix, &word, all, 1)) bad = true;
-    store_word(data, index, word);
-  };
-
-  const auto fill = [&](u8* data) {
-    const u8* next = digits;
-    u64 index = first, left = count;
-    if (const u64 begin = offset % width; begin != 0) {
-      const u64 length = std::min(width - begin, left);
-      merge(data, 0, begin, length, next);
-      next += length;
-      left -= length;
-      index++;
-    }
-    const u64 whole = left / width;
-    for_word_blocks(whole, parallel, [&](u64 begin, u64 stop) {
-      for (u64 i = begin; i < stop; i++) {
-        u64 word;
-        if (pack_words(radix, &word, next + i * width, 1)) bad = true;
-        store_word(data, index - first + i, word);
-      }
-    });
-    if (const u64 rest = left % width; rest != 0)
-      merge(data, index - first + whole, 0, rest, next + whole * width);
-    // Thrown before anything is stored.
-    if (bad) throw InvalidParametersException(kFunction, "Invalid Digit");
-  };
-  // A word that is given in part may begin or end with its page: the pages at both ends are read all the
-  // same.
-  file_.update(header_.data_offset + 8 * first, 8 * (end - first), buffer, kFunction, fill,
-               offset % width != 0 || (offset + count) % width != 0);
+  const u64 begin = offset % width;
+  const u64 head = std::min(begin == 0 ? 0 : width - begin, count);
+  const u64 whole = (count - head) / width;
+  const u64 tail = count - head - whole * width;
+  const u64 first = (offset + head) / width;  // whole words, and the tail behind them, begin here
+  const u8* const tail_digits = digits + (count - tail);
+  if (!valid(radix, digits, head) || !valid(radix, tail_digits, tail))
+    throw InvalidParametersException(kFunction, "Invalid Digit");
+  if (whole != 0) store_words(digits + head, first, whole, buffer, parallel);
+  if (head != 0) merge_word(digits, offset / width, begin, head);
+  if (tail != 0) merge_word(tail_digits, first + whole, 0, tail);
 }
 
-void BasicOvdFileWriter::finish() { file_.finish(file_bytes(header_)); }
+void BasicOvdFileWriter::seal() { file_.seal(file_bytes(header_)); }
 
 BasicOvdFileReader::BasicOvdFileReader(const std::string& path)
     : file_(path, RawFile::Mode::kRead), header_(parse_header(file_)) {}
 
-namespace {
+u64 BasicOvdFileReader::buffer_bytes(u32 radix, u64 count) {
+  // One word more: the stretch may begin and end within a word.
+  return page_span_bytes(8 * (words_for(radix, count) + 1));
+}
 
-const u8* read_word_bytes(const RawFile& file, const OvdHeader& header, u64 offset, u64 count,
-                          LinearHeapBuffer buffer) {
+const u8* BasicOvdFileReader::read_word_bytes(u64 offset, u64 count, LinearHeapBuffer buffer) const {
   constexpr const char* kFunction = "BasicOvdFileReader::read_words()";
-  const u64 begin = header.data_offset + 8 * offset;
+  const u64 begin = header_.data_offset + 8 * offset;
   const PageSpan span = cut_pages(buffer, begin, 8 * count, kFunction);
-  const u64 got = file.load_up_to(span.pages, span.file_offset, span.length);
+  const std::lock_guard lock(mutex_);
+  const u64 got = file_.load_up_to(span.pages, span.file_offset, span.length);
   if (span.file_offset + got < begin + 8 * count)
-    throw FileIO::FileException(kFunction, "Read error.", file.path(), 0);
+    throw FileIO::FileException(kFunction, "Read error.", file_.path(), 0);
   return span.data;
 }
 
-}  // namespace
-
 const u64* BasicOvdFileReader::read_words(u64 offset, u64 count, LinearHeapBuffer buffer) const {
-  const u8* bytes = read_word_bytes(file_, header_, offset, count, buffer);
+  const u8* bytes = read_word_bytes(offset, count, buffer);
   // The window's start is aligned, so the words fit before the bytes that they came from.
   std::memmove(buffer.ptr, bytes, 8 * count);
   return static_cast<const u64*>(buffer.ptr);
@@ -141,27 +162,55 @@ void BasicOvdFileReader::load_digits(u8* digits, u64 offset, u64 count, LinearHe
                                      ParallelContext parallel) const {
   if (count == 0) return;
   const u32 radix = header_.radix;
-  const u64 width = digits_per_word(radix);
+  const u64 width = digits_per_word(radix), largest = largest_word(radix);
   const u64 first = offset / width, end = (offset + count + width - 1) / width;
-  const u8* const data = read_word_bytes(file_, header_, first, end - first, buffer);
+  const u8* const data = read_word_bytes(first, end - first, buffer);
   std::atomic<bool> bad{false};
-  const u64 largest = largest_word(radix);
-  for_word_blocks(end - first, parallel, [&](u64 begin, u64 stop) {
-    for (u64 i = begin; i < stop; i++) {
-      const u64 word = load_word(data, i);
-      if (word > largest) {
-        bad = true;
-        return;
-      }
-      const u64 word_begin = (first + i) * width;
-      const u64 from = std::max(word_begin, offset), to = std::min(word_begin + width, offset + count);
-      if (to - from == width)
-        unpack_words(radix, digits + (from - offset), &word, 1, 1);
-      else
-        unpack_part(radix, digits + (from - offset), word, from - word_begin, to - from);
+  const auto part = [&](u64 index, u64 begin, u64 length, u8* to) {
+    const u64 word = load_word(data, index);
+    if (word > largest) bad = true;
+    unpack_part(radix, to, word, begin, length);
+  };
+  const u64 begin = offset % width;
+  const u64 head = std::min(begin == 0 ? 0 : width - begin, count);
+  const u64 whole = (count - head) / width, tail = count - head - whole * width;
+  const u64 first_whole = head != 0;
+  if (head != 0) part(0, begin, head, digits);
+  for_word_blocks(whole, parallel, [&](u64 from, u64 to) {
+    u64 words[kPieceWords];
+    for (u64 i = from; i < to; i += kPieceWords) {
+      const u64 piece = std::min(kPieceWords, to - i);
+      std::memcpy(words, data + 8 * (first_whole + i), 8 * piece);
+      if (*std::max_element(words, words + piece) > largest) bad = true;
+      unpack_words(radix, digits + head + i * width, words, 1, piece);
     }
   });
+  if (tail != 0) part(first_whole + whole, 0, tail, digits + (count - tail));
   if (bad) throw InvalidParametersException("BasicOvdFileReader::load_digits()", "Invalid Digit");
+}
+
+void BasicOvdFileReader::check_as_written(const OvdHeader& expected) const {
+  const auto require = [&](bool same, const char* text) {
+    if (!same) throw InconsistentMetaData("BasicOvdFileReader::check_as_written()", path(), text);
+  };
+  const std::string text = format_header(expected);
+  alignas(kIoAlignment) u8 pages[2 * kIoAlignment];
+  u64 size;
+  {
+    const std::lock_guard lock(mutex_);
+    size = file_.size();
+    file_.load_up_to(pages, 0, kIoAlignment);
+  }
+  require(header_.data_offset == text.size() && std::memcmp(pages, text.data(), text.size()) == 0,
+          "Header does not match.");
+  require(size == file_bytes(header_), "File size does not match.");
+  const u64 width = digits_per_word(header_.radix), words = words_for(header_.radix, header_.digits());
+  const u64 used = header_.digits() - (words - 1) * width;
+  u8 last[19];
+  unpack_stored(header_.radix, last,
+                load_word(read_word_bytes(words - 1, 1, LinearHeapBuffer(pages, sizeof pages)), 0));
+  require(std::all_of(last + used, last + width, [](u8 digit) { return digit == 0; }),
+          "Last word does not match.");
 }
 
 }  // namespace orl

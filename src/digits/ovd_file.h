@@ -4,6 +4,7 @@
 // its digits as zeros.
 #pragma once
 
+#include <mutex>
 #include <string>
 
 #include "digits/ovd_header.h"
@@ -12,26 +13,39 @@
 
 namespace orl {
 
+/// Any number of threads may store different ranges at once.
 class BasicOvdFileWriter {
  public:
-  /// The finished file is `path`, which ends in ".ovd".
-  BasicOvdFileWriter(const std::string& path, OvdHeader header);
+  /// The finished file is `name`, which ends in ".ovd"; it is made under its unfinished name.
+  BasicOvdFileWriter(const std::string& name, const std::string& first_digits, u32 radix, u64 digits_per_file,
+                     u64 total_digits, u64 file_id);
 
-  /// Stores raw digits at [offset, offset + count) of this file. Words that are covered in part are read and
-  /// merged. Throws InvalidParametersException "Invalid Digit".
+  /// Stores raw digits at [offset, offset + count). Words that are covered in part are read and merged.
+  /// Throws InvalidParametersException "Out of range.", or "Invalid Digit" before anything is stored.
   void store_digits_B(const u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                       ParallelContext parallel);
-  void finish();
+
+  /// Closes the file for now; stores open it again.
+  void park() { file_.park(); }
+  /// Flushes and closes; then gives the file its final name, or takes that back.
+  void seal();
+  void publish() { file_.publish(); }
+  void unpublish() noexcept { file_.unpublish(); }
   const std::string& path() const { return file_.final_path(); }
 
   /// Window of store_digits_B.
   static u64 buffer_bytes(u32 radix, u64 count);
 
  private:
+  void store_words(const u8* digits, u64 first_word, u64 count, LinearHeapBuffer buffer,
+                   ParallelContext parallel);
+  void merge_word(const u8* digits, u64 word, u64 begin, u64 count);
+
   OvdHeader header_;
   PageFile file_;
 };
 
+/// Any number of threads may read at once.
 class BasicOvdFileReader {
  public:
   explicit BasicOvdFileReader(const std::string& path);
@@ -44,9 +58,18 @@ class BasicOvdFileReader {
   /// Raw digits [offset, offset + count) of this file. Throws InvalidParametersException "Invalid Digit".
   void load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                    ParallelContext parallel) const;
+  /// Throws InconsistentMetaData unless every byte that is not a digit is the one that a writer of `expected`
+  /// puts there.
+  void check_as_written(const OvdHeader& expected) const;
+
+  /// Window of load_digits.
+  static u64 buffer_bytes(u32 radix, u64 count);
 
  private:
+  const u8* read_word_bytes(u64 offset, u64 count, LinearHeapBuffer buffer) const;
+
   RawFile file_;
+  mutable std::mutex mutex_;  ///< over the file's position
   OvdHeader header_;
 };
 

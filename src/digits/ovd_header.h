@@ -14,7 +14,7 @@ struct OvdHeader {
   u32 radix = 10;
   std::string first_digits;
   u64 total_digits = 0;  ///< 0: unbounded
-  u64 block_size = 0;    ///< digits of one file
+  u64 block_size = 0;    ///< digits of one file; of a file that was read: at most total_digits
   u64 block_id = 0;
   u64 data_offset = 0;  ///< of the first word, in bytes
 
@@ -27,7 +27,8 @@ struct OvdHeader {
 /// The header as it stands in a file, with its closing zero byte.
 std::string format_header(const OvdHeader& header);
 
-/// Reads and checks a header. Throws ParseException in the words of the format.
+/// Reads and checks a header. Throws ParseException in the words of the format, EndOfStreamException when the
+/// file ends within it.
 OvdHeader parse_header(const RawFile& file);
 
 /// Words that hold `digits` digits.

@@ -11,6 +11,9 @@
 namespace orl {
 namespace {
 
+// A process may have 1024 files open; a stream may have more.
+constexpr std::size_t kMaxOpenFiles = 64;
+
 // Cuts [offset, offset + count) at the borders of the files.
 std::vector<OvdCommand> cut_at_files(u64 offset, u64 count, u64 block_size, const char* function) {
   if (count == 0 || offset + count < offset) throw InvalidParametersException(function, "Internal Overflow");
@@ -58,13 +61,16 @@ std::string BasicOvdSetWriter::file_path(u64 id) const { return stem_ + std::to_
 
 BasicOvdFileWriter& BasicOvdSetWriter::file(u64 id) {
   const std::lock_guard lock(mutex_);
-  auto& file = files_[id];
-  if (!file) {
-    OvdHeader header = shape_;
-    header.block_id = id;
-    file = std::make_unique<BasicOvdFileWriter>(file_path(id), header);
+  const auto found = files_.find(id);
+  if (found != files_.end()) return *found->second;
+  if (open_.size() >= kMaxOpenFiles) {
+    for (BasicOvdFileWriter* file : open_) file->park();
+    open_.clear();
   }
-  return *file;
+  auto file = std::make_unique<BasicOvdFileWriter>(file_path(id), shape_.first_digits, shape_.radix,
+                                                   shape_.block_size, shape_.total_digits, id);
+  open_.push_back(file.get());
+  return *files_.emplace(id, std::move(file)).first->second;
 }
 
 void BasicOvdSetWriter::store_digits(const u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
@@ -81,8 +87,20 @@ void BasicOvdSetWriter::store_digits(const u8* digits, u64 offset, u64 count, Li
 std::unique_ptr<DigitReader> BasicOvdSetWriter::close_and_get_basic_reader() {
   if (files_.empty())
     throw InvalidParametersException("BasicOvdSetWriter::close_and_get_basic_reader()", "No files open.");
+  // No file looks finished before all are on the disk.
+  for (auto& [id, file] : files_) file->seal();
+  std::vector<BasicOvdFileWriter*> published;
+  try {
+    for (auto& [id, file] : files_) {
+      file->publish();
+      published.push_back(file.get());
+    }
+  } catch (const Exception&) {
+    for (BasicOvdFileWriter* file : published) file->unpublish();
+    throw;
+  }
   const std::string first = files_.begin()->second->path();
-  for (auto& [id, file] : files_) file->finish();
+  open_.clear();
   files_.clear();
   return std::make_unique<BasicOvdSetReader>(first);
 }
@@ -108,31 +126,28 @@ u64 BasicOvdSetReader::file_count() const {
   return (header.total_digits + header.block_size - 1) / header.block_size;
 }
 
-const BasicOvdFileReader& BasicOvdSetReader::load_file(u64 id) {
+std::shared_ptr<const BasicOvdFileReader> BasicOvdSetReader::load_file(u64 id) {
   constexpr const char* kFunction = "BasicOvdSetReader::load_file()";
   const std::lock_guard lock(mutex_);
-  auto& file = files_[id];
-  if (file) return *file;
-  std::unique_ptr<BasicOvdFileReader> opened;
+  if (const auto found = files_.find(id); found != files_.end()) return found->second;
+  if (files_.size() >= kMaxOpenFiles) files_.clear();
+  std::shared_ptr<const BasicOvdFileReader> opened;
   try {
-    opened = std::make_unique<BasicOvdFileReader>(file_path(id));
+    opened = std::make_shared<BasicOvdFileReader>(file_path(id));
   } catch (const FileIO::FileException& e) {
     throw FileIO::FileException(kFunction, "Unable to open file #" + std::to_string(id), e.path(), e.code());
   }
   const OvdHeader& first = first_->header();
   const OvdHeader& header = opened->header();
   const auto require = [&](bool same, const char* text) {
-    if (!same)
-      throw InvalidParametersException(kFunction,
-                                       "Inconsistent Metadata: \"" + opened->path() + "\"\n\n" + text);
+    if (!same) throw InconsistentMetaData(kFunction, opened->path(), text);
   };
   require(header.version == first.version, "File version does not match.");
   require(header.radix == first.radix, "Radix does not match.");
   require(header.block_size == first.block_size, "Digits per file does not match.");
   require(header.total_digits == first.total_digits, "Total digit does not match.");
   require(header.block_id == id, "File id does not match.");
-  file = std::move(opened);
-  return *file;
+  return files_.emplace(id, std::move(opened)).first->second;
 }
 
 std::vector<OvdCommand> BasicOvdSetReader::make_commands(u64 offset, u64 count) {
@@ -160,8 +175,19 @@ void BasicOvdSetReader::load_digits(u8* digits, u64 offset, u64 count, LinearHea
   if (count == 0) return;
   const u64 block_size = first_->header().block_size;
   for (const OvdCommand& part : make_commands(offset, count))
-    load_file(part.id).load_digits(digits + (part.begin - offset), part.begin - part.id * block_size,
-                                   part.end - part.begin, buffer, parallel);
+    load_file(part.id)->load_digits(digits + (part.begin - offset), part.begin - part.id * block_size,
+                                    part.end - part.begin, buffer, parallel);
+}
+
+void BasicOvdSetReader::check_as_written(const std::string& first_digits, u64 digits_per_file,
+                                         u64 total_digits) {
+  OvdHeader expected;
+  expected.radix = radix();
+  expected.first_digits = first_digits;
+  expected.total_digits = total_digits;
+  expected.block_size = digits_per_file == kSingleFile ? total_digits : digits_per_file;
+  for (; expected.begin() < total_digits; expected.block_id++)
+    load_file(expected.block_id)->check_as_written(expected);
 }
 
 }  // namespace orl

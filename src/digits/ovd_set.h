@@ -46,6 +46,7 @@ class BasicOvdSetWriter final : public DigitWriter {
   OvdHeader shape_;   ///< of every file, but for its number
   std::mutex mutex_;
   std::map<u64, std::unique_ptr<BasicOvdFileWriter>> files_;
+  std::vector<BasicOvdFileWriter*> open_;  ///< not parked
 };
 
 /// The path without extension and number: what the names of a set's files share.
@@ -59,22 +60,23 @@ class BasicOvdSetReader final : public DigitReader {
   u32 radix() const override { return first_->header().radix; }
   const std::string& first_digits() const override { return first_->header().first_digits; }
   u64 total_digits() const override { return first_->header().total_digits; }
-  u64 min_buffer_bytes() const override { return BasicOvdFileWriter::buffer_bytes(radix(), 1); }
+  u64 buffer_bytes(u64 count) const override { return BasicOvdFileReader::buffer_bytes(radix(), count); }
   void load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                    ParallelContext parallel) override;
+  void check_as_written(const std::string& first_digits, u64 digits_per_file, u64 total_digits) override;
 
   /// Files of a bounded stream.
   u64 file_count() const;
 
  private:
-  const BasicOvdFileReader& load_file(u64 id);
+  std::shared_ptr<const BasicOvdFileReader> load_file(u64 id);
   std::vector<OvdCommand> make_commands(u64 offset, u64 count);
   std::string file_path(u64 id) const { return stem_ + std::to_string(id) + ".ovd"; }
 
   std::string stem_;
   std::unique_ptr<BasicOvdFileReader> first_;  ///< the file that the set was opened by
   std::mutex mutex_;
-  std::map<u64, std::unique_ptr<BasicOvdFileReader>> files_;
+  std::map<u64, std::shared_ptr<const BasicOvdFileReader>> files_;  ///< those open now
 };
 
 }  // namespace orl

@@ -1,14 +1,25 @@
 #include "digits/page_writer.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include "frame/exceptions.h"
 #include "swap/file_calls.h"
-#include "swap/raw_io_buffer.h"
 
 namespace orl {
+namespace {
+
+bool is_folder(const std::string& path) {
+  const int fd = file_calls().open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+  if (fd < 0) return false;
+  file_calls().close(fd);
+  return true;
+}
+
+}  // namespace
 
 PageSpan cut_pages(LinearHeapBuffer buffer, u64 offset, u64 bytes, const char* function) {
   const auto address = reinterpret_cast<std::uintptr_t>(buffer.ptr);
@@ -25,15 +36,20 @@ PageSpan cut_pages(LinearHeapBuffer buffer, u64 offset, u64 bytes, const char* f
 
 PageFile::PageFile(std::string unfinished_path, std::string final_path, u64 expected_bytes)
     : unfinished_path_(std::move(unfinished_path)), final_path_(std::move(final_path)) {
+  // Told now rather than when all is written and the name cannot be given.
+  if (is_folder(final_path_))
+    FileIO::throw_file_error("PageFile()", EISDIR, "Unable to create file. A folder has this name.",
+                             final_path_);
   // What an earlier run left unfinished is not ours to continue.
   if (!remove_file(unfinished_path_))
     FileIO::throw_file_error("PageFile()", errno, "Unable to create file.", unfinished_path_);
-  file_ = RawFile(expected_bytes, unfinished_path_);
+  const u64 pages = (expected_bytes + kIoAlignment - 1) / kIoAlignment;
+  file_ = RawFile(pages * kIoAlignment, unfinished_path_);
 }
 
 PageFile::~PageFile() {
-  if (finished_) return;
-  file_ = RawFile();
+  if (sealed_) return;
+  file_.abandon();
   remove_file(unfinished_path_);
 }
 
@@ -42,23 +58,39 @@ void PageFile::load_page(u8* page, u64 file_offset) {
   std::memset(page + got, 0, kIoAlignment - got);
 }
 
-void PageFile::load_end_pages(const PageSpan& span, u64 offset, u64 bytes, bool always) {
-  const u64 end = offset + bytes, last = span.length - kIoAlignment;
-  const bool first_partial = always || offset % kIoAlignment != 0;
-  const bool last_partial = always || end % kIoAlignment != 0;
-  if (first_partial || (last == 0 && last_partial)) load_page(span.pages, span.file_offset);
-  if (last != 0 && last_partial) load_page(span.pages + last, span.file_offset + last);
+void PageFile::store(const PageSpan& span, u64 offset, u64 bytes) {
+  alignas(kIoAlignment) u8 page[kIoAlignment];
+  const u64 before = offset % kIoAlignment, used = (offset + bytes) % kIoAlignment;
+  const u64 last = span.length - kIoAlignment;
+  with_file([&] {
+    if (before != 0) {
+      load_page(page, span.file_offset);
+      std::memcpy(span.pages, page, before);
+    }
+    if (used != 0) {
+      if (before == 0 || last != 0) load_page(page, span.file_offset + last);
+      std::memcpy(span.pages + last + used, page + used, kIoAlignment - used);
+    }
+    file_.store(span.pages, span.file_offset, span.length);
+  });
 }
 
-void PageFile::finish(u64 bytes) {
+void PageFile::park() {
+  const std::lock_guard lock(mutex_);
+  parked_ = true;
+  file_.close();
+}
+
+void PageFile::seal(u64 bytes) {
   file_.close_and_set_size(bytes);
-  rename_or_throw(unfinished_path_, final_path_, "PageFile::finish()");
-  finished_ = true;
+  sealed_ = true;
 }
 
-void rename_or_throw(const std::string& from, const std::string& to, const char* function) {
-  if (file_calls().rename(from.c_str(), to.c_str()) != 0)
-    FileIO::throw_file_error(function, errno, "Unable to rename file.", to);
+void PageFile::publish() {
+  if (file_calls().rename(unfinished_path_.c_str(), final_path_.c_str()) != 0)
+    FileIO::throw_file_error("PageFile::publish()", errno, "Unable to rename file.", final_path_);
 }
+
+void PageFile::unpublish() noexcept { file_calls().rename(final_path_.c_str(), unfinished_path_.c_str()); }
 
 }  // namespace orl

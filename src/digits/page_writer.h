@@ -1,4 +1,8 @@
-// Bytes at any offset of a file that takes whole pages only.
+// Bytes at any offset of a file that takes whole pages only, and the file's unfinished name until it is
+// complete.
+//
+// Threads  any number may store different ranges at once: a caller fills its own window first, and only the
+//          reading of shared pages and the writing stand under the file's mutex. Nothing forks under it.
 #pragma once
 
 #include <mutex>
@@ -6,6 +10,7 @@
 
 #include "parallel/linear_buffer.h"
 #include "swap/raw_file.h"
+#include "swap/raw_io_buffer.h"
 
 namespace orl {
 
@@ -20,46 +25,69 @@ struct PageSpan {
 /// The pages that [offset, offset + bytes) of a file touches, cut from `buffer`. Throws
 /// BufferTooSmallException naming `function`.
 PageSpan cut_pages(LinearHeapBuffer buffer, u64 offset, u64 bytes, const char* function);
-/// Bytes of window that cut_pages needs for `bytes` at any offset.
-constexpr u64 page_span_bytes(u64 bytes) { return ((bytes + 4095) & ~u64{4095}) + 3 * 4096; }
 
-/// A file under construction. It is made under `unfinished_path`, filled in any order, and renamed at
-/// finish(). One that goes without finish() is removed.
+/// Bytes of window, aligned to 64, that cut_pages needs for `bytes` >= 1 at any offset.
+constexpr u64 page_span_bytes(u64 bytes) {
+  constexpr u64 kLostToAlignment = kIoAlignment - 64;
+  return ((bytes + kIoAlignment - 2) / kIoAlignment + 1) * kIoAlignment + kLostToAlignment;
+}
+
+/// A file under construction. It is made under `unfinished_path`, filled in any order, sealed when complete
+/// and then given its final name. One that goes before it is sealed is removed; one that is sealed but could
+/// not take its name stays under the unfinished one.
 class PageFile {
  public:
+  /// Throws FileException when the file cannot be made, or when a folder stands at `final_path`.
   PageFile(std::string unfinished_path, std::string final_path, u64 expected_bytes);
   PageFile(const PageFile&) = delete;
   PageFile& operator=(const PageFile&) = delete;
   ~PageFile();
 
-  /// Reads the span's first and last page where [offset, offset + bytes) covers them in part, lets `fill`
-  /// write the span's data, and stores all pages. With `keep_ends`, the first and last page are read in any
-  /// case, because `fill` merges with what they hold. One caller at a time gets past the lock.
-  template <class Fill>
-  void update(u64 offset, u64 bytes, LinearHeapBuffer buffer, const char* function, Fill&& fill,
-              bool keep_ends = false) {
-    const PageSpan span = cut_pages(buffer, offset, bytes, function);
-    const std::lock_guard lock(mutex_);
-    load_end_pages(span, offset, bytes, keep_ends);
-    fill(span.data);
-    file_.store(span.pages, span.file_offset, span.length);
+  /// Stores [offset, offset + bytes) from a span that cut_pages made for it and whose data the caller has
+  /// filled in. What the file holds around the range in the first and last page stays.
+  void store(const PageSpan& span, u64 offset, u64 bytes);
+
+  /// Lets `change` alter the bytes [offset, offset + bytes), at most a page of them, as they stand in the
+  /// file (zeros where nothing was stored yet). No other store comes between the reading and the writing.
+  template <class Change>
+  void update(u64 offset, u64 bytes, Change&& change) {
+    alignas(kIoAlignment) u8 pages[2 * kIoAlignment];
+    const PageSpan span =
+        cut_pages(LinearHeapBuffer(pages, sizeof pages), offset, bytes, "PageFile::update()");
+    with_file([&] {
+      for (u64 at = 0; at < span.length; at += kIoAlignment)
+        load_page(span.pages + at, span.file_offset + at);
+      change(span.data);
+      file_.store(span.pages, span.file_offset, span.length);
+    });
   }
 
-  /// Flushes, cuts the file to `bytes`, and gives it its final name.
-  void finish(u64 bytes);
+  /// Flushes and closes the file; from now on it is open only while something is stored.
+  void park();
+
+  /// Flushes the file and cuts it to `bytes`.
+  void seal(u64 bytes);
+  /// Gives a sealed file its final name, over whatever file has it; takes it back.
+  void publish();
+  void unpublish() noexcept;
   const std::string& final_path() const { return final_path_; }
 
  private:
-  void load_end_pages(const PageSpan& span, u64 offset, u64 bytes, bool always);
+  // Runs body() with the file open and the mutex held.
+  template <class Body>
+  void with_file(Body&& body) {
+    const std::lock_guard lock(mutex_);
+    if (!file_.is_open()) file_ = RawFile(unfinished_path_, RawFile::Mode::kReadWrite);
+    body();
+    if (parked_) file_.close();
+  }
   void load_page(u8* page, u64 file_offset);
 
   std::string unfinished_path_, final_path_;
   RawFile file_;
   std::mutex mutex_;
-  bool finished_ = false;
+  bool parked_ = false;
+  bool sealed_ = false;
 };
-
-/// Renames over what stands there; throws FileException "Unable to rename file.".
-void rename_or_throw(const std::string& from, const std::string& to, const char* function);
 
 }  // namespace orl

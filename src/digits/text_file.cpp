@@ -47,26 +47,26 @@ BasicTextWriter::BasicTextWriter(const std::string& path, const std::string& fir
     : radix_(radix),
       header_bytes_(checked_header(first_digits, radix)),
       total_digits_(total_digits),
-      file_(unfinished_text_name(path), path, page_span_bytes(header_bytes_ + total_digits)) {
-  alignas(kIoAlignment) u8 pages[4 * kIoAlignment];
-  file_.update(0, header_bytes_, LinearHeapBuffer(pages, sizeof pages), "BasicTextWriter()",
-               [&](u8* data) { std::memcpy(data, first_digits.data(), header_bytes_); });
+      file_(unfinished_text_name(path), path, header_bytes_ + total_digits) {
+  file_.update(0, header_bytes_, [&](u8* data) { std::memcpy(data, first_digits.data(), header_bytes_); });
 }
 
 void BasicTextWriter::store_digits(const u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                                    ParallelContext parallel) {
-  if (offset + count > total_digits_)
-    throw InvalidParametersException("BasicTextWriter::store_digits()", "Out of range.");
+  constexpr const char* kFunction = "BasicTextWriter::store_digits()";
+  if (offset > total_digits_ || count > total_digits_ - offset)
+    throw InvalidParametersException(kFunction, "Out of range.");
   if (count == 0) return;
-  file_.update(header_bytes_ + offset, count, buffer, "BasicTextWriter::store_digits()", [&](u8* data) {
-    for_blocks(count, parallel, [&](u64 begin, u64 end) {
-      digits_to_text(reinterpret_cast<char*>(data) + begin, digits + begin, end - begin);
-    });
+  const PageSpan span = cut_pages(buffer, header_bytes_ + offset, count, kFunction);
+  for_blocks(count, parallel, [&](u64 begin, u64 end) {
+    digits_to_text(reinterpret_cast<char*>(span.data) + begin, digits + begin, end - begin);
   });
+  file_.store(span, header_bytes_ + offset, count);
 }
 
 std::unique_ptr<DigitReader> BasicTextWriter::close_and_get_basic_reader() {
-  file_.finish(header_bytes_ + total_digits_);
+  file_.seal(header_bytes_ + total_digits_);
+  file_.publish();
   return std::make_unique<BasicTextReader>(file_.final_path(), radix_);
 }
 
@@ -112,10 +112,21 @@ void BasicTextReader::load_digits(u8* digits, u64 offset, u64 count, LinearHeapB
   if (count == 0) return;
   const u64 begin = first_digits_.size() + offset;
   const PageSpan span = cut_pages(buffer, begin, count, kFunction);
-  const u64 got = file_.load_up_to(span.pages, span.file_offset, span.length);
-  if (span.file_offset + got < begin + count)
-    throw FileIO::FileException(kFunction, "Read error.", file_.path(), 0);
+  {
+    const std::lock_guard lock(mutex_);
+    const u64 got = file_.load_up_to(span.pages, span.file_offset, span.length);
+    if (span.file_offset + got < begin + count)
+      throw FileIO::FileException(kFunction, "Read error.", file_.path(), 0);
+  }
   process_txt(digits, reinterpret_cast<const char*>(span.data), count, parallel);
+}
+
+void BasicTextReader::check_as_written(const std::string& first_digits, u64, u64 total_digits) {
+  const auto require = [&](bool same, const char* text) {
+    if (!same) throw InconsistentMetaData("BasicTextReader::check_as_written()", file_.path(), text);
+  };
+  require(first_digits_ == first_digits, "First digits do not match.");
+  require(total_digits_ == total_digits, "File size does not match.");
 }
 
 }  // namespace orl

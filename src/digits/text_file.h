@@ -39,14 +39,16 @@ class BasicTextReader final : public DigitReader {
   u32 radix() const override { return radix_; }
   const std::string& first_digits() const override { return first_digits_; }
   u64 total_digits() const override { return total_digits_; }
-  u64 min_buffer_bytes() const override { return page_span_bytes(1); }
+  u64 buffer_bytes(u64 count) const override { return page_span_bytes(count); }
   void load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                    ParallelContext parallel) override;
+  void check_as_written(const std::string& first_digits, u64 digits_per_file, u64 total_digits) override;
 
  private:
   void process_txt(u8* digits, const char* text, u64 count, ParallelContext parallel);
 
   RawFile file_;
+  std::mutex mutex_;  ///< over the file's position
   u32 radix_;
   std::string first_digits_;
   u64 total_digits_ = 0;

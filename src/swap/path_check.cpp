@@ -1,6 +1,5 @@
 #include "swap/path_check.h"
 
-#include "frame/exceptions.h"
 #include "swap/raw_file.h"
 
 namespace orl {
@@ -15,7 +14,7 @@ bool path_is_writable(const std::string& folder) {
   try {
     RawFile(path, RawFile::Mode::kCreate).close();
     return remove_file(path);
-  } catch (const Exception&) {
+  } catch (...) {
     return false;
   }
 }

@@ -166,15 +166,18 @@ u64 RawFile::store(const void* buffer, u64 offset, u64 length) {
     if (put < 0) fail("RawFile::store()", "write() failed.");
     done += static_cast<u64>(put);
     if (static_cast<u64>(put) == piece) continue;
-    // A disk that fills up answers with a short count first; the next call says why.
-    const std::string counts = std::to_string(done) + " / " + std::to_string(length);
-    errno = 0;
-    const u64 rest = length - done;
-    if (file_calls().write(fd_, static_cast<const u8*>(buffer) + done, rest) < 0)
-      fail("RawFile::store()", "Incomplete Write: " + counts);
-    throw FileIO::FileException("RawFile::store()", "Incomplete Write: " + counts, path_, 0);
+    fail_short_write(static_cast<const u8*>(buffer), done, length);
   }
   return length;
+}
+
+// A disk that fills up answers with a short count first; a call for the rest says why.
+void RawFile::fail_short_write(const u8* buffer, u64 done, u64 length) const {
+  const std::string text = "Incomplete Write: " + std::to_string(done) + " / " + std::to_string(length);
+  const bool askable = done % kIoAlignment == 0;
+  const u64 rest = std::min(length - done, kMaxTransferBytes);
+  if (askable && file_calls().write(fd_, buffer + done, rest) < 0) fail("RawFile::store()", text);
+  throw FileIO::FileException("RawFile::store()", text, path_, 0);
 }
 
 void RawFile::set_size(u64 length) {
@@ -193,6 +196,10 @@ void RawFile::close() {
     fail("RawFile::close()", "Unable to flush file.");
   }
   if (file_calls().close(fd) != 0) fail("RawFile::close()", "Unable to close file.");
+}
+
+void RawFile::abandon() {
+  if (fd_ >= 0) file_calls().close(std::exchange(fd_, -1));
 }
 
 void RawFile::close_and_set_size(u64 length) {

@@ -1,9 +1,8 @@
 // A file of bulk data, unbuffered (O_DIRECT) whenever the file system allows it.
 //
 // Alignment  buffer, offset and length of every transfer are multiples of 4096, checked at each call.
-// Faults     a failed system call throws FileException with path, function and the system's code. What merely
-// costs speed
-//            is reported once a process and survived.
+// Faults     a failed system call throws FileException with path, function and the system's code. What
+//            merely costs speed is reported once a process and survived.
 // Threads    a file has one position: one thread at a time.
 #pragma once
 
@@ -48,6 +47,8 @@ class RawFile {
   void set_size(u64 length);
   /// Flushes and closes. Throws "Unable to flush file." or "Unable to close file.".
   void close();
+  /// Closes without a flush and without a word: for a file that is about to be removed.
+  void abandon();
   /// close(), then cuts or extends the file to `length`, which need not be aligned.
   void close_and_set_size(u64 length);
   /// Flushes, closes, renames over whatever stands at `new_path`, reopens. Failure cannot be undone and ends
@@ -63,6 +64,7 @@ class RawFile {
   void open_in_mode();
   void seek(u64 offset, const char* function) const;
   u64 read_loop(void* buffer, u64 offset, u64 length) const;
+  [[noreturn]] void fail_short_write(const u8* buffer, u64 done, u64 length) const;
   [[noreturn]] void fail(const char* function, const std::string& message) const;
 
   int fd_ = -1;
