@@ -6,6 +6,7 @@
 // ramp, and prints what tools/make_fft_table.py fits its costs to. Times are medians of rounds that alternate
 // with the peer; the spread is the distance of the quartiles.
 #include <gmp.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <chrono>
@@ -50,10 +51,14 @@ u64 next_random(u64& state) {
   return z ^ (z >> 31);
 }
 
+/// Memory as the program's allocator gives it: large blocks on large pages.
 struct Block {
-  explicit Block(u64 bytes)
-      : size((bytes + 63) & ~u64{63}), ptr(std::aligned_alloc(64, std::max<u64>(size, 64))) {
+  explicit Block(u64 bytes) : size((bytes + 63) & ~u64{63}) {
+    constexpr u64 kLargePage = u64{1} << 21;
+    const u64 alignment = size < kLargePage ? 64 : kLargePage;
+    ptr = std::aligned_alloc(alignment, (size + alignment) & ~(alignment - 1));
     if (!ptr) std::abort();
+    if (alignment == kLargePage) madvise(ptr, size, MADV_HUGEPAGE);
     std::memset(ptr, 0, size);
   }
   Block(const Block&) = delete;

@@ -90,7 +90,7 @@ class FftRun {
 
   // Passes the carries of all runs on, from the lowest points to the highest.
   void resolve_carries(FftWindow window, void* tmp, u64 tasks) const {
-    const u64 chunk = kFftChunkGroups * plan_.w;  // bytes
+    const u64 chunk = plan_.chunk_groups() * plan_.w;  // bytes
     u64 carry = 0;
     for (u64 g = 0; g < FftStageWork::group_count(plan_); ++g)
       for (u32 l = 0; l < kFftSecondRadix; ++l)

@@ -47,7 +47,7 @@ struct FftStageWork {
   FftRunGroup* groups;  ///< group_count(plan) of them: those of the real parts,
                         ///< then of the imaginary parts
 
-  static u64 chunk_doubles(const FftPlan& plan) { return u64{plan.branches()} * kFftChunkGroups * 16; }
+  static u64 chunk_doubles(const FftPlan& plan) { return plan.branches() * plan.chunk_groups() * 16; }
   static u64 group_count(const FftPlan& plan) { return 2 * plan.first_radix(); }
 };
 

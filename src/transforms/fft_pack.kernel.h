@@ -194,7 +194,8 @@ void finish(const FftPlan& plan, double* F, FftWindow window, u8* fields) {
 /// aside when a run's bytes do not all lie in it.
 class ChunkTargets {
  public:
-  ChunkTargets(const FftPlan& plan, FftWindow window) : w_(plan.w), window_(window) {}
+  ChunkTargets(const FftPlan& plan, FftWindow window)
+      : bytes_(plan.chunk_groups() * plan.w), window_(window) {}
 
   /// Run l's bytes of the chunk begin at `begin` + l * `distance` of the
   /// product.
@@ -203,7 +204,7 @@ class ChunkTargets {
     distance_ = distance;
     for (u32 l = 0; l < kRuns; ++l) {
       const u64 position = begin + l * distance;
-      const bool inside = position >= window_.begin && position + bytes() + kClutter <= window_.end;
+      const bool inside = position >= window_.begin && position + bytes_ + kClutter <= window_.end;
       out_[l] = inside ? window_.target + (position - window_.begin) : aside_[l];
     }
   }
@@ -216,29 +217,28 @@ class ChunkTargets {
   }
 
  private:
-  u64 bytes() const { return kFftChunkGroups * w_; }
   void finish_aside(u32 l, u64 position, u64 kept, FftRunGroup& group) {
     u64 i = kept;
-    for (; i < bytes() && position + i < window_.begin && group.dropped_ones[l]; ++i)
+    for (; i < bytes_ && position + i < window_.begin && group.dropped_ones[l]; ++i)
       group.dropped_ones[l] = aside_[l][i] == 0xff;
     const u64 from = position + kept < window_.begin ? window_.begin : position + kept;
-    const u64 to = position + bytes() < window_.end ? position + bytes() : window_.end;
+    const u64 to = position + bytes_ < window_.end ? position + bytes_ : window_.end;
     if (from < to)
       __builtin_memcpy(window_.target + (from - window_.begin), aside_[l] + (from - position), to - from);
   }
 
-  u32 w_;
+  u64 bytes_;
   FftWindow window_;
   u64 begin_ = 0, distance_ = 0;
   u8* out_[kRuns];
-  u8 aside_[kRuns][kFftChunkGroups * kMaxW + 2 * kReadBytes];
+  u8 aside_[kRuns][kFftMaxChunkGroups * kMaxW + 2 * kReadBytes];
 };
 
 template <u32 R>
 void blocked_last_stage(const FftPlan& plan, const double* F, FftWindow window, u64 chunk_begin,
                         u64 chunk_end, const FftStageWork& work) {
   const Packing p(plan);
-  constexpr u64 kRow = kFftChunkGroups * kPointGroup;
+  const u64 groups = plan.chunk_groups(), row = groups * kPointGroup;
   const u64 stream = plan.branch_points() / 8;  // groups of eight points in a run of the whole column range
   double* chunk = work.chunk;
   for (u32 g = 0; g < 2 * R; ++g)
@@ -249,24 +249,24 @@ void blocked_last_stage(const FftPlan& plan, const double* F, FftWindow window, 
   ChunkTargets targets(plan, window);
   for (u64 c = chunk_begin; c < chunk_end; ++c) {
     for (u32 i = 0; i < R; ++i)
-      inverse_pass<kFftSecondRadix>(F + i * kFftSecondRadix * stream * kPointGroup + c * kRow,
-                                    stream * kPointGroup, chunk + i * kFftSecondRadix * kRow, kRow, kRow,
+      inverse_pass<kFftSecondRadix>(F + i * kFftSecondRadix * stream * kPointGroup + c * row,
+                                    stream * kPointGroup, chunk + i * kFftSecondRadix * row, row, row,
                                     second_twiddles(plan, i));
-    const u64 part = kFftSecondRadix * kRow;
+    const u64 part = kFftSecondRadix * row;
     for (u32 j = 0; j < kFftSecondRadix; ++j)
-      root_inverse_pass<R>(chunk + j * kRow, part, kRow, fft_first_powers(R), plan.tables->root(1, 0)[0][0]);
+      root_inverse_pass<R>(chunk + j * row, part, row, fft_first_powers(R), plan.tables->root(1, 0)[0][0]);
     for (u32 g = 0; g < 2 * R; ++g) {
       FftRunGroup& group = work.groups[g];
-      targets.begin((g * kFftSecondRadix * stream + c * kFftChunkGroups) * p.w, stream * p.w);
+      targets.begin((g * kFftSecondRadix * stream + c * groups) * p.w, stream * p.w);
       for (u32 s = 0; s < kRuns; s += L) {
         const double* run[L];
         u8* out[L];
         for (u32 l = 0; l < L; ++l) {
-          run[l] = chunk + g % R * part + (s + l) * kRow + g / R * L;
+          run[l] = chunk + g % R * part + (s + l) * row + g / R * L;
           out[l] = targets.out(s + l);
         }
         U64 carry = U64::load(group.carry + s);
-        pack_runs(run, kFftChunkGroups, p, carry, out, c == chunk_begin, &group.first[0][s]);
+        pack_runs(run, groups, p, carry, out, c == chunk_begin, &group.first[0][s]);
         carry.store(group.carry + s);
       }
       targets.end(c == chunk_begin ? p.w : 0, group);

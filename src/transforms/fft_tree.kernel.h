@@ -10,6 +10,7 @@ struct Source {
   const FftTwiddles* const* levels;
   const FftTwiddles* base;  ///< null: no rotation
   const u8* base_index;     ///< level to base record
+  u64 ahead;                ///< doubles to what is prefetched beside each block; 0 for none
 
   /// The record of node n at `level`; `room` holds it when it must be computed.
   FFT_INLINE const FftTwiddles& record(u32 level, u64 n, FftTwiddles& room) const {
@@ -59,6 +60,11 @@ constexpr Pointwise pointwise_of(FftStep s) {
   return s == FftStep::forward ? Pointwise::kNone : uses_g(s) ? Pointwise::kMultiply : Pointwise::kSquare;
 }
 
+/// Fetches a block into the second-level cache.
+FFT_INLINE void prefetch_block(const double* x) {
+  for (u32 i = 0; i < kBlockDoubles; i += 8) __builtin_prefetch(x + i, 1, 2);
+}
+
 template <FftStep S>
 FFT_INLINE void block_step(double* x, double* g, const FftTwiddles& t) {
   if constexpr (S == FftStep::convolve_multiply) transform_block<true, Pointwise::kNone>(g, nullptr, t);
@@ -72,6 +78,10 @@ void node_step(const Source& source, double* x, double* g, u32 level, u64 n, u32
   FftTwiddles room;
   const FftTwiddles& t = source.record(level, n, room);
   if (height == 0) {
+    if (source.ahead) {
+      prefetch_block(x + source.ahead);
+      if constexpr (uses_g(S)) prefetch_block(g + source.ahead);
+    }
     block_step<S>(x, g, t);
     return;
   }
@@ -87,13 +97,14 @@ void node_step(const Source& source, double* x, double* g, u32 level, u64 n, u32
 
 /// The same above the subtrees of a blocked transform.
 template <FftStep S>
-void upper_node_step(const FftPlan& plan, u32 root, double* x, double* g, u32 level, u64 n, u32 height) {
+void upper_node_step(const FftPlan& plan, u32 root, u64 ahead, double* x, double* g, u32 level, u64 n,
+                     u32 height) {
   const FftTables& tables = *plan.tables;
   const u32 depth = plan.subtree_depth();
   if (level == depth) {
     const u32 count = FftTables::base_count(plan.k, depth);
     const Source subtree{tables.root(1, 0), tables.subtree_bases(plan.k, root, depth) + n * count,
-                         count == kFftPassLevels.size() ? kPassLevel : kEveryLevel};
+                         count == kFftPassLevels.size() ? kPassLevel : kEveryLevel, ahead};
     node_step<S>(subtree, x, g, 0, 0, height);
     return;
   }
@@ -103,7 +114,7 @@ void upper_node_step(const FftPlan& plan, u32 root, double* x, double* g, u32 le
   if constexpr (S == FftStep::convolve_multiply) forward_node_pass(g, stride, bits, t);
   if constexpr (is_forward(S)) forward_node_pass(x, stride, bits, t);
   for (u64 i = 0; i < u64{1} << bits; ++i)
-    upper_node_step<S>(plan, root, x + i * stride, uses_g(S) ? g + i * stride : nullptr, level + bits,
+    upper_node_step<S>(plan, root, ahead, x + i * stride, uses_g(S) ? g + i * stride : nullptr, level + bits,
                        (n << bits) + i, height - bits);
   if constexpr (S != FftStep::forward) inverse_node_pass(x, stride, bits, t);
 }
@@ -114,10 +125,14 @@ void branch_step(const FftPlan& plan, double* F, double* G, u32 index) {
   const u64 offset = 2 * plan.branch_points() * index;
   double* g = uses_g(S) ? G + offset : nullptr;
   if (plan.blocked()) {
-    upper_node_step<S>(plan, b.root, F + offset, g, b.level, b.node, b.height);
+    // A transform beyond the caches: while a branch is worked on in cache, the next one is fetched (64 MiB,
+    // one thread, Zen 4: forward 9.9 -> 7.6 ms; 8 MiB: no difference).
+    const bool fetch = plan.complex_points() >= kFftPrefetchPoints && index + 1 < plan.branches();
+    upper_node_step<S>(plan, b.root, fetch ? 2 * plan.branch_points() : 0, F + offset, g, b.level, b.node,
+                       b.height);
   } else {
-    node_step<S>(Source{plan.tables->root(plan.k, b.root), nullptr, nullptr}, F + offset, g, b.level, b.node,
-                 b.height);
+    node_step<S>(Source{plan.tables->root(plan.k, b.root), nullptr, nullptr, 0}, F + offset, g, b.level,
+                 b.node, b.height);
   }
 }
 

@@ -106,16 +106,16 @@ void blocked_first_stage(const FftPlan& plan, double* F, FftOperand a, u64 chunk
   const BitFields fields(plan.w);
   RunReader reader(a, plan.w);
   const bool real = a.count <= plan.field_bytes() / 2;
-  constexpr u64 kRow = kFftChunkGroups * kPointGroup;  // doubles of one stream in the chunk
-  const u64 stream = plan.branch_points() / 8;         // groups
+  const u64 groups = plan.chunk_groups(), row = groups * kPointGroup;  // doubles of one stream in the chunk
+  const u64 stream = plan.branch_points() / 8;                         // groups
   for (u64 c = chunk_begin; c < chunk_end; ++c) {
     for (u32 r = 0; r < kFftSecondRadix; ++r)
-      unpack_parts<R>(reader, plan, real, r * stream + c * kFftChunkGroups, kFftSecondRadix * stream,
-                      kFftChunkGroups, fields, chunk + r * kRow, kFftSecondRadix * kRow);
+      unpack_parts<R>(reader, plan, real, r * stream + c * groups, kFftSecondRadix * stream, groups, fields,
+                      chunk + r * row, kFftSecondRadix * row);
     for (u32 i = 0; i < R; ++i)
-      forward_pass<kFftSecondRadix>(chunk + i * kFftSecondRadix * kRow, kRow,
-                                    F + i * kFftSecondRadix * stream * kPointGroup + c * kRow,
-                                    stream * kPointGroup, kRow, second_twiddles(plan, i));
+      forward_pass<kFftSecondRadix>(chunk + i * kFftSecondRadix * row, row,
+                                    F + i * kFftSecondRadix * stream * kPointGroup + c * row,
+                                    stream * kPointGroup, row, second_twiddles(plan, i));
   }
 }
 
