@@ -75,14 +75,15 @@ class ArgumentConstant : public Constant {
     }
   }
   void set_argument(const std::string& text) override {
-    bool whole = false;
-    const u64 value = parse_whole_number(text, whole);
-    if (!whole)
+    const WholeNumber number = parse_whole_number(text);
+    if (number.kind == WholeNumber::kTooLarge)
+      throw InvalidParametersException(function(), text + " is out of range.");
+    if (number.kind == WholeNumber::kNone)
       throw InvalidParametersException(function(), std::string("The constant \"") + key() +
                                                        "\" needs a whole number as its argument, such as " +
                                                        key() + ":" + example() + ".");
-    check_argument(value);
-    argument_ = value;
+    check_argument(number.value);
+    argument_ = number.value;
   }
 
  protected:
@@ -206,7 +207,7 @@ class BrentConstant final : public ArgumentConstant {
     if (value > 63) throw InvalidParametersException(function(), std::to_string(value) + " is out of range.");
   }
   void check_file_argument(orl::s64 value) const override {
-    if (value < 1 || value > 63)
+    if (value < 0 || value > 63)
       throw InvalidParametersException(function(), std::to_string(value) + " is a out of range.");
   }
   const char* prompt() const override { return "\nn = 2^k: k = "; }

@@ -182,18 +182,16 @@ u64 read_first_digits(const std::string& text, u32 radix) {
 }
 
 // Every digit of the finished files, from the first.
-void read_back(const OutputContext& context, const OutputResult& result, DigitStats& stats) {
-  const auto reader = orl::open_digits(result.path, result.radix);
-  stats.hash = read_first_digits(reader->first_digits(), result.radix);
+void read_back(const OutputContext& context, orl::DigitReader& reader, u64 digit_count, DigitStats& stats) {
+  stats.hash = read_first_digits(reader.first_digits(), reader.radix());
   // Whole pages; the digits of larger blocks only wait longer for the next line on the console.
   const u64 block = std::min(context.buffer.size - kReadOverhead, 4 * kMaxBlockDigits) & ~(kIoAlignment - 1);
-  for (u64 done = 0; done < result.digit_count;) {
-    const u64 count = std::min(block, result.digit_count - done);
-    reader->load_stats(stats, done, count, context.buffer, context.parallel);
+  for (u64 done = 0; done < digit_count;) {
+    const u64 count = std::min(block, digit_count - done);
+    reader.load_stats(stats, done, count, context.buffer, context.parallel);
     done += count;
     context.status.show_count("Verifying...    ", done, "  digits hashed");
   }
-  reader->check_as_written(result.first_digits, result.digits_per_file, result.digit_count);
 }
 
 }  // namespace
@@ -259,12 +257,14 @@ void read_check(const OutputContext& context, const OutputResult& result) {
 
   DigitStats stats(result.radix);
   try {
-    read_back(context, result, stats);
+    const auto reader = orl::open_digits(result.path, result.radix);
+    read_back(context, *reader, result.digit_count, stats);
+    if (orl::hash_canon(stats.hash) == result.hash && stats.counts == result.counts)
+      return reader->check_as_written(result.first_digits, result.digits_per_file, result.digit_count);
   } catch (const orl::Exception&) {
     orl::mark_unfinished(result.path);
     throw;
   }
-  if (orl::hash_canon(stats.hash) == result.hash && stats.counts == result.counts) return;
   orl::mark_unfinished(result.path);
   context.status.println("Pre-Write Hash = " + std::to_string(result.hash), 'R');
   context.status.println("Read-Back Hash = " + std::to_string(orl::hash_canon(stats.hash)), 'R');

@@ -19,11 +19,12 @@ u64 saturating_mul(u64 a, u64 b) {
 }
 
 // Reads the leading digits and removes them from `text`.
-u64 take_digits(std::string_view& text) {
+u64 take_digits(std::string_view& text, bool* too_large = nullptr) {
   u64 value = 0;
   while (!text.empty() && is_digit(text.front())) {
     const u128 next = static_cast<u128>(value) * 10 + static_cast<u64>(text.front() - '0');
     value = next > kMax ? kMax : static_cast<u64>(next);
+    if (too_large && next > kMax) *too_large = true;
     text.remove_prefix(1);
   }
   return value;
@@ -89,11 +90,12 @@ u64 parse_byte_size(std::string_view text) {
 
 u64 parse_plain_integer(std::string_view text) { return take_digits(text); }
 
-u64 parse_whole_number(std::string_view text, bool& whole) {
-  const bool empty = text.empty();
-  const u64 value = take_digits(text);
-  whole = !empty && text.empty();
-  return value;
+WholeNumber parse_whole_number(std::string_view text) {
+  if (text.empty()) return {0, WholeNumber::kNone};
+  bool too_large = false;
+  const u64 value = take_digits(text, &too_large);
+  if (!text.empty()) return {0, WholeNumber::kNone};
+  return {value, too_large ? WholeNumber::kTooLarge : WholeNumber::kExact};
 }
 
 }  // namespace orvane

@@ -19,7 +19,12 @@ orl::s64 parse_signed_count(std::string_view text);
 orl::u64 parse_byte_size(std::string_view text);
 /// Digits only.
 orl::u64 parse_plain_integer(std::string_view text);
-/// Digits only; `whole` says whether the text is nothing else and not empty.
-orl::u64 parse_whole_number(std::string_view text, bool& whole);
+
+/// A text that is to be a number and nothing else.
+struct WholeNumber {
+  orl::u64 value;
+  enum Kind { kExact, kNone, kTooLarge } kind;  ///< none: not digits only, or empty; too large: for 64 bits
+};
+WholeNumber parse_whole_number(std::string_view text);
 
 }  // namespace orvane

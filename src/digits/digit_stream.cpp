@@ -1,6 +1,8 @@
 // What text files and compressed files have in common.
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
+#include <vector>
 
 #include "digits/digit_writer.h"
 #include "digits/ovd_set.h"
@@ -56,12 +58,17 @@ void take_name(const std::string& path, const std::string& unfinished) {
 
 void mark_unfinished(const std::string& path) {
   if (!path.ends_with(".ovd")) return take_name(path, unfinished_text_name(path));
+  // Files may be missing: whatever has the stem, a number and the extension.
   const std::string stem = ovd_stem(path);
-  for (u64 id = 0;; id++) {
-    const std::string file = stem + std::to_string(id) + ".ovd";
-    if (!std::filesystem::exists(file)) return;
-    take_name(file, unfinished_ovd_name(file));
+  const std::filesystem::path folder = std::filesystem::path(stem).parent_path();
+  std::error_code ignored;
+  std::vector<std::string> files;
+  for (const auto& entry : std::filesystem::directory_iterator(folder.empty() ? "." : folder, ignored)) {
+    const std::string file = (folder / entry.path().filename()).string();
+    const bool numbered = file.size() > stem.size() + std::strlen(".ovd");
+    if (numbered && file.ends_with(".ovd") && ovd_stem(file) == stem) files.push_back(file);
   }
+  for (const std::string& file : files) take_name(file, unfinished_ovd_name(file));
 }
 
 u64 block_for_window(const DigitReader& reader, u64 bytes) {
