@@ -381,6 +381,80 @@ TEST_P(DigitFiles, LoseTheirFinishedName) {
   EXPECT_FALSE(folder_.names().empty());
 }
 
+// The format as docs/file-formats.md has it, read without any of the code that writes it: the digits of one
+// file as characters, after its header's lines.
+std::string decoded(const std::string& file, u32 radix, u64 digits, std::vector<std::string>& lines) {
+  lines.clear();
+  std::size_t at = 0;
+  for (std::size_t end; at < file.size() && file[at] != 0; at = end + 2) {
+    end = file.find("\r\n", at);
+    lines.push_back(file.substr(at, end - at));
+  }
+  std::string text;
+  const u64 width = radix == 10 ? 19 : 16;
+  for (at++; at + 8 <= file.size(); at += 8) {
+    u64 word = 0;
+    for (u64 byte = 8; byte-- > 0;) word = word << 8 | static_cast<u8>(file[at + byte]);
+    std::string word_text(width, '0');
+    for (u64 i = width; i-- > 0; word /= radix) word_text[i] = "0123456789abcdef"[word % radix];
+    EXPECT_EQ(word, 0u) << "a word above the largest";
+    text += word_text;
+  }
+  EXPECT_EQ(at, file.size()) << "words of eight bytes up to the end";
+  EXPECT_LT(text.size() - digits, width);
+  EXPECT_EQ(text.find_first_not_of('0', digits), std::string::npos)
+      << "the last word is filled up with zeros";
+  return text.substr(0, digits);
+}
+
+TEST(FileFormat, HoldsItsExample) {
+  TemporaryFolder folder;
+  Random random;
+  SCOPED_TRACE(random.replay());
+  std::vector<u8> digits = random_digits(random, 10, 2500000);
+  const std::string start = "1415926535897932384";
+  for (u64 i = 0; i < start.size(); i++) digits[i] = static_cast<u8>(start[i] - '0');
+  write_stream(folder, {10, 1000000}, digits);
+  std::string text(digits.size(), '0');
+  for (u64 i = 0; i < digits.size(); i++) text[i] = static_cast<char>('0' + digits[i]);
+  for (u64 id = 0; id < 3; id++) {
+    const std::string number = std::to_string(id);
+    const std::string file =
+        read_file(folder.file(std::string(kName) + "/" + kName + " - " + number + ".ovd"));
+    std::vector<std::string> lines;
+    EXPECT_TRUE(decoded(file, 10, id < 2 ? 1000000 : 500000, lines) == text.substr(id * 1000000, 1000000));
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{"#Compressed Digit File", "", "FileVersion:\t1.1.0", "", "Base:\t10",
+                                        "", "FirstDigits:\t3.", "", "TotalDigits:\t2500000", "",
+                                        "Blocksize:\t1000000", "BlockID:\t" + number, "", "EndHeader", ""}));
+    const std::size_t data = file.find('\0') + 1;
+    EXPECT_EQ((file.size() - data) / 8, id < 2 ? 52632u : 26316u);
+    if (id == 0) {
+      EXPECT_EQ(file.substr(data, 8), "\x60\xe2\x3e\xb8\xae\x61\xa6\x13");
+    }
+  }
+}
+
+TEST_P(DigitFiles, CanBeReadByAnyoneWhoHasTheFormat) {
+  const u64 size = 9000;
+  const std::vector<u8> digits = random_digits(random_, GetParam().radix, size);
+  const std::string path = make_writer(folder_, GetParam(), size)->path();
+  write_stream(folder_, GetParam(), digits);
+  std::string text(size, '0');
+  for (u64 i = 0; i < size; i++) text[i] = "0123456789abcdef"[digits[i]];
+  if (GetParam().digits_per_file == 0) {
+    EXPECT_EQ(read_file(path), "3." + text);
+    return;
+  }
+  const u64 block = std::min(GetParam().digits_per_file, size);
+  std::vector<std::string> lines;
+  for (u64 id = 0; id * block < size; id++) {
+    const std::string file = read_file(ovd_stem(path) + std::to_string(id) + ".ovd");
+    const std::string expected = text.substr(id * block, block);
+    EXPECT_EQ(decoded(file, GetParam().radix, expected.size(), lines), expected);
+  }
+}
+
 // What only one of the two forms does.
 
 TEST(TextFile, HoldsThePointAndOneCharacterADigit) {
