@@ -129,18 +129,23 @@ int run_config(Line& line) {
 }
 
 constexpr Action kActions[] = {
-    {"bench", "bench SIZE [OPTION...]", "Pi benchmark in memory.", "orvane bench 25m -TD:4", run_bench},
-    {"stress", "stress [OPTION...]", "Component stress tester.", "orvane stress -M:4G -D:60 BKT C17",
-     run_stress},
-    {"benchio", "benchio [OPTION...]", "I/O benchmark of a disk array.",
+    {"bench", "bench SIZE [OPTION...]", "Pi benchmark in memory (not in this version yet).",
+     "orvane bench 25m -TD:4", run_bench},
+    {"stress", "stress [OPTION...]", "Component stress tester (not in this version yet).",
+     "orvane stress -M:4G -D:60 BKT C17", run_stress},
+    {"benchio", "benchio [OPTION...]", "I/O benchmark of a disk array (not in this version yet).",
      "orvane benchio -M:4G -swap:raid0 /disk1 /disk2", run_benchio},
     {"custom", "custom CONSTANT[:ARGUMENT] [OPTION...]", "Computes a constant.",
-     "orvane custom sqrt:2 -dec:100m -o digits", run_custom},
-    {"bbp", "bbp", "Hexadecimal digits of Pi at any offset.", "orvane bbp", run_bbp},
-    {"digitviewer", "digitviewer", "Views digit files.", "orvane digitviewer", run_digit_viewer},
+     "orvane custom sqrt:2 -dec:10m -hex:1m -o digits", run_custom},
+    {"bbp", "bbp", "Hexadecimal digits of Pi at any offset (not in this version yet).", "orvane bbp",
+     run_bbp},
+    {"digitviewer", "digitviewer", "Views digit files (not in this version yet).", "orvane digitviewer",
+     run_digit_viewer},
     {"about", "about", "About this program.", "orvane about", run_about},
-    {"validate", "validate", "Checks a validation file.", "orvane validate", run_validate},
-    {"config", "config FILE", "Runs a configuration file; .cfg is added to a name without a point.",
+    {"validate", "validate", "Checks a validation file (not in this version yet).", "orvane validate",
+     run_validate},
+    {"config", "config FILE",
+     "Runs a configuration file (not in this version yet); .cfg is added to a name without a point.",
      "orvane config pi-1b.cfg", run_config},
 };
 

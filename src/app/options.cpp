@@ -88,7 +88,7 @@ constexpr Option<ModeHolder> kCustom[] = {
      [](ModeHolder& mode, Line& line) {
        mode.current().set_hexadecimal_digits(parse_decimal_count(take_value(line)));
      }},
-    {"-algorithm", "-algorithm:NAME", "Algorithm of the constant; the list is below.", "-algorithm:ramanujan",
+    {"-algorithm", "-algorithm:NAME", "Algorithm of the constant; the list is above.", "-algorithm:ramanujan",
      [](ModeHolder& mode, Line& line) { mode.current().constant().set_algorithm(take_value(line)); }},
     {"-o", "-o PATH", "Folder of the digit files; it must exist. Default: the working folder.", "-o digits",
      [](ModeHolder& mode, Line& line) { mode.current().set_output_path(take_path(line)); }},
@@ -108,11 +108,16 @@ constexpr Option<ModeHolder> kCustom[] = {
     {"-verify", "-verify:N",
      "0 skips the proof of the conversion and the reading back of the files. Default 1.", "-verify:1",
      [](ModeHolder& mode, Line& line) { mode.current().verify_conversion = take_signed(line) != 0; }},
-    {"-mode", "-mode:MODE", "ram (the default) or swap.", "-mode:ram",
+    {"-mode", "-mode:MODE", "ram (the default) or swap (not in this version yet).", "-mode:ram",
      [](ModeHolder& mode, Line& line) { mode.set_mode(take_value(line)); }},
-    {"-MA", "-MA:NAME", "Memory allocator: malloc, mmap (the default), interleave, interleave-libnuma.",
+    {"-MA", "-MA:NAME",
+     "Memory allocator: malloc, mmap (the default); interleave, interleave-libnuma (not in this version "
+     "yet).",
      "-MA:malloc", [](ModeHolder& mode, Line& line) { mode.current().set_allocator(take_value(line)); }},
-    {"-PF", "-PF:NAME", "Parallel framework: none, spawn, cppasync, pushpool, tbb, cilk.", "-PF:pushpool",
+    {"-PF", "-PF:NAME",
+     "Parallel framework: none, spawn, cppasync, pushpool, tbb; cilk where its runtime was found when "
+     "building.",
+     "-PF:pushpool",
      [](ModeHolder& mode, Line& line) { mode.current().parallelism.set_framework(take_value(line)); }},
     {"-TD", "-TD:N", "Task decomposition, 1 to 65536: the number of tasks to cut the work into.", "-TD:8",
      [](ModeHolder& mode, Line& line) { mode.current().parallelism.set_tds(take_integer(line)); }},
