@@ -46,28 +46,31 @@ std::string seconds_text(double seconds) {
   return text;
 }
 
-void print_right_aligned(const char* label, u64 value) {
+void print_count(const char* label, u64 value) {
+  constexpr u64 kLabelWidth = 20, kNumberWidth = 22;
+  console::print_padded(kLabelWidth, label, 'w');
   const std::string number = console::format_with_commas(value);
-  const std::size_t used = std::strlen(label) + number.size();
-  print_line(label + std::string(used < 36 ? 36 - used : 1, ' '), number, 'G');
+  console::println(std::string(number.size() < kNumberWidth ? kNumberWidth - number.size() : 0, ' ') + number,
+                   'G');
+}
+
+// What the conversion to digits is made for: refused with a first line that says why.
+void check_range(bool in_range, const char* why) {
+  if (in_range) return;
+  throw InvalidParametersException(
+      "words_to_dec()",
+      std::string(why) +
+          "\n\nOrvane's radix conversion and digit output is only equipped to handle\n"
+          "positive numbers with a magnitude near 1.\n\nThe exact range that Orvane can handle is:\n"
+          "    32-bit binaries: 2^-32 < x < 2^32\n    64-bit binaries: 2^-64 < x < 2^64");
 }
 
 // Sets the number to a fixed layout, [base, base + words): the word at index words - 1 is the integer part.
 // Zeros fill what the number does not reach; what lies below the lowest word is dropped.
 void lay_out(const orl::BigFloat<Word>& number, Word* base, u64 words) {
-  if (number.signum() == 0)
-    throw InvalidParametersException(
-        "words_to_dec()",
-        "Number is zero and out of range.\n\nOrvane's radix conversion and digit output is only equipped to "
-        "handle\n"
-        "positive numbers with a magnitude near 1.\n\nThe exact range that Orvane can handle is:\n"
-        "    32-bit binaries: 2^-32 < x < 2^32\n    64-bit binaries: 2^-64 < x < 2^64");
-  if (number.signum() < 0 || number.magnitude() > 1 || number.magnitude() < 0)
-    throw InvalidParametersException(
-        "words_to_dec()",
-        "Number is out of range.\n\nOrvane's radix conversion and digit output is only equipped to handle\n"
-        "positive numbers with a magnitude near 1.\n\nThe exact range that Orvane can handle is:\n"
-        "    32-bit binaries: 2^-32 < x < 2^32\n    64-bit binaries: 2^-64 < x < 2^64");
+  check_range(number.signum() != 0, "Number is zero and out of range.");
+  check_range(number.signum() > 0 && number.magnitude() <= 1 && number.magnitude() >= 0,
+              "Number is out of range.");
   const orl::s64 lowest = 1 - static_cast<orl::s64>(words);  // exponent of base[0]
   const u64 dropped = number.exp < lowest ? static_cast<u64>(lowest - number.exp) : 0;
   const u64 kept = number.L - std::min(dropped, number.L);
@@ -122,11 +125,11 @@ class RamSession {
     print_line("Constant:    ", constant.name_long(), 'G');
     print_line("Algorithm:   ", constant.algorithm_long(), 'G');
     console::newline();
-    print_right_aligned("Decimal Digits:", parameters_.decimal_digits());
+    print_count("Decimal Digits:", parameters_.decimal_digits());
     if (parameters_.hexadecimal_digits() != 0)
-      print_right_aligned("Hexadecimal Digits:", parameters_.hexadecimal_digits());
+      print_count("Hexadecimal Digits:", parameters_.hexadecimal_digits());
     else
-      print_line("Hexadecimal Digits:         ", "Disabled", 'g');
+      print_line("Hexadecimal Digits:               ", "Disabled", 'g');
     console::newline();
     print_line("Computation Mode:  ", parameters_.mode_name(), 'R');
     console::print("Multi-Threading:   ", 'w');
@@ -143,7 +146,10 @@ class RamSession {
     const std::string size = console::format_bytes(bytes);
     status_.println(size, 'G');
     events_.add_line(std::string(name) + ": ", size);
-    for (const std::string& error : errors) events_.add_line("Allocation Error: ", error);
+    for (const std::string& error : errors) {
+      events_.add_line("Allocation Error: ", error);
+      status_.println("Allocation Error: " + error, 'Y');
+    }
     allocation_errors_ = allocation_errors_ || !errors.empty();
     return memory;
   }
