@@ -4,6 +4,7 @@
 #include <array>
 
 #include "frame/exceptions.h"
+#include "transforms/fft_bounds.h"
 
 namespace orl {
 namespace {
@@ -20,6 +21,13 @@ constexpr bool rows_rise() {
   return true;
 }
 static_assert(rows_rise());
+
+constexpr bool rows_are_safe() {
+  for (const FftRow& row : kRows)
+    if (!fft_rounds_safely(row.points(), row.w)) return false;
+  return true;
+}
+static_assert(rows_are_safe());
 
 // Rows are found from the top bits of the size: an octave has 2^kStepBits steps, and kFirst holds the first
 // row that can serve the sizes of a step, from which the right one is few rows away.
