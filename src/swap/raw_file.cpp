@@ -204,15 +204,20 @@ void RawFile::abandon() {
 
 void RawFile::close_and_set_size(u64 length) {
   constexpr const char* kFunction = "RawFile::close_and_set_size()";
-  close();
+  // One flush, behind the cut, covers what was written before it.
+  if (fd_ >= 0 && file_calls().close(std::exchange(fd_, -1)) != 0) fail(kFunction, "Unable to close file.");
   const int fd = file_calls().open(path_.c_str(), O_RDWR | O_CLOEXEC, 0);
   if (fd < 0) fail(kFunction, "Unable to open file.");
-  const bool cut = file_calls().ftruncate(fd, static_cast<s64>(length)) == 0 && file_calls().fsync(fd) == 0;
+  const char* failed = nullptr;
+  if (file_calls().ftruncate(fd, static_cast<s64>(length)) != 0)
+    failed = "ftruncate() failed.";
+  else if (file_calls().fsync(fd) != 0)
+    failed = "Unable to flush file.";
   const int code = errno;
   const bool closed = file_calls().close(fd) == 0;
-  if (!cut) {
+  if (failed) {
     errno = code;
-    fail(kFunction, "ftruncate() failed.");
+    fail(kFunction, failed);
   }
   if (!closed) fail(kFunction, "RawFile::close_and_set_size(): Unable to close file.");
 }

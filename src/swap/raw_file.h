@@ -49,7 +49,7 @@ class RawFile {
   void close();
   /// Closes without a flush and without a word: for a file that is about to be removed.
   void abandon();
-  /// close(), then cuts or extends the file to `length`, which need not be aligned.
+  /// Closes, then cuts or extends the file to `length`, which need not be aligned, and flushes all of it.
   void close_and_set_size(u64 length);
   /// Flushes, closes, renames over whatever stands at `new_path`, reopens. Failure cannot be undone and ends
   /// the program.

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <string>
 
@@ -26,7 +27,7 @@ enum class FileCall {
   kMkdir
 };
 
-/// In force as long as it lives. One thread at a time.
+/// In force as long as it lives. Without faults any number of threads may use it.
 class FakeFileCalls final : public FileCalls {
  public:
   FakeFileCalls() { set_file_calls(this); }
@@ -43,7 +44,8 @@ class FakeFileCalls final : public FileCalls {
   bool refuse_direct = false;  ///< open with O_DIRECT fails with EINVAL
   u64 free_bytes = ~u64{0};    ///< what all writes together find room for; then a short count, then ENOSPC
   u64 read_limit = ~u64{0};    ///< a read returns at most so many bytes
-  int last_open_flags = 0;
+  std::atomic<int> last_open_flags{0};
+  std::atomic<u64> written{0};  ///< bytes of all writes
 
   int open(const char* path, int flags, mode_t mode) override {
     last_open_flags = flags;
@@ -72,7 +74,8 @@ class FakeFileCalls final : public FileCalls {
       return -1;
     }
     const s64 put = FileCalls::write(fd, buffer, room);
-    if (put > 0) free_bytes -= static_cast<u64>(put);
+    if (put > 0) written += static_cast<u64>(put);
+    if (put > 0 && free_bytes != ~u64{0}) free_bytes -= static_cast<u64>(put);
     return put;
   }
   s64 lseek64(int fd, s64 offset, int whence) override {
@@ -116,7 +119,7 @@ class FakeFileCalls final : public FileCalls {
   }
 
   std::array<Rule, kCalls> rules_{};
-  std::array<u64, kCalls> counts_{};
+  std::array<std::atomic<u64>, kCalls> counts_{};
 };
 
 }  // namespace orl::test

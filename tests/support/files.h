@@ -55,4 +55,11 @@ inline void write_file(const std::string& path, const std::string& text) {
   std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 
+/// Changes one byte in place.
+inline void put_byte(const std::string& path, std::size_t at, char byte) {
+  std::fstream file(path, std::ios::binary | std::ios::in | std::ios::out);
+  file.seekp(static_cast<std::streamoff>(at));
+  file.put(byte);
+}
+
 }  // namespace orl::test

@@ -124,6 +124,8 @@ TEST_F(RawFileTest, TurnsEveryFailedCallIntoAnException) {
        "ftruncate() failed.\n\nNot Enough Memory"},
       {FileCall::kTruncate, EIO, [&] { filled().close_and_set_size(5); }, "RawFile::close_and_set_size()",
        "ftruncate() failed.\n\nHardware Error"},
+      {FileCall::kSync, EIO, [&] { filled().close_and_set_size(5); }, "RawFile::close_and_set_size()",
+       "Unable to flush file.\n\nHardware Error"},
       {FileCall::kSync, EIO, [&] { filled().close(); }, "RawFile::close()",
        "Unable to flush file.\n\nHardware Error"},
       {FileCall::kClose, EIO, [&] { filled().close(); }, "RawFile::close()",
