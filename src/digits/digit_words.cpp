@@ -1,5 +1,6 @@
 #include "digits/digit_words.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "frame/exceptions.h"
@@ -113,7 +114,7 @@ bool pack_words(u32 radix, u64* words, const u8* digits, u64 count) {
 void unpack_part(u32 radix, u8* digits, u64 word, u64 begin, u64 count) {
   u8 all[19];
   unpack_words(radix, all, &word, 1, 1);
-  std::memcpy(digits, all + begin, count);
+  std::copy_n(all + begin, count, digits);
 }
 
 }  // namespace orl
