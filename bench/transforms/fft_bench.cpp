@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "parallel/push_pool_framework.h"
 #include "parallel/simple_frameworks.h"
 #include "simd/target.h"
 #include "transforms/fft.h"
@@ -198,8 +199,8 @@ int main(int argc, char** argv) {
   }
   simd::set_active_target(options.target);
   Parallelizer_None none;
-  Parallelizer_Spawn spawn;
-  Parallelizer& parallelizer = options.threads > 1 ? static_cast<Parallelizer&>(spawn) : none;
+  Parallelizer_PushPool pool;
+  Parallelizer& parallelizer = options.threads > 1 ? static_cast<Parallelizer&>(pool) : none;
   std::printf("target %s, kernel %s, %lu tasks, release build\n", simd::target_name(options.target),
               fft_kernels(options.target).name, static_cast<unsigned long>(options.threads));
   std::printf("%10s %2s %2s %2s %9s %12s %6s %7s %6s %12s %6s %12s %7s %6s %6s\n", "bits", "k", "s", "w",
