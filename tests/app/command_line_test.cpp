@@ -49,10 +49,12 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"custom", "pi", "-mode:swap", "-swap:raid0"}, "Expected more parameters."},
       {{"custom", "pi", "-o"}, "Expected more parameters."},
       {{"custom", "pi", "-o", folder.file("missing")}, "Path is not writable."},
+      {{"custom", "pi", "-o", folder.file("action.cfg")}, "Path is not writable."},
       {{"custom", "sqrt"}, "needs a whole number"},
       {{"custom", "sqrt:1"}, "Argument must be greater than 1."},
       {{"custom", "sqrt:16"}, "16 is a perfect square."},
       {{"custom", "sqrt:18446744065119617025"}, "18446744065119617025 is a perfect square."},
+      {{"custom", "sqrt:18446744073709551616"}, "18446744073709551616 is out of range."},
       {{"custom", "log:1"}, "1 is out of range."},
       {{"custom", "log:2"}, "cannot be computed by this version yet"},
       {{"custom", "brent:64"}, "64 is out of range."},
@@ -177,7 +179,21 @@ TEST(DigitFiles, ThatCannotBeWrittenLeaveNothingThatLooksFinished) {
   const Outcome read_only = run_orvane({"custom", "sqrt:2", "-o", folder.path()});
   EXPECT_EQ(read_only.status, 1);
   EXPECT_NE(read_only.output.find("Path is not writable."), std::string::npos);
+  // Without -o the digits would go to the working folder; that is told before they are computed.
+  const Outcome working_folder = run_orvane({"custom", "sqrt:2"}, {.folder = folder.path()});
+  EXPECT_EQ(working_folder.status, 1);
+  EXPECT_NE(working_folder.output.find("Path is not writable."), std::string::npos);
+  EXPECT_EQ(working_folder.output.find("Begin Computation"), std::string::npos);
   umount(folder.path().c_str());
+}
+
+TEST(DigitFiles, DoNotGoWhereAFolderHasTheirName) {
+  TemporaryFolder folder;
+  mkdir(folder.file("Sqrt(2) - Dec - Newton.txt").c_str(), 0700);
+  const Outcome outcome = run_orvane({"custom", "sqrt:2", "-dec:1000", "-o", folder.path()});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.output.find("Unable to create file. A folder has this name."), std::string::npos);
+  EXPECT_EQ(folder.names().size(), 1u);
 }
 
 TEST(UnfinishedComputation, IsNotRunOver) {

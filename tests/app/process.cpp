@@ -5,11 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 namespace orvane::test {
@@ -66,32 +62,6 @@ Outcome run_orvane(std::vector<std::string> arguments, const RunOptions& options
   static const std::vector<std::string> fixed = {"pause:-2", "priority:0", "colors:0", "skip-warnings"};
   arguments.insert(arguments.begin(), fixed.begin(), fixed.end());
   return run(ORVANE_PROGRAM, arguments, options);
-}
-
-TemporaryFolder::TemporaryFolder() {
-  std::string pattern = (std::filesystem::temp_directory_path() / "orvane-test-XXXXXX").string();
-  if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp");
-  path_ = pattern;
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
-}
-
-std::vector<std::string> TemporaryFolder::names() const {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::recursive_directory_iterator(path_))
-    names.push_back(std::filesystem::relative(entry.path(), path_).string());
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-std::string read_file(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::ostringstream text;
-  text << file.rdbuf();
-  return text.str();
 }
 
 }  // namespace orvane::test

@@ -5,6 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/files.h"
+
 namespace orvane::test {
 
 struct Outcome {
@@ -26,22 +28,7 @@ Outcome run(const std::string& program, const std::vector<std::string>& argument
 /// The product with the options that every script passes: no waiting, no priority, no colours, no warnings.
 Outcome run_orvane(std::vector<std::string> arguments, const RunOptions& options = {});
 
-/// A folder that goes with the object.
-class TemporaryFolder {
- public:
-  TemporaryFolder();
-  ~TemporaryFolder();
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-  const std::string& path() const { return path_; }
-  std::string file(const std::string& name) const { return path_ + "/" + name; }
-  std::vector<std::string> names() const;
-
- private:
-  std::string path_;
-};
-
-/// The whole file, or an empty text when there is none.
-std::string read_file(const std::string& path);
+using orl::test::read_file;
+using orl::test::TemporaryFolder;
 
 }  // namespace orvane::test
