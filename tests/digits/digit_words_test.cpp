@@ -134,7 +134,8 @@ TEST_P(Radix, EveryCountKernelAgreesWithAPlainLoop) {
       if (length > 100) digits[random.below(length)] = 200;
       std::array<u64, 17> expected{};
       expected.fill(1000);
-      for (u8 digit : digits) expected[digit] += digit < radix;
+      for (u8 digit : digits)
+        if (digit < radix) expected[digit]++;
       for (const auto* kernel : kernels) {
         std::array<u64, 17> counts{};
         counts.fill(1000);
