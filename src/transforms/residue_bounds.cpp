@@ -15,7 +15,7 @@ constexpr double kLargest = 8.0;  // 8 * 2^48 = 2^51: quotients below 2^50, sums
 }  // namespace
 
 // |a w / p - q| <= 1/2 + |a| 2^-54 (ratio) + 2^-53, a < 2^48 a_p.
-double residue_product_bound(double a) { return 0.5 + std::ldexp(a, -5); }
+double residue_product_bound(double a) { return 0.5 + std::ldexp(a, -6); }
 
 double residue_forward_bound(u32 levels) {
   // Passes that begin with a reduction take the lower half to kReduced; a level then adds one product. Below
