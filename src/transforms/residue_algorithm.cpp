@@ -29,7 +29,7 @@ class ResidueRun {
   const ResidueRow& row() const { return row_; }
   const ResidueKernels& kernels() const { return kernels_; }
   u64 transform_bytes() const { return sizeof(double) * row_.P * row_.points(); }
-  u64 scratch_bytes() const { return LinearHeapBuffer::cut_bytes<ResidueBlockEnd>(blocks()); }
+  u64 scratch_bytes() const { return LinearHeapBuffer::cut_bytes<u8>(sizeof(ResidueBlockEnd) * blocks()); }
 
   ResiduePlan plan() const {
     ResiduePlan plan{row_, &residue_set(row_.P, row_.k), {}};
