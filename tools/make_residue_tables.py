@@ -62,7 +62,7 @@ def main():
                     rows.append((k * (P - 1) * 48 << (n - 1), P, k, n))
     # A row that costs more than one of at least its capacity is of no use.
     cost = lambda r: r[1] * (r[2] << r[3]) * (r[3] + 2.0 * log2(r[2]) + 8 + 1.2 * r[1])
-    rows.sort()
+    rows.sort(key=lambda r: (r[0], -cost(r)))
     kept, best = [], None
     for r in reversed(rows):
         if best is None or cost(r) < best:

@@ -236,28 +236,40 @@ struct OddMap {
     for (u32 i = 0; i < n; ++i) step = step * ((k + 1) / 2) % k;
     if (k == 1) step = 0;
   }
+  u32 phase(u32 t, u64 i) const { return static_cast<u32>((t + i % k * step) % k); }
   u32 exponent(u32 j, u32 t, u64 i) const { return static_cast<u32>(j * (t + i % k * step) % k); }
 };
-RESIDUE_INLINE void odd_factors(const ResidueModulus& m, const OddMap& map, u32 j, u32 t, u64 i, bool back,
-                                F64& w, F64& ratio) {
-  alignas(64) double a[L], b[L];
-  for (u32 l = 0; l < L; ++l) {
-    u32 e = map.exponent(j, t, i + l);
-    if (back && e) e = map.k - e;
-    a[l] = m.odd[e].w;
-    b[l] = m.odd[e].ratio;
+
+// The factors of a vector by j and by t + i / M modulo k, i its first position.
+struct OddFactors {
+  alignas(64) double w[7][7][L], ratio[7][7][L];
+  void fill(const ResidueModulus& m, const OddMap& map, bool back) {
+    for (u32 j = 1; j < map.k; ++j)
+      for (u32 c = 0; c < map.k; ++c)
+        for (u32 l = 0; l < L; ++l) {
+          u32 e = map.exponent(j, c, l);
+          if (back && e) e = map.k - e;
+          w[j][c][l] = m.odd[e].w;
+          ratio[j][c][l] = m.odd[e].ratio;
+        }
   }
-  w = F64::load(a);
-  ratio = F64::load(b);
-}
+  RESIDUE_INLINE F64 times(const Mod& mod, F64 v, u32 j, u32 c) const {
+    return mod.times(v, F64::load(w[j][c]), F64::load(ratio[j][c]));
+  }
+};
 
 void split(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin, u64 end) {
   const u32 P = plan.row.P, k = plan.row.k;
   const u64 M = plan.length(), points = plan.row.points(), bytes = 3 * (P - 1);
   const OddMap map(k, plan.row.n);
+  OddFactors factors[kMaxResiduePrimes];
+  for (u32 r = 0; r < P; ++r) factors[r].fill(plan.modulus[r], map, false);
   alignas(64) double limbs[7][4][8];
   for (u64 i = begin; i < end; i += 8) {
     u32 filled = 0;
+    u32 phase[8 / L][7];
+    for (u32 h = 0; h < 8; h += L)
+      for (u32 t = 0; t < k; ++t) phase[h / L][t] = map.phase(t, i + h);
     for (u32 t = 0; t < k; ++t) {
       if ((i + t * M) * bytes >= a.bytes) break;
       read_limbs(a, P, i + t * M, limbs[t]);
@@ -281,9 +293,7 @@ void split(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin, u64 
               sum = sum + v[t];
               continue;
             }
-            F64 w, ratio;
-            odd_factors(modulus, map, j, t, i + h, false, w, ratio);
-            sum = sum + mod.times(v[t], w, ratio);
+            sum = sum + factors[r].times(mod, v[t], j, phase[h / L][t]);
           }
           mod.reduce(sum).store(out + j * M + h);
         }
@@ -296,8 +306,10 @@ void finish(const ResiduePlan& plan, double* F, u64 begin, u64 end) {
   const u32 P = plan.row.P, k = plan.row.k;
   const u64 M = plan.length(), points = plan.row.points();
   const OddMap map(k, plan.row.n);
+  OddFactors factors;
   for (u32 r = 0; r < P; ++r) {
     const ResidueModulus& modulus = plan.modulus[r];
+    factors.fill(modulus, map, true);
     const Mod mod(modulus);
     const F64 half = F64::all(0.5 * (modulus.p - 1));
     for (u64 i = begin; i < end; i += L) {
@@ -306,10 +318,9 @@ void finish(const ResiduePlan& plan, double* F, u64 begin, u64 end) {
       for (u32 j = 0; j < k; ++j) v[j] = mod.times(F64::load(x + j * M), modulus.scale);
       for (u32 t = 0; t < k; ++t) {
         F64 sum = v[0];
+        const u32 c = map.phase(t, i);
         for (u32 j = 1; j < k; ++j) {
-          F64 w, ratio;
-          odd_factors(modulus, map, j, t, i, true, w, ratio);
-          sum = sum + mod.times(v[j], w, ratio);
+          sum = sum + factors.times(mod, v[j], j, c);
         }
         // Of [-1/2, p - 1/2], which holds the integers 0 to p - 1: no tie, for p is odd.
         sum = mod.reduce(sum);
