@@ -41,11 +41,8 @@ class ResidueRun {
       m.roots = tables_ ? tables_->roots(plan.set->prime[i], plan.length() / 16) : nullptr;
       if (!m.roots) throw InvalidParametersException(kId, "Invalid Function Parameters:   ");
       // The last three levels are not split, so an inverse multiplies by M / 8.
-      const u64 gain = prime.multiply(plan.length() / 8, row_.k);
-      m.scale = prime.factor(prime.multiply(prime.inverse(gain), plan.set->cofactor_inverse[i]));
-      const u64 root = prime.root_of_order(row_.k);
-      u64 power = 1;
-      for (u32 j = 0; j < row_.k; ++j, power = prime.multiply(power, root)) m.odd[j] = prime.factor(power);
+      m.scale = prime.factor(prime.multiply(prime.power((prime.p + 1) / 2, row_.n - 3), plan.set->scale[i]));
+      m.odd = plan.set->odd[i];
     }
     return plan;
   }
@@ -194,14 +191,28 @@ class ResidueParameters final : public Parameters {
   ResidueRun run_;
 };
 
+const ResidueTables* find_tables(const TransformTables& tables) {
+  return static_cast<const ResidueTables*>(tables.find(kId));
+}
+
+const ResidueRow& row_of(u64 bits) {
+  if (bits > kMaxBits) throw LimitExceededException(kId, kMaxBits, bits);
+  return find_residue_row(bits);
+}
+/// The rows that products of up to `bits` take.
+std::span<const ResidueRow> rows_to(u64 bits) {
+  const auto rows = residue_rows();
+  return rows.first(static_cast<u64>(&row_of(bits) - rows.data()) + 1);
+}
+
 class ResidueAlgorithm final : public Algorithm {
  public:
   ResidueAlgorithm() : Algorithm(kMaxBits, kId, "Code 17 Experiment", "C17v1", "Code 17 Experiment") {}
 
-  u64 table_bytes(u64 bits) const override { return ResidueTables::bytes(bits); }
+  u64 table_bytes(u64 bits) const override { return ResidueTables::bytes(rows_to(bits)); }
   void ensure_tables(TransformTables& tables, u64 bits) const override {
     if (!tables.find(kId)) tables.put(kId, std::make_unique<ResidueTables>());
-    static_cast<ResidueTables*>(tables.find(kId))->grow(tables.memory(), bits);
+    static_cast<ResidueTables*>(tables.find(kId))->grow(tables.memory(), rows_to(bits));
   }
   MultiplySizes sizes(u64 bits, u64) const override {
     const ResidueRun run(row_of(bits), nullptr);
@@ -209,7 +220,7 @@ class ResidueAlgorithm final : public Algorithm {
   }
   const Parameters& parameters_for(ParametersBox& out, const TransformTables* tables, u64 bits,
                                    u64) const override {
-    return out.emplace<ResidueParameters>(row_of(bits), tables ? find_tables(*tables) : nullptr);
+    return residue_parameters(out, tables, row_of(bits));
   }
   // Subtrees go forward, through the product and back while they are in cache.
   void sqr_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const override {
@@ -230,13 +241,6 @@ class ResidueAlgorithm final : public Algorithm {
   }
 
  private:
-  static const ResidueRow& row_of(u64 bits) {
-    if (bits > kMaxBits) throw LimitExceededException(kId, kMaxBits, bits);
-    return find_residue_row(bits);
-  }
-  static const ResidueTables* find_tables(const TransformTables& tables) {
-    return static_cast<const ResidueTables*>(tables.find(kId));
-  }
   static void product(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL,
                       const u32* B, u64 BL) {
     const ResidueRow& row = row_of((AL + BL) * 32);
@@ -255,6 +259,11 @@ class ResidueAlgorithm final : public Algorithm {
 };
 
 }  // namespace
+
+const Parameters& residue_parameters(ParametersBox& out, const TransformTables* tables,
+                                     const ResidueRow& row) {
+  return out.emplace<ResidueParameters>(row, tables ? find_tables(*tables) : nullptr);
+}
 
 const Algorithm& c17_algorithm() {
   static const ResidueAlgorithm algorithm;

@@ -23,7 +23,7 @@ struct ResidueBlockEnd {
 u64 join_residues(const ResiduePlan& plan, const double* F, u64 begin, u64 end, u32 limit_bits,
                   ResidueWindow window, ResidueBlockEnd& result);
 
-/// Adds the words that blocks left; block i begins at 64-bit word starts[i].
+/// Adds the words that blocks left; block i begins at 64-bit word i words_per_block.
 void resolve_residue_carries(ResidueBlockEnd* blocks, u64 count, u64 words_per_block, u64 total_words,
                              ResidueWindow window);
 

@@ -16,9 +16,8 @@ struct ResidueModulus {
   double p;
   double inverse;
   const ResidueFactor* roots;  ///< s[j], j < M / 16
-  ResidueFactor scale;         ///< what a finished inverse is multiplied by: 1 / M (CRT factor included)
-  /// Powers of a root of order k, and for the inverse; k-th part of the scale is in `scale`.
-  ResidueFactor odd[7];
+  ResidueFactor scale;         ///< what a finished inverse is multiplied by: 8 / (k M) times the CRT factor
+  const ResidueFactor* odd;    ///< powers of a root of order k
 };
 
 struct ResiduePlan {

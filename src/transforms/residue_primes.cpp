@@ -77,7 +77,11 @@ struct Tables {
             words = multiply_small(set.cofactor[i], words, record.primes[j]);
             rest = prime.multiply(rest, record.primes[j] % prime.p);
           }
-        set.cofactor_inverse[i] = prime.inverse(rest);
+        set.scale[i] = prime.inverse(prime.multiply(rest, set.k));
+        const u64 root = prime.root_of_order(set.k);
+        u64 power = 1;
+        for (u32 j = 0; j < set.k; ++j, power = prime.multiply(power, root))
+          set.odd[i][j] = prime.factor(power);
         for (u32 j = 0; j < 4; ++j) set.limb[i][j] = prime.factor(prime.power(2, 48 * j));
       }
     }

@@ -35,8 +35,9 @@ struct ResidueSet {
   u32 words;                     ///< 64-bit words of the modulus
   u64 modulus[8];
   u64 cofactor[kMaxResiduePrimes][8];        ///< modulus / p
-  u64 cofactor_inverse[kMaxResiduePrimes];   ///< (modulus / p)^-1 mod p
+  u64 scale[kMaxResiduePrimes];              ///< (k modulus / p)^-1 mod p
   ResidueFactor limb[kMaxResiduePrimes][4];  ///< 2^(48 j) mod p
+  ResidueFactor odd[kMaxResiduePrimes][7];   ///< powers of a root of order k
 };
 
 /// One row of the size table: k * 2^n points modulo P primes, 24 (P - 1) bits a point.

@@ -4,27 +4,25 @@
 
 namespace orl {
 
-std::vector<u64> ResidueTables::counts(u64 bits) {
+std::vector<u64> ResidueTables::counts(std::span<const ResidueRow> rows) {
   std::vector<u64> counts(residue_primes().size());
-  const ResidueRow& last = find_residue_row(bits);
-  for (const ResidueRow& row : residue_rows()) {
+  for (const ResidueRow& row : rows) {
     const ResidueSet& set = residue_set(row.P, row.k);
     for (u32 i = 0; i < set.P; ++i)
       counts[set.prime[i]] = std::max(counts[set.prime[i]], u64{1} << (row.n - 4));
-    if (&row == &last) break;
   }
   return counts;
 }
 
-u64 ResidueTables::bytes(u64 bits) {
+u64 ResidueTables::bytes(std::span<const ResidueRow> rows) {
   u64 sum = 0;
-  for (u64 count : counts(bits))
+  for (u64 count : counts(rows))
     if (count) sum += LinearHeapBuffer::cut_bytes<ResidueFactor>(count);
   return sum;
 }
 
-void ResidueTables::grow(LinearHeapBuffer& memory, u64 bits) {
-  const std::vector<u64> wanted = counts(bits);
+void ResidueTables::grow(LinearHeapBuffer& memory, std::span<const ResidueRow> rows) {
+  const std::vector<u64> wanted = counts(rows);
   tables_.resize(wanted.size());
   for (u32 i = 0; i < wanted.size(); ++i) {
     Table& table = tables_[i];

@@ -12,8 +12,9 @@ namespace orl {
 /// for r < 2^l. One table serves every level of every shape; a shape of 2^n points reads its first 2^n / 16.
 class ResidueTables final : public FamilyTables {
  public:
-  static u64 bytes(u64 bits);
-  void grow(LinearHeapBuffer& memory, u64 bits);
+  /// Bytes that grow() cuts from an empty table for all of `rows`.
+  static u64 bytes(std::span<const ResidueRow> rows);
+  void grow(LinearHeapBuffer& memory, std::span<const ResidueRow> rows);
   /// Null when the table has fewer than `count` entries.
   const ResidueFactor* roots(u32 prime, u64 count) const {
     return prime < tables_.size() && tables_[prime].count >= count ? tables_[prime].roots : nullptr;
@@ -24,7 +25,7 @@ class ResidueTables final : public FamilyTables {
     ResidueFactor* roots = nullptr;
     u64 count = 0;
   };
-  static std::vector<u64> counts(u64 bits);
+  static std::vector<u64> counts(std::span<const ResidueRow> rows);
   std::vector<Table> tables_;
 };
 

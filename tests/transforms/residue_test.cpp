@@ -5,7 +5,7 @@
 #include <gmp.h>
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <cstring>
 
 #include "frame/exceptions.h"
 #include "parallel/simple_frameworks.h"
@@ -14,6 +14,7 @@
 #include "support/random_words.h"
 #include "transforms/residue_bounds.h"
 #include "transforms/residue_primes.h"
+#include "transforms/residue_tables.h"
 
 namespace orl {
 namespace {
@@ -100,6 +101,62 @@ TEST_P(ResidueTest, EveryRowMultipliesUpToItsEnds) {
   EXPECT_TRUE(memory.intact());
 }
 
+// One shape: a transform is kept over two products and squared at last; windows of 64-bit words.
+void check_shape(const ResidueRow& row, Random& random, u64 threads) {
+  SCOPED_TRACE(testing::Message() << "P " << int{row.P} << " k " << int{row.k} << " n " << int{row.n});
+  const GuardedBlock memory(ResidueTables::bytes({&row, 1}));
+  TransformTables tables(memory.buffer());
+  auto roots = std::make_unique<ResidueTables>();
+  roots->grow(tables.memory(), {&row, 1});
+  tables.put("C17", std::move(roots));
+  ParametersBox box;
+  const Parameters& p = residue_parameters(box, &tables, row);
+  Parallelizer_Spawn spawn;
+  const ParallelContext parallel{spawn, threads};
+  const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
+  void *const f = F.buffer().ptr, *const g = G.buffer().ptr, *const t = tmp.buffer().ptr;
+  const u64 words = row.bits() / 64;
+  const std::vector<u32> kept = operand(random, 2 * (words / 2), random.below(2));
+  const auto as_u64 = [](const std::vector<u32>& v) { return reinterpret_cast<const u64*>(v.data()); };
+  const auto expect_window = [&](const std::vector<u32>& other, u64 skip, u64 len, const u64* T) {
+    const std::vector<u32> right = gmp_product(kept, other);
+    EXPECT_EQ(std::memcmp(T, right.data() + 2 * skip, 8 * (len - skip)), 0) << skip << " to " << len;
+  };
+  p.forward_w(g, as_u64(kept), kept.size() / 2, t, parallel);
+  const std::vector<u8> before(static_cast<u8*>(g), static_cast<u8*>(g) + p.transform_size());
+  for (const u64 other_words : {words - words / 2, random.between(1, words / 2)}) {
+    const std::vector<u32> other = operand(random, 2 * other_words, random.below(3));
+    const u64 all = words / 2 + other_words, skip = random.below(all / 2) | 1,
+              len = random.between(skip + 1, all);
+    const GuardedBlock target((8 * (len - skip) + 63) / 64 * 64);
+    p.forward_w(f, as_u64(other), other_words, t, parallel);
+    p.inverse_fmul_w(f, g, static_cast<u64*>(target.buffer().ptr), skip, len, t, parallel);
+    expect_window(other, skip, len, static_cast<u64*>(target.buffer().ptr));
+    EXPECT_EQ(std::memcmp(g, before.data(), before.size()), 0);
+    EXPECT_TRUE(target.intact());
+  }
+  std::vector<u64> square(kept.size());
+  p.inverse_fsqr_w(g, square.data(), 0, square.size(), t, parallel);
+  expect_window(kept, 0, square.size(), square.data());
+  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && memory.intact());
+}
+
+TEST_P(ResidueTest, EverySetOfPrimesKeepsTransforms) {
+  if (GetParam() > simd::best_target()) GTEST_SKIP() << "not on this machine";
+  Random random;
+  SCOPED_TRACE(random.replay());
+  for (u8 P = 4; P <= 9; ++P)
+    for (const u8 k : {1, 3, 5, 7})
+      check_shape({P, k, static_cast<u8>(random.between(8, 11))}, random, random.between(1, 5));
+}
+
+TEST(ResidueNesting, SubtreesBeyondACacheHaveSubtreesOfTheirOwn) {
+  Random random;
+  SCOPED_TRACE(random.replay());
+  check_shape({4, 1, 17}, random, 2);
+  check_shape({4, 1, 21}, random, 2);  // nested twice
+}
+
 INSTANTIATE_TEST_SUITE_P(Targets, ResidueTest,
                          testing::Values(simd::Target::kScalar, simd::Target::kAvx2, simd::Target::kAvx512));
 
@@ -110,6 +167,8 @@ TEST(ResiduePrimes, RowsRiseAndKeepTheirBounds) {
     EXPECT_NO_THROW(check_residue_bounds(row));
     before = row.bits();
   }
+  EXPECT_THROW(check_residue_bounds({4, 1, 7}), InvalidParametersException);
+  EXPECT_THROW(check_residue_bounds({4, 1, 44}), InvalidParametersException);
   EXPECT_NO_THROW(c17_algorithm().sizes(0x12C0000000000, 1));
   EXPECT_THROW(c17_algorithm().sizes(0x12C0000000001, 1), LimitExceededException);
 }
