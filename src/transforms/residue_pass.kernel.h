@@ -58,9 +58,9 @@ RESIDUE_INLINE void forward_pass(const ResidueModulus& modulus, double* x, u64 m
     }
 #pragma GCC unroll 4
     for (u32 l = 0; l < Levels; ++l) {
-      const u32 half = R >> (l + 1);
+      const u32 nodes = 1u << l, half = R >> (l + 1);
 #pragma GCC unroll 8
-      for (u32 b = 0; b < (1u << l); ++b) {
+      for (u32 b = 0; b < nodes; ++b) {
 #pragma GCC unroll 8
         for (u32 j = 0; j < half; ++j) {
           F64& lo = v[2 * b * half + j];
@@ -92,9 +92,9 @@ RESIDUE_INLINE void inverse_pass(const ResidueModulus& modulus, double* x, u64 m
 #pragma GCC unroll 4
     for (u32 s = 0; s < Levels; ++s) {
       const u32 l = Levels - 1 - s;
-      const u32 half = R >> (l + 1);
+      const u32 nodes = 1u << l, half = R >> (l + 1);
 #pragma GCC unroll 8
-      for (u32 b = 0; b < (1u << l); ++b) {
+      for (u32 b = 0; b < nodes; ++b) {
 #pragma GCC unroll 8
         for (u32 j = 0; j < half; ++j) {
           F64& lo = v[2 * b * half + j];
