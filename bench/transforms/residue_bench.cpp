@@ -14,6 +14,7 @@
 #include "parallel/simple_frameworks.h"
 #include "simd/target.h"
 #include "transforms/residue.h"
+#include "transforms/residue_kernels.h"
 #include "transforms/residue_primes.h"
 
 using namespace orl;
@@ -79,5 +80,6 @@ int main(int argc, char** argv) {
   std::vector<u64> sizes;
   for (int i = 3; i < argc; ++i) sizes.push_back(std::strtoull(argv[i], nullptr, 10));
   if (sizes.empty()) sizes = {10000, 100000, 1000000};
+  std::printf("%s kernels, %lu threads\n", residue_kernels(simd::active_target()).name, threads);
   for (u64 n : sizes) bench(parallelizer, threads, n);
 }

@@ -24,7 +24,7 @@ struct ResiduePrime {
   u64 power(u64 base, u64 exponent) const;
   u64 multiply(u64 a, u64 b) const { return static_cast<u64>(static_cast<u128>(a) * b % p); }
   u64 inverse(u64 a) const { return power(a, p - 2); }
-  u64 root_of_order(u64 order) const;  ///< of an order that divides p - 1, consistent with two_root
+  u64 root_of_order(u64 order) const;  ///< of an odd order that divides p - 1
   ResidueFactor factor(u64 value) const;
 };
 

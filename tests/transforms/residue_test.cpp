@@ -173,6 +173,48 @@ TEST(ResiduePrimes, RowsRiseAndKeepTheirBounds) {
   EXPECT_THROW(c17_algorithm().sizes(0x12C0000000001, 1), LimitExceededException);
 }
 
+TEST(ResidueJoin, CarriesRunThroughBlocksBelowTheWindow) {
+  // 0xAA...AAB times 3: each block of points ends in ones that the carry of the one before turns to zeros.
+  const u64 words = 12000, bits = 32 * words;
+  const Algorithm& c17 = c17_algorithm();
+  const GuardedBlock memory(c17.table_bytes(bits));
+  TransformTables tables(memory.buffer());
+  c17.ensure_tables(tables, bits);
+  std::vector<u32> a(words - 1, 0xaaaaaaaa);
+  a[0] = 0xaaaaaaab;
+  Parallelizer_Spawn spawn;
+  Random random;
+  SCOPED_TRACE(random.replay());
+  for (u32 i = 0; i < 40; ++i) {
+    const u64 skip = random.below(words - 1), len = random.between(skip + 1, words);
+    check(tables, spawn, 3, a, {3}, skip, len, false);
+    if (i % 4 == 3) --a[random.below(a.size())];  // the carry dies here
+    if (HasFatalFailure()) return;
+  }
+}
+
+TEST(ResidueChecks, RefusesWhatDoesNotFit) {
+  const ResidueRow row{4, 3, 8}, longer{4, 3, 9};
+  const GuardedBlock memory(ResidueTables::bytes({&row, 1}));
+  TransformTables tables(memory.buffer());
+  tables.put("C17", std::make_unique<ResidueTables>());
+  static_cast<ResidueTables*>(tables.find("C17"))->grow(tables.memory(), {&row, 1});
+  ParametersBox box, other_box, longer_box;
+  const Parameters& p = residue_parameters(box, &tables, row);
+  EXPECT_EQ(p.max_bits(), row.bits());
+  EXPECT_TRUE(p.compatible(residue_parameters(other_box, nullptr, row)));
+  const Parameters& without_tables = residue_parameters(longer_box, &tables, longer);
+  EXPECT_FALSE(p.compatible(without_tables));
+
+  Parallelizer_None none;
+  const GuardedBlock F(without_tables.transform_size()), tmp(without_tables.scratch_size());
+  void *const f = F.buffer().ptr, *const t = tmp.buffer().ptr;
+  std::vector<u32> a(row.bits() / 32 + 1, 5);
+  EXPECT_THROW(p.forward(f, a.data(), a.size(), t, {none, 1}), ConvolutionTooSmallException);
+  EXPECT_THROW(p.inverse_fmul(f, f, a.data(), 0, a.size(), t, {none, 1}), ConvolutionTooSmallException);
+  EXPECT_THROW(without_tables.forward(f, a.data(), a.size(), t, {none, 1}), InvalidParametersException);
+}
+
 TEST(ResidueChecks, RefusesCoefficientsThatAreTooLarge) {
   const u64 bits = 400000;
   const Algorithm& c17 = c17_algorithm();
