@@ -187,8 +187,9 @@ TEST(ResidueJoin, CarriesRunThroughBlocksBelowTheWindow) {
   SCOPED_TRACE(random.replay());
   for (u32 i = 0; i < 40; ++i) {
     const u64 skip = random.below(words - 1), len = random.between(skip + 1, words);
-    check(tables, spawn, 3, a, {3}, skip, len, false);
-    if (i % 4 == 3) --a[random.below(a.size())];  // the carry dies here
+    std::vector<u32> x = a;
+    if (i % 2) --x[skip - std::min(skip, random.between(1, 1500))];  // the carry ends here
+    check(tables, spawn, 3, x, {3}, skip, len, false);
     if (HasFatalFailure()) return;
   }
 }
