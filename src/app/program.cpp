@@ -19,6 +19,7 @@
 #include "parallel/thread_priority.h"
 #include "simd/target.h"
 #include "transforms/fft.h"
+#include "transforms/residue.h"
 
 namespace orvane {
 namespace {
@@ -57,6 +58,7 @@ void register_everything() {
   orl::AlgorithmRegistry algorithms;
   orl::register_basecase(algorithms);
   orl::register_fft(algorithms);
+  orl::register_c17(algorithms);
   orl::initialize_multiplication(std::move(algorithms));
 }
 

@@ -45,6 +45,7 @@ struct LinearHeapBuffer {
 
   template <class W>
   static constexpr u64 round_up_words(u64 count) {
+    static_assert(64 % sizeof(W) == 0, "cuts are whole multiples of 64 bytes");
     return (count + 64 / sizeof(W) - 1) & ~(u64{64} / sizeof(W) - 1);
   }
   /// Bytes that cut<W>(count) takes.

@@ -7,6 +7,7 @@
 #include "parallel/allocators.h"
 #include "parallel/frameworks.h"
 #include "transforms/fft.h"
+#include "transforms/residue.h"
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
@@ -16,6 +17,7 @@ int main(int argc, char** argv) {
   orl::AlgorithmRegistry algorithms;
   orl::register_basecase(algorithms);
   orl::register_fft(algorithms);
+  orl::register_c17(algorithms);
   orl::initialize_multiplication(std::move(algorithms));
   return RUN_ALL_TESTS();
 }

@@ -1,0 +1,273 @@
+#include <algorithm>
+#include <atomic>
+#include <bit>
+#include <cfenv>
+
+#include "frame/console.h"
+#include "frame/exceptions.h"
+#include "transforms/residue.h"
+#include "transforms/residue_bounds.h"
+#include "transforms/residue_join.h"
+#include "transforms/residue_tables.h"
+
+namespace orl {
+namespace {
+
+constexpr const char* kId = "C17";
+constexpr u64 kMaxBits = 0x12C0000000000;
+constexpr u64 kMaxBlocks = 256;  // of the join
+constexpr u64 kBlockPoints = 512;
+
+/// One shape, and its work.
+class ResidueRun {
+ public:
+  ResidueRun(const ResidueRow& row, const ResidueTables* tables)
+      : kernels_(residue_kernels(simd::active_target())), row_(row), tables_(tables) {
+    check_residue_bounds(row);
+  }
+
+  const ResidueRow& row() const { return row_; }
+  const ResidueKernels& kernels() const { return kernels_; }
+  u64 transform_bytes() const { return sizeof(double) * row_.P * row_.points(); }
+  u64 scratch_bytes() const { return LinearHeapBuffer::cut_bytes<u8>(sizeof(ResidueBlockEnd) * blocks()); }
+
+  ResiduePlan plan() const {
+    ResiduePlan plan{row_, &residue_set(row_.P, row_.k), {}};
+    for (u32 i = 0; i < row_.P; ++i) {
+      const ResiduePrime& prime = residue_primes()[plan.set->prime[i]];
+      ResidueModulus& m = plan.modulus[i];
+      m.p = static_cast<double>(prime.p);
+      m.inverse = 1 / m.p;
+      m.roots = tables_ ? tables_->roots(plan.set->prime[i], plan.length() / 16) : nullptr;
+      if (!m.roots) throw InvalidParametersException(kId, "Invalid Function Parameters:   ");
+      // The last three levels are not split, so an inverse multiplies by M / 8.
+      m.scale = prime.factor(prime.multiply(prime.power((prime.p + 1) / 2, row_.n - 3), plan.set->scale[i]));
+      m.odd = plan.set->odd[i];
+    }
+    return plan;
+  }
+
+  void forward(const ResiduePlan& plan, double* F, ResidueOperand a, ParallelContext parallel) const {
+    start(plan, F, a, parallel);
+    subtrees(plan, parallel, [&](const ResidueModulus& m, u64 at, u64 length, u64 node) {
+      kernels_.forward(m, F + at, length, node);
+    });
+  }
+  /// F times G, both transformed; or, with `raw`, both only started.
+  void multiply(const ResiduePlan& plan, double* F, double* G, bool raw, ParallelContext parallel) const {
+    subtrees(plan, parallel, [&](const ResidueModulus& m, u64 at, u64 length, u64 node) {
+      if (raw) {
+        kernels_.forward(m, F + at, length, node);
+        if (G != F) kernels_.forward(m, G + at, length, node);
+      }
+      kernels_.product(m, F + at, G + at, length, node);
+      kernels_.inverse(m, F + at, length, node);
+    });
+  }
+  /// Split and the first pass.
+  void start(const ResiduePlan& plan, double* F, ResidueOperand a, ParallelContext parallel) const {
+    for_parts(parallel, plan.length() / 8,
+              [&](u64 begin, u64 end) { kernels_.split(plan, F, a, 8 * begin, 8 * end); });
+    columns(
+        plan, parallel,
+        [&](const ResidueModulus& m, double* x, u64 begin, u64 end) {
+          kernels_.first_pass(m, x, plan.length(), begin, end);
+        },
+        F);
+  }
+  void finish(const ResiduePlan& plan, double* F, ResidueWindow window, void* tmp,
+              ParallelContext parallel) const {
+    columns(
+        plan, parallel,
+        [&](const ResidueModulus& m, double* x, u64 begin, u64 end) {
+          kernels_.last_pass(m, x, plan.length(), begin, end);
+        },
+        F);
+    for_parts(parallel, plan.length() / 8,
+              [&](u64 begin, u64 end) { kernels_.finish(plan, F, 8 * begin, 8 * end); });
+    ResidueBlockEnd* ends = static_cast<ResidueBlockEnd*>(tmp);
+    const u64 size = block_points(), count = blocks();
+    const u32 limit = residue_coefficient_bits(row_);
+    const u64 wanted =
+        std::min(count, (window.end * 32 + size * row_.point_bits() - 1) / (size * row_.point_bits()));
+    std::atomic<u64> largest{0};
+    for_parts(parallel, wanted, [&](u64 begin, u64 end) {
+      for (u64 b = begin; b < end; ++b) {
+        const u64 found =
+            join_residues(plan, F, b * size, std::min((b + 1) * size, row_.points()), limit, window, ends[b]);
+        u64 before = largest.load(std::memory_order_relaxed);
+        while (found > before && !largest.compare_exchange_weak(before, found)) {
+        }
+      }
+    });
+    if (largest) coefficient_failed(limit, largest);
+    resolve_residue_carries(ends, wanted, size * row_.point_bits() / 64, row_.bits() / 64, window);
+  }
+
+ private:
+  u64 block_points() const {
+    const u64 size = std::max(kBlockPoints, (row_.points() + kMaxBlocks - 1) / kMaxBlocks);
+    return (size + 63) / 64 * 64;
+  }
+  u64 blocks() const { return (row_.points() + block_points() - 1) / block_points(); }
+
+  [[noreturn]] static void coefficient_failed(u32 limit_bits, u64 above) {
+    if (std::fegetround() != 0) console::println("The FPU Control Word has been corrupted.", 'Y');
+    throw ConvolutionFailedException(kId, "Coefficient is too large.", limit_bits,
+                                     limit_bits + static_cast<u64>(std::bit_width(above)));
+  }
+
+  template <class Body>
+  static void for_parts(ParallelContext parallel, u64 count, Body&& body) {
+    const u64 tasks = std::min<u64>(std::max<u64>(parallel.tds, 1), count);
+    if (tasks <= 1) {
+      if (count) body(0, count);
+      return;
+    }
+    fork_range(parallel.parallelizer, 0, tasks,
+               [&](u64 t) { body(count * t / tasks, count * (t + 1) / tasks); });
+  }
+  template <class Body>
+  void columns(const ResiduePlan& plan, ParallelContext parallel, Body&& body, double* F) const {
+    if (!plan.divided()) return;
+    const u64 sequences = u64{row_.P} * row_.k, parts = 16, width = plan.length() / kResidueRadix / parts;
+    for_parts(parallel, sequences * parts, [&](u64 begin, u64 end) {
+      for (u64 u = begin; u < end; ++u) {
+        const u64 s = u / parts, part = u % parts;
+        body(plan.modulus[s / row_.k], F + s * plan.length(), part * width, (part + 1) * width);
+      }
+    });
+  }
+  template <class Body>
+  void subtrees(const ResiduePlan& plan, ParallelContext parallel, Body&& body) const {
+    const u64 nodes = plan.divided() ? kResidueRadix : 1;
+    const u64 length = plan.length() / nodes;
+    for_parts(parallel, u64{row_.P} * row_.k * nodes, [&](u64 begin, u64 end) {
+      for (u64 u = begin; u < end; ++u) body(plan.modulus[u / nodes / row_.k], u * length, length, u % nodes);
+    });
+  }
+
+  const ResidueKernels& kernels_;
+  ResidueRow row_;
+  const ResidueTables* tables_;
+};
+
+void check_length(const ResidueRow& row, u64 words) {
+  if (words * 32 > row.bits())
+    throw ConvolutionTooSmallException(kId, "Convolution length is too small.", row.bits(), words * 32);
+}
+
+ResidueOperand operand(const u32* A, u64 AL) { return {reinterpret_cast<const u8*>(A), 4 * AL}; }
+
+class ResidueParameters final : public Parameters {
+ public:
+  ResidueParameters(const ResidueRow& row, const ResidueTables* tables) : run_(row, tables) {
+    max_bits_ = row.bits();
+    transform_size_ = run_.transform_bytes();
+    scratch_size_ = run_.scratch_bytes();
+  }
+  void forward(void* F, const u32* A, u64 AL, void*, ParallelContext parallel) const override {
+    check_length(run_.row(), AL);
+    run_.forward(run_.plan(), static_cast<double*>(F), operand(A, AL), parallel);
+  }
+  void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const override {
+    inverse_fmul(F, F, T, skip, len, tmp, parallel);
+  }
+  void inverse_fmul(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
+                    ParallelContext parallel) const override {
+    check_length(run_.row(), len);
+    const ResiduePlan plan = run_.plan();
+    // G is only read.
+    run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(const_cast<void*>(G)), false, parallel);
+    run_.finish(plan, static_cast<double*>(F), {T, skip, len}, tmp, parallel);
+  }
+  bool compatible(const Parameters& other) const override {
+    const auto* o = dynamic_cast<const ResidueParameters*>(&other);
+    return o && o->run_.row().P == run_.row().P && o->run_.row().k == run_.row().k &&
+           o->run_.row().n == run_.row().n && &o->run_.kernels() == &run_.kernels();
+  }
+
+ private:
+  ResidueRun run_;
+};
+
+const ResidueTables* find_tables(const TransformTables& tables) {
+  return static_cast<const ResidueTables*>(tables.find(kId));
+}
+
+const ResidueRow& row_of(u64 bits) {
+  if (bits > kMaxBits) throw LimitExceededException(kId, kMaxBits, bits);
+  return find_residue_row(bits);
+}
+/// The rows that products of up to `bits` take.
+std::span<const ResidueRow> rows_to(u64 bits) {
+  const auto rows = residue_rows();
+  return rows.first(static_cast<u64>(&row_of(bits) - rows.data()) + 1);
+}
+
+class ResidueAlgorithm final : public Algorithm {
+ public:
+  ResidueAlgorithm() : Algorithm(kMaxBits, kId, "Code 17 Experiment", "C17v1", "Code 17 Experiment") {}
+
+  u64 table_bytes(u64 bits) const override { return ResidueTables::bytes(rows_to(bits)); }
+  void ensure_tables(TransformTables& tables, u64 bits) const override {
+    if (!tables.find(kId)) tables.put(kId, std::make_unique<ResidueTables>());
+    static_cast<ResidueTables*>(tables.find(kId))->grow(tables.memory(), rows_to(bits));
+  }
+  MultiplySizes sizes(u64 bits, u64) const override {
+    const ResidueRun run(row_of(bits), nullptr);
+    return {run.transform_bytes(), run.scratch_bytes()};
+  }
+  const Parameters& parameters_for(ParametersBox& out, const TransformTables* tables, u64 bits,
+                                   u64) const override {
+    return residue_parameters(out, tables, row_of(bits));
+  }
+  // Subtrees go forward, through the product and back while they are in cache.
+  void sqr_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const override {
+    product(ctx, T, skip, len, A, L, nullptr, L);
+  }
+  void sqr_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 L) const override {
+    product(ctx, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, reinterpret_cast<const u32*>(A), 2 * L,
+            nullptr, 2 * L);
+  }
+  void mul_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL, const u32* B,
+                  u64 BL) const override {
+    product(ctx, T, skip, len, A, AL, B, BL);
+  }
+  void mul_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL, const u64* B,
+                  u64 BL) const override {
+    product(ctx, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, reinterpret_cast<const u32*>(A), 2 * AL,
+            reinterpret_cast<const u32*>(B), 2 * BL);
+  }
+
+ private:
+  static void product(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL,
+                      const u32* B, u64 BL) {
+    const ResidueRow& row = row_of((AL + BL) * 32);
+    check_length(row, len);
+    const ResidueRun run(row, find_tables(ctx.tables));
+    const ResiduePlan plan = run.plan();
+    LinearHeapBuffer scratch = ctx.scratch;
+    double* F = scratch.cut<double>(row.P * row.points());
+    double* G = B ? scratch.cut<double>(row.P * row.points()) : F;
+    void* tmp = scratch.cut<u8>(run.scratch_bytes());
+    run.start(plan, F, operand(A, AL), ctx.parallel);
+    if (B) run.start(plan, G, operand(B, BL), ctx.parallel);
+    run.multiply(plan, F, G, true, ctx.parallel);
+    run.finish(plan, F, {T, skip, len}, tmp, ctx.parallel);
+  }
+};
+
+}  // namespace
+
+const Parameters& residue_parameters(ParametersBox& out, const TransformTables* tables,
+                                     const ResidueRow& row) {
+  return out.emplace<ResidueParameters>(row, tables ? find_tables(*tables) : nullptr);
+}
+
+const Algorithm& c17_algorithm() {
+  static const ResidueAlgorithm algorithm;
+  return algorithm;
+}
+
+}  // namespace orl

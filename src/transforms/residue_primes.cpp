@@ -1,0 +1,133 @@
+#include "transforms/residue_primes.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "frame/exceptions.h"
+
+namespace orl {
+namespace {
+
+struct SetRecord {
+  u32 P, k, e;
+  u64 primes[kMaxResiduePrimes];
+};
+constexpr SetRecord kRecords[] = {
+#include "transforms/residue_sets.inc"
+};
+constexpr ResidueRow kRows[] = {
+#include "transforms/residue_rows.inc"
+};
+
+ResiduePrime make_prime(u64 p) {
+  ResiduePrime prime{};
+  prime.p = p;
+  u64 odd = p - 1;
+  for (; odd % 2 == 0; odd /= 2) ++prime.e;
+  // A quadratic non-residue raised to the odd part has order 2^e.
+  u64 g = 2;
+  while (prime.power(g, (p - 1) / 2) != p - 1) ++g;
+  u64 root = prime.power(g, odd);
+  for (u32 i = prime.e + 1; i-- > 0;) {
+    prime.two_root[i] = root;
+    root = prime.multiply(root, root);
+  }
+  return prime;
+}
+
+u32 multiply_small(u64* a, u32 words, u64 b) {
+  u64 carry = 0;
+  for (u32 i = 0; i < words; ++i) {
+    const u128 t = static_cast<u128>(a[i]) * b + carry;
+    a[i] = static_cast<u64>(t);
+    carry = static_cast<u64>(t >> 64);
+  }
+  if (carry) a[words++] = carry;
+  return words;
+}
+
+struct Tables {
+  std::vector<ResiduePrime> primes;
+  ResidueSet sets[6][4];
+
+  Tables() {
+    for (const SetRecord& record : kRecords) {
+      ResidueSet& set = sets[record.P - 4][record.k >> 1];
+      set = {};
+      set.P = record.P;
+      set.k = record.k;
+      set.e = record.e;
+      set.words = 1;
+      set.modulus[0] = 1;
+      for (u32 i = 0; i < set.P; ++i) {
+        const u64 p = record.primes[i];
+        auto found =
+            std::find_if(primes.begin(), primes.end(), [&](const ResiduePrime& q) { return q.p == p; });
+        if (found == primes.end()) found = primes.insert(found, make_prime(p));
+        set.prime[i] = static_cast<u32>(found - primes.begin());
+        set.words = multiply_small(set.modulus, set.words, p);
+      }
+      for (u32 i = 0; i < set.P; ++i) {
+        const ResiduePrime& prime = primes[set.prime[i]];
+        u32 words = 1;
+        u64 rest = 1;
+        set.cofactor[i][0] = 1;
+        for (u32 j = 0; j < set.P; ++j)
+          if (j != i) {
+            words = multiply_small(set.cofactor[i], words, record.primes[j]);
+            rest = prime.multiply(rest, record.primes[j] % prime.p);
+          }
+        set.scale[i] = prime.inverse(prime.multiply(rest, set.k));
+        const u64 root = prime.root_of_order(set.k);
+        u64 power = 1;
+        for (u32 j = 0; j < set.k; ++j, power = prime.multiply(power, root))
+          set.odd[i][j] = prime.factor(power);
+        for (u32 j = 0; j < 4; ++j) set.limb[i][j] = prime.factor(prime.power(2, 48 * j));
+      }
+    }
+  }
+};
+
+const Tables& tables() {
+  static const Tables built;
+  return built;
+}
+
+}  // namespace
+
+u64 ResiduePrime::power(u64 base, u64 exponent) const {
+  u64 result = 1;
+  for (; exponent; exponent >>= 1, base = multiply(base, base))
+    if (exponent & 1) result = multiply(result, base);
+  return result;
+}
+
+u64 ResiduePrime::root_of_order(u64 order) const {
+  if (order == 1) return 1;
+  for (u64 g = 2;; ++g) {
+    const u64 root = power(g, (p - 1) / order);
+    bool exact = true;
+    for (u64 d = 1; d < order; ++d)
+      if (order % d == 0 && power(root, d) == 1) exact = false;
+    if (exact) return root;
+  }
+}
+
+ResidueFactor ResiduePrime::factor(u64 value) const {
+  const double w = value > p / 2 ? -static_cast<double>(p - value) : static_cast<double>(value);
+  return {w, w / static_cast<double>(p)};
+}
+
+std::span<const ResiduePrime> residue_primes() { return tables().primes; }
+const ResidueSet& residue_set(u32 P, u32 k) { return tables().sets[P - 4][k >> 1]; }
+std::span<const ResidueRow> residue_rows() { return kRows; }
+
+const ResidueRow& find_residue_row(u64 bits) {
+  const auto rows = residue_rows();
+  const auto found =
+      std::partition_point(rows.begin(), rows.end(), [&](const ResidueRow& r) { return r.bits() < bits; });
+  if (found == rows.end()) throw LimitExceededException("C17", rows.back().bits(), bits);
+  return *found;
+}
+
+}  // namespace orl

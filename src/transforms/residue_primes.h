@@ -1,0 +1,61 @@
+// Primes of the residue transforms: sets of P primes below 2^48 with k 2^e dividing p - 1, what follows from
+// them, and the size table.
+#pragma once
+
+#include <span>
+
+#include "frame/types.h"
+
+namespace orl {
+
+inline constexpr u32 kMaxResiduePrimes = 9;
+
+/// A factor modulo p and its ratio to p; |w| <= p / 2.
+struct ResidueFactor {
+  double w;
+  double ratio;
+};
+
+/// One prime and the roots of unity of its group.
+struct ResiduePrime {
+  u64 p;
+  u32 e;             ///< largest power of two in p - 1
+  u64 two_root[48];  ///< root of order 2^i; each is the square of the next
+  u64 power(u64 base, u64 exponent) const;
+  u64 multiply(u64 a, u64 b) const { return static_cast<u64>(static_cast<u128>(a) * b % p); }
+  u64 inverse(u64 a) const { return power(a, p - 2); }
+  u64 root_of_order(u64 order) const;  ///< of an odd order that divides p - 1
+  ResidueFactor factor(u64 value) const;
+};
+
+/// A prime set and its constants.
+struct ResidueSet {
+  u32 P, k, e;
+  u32 prime[kMaxResiduePrimes];  ///< indices into residue_primes()
+  u32 words;                     ///< 64-bit words of the modulus
+  u64 modulus[8];
+  u64 cofactor[kMaxResiduePrimes][8];        ///< modulus / p
+  u64 scale[kMaxResiduePrimes];              ///< (k modulus / p)^-1 mod p
+  ResidueFactor limb[kMaxResiduePrimes][4];  ///< 2^(48 j) mod p
+  ResidueFactor odd[kMaxResiduePrimes][7];   ///< powers of a root of order k
+};
+
+/// One row of the size table: k * 2^n points modulo P primes, 24 (P - 1) bits a point.
+struct ResidueRow {
+  u8 P, k, n;
+
+  constexpr u64 points() const { return u64{k} << n; }
+  constexpr u64 point_bits() const { return 24 * (u64{P} - 1); }
+  constexpr u64 bits() const { return points() * point_bits(); }
+};
+
+/// All primes that stand in a set.
+std::span<const ResiduePrime> residue_primes();
+/// P from 4 to 9, k in 1, 3, 5, 7.
+const ResidueSet& residue_set(u32 P, u32 k);
+/// In order of capacity.
+std::span<const ResidueRow> residue_rows();
+/// First row that holds a product of `bits`. Throws LimitExceededException past the last row.
+const ResidueRow& find_residue_row(u64 bits);
+
+}  // namespace orl

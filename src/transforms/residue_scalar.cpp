@@ -1,0 +1,28 @@
+#include "transforms/residue_kernels.h"
+
+#include "simd/begin_scalar.h"
+
+#include "transforms/residue_pass.kernel.h"
+
+#include "simd/end.h"
+
+namespace orl {
+namespace avx2 {
+extern const ResidueKernels residue_kernel_table;
+}
+namespace avx512 {
+extern const ResidueKernels residue_kernel_table;
+}
+
+const ResidueKernels& residue_kernels(simd::Target target) {
+  switch (target) {
+    case simd::Target::kScalar:
+      return scalar::residue_kernel_table;
+    case simd::Target::kAvx2:
+      return avx2::residue_kernel_table;
+    default:
+      return avx512::residue_kernel_table;
+  }
+}
+
+}  // namespace orl

@@ -1,0 +1,79 @@
+#!/usr/bin/env python3
+"""Writes the prime sets and the size table of the residue transforms, and proves them.
+
+Run from the top of the source tree: tools/make_residue_tables.py
+Proved: every prime by Pocklington's criterion (the factored part of p - 1 exceeds sqrt(p)), k * 2^e divides p - 1,
+the product of a set exceeds every coefficient of every row, rows rise and reach the family's largest product.
+"""
+from math import gcd, log2, prod
+
+LIMIT = 1 << 48
+MAX_BITS = 0x12C0000000000
+FACTORS = {6: (1, 3, 5), 7: (1, 3, 5), 8: (1, 3, 5, 7), 9: (1, 3, 5, 7)}
+
+
+def small_factors(n):
+    found, d = [], 2
+    while d * d <= n:
+        if n % d == 0:
+            found.append(d)
+            while n % d == 0:
+                n //= d
+        d += 1
+    return found + ([n] if n > 1 else [])
+
+
+def proved_prime(p):
+    """p - 1 is factored whole (its odd part is small), so a witness for each factor proves p."""
+    if any(p % d == 0 for d in (3, 5, 7, 11, 13)) or pow(2, p - 1, p) != 1:
+        return False
+    for f in small_factors(p - 1):
+        if not any(pow(a, p - 1, p) == 1 and gcd(pow(a, (p - 1) // f, p) - 1, p) == 1 for a in range(2, 200)):
+            return False
+    return True
+
+
+def prime_set(count, k):
+    for e in range(46, 20, -1):
+        step = k << e
+        primes = [c * step + 1 for c in range((LIMIT - 1) // step, 0, -1)]
+        primes = [p for p in primes if (1 << 46 if k == 1 else 5 << 43) < p < LIMIT and proved_prime(p)]
+        if len(primes) >= count:
+            return e, primes[:count]
+    raise SystemExit("no prime set")
+
+
+def main():
+    sets = {(P, k): prime_set(P, k) for P in range(4, 10) for k in (1, 3, 5, 7)}
+    with open("src/transforms/residue_sets.inc", "w") as out:
+        out.write("// Written by tools/make_residue_tables.py.\n")
+        for (P, k), (e, primes) in sorted(sets.items()):
+            out.write("{%d, %d, %d, {%s}},\n" % (P, k, e, ", ".join("0x%X" % p for p in primes)))
+    rows = []
+    for P, ks in FACTORS.items():
+        for k in ks:
+            e, primes = sets[P, k]
+            for n in range(8, e + 1):
+                if k << n < 1 << 9:
+                    continue
+                # A coefficient has at most half of the points as terms, and half of the modulus stays free for
+                # the estimate of its multiple.
+                if 48 * (P - 1) + log2(k) + n <= log2(prod(primes)):
+                    rows.append((k * (P - 1) * 48 << (n - 1), P, k, n))
+    # A row that costs more than one of at least its capacity is of no use.
+    cost = lambda r: r[1] * (r[2] << r[3]) * (r[3] + 2.0 * log2(r[2]) + 8 + 1.2 * r[1])
+    rows.sort(key=lambda r: (r[0], -cost(r)))
+    kept, best = [], None
+    for r in reversed(rows):
+        if best is None or cost(r) < best:
+            best = cost(r)
+            kept.append(r)
+    kept.reverse()
+    last = next(i for i, r in enumerate(kept) if r[0] >= MAX_BITS)
+    with open("src/transforms/residue_rows.inc", "w") as out:
+        out.write("// Written by tools/make_residue_tables.py.\n")
+        for _, P, k, n in kept[: last + 1]:
+            out.write("{%d, %d, %d},\n" % (P, k, n))
+
+
+main()
