@@ -17,6 +17,7 @@ import time
 
 
 def timed(command, folder):
+    os.sync()  # the files of the run before are no part of this one
     start = time.perf_counter()
     process = subprocess.Popen(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
     text = process.stdout.read().decode(errors="replace")
