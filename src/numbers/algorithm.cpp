@@ -1,5 +1,6 @@
 #include "numbers/algorithm.h"
 
+#include "frame/exceptions.h"
 #include "numbers/product_areas.h"
 
 namespace orl {
@@ -31,6 +32,19 @@ void transform_product(const Algorithm& algorithm, const MultiplyContext& ctx, W
 }
 
 }  // namespace
+
+void Parameters::forward_cyclic(void*, const u32*, u64, void*, ParallelContext) const {
+  throw InvalidParametersException("Parameters::forward_cyclic()", "Invalid Function Parameters:   ");
+}
+void Parameters::pointwise_cyclic(void*, const void*, u32*, void*, ParallelContext) const {
+  throw InvalidParametersException("Parameters::pointwise_cyclic()", "Invalid Function Parameters:   ");
+}
+void Parameters::forward_negacyclic(void*, const u32*, u64, void*, ParallelContext) const {
+  throw InvalidParametersException("Parameters::forward_negacyclic()", "Invalid Function Parameters:   ");
+}
+bool Parameters::pointwise_negacyclic(void*, const void*, u32*, void*, ParallelContext) const {
+  throw InvalidParametersException("Parameters::pointwise_negacyclic()", "Invalid Function Parameters:   ");
+}
 
 const FamilyTables* TransformTables::find(std::string_view family_id) const {
   for (const auto& [id, tables] : families_)

@@ -100,8 +100,24 @@ class Parameters {
   /// True when a forward transform made with one can be used with the other.
   virtual bool compatible(const Parameters& other) const = 0;
 
+  /// n, in u32 words, when the shape multiplies modulo W^n - 1 and W^n + 1 (W = 2^32); 0 when it does not,
+  /// and then the four operations below throw. The transforms of the two forms do not mix with each other or
+  /// with forward().
+  u64 cyclic_words() const { return cyclic_words_; }
+  /// Transforms A[0, AL), AL <= n, for products modulo W^n - 1.
+  virtual void forward_cyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const;
+  /// T[0, n) = the product of what F and G transform modulo W^n - 1, where W^n - 1 itself stands for 0 too. F
+  /// is destroyed, G (which may be F) kept otherwise.
+  virtual void pointwise_cyclic(void* F, const void* G, u32* T, void* tmp, ParallelContext parallel) const;
+  /// Transforms A[0, AL), AL <= n, for products modulo W^n + 1.
+  virtual void forward_negacyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const;
+  /// The same modulo W^n + 1. True when the product is W^n, whose words T then holds: all zero.
+  virtual bool pointwise_negacyclic(void* F, const void* G, u32* T, void* tmp,
+                                    ParallelContext parallel) const;
+
  protected:
   u64 max_bits_ = 0;
+  u64 cyclic_words_ = 0;
   u64 transform_size_ = 0;
   u64 scratch_size_ = 0;
 };

@@ -7,6 +7,8 @@
 
 #include "simd/begin_avx512.h"
 
+#include "transforms/residue_mod.kernel.h"
+// Above the rest, which uses it.
 #include "transforms/residue_pass.kernel.h"
 
 #include "simd/end.h"

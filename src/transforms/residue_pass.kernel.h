@@ -1,36 +1,7 @@
-// Residue transforms over vectors of doubles.
-//
-// Intervals, in units of p < 2^48: a product by a factor lies within 0.54 for operands up to 16 (the quotient
-// is off by at most 2^-4 from rounding its ratio); a reduction within 0.51. residue_bounds.cpp states what
-// the passes make of that.
+// Residue transforms over vectors of doubles, on the arithmetic of residue_mod.kernel.h; residue_bounds.cpp
+// states what the passes make of its intervals.
 namespace orl::SIMD_ISA {
 namespace {
-
-using F64 = simd::SIMD_ISA::F64;
-using simd::SIMD_ISA::fma;
-using simd::SIMD_ISA::fms;
-using simd::SIMD_ISA::fnma;
-using simd::SIMD_ISA::transpose;
-constexpr u32 L = F64::lanes;
-constexpr double kRound = 6755399441055744.0;  // 1.5 * 2^52
-
-#define RESIDUE_INLINE inline __attribute__((always_inline))
-
-struct Mod {
-  F64 p, inverse, round;
-  explicit Mod(const ResidueModulus& m)
-      : p(F64::all(m.p)), inverse(F64::all(m.inverse)), round(F64::all(kRound)) {}
-
-  RESIDUE_INLINE F64 times(F64 a, F64 w, F64 ratio) const {
-    const F64 h = a * w;
-    const F64 q = fma(a, ratio, round) - round;
-    return fnma(q, p, h) + fms(a, w, h);
-  }
-  RESIDUE_INLINE F64 times(F64 a, ResidueFactor f) const {
-    return times(a, F64::all(f.w), F64::all(f.ratio));
-  }
-  RESIDUE_INLINE F64 reduce(F64 a) const { return fnma(fma(a, inverse, round) - round, p, a); }
-};
 
 RESIDUE_INLINE ResidueFactor inverse_root(const ResidueFactor* roots, u64 node) {
   if (node == 0) return {1.0, roots[0].ratio};
@@ -337,7 +308,5 @@ extern const ResidueKernels residue_kernel_table;
 constinit const ResidueKernels residue_kernel_table{
     SIMD_ISA_NAME, &split, &first_pass, &last_pass, &forward, &product, &inverse, &finish,
 };
-
-#undef RESIDUE_INLINE
 
 }  // namespace orl::SIMD_ISA
