@@ -134,6 +134,14 @@ void check_length(u64 max_bits, u64 words) {
 FftOperand operand(const u32* A, u64 AL) { return {reinterpret_cast<const u8*>(A), 4 * AL}; }
 FftWindow window_of(u32* T, u64 skip, u64 len) { return {reinterpret_cast<u8*>(T), 4 * skip, 4 * len}; }
 
+/// The tables of a product that will run: those of the row, or an exception.
+const FftTables* covering_tables(const TransformTables& tables, const FftRow& row) {
+  const auto* own = static_cast<const FftTables*>(tables.find(kId));
+  if (own == nullptr || !own->covers(row.k, row.s))
+    throw InvalidParametersException(kId, "Twiddle tables are too small for this product.");
+  return own;
+}
+
 class FftParameters final : public Parameters {
  public:
   FftParameters(const FftRow& row, const FftTables* tables, u64 tds) : run_(row, tables, tds) {
@@ -191,7 +199,8 @@ class FftAlgorithm final : public Algorithm {
   }
   const Parameters& parameters_for(ParametersBox& out, const TransformTables* tables, u64 bits,
                                    u64 tds) const override {
-    return out.emplace<FftParameters>(find_fft_row(bits), tables ? find_tables(*tables) : nullptr, tds);
+    const FftRow& row = find_fft_row(bits);
+    return out.emplace<FftParameters>(row, tables ? covering_tables(*tables, row) : nullptr, tds);
   }
 
   // Both operands go down a branch together, and the product comes back while
@@ -199,7 +208,7 @@ class FftAlgorithm final : public Algorithm {
   void sqr_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const override {
     const FftRow& row = find_fft_row(2 * L * 32);
     check_length(row.bits, len);
-    const FftRun run(row, find_tables(ctx.tables), ctx.parallel.tds);
+    const FftRun run(row, covering_tables(ctx.tables, row), ctx.parallel.tds);
     LinearHeapBuffer scratch = ctx.scratch;
     double* F = scratch.cut<double>(row.points());
     void* tmp = scratch.cut<u8>(run.scratch_bytes());
@@ -214,7 +223,7 @@ class FftAlgorithm final : public Algorithm {
                   u64 BL) const override {
     const FftRow& row = find_fft_row((AL + BL) * 32);
     check_length(row.bits, len);
-    const FftRun run(row, find_tables(ctx.tables), ctx.parallel.tds);
+    const FftRun run(row, covering_tables(ctx.tables, row), ctx.parallel.tds);
     LinearHeapBuffer scratch = ctx.scratch;
     double* F = scratch.cut<double>(row.points());
     double* G = scratch.cut<double>(row.points());
@@ -230,9 +239,6 @@ class FftAlgorithm final : public Algorithm {
   }
 
  private:
-  static const FftTables* find_tables(const TransformTables& tables) {
-    return static_cast<const FftTables*>(tables.find(kId));
-  }
   // Largest s of each odd factor among the shapes of products up to `bits`.
   static std::array<u32, 3> largest_shapes(u64 bits) {
     std::array<u32, 3> s{};

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "frame/exceptions.h"
+#include "parallel/simple_frameworks.h"
 #include "support/random_words.h"
 #include "transforms/fft_bounds.h"
 #include "transforms/fft_test_support.h"
@@ -97,6 +98,34 @@ TEST(FftTwiddles, GrowingCutsWhatIsStatedOnce) {
   EXPECT_LT(stated, 8 * rows.back().points() / 50);
   fft_algorithm().ensure_tables(tables, largest);
   EXPECT_EQ(tables.memory().size, 0u);
+}
+
+TEST(FftTwiddles, AProductBeyondItsTablesIsRefused) {
+  const Algorithm& fft = fft_algorithm();
+  const auto rows = fft_rows();
+  GuardedBytes memory(fft.table_bytes(rows[40].bits));
+  TransformTables tables(memory.buffer()), none(LinearHeapBuffer{});
+  fft.ensure_tables(tables, rows[40].bits);
+  for (const FftRow& row : rows) {
+    SCOPED_TRACE(text_of(row));
+    ParametersBox box;
+    EXPECT_THROW(fft.parameters_for(box, &none, row.bits, 1), InvalidParametersException);
+    if (row.bits <= rows[40].bits) {
+      EXPECT_NO_THROW(fft.parameters_for(box, &tables, row.bits, 1));
+    } else if (row.s > rows[40].s + 2) {
+      EXPECT_THROW(fft.parameters_for(box, &tables, row.bits, 1), InvalidParametersException);
+    }
+  }
+  // The forms that build no Parameters: refused before a word is written.
+  const u64 words = rows.back().bits / 64;
+  std::vector<u32> a(words, 1), product(2 * words);
+  GuardedBytes scratch(fft.sizes(64 * words, 1).total_bytes());
+  Parallelizer_None serial;
+  const MultiplyContext ctx{{serial, 1}, tables, scratch.buffer()};
+  EXPECT_THROW(fft.sqr_window(ctx, product.data(), 0, 2 * words, a.data(), words),
+               InvalidParametersException);
+  EXPECT_THROW(fft.mul_window(ctx, product.data(), 0, 2 * words, a.data(), words, a.data(), words),
+               InvalidParametersException);
 }
 
 TEST(FftSizes, ParametersStateWhatSizesStates) {
