@@ -1,6 +1,12 @@
 // U64: a vector of 64-bit words; `lanes` of them. Loads and stores ask for no alignment.
 namespace orl::simd::SIMD_ISA {
 
+inline long long load_word(const std::uint8_t* p) {
+  long long word;
+  __builtin_memcpy(&word, p, sizeof word);
+  return word;
+}
+
 #if defined(SIMD_ISA_AVX512)
 
 struct U64 {
@@ -9,6 +15,11 @@ struct U64 {
 
   static U64 load(const void* p) { return {_mm512_loadu_si512(p)}; }
   static U64 all(std::uint64_t x) { return {_mm512_set1_epi64(static_cast<long long>(x))}; }
+  /// Words `stride` bytes apart.
+  static U64 load_strided(const std::uint8_t* p, std::uint64_t stride) {
+    const auto at = [&](std::uint64_t i) { return load_word(p + i * stride); };
+    return {_mm512_set_epi64(at(7), at(6), at(5), at(4), at(3), at(2), at(1), at(0))};
+  }
   /// x in lane 0, zero above.
   static U64 low(std::uint64_t x) {
     return {_mm512_zextsi128_si512(_mm_cvtsi64_si128(static_cast<long long>(x)))};
@@ -42,6 +53,9 @@ inline U64 operator+(U64 a, U64 b) { return {_mm512_add_epi64(a.v, b.v)}; }
 inline U64 operator-(U64 a, U64 b) { return {_mm512_sub_epi64(a.v, b.v)}; }
 inline U64 operator&(U64 a, U64 b) { return {_mm512_and_si512(a.v, b.v)}; }
 inline U64 operator|(U64 a, U64 b) { return {_mm512_or_si512(a.v, b.v)}; }
+/// The same bits.
+inline U64 as_bits(F64 a) { return {_mm512_castpd_si512(a.v)}; }
+inline F64 as_doubles(U64 a) { return {_mm512_castsi512_pd(a.v)}; }
 
 #elif defined(SIMD_ISA_AVX2)
 
@@ -51,6 +65,10 @@ struct U64 {
 
   static U64 load(const void* p) { return {_mm256_loadu_si256(static_cast<const __m256i*>(p))}; }
   static U64 all(std::uint64_t x) { return {_mm256_set1_epi64x(static_cast<long long>(x))}; }
+  static U64 load_strided(const std::uint8_t* p, std::uint64_t stride) {
+    const auto at = [&](std::uint64_t i) { return load_word(p + i * stride); };
+    return {_mm256_set_epi64x(at(3), at(2), at(1), at(0))};
+  }
   static U64 low(std::uint64_t x) {
     return {_mm256_zextsi128_si256(_mm_cvtsi64_si128(static_cast<long long>(x)))};
   }
@@ -80,6 +98,8 @@ inline U64 operator+(U64 a, U64 b) { return {_mm256_add_epi64(a.v, b.v)}; }
 inline U64 operator-(U64 a, U64 b) { return {_mm256_sub_epi64(a.v, b.v)}; }
 inline U64 operator&(U64 a, U64 b) { return {_mm256_and_si256(a.v, b.v)}; }
 inline U64 operator|(U64 a, U64 b) { return {_mm256_or_si256(a.v, b.v)}; }
+inline U64 as_bits(F64 a) { return {_mm256_castpd_si256(a.v)}; }
+inline F64 as_doubles(U64 a) { return {_mm256_castsi256_pd(a.v)}; }
 
 #else
 
@@ -93,6 +113,7 @@ struct U64 {
     return x;
   }
   static U64 all(std::uint64_t x) { return {x}; }
+  static U64 load_strided(const std::uint8_t* p, std::uint64_t) { return load(p); }
   static U64 low(std::uint64_t x) { return {x}; }
   static U64 ramp(long long) { return {0}; }
   void store(void* p) const { __builtin_memcpy(p, &v, sizeof v); }
@@ -112,6 +133,16 @@ inline U64 operator+(U64 a, U64 b) { return {a.v + b.v}; }
 inline U64 operator-(U64 a, U64 b) { return {a.v - b.v}; }
 inline U64 operator&(U64 a, U64 b) { return {a.v & b.v}; }
 inline U64 operator|(U64 a, U64 b) { return {a.v | b.v}; }
+inline U64 as_bits(F64 a) {
+  U64 b;
+  __builtin_memcpy(&b.v, &a.v, sizeof b.v);
+  return b;
+}
+inline F64 as_doubles(U64 a) {
+  F64 b;
+  __builtin_memcpy(&b.v, &a.v, sizeof b.v);
+  return b;
+}
 
 #endif
 

@@ -21,34 +21,49 @@ constexpr u64 kBlockPoints = 512;
 /// One shape, and its work.
 class ResidueRun {
  public:
-  ResidueRun(const ResidueRow& row, const ResidueTables* tables)
-      : kernels_(residue_kernels(simd::active_target())), row_(row), tables_(tables) {
+  ResidueRun(const ResidueRow& row, const ResidueTables* tables, u64 tds)
+      : kernels_(residue_kernels(simd::active_target())),
+        row_(row),
+        tables_(tables),
+        tasks_(std::max<u64>(tds, 1)) {
     check_residue_bounds(row);
   }
 
   const ResidueRow& row() const { return row_; }
   const ResidueKernels& kernels() const { return kernels_; }
   u64 transform_bytes() const { return sizeof(double) * row_.P * row_.points(); }
-  u64 scratch_bytes() const { return LinearHeapBuffer::cut_bytes<u8>(sizeof(ResidueBlockEnd) * blocks()); }
+  u64 scratch_bytes() const {
+    return LinearHeapBuffer::cut_bytes<u8>(sizeof(ResidueBlockEnd) * blocks()) +
+           tasks_ * LinearHeapBuffer::cut_bytes<u8>(residue_tile_bytes(row_));
+  }
 
-  ResiduePlan plan() const {
-    ResiduePlan plan{row_, &residue_set(row_.P, row_.k), {}};
+  ResiduePlan plan(bool negacyclic) const {
+    ResiduePlan plan{row_, negacyclic, &residue_set(row_.P, row_.k), {}};
     for (u32 i = 0; i < row_.P; ++i) {
       const ResiduePrime& prime = residue_primes()[plan.set->prime[i]];
       ResidueModulus& m = plan.modulus[i];
       m.p = static_cast<double>(prime.p);
       m.inverse = 1 / m.p;
-      m.roots = tables_ ? tables_->roots(plan.set->prime[i], plan.length() / 16) : nullptr;
-      if (!m.roots) throw InvalidParametersException(kId, "Invalid Function Parameters:   ");
+      if (tables_) m.roots = tables_->roots(plan.set->prime[i]);
+      if (m.roots.count < ResidueTables::count_of(row_.n))
+        throw InvalidParametersException(kId, "Invalid Function Parameters:   ");
       // The last three levels are not split, so an inverse multiplies by M / 8.
-      m.scale = prime.factor(prime.multiply(prime.power((prime.p + 1) / 2, row_.n - 3), plan.set->scale[i]));
+      m.scale = prime.factor(prime.multiply(prime.half[row_.n - 3], plan.set->scale[i]));
       m.odd = plan.set->odd[i];
     }
     return plan;
   }
 
-  void forward(const ResiduePlan& plan, double* F, ResidueOperand a, ParallelContext parallel) const {
-    start(plan, F, a, parallel);
+  /// The first stage: from words to subtrees.
+  void start(const ResiduePlan& plan, double* F, ResidueOperand a, void* tmp,
+             ParallelContext parallel) const {
+    for_columns(plan, tmp, parallel, [&](u64 begin, u64 end, double* tile) {
+      kernels_.first_stage(plan, F, a, begin, end, tile);
+    });
+  }
+  void forward(const ResiduePlan& plan, double* F, ResidueOperand a, void* tmp,
+               ParallelContext parallel) const {
+    start(plan, F, a, tmp, parallel);
     subtrees(plan, parallel, [&](const ResidueModulus& m, u64 at, u64 length, u64 node) {
       kernels_.forward(m, F + at, length, node);
     });
@@ -56,36 +71,18 @@ class ResidueRun {
   /// F times G, both transformed; or, with `raw`, both only started.
   void multiply(const ResiduePlan& plan, double* F, double* G, bool raw, ParallelContext parallel) const {
     subtrees(plan, parallel, [&](const ResidueModulus& m, u64 at, u64 length, u64 node) {
-      if (raw) {
-        kernels_.forward(m, F + at, length, node);
-        if (G != F) kernels_.forward(m, G + at, length, node);
-      }
-      kernels_.product(m, F + at, G + at, length, node);
-      kernels_.inverse(m, F + at, length, node);
+      kernels_.multiply(m, F + at, G + at, length, node, raw);
     });
-  }
-  /// Split and the first pass.
-  void start(const ResiduePlan& plan, double* F, ResidueOperand a, ParallelContext parallel) const {
-    for_parts(parallel, plan.length() / 8,
-              [&](u64 begin, u64 end) { kernels_.split(plan, F, a, 8 * begin, 8 * end); });
-    columns(
-        plan, parallel,
-        [&](const ResidueModulus& m, double* x, u64 begin, u64 end) {
-          kernels_.first_pass(m, x, plan.length(), begin, end);
-        },
-        F);
   }
   void finish(const ResiduePlan& plan, double* F, ResidueWindow window, void* tmp,
               ParallelContext parallel) const {
-    columns(
-        plan, parallel,
-        [&](const ResidueModulus& m, double* x, u64 begin, u64 end) {
-          kernels_.last_pass(m, x, plan.length(), begin, end);
-        },
-        F);
+    for_columns(plan, tmp, parallel,
+                [&](u64 begin, u64 end, double* tile) { kernels_.last_stage(plan, F, begin, end, tile); });
     for_parts(parallel, plan.length() / 8,
               [&](u64 begin, u64 end) { kernels_.finish(plan, F, 8 * begin, 8 * end); });
-    ResidueBlockEnd* ends = static_cast<ResidueBlockEnd*>(tmp);
+    LinearHeapBuffer scratch(tmp, scratch_bytes());
+    ResidueBlockEnd* ends =
+        reinterpret_cast<ResidueBlockEnd*>(scratch.cut<u8>(sizeof(ResidueBlockEnd) * blocks()));
     const u64 size = block_points(), count = blocks();
     const u32 limit = residue_coefficient_bits(row_);
     const u64 wanted =
@@ -127,29 +124,35 @@ class ResidueRun {
     fork_range(parallel.parallelizer, 0, tasks,
                [&](u64 t) { body(count * t / tasks, count * (t + 1) / tasks); });
   }
+  // Columns of the first and last stage in tasks, each with a tile of its own.
   template <class Body>
-  void columns(const ResiduePlan& plan, ParallelContext parallel, Body&& body, double* F) const {
-    if (!plan.divided()) return;
-    const u64 sequences = u64{row_.P} * row_.k, parts = 16, width = plan.length() / kResidueRadix / parts;
-    for_parts(parallel, sequences * parts, [&](u64 begin, u64 end) {
-      for (u64 u = begin; u < end; ++u) {
-        const u64 s = u / parts, part = u % parts;
-        body(plan.modulus[s / row_.k], F + s * plan.length(), part * width, (part + 1) * width);
-      }
-    });
+  void for_columns(const ResiduePlan& plan, void* tmp, ParallelContext parallel, Body&& body) const {
+    const u64 groups = plan.columns() / 8, tasks = std::min({tasks_, groups, std::max<u64>(parallel.tds, 1)});
+    LinearHeapBuffer scratch(tmp, scratch_bytes());
+    scratch.cut<u8>(sizeof(ResidueBlockEnd) * blocks());
+    const u64 tile = residue_tile_bytes(row_) / sizeof(double);
+    const auto task = [&](u64 t) {
+      LinearHeapBuffer own = scratch;
+      own.cut<double>(t * tile);
+      body(8 * (groups * t / tasks), 8 * (groups * (t + 1) / tasks), own.cut<double>(tile));
+    };
+    if (tasks == 1) return task(0);
+    fork_range(parallel.parallelizer, 0, tasks, task);
   }
   template <class Body>
   void subtrees(const ResiduePlan& plan, ParallelContext parallel, Body&& body) const {
-    const u64 nodes = plan.divided() ? kResidueRadix : 1;
-    const u64 length = plan.length() / nodes;
-    for_parts(parallel, u64{row_.P} * row_.k * nodes, [&](u64 begin, u64 end) {
-      for (u64 u = begin; u < end; ++u) body(plan.modulus[u / nodes / row_.k], u * length, length, u % nodes);
+    const u64 rows = plan.rows(), length = plan.columns(), k = row_.k;
+    for_parts(parallel, row_.P * k * rows, [&](u64 begin, u64 end) {
+      for (u64 u = begin; u < end; ++u)
+        body(plan.modulus[u / rows / k], u * length, length,
+             (u64{plan.negacyclic} << plan.levels()) + u % rows);
     });
   }
 
   const ResidueKernels& kernels_;
   ResidueRow row_;
   const ResidueTables* tables_;
+  u64 tasks_;  ///< of the first and last stage, at most
 };
 
 void check_length(const ResidueRow& row, u64 words) {
@@ -161,14 +164,14 @@ ResidueOperand operand(const u32* A, u64 AL) { return {reinterpret_cast<const u8
 
 class ResidueParameters final : public Parameters {
  public:
-  ResidueParameters(const ResidueRow& row, const ResidueTables* tables) : run_(row, tables) {
+  ResidueParameters(const ResidueRow& row, const ResidueTables* tables, u64 tds) : run_(row, tables, tds) {
     max_bits_ = row.bits();
     transform_size_ = run_.transform_bytes();
     scratch_size_ = run_.scratch_bytes();
   }
-  void forward(void* F, const u32* A, u64 AL, void*, ParallelContext parallel) const override {
+  void forward(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const override {
     check_length(run_.row(), AL);
-    run_.forward(run_.plan(), static_cast<double*>(F), operand(A, AL), parallel);
+    run_.forward(run_.plan(false), static_cast<double*>(F), operand(A, AL), tmp, parallel);
   }
   void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const override {
     inverse_fmul(F, F, T, skip, len, tmp, parallel);
@@ -176,7 +179,7 @@ class ResidueParameters final : public Parameters {
   void inverse_fmul(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
                     ParallelContext parallel) const override {
     check_length(run_.row(), len);
-    const ResiduePlan plan = run_.plan();
+    const ResiduePlan plan = run_.plan(false);
     // G is only read.
     run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(const_cast<void*>(G)), false, parallel);
     run_.finish(plan, static_cast<double*>(F), {T, skip, len}, tmp, parallel);
@@ -214,13 +217,13 @@ class ResidueAlgorithm final : public Algorithm {
     if (!tables.find(kId)) tables.put(kId, std::make_unique<ResidueTables>());
     static_cast<ResidueTables*>(tables.find(kId))->grow(tables.memory(), rows_to(bits));
   }
-  MultiplySizes sizes(u64 bits, u64) const override {
-    const ResidueRun run(row_of(bits), nullptr);
+  MultiplySizes sizes(u64 bits, u64 tds) const override {
+    const ResidueRun run(row_of(bits), nullptr, tds);
     return {run.transform_bytes(), run.scratch_bytes()};
   }
   const Parameters& parameters_for(ParametersBox& out, const TransformTables* tables, u64 bits,
-                                   u64) const override {
-    return residue_parameters(out, tables, row_of(bits));
+                                   u64 tds) const override {
+    return residue_parameters(out, tables, row_of(bits), tds);
   }
   // Subtrees go forward, through the product and back while they are in cache.
   void sqr_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const override {
@@ -245,14 +248,14 @@ class ResidueAlgorithm final : public Algorithm {
                       const u32* B, u64 BL) {
     const ResidueRow& row = row_of((AL + BL) * 32);
     check_length(row, len);
-    const ResidueRun run(row, find_tables(ctx.tables));
-    const ResiduePlan plan = run.plan();
+    const ResidueRun run(row, find_tables(ctx.tables), ctx.parallel.tds);
+    const ResiduePlan plan = run.plan(false);
     LinearHeapBuffer scratch = ctx.scratch;
     double* F = scratch.cut<double>(row.P * row.points());
     double* G = B ? scratch.cut<double>(row.P * row.points()) : F;
     void* tmp = scratch.cut<u8>(run.scratch_bytes());
-    run.start(plan, F, operand(A, AL), ctx.parallel);
-    if (B) run.start(plan, G, operand(B, BL), ctx.parallel);
+    run.start(plan, F, operand(A, AL), tmp, ctx.parallel);
+    if (B) run.start(plan, G, operand(B, BL), tmp, ctx.parallel);
     run.multiply(plan, F, G, true, ctx.parallel);
     run.finish(plan, F, {T, skip, len}, tmp, ctx.parallel);
   }
@@ -260,9 +263,9 @@ class ResidueAlgorithm final : public Algorithm {
 
 }  // namespace
 
-const Parameters& residue_parameters(ParametersBox& out, const TransformTables* tables,
-                                     const ResidueRow& row) {
-  return out.emplace<ResidueParameters>(row, tables ? find_tables(*tables) : nullptr);
+const Parameters& residue_parameters(ParametersBox& out, const TransformTables* tables, const ResidueRow& row,
+                                     u64 tds) {
+  return out.emplace<ResidueParameters>(row, tables ? find_tables(*tables) : nullptr, tds);
 }
 
 const Algorithm& c17_algorithm() {

@@ -1,67 +1,73 @@
 #include "transforms/residue_bounds.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
 
 #include "frame/exceptions.h"
+#include "transforms/residue_shape.h"
 
 namespace orl {
 namespace {
 
 constexpr double kReduced = 0.51;
-constexpr double kLargest = 8;      // 8 * 2^48 = 2^51: quotients below 2^50, sums exact
-constexpr double kLargestSum = 16;  // of what is only summed and reduced: below 2^52, so exact
-constexpr u32 kBlockLevels = 12;    // blocks of at most 2^12 points are in cache and use passes of two levels
+// Quotients of operands of products stay below 2^51, where rounding by 1.5 * 2^52 works: 0.52 * 15 < 2^3.
+constexpr double kLargest = 15;
+constexpr double kLargestSum = 31;  // of what is only summed and reduced: below 2^53, so exact
+
+double forward_levels(double bound, u32 levels) {
+  for (; levels > 0; --levels) bound += residue_product_bound(bound);
+  return bound;
+}
+
+// One pass over 2^levels rows within `bound`, step by step; returns the largest result and raises `largest`.
+double inverse_pass(double bound, u32 levels, double& largest) {
+  std::array<double, 16> row;
+  row.fill(bound);
+  const u32 rows = 1u << levels;
+  for (u32 s = 0; s < levels; ++s)
+    for (u32 j = 0; j < rows; ++j)
+      if (const u32 other = j | 1u << s; other != j) {
+        const double sum = row[j] + row[other];
+        largest = std::max(largest, sum);
+        row[j] = residue_inverse_reduces(levels, s, j) ? kReduced : sum;
+        row[other] = residue_inverse_reduces(levels, s, other) ? kReduced : residue_product_bound(sum);
+      }
+  return *std::max_element(row.begin(), row.begin() + rows);
+}
 
 }  // namespace
 
-// |a w / p - q| <= 1/2 + |a| 2^-54 (ratio) + 2^-53, a < 2^48 a_p.
-double residue_product_bound(double a) { return 0.5 + std::ldexp(a, -6); }
+// |a w / p - q| <= 1/2 + |a w / p| 2^-52, |w / p| <= 0.52, |a| <= 2^48 a.
+double residue_product_bound(double a) { return 0.5 + 0.52 * std::ldexp(a, -4); }
 
-double residue_split_bound(u32 P, u32 k) { return k * (kReduced + (P / 2 - 1) * residue_product_bound(1)); }
+double residue_split_bound(u32 P, u32 k) { return k * (1 + (P / 2 - 1) * residue_product_bound(1)); }
 
 double residue_forward_bound(u32 n) {
-  double bound = kReduced;  // of the points, which only grows
-  const auto levels = [&](u32 count) {
-    for (; count > 0; --count, --n) bound += residue_product_bound(bound);
-  };
-  if (n > kBlockLevels) levels(4);
-  double largest = bound;
-  // Passes that begin with a reduction leave the lower half within kReduced and a product.
-  const auto reduced_levels = [&](u32 count) {
-    bound = kReduced + residue_product_bound(bound);
-    --n;
-    levels(count - 1);
-    largest = std::max(largest, bound);
-  };
-  while (n > kBlockLevels) reduced_levels(4);
-  if (n % 2 == 0) reduced_levels(1);
-  levels(n - 3);
-  return std::max(largest, bound);
+  // The stage, then passes in memory that reduce their lower rows, then the block.
+  const u32 stage = residue_stage_levels(n);
+  double bound = forward_levels(kReduced, stage);
+  u32 left = n - stage;
+  while (left > kResidueBlockLevels) {
+    const u32 levels = residue_memory_levels(u64{1} << left);
+    bound = forward_levels(kReduced + residue_product_bound(bound), levels - 1);
+    left -= levels;
+  }
+  return forward_levels(bound, left - 3);
 }
 
-double residue_inverse_bound(u32 n) {
-  const auto product = residue_product_bound;
-  double bound = kReduced, largest = 8 * product(kReduced);  // the sum of eight products at the end of a tree
-  u32 level = 3, block = n;
-  while (block > kBlockLevels) block -= 4;
-  for (; level + 2 <= block; level += 2) {
-    largest = std::max(largest, 4 * bound);
-    bound = std::max(2 * product(2 * bound), product(4 * bound));
-  }
-  if (level < block) {
-    largest = std::max(largest, 2 * bound);
-    bound = std::max(kReduced, product(2 * bound));
-    ++level;
-  }
-  for (; level < n; level += 4) {
-    // Sums of four points are reduced; those of two points and two products grow for two levels more.
-    const double sums = 4 * std::max(2 * product(2 * bound), product(4 * bound));
-    largest = std::max({largest, 4 * bound, sums});
-    bound = std::max(2 * product(sums / 2), product(sums));
-  }
-  return std::max(largest, bound);
+double residue_inverse_bound(u32 n, u32 k) {
+  double bound = kReduced, largest = 0;
+  const u32 stage = residue_stage_levels(n);
+  u32 memory = 0, block = n - stage;
+  for (; block > kResidueBlockLevels; ++memory) block -= residue_memory_levels(u64{1} << block);
+  for (block -= 3; block >= 2; block -= 2) bound = inverse_pass(bound, 2, largest);
+  if (block) bound = inverse_pass(bound, 1, largest);
+  // Passes of other lengths follow in any order; each is taken as often as it could be.
+  for (u32 levels = 1; levels <= 4; ++levels)
+    for (u32 i = 0; i < memory + 2; ++i) bound = std::max(bound, inverse_pass(bound, levels, largest));
+  return std::max(largest, bound + (k - 1) * residue_product_bound(bound));
 }
 
 u32 residue_coefficient_bits(const ResidueRow& row) {
@@ -76,7 +82,7 @@ void check_residue_bounds(const ResidueRow& row) {
   const double coefficient =
       2.0 * static_cast<double>(row.point_bits()) + std::log2(static_cast<double>(row.points() / 2));
   if (row.n < 8 || row.n > set.e || modulus_bits > 512 || coefficient + 1 > modulus ||
-      residue_forward_bound(row.n) > kLargest || residue_inverse_bound(row.n) > kLargest ||
+      residue_forward_bound(row.n) > kLargest || residue_inverse_bound(row.n, row.k) > kLargest ||
       residue_split_bound(row.P, row.k) > kLargestSum)
     throw InvalidParametersException("C17", "Invalid Function Parameters:   ");
 }

@@ -8,6 +8,8 @@
 
 #include "simd/target.h"
 #include "transforms/residue_primes.h"
+#include "transforms/residue_shape.h"
+#include "transforms/residue_tables.h"
 
 namespace orl {
 
@@ -15,21 +17,25 @@ namespace orl {
 struct ResidueModulus {
   double p;
   double inverse;
-  const ResidueFactor* roots;  ///< s[j], j < M / 16
-  ResidueFactor scale;         ///< what a finished inverse is multiplied by: 8 / (k M) times the CRT factor
-  const ResidueFactor* odd;    ///< powers of a root of order k
+  ResidueRoots roots;
+  ResidueFactor scale;       ///< what a finished inverse is multiplied by: 8 / (k M) times the CRT factor
+  const ResidueFactor* odd;  ///< powers of a root of order k
 };
 
 struct ResiduePlan {
   ResidueRow row;
+  bool negacyclic;  ///< modulo x^(k M) + 1 rather than x^(k M) - 1
   const ResidueSet* set;
   ResidueModulus modulus[kMaxResiduePrimes];
-  u64 length() const { return u64{1} << row.n; }
-  /// Whether a sequence is first cut into kResidueRadix subtrees.
-  bool divided() const { return row.n > 12; }
-};
 
-inline constexpr u32 kResidueRadix = 16;
+  u64 length() const { return u64{1} << row.n; }
+  /// Levels of the first and of the last stage; then subtrees of columns() points remain.
+  u32 levels() const { return residue_stage_levels(row.n); }
+  u64 rows() const { return u64{1} << levels(); }
+  u64 columns() const { return length() >> levels(); }
+  /// Columns of a tile: all sequences of a tile stay in L2, those of one sequence in L1 where k allows.
+  u64 tile_columns() const { return residue_tile_columns(row); }
+};
 
 /// Bytes of an operand or of a product.
 struct ResidueOperand {
@@ -39,18 +45,16 @@ struct ResidueOperand {
 
 struct ResidueKernels {
   const char* name;
-  /// Residues of points i in [begin, end) (multiples of 8) of each sequence, through the odd factor's
-  /// butterfly.
-  void (*split)(const ResiduePlan&, double* F, ResidueOperand a, u64 begin, u64 end);
-  /// First pass of a divided sequence over columns [begin, end) of length() / kResidueRadix.
-  void (*first_pass)(const ResidueModulus&, double* x, u64 m, u64 begin, u64 end);
-  void (*last_pass)(const ResidueModulus&, double* x, u64 m, u64 begin, u64 end);
-  /// Node `node` of m points: forward, product with g (which may be x), inverse.
+  /// Words to residues, the odd factor, and the first levels() of columns [begin, end) (multiples of 8) of
+  /// every sequence of every prime. `tile` holds residue_tile_bytes().
+  void (*first_stage)(const ResiduePlan&, double* F, ResidueOperand a, u64 begin, u64 end, double* tile);
+  /// A subtree of m points at node `node`: forward.
   void (*forward)(const ResidueModulus&, double* x, u64 m, u64 node);
-  void (*product)(const ResidueModulus&, double* x, const double* g, u64 m, u64 node);
-  void (*inverse)(const ResidueModulus&, double* x, u64 m, u64 node);
-  /// Points [begin, end) of each sequence of all primes: the odd factor's inverse butterfly and the scale;
-  /// residues end in [0, p).
+  /// Forward of both when `raw`, product, inverse; g, which may be x, is changed only when `raw`.
+  void (*multiply)(const ResidueModulus&, double* x, double* g, u64 m, u64 node, bool raw);
+  /// The last levels of columns [begin, end) and the odd factor's inverse.
+  void (*last_stage)(const ResiduePlan&, double* F, u64 begin, u64 end, double* tile);
+  /// Points [begin, end) of each sequence of all primes times the scale, in [0, p).
   void (*finish)(const ResiduePlan&, double* F, u64 begin, u64 end);
 };
 

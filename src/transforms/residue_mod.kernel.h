@@ -1,11 +1,14 @@
 // Arithmetic modulo a prime p < 2^48 over vectors of doubles: residues are integers, lazy within a few p.
 //
-// Intervals, in units of p: a product by a factor lies within 0.54 for operands up to 16 (the quotient is off
-// by at most 2^-4 from rounding its ratio); a reduction within 0.51.
+// Intervals: residue_bounds.h. A factor may be a product itself and its ratio w * (1 / p), so |w| <= 0.52 p
+// and the ratio's relative error is below 2^-52.
 namespace orl::SIMD_ISA {
 namespace {
 
 using F64 = simd::SIMD_ISA::F64;
+using U64 = simd::SIMD_ISA::U64;
+using simd::SIMD_ISA::as_bits;
+using simd::SIMD_ISA::as_doubles;
 using simd::SIMD_ISA::fma;
 using simd::SIMD_ISA::fms;
 using simd::SIMD_ISA::fnma;

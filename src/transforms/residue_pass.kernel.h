@@ -3,32 +3,98 @@
 namespace orl::SIMD_ISA {
 namespace {
 
-RESIDUE_INLINE ResidueFactor inverse_root(const ResidueFactor* roots, u64 node) {
-  if (node == 0) return {1.0, roots[0].ratio};
+constexpr u64 kBlockPoints = u64{1} << kResidueBlockLevels;
+
+// Factors of the blocks -------------------------------------------------------------------------------------
+
+ResidueFactor factor_times(const ResidueModulus& modulus, ResidueFactor a, ResidueFactor b) {
+  const double h = a.w * b.w;
+  const double q = __builtin_fma(a.w, b.ratio, kRound) - kRound;
+  const double w = __builtin_fma(-q, modulus.p, h) + __builtin_fma(a.w, b.w, -h);
+  return {w, w * modulus.inverse};
+}
+
+ResidueFactor root(const ResidueModulus& modulus, u64 node) {
+  const u64 low = node % kResidueLowRoots, high = node / kResidueLowRoots;
+  const ResidueRoots& roots = modulus.roots;
+  const ResidueFactor f{roots.low_w[low], roots.low_ratio[low]};
+  return high ? factor_times(modulus, f, roots.high[high]) : f;
+}
+
+// s[2^l + r] s[2^l + (2^l - 1 - r)] = -1.
+ResidueFactor inverse_root(const ResidueModulus& modulus, u64 node) {
+  if (node == 0) return root(modulus, 0);
   const u64 top = u64{1} << (63 - __builtin_clzll(node));
-  const ResidueFactor f = roots[node ^ (top - 1)];
+  const ResidueFactor f = root(modulus, node ^ (top - 1));
   return {-f.w, -f.ratio};
 }
 
-// Four levels (or fewer) over 2^Levels columns, all in registers.
-template <u32 Levels, bool Reduce>
-RESIDUE_INLINE void forward_pass(const ResidueModulus& modulus, double* x, u64 m, u64 node, u64 begin,
-                                 u64 end) {
-  constexpr u32 R = 1u << Levels;
-  const Mod mod(modulus);
-  const u64 q = m / R;
-  ResidueFactor f[R];
+// The roots that a subtree of up to kBlockPoints needs, or their inverses: that of descendant b, l levels
+// below its node, at 2^l + b.
+struct BlockRoots {
+  alignas(64) double w[kResidueLowRoots + L], ratio[kResidueLowRoots + L];
+
+  void fill(const ResidueModulus& modulus, u64 m, u64 node, bool inverse) {
+    const Mod mod(modulus);
+    const ResidueRoots& roots = modulus.roots;
+    const double* below = inverse ? roots.low_inverse_w : roots.low_w;
+    for (u64 l = 0; m >> l > 8; ++l) {
+      const ResidueFactor head = inverse ? inverse_root(modulus, node << l) : root(modulus, node << l);
+      // A vector may end beyond its level: the next level comes later.
+      for (u64 b = 0; b < u64{1} << l; b += L) {
+        const F64 v = mod.times(F64::load(below + b), head);
+        v.store(w + (u64{1} << l) + b);
+        (v * mod.inverse).store(ratio + (u64{1} << l) + b);
+      }
+    }
+  }
+  // Factors of a pass of `levels` levels from descendant j, `depth` levels below.
+  template <u32 Levels>
+  RESIDUE_INLINE void pass(ResidueFactor (&f)[1u << Levels], u64 depth, u64 j) const {
+    for (u32 l = 0; l < Levels; ++l)
+      for (u32 b = 0; b < (1u << l); ++b) {
+        const u64 at = (u64{1} << (depth + l)) + (j << l) + b;
+        f[(1u << l) + b] = {w[at], ratio[at]};
+      }
+  }
+};
+
+template <u32 Levels>
+void pass_roots(const ResidueModulus& modulus, u64 node, bool inverse, ResidueFactor (&f)[1u << Levels]) {
   for (u32 l = 0; l < Levels; ++l)
-    for (u32 b = 0; b < (1u << l); ++b) f[(1u << l) + b] = modulus.roots[(node << l) + b];
-  for (u64 i = begin; i < end; i += L) {
+    for (u32 b = 0; b < (1u << l); ++b) {
+      const u64 at = (node << l) + b;
+      f[(1u << l) + b] = inverse ? inverse_root(modulus, at) : root(modulus, at);
+    }
+}
+
+// Passes ----------------------------------------------------------------------------------------------------
+
+// Rows of a pass: row j at data + j * stride.
+template <class T>
+struct Rows {
+  T* data;
+  u64 stride;
+};
+
+// Levels of 2^Levels rows, all in registers, `count` columns. kReduce: the lower rows are reduced first;
+// kHalf: the upper rows are zeros and not read.
+enum class Start { kPlain, kReduce, kHalf };
+
+template <u32 Levels, Start start>
+RESIDUE_INLINE void forward_pass(const Mod& mod, Rows<const double> from, Rows<double> to, u64 count,
+                                 const ResidueFactor (&f)[1u << Levels]) {
+  constexpr u32 R = 1u << Levels;
+  for (u64 i = 0; i < count; i += L) {
     F64 v[R];
 #pragma GCC unroll 16
-    for (u32 j = 0; j < R; ++j) {
-      v[j] = F64::load(x + i + j * q);
-      if (Reduce && j < R / 2) v[j] = mod.reduce(v[j]);
+    for (u32 j = 0; j < (start == Start::kHalf ? R / 2 : R); ++j) {
+      v[j] = F64::load(from.data + i + j * from.stride);
+      if (start == Start::kReduce && j < R / 2) v[j] = mod.reduce(v[j]);
+      if (start == Start::kHalf) v[j + R / 2] = v[j];
     }
 #pragma GCC unroll 4
-    for (u32 l = 0; l < Levels; ++l) {
+    for (u32 l = start == Start::kHalf ? 1 : 0; l < Levels; ++l) {
       const u32 nodes = 1u << l, half = R >> (l + 1);
 #pragma GCC unroll 8
       for (u32 b = 0; b < nodes; ++b) {
@@ -43,23 +109,18 @@ RESIDUE_INLINE void forward_pass(const ResidueModulus& modulus, double* x, u64 m
       }
     }
 #pragma GCC unroll 16
-    for (u32 j = 0; j < R; ++j) v[j].store(x + i + j * q);
+    for (u32 j = 0; j < R; ++j) v[j].store(to.data + i + j * to.stride);
   }
 }
 
 template <u32 Levels>
-RESIDUE_INLINE void inverse_pass(const ResidueModulus& modulus, double* x, u64 m, u64 node, u64 begin,
-                                 u64 end) {
+RESIDUE_INLINE void inverse_pass(const Mod& mod, Rows<const double> from, Rows<double> to, u64 count,
+                                 const ResidueFactor (&f)[1u << Levels]) {
   constexpr u32 R = 1u << Levels;
-  const Mod mod(modulus);
-  const u64 q = m / R;
-  ResidueFactor f[R];
-  for (u32 l = 0; l < Levels; ++l)
-    for (u32 b = 0; b < (1u << l); ++b) f[(1u << l) + b] = inverse_root(modulus.roots, (node << l) + b);
-  for (u64 i = begin; i < end; i += L) {
+  for (u64 i = 0; i < count; i += L) {
     F64 v[R];
 #pragma GCC unroll 16
-    for (u32 j = 0; j < R; ++j) v[j] = F64::load(x + i + j * q);
+    for (u32 j = 0; j < R; ++j) v[j] = F64::load(from.data + i + j * from.stride);
 #pragma GCC unroll 4
     for (u32 s = 0; s < Levels; ++s) {
       const u32 l = Levels - 1 - s;
@@ -75,51 +136,82 @@ RESIDUE_INLINE void inverse_pass(const ResidueModulus& modulus, double* x, u64 m
           hi = mod.times(t, f[(1u << l) + b]);
         }
       }
-      // The sums that met no product yet would pass 2^51 in the last two levels.
-      if (Levels == 4 && s == 1) {
-#pragma GCC unroll 4
-        for (u32 j = 0; j < R; j += 4) v[j] = mod.reduce(v[j]);
-      }
-    }
-    v[0] = mod.reduce(v[0]);
 #pragma GCC unroll 16
-    for (u32 j = 0; j < R; ++j) {
-      if (Levels > 2 && j > 0 && j < R / 4) v[j] = mod.reduce(v[j]);
-      v[j].store(x + i + j * q);
+      for (u32 j = 0; j < R; ++j)
+        if (residue_inverse_reduces(Levels, s, j)) v[j] = mod.reduce(v[j]);
+    }
+#pragma GCC unroll 16
+    for (u32 j = 0; j < R; ++j) v[j].store(to.data + i + j * to.stride);
+  }
+}
+
+// Passes over a range of memory that is its own rows.
+template <u32 Levels, Start start>
+void forward_in_place(const ResidueModulus& modulus, double* x, u64 m, u64 node) {
+  ResidueFactor f[1u << Levels];
+  pass_roots<Levels>(modulus, node, false, f);
+  const u64 q = m >> Levels;
+  forward_pass<Levels, start>(Mod(modulus), {x, q}, {x, q}, q, f);
+}
+template <u32 Levels>
+void inverse_in_place(const ResidueModulus& modulus, double* x, u64 m, u64 node) {
+  ResidueFactor f[1u << Levels];
+  pass_roots<Levels>(modulus, node, true, f);
+  const u64 q = m >> Levels;
+  inverse_pass<Levels>(Mod(modulus), {x, q}, {x, q}, q, f);
+}
+
+/// Calls body with a number of levels, 1 to 4, as a constant.
+template <class Body>
+RESIDUE_INLINE void with_levels(u32 levels, Body&& body) {
+  switch (levels) {
+    case 1:
+      return body(std::integral_constant<u32, 1>());
+    case 2:
+      return body(std::integral_constant<u32, 2>());
+    case 3:
+      return body(std::integral_constant<u32, 3>());
+    default:
+      return body(std::integral_constant<u32, 4>());
+  }
+}
+
+// Blocks ----------------------------------------------------------------------------------------------------
+
+// A block's levels, down to eight points.
+void forward_block(const Mod& mod, const BlockRoots& roots, double* x, u64 points) {
+  u64 depth = 0, m = points;
+  if ((63 - __builtin_clzll(m)) % 2 == 0) {
+    ResidueFactor f[2];
+    roots.pass<1>(f, 0, 0);
+    forward_pass<1, Start::kPlain>(mod, {x, m / 2}, {x, m / 2}, m / 2, f);
+    m /= 2;
+    depth = 1;
+  }
+  for (; m > 8; m /= 4, depth += 2)
+    for (u64 j = 0; j < points / m; ++j) {
+      ResidueFactor f[4];
+      roots.pass<2>(f, depth, j);
+      forward_pass<2, Start::kPlain>(mod, {x + j * m, m / 4}, {x + j * m, m / 4}, m / 4, f);
+    }
+}
+
+void inverse_block(const Mod& mod, const BlockRoots& roots, double* x, u64 points) {
+  const u32 levels = static_cast<u32>(63 - __builtin_clzll(points)) - 3;
+  u64 m = 8, depth = levels;
+  for (; depth >= 2; depth -= 2) {
+    m *= 4;
+    for (u64 j = 0; j < points / m; ++j) {
+      ResidueFactor f[4];
+      roots.pass<2>(f, depth - 2, j);
+      inverse_pass<2>(mod, {x + j * m, m / 4}, {x + j * m, m / 4}, m / 4, f);
     }
   }
-}
-
-// The levels of a block that is in cache, down to eight points.
-void forward(const ResidueModulus& modulus, double* x, u64 m, u64 node) {
-  if (m > 4096) {
-    forward_pass<4, true>(modulus, x, m, node, 0, m / 16);
-    for (u64 j = 0; j < 16; ++j) forward(modulus, x + j * (m / 16), m / 16, 16 * node + j);
-    return;
+  if (depth == 1) {
+    ResidueFactor f[2];
+    roots.pass<1>(f, 0, 0);
+    inverse_pass<1>(mod, {x, points / 2}, {x, points / 2}, points / 2, f);
   }
-  const u64 end = m;
-  u64 count = 1;
-  if ((63 - __builtin_clzll(m)) % 2 == 0) {
-    forward_pass<1, true>(modulus, x, m, node, 0, m / 2);
-    m /= 2;
-    count = 2;
-  }
-  for (; m > 8; m /= 4, count *= 4)
-    for (u64 j = 0; j < end / m; ++j)
-      forward_pass<2, false>(modulus, x + j * m, m, count * node + j, 0, m / 4);
-}
-
-void inverse(const ResidueModulus& modulus, double* x, u64 m, u64 node) {
-  if (m > 4096) {
-    for (u64 j = 0; j < 16; ++j) inverse(modulus, x + j * (m / 16), m / 16, 16 * node + j);
-    inverse_pass<4>(modulus, x, m, node, 0, m / 16);
-    return;
-  }
-  const bool odd = (63 - __builtin_clzll(m)) % 2 == 0;
-  const u64 top = odd ? m / 2 : m;
-  for (u64 s = 32; s <= top; s *= 4)
-    for (u64 j = 0; j < m / s; ++j) inverse_pass<2>(modulus, x + j * s, s, (m / s) * node + j, 0, s / 4);
-  if (odd) inverse_pass<1>(modulus, x, m, node, 0, m / 2);
 }
 
 // L polynomials of eight terms, from rows of memory into one vector a term.
@@ -132,35 +224,42 @@ RESIDUE_INLINE void load_terms(const Mod& mod, const double* x, F64 (&v)[8]) {
   }
 }
 
-// Products modulo x^8 - t, t = s[m] and -s[m] of nodes 2 m and 2 m + 1.
-void product(const ResidueModulus& modulus, double* x, const double* g, u64 m, u64 node) {
-  const Mod mod(modulus);
-  const u64 first = (m / 8) * node;
+// Sums of eight products of reduced residues stay below 2^98 and so in its binade: all high parts are
+// multiples of 2^47, the rests sum to less than 2^50.
+constexpr double kHighParts = 0x1.8p99;
+
+// Products modulo x^8 - t, t = s[j] and -s[j] of nodes 2 j and 2 j + 1.
+void product(const Mod& mod, const BlockRoots& roots, double* x, const double* g, u64 m) {
+  const u64 parents = m / 16;  // whose square roots are the t
   for (u64 j = 0; j < m / 8; j += L) {
     alignas(64) double w[L], ratio[L];
     for (u32 i = 0; i < L; ++i) {
-      const u64 n = first + j + i;
-      const ResidueFactor f = modulus.roots[n / 2];
-      w[i] = n % 2 ? -f.w : f.w;
-      ratio[i] = n % 2 ? -f.ratio : f.ratio;
+      const u64 at = parents + (j + i) / 2;
+      w[i] = (j + i) % 2 ? -roots.w[at] : roots.w[at];
+      ratio[i] = (j + i) % 2 ? -roots.ratio[at] : roots.ratio[at];
     }
-    F64 a[8], b[8], c[8];
+    F64 a[8], b[8], high[8], low[8];
     load_terms(mod, x + 8 * j, a);
     load_terms(mod, g + 8 * j, b);
-    const F64 tw = F64::load(w), tr = F64::load(ratio);
+    const F64 tw = F64::load(w), tr = F64::load(ratio), start = F64::all(kHighParts);
 #pragma GCC unroll 8
     for (u32 i = 0; i < 8; ++i) {
       // b times x^i modulo x^8 - t: b rotates, its top term times t.
       for (u32 r = 0; r < 8; ++r) {
-        const F64 h = a[i] * b[r];
-        const F64 q = fma(h, mod.inverse, mod.round) - mod.round;
-        const F64 t = fnma(q, mod.p, h) + fms(a[i], b[r], h);
-        c[r] = i ? c[r] + t : t;
+        const F64 before = i ? high[r] : start;
+        high[r] = fma(a[i], b[r], before);
+        const F64 rest = fms(a[i], b[r], high[r] - before);
+        low[r] = i ? low[r] + rest : rest;
       }
       if (i == 7) break;
       const F64 top = mod.times(b[7], tw, tr);
       for (u32 r = 7; r > 0; --r) b[r] = b[r - 1];
       b[0] = top;
+    }
+    F64 c[8];
+    for (u32 r = 0; r < 8; ++r) {
+      const F64 h = high[r] - start;
+      c[r] = fnma(fma(h, mod.inverse, mod.round) - mod.round, mod.p, h) + low[r];
     }
     for (u32 h = 0; h < 8 / L; ++h) {
       F64 t[L];
@@ -171,12 +270,49 @@ void product(const ResidueModulus& modulus, double* x, const double* g, u64 m, u
   }
 }
 
-void first_pass(const ResidueModulus& modulus, double* x, u64 m, u64 begin, u64 end) {
-  forward_pass<4, false>(modulus, x, m, 0, begin, end);
+// Subtrees --------------------------------------------------------------------------------------------------
+
+void forward(const ResidueModulus& modulus, double* x, u64 m, u64 node) {
+  if (m > kBlockPoints) {
+    const u32 levels = residue_memory_levels(m);
+    with_levels(levels, [&](auto n) { forward_in_place<n, Start::kReduce>(modulus, x, m, node); });
+    for (u64 j = 0; j < u64{1} << levels; ++j)
+      forward(modulus, x + j * (m >> levels), m >> levels, (node << levels) + j);
+    return;
+  }
+  BlockRoots roots;
+  roots.fill(modulus, m, node, false);
+  forward_block(Mod(modulus), roots, x, m);
 }
-void last_pass(const ResidueModulus& modulus, double* x, u64 m, u64 begin, u64 end) {
-  inverse_pass<4>(modulus, x, m, 0, begin, end);
+
+// Both go down together, to blocks that are transformed, multiplied and brought back while they are in cache.
+void multiply(const ResidueModulus& modulus, double* x, double* g, u64 m, u64 node, bool raw) {
+  if (m > kBlockPoints) {
+    const u32 levels = residue_memory_levels(m);
+    with_levels(levels, [&](auto n) {
+      if (raw) forward_in_place<n, Start::kReduce>(modulus, x, m, node);
+      if (raw && g != x) forward_in_place<n, Start::kReduce>(modulus, g, m, node);
+    });
+    for (u64 j = 0; j < u64{1} << levels; ++j) {
+      const u64 at = j * (m >> levels);
+      multiply(modulus, x + at, g + at, m >> levels, (node << levels) + j, raw);
+    }
+    with_levels(levels, [&](auto n) { inverse_in_place<n>(modulus, x, m, node); });
+    return;
+  }
+  const Mod mod(modulus);
+  BlockRoots roots;
+  roots.fill(modulus, m, node, false);
+  if (raw) forward_block(mod, roots, x, m);
+  if (raw && g != x) forward_block(mod, roots, g, m);
+  product(mod, roots, x, g, m);
+  roots.fill(modulus, m, node, true);
+  inverse_block(mod, roots, x, m);
 }
+
+// Split -----------------------------------------------------------------------------------------------------
+
+constexpr u64 kLimbMask = (u64{1} << 48) - 1;
 
 // The 48-bit limbs of eight points from point i on, limb by limb; the last of an odd number has 24 bits.
 RESIDUE_INLINE void read_limbs(ResidueOperand a, u32 P, u64 i, double (*limbs)[8]) {
@@ -190,13 +326,14 @@ RESIDUE_INLINE void read_limbs(ResidueOperand a, u32 P, u64 i, double (*limbs)[8
     from = local;
   }
   const u32 count = P / 2;
-  for (u32 n = 0; n < 8; ++n)
-    for (u32 j = 0; j < count; ++j) {
-      u64 word;
-      __builtin_memcpy(&word, from + n * bytes + 6 * j, 8);
-      const u64 mask = 6 * j + 6 <= bytes ? (u64{1} << 48) - 1 : (u64{1} << 24) - 1;
-      limbs[j][n] = static_cast<double>(static_cast<s64>(word & mask));
+  const F64 two52 = F64::all(0x1p52);
+  for (u32 j = 0; j < count; ++j) {
+    const U64 mask = U64::all(6 * j + 6 <= bytes ? kLimbMask : kLimbMask >> 24);
+    for (u32 h = 0; h < 8; h += L) {
+      const U64 word = U64::load_strided(from + h * bytes + 6 * j, bytes) & mask;
+      (as_doubles(word | as_bits(two52)) - two52).store(limbs[j] + h);
     }
+  }
 }
 
 // Position i of sequence j is sum over t of x[i + t M] w^(j (t + i / M)), by i = i mod M and i mod k; 1 / M
@@ -229,76 +366,174 @@ struct OddFactors {
   }
 };
 
-void split(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin, u64 end) {
+// Residues of `width` points of each sequence from position i on, sequence by sequence `stride` apart: limbs,
+// then the odd factor's butterfly. Modulo x^N + 1, N = k M, point t M + i stands with sign (-1)^t.
+void split_points(const ResiduePlan& plan, const OddFactors* factors, ResidueOperand a, u64 i, u64 width,
+                  double* out, u64 stride) {
   const u32 P = plan.row.P, k = plan.row.k;
-  const u64 M = plan.length(), points = plan.row.points(), bytes = 3 * (P - 1);
+  const u64 M = plan.length(), bytes = 3 * (P - 1);
   const OddMap map(k, plan.row.n);
-  OddFactors factors[kMaxResiduePrimes];
-  for (u32 r = 0; r < P; ++r) factors[r].fill(plan.modulus[r], map, false);
   alignas(64) double limbs[7][4][8];
-  for (u64 i = begin; i < end; i += 8) {
+  for (const u64 end = i + width; i < end; i += 8, out += 8) {
     u32 filled = 0;
+    for (; filled < k && (i + filled * M) * bytes < a.bytes; ++filled)
+      read_limbs(a, P, i + filled * M, limbs[filled]);
     u32 phase[8 / L][7];
     for (u32 h = 0; h < 8; h += L)
       for (u32 t = 0; t < k; ++t) phase[h / L][t] = map.phase(t, i + h);
-    for (u32 t = 0; t < k; ++t) {
-      if ((i + t * M) * bytes >= a.bytes) break;
-      read_limbs(a, P, i + t * M, limbs[t]);
-      ++filled;
-    }
     for (u32 r = 0; r < P; ++r) {
-      const ResidueModulus& modulus = plan.modulus[r];
-      const Mod mod(modulus);
-      double* out = F + r * points + i;
+      const Mod mod(plan.modulus[r]);
       for (u32 h = 0; h < 8; h += L) {
         F64 v[7];
         for (u32 t = 0; t < filled; ++t) {
-          v[t] = mod.reduce(F64::load(limbs[t][0] + h));
+          v[t] = F64::load(limbs[t][0] + h);
           for (u32 j = 1; j < P / 2; ++j)
             v[t] = v[t] + mod.times(F64::load(limbs[t][j] + h), plan.set->limb[r][j]);
+          if (plan.negacyclic && t % 2) v[t] = F64::all(0) - v[t];
         }
         for (u32 j = 0; j < k; ++j) {
           F64 sum = F64::all(0);
-          for (u32 t = 0; t < filled; ++t) {
-            if (j == 0) {
-              sum = sum + v[t];
-              continue;
-            }
-            sum = sum + factors[r].times(mod, v[t], j, phase[h / L][t]);
-          }
-          mod.reduce(sum).store(out + j * M + h);
+          for (u32 t = 0; t < filled; ++t)
+            sum = sum + (j == 0 ? v[t] : factors[r].times(mod, v[t], j, phase[h / L][t]));
+          mod.reduce(sum).store(out + (r * k + j) * stride + h);
         }
       }
     }
   }
 }
 
-void finish(const ResiduePlan& plan, double* F, u64 begin, u64 end) {
-  const u32 P = plan.row.P, k = plan.row.k;
-  const u64 M = plan.length(), points = plan.row.points();
-  const OddMap map(k, plan.row.n);
-  OddFactors factors;
-  for (u32 r = 0; r < P; ++r) {
-    const ResidueModulus& modulus = plan.modulus[r];
-    factors.fill(modulus, map, true);
-    const Mod mod(modulus);
-    const F64 half = F64::all(0.5 * (modulus.p - 1));
-    for (u64 i = begin; i < end; i += L) {
-      double* x = F + r * points + i;
-      F64 v[7];
-      for (u32 j = 0; j < k; ++j) v[j] = mod.times(F64::load(x + j * M), modulus.scale);
-      for (u32 t = 0; t < k; ++t) {
-        F64 sum = v[0];
-        const u32 c = map.phase(t, i);
-        for (u32 j = 1; j < k; ++j) {
-          sum = sum + factors.times(mod, v[j], j, c);
+// Rows of a tile that hold points of a short operand at column c or beyond.
+u64 filled_rows(const ResiduePlan& plan, ResidueOperand a, u64 c) {
+  const u64 bytes = 3 * (u64{plan.row.P} - 1), q = plan.columns(), rows = plan.rows();
+  if (plan.row.k > 1) return rows;
+  const u64 points = (a.bytes + bytes - 1) / bytes;
+  if (points <= c) return 0;
+  const u64 filled = (points - c + q - 1) / q;
+  return filled < rows ? filled : rows;
+}
+
+// Split and the first levels: tiles of columns, every sequence of every prime, go from words to F.
+void first_stage(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin, u64 end, double* tile) {
+  const u32 k = plan.row.k, sequences = plan.row.P * k;
+  const u64 M = plan.length(), q = plan.columns(), rows = plan.rows(), C = plan.tile_columns();
+  OddFactors factors[kMaxResiduePrimes];
+  for (u32 r = 0; r < plan.row.P; ++r) factors[r].fill(plan.modulus[r], OddMap(k, plan.row.n), false);
+  if (rows == 1) return split_points(plan, factors, a, begin, end - begin, F + begin, M);
+  const u32 levels = plan.levels(), upper = (levels + 1) / 2, lower = levels - upper;
+  const u64 node = plan.negacyclic;
+  for (u64 c = begin; c < end; c += C) {
+    const u64 width = end - c < C ? end - c : C, filled = filled_rows(plan, a, c);
+    const bool half = filled <= rows / 2;
+    for (u64 j = 0; j < filled; ++j) split_points(plan, factors, a, j * q + c, width, tile + j * C, rows * C);
+    for (u32 s = 0; s < sequences; ++s) {
+      double* x = tile + s * rows * C;
+      double* y = F + s * M + c;
+      const ResidueModulus& modulus = plan.modulus[s / k];
+      for (u64 j = filled; j < (half ? rows / 2 : rows); ++j) __builtin_memset(x + j * C, 0, 8 * C);
+      const u64 group = rows >> upper;  // rows a subtree of the upper levels
+      with_levels(upper, [&](auto n) {
+        ResidueFactor f[1u << n];
+        pass_roots<n>(modulus, node, false, f);
+        for (u64 j = 0; j < group; ++j) {
+          double* row = x + j * C;
+          const Rows<double> to = lower ? Rows<double>{row, group * C} : Rows<double>{y, q};
+          if (half)
+            forward_pass<n, Start::kHalf>(Mod(modulus), {row, group * C}, to, width, f);
+          else
+            forward_pass<n, Start::kPlain>(Mod(modulus), {row, group * C}, to, width, f);
         }
-        // Of [-1/2, p - 1/2], which holds the integers 0 to p - 1: no tie, for p is odd.
-        sum = mod.reduce(sum);
-        const F64 q = fma(sum - half, mod.inverse, mod.round) - mod.round;
-        fnma(q, mod.p, sum).store(x + t * M);
+      });
+      if (lower == 0) continue;
+      with_levels(lower, [&](auto n) {
+        for (u64 b = 0; b < rows / group; ++b) {
+          ResidueFactor f[1u << n];
+          pass_roots<n>(modulus, (node << upper) + b, false, f);
+          forward_pass<n, Start::kPlain>(Mod(modulus), {x + b * group * C, C}, {y + b * group * q, q}, width,
+                                         f);
+        }
+      });
+    }
+  }
+}
+
+// The odd factor's inverse butterfly over `width` points of each sequence from position i on.
+void join_sequences(const ResiduePlan& plan, const OddFactors* factors, u64 i, u64 width, double* x,
+                    u64 stride) {
+  const u32 P = plan.row.P, k = plan.row.k;
+  if (k == 1) return;
+  const OddMap map(k, plan.row.n);
+  for (u32 r = 0; r < P; ++r) {
+    const Mod mod(plan.modulus[r]);
+    double* y = x + r * k * stride;
+    for (u64 h = 0; h < width; h += L) {
+      F64 v[7], first = F64::load(y + h);
+      for (u32 j = 1; j < k; ++j) v[j] = F64::load(y + j * stride + h);
+      for (u32 t = 0; t < k; ++t) {
+        F64 sum = first;
+        const u32 c = map.phase(t, i + h);
+        for (u32 j = 1; j < k; ++j) sum = sum + factors[r].times(mod, v[j], j, c);
+        if (plan.negacyclic && t % 2) sum = F64::all(0) - sum;
+        sum.store(y + t * stride + h);
       }
     }
+  }
+}
+
+// The last levels and the odd factor: tiles of columns, every sequence of every prime.
+void last_stage(const ResiduePlan& plan, double* F, u64 begin, u64 end, double* tile) {
+  const u32 k = plan.row.k, sequences = plan.row.P * k;
+  const u64 M = plan.length(), q = plan.columns(), rows = plan.rows(), C = plan.tile_columns();
+  OddFactors factors[kMaxResiduePrimes];
+  for (u32 r = 0; r < plan.row.P; ++r) factors[r].fill(plan.modulus[r], OddMap(k, plan.row.n), true);
+  if (rows == 1) return join_sequences(plan, factors, begin, end - begin, F + begin, M);
+  const u32 levels = plan.levels(), upper = (levels + 1) / 2, lower = levels - upper;
+  const u64 node = plan.negacyclic, group = rows >> upper;
+  for (u64 c = begin; c < end; c += C) {
+    const u64 width = end - c < C ? end - c : C;
+    for (u32 s = 0; s < sequences; ++s) {
+      double* x = tile + s * rows * C;
+      const double* y = F + s * M + c;
+      const ResidueModulus& modulus = plan.modulus[s / k];
+      if (lower)
+        with_levels(lower, [&](auto n) {
+          for (u64 b = 0; b < rows / group; ++b) {
+            ResidueFactor f[1u << n];
+            pass_roots<n>(modulus, (node << upper) + b, true, f);
+            inverse_pass<n>(Mod(modulus), {y + b * group * q, q}, {x + b * group * C, C}, width, f);
+          }
+        });
+      with_levels(upper, [&](auto n) {
+        ResidueFactor f[1u << n];
+        pass_roots<n>(modulus, node, true, f);
+        for (u64 j = 0; j < group; ++j) {
+          double* row = x + j * C;
+          const Rows<const double> from =
+              lower ? Rows<const double>{row, group * C} : Rows<const double>{y, q};
+          inverse_pass<n>(Mod(modulus), from, {row, group * C}, width, f);
+        }
+      });
+    }
+    for (u64 j = 0; j < rows; ++j) join_sequences(plan, factors, j * q + c, width, tile + j * C, rows * C);
+    // JOIN
+    for (u32 s = 0; s < sequences; ++s)
+      for (u64 j = 0; j < rows; ++j)
+        __builtin_memcpy(F + s * M + j * q + c, tile + (s * rows + j) * C, 8 * width);
+  }
+}
+
+// Interim.
+void finish(const ResiduePlan& plan, double* F, u64 begin, u64 end) {
+  for (u32 r = 0; r < plan.row.P; ++r) {
+    const ResidueModulus& modulus = plan.modulus[r];
+    const Mod mod(modulus);
+    const F64 half = F64::all(0.5 * (modulus.p - 1));
+    for (u32 t = 0; t < plan.row.k; ++t)
+      for (u64 i = begin; i < end; i += L) {
+        double* x = F + r * plan.row.points() + t * plan.length() + i;
+        const F64 v = mod.times(F64::load(x), modulus.scale);
+        const F64 q = fma(v - half, mod.inverse, mod.round) - mod.round;
+        fnma(q, mod.p, v).store(x);
+      }
   }
 }
 
@@ -306,7 +541,7 @@ void finish(const ResiduePlan& plan, double* F, u64 begin, u64 end) {
 
 extern const ResidueKernels residue_kernel_table;
 constinit const ResidueKernels residue_kernel_table{
-    SIMD_ISA_NAME, &split, &first_pass, &last_pass, &forward, &product, &inverse, &finish,
+    SIMD_ISA_NAME, &first_stage, &forward, &multiply, &last_stage, &finish,
 };
 
 }  // namespace orl::SIMD_ISA

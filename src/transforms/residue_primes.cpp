@@ -32,6 +32,8 @@ ResiduePrime make_prime(u64 p) {
     prime.two_root[i] = root;
     root = prime.multiply(root, root);
   }
+  prime.half[0] = 1;
+  for (u32 i = 1; i < 48; ++i) prime.half[i] = prime.multiply(prime.half[i - 1], (p + 1) / 2);
   return prime;
 }
 

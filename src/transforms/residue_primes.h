@@ -21,6 +21,7 @@ struct ResiduePrime {
   u64 p;
   u32 e;             ///< largest power of two in p - 1
   u64 two_root[48];  ///< root of order 2^i; each is the square of the next
+  u64 half[48];      ///< 2^-i
   u64 power(u64 base, u64 exponent) const;
   u64 multiply(u64 a, u64 b) const { return static_cast<u64>(static_cast<u128>(a) * b % p); }
   u64 inverse(u64 a) const { return power(a, p - 2); }

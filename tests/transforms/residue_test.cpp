@@ -110,7 +110,7 @@ void check_shape(const ResidueRow& row, Random& random, u64 threads) {
   roots->grow(tables.memory(), {&row, 1});
   tables.put("C17", std::move(roots));
   ParametersBox box;
-  const Parameters& p = residue_parameters(box, &tables, row);
+  const Parameters& p = residue_parameters(box, &tables, row, threads);
   Parallelizer_Spawn spawn;
   const ParallelContext parallel{spawn, threads};
   const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
@@ -195,16 +195,16 @@ TEST(ResidueJoin, CarriesRunThroughBlocksBelowTheWindow) {
 }
 
 TEST(ResidueChecks, RefusesWhatDoesNotFit) {
-  const ResidueRow row{4, 3, 8}, longer{4, 3, 9};
+  const ResidueRow row{4, 3, 8}, longer{4, 3, 13};
   const GuardedBlock memory(ResidueTables::bytes({&row, 1}));
   TransformTables tables(memory.buffer());
   tables.put("C17", std::make_unique<ResidueTables>());
   static_cast<ResidueTables*>(tables.find("C17"))->grow(tables.memory(), {&row, 1});
   ParametersBox box, other_box, longer_box;
-  const Parameters& p = residue_parameters(box, &tables, row);
+  const Parameters& p = residue_parameters(box, &tables, row, 1);
   EXPECT_EQ(p.max_bits(), row.bits());
-  EXPECT_TRUE(p.compatible(residue_parameters(other_box, nullptr, row)));
-  const Parameters& without_tables = residue_parameters(longer_box, &tables, longer);
+  EXPECT_TRUE(p.compatible(residue_parameters(other_box, nullptr, row, 1)));
+  const Parameters& without_tables = residue_parameters(longer_box, &tables, longer, 1);
   EXPECT_FALSE(p.compatible(without_tables));
 
   Parallelizer_None none;
