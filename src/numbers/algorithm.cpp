@@ -1,6 +1,9 @@
 #include "numbers/algorithm.h"
 
+#include <algorithm>
+
 #include "frame/exceptions.h"
+#include "numbers/crt_mulp.h"
 #include "numbers/product_areas.h"
 
 namespace orl {
@@ -29,6 +32,51 @@ void transform_product(const Algorithm& algorithm, const MultiplyContext& ctx, W
   shape_forward(shape, areas[0], A, AL, tmp, ctx.parallel);
   shape_forward(shape, areas[1], B, BL, tmp, ctx.parallel);
   shape_inverse_fmul(shape, areas[0], areas[1], T, skip, len, tmp, ctx.parallel);
+}
+
+constexpr u64 kWordBits = 32;
+
+// Bits of the shape whose wrapped products make up a product of `words` words.
+u64 wrapped_bits(u64 words) { return (words + 1) / 2 * kWordBits; }
+
+const Parameters& wrapped_shape(const Algorithm& algorithm, const MultiplyContext& ctx, ParametersBox& box,
+                                u64 words) {
+  const Parameters& shape = algorithm.parameters_for(box, &ctx.tables, wrapped_bits(words), ctx.parallel.tds);
+  if (2 * shape.cyclic_words() < words)
+    throw TransformTooSmallException("Algorithm::mul_bounded()", "Transform length is too small.");
+  return shape;
+}
+
+template <class W>
+void bounded_square(const Algorithm& algorithm, const MultiplyContext& ctx, W* T, u64 skip, u64 len,
+                    const W* A, u64 L) {
+  constexpr u64 k = sizeof(W) / sizeof(u32);
+  try {
+    ParametersBox box;
+    const Parameters& shape = wrapped_shape(algorithm, ctx, box, 2 * L * k);
+    const u64 direct = algorithm.sizes(2 * L * k * kWordBits, ctx.parallel.tds).square_bytes();
+    if (crt_sqrp_bytes(shape, (len - skip) * k) < direct)
+      return CRT_sqrp(shape, reinterpret_cast<u32*>(T), skip * k, len * k, reinterpret_cast<const u32*>(A),
+                      L * k, ctx.scratch, ctx.parallel);
+  } catch (const TransformTooSmallException&) {
+  }
+  algorithm.sqr_window(ctx, T, skip, len, A, L);
+}
+
+template <class W>
+void bounded_product(const Algorithm& algorithm, const MultiplyContext& ctx, W* T, u64 skip, u64 len,
+                     const W* A, u64 AL, const W* B, u64 BL) {
+  constexpr u64 k = sizeof(W) / sizeof(u32);
+  try {
+    ParametersBox box;
+    const Parameters& shape = wrapped_shape(algorithm, ctx, box, (AL + BL) * k);
+    const u64 direct = algorithm.sizes((AL + BL) * k * kWordBits, ctx.parallel.tds).total_bytes();
+    if (crt_mulp_bytes(shape, (len - skip) * k) < direct)
+      return CRT_mulp(shape, reinterpret_cast<u32*>(T), skip * k, len * k, reinterpret_cast<const u32*>(A),
+                      AL * k, reinterpret_cast<const u32*>(B), BL * k, ctx.scratch, ctx.parallel);
+  } catch (const TransformTooSmallException&) {
+  }
+  algorithm.mul_window(ctx, T, skip, len, A, AL, B, BL);
 }
 
 }  // namespace
@@ -78,6 +126,34 @@ void Algorithm::mul_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len
 void Algorithm::mul_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL,
                            const u64* B, u64 BL) const {
   transform_product(*this, ctx, T, skip, len, A, AL, B, BL);
+}
+
+void Algorithm::sqr_bounded(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A,
+                            u64 L) const {
+  bounded_square(*this, ctx, T, skip, len, A, L);
+}
+void Algorithm::sqr_bounded(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A,
+                            u64 L) const {
+  bounded_square(*this, ctx, T, skip, len, A, L);
+}
+void Algorithm::mul_bounded(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL,
+                            const u32* B, u64 BL) const {
+  bounded_product(*this, ctx, T, skip, len, A, AL, B, BL);
+}
+void Algorithm::mul_bounded(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL,
+                            const u64* B, u64 BL) const {
+  bounded_product(*this, ctx, T, skip, len, A, AL, B, BL);
+}
+
+BoundedSizes Algorithm::bounded_sizes(u64 bits, u64 window_bits, u64 tds) const {
+  const MultiplySizes direct = sizes(bits, tds);
+  const u64 words = (bits + kWordBits - 1) / kWordBits;
+  ParametersBox box;
+  const Parameters& shape = parameters_for(box, nullptr, wrapped_bits(words), tds);
+  if (2 * shape.cyclic_words() < words) return {direct.total_bytes(), direct.square_bytes()};
+  const u64 window = std::min(window_bits, bits) / kWordBits;
+  return {std::min(direct.total_bytes(), crt_mulp_bytes(shape, window)),
+          std::min(direct.square_bytes(), crt_sqrp_bytes(shape, window))};
 }
 
 }  // namespace orl

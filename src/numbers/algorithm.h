@@ -65,6 +65,12 @@ struct MultiplySizes {
   u64 square_bytes() const { return transform_bytes + scratch_bytes; }
 };
 
+/// Bytes of one bounded multiplication: what its product, and its square, may take.
+struct BoundedSizes {
+  u64 product_bytes = 0;
+  u64 square_bytes = 0;
+};
+
 /// The shape of one multiplication. Word arrays are least significant word first. `skip` and `len` select the
 /// product words [skip, len) that are written to T[0, len - skip).
 class Parameters {
@@ -107,7 +113,7 @@ class Parameters {
   /// Transforms A[0, AL), AL <= n, for products modulo W^n - 1.
   virtual void forward_cyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const;
   /// T[0, n) = the product of what F and G transform modulo W^n - 1, where W^n - 1 itself stands for 0 too. F
-  /// is destroyed, G (which may be F) kept otherwise.
+  /// is destroyed, G (which may be F) kept otherwise. T may lie in G's memory unless G is F; G is lost then.
   virtual void pointwise_cyclic(void* F, const void* G, u32* T, void* tmp, ParallelContext parallel) const;
   /// Transforms A[0, AL), AL <= n, for products modulo W^n + 1.
   virtual void forward_negacyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const;
@@ -181,6 +187,20 @@ class Algorithm {
                           const u32* B, u64 BL) const;
   virtual void mul_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL,
                           const u64* B, u64 BL) const;
+
+  /// The same in less memory, where the family has products modulo W^n - 1 and W^n + 1: CRT_mulp at the shape
+  /// for half the product. A shape that offers no fitting length throws TransformTooSmallException within,
+  /// and the product is made by mul_window (a square by sqr_window). Which way is known beforehand, so
+  /// ctx.scratch holds bounded_sizes() of the product's bits and the window's, and no more.
+  virtual void sqr_bounded(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const;
+  virtual void sqr_bounded(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 L) const;
+  virtual void mul_bounded(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL,
+                           const u32* B, u64 BL) const;
+  virtual void mul_bounded(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL,
+                           const u64* B, u64 BL) const;
+  /// Bytes of the bounded forms for a product of exactly `bits` with a window of `window_bits` or more, both
+  /// whole words. Never above those of sizes(bits, tds). Throws LimitExceededException past max_bits.
+  virtual BoundedSizes bounded_sizes(u64 bits, u64 window_bits, u64 tds) const;
 
  protected:
   Algorithm(u64 max_bits, const char* id, const char* name, const char* module, const char* variant)

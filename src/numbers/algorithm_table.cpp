@@ -190,6 +190,56 @@ void AlgorithmTable<W>::mul_trimmed(const MultiplyContext& ctx, W* T, u64 skip, 
 }
 
 template <class W>
+BoundedSizes AlgorithmTable<W>::max_bounded_sizes(u64 words, u64 tds, u64 window) const {
+  find(words, "AlgorithmTableB::mSBsizes()");
+  constexpr u64 k = word_bits / 32;
+  BoundedSizes largest;
+  u64 at = 1;
+  for (const Entry& entry : entries_) {
+    const u64 end = std::min(entry.threshold, words);
+    while (at <= end) {
+      const BoundedSizes sizes =
+          entry.algorithm->bounded_sizes(at * word_bits, std::min(at, window) * word_bits, tds);
+      largest.product_bytes = std::max(largest.product_bytes, sizes.product_bytes);
+      largest.square_bytes = std::max(largest.square_bytes, sizes.square_bytes);
+      // Up to the next larger shape, whole or half, a longer product takes no more: its window is no shorter.
+      ParametersBox box;
+      u64 same = entry.algorithm->parameters_for(box, nullptr, at * word_bits, tds).max_bits() / word_bits;
+      const Parameters& half = entry.algorithm->parameters_for(box, nullptr, (at * k + 1) / 2 * 32, tds);
+      for (const u64 half_words : {half.max_bits() / 32, half.cyclic_words()})
+        if (2 * half_words / k >= at) same = std::min(same, 2 * half_words / k);
+      at = std::max(at, std::min(same, end)) + 1;
+    }
+  }
+  return largest;
+}
+
+template <class W>
+void AlgorithmTable<W>::sqr_bounded(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A,
+                                    u64 L) const {
+  if (2 * L <= schoolbook_words_ && skip == 0 && len == 2 * L) return sqrB(T, A, L);
+  const TrimmedProduct t = trim_square(skip, len, L);
+  const Algorithm& algorithm = get_algorithm(2 * t.a_length);
+  if (ctx.scratch.size >= algorithm.sizes(2 * t.a_length * word_bits, ctx.parallel.tds).square_bytes())
+    algorithm.sqr_window(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length);
+  else
+    algorithm.sqr_bounded(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length);
+}
+
+template <class W>
+void AlgorithmTable<W>::mul_bounded(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL,
+                                    const W* B, u64 BL) const {
+  if (AL + BL <= schoolbook_words_ && skip == 0 && len == AL + BL) return mulB(T, A, AL, B, BL);
+  const TrimmedProduct t = trim_product(skip, len, AL, BL);
+  const u64 words = t.a_length + t.b_length;
+  const Algorithm& algorithm = get_algorithm(words);
+  if (ctx.scratch.size >= algorithm.sizes(words * word_bits, ctx.parallel.tds).total_bytes())
+    algorithm.mul_window(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length, B + t.b_offset, t.b_length);
+  else
+    algorithm.mul_bounded(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length, B + t.b_offset, t.b_length);
+}
+
+template <class W>
 template <class Body>
 void AlgorithmTable<W>::for_each_reached(u64 bits, Body&& body) const {
   const u64 words = bits == kEverything ? max_words() : (bits + word_bits - 1) / word_bits;

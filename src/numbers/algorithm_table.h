@@ -100,6 +100,9 @@ class AlgorithmTable {
   /// The same when `transforms` transforms are held at once: the shape with the largest
   /// transforms * transform_bytes + scratch_bytes.
   MultiplySizes max_sizes(u64 words, u64 tds, u64 transforms) const;
+  /// Bytes of the most demanding of all bounded products, and squares, of 1 to `words` words, whose windows
+  /// are `window` words or the whole product, whichever is less, or longer. By default whole products.
+  BoundedSizes max_bounded_sizes(u64 words, u64 tds, u64 window = ~u64{0}) const;
   /// Scratch of a truncating square or product at a precision of p words, whatever the operands.
   u64 sqr_cost(u64 p, u64 tds) const { return cost(2 * p + 6, tds, 1); }
   u64 mul_cost(u64 p, u64 tds) const { return cost(2 * p + 6, tds, 2); }
@@ -123,6 +126,13 @@ class AlgorithmTable {
     if (AL + BL <= schoolbook_words_ && skip == 0 && len == AL + BL) return mulB(T, A, AL, B, BL);
     mul_trimmed(ctx, T, skip, len, A, AL, B, BL);
   }
+
+  /// sqr_window and mul_window in the memory at hand: made directly when ctx.scratch holds that, and
+  /// otherwise by the algorithm's bounded form, which gives the same words. ctx.scratch holds at least
+  /// max_bounded_sizes(AL+BL, tds, len - skip).
+  void sqr_bounded(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 L) const;
+  void mul_bounded(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL, const W* B,
+                   u64 BL) const;
 
   /// Makes the tables of every algorithm that products of up to `bits` bits reach, each up to the largest
   /// product it gets; all ones means every row to its full size.
