@@ -96,9 +96,28 @@ void touch_memory(void* address, u64 length_bytes) {
   std::memcpy(words + 4 * i, &value, 4 * (count - i));
 }
 
+namespace {
+
+/// Makes every page of the block on tds threads. The kernel clears a page far more slowly than one thread
+/// writes the pattern afterwards.
+void populate(void* address, u64 length_bytes, const ParallelContext& parallel) {
+  const u64 pages = length_bytes / kLargePageBytes;
+  const u64 pieces = std::min(parallel.tds, pages);
+  if (pieces < 2) return;
+  fork_range(parallel.parallelizer, 0, pieces, [=](u64 k) {
+    const u64 begin = pages * k / pieces * kLargePageBytes, end = pages * (k + 1) / pieces * kLargePageBytes;
+    for (u64 at = begin; at < end; at += kSmallPageBytes) static_cast<volatile char*>(address)[at] = 0;
+  });
+}
+
+}  // namespace
+
 void touch_memory(void* address, u64 length_bytes, const ParallelContext& parallel) {
   const u64 pieces = parallel.tds / 4;
-  if (pieces < 2) return touch_memory(address, length_bytes);
+  if (pieces < 2) {
+    populate(address, length_bytes, parallel);
+    return touch_memory(address, length_bytes);
+  }
   const u64 piece_bytes = (length_bytes + pieces - 1) / pieces;
   fork_range(parallel.parallelizer, 0, pieces, [=](u64 k) {
     const u64 begin = std::min(k * piece_bytes, length_bytes);

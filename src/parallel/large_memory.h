@@ -57,7 +57,8 @@ class LargeMemory {
 /// every aligned 32-bit word number i = 0, 1, ... becomes i * i * 0xC82B9175 - 933796325 modulo 2^32.
 void touch_memory(void* address, u64 length_bytes);
 /// The same with the block cut into tds / 4 pieces, each with a pattern of its own, when that is at least
-/// two: each thread first touches its own pages.
+/// two: each thread first touches its own pages. With fewer the pattern is one thread's, over pages that tds
+/// threads have populated.
 void touch_memory(void* address, u64 length_bytes, const ParallelContext& parallel);
 
 /// NUMA node -> bytes, from up to 1024 pages of the block; empty where the system has no answer.

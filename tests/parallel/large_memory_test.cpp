@@ -52,7 +52,7 @@ TEST(TouchMemory, WritesThePatternAndNothingElse) {
 
 TEST(TouchMemory, CutsTheBlockByAQuarterOfTheDecomposition) {
   Parallelizer_PushPool pool;
-  std::vector<u8> memory(100003);
+  std::vector<u8> memory(3 * kLargePageBytes + 3);  // up to 7 tasks populate large pages before one writes
   for (const u64 tds : {1, 7, 8, 64, 65536}) {
     const u64 pieces = std::max<u64>(tds / 4, 1);
     std::fill(memory.begin(), memory.end(), 0);
