@@ -95,9 +95,9 @@ u64 ConvertPlanP<W>::node_bytes(u64 count, u64 tds) const {
   if (count == 0) return 0;
   if (tds == 1 && serial_bytes_[count] != 0) return serial_bytes_[count];
   const u64 level = count - 1;
-  const bool forks = tds > 1 && level >= thread_level();
-  const u64 single = node_bytes(level, forks ? tds - (tds >> 1) : tds);
-  const u64 children = forks ? single + node_bytes(level, tds >> 1) : single;
+  const bool forked = forks(level, tds);
+  const u64 single = node_bytes(level, forked ? tds - (tds >> 1) : tds);
+  const u64 children = forked ? single + node_bytes(level, tds >> 1) : single;
   const u64 product = product_bytes(level, tds, true);
   const u64 own = LinearHeapBuffer::cut_bytes<W>(level_[level].low_words) + std::max(product, children);
   return std::max(own, single);
@@ -124,9 +124,8 @@ void ConvertPlanP<W>::plan_need() {
     }
     need_.table_bits = std::max(need_.table_bits, level_[i].product_words * kWordBits<W>);
   }
-  const bool forks = tds_ > 1 && top >= thread_level();
-  const u64 children =
-      forks ? node_bytes(top, tds_ - (tds_ >> 1)) + node_bytes(top, tds_ >> 1) : node_bytes(top, tds_);
+  const u64 children = forks(top, tds_) ? node_bytes(top, tds_ - (tds_ >> 1)) + node_bytes(top, tds_ >> 1)
+                                        : node_bytes(top, tds_);
   const u64 converting =
       LinearHeapBuffer::cut_bytes<W>(level_[top].low_words) +
       std::max(product_bytes(top, tds_, false), kept_bytes + std::max(children, keeping_bytes));

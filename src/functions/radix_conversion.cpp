@@ -216,8 +216,8 @@ W Conversion<W>::halves(const RunContext& ctx, const Split& s, W* D, Fraction lo
                         LinearHeapBuffer heap) const {
   const bool upper = s.level >= plan_.thread_level();
   if (upper) show_size<W>(ctx.status, plan_.level(s.level).low_words, progress(D));
-  return upper && ctx.parallel.tds > 1 ? convert_T(ctx, s, D, low, high, heap)
-                                       : convert_L(ctx, s, D, low, high, heap);
+  return plan_.forks(s.level, ctx.parallel.tds) ? convert_T(ctx, s, D, low, high, heap)
+                                                : convert_L(ctx, s, D, low, high, heap);
 }
 
 template <class W>

@@ -10,7 +10,8 @@
 // words
 //          a digit word, and the operand loses the words that would only reach the integer part. A power's
 //          transform is made once and kept, in memory that the first and largest product has left.
-// Threads  the upper log2(tds) levels fork, at most 8; table and plan are read-only then.
+// Threads  the upper log2(tds) levels fork, at most 8, a large top level excepted; table and plan are
+// read-only then.
 #pragma once
 
 #include <array>
@@ -50,6 +51,8 @@ class ConvertPlanP {
   static constexpr u64 kBaseDigits = 16;
   /// Binary words beyond what the digits of a node span: the errors of all levels stay below one of them.
   static constexpr u64 kGuardWords = 2;
+  /// Of the digit words that make a top level large.
+  static constexpr u64 kInTurnBits = 0x400000;
 
   /// Throws InvalidParametersException ("ConvertPlanP::make()", "Invalid Parameters") for a radix below 2, no
   /// words or tds 0.
@@ -65,6 +68,13 @@ class ConvertPlanP {
   const ConvertLevel& level(u64 index) const { return level_[index]; }
   /// Levels below this one do not fork.
   u64 thread_level() const { return levels_ > 8 ? levels_ - 8 : 0; }
+  /// Whether the halves of a level's nodes run at the same time on `tds` tasks. Those of a large top level
+  /// run one after the other: their products are large enough for all tasks, and one half's memory serves
+  /// both.
+  bool forks(u64 level, u64 tds) const {
+    if (tds < 2 || level < thread_level()) return false;
+    return level + 1 < levels_ || digit_words_ < kInTurnBits / (8 * sizeof(W));
+  }
 
   /// Binary words of fraction that n digit words are made from.
   u64 fraction_words(u64 n) const;

@@ -127,6 +127,9 @@ TYPED_TEST(Conversion, DigitsAreTheFloor) {
 
 TYPED_TEST(Conversion, LargeFractionsConvert) {
   for (const u64 tds : {1, 7}) this->check(kDecimalRadix<TypeParam>, 20000, this->fraction(20001, 1).x, tds);
+  // The halves of the top node run in turn.
+  const u64 n = ConvertPlanP<TypeParam>::kInTurnBits / (8 * sizeof(TypeParam));
+  this->check(kDecimalRadix<TypeParam>, n, this->fraction(n, 2).x, 7);
 }
 
 TYPED_TEST(Conversion, OtherRadixesConvert) {
