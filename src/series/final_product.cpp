@@ -36,10 +36,10 @@ void add_below(BigFloat<W>& x, const BigFloat<W>& c, ParallelContext parallel) {
 }  // namespace
 
 template <class Store>
-FinalProduct<Store>::FinalProduct(u64 p, u64 tds, bool reduced)
-    : p_(p), reduced_(reduced), half_((p + 3) / 2), product_words_(2 * (p + 3 - half_)) {
-  const u64 partial = LinearHeapBuffer::cut_bytes<W>(product_words_);
-  heap_ = 2 * partial + TransformHelper<W>::max_bytes(product_words_, std::max<u64>(tds, 1), reduced ? 1 : 2);
+FinalProduct<Store>::FinalProduct(u64 p, u64 tds)
+    : p_(p), half_((p + 3) / 2), product_words_(2 * (p + 3 - half_)) {
+  const u64 partial = LinearHeapBuffer::cut_bytes<W>(half_words());
+  heap_ = 2 * partial + TransformHelper<W>::max_bytes(product_words_, std::max<u64>(tds, 1));
 }
 
 template <class Store>
@@ -58,21 +58,14 @@ void FinalProduct<Store>::run(const RunContext& ctx, Number& x, const Number& y,
   };
   const auto [x1, x0] = halves(x);
   const auto [y1, y0] = halves(y);
-  Number first(heap.template cut<W>(product_words_), product_words_);
-  Number second(heap.template cut<W>(product_words_), product_words_);
-  const u64 p = product_words_;  // all partial products are whole
+  Number first(heap.template cut<W>(half_words()), half_words());
+  Number second(heap.template cut<W>(half_words()), half_words());
   {
-    const TransformHelper<W> helper(ctx.multiply(heap), product_words_, reduced_ ? 1 : 2);
-    Transform fx, fy;
-    if (reduced_) {
-      Transform::mul_rr_xx(helper, first, p, x0, y1);
-      Transform::mul_rr_xf(helper, second, p, y0, x1, fx);
-      Transform::mul_rf_xf(helper, x, p, y1, fx);
-    } else {
-      Transform::mul_rr_xf(helper, first, p, x0, y1, fy, 0);
-      Transform::mul_rr_xf(helper, second, p, y0, x1, fx, 1);
-      Transform::inverse_fmul(helper, x, p, fx, fy);
-    }
+    const TransformHelper<W> helper(ctx.multiply(heap), product_words_);
+    Transform fx;
+    Transform::mul_rr_xx(helper, first, half_ + 2, x0, y1);
+    Transform::mul_rr_xf(helper, second, half_ + 2, y0, x1, fx);
+    Transform::mul_rf_xf(helper, x, product_words_, y1, fx);  // whole
   }
   add_below(x, first, ctx.parallel);
   add_below(x, second, ctx.parallel);

@@ -2,8 +2,9 @@
 //
 // Of x = x1 W^h + x0 and y = y1 W^h + y0 the product needs x1 y1 whole, and only the upper halves of x1 y0
 // and x0 y1; x0 y0 lies below the precision. So no product is longer than p plus a few words, in place of 2p:
-// half the memory in transforms and half the tables, for seven transforms of that length in place of three of
-// twice the length.
+// half the memory in transforms and half the tables, for eight transforms of that length in place of three of
+// twice the length. One transform is kept; with two kept there would be seven, and a sixth more memory in
+// all.
 #pragma once
 
 #include "numbers/ram_store.h"
@@ -17,8 +18,7 @@ class FinalProduct {
   using Number = typename Store::Number;
   using Arena = typename Store::Arena;
 
-  /// `reduced`: one kept transform instead of two, and one transform more.
-  FinalProduct(u64 p, u64 tds, bool reduced);
+  FinalProduct(u64 p, u64 tds);
 
   /// Capacity that x must have.
   u64 out_words() const { return p_ + 8; }
@@ -29,8 +29,10 @@ class FinalProduct {
   void run(const RunContext& ctx, Number& x, const Number& y, Arena heap) const;
 
  private:
+  /// Capacity for the upper half of a product with a lower half.
+  u64 half_words() const { return half_ + 4; }
+
   u64 p_;
-  bool reduced_;
   u64 half_;           ///< words of a lower half
   u64 product_words_;  ///< of the longest partial product
   u64 heap_;

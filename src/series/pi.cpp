@@ -115,7 +115,7 @@ Pi_Series<Store>::Pi_Series(PiSeries series, s32 power, bool reduced, u64 p, u64
       series_(make_pi_series<W>(series, p + 2), formula(series, power).coefficients, -power, p + 2, tds,
               reduced),
       root_(p + 1, tds),
-      product_(p + 1, tds, reduced) {
+      product_(p + 1, tds) {
   const Need sum = series_.need(), root = root_.need();
   root_words_ = root.out_words;
   const u64 root_bytes = LinearHeapBuffer::cut_bytes<W>(root_words_);
