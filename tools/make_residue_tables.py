@@ -3,7 +3,7 @@
 
 Run from the top of the source tree: tools/make_residue_tables.py
 Proved: every prime by Pocklington's criterion (the factored part of p - 1 exceeds sqrt(p)), k * 2^e divides p - 1,
-the product of a set exceeds every coefficient of every row, rows rise and reach the family's largest product.
+the product of a set exceeds twice every coefficient of every row, wrapped forms included, and 1 / 2048 more; rows rise and reach the family's largest product.
 """
 from math import gcd, log2, prod
 
@@ -56,9 +56,9 @@ def main():
             for n in range(8, e + 1):
                 if k << n < 1 << 9:
                     continue
-                # A coefficient has at most half of the points as terms, and half of the modulus stays free for
-                # the estimate of its multiple.
-                if 48 * (P - 1) + log2(k) + n <= log2(prod(primes)):
+                # Where a product wraps, a coefficient has all points as terms and may be negative; the join's
+                # estimate asks for 2^-12 of the modulus besides.
+                if (1 << 12) * (k << n) * (((1 << 24 * (P - 1)) - 1) ** 2) <= ((1 << 11) - 1) * prod(primes):
                     rows.append((k * (P - 1) * 48 << (n - 1), P, k, n))
     # A row that costs more than one of at least its capacity is of no use.
     cost = lambda r: r[1] * (r[2] << r[3]) * (r[3] + 2.0 * log2(r[2]) + 8 + 1.2 * r[1])

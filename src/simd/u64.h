@@ -44,6 +44,9 @@ struct U64 {
     return {_mm512_mask_sub_epi64(a.v, static_cast<__mmask8>(mask), a.v, b.v)};
   }
 
+  /// Lanes one up: the last lane of `before`, then all but the last of a.
+  static U64 next(U64 before, U64 a) { return {_mm512_maskz_alignr_epi64(kAll, a.v, before.v, 7)}; }
+
   // g++ 12 takes the undefined pass-through of the unmasked shifts for a use of an uninitialised value.
   static constexpr __mmask8 kAll = 0xff;
 
@@ -90,6 +93,9 @@ struct U64 {
     const __m256i chosen = _mm256_and_si256(_mm256_set1_epi64x(mask), bits);
     return {_mm256_sub_epi64(a.v, _mm256_and_si256(b.v, _mm256_cmpeq_epi64(chosen, bits)))};
   }
+  static U64 next(U64 before, U64 a) {
+    return {_mm256_alignr_epi8(a.v, _mm256_permute2x128_si256(before.v, a.v, 0x21), 8)};
+  }
   static Mask lane_mask(__m256i m) { return static_cast<Mask>(_mm256_movemask_pd(_mm256_castsi256_pd(m))); }
 
   __m256i v;
@@ -126,6 +132,7 @@ struct U64 {
   static Mask equal(U64 a, U64 b) { return a.v == b.v; }
   static Mask less(U64 a, U64 b) { return a.v < b.v; }
   static U64 sub_where(Mask mask, U64 a, U64 b) { return {mask & 1 ? a.v - b.v : a.v}; }
+  static U64 next(U64 before, U64) { return before; }
 
   std::uint64_t v;
 };

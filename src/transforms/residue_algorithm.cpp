@@ -1,13 +1,12 @@
 #include <algorithm>
 #include <atomic>
-#include <bit>
 #include <cfenv>
 
 #include "frame/console.h"
 #include "frame/exceptions.h"
 #include "transforms/residue.h"
 #include "transforms/residue_bounds.h"
-#include "transforms/residue_join.h"
+#include "transforms/residue_kernels.h"
 #include "transforms/residue_tables.h"
 
 namespace orl {
@@ -33,7 +32,7 @@ class ResidueRun {
   const ResidueKernels& kernels() const { return kernels_; }
   u64 transform_bytes() const { return sizeof(double) * row_.P * row_.points(); }
   u64 scratch_bytes() const {
-    return LinearHeapBuffer::cut_bytes<u8>(sizeof(ResidueBlockEnd) * blocks()) +
+    return LinearHeapBuffer::cut_bytes<u8>(sizeof(ResidueJoinRun) * blocks()) +
            tasks_ * LinearHeapBuffer::cut_bytes<u8>(residue_tile_bytes(row_));
   }
 
@@ -78,27 +77,26 @@ class ResidueRun {
               ParallelContext parallel) const {
     for_columns(plan, tmp, parallel,
                 [&](u64 begin, u64 end, double* tile) { kernels_.last_stage(plan, F, begin, end, tile); });
-    for_parts(parallel, plan.length() / 8,
-              [&](u64 begin, u64 end) { kernels_.finish(plan, F, 8 * begin, 8 * end); });
     LinearHeapBuffer scratch(tmp, scratch_bytes());
-    ResidueBlockEnd* ends =
-        reinterpret_cast<ResidueBlockEnd*>(scratch.cut<u8>(sizeof(ResidueBlockEnd) * blocks()));
+    ResidueJoinRun* runs =
+        reinterpret_cast<ResidueJoinRun*>(scratch.cut<u8>(sizeof(ResidueJoinRun) * blocks()));
     const u64 size = block_points(), count = blocks();
-    const u32 limit = residue_coefficient_bits(row_);
     const u64 wanted =
         std::min(count, (window.end * 32 + size * row_.point_bits() - 1) / (size * row_.point_bits()));
-    std::atomic<u64> largest{0};
+    std::atomic<u32> excess{0};
     for_parts(parallel, wanted, [&](u64 begin, u64 end) {
       for (u64 b = begin; b < end; ++b) {
-        const u64 found =
-            join_residues(plan, F, b * size, std::min((b + 1) * size, row_.points()), limit, window, ends[b]);
-        u64 before = largest.load(std::memory_order_relaxed);
-        while (found > before && !largest.compare_exchange_weak(before, found)) {
+        const u64 first = b * size, last = std::min(first + size, row_.points());
+        runs[b] = start_residue_run(row_, ResidueForm::kPlain, first, last, window);
+        kernels_.join(plan, F + first, row_.points(), last - first, runs[b]);
+        const u32 found = runs[b].excess_bits();
+        u32 before = excess.load(std::memory_order_relaxed);
+        while (found > before && !excess.compare_exchange_weak(before, found)) {
         }
       }
     });
-    if (largest) coefficient_failed(limit, largest);
-    resolve_residue_carries(ends, wanted, size * row_.point_bits() / 64, row_.bits() / 64, window);
+    if (excess) coefficient_failed(residue_coefficient_bits(row_, ResidueForm::kPlain), excess);
+    resolve_residue_runs(row_, ResidueForm::kPlain, runs, wanted);
   }
 
  private:
@@ -108,10 +106,9 @@ class ResidueRun {
   }
   u64 blocks() const { return (row_.points() + block_points() - 1) / block_points(); }
 
-  [[noreturn]] static void coefficient_failed(u32 limit_bits, u64 above) {
+  [[noreturn]] static void coefficient_failed(u32 limit_bits, u32 excess_bits) {
     if (std::fegetround() != 0) console::println("The FPU Control Word has been corrupted.", 'Y');
-    throw ConvolutionFailedException(kId, "Coefficient is too large.", limit_bits,
-                                     limit_bits + static_cast<u64>(std::bit_width(above)));
+    throw ConvolutionFailedException(kId, "Coefficient is too large.", limit_bits, limit_bits + excess_bits);
   }
 
   template <class Body>
@@ -129,7 +126,7 @@ class ResidueRun {
   void for_columns(const ResiduePlan& plan, void* tmp, ParallelContext parallel, Body&& body) const {
     const u64 groups = plan.columns() / 8, tasks = std::min({tasks_, groups, std::max<u64>(parallel.tds, 1)});
     LinearHeapBuffer scratch(tmp, scratch_bytes());
-    scratch.cut<u8>(sizeof(ResidueBlockEnd) * blocks());
+    scratch.cut<u8>(sizeof(ResidueJoinRun) * blocks());
     const u64 tile = residue_tile_bytes(row_) / sizeof(double);
     const auto task = [&](u64 t) {
       LinearHeapBuffer own = scratch;

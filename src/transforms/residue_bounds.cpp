@@ -14,7 +14,8 @@ namespace {
 constexpr double kReduced = 0.51;
 // Quotients of operands of products stay below 2^51, where rounding by 1.5 * 2^52 works: 0.52 * 15 < 2^3.
 constexpr double kLargest = 15;
-constexpr double kLargestSum = 31;  // of what is only summed and reduced: below 2^53, so exact
+constexpr double kLargestSum = 31;         // of what is only summed and reduced: below 2^53, so exact
+constexpr double kEstimateMargin = 0.001;  // 2^-0.001 / 2 < 1/2 - 2^-12
 
 double forward_levels(double bound, u32 levels) {
   for (; levels > 0; --levels) bound += residue_product_bound(bound);
@@ -70,8 +71,9 @@ double residue_inverse_bound(u32 n, u32 k) {
   return std::max(largest, bound + (k - 1) * residue_product_bound(bound));
 }
 
-u32 residue_coefficient_bits(const ResidueRow& row) {
-  return static_cast<u32>(2 * row.point_bits() + static_cast<u64>(std::bit_width(row.points() / 2 - 1)));
+u32 residue_coefficient_bits(const ResidueRow& row, ResidueForm form) {
+  const u64 terms = form == ResidueForm::kPlain ? row.points() / 2 : row.points();
+  return static_cast<u32>(2 * row.point_bits() + static_cast<u64>(std::bit_width(terms - 1)));
 }
 
 void check_residue_bounds(const ResidueRow& row) {
@@ -79,9 +81,11 @@ void check_residue_bounds(const ResidueRow& row) {
   const u32 modulus_bits = 64 * set.words - static_cast<u32>(std::countl_zero(set.modulus[set.words - 1]));
   double modulus = 0;
   for (u32 i = 0; i < set.P; ++i) modulus += std::log2(static_cast<double>(residue_primes()[set.prime[i]].p));
+  // All forms: N terms of either sign, within the modulus by the 2^-12 of it that the join's estimate asks
+  // for.
   const double coefficient =
-      2.0 * static_cast<double>(row.point_bits()) + std::log2(static_cast<double>(row.points() / 2));
-  if (row.n < 8 || row.n > set.e || modulus_bits > 512 || coefficient + 1 > modulus ||
+      2.0 * static_cast<double>(row.point_bits()) + std::log2(static_cast<double>(row.points()));
+  if (row.n < 8 || row.n > set.e || modulus_bits > 512 || coefficient + 1 + kEstimateMargin > modulus ||
       residue_forward_bound(row.n) > kLargest || residue_inverse_bound(row.n, row.k) > kLargest ||
       residue_split_bound(row.P, row.k) > kLargestSum)
     throw InvalidParametersException("C17", "Invalid Function Parameters:   ");

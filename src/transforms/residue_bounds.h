@@ -13,8 +13,9 @@ double residue_split_bound(u32 P, u32 k);
 /// Largest residue within a transform of 2^n points, n >= 8, and within its inverse and the odd factor's.
 double residue_forward_bound(u32 n);
 double residue_inverse_bound(u32 n, u32 k);
-/// Bits of the largest coefficient that a product of `row` can have: half of the points as terms.
-u32 residue_coefficient_bits(const ResidueRow& row);
+/// Bits of the largest coefficient, or of its absolute value, that a product of `row` can have: half of the
+/// points as terms, or all where it wraps.
+u32 residue_coefficient_bits(const ResidueRow& row, ResidueForm form);
 /// Throws InvalidParametersException "Invalid Function Parameters:   " for a shape whose residues or
 /// coefficients could leave their range.
 void check_residue_bounds(const ResidueRow& row);

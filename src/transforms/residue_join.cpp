@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cstring>
 
+#include "transforms/residue_bounds.h"
+
 namespace orl {
 namespace {
 
-constexpr u32 kHead = 10;
+constexpr u32 kHead = ResidueJoinRun::kHead;
 
 void put_word(ResidueWindow w, u64 index, u64 value) {
   const u64 at = 2 * index;
@@ -18,155 +20,144 @@ void put_word(ResidueWindow w, u64 index, u64 value) {
   if (at + 1 >= w.begin && at + 1 < w.end) w.target[at + 1 - w.begin] = static_cast<u32>(value >> 32);
 }
 
-// Sum of c_i cofactor_i less the multiple of the modulus that the estimate finds.
-template <u32 P>
-struct Joiner {
-  static constexpr u32 kWords = (48 * P + 63) / 64;
-  const ResidueSet& set;
-  double inverse[P];
+/// What a run leaves to the words after it: a signed number.
+struct Overflow {
+  u64 word[kHead] = {};
 
-  explicit Joiner(const ResiduePlan& plan) : set(*plan.set) {
-    for (u32 i = 0; i < P; ++i) inverse[i] = plan.modulus[i].inverse;
+  void add(s64 value, u32 shift) {
+    const u32 at = shift / 64, bits = shift % 64;
+    const u64 low = static_cast<u64>(value) << bits;
+    const u64 high = static_cast<u64>(bits ? value >> (64 - bits) : value >> 63);
+    const u64 sign = static_cast<u64>(value >> 63);
+    u64 carry = 0;
+    for (u32 j = at; j < kHead; ++j) {
+      const u128 sum = static_cast<u128>(word[j]) + (j == at ? low : j == at + 1 ? high : sign) + carry;
+      word[j] = static_cast<u64>(sum);
+      carry = static_cast<u64>(sum >> 64);
+    }
   }
-
-  void operator()(const double* F, u64 points, u64 i, u64 (&x)[kWords + 1]) const {
-    double estimate = 0.25;
-    u64 low[kWords + 1] = {}, carry[kWords + 1] = {};
-    // Products of 48 by 64 bits: nine of them leave room for their sum in 128 bits.
-    u128 sum[kWords] = {};
-    for (u32 r = 0; r < P; ++r) {
-      const double c = F[r * points + i];
-      estimate += c * inverse[r];
-      const u64 v = static_cast<u64>(c);
-#pragma GCC unroll 8
-      for (u32 j = 0; j < kWords; ++j) sum[j] += static_cast<u128>(v) * set.cofactor[r][j];
+  void negate() {
+    for (u64& w : word) w = ~w;
+    add(1, 0);
+  }
+  bool negative() const { return word[kHead - 1] >> 63; }
+  bool zero() const {
+    return std::all_of(word, word + kHead, [](u64 w) { return w == 0; });
+  }
+  /// Adds this to the words at x; returns the carry, -1 to 1.
+  s64 add_to(u64 (&x)[kHead]) const {
+    u64 carry = 0;
+    for (u32 j = 0; j < kHead; ++j) {
+      const u128 sum = static_cast<u128>(x[j]) + word[j] + carry;
+      x[j] = static_cast<u64>(sum);
+      carry = static_cast<u64>(sum >> 64);
     }
-    const u64 q = static_cast<u64>(estimate);
-    u64 run = 0;
-#pragma GCC unroll 8
-    for (u32 j = 0; j < kWords; ++j) {
-      u64 out;
-      low[j] = static_cast<u64>(sum[j]);
-      carry[j + 1] = static_cast<u64>(sum[j] >> 64);
-      const u64 c1 = __builtin_add_overflow(low[j], carry[j], &out);
-      const u64 c2 = __builtin_add_overflow(out, run, &out);
-      x[j] = out;
-      run = c1 + c2;
-    }
-    x[kWords] = carry[kWords] + run;
-    u64 borrow = 0;
-#pragma GCC unroll 8
-    for (u32 j = 0; j < kWords; ++j) {
-      const u128 t = static_cast<u128>(q) * set.modulus[j] + borrow;
-      borrow = static_cast<u64>(t >> 64) + (x[j] < static_cast<u64>(t));
-      x[j] -= static_cast<u64>(t);
-    }
-    x[kWords] -= borrow;
+    return static_cast<s64>(carry) - negative();
   }
 };
 
-template <u32 P>
-u64 join_points(const ResiduePlan& plan, const double* F, u64 begin, u64 end, u32 limit_bits,
-                ResidueWindow window, ResidueBlockEnd& result) {
-  using J = Joiner<P>;
-  constexpr u32 kPointBits = 24 * (P - 1);
-  constexpr u32 kRoom = J::kWords + 2;
-  const J joiner(plan);
-  const u64 points = plan.row.points();
-  const u64 first = begin * kPointBits / 64;
-  u64 acc[kRoom + 1] = {};  // words from `word` on
-  u64 word = first;
-  u32 shift = 0;
-  u64 largest = 0;
-  result.dropped_ones = true;
-  for (u64 i = begin; i < end; ++i) {
-    u64 x[J::kWords + 1];
-    joiner(F, points, i, x);
-    u64 above = x[J::kWords];
-    for (u32 j = limit_bits / 64; j < J::kWords; ++j)
-      above |= j == limit_bits / 64 ? x[j] >> (limit_bits % 64) : x[j];
-    largest = std::max(largest, above);
-    u64 carry = 0, before = 0;
-#pragma GCC unroll 16
-    for (u32 j = 0; j < kRoom; ++j) {
-      const u64 now = j <= J::kWords ? x[j] : 0;
-      const u64 part = shift ? now << shift | before >> (64 - shift) : now;
-      before = now;
-      u64 s;
-      const u64 c1 = __builtin_add_overflow(acc[j], part, &s);
-      const u64 c2 = __builtin_add_overflow(s, carry, &s);
-      acc[j] = s;
-      carry = c1 + c2;
-    }
-    shift += kPointBits;
-    while (shift >= 64) {
-      const u64 value = acc[0];
-      if (word - first < kHead)
-        result.head[word - first] = value;
-      else if (2 * word + 1 < window.begin)
-        result.dropped_ones &= value == ~u64{0};
-      else if (2 * word < window.begin)
-        result.dropped_ones &= static_cast<u32>(value) == ~u32{0};
-      put_word(window, word, value);
-      ++word;
-      for (u32 j = 0; j < kRoom; ++j) acc[j] = acc[j + 1];
-      shift -= 64;
-    }
+Overflow overflow_of(const ResidueJoinRun& run, u32 P) {
+  const u32 K = join_limbs(P), w = join_limb_bits(P);
+  Overflow overflow;
+  for (u32 k = 0; k <= K; ++k) overflow.add(static_cast<s64>(run.pending[7 + k]), w * k);
+  overflow.add(static_cast<s64>(run.pending[8 + K]), 0);
+  return overflow;
+}
+
+/// Adds -1, 0 or 1 to words (32-bit) [at, end) of the window; returns the carry.
+s64 ripple(ResidueWindow window, u64 at, u64 end, s64 carry) {
+  for (u32* x = window.target + (at - window.begin); carry && at < end; ++at, ++x) {
+    if (carry > 0)
+      carry = ++*x == 0;
+    else
+      carry = -((*x)-- == 0);
   }
-  std::memset(result.overflow, 0, sizeof(result.overflow));
-  std::copy(acc, acc + std::min(kRoom, kHead), result.overflow);
-  return largest;
+  return carry;
+}
+
+/// Adds an overflow to a run. Returns what leaves its end, where that is still in the window.
+s64 add_to_run(ResidueJoinRun& run, const Overflow& overflow) {
+  s64 carry = overflow.add_to(run.head);
+  for (u32 j = 0; j < kHead; ++j) put_word(run.window, run.begin + j, run.head[j]);
+  u64 at = 2 * (run.begin + kHead);
+  const u64 stop = std::min(2 * run.end, run.window.end);
+  if (carry && at < run.window.begin) {
+    if (!run.dropped_ones) return 0;
+    at = std::min(run.window.begin, 2 * run.end);
+  }
+  return at < stop ? ripple(run.window, at, stop, carry) : carry;
+}
+
+/// Adds to all words of a wrapped product, at their begin; returns the carry.
+s64 add_to_begin(const ResidueJoinRun& first, u64 words, const Overflow& overflow) {
+  u64 head[kHead];
+  std::memcpy(head, first.window.target, sizeof(head));
+  const s64 carry = overflow.add_to(head);
+  std::memcpy(first.window.target, head, sizeof(head));
+  return ripple(first.window, 2 * kHead, words, carry);
 }
 
 }  // namespace
 
-u64 join_residues(const ResiduePlan& plan, const double* F, u64 begin, u64 end, u32 limit_bits,
-                  ResidueWindow window, ResidueBlockEnd& result) {
-  switch (plan.row.P) {
-    case 4:
-      return join_points<4>(plan, F, begin, end, limit_bits, window, result);
-    case 5:
-      return join_points<5>(plan, F, begin, end, limit_bits, window, result);
-    case 6:
-      return join_points<6>(plan, F, begin, end, limit_bits, window, result);
-    case 7:
-      return join_points<7>(plan, F, begin, end, limit_bits, window, result);
-    case 8:
-      return join_points<8>(plan, F, begin, end, limit_bits, window, result);
-    default:
-      return join_points<9>(plan, F, begin, end, limit_bits, window, result);
+u32 ResidueJoinRun::excess_bits() const {
+  u64 all = 0;
+  for (const u64 part : seen) all |= part;
+  const u32 bits = static_cast<u32>(std::bit_width(all));
+  return bits > limit_bits ? bits - limit_bits : 0;
+}
+
+ResidueJoinRun start_residue_run(const ResidueRow& row, ResidueForm form, u64 begin, u64 end,
+                                 ResidueWindow window) {
+  ResidueJoinRun run{};
+  const u32 top_bits = residue_coefficient_bits(row, form) - static_cast<u32>(2 * row.point_bits());
+  run.window = window;
+  run.begin = run.word = begin * row.point_bits() / 64;
+  run.end = end * row.point_bits() / 64;
+  run.offset = form == ResidueForm::kNegacyclic ? u64{1} << top_bits : 0;
+  run.limit_bits = form == ResidueForm::kNegacyclic ? top_bits + 1 : top_bits;
+  run.dropped_ones = true;
+  return run;
+}
+
+void place_residue_words(ResidueJoinRun& run, const u64* words, u64 count) {
+  for (u64 i = 0; i < count; ++i) {
+    const u64 index = run.word + i, value = words[i];
+    if (index - run.begin < kHead)
+      run.head[index - run.begin] = value;
+    else if (2 * index + 1 < run.window.begin)
+      run.dropped_ones &= value == ~u64{0};
+    else if (2 * index < run.window.begin)
+      run.dropped_ones &= static_cast<u32>(value) == ~u32{0};
+    put_word(run.window, index, value);
   }
 }
 
-void resolve_residue_carries(ResidueBlockEnd* blocks, u64 count, u64 words_per_block, u64 total_words,
-                             ResidueWindow window) {
-  u64 adds[kHead + 1] = {};
-  for (u64 b = 0; b < count; ++b) {
-    const u64 first = b * words_per_block, last = std::min(first + words_per_block, total_words);
-    if (2 * first >= window.end) return;
-    ResidueBlockEnd& block = blocks[b];
-    if (b > 0) {
-      u64 carry = 0;
-      for (u32 j = 0; j < kHead; ++j) {
-        u64 s;
-        const u64 c1 = __builtin_add_overflow(block.head[j], adds[j], &s);
-        const u64 c2 = __builtin_add_overflow(s, carry, &s);
-        carry = c1 + c2;
-        put_word(window, first + j, s);
-      }
-      // Onwards in 32-bit words.
-      u64 at = 2 * (first + kHead);
-      if (carry && at < window.begin) {
-        if (!block.dropped_ones) carry = 0;
-        at = std::min(window.begin, 2 * last);
-      }
-      for (const u64 stop = std::min(2 * last, window.end); carry && at < stop; ++at)
-        carry = ++window.target[at - window.begin] == 0;
-      u64 spill = carry;
-      for (u32 j = 0; j < kHead && spill; ++j) spill = ++block.overflow[j] == 0;
-    }
-    std::copy(block.overflow, block.overflow + kHead, adds);
+bool resolve_residue_runs(const ResidueRow& row, ResidueForm form, ResidueJoinRun* runs, u64 count) {
+  Overflow overflow = overflow_of(runs[0], row.P);
+  for (u64 b = 1; b < count; ++b) {
+    const s64 carry = add_to_run(runs[b], overflow);
+    overflow = overflow_of(runs[b], row.P);
+    overflow.add(carry, 0);
   }
+  if (form == ResidueForm::kPlain) return false;
+
+  const u64 words = row.bits() / 32;
+  const Overflow one{{1}};
+  Overflow minus_one = one;
+  minus_one.negate();
+  if (form == ResidueForm::kCyclic) {
+    if (add_to_begin(runs[0], words, overflow)) add_to_begin(runs[0], words, one);
+    return false;
+  }
+  // W^n is -1: x + carry W^n is x - carry, of [-1, W^n].
+  overflow.negate();
+  const s64 carry = add_to_begin(runs[0], words, overflow);
+  if (carry == 0) return false;
+  const s64 next = add_to_begin(runs[0], words, carry > 0 ? minus_one : one);
+  if (next == 0) return false;
+  // -1, which has become W^n - 1 or ended as W^n.
+  std::memset(runs[0].window.target, 0, 4 * words);
+  return true;
 }
 
 }  // namespace orl

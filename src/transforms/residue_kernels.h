@@ -7,6 +7,7 @@
 #pragma once
 
 #include "simd/target.h"
+#include "transforms/residue_join.h"
 #include "transforms/residue_primes.h"
 #include "transforms/residue_shape.h"
 #include "transforms/residue_tables.h"
@@ -54,8 +55,9 @@ struct ResidueKernels {
   void (*multiply)(const ResidueModulus&, double* x, double* g, u64 m, u64 node, bool raw);
   /// The last levels of columns [begin, end) and the odd factor's inverse.
   void (*last_stage)(const ResiduePlan&, double* F, u64 begin, u64 end, double* tile);
-  /// Points [begin, end) of each sequence of all primes times the scale, in [0, p).
-  void (*finish)(const ResiduePlan&, double* F, u64 begin, u64 end);
+  /// Scales and joins the next `count` points (a multiple of 8) of a run. Residues of prime r of them stand
+  /// at x + r stride, within 15 * 2^48.
+  void (*join)(const ResiduePlan&, const double* x, u64 stride, u64 count, ResidueJoinRun& run);
 };
 
 const ResidueKernels& residue_kernels(simd::Target target);

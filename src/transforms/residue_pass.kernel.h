@@ -522,26 +522,11 @@ void last_stage(const ResiduePlan& plan, double* F, u64 begin, u64 end, double* 
 }
 
 // Interim.
-void finish(const ResiduePlan& plan, double* F, u64 begin, u64 end) {
-  for (u32 r = 0; r < plan.row.P; ++r) {
-    const ResidueModulus& modulus = plan.modulus[r];
-    const Mod mod(modulus);
-    const F64 half = F64::all(0.5 * (modulus.p - 1));
-    for (u32 t = 0; t < plan.row.k; ++t)
-      for (u64 i = begin; i < end; i += L) {
-        double* x = F + r * plan.row.points() + t * plan.length() + i;
-        const F64 v = mod.times(F64::load(x), modulus.scale);
-        const F64 q = fma(v - half, mod.inverse, mod.round) - mod.round;
-        fnma(q, mod.p, v).store(x);
-      }
-  }
-}
-
 }  // namespace
 
 extern const ResidueKernels residue_kernel_table;
 constinit const ResidueKernels residue_kernel_table{
-    SIMD_ISA_NAME, &first_stage, &forward, &multiply, &last_stage, &finish,
+    SIMD_ISA_NAME, &first_stage, &forward, &multiply, &last_stage, &join,
 };
 
 }  // namespace orl::SIMD_ISA

@@ -48,6 +48,13 @@ u32 multiply_small(u64* a, u32 words, u64 b) {
   return words;
 }
 
+u64 bits_at(const u64 (&a)[8], u32 at, u32 count) {
+  const u32 word = at / 64, shift = at % 64;
+  u128 pair = a[word];
+  if (word + 1 < 8) pair |= static_cast<u128>(a[word + 1]) << 64;
+  return static_cast<u64>(pair >> shift) & ((u64{1} << count) - 1);
+}
+
 struct Tables {
   std::vector<ResiduePrime> primes;
   ResidueSet sets[6][4];
@@ -69,16 +76,27 @@ struct Tables {
         set.prime[i] = static_cast<u32>(found - primes.begin());
         set.words = multiply_small(set.modulus, set.words, p);
       }
+      const u32 limbs = 2 * join_limbs(set.P), bits = join_limb_bits(set.P);
+      s64 carry = 0;
+      for (u32 j = 0; j < limbs; ++j) {
+        const s64 limb = static_cast<s64>(bits_at(set.modulus, bits * j, bits)) + carry;
+        carry = (limb + (s64{1} << (bits - 1))) >> bits;
+        set.modulus_limb[j] = static_cast<double>(limb - carry * (s64{1} << bits));
+      }
+      set.modulus_limb[limbs] =
+          static_cast<double>(static_cast<s64>(bits_at(set.modulus, bits * limbs, 48)) + carry);
       for (u32 i = 0; i < set.P; ++i) {
         const ResiduePrime& prime = primes[set.prime[i]];
         u32 words = 1;
         u64 rest = 1;
-        set.cofactor[i][0] = 1;
+        u64 cofactor[8] = {1};
         for (u32 j = 0; j < set.P; ++j)
           if (j != i) {
-            words = multiply_small(set.cofactor[i], words, record.primes[j]);
+            words = multiply_small(cofactor, words, record.primes[j]);
             rest = prime.multiply(rest, record.primes[j] % prime.p);
           }
+        for (u32 j = 0; j < limbs; ++j)
+          set.cofactor[i][j] = static_cast<double>(bits_at(cofactor, bits * j, bits));
         set.scale[i] = prime.inverse(prime.multiply(rest, set.k));
         const u64 root = prime.root_of_order(set.k);
         u64 power = 1;

@@ -10,6 +10,11 @@ namespace orl {
 
 inline constexpr u32 kMaxResiduePrimes = 9;
 
+/// The join's limbs: so many a point of 24 (P - 1) bits, and their width. A coefficient has twice as many and
+/// its top bits.
+constexpr u32 join_limbs(u32 P) { return P / 2; }
+constexpr u32 join_limb_bits(u32 P) { return 24 * (P - 1) / join_limbs(P); }
+
 /// A factor modulo p and its ratio to p; |w| <= p / 2.
 struct ResidueFactor {
   double w;
@@ -35,7 +40,8 @@ struct ResidueSet {
   u32 prime[kMaxResiduePrimes];  ///< indices into residue_primes()
   u32 words;                     ///< 64-bit words of the modulus
   u64 modulus[8];
-  u64 cofactor[kMaxResiduePrimes][8];        ///< modulus / p
+  double cofactor[kMaxResiduePrimes][8];     ///< modulus / p in limbs of join_limb_bits(P), 0 to 2^bits
+  double modulus_limb[9];                    ///< the modulus, -2^(bits - 1) to 2^(bits - 1); the last to 2^48
   u64 scale[kMaxResiduePrimes];              ///< (k modulus / p)^-1 mod p
   ResidueFactor limb[kMaxResiduePrimes][4];  ///< 2^(48 j) mod p
   ResidueFactor odd[kMaxResiduePrimes][7];   ///< powers of a root of order k
@@ -49,6 +55,10 @@ struct ResidueRow {
   constexpr u64 point_bits() const { return 24 * (u64{P} - 1); }
   constexpr u64 bits() const { return points() * point_bits(); }
 };
+
+/// Products below W^n, modulo W^n - 1 and modulo W^n + 1, whose coefficients may be negative; W = 2^32, and n
+/// words are the bits of the row.
+enum class ResidueForm { kPlain, kCyclic, kNegacyclic };
 
 /// All primes that stand in a set.
 std::span<const ResiduePrime> residue_primes();

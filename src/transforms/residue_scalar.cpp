@@ -4,6 +4,7 @@
 
 #include "transforms/residue_mod.kernel.h"
 // Above the rest, which uses it.
+#include "transforms/residue_join.kernel.h"
 #include "transforms/residue_pass.kernel.h"
 
 #include "simd/end.h"
