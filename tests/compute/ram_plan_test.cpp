@@ -4,6 +4,7 @@
 
 #include "compute/digit_output.h"
 #include "frame/exceptions.h"
+#include "numbers/algorithm_table.h"
 
 namespace orvane {
 namespace {
@@ -38,6 +39,7 @@ TEST(RamPlan, HoldsEveryStage) {
 }
 
 TEST(RamPlan, RefusesOneDigitMoreThanTheLargestPossible) {
+  const orl::ScopedBasicTable<Word> table{{"BKT", 5120}, {"FFT", 0x1000000}};
   for (const u64 index : {u64{0}, u64{3}}) {
     const auto constant = make_constant(index);
     const u64 largest = largest_possible_digits(*constant, 2, true, 1000000000);

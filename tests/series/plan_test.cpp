@@ -156,6 +156,7 @@ TYPED_TEST(Plans, BeyondTheLastRowOfTheTableAreRefused) {
   // 0x6000000 bits hold the products of Pi to more than 20 million digits and not to 40 million.
   using W = TypeParam;
   const u64 bits = 8 * sizeof(W);
+  const ScopedBasicTable<W> table{{"BKT", 5120}, {"FFT", 0x6000000}};
   EXPECT_NO_THROW(Pi_Series_BigFloatR<W>(PiSeries::kChudnovsky, 1, false, 66438562 / bits, 1));
   EXPECT_THROW(Pi_Series_BigFloatR<W>(PiSeries::kChudnovsky, 1, false, 132877124 / bits, 1),
                LimitExceededException);
