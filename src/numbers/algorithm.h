@@ -191,7 +191,8 @@ class Algorithm {
   /// The same in less memory, where the family has products modulo W^n - 1 and W^n + 1: CRT_mulp at the shape
   /// for half the product. A shape that offers no fitting length throws TransformTooSmallException within,
   /// and the product is made by mul_window (a square by sqr_window). Which way is known beforehand, so
-  /// ctx.scratch holds bounded_sizes() of the product's bits and the window's, and no more.
+  /// ctx.scratch holds bounded_sizes() of the product's bits and the window's, and no more. Where that is
+  /// less than sizes(), T may overlap the operands, for which it holds bounded_sizes() of a window of 0 bits.
   virtual void sqr_bounded(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const;
   virtual void sqr_bounded(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 L) const;
   virtual void mul_bounded(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL,

@@ -169,10 +169,10 @@ MultiplySizes AlgorithmTable<W>::max_sizes(u64 words, u64 tds, u64 transforms) c
 }
 
 template <class W>
-u64 AlgorithmTable<W>::cost(u64 words, u64 tds, u64 transforms) const {
+BoundedSizes AlgorithmTable<W>::cost(u64 p, u64 tds) const {
+  const u64 words = 2 * p + 6;
   find(words, "AlgorithmTableB::mSBsize()");
-  const MultiplySizes shape = max_sizes(words, tds, transforms);
-  return transforms * shape.transform_bytes + shape.scratch_bytes;
+  return max_bounded_sizes(words, tds, p + 2);
 }
 
 template <class W>

@@ -101,11 +101,13 @@ class AlgorithmTable {
   /// transforms * transform_bytes + scratch_bytes.
   MultiplySizes max_sizes(u64 words, u64 tds, u64 transforms) const;
   /// Bytes of the most demanding of all bounded products, and squares, of 1 to `words` words, whose windows
-  /// are `window` words or the whole product, whichever is less, or longer. By default whole products.
+  /// are `window` words or the whole product, whichever is less, or longer. By default whole products; 0 for
+  /// results that lie over operands.
   BoundedSizes max_bounded_sizes(u64 words, u64 tds, u64 window = ~u64{0}) const;
-  /// Scratch of a truncating square or product at a precision of p words, whatever the operands.
-  u64 sqr_cost(u64 p, u64 tds) const { return cost(2 * p + 6, tds, 1); }
-  u64 mul_cost(u64 p, u64 tds) const { return cost(2 * p + 6, tds, 2); }
+  /// Scratch of a truncating square or product at a precision of p words, whatever the operands, by
+  /// sqr_bounded or mul_bounded.
+  u64 sqr_cost(u64 p, u64 tds) const { return cost(p, tds).square_bytes; }
+  u64 mul_cost(u64 p, u64 tds) const { return cost(p, tds).product_bytes; }
 
   /// T[0, 2L) = A^2.
   void sqr(const MultiplyContext& ctx, W* T, const W* A, u64 L) const { sqr_window(ctx, T, 0, 2 * L, A, L); }
@@ -144,7 +146,7 @@ class AlgorithmTable {
   void sqr_trimmed(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 L) const;
   void mul_trimmed(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL, const W* B,
                    u64 BL) const;
-  u64 cost(u64 words, u64 tds, u64 transforms) const;
+  BoundedSizes cost(u64 p, u64 tds) const;
   const Algorithm& find(u64 words, const char* function) const;
   template <class Body>
   void for_each_reached(u64 bits, Body&& body) const;

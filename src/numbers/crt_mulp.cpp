@@ -6,6 +6,7 @@
 #include "frame/ending.h"
 #include "frame/exceptions.h"
 #include "numbers/crt_combine.h"
+#include "numbers/product_areas.h"
 #include "numbers/words.h"
 
 namespace orl {
@@ -32,19 +33,23 @@ u64 bytes(const Parameters& params, u64 window, bool square) {
          area_bytes(rest_words(n, window));
 }
 
-Areas cut(const Parameters& params, const CrtWindow& window, bool square, LinearHeapBuffer buffer) {
-  const u64 length = window.len - window.skip;
-  const u64 required = bytes(params, length, square);
+// `places`: the words of the window that may hold the cyclic product, all of them or none.
+Areas cut(const Parameters& params, const CrtWindow& window, u64 places, bool square,
+          LinearHeapBuffer buffer) {
+  const u64 required = bytes(params, places, square);
   if (buffer.size < required) throw BufferTooSmallException("CRT_mulp()", buffer.size, required);
+  const u64 transform = LinearHeapBuffer::cut_bytes<u8>(params.transform_size());
   Areas areas;
-  areas.F = buffer.cut<u8>(params.transform_size());
+  areas.F = buffer.cut<u8>(transform);
   areas.residue = buffer.cut<u32>(
-      (square ? area_bytes(window.n)
-              : std::max(LinearHeapBuffer::cut_bytes<u8>(params.transform_size()), area_bytes(window.n))) /
-      sizeof(u32));
+      (square ? area_bytes(window.n) : std::max(transform, area_bytes(window.n))) / sizeof(u32));
   areas.G = square ? areas.F : areas.residue;
   areas.tmp = buffer.cut<u8>(params.scratch_size());
-  areas.cyclic = crt_pieces_in_place(window, buffer.cut<u32>(rest_words(window.n, length)));
+  u32* const rest = buffer.cut<u32>(rest_words(window.n, places));
+  if (places > 0)
+    areas.cyclic = crt_pieces_in_place(window, rest);
+  else
+    areas.cyclic.add(0, rest);
   return areas;
 }
 
@@ -122,7 +127,10 @@ void check_length(const Parameters& params, u64 words) {
 
 void multiply(const Parameters& params, const CrtWindow& window, const u32* A, u64 AL, const u32* B, u64 BL,
               bool square, LinearHeapBuffer tmp, ParallelContext parallel) {
-  const Areas areas = cut(params, window, square, tmp);
+  const u64 length = window.len - window.skip;
+  const bool over_operand =
+      words_overlap<u32>(window.T, length, A, AL) || words_overlap<u32>(window.T, length, B, BL);
+  const Areas areas = cut(params, window, over_operand ? 0 : length, square, tmp);
   cyclic_product(params, areas, A, AL, B, BL, parallel);
   const bool flag = negacyclic_product(params, areas, A, AL, B, BL, parallel);
   crt_combine(window, areas.cyclic, areas.residue, flag, parallel);

@@ -1,6 +1,8 @@
 // How a multiplication divides its scratch and calls a shape for either word type.
 #pragma once
 
+#include <functional>
+
 #include "frame/exceptions.h"
 #include "frame/types.h"
 #include "numbers/algorithm.h"
@@ -17,6 +19,13 @@ inline void* cut_product_areas(LinearHeapBuffer scratch, const MultiplySizes& si
   for (u64 i = 0; i < count; ++i) areas[i] = scratch.spawn_words<u8>(sizes.transform_bytes);
   // The last piece may end inside a line of 64 bytes: the required size is not rounded up.
   return scratch.spawn_words<u8>(sizes.scratch_bytes & ~u64{63});
+}
+
+/// Whether T[0, L) and A[0, AL) have a word in common.
+template <class W>
+bool words_overlap(const W* T, u64 L, const W* A, u64 AL) {
+  const std::less<const W*> before;
+  return before(T, A + AL) && before(A, T + L);
 }
 
 template <class W>

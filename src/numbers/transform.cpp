@@ -68,13 +68,11 @@ struct Target {
 
 // Result at precision p. Not for zero factors.
 template <class W>
-Target<W> start_product(const TransformHelper<W>& helper, BigFloat<W>& result, u64 p, const Factor& a,
-                        const Factor& b, const char* function) {
+Target<W> start_product(BigFloat<W>& result, u64 p, const Factor& a, const Factor& b, const char* function) {
   const u64 n = p + kBigFloatExtraPrecision;
   const u64 c = a.L + b.L;
   const u64 skip = c > n ? c - n : 0;
   require(function, result.size, c - skip);
-  check_product(helper, c, function);
   result.T = result.base;
   result.L = c - skip;
   result.exp = a.exp + b.exp + static_cast<s64>(skip);
@@ -84,13 +82,12 @@ Target<W> start_product(const TransformHelper<W>& helper, BigFloat<W>& result, u
 
 // Exact result, extended down to `extend`. The zero words are written at the end.
 template <class W>
-Target<W> start_product(const TransformHelper<W>& helper, ExactFloat<W>& result, s64 extend, const Factor& a,
-                        const Factor& b, const char* function) {
+Target<W> start_product(ExactFloat<W>& result, s64 extend, const Factor& a, const Factor& b,
+                        const char* function) {
   const u64 c = a.L + b.L;
   const s64 exp = a.exp + b.exp;
   const u64 zeros = exp > extend ? static_cast<u64>(exp - extend) : 0;
   require(function, result.size, c + zeros);
-  check_product(helper, c, function);
   result.T = result.base;
   result.L = c + zeros;
   result.exp = exp - static_cast<s64>(zeros);
@@ -116,7 +113,8 @@ void forward_raw(const TransformHelper<W>& helper, void* F, const RawFactor<W>& 
 template <class W, class Number, class Limit>
 void multiply_transforms(const TransformHelper<W>& helper, Number& result, Limit limit, const Factor& a,
                          void* F, const Factor& b, const void* G, const char* function) {
-  const Target<W> target = start_product(helper, result, limit, a, b, function);
+  check_product(helper, a.L + b.L, function);
+  const Target<W> target = start_product<W>(result, limit, a, b, function);
   shape_inverse_fmul(helper.parameters(), F, G, target.T, target.skip, target.c, helper.scratch(),
                      helper.parallel());
   finish_product(result, target, helper.parallel());
@@ -125,7 +123,8 @@ void multiply_transforms(const TransformHelper<W>& helper, Number& result, Limit
 template <class W, class Number, class Limit>
 void square_transform(const TransformHelper<W>& helper, Number& result, Limit limit, const Factor& a, void* F,
                       const char* function) {
-  const Target<W> target = start_product(helper, result, limit, a, a, function);
+  check_product(helper, 2 * a.L, function);
+  const Target<W> target = start_product<W>(result, limit, a, a, function);
   shape_inverse_fsqr(helper.parameters(), F, target.T, target.skip, target.c, helper.scratch(),
                      helper.parallel());
   finish_product(result, target, helper.parallel());
@@ -187,6 +186,28 @@ void op_mul_rr_xx(const TransformHelper<W>& helper, Number& T, Limit limit, cons
   multiply_transforms(helper, T, limit, a, helper.working(), b, G, function);
 }
 
+template <class W, class Number, class Limit>
+void op_mul_rr_xx(const MultiplyContext& ctx, Number& T, Limit limit, const RawFactor<W>& a,
+                  const RawFactor<W>& b, const char* function) {
+  if (a.L == 0 || b.L == 0) return T.set_zero();
+  const u64 words = a.L + b.L;
+  const Target<W> target = start_product<W>(T, limit, a, b, function);
+  const u64 length = target.c - target.skip;
+  if (!words_overlap<W>(target.T, length, a.T, a.L) && !words_overlap<W>(target.T, length, b.T, b.L)) {
+    basic_table<W>().mul_bounded(ctx, target.T, target.skip, target.c, a.T, a.L, b.T, b.L);
+  } else if (ctx.scratch.size >= TransformHelper<W>::bytes(words, ctx.parallel.tds)) {
+    const TransformHelper<W> helper(ctx, words);
+    forward_raw(helper, helper.working(), a);
+    forward_raw(helper, helper.kept(0), b);
+    shape_inverse_fmul(helper.parameters(), helper.working(), helper.kept(0), target.T, target.skip, target.c,
+                       helper.scratch(), ctx.parallel);
+  } else {
+    basic_table<W>().get_algorithm(words).mul_bounded(ctx, target.T, target.skip, target.c, a.T, a.L, b.T,
+                                                      b.L);
+  }
+  finish_product(T, target, ctx.parallel);
+}
+
 template <class W, class Number, class Transform, class Limit>
 void op_mul_rf_xf(const TransformHelper<W>& helper, Number& T, Limit limit, const RawFactor<W>& a,
                   Transform& B, const char* function) {
@@ -238,6 +259,11 @@ u64 TransformHelper<W>::max_bytes(u64 product_words, u64 tds, u64 kept) {
   return (1 + kept) * shape.transform_bytes + shape.scratch_bytes;
 }
 
+template <class W>
+u64 TransformHelper<W>::max_bounded_bytes(u64 product_words, u64 tds) {
+  return basic_table<W>().max_bounded_sizes(product_words, tds, 0).product_bytes;
+}
+
 // Truncating ----------------------------------------------------------------------------------------------
 
 template <class W>
@@ -261,6 +287,12 @@ template <class W>
 void BigFloatTransformR<W>::mul_rr_xx(const Helper& helper, Number& T, u64 p, const Number& a,
                                       const Number& b) {
   op_mul_rr_xx(helper, T, p, raw(a, p), raw(b, p), "BigFloatTransformR::mul_rr_xx()");
+}
+
+template <class W>
+void BigFloatTransformR<W>::mul_rr_xx(const MultiplyContext& ctx, Number& T, u64 p, const Number& a,
+                                      const Number& b) {
+  op_mul_rr_xx(ctx, T, p, raw(a, p), raw(b, p), "BigFloatTransformR::mul_rr_xx()");
 }
 
 template <class W>
@@ -308,6 +340,12 @@ template <class W>
 void ExactFloatTransformR<W>::mul_rr_xx(const Helper& helper, Number& T, const Number& a, const Number& b,
                                         s64 extend) {
   op_mul_rr_xx(helper, T, extend, raw(a), raw(b), "ExactFloatTransformR::mul_rr_xx()");
+}
+
+template <class W>
+void ExactFloatTransformR<W>::mul_rr_xx(const MultiplyContext& ctx, Number& T, const Number& a,
+                                        const Number& b, s64 extend) {
+  op_mul_rr_xx(ctx, T, extend, raw(a), raw(b), "ExactFloatTransformR::mul_rr_xx()");
 }
 
 template <class W>

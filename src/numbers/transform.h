@@ -40,6 +40,10 @@ class TransformHelper {
   /// Bytes of scratch of any helper of at most this length.
   static u64 max_bytes(u64 product_words, u64 tds, u64 kept = 1);
 
+  /// Bytes of scratch of a product of at most this length that keeps nothing, mul_rr_xx over a
+  /// MultiplyContext: about half of max_bytes() where the algorithm has products of half the length.
+  static u64 max_bounded_bytes(u64 product_words, u64 tds);
+
   const Parameters& parameters() const { return *box_; }
   ParallelContext parallel() const { return parallel_; }
   void* working() const { return areas_[0]; }
@@ -86,6 +90,9 @@ struct BigFloatTransformR {
 
   /// T = a * b at precision p, raw operands cut to p + 2 words. Takes the last kept area for b.
   static void mul_rr_xx(const Helper& helper, Number& T, u64 p, const Number& a, const Number& b);
+  /// The same without a helper, in the memory at hand: ctx.scratch holds Helper::max_bounded_bytes() of the
+  /// product's words, and the more it holds the faster the product may be.
+  static void mul_rr_xx(const MultiplyContext& ctx, Number& T, u64 p, const Number& a, const Number& b);
   /// b is transformed already and stays so.
   static void mul_rf_xf(const Helper& helper, Number& T, u64 p, const Number& a, BigFloatTransformR& B);
   /// b's transform is kept in B, at helper.kept(index).
@@ -118,6 +125,8 @@ struct ExactFloatTransformR {
   static void inverse_fmul(const Helper& helper, Number& T, ExactFloatTransformR& A, ExactFloatTransformR& B,
                            s64 extend = kNoExtend);
   static void mul_rr_xx(const Helper& helper, Number& T, const Number& a, const Number& b,
+                        s64 extend = kNoExtend);
+  static void mul_rr_xx(const MultiplyContext& ctx, Number& T, const Number& a, const Number& b,
                         s64 extend = kNoExtend);
   static void mul_rf_xf(const Helper& helper, Number& T, const Number& a, ExactFloatTransformR& B,
                         s64 extend = kNoExtend);

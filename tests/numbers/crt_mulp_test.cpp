@@ -152,6 +152,35 @@ TEST(CrtMulp, TrivialFoldOfTheLongOperand) {
   }
 }
 
+// The result over the whole of an operand, or parts of both.
+TEST(CrtMulp, ResultsMayLieOverOperands) {
+  Random random;
+  SCOPED_TRACE(random.replay());
+  Parallelizer_None none;
+  for (int round = 0; round < 300; ++round) {
+    const u64 AL = random.between(1, 20), BL = random.between(1, 20), c = AL + BL, n = (c + 1) / 2;
+    const u64 skip = random.coin() ? 0 : random.below(c);
+    const ToyParameters shape(n, n);
+    const std::vector<u32> A = random.words<u32>(AL), B = random.words<u32>(BL);
+    const std::vector<u32> expected = part<u32>(Mpz(A) * Mpz(B), skip, c);
+    std::vector<u32> words(3 * c);  // A, B, and the result anywhere over them
+    std::copy(A.begin(), A.end(), words.begin());
+    std::copy(B.begin(), B.end(), words.begin() + static_cast<s64>(AL));
+    u32* const T = words.data() + random.below(c);
+    const GuardedBlock tmp(crt_mulp_bytes(shape, 0));
+    CRT_mulp(shape, T, skip, c, words.data(), AL, words.data() + AL, BL, tmp.buffer(), {none, 1});
+    ASSERT_EQ(std::vector<u32>(T, T + (c - skip)), expected) << AL << " by " << BL << " from " << skip;
+    ASSERT_TRUE(tmp.intact());
+    std::copy(A.begin(), A.end(), words.begin());
+    const ToyParameters square(AL, AL);
+    const GuardedBlock square_tmp(crt_sqrp_bytes(square, 0));
+    CRT_sqrp(square, words.data(), 0, 2 * AL, words.data(), AL, square_tmp.buffer(), {none, 1});
+    words.resize(2 * AL);
+    ASSERT_EQ(words, part<u32>(Mpz(A) * Mpz(A), 0, 2 * AL)) << AL;
+    ASSERT_TRUE(square_tmp.intact());
+  }
+}
+
 TEST(CrtMulp, LongOperandsInParallel) {
   Random random;
   SCOPED_TRACE(random.replay());

@@ -5,6 +5,7 @@
 #include "frame/exceptions.h"
 #include "number_samples.h"
 #include "numbers/algorithm_table.h"
+#include "numbers/toy_algorithm.h"
 #include "parallel/frameworks.h"
 #include "support/multiplication.h"
 #include "support/test_parallelizers.h"
@@ -100,6 +101,84 @@ TYPED_TEST(TransformTest, TruncatingProductsReuseTransforms) {
       check(c, b);
       F::inverse_fsqr(helper, t.number, p, B);
       check(b, b);
+    }
+  }
+}
+
+// Products of numbers in the memory their plans state, over tables whose algorithm multiplies in half of it.
+TYPED_TEST(TransformTest, NumbersMultiplyInBoundedMemory) {
+  using W = TypeParam;
+  ORL_TRACE_SEED;
+  const test::ToyAlgorithm toy(0);
+  AlgorithmTable<W> rows("toy");
+  rows.add(8, algorithm_registry().find("BKT")->basic<W>());
+  rows.add(1000, &toy);
+  const ScopedBasicTable<W> scope(std::move(rows));
+  TransformTables tables{LinearHeapBuffer()};
+  u64 saved = 0;
+  for (int round = 0; round < 150; ++round) {
+    const u64 n = this->random.between(1, 90), m = this->random.between(1, 90), c = n + m;
+    const u64 p = this->random.between(1, n + m);
+    const auto context = [&](const GuardedBlock& block) {
+      return MultiplyContext{this->serial, tables, block.buffer()};
+    };
+    const ExactSample<W> a = this->exact_sample(n, this->exponent()),
+                         b = this->exact_sample(m, this->exponent());
+    const GuardedBlock exact_block(ExactFloat<W>::mul_scratch(c, 1));
+    saved += ExactFloat<W>::mul_scratch(c, 1) < TransformHelper<W>::max_bytes(c, 1);
+    ExactSample<W> e(c), e2(2 * n);
+    e->set_mul(a, b, context(exact_block));
+    EXPECT_TRUE(this->exact(e, a, b));
+    const GuardedBlock square_block(ExactFloat<W>::mul_scratch(2 * n, 1));
+    e2->set_sqr(a, context(square_block));
+    EXPECT_TRUE(this->exact(e2, a, a));
+    ASSERT_TRUE(e.intact() && e2.intact() && exact_block.intact() && square_block.intact()) << n << ' ' << m;
+
+    const Sample<W> x(this->random, n, this->exponent()), y(this->random, m, this->exponent());
+    const GuardedBlock mul_block(BigFloat<W>::mul_scratch(p, 1)), sqr_block(BigFloat<W>::sqr_scratch(p, 1));
+    Sample<W> t(p + 2), q(p + 2);
+    t->set_mul(p, x, y, context(mul_block));
+    q->set_sqr(p, x, context(sqr_block));
+    EXPECT_TRUE(this->close(t, x, y) && this->close(q, x, x)) << n << ' ' << m << ' ' << p;
+    ASSERT_TRUE(t.intact() && q.intact() && mul_block.intact() && sqr_block.intact()) << n << ' ' << m;
+  }
+  EXPECT_GT(saved, 0u);
+}
+
+// A product that keeps nothing, in all amounts of memory from the least to the direct way's, into a buffer of
+// its own and over either operand.
+TYPED_TEST(TransformTest, UnkeptProductsMayLieOverOperands) {
+  using W = TypeParam;
+  ORL_TRACE_SEED;
+  const test::ToyAlgorithm toy(0);
+  AlgorithmTable<W> rows("toy");
+  rows.add(1000, &toy);
+  const ScopedBasicTable<W> scope(std::move(rows));
+  TransformTables tables{LinearHeapBuffer()};
+  for (int round = 0; round < 200; ++round) {
+    const u64 n = this->random.between(1, 90), m = this->random.between(1, 90), c = n + m, p = n + 3;
+    const u64 least = TransformHelper<W>::max_bounded_bytes(c, 1), most = TransformHelper<W>::max_bytes(c, 1);
+    ASSERT_LE(least, most);
+    const GuardedBlock block(round % 3 == 0 ? most : least + round % 3 * 64);
+    const MultiplyContext ctx{this->serial, tables, block.buffer()};
+    const ExactSample<W> a = this->exact_sample(n, this->exponent()),
+                         b = this->exact_sample(m, this->exponent());
+    for (const int over : {0, 1, 2}) {
+      ExactSample<W> e(c);
+      const ExactFloat<W>& from = over == 2 ? b.number : a.number;
+      if (over > 0) e->set_ExactFloat(from, this->serial);
+      ExactFloatTransformR<W>::mul_rr_xx(ctx, e.number, over == 1 ? e.number : a.number,
+                                         over == 2 ? e.number : b.number);
+      EXPECT_TRUE(this->exact(e, a, b)) << n << ' ' << m << ' ' << over;
+      ASSERT_TRUE(e.intact() && block.intact()) << n << ' ' << m << ' ' << over;
+    }
+    const Sample<W> x(this->random, n, this->exponent()), y(this->random, m, this->exponent());
+    for (const bool over : {false, true}) {
+      Sample<W> t(std::max(p + 2, n));
+      if (over) t->set_BigFloat(n, x, this->serial);
+      BigFloatTransformR<W>::mul_rr_xx(ctx, t.number, p, over ? t.number : x.number, y);
+      EXPECT_TRUE(this->close(t, x, y)) << n << ' ' << m << ' ' << over;
+      ASSERT_TRUE(t.intact() && block.intact()) << n << ' ' << m << ' ' << over;
     }
   }
 }
