@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the prime sets and the size table of the residue transforms, and proves them.
+"""Writes the prime sets and the size tables of the residue transforms "C17" and "VST", and proves them.
 
 Run from the top of the source tree: tools/make_residue_tables.py
 Proved: every prime by Pocklington's criterion (the factored part of p - 1 exceeds sqrt(p)), k * 2^e divides p - 1,
@@ -43,6 +43,22 @@ def prime_set(count, k):
     raise SystemExit("no prime set")
 
 
+def write_rows(path, rows, cost):
+    """The rows that are of use: one that costs more than another of at least its capacity is not."""
+    rows = sorted(rows, key=lambda r: (r[0], -cost(r)))
+    kept, best = [], None
+    for r in reversed(rows):
+        if best is None or cost(r) < best:
+            best = cost(r)
+            kept.append(r)
+    kept.reverse()
+    last = next(i for i, r in enumerate(kept) if r[0] >= MAX_BITS)
+    with open(path, "w") as out:
+        out.write("// Written by tools/make_residue_tables.py.\n")
+        for _, P, k, n in kept[: last + 1]:
+            out.write("{%d, %d, %d},\n" % (P, k, n))
+
+
 def main():
     sets = {(P, k): prime_set(P, k) for P in range(4, 10) for k in (1, 3, 5, 7)}
     with open("src/transforms/residue_sets.inc", "w") as out:
@@ -54,26 +70,16 @@ def main():
         for k in ks:
             e, primes = sets[P, k]
             for n in range(8, e + 1):
-                if k << n < 1 << 9:
-                    continue
                 # Where a product wraps, a coefficient has all points as terms and may be negative; the join's
                 # estimate asks for 2^-12 of the modulus besides.
                 if (1 << 12) * (k << n) * (((1 << 24 * (P - 1)) - 1) ** 2) <= ((1 << 11) - 1) * prod(primes):
                     rows.append((k * (P - 1) * 48 << (n - 1), P, k, n))
-    # A row that costs more than one of at least its capacity is of no use.
-    cost = lambda r: r[1] * (r[2] << r[3]) * (r[3] + 2.0 * log2(r[2]) + 8 + 1.2 * r[1])
-    rows.sort(key=lambda r: (r[0], -cost(r)))
-    kept, best = [], None
-    for r in reversed(rows):
-        if best is None or cost(r) < best:
-            best = cost(r)
-            kept.append(r)
-    kept.reverse()
-    last = next(i for i, r in enumerate(kept) if r[0] >= MAX_BITS)
-    with open("src/transforms/residue_rows.inc", "w") as out:
-        out.write("// Written by tools/make_residue_tables.py.\n")
-        for _, P, k, n in kept[: last + 1]:
-            out.write("{%d, %d, %d},\n" % (P, k, n))
+    points = lambda r: r[1] * (r[2] << r[3])
+    write_rows("src/transforms/residue_rows.inc", [r for r in rows if r[2] << r[3] >= 1 << 9],
+               lambda r: points(r) * (r[3] + 2.0 * log2(r[2]) + 8 + 1.2 * r[1]))
+    # VST: an odd factor's k - 1 products a point cost as much as 1.75 (k - 1) levels.
+    write_rows("src/transforms/vst_rows.inc", rows,
+               lambda r: points(r) * (r[3] + 1.75 * (r[2] - 1) + 8 + 1.2 * r[1]))
 
 
 main()

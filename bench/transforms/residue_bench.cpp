@@ -1,7 +1,7 @@
-// residue_bench [TARGET [THREADS [WORDS...]]]
+// residue_bench [FAMILY] [TARGET [THREADS [WORDS...]]]
 //
-// n x n word products and squares by the residue transforms beside GMP in the same run: nanoseconds a word of
-// one operand (the least of several), and ratios; above 1 ours is faster.
+// n x n word products and squares by a family of transforms (C17 unless named) beside GMP in the same run:
+// nanoseconds a word of one operand (the least of several), and ratios; above 1 ours is faster.
 #include <gmp.h>
 
 #include <algorithm>
@@ -15,7 +15,7 @@
 #include "simd/target.h"
 #include "transforms/residue.h"
 #include "transforms/residue_kernels.h"
-#include "transforms/residue_primes.h"
+#include "transforms/vst.h"
 
 using namespace orl;
 
@@ -34,8 +34,7 @@ double least_ns(u64 words, Body&& body) {
   return best / static_cast<double>(words);
 }
 
-void bench(Parallelizer& parallelizer, u64 threads, u64 n) {
-  const Algorithm& algorithm = c17_algorithm();
+void bench(const Algorithm& algorithm, Parallelizer& parallelizer, u64 threads, u64 n) {
   const u64 bits = 128 * n;
   std::vector<u8> table_memory(algorithm.table_bytes(bits) + 64);
   TransformTables tables(
@@ -59,16 +58,23 @@ void bench(Parallelizer& parallelizer, u64 threads, u64 n) {
   });
   const bool right = t == g;
   const double square = least_ns(n, [&] { algorithm.sqr_window(ctx, t.data(), 0, 2 * n, a.data(), n); });
-  const ResidueRow& row = find_residue_row(bits);
-  std::printf("%10lu  (%u,%u,%2u)  %7.1f ns  square %7.1f  gmp %7.1f  ratio %5.2f  %5.1f bytes/word  %s\n", n,
-              row.P, row.k, row.n, own, square, peer, peer / own,
-              static_cast<double>(bytes) / static_cast<double>(n), right ? "right" : "WRONG");
+  std::printf("%10lu  %7.1f ns  square %7.1f  gmp %7.1f  ratio %5.2f  %5.1f bytes/word  %s\n", n, own, square,
+              peer, peer / own, static_cast<double>(bytes) / static_cast<double>(n),
+              right ? "right" : "WRONG");
   std::free(scratch);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  const Algorithm* algorithm = &c17_algorithm();
+  for (const Algorithm* a : {&c17_algorithm(), &vst_algorithm()})
+    if (argc > 1 && std::string(argv[1]) == a->id()) {
+      algorithm = a;
+      --argc;
+      ++argv;
+      break;
+    }
   if (argc > 1)
     for (int t = 0; t < 4; ++t)
       if (std::string(argv[1]) == simd::target_name(static_cast<simd::Target>(t)))
@@ -80,6 +86,7 @@ int main(int argc, char** argv) {
   std::vector<u64> sizes;
   for (int i = 3; i < argc; ++i) sizes.push_back(std::strtoull(argv[i], nullptr, 10));
   if (sizes.empty()) sizes = {10000, 100000, 1000000};
-  std::printf("%s kernels, %lu threads\n", residue_kernels(simd::active_target()).name, threads);
-  for (u64 n : sizes) bench(parallelizer, threads, n);
+  std::printf("%s, %s kernels, %lu threads\n", algorithm->id(), residue_kernels(simd::active_target()).name,
+              threads);
+  for (u64 n : sizes) bench(*algorithm, parallelizer, threads, n);
 }

@@ -1,0 +1,30 @@
+#include "transforms/vst_kernels.h"
+
+#include "simd/begin_scalar.h"
+
+#include "transforms/residue_mod.kernel.h"
+// Above the rest, which uses it.
+#include "transforms/vst_pass.kernel.h"
+
+#include "simd/end.h"
+
+namespace orl {
+namespace avx2 {
+extern const VstKernels vst_kernel_table;
+}
+namespace avx512 {
+extern const VstKernels vst_kernel_table;
+}
+
+const VstKernels& vst_kernels(simd::Target target) {
+  switch (target) {
+    case simd::Target::kScalar:
+      return scalar::vst_kernel_table;
+    case simd::Target::kAvx2:
+      return avx2::vst_kernel_table;
+    default:
+      return avx512::vst_kernel_table;
+  }
+}
+
+}  // namespace orl

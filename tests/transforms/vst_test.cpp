@@ -1,0 +1,291 @@
+// Products by the algorithm "VST" against GMP: every row of its size table up to a size, at its boundary and
+// above the row before it, on all targets of this machine; shapes with several passes over memory.
+#include "transforms/vst.h"
+
+#include <gmp.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "frame/exceptions.h"
+#include "parallel/simple_frameworks.h"
+#include "simd/target.h"
+#include "support/multiplication.h"
+#include "support/random_words.h"
+#include "transforms/vst_tables.h"
+
+namespace orl {
+namespace {
+
+using test::GuardedBlock;
+using test::Random;
+
+constexpr u64 kLargestBits = 8000000;
+
+std::vector<u32> gmp_product(const std::vector<u32>& a, const std::vector<u32>& b) {
+  mpz_t x, y;
+  mpz_inits(x, y, nullptr);
+  mpz_import(x, a.size(), -1, 4, 0, 0, a.data());
+  mpz_import(y, b.size(), -1, 4, 0, 0, b.data());
+  mpz_mul(x, x, y);
+  std::vector<u32> product(a.size() + b.size() + 2);
+  size_t count;
+  mpz_export(product.data(), &count, -1, 4, 0, 0, x);
+  mpz_clears(x, y, nullptr);
+  product.resize(a.size() + b.size());
+  return product;
+}
+
+// a b mod W^n - 1 or W^n + 1, as n + 1 words.
+std::vector<u32> gmp_wrapped(const std::vector<u32>& a, const std::vector<u32>& b, u64 n, bool negacyclic) {
+  mpz_t x, y;
+  mpz_inits(x, y, nullptr);
+  mpz_import(x, a.size(), -1, 4, 0, 0, a.data());
+  mpz_import(y, b.size(), -1, 4, 0, 0, b.data());
+  mpz_mul(x, x, y);
+  mpz_set_ui(y, 1);
+  mpz_mul_2exp(y, y, 32 * n);
+  if (negacyclic)
+    mpz_add_ui(y, y, 1);
+  else
+    mpz_sub_ui(y, y, 1);
+  mpz_mod(x, x, y);
+  std::vector<u32> product(n + 1);
+  size_t count;
+  mpz_export(product.data(), &count, -1, 4, 0, 0, x);
+  mpz_clears(x, y, nullptr);
+  return product;
+}
+
+std::vector<u32> operand(Random& random, u64 words, u64 kind) {
+  std::vector<u32> a(words);
+  for (u32& w : a) w = kind == 0 ? ~u32{0} : kind == 1 ? random.word<u32>() : random.edge_word<u32>();
+  return a;
+}
+
+void check(const TransformTables& tables, Parallelizer& parallelizer, u64 threads, const std::vector<u32>& a,
+           const std::vector<u32>& b, u64 skip, u64 len, bool square) {
+  const Algorithm& vst = vst_algorithm();
+  const MultiplySizes sizes = vst.sizes((a.size() + b.size()) * 32, threads);
+  const GuardedBlock scratch(square ? sizes.square_bytes() : sizes.total_bytes());
+  const MultiplyContext ctx{{parallelizer, threads}, tables, scratch.buffer()};
+  const GuardedBlock target((4 * (len - skip) + 63) / 64 * 64);
+  u32* T = static_cast<u32*>(target.buffer().ptr);
+  if (square)
+    vst.sqr_window(ctx, T, skip, len, a.data(), a.size());
+  else
+    vst.mul_window(ctx, T, skip, len, a.data(), a.size(), b.data(), b.size());
+  const std::vector<u32> right = gmp_product(a, b);
+  ASSERT_TRUE(std::equal(right.begin() + static_cast<s64>(skip), right.begin() + static_cast<s64>(len), T));
+  ASSERT_TRUE(scratch.intact() && target.intact());
+}
+
+class VstTest : public testing::TestWithParam<simd::Target> {
+ protected:
+  VstTest() : before_(simd::active_target()) {
+    if (GetParam() <= simd::best_target()) simd::set_active_target(GetParam());
+  }
+  ~VstTest() override { simd::set_active_target(before_); }
+  simd::Target before_;
+};
+
+TEST_P(VstTest, EveryRowMultipliesUpToItsEnds) {
+  if (GetParam() > simd::best_target()) GTEST_SKIP() << "not on this machine";
+  Random random;
+  SCOPED_TRACE(random.replay());
+  const u64 largest = GetParam() == simd::Target::kScalar ? kLargestBits / 20 : kLargestBits;
+  const Algorithm& vst = vst_algorithm();
+  const GuardedBlock memory(vst.table_bytes(largest));
+  TransformTables tables(memory.buffer());
+  vst.ensure_tables(tables, largest);
+  Parallelizer_None none;
+  Parallelizer_Spawn spawn;
+  u64 below = 64, number = 0;
+  for (const VstRow& row : vst_rows()) {
+    if (row.bits() > largest) break;
+    SCOPED_TRACE(testing::Message() << "P " << int{row.P} << " k " << int{row.k} << " n " << int{row.n});
+    const u64 words = row.bits() / 32, kind = number++ % 3;
+    const u64 al = number % 2 ? words / 2 : random.between(1, words - 1);
+    const u64 bl = words - al;
+    check(tables, none, 1, operand(random, al, 0), operand(random, bl, 0), 0, words, false);
+    const std::vector<u32> a = operand(random, al, kind), b = operand(random, bl, 2);
+    const u64 skip = random.below(words), len = random.between(skip + 1, words);
+    check(tables, spawn, random.between(2, 5), a, b, skip, len, false);
+    const u64 low = below / 32 + 1;
+    const std::vector<u32> s = operand(random, low / 2 + 1, 2);
+    check(tables, none, 1, s, s, 0, 2 * s.size(), true);
+    below = row.bits();
+    if (HasFatalFailure()) return;
+  }
+  EXPECT_TRUE(memory.intact());
+}
+
+struct OwnTables {
+  explicit OwnTables(const VstRow& row) : memory(VstTables::bytes({&row, 1})), tables(memory.buffer()) {
+    auto roots = std::make_unique<VstTables>();
+    roots->grow(tables.memory(), {&row, 1});
+    tables.put("VST", std::move(roots));
+  }
+  GuardedBlock memory;
+  TransformTables tables;
+};
+
+// One shape: a transform is kept over two products and squared at last; windows of 64-bit words.
+void check_kept(const Parameters& p, Random& random, u64 threads) {
+  Parallelizer_Spawn spawn;
+  const ParallelContext parallel{spawn, threads};
+  const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
+  void *const f = F.buffer().ptr, *const g = G.buffer().ptr, *const t = tmp.buffer().ptr;
+  const u64 words = p.max_bits() / 64;
+  const std::vector<u32> kept = operand(random, 2 * (words / 2), random.below(2));
+  const auto as_u64 = [](const std::vector<u32>& v) { return reinterpret_cast<const u64*>(v.data()); };
+  const auto expect_window = [&](const std::vector<u32>& other, u64 skip, u64 len, const u64* T) {
+    const std::vector<u32> right = gmp_product(kept, other);
+    EXPECT_EQ(std::memcmp(T, right.data() + 2 * skip, 8 * (len - skip)), 0) << skip << " to " << len;
+  };
+  p.forward_w(g, as_u64(kept), kept.size() / 2, t, parallel);
+  for (const u64 other_words : {words - words / 2, random.between(1, words / 2)}) {
+    const std::vector<u32> other = operand(random, 2 * other_words, random.below(3));
+    const u64 all = words / 2 + other_words, skip = random.below(all / 2) | 1,
+              len = random.between(skip + 1, all);
+    const GuardedBlock target((8 * (len - skip) + 63) / 64 * 64);
+    p.forward_w(f, as_u64(other), other_words, t, parallel);
+    p.inverse_fmul_w(f, g, static_cast<u64*>(target.buffer().ptr), skip, len, t, parallel);
+    expect_window(other, skip, len, static_cast<u64*>(target.buffer().ptr));
+    EXPECT_TRUE(target.intact());
+  }
+  std::vector<u64> square(kept.size());
+  p.inverse_fsqr_w(g, square.data(), 0, square.size(), t, parallel);
+  expect_window(kept, 0, square.size(), square.data());
+  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact());
+}
+
+// Full operands modulo W^n - 1 and W^n + 1; -1 times -1 and -1 times 1 modulo the latter.
+void check_wrapped(const Parameters& p, Random& random) {
+  Parallelizer_None none;
+  const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
+  void *const f = F.buffer().ptr, *const g = G.buffer().ptr, *const t = tmp.buffer().ptr;
+  const u64 n = p.cyclic_words();
+  ASSERT_EQ(32 * n, p.max_bits());
+  const GuardedBlock target(4 * n);
+  u32* const T = static_cast<u32*>(target.buffer().ptr);
+  for (u32 kind = 0; kind < 3; ++kind) {
+    const std::vector<u32> a = operand(random, n, kind), b = operand(random, n, 2 - kind);
+    p.forward_cyclic(f, a.data(), n, t, {none, 1});
+    p.forward_cyclic(g, b.data(), n, t, {none, 1});
+    p.pointwise_cyclic(f, g, T, t, {none, 1});
+    std::vector<u32> right = gmp_wrapped(a, b, n, false);
+    const bool zero = std::all_of(right.begin(), right.end(), [](u32 w) { return w == 0; });
+    if (!zero) {
+      EXPECT_EQ(std::memcmp(T, right.data(), 4 * n), 0) << "cyclic " << kind;
+    }
+    p.forward_negacyclic(f, a.data(), n, t, {none, 1});
+    p.forward_negacyclic(g, b.data(), n, t, {none, 1});
+    const bool top = p.pointwise_negacyclic(f, g, T, t, {none, 1});
+    right = gmp_wrapped(a, b, n, true);
+    EXPECT_EQ(top, right[n] == 1);
+    EXPECT_EQ(std::memcmp(T, right.data(), 4 * n), 0) << "negacyclic " << kind;
+  }
+  std::vector<u32> half(n);  // its square is W^n
+  if (n % 2 == 0) {
+    half[n / 2] = 1;
+    p.forward_negacyclic(f, half.data(), n, t, {none, 1});
+    EXPECT_TRUE(p.pointwise_negacyclic(f, f, T, t, {none, 1}));
+    EXPECT_TRUE(std::all_of(T, T + n, [](u32 w) { return w == 0; }));
+  }
+  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && target.intact());
+}
+
+TEST_P(VstTest, EverySetOfPrimesKeepsTransformsAndWraps) {
+  if (GetParam() > simd::best_target()) GTEST_SKIP() << "not on this machine";
+  Random random;
+  SCOPED_TRACE(random.replay());
+  for (u8 P = 4; P <= 9; ++P)
+    for (const u8 k : {1, 3, 5, 7}) {
+      const u8 longest = GetParam() == simd::Target::kScalar ? 8 : 11;
+      const VstRow row{P, k, static_cast<u8>(random.between(8, longest))};
+      SCOPED_TRACE(testing::Message() << "P " << int{P} << " k " << int{k} << " n " << int{row.n});
+      const OwnTables own(row);
+      ParametersBox box;
+      const Parameters& p = vst_parameters(box, &own.tables, VstShape(row));
+      check_kept(p, random, random.between(1, 5));
+      check_wrapped(p, random);
+      EXPECT_TRUE(own.memory.intact());
+    }
+}
+
+TEST_P(VstTest, EveryWayToBlockGivesTheSame) {
+  if (GetParam() > simd::best_target()) GTEST_SKIP() << "not on this machine";
+  Random random;
+  SCOPED_TRACE(random.replay());
+  if (GetParam() == simd::Target::kScalar) GTEST_SKIP() << "blocks do not depend on lanes";
+  for (const VstRow& row :
+       {VstRow{6, 1, 12, 1, 5, 6}, VstRow{9, 3, 12, 2, 2, 6}, VstRow{4, 5, 13, 6, 0, 7},
+        VstRow{7, 7, 11, 1, 1, 7}, VstRow{8, 1, 14, 8, 0, 6}, VstRow{5, 1, 15, 1, 8, 6}}) {
+    SCOPED_TRACE(testing::Message() << int{row.n} << " = " << int{row.a} << " " << int{row.b} << " "
+                                    << int{row.c});
+    const OwnTables own(row);
+    ParametersBox box;
+    const Parameters& p = vst_parameters(box, &own.tables, VstShape(row));
+    check_kept(p, random, 3);
+    check_wrapped(p, random);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Targets, VstTest,
+                         testing::Values(simd::Target::kScalar, simd::Target::kAvx2, simd::Target::kAvx512));
+
+TEST(VstShapes, DefaultsCoverEveryRow) {
+  u64 before = 0;
+  for (const VstRow& row : vst_rows()) {
+    EXPECT_GT(row.bits(), before);
+    const VstShape shape(row);
+    EXPECT_LE(vst_largest_residue(shape), 8) << int{row.n};
+    before = row.bits();
+  }
+  EXPECT_NO_THROW(vst_algorithm().sizes(0x12C0000000000, 1));
+  EXPECT_THROW(vst_algorithm().sizes(0x12C0000000001, 1), LimitExceededException);
+}
+
+TEST(VstShapes, RefusesBlocksThatAreNoShape) {
+  for (const VstRow& row :
+       {VstRow{4, 1, 7}, VstRow{4, 1, 44}, VstRow{6, 1, 10, 4, 0, 7}, VstRow{6, 1, 10, 5, 0, 5},
+        VstRow{6, 1, 14, 4, 3, 6}, VstRow{6, 3, 14, 8, 0, 6}, VstRow{6, 1, 10, 6, 4, 8}})
+    EXPECT_THROW(VstShape{row}, InvalidParametersException) << int{row.n};
+}
+
+TEST(VstChecks, RefusesWhatDoesNotFit) {
+  const VstRow row{4, 3, 8}, longer{4, 3, 9};
+  const OwnTables own(row);
+  ParametersBox box, other_box, longer_box;
+  const Parameters& p = vst_parameters(box, &own.tables, VstShape(row));
+  EXPECT_EQ(p.max_bits(), row.bits());
+  EXPECT_TRUE(p.compatible(vst_parameters(other_box, nullptr, VstShape(row))));
+  const Parameters& without_tables = vst_parameters(longer_box, &own.tables, VstShape(longer));
+  EXPECT_FALSE(p.compatible(without_tables));
+
+  Parallelizer_None none;
+  const GuardedBlock F(without_tables.transform_size()), tmp(without_tables.scratch_size());
+  void *const f = F.buffer().ptr, *const t = tmp.buffer().ptr;
+  std::vector<u32> a(row.bits() / 32 + 1, 5);
+  EXPECT_THROW(p.forward(f, a.data(), a.size(), t, {none, 1}), ConvolutionTooSmallException);
+  EXPECT_THROW(p.inverse_fmul(f, f, a.data(), 0, a.size(), t, {none, 1}), ConvolutionTooSmallException);
+  EXPECT_THROW(without_tables.forward(f, a.data(), a.size(), t, {none, 1}), InvalidParametersException);
+}
+
+TEST(VstChecks, RefusesCoefficientsThatAreTooLarge) {
+  const VstRow row{6, 1, 10};
+  const OwnTables own(row);
+  ParametersBox box;
+  const Parameters& p = vst_parameters(box, &own.tables, VstShape(row));
+  const GuardedBlock F(p.transform_size()), tmp(p.scratch_size());
+  Parallelizer_None none;
+  std::vector<u32> a(row.bits() / 64, 77), t(row.bits() / 32);
+  p.forward(F.buffer().ptr, a.data(), a.size(), tmp.buffer().ptr, {none, 1});
+  static_cast<double*>(F.buffer().ptr)[17] += 1;
+  EXPECT_THROW(p.inverse_fsqr(F.buffer().ptr, t.data(), 0, t.size(), tmp.buffer().ptr, {none, 1}),
+               ConvolutionFailedException);
+}
+
+}  // namespace
+}  // namespace orl
