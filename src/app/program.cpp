@@ -20,6 +20,7 @@
 #include "simd/target.h"
 #include "transforms/fft.h"
 #include "transforms/residue.h"
+#include "transforms/vst.h"
 
 namespace orvane {
 namespace {
@@ -59,6 +60,7 @@ void register_everything() {
   orl::register_basecase(algorithms);
   orl::register_fft(algorithms);
   orl::register_c17(algorithms);
+  orl::register_vst(algorithms);
   orl::initialize_multiplication(std::move(algorithms));
 }
 

@@ -46,8 +46,7 @@ class VstRun {
       m.p = static_cast<double>(prime.p);
       m.inverse = 1 / m.p;
       // The last two levels are not split, so an inverse multiplies by M / 4.
-      m.scale =
-          prime.factor(prime.multiply(prime.power((prime.p + 1) / 2, row.n - 2), plan.primes.set->scale[i]));
+      m.scale = prime.factor(prime.multiply(prime.half[row.n - 2], plan.primes.set->scale[i]));
       m.odd = plan.primes.set->odd[i];
     }
     u32 half = 1;

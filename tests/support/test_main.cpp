@@ -8,6 +8,7 @@
 #include "parallel/frameworks.h"
 #include "transforms/fft.h"
 #include "transforms/residue.h"
+#include "transforms/vst.h"
 
 int main(int argc, char** argv) {
   testing::InitGoogleTest(&argc, argv);
@@ -18,6 +19,7 @@ int main(int argc, char** argv) {
   orl::register_basecase(algorithms);
   orl::register_fft(algorithms);
   orl::register_c17(algorithms);
+  orl::register_vst(algorithms);
   orl::initialize_multiplication(std::move(algorithms));
   return RUN_ALL_TESTS();
 }
