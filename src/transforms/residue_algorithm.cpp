@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <atomic>
 #include <cfenv>
 
 #include "frame/console.h"
@@ -14,8 +13,6 @@ namespace {
 
 constexpr const char* kId = "C17";
 constexpr u64 kMaxBits = 0x12C0000000000;
-constexpr u64 kMaxBlocks = 256;  // of the join
-constexpr u64 kBlockPoints = 512;
 
 /// One shape, and its work.
 class ResidueRun {
@@ -32,12 +29,12 @@ class ResidueRun {
   const ResidueKernels& kernels() const { return kernels_; }
   u64 transform_bytes() const { return sizeof(double) * row_.P * row_.points(); }
   u64 scratch_bytes() const {
-    return LinearHeapBuffer::cut_bytes<u8>(sizeof(ResidueJoinRun) * blocks()) +
+    return LinearHeapBuffer::cut_bytes<u8>(sizeof(ResidueJoinRun) * runs_of(tasks_)) +
            tasks_ * LinearHeapBuffer::cut_bytes<u8>(residue_tile_bytes(row_));
   }
 
-  ResiduePlan plan(bool negacyclic) const {
-    ResiduePlan plan{row_, negacyclic, &residue_set(row_.P, row_.k), {}};
+  ResiduePlan plan(ResidueForm form) const {
+    ResiduePlan plan{row_, form, &residue_set(row_.P, row_.k), {}};
     for (u32 i = 0; i < row_.P; ++i) {
       const ResiduePrime& prime = residue_primes()[plan.set->prime[i]];
       ResidueModulus& m = plan.modulus[i];
@@ -56,7 +53,7 @@ class ResidueRun {
   /// The first stage: from words to subtrees.
   void start(const ResiduePlan& plan, double* F, ResidueOperand a, void* tmp,
              ParallelContext parallel) const {
-    for_columns(plan, tmp, parallel, [&](u64 begin, u64 end, double* tile) {
+    for_columns(plan, tmp, parallel, [&](u64, u64, u64 begin, u64 end, double* tile) {
       kernels_.first_stage(plan, F, a, begin, end, tile);
     });
   }
@@ -73,38 +70,32 @@ class ResidueRun {
       kernels_.multiply(m, F + at, G + at, length, node, raw);
     });
   }
-  void finish(const ResiduePlan& plan, double* F, ResidueWindow window, void* tmp,
+  /// The last stage: to words of the window. True for a negacyclic product of W^n, whose words are zero.
+  bool finish(const ResiduePlan& plan, double* F, ResidueWindow window, void* tmp,
               ParallelContext parallel) const {
-    for_columns(plan, tmp, parallel,
-                [&](u64 begin, u64 end, double* tile) { kernels_.last_stage(plan, F, begin, end, tile); });
-    LinearHeapBuffer scratch(tmp, scratch_bytes());
-    ResidueJoinRun* runs =
-        reinterpret_cast<ResidueJoinRun*>(scratch.cut<u8>(sizeof(ResidueJoinRun) * blocks()));
-    const u64 size = block_points(), count = blocks();
-    const u64 wanted =
-        std::min(count, (window.end * 32 + size * row_.point_bits() - 1) / (size * row_.point_bits()));
-    std::atomic<u32> excess{0};
-    for_parts(parallel, wanted, [&](u64 begin, u64 end) {
-      for (u64 b = begin; b < end; ++b) {
-        const u64 first = b * size, last = std::min(first + size, row_.points());
-        runs[b] = start_residue_run(row_, ResidueForm::kPlain, first, last, window);
-        kernels_.join(plan, F + first, row_.points(), last - first, runs[b]);
-        const u32 found = runs[b].excess_bits();
-        u32 before = excess.load(std::memory_order_relaxed);
-        while (found > before && !excess.compare_exchange_weak(before, found)) {
-        }
+    auto* runs = static_cast<ResidueJoinRun*>(tmp);
+    u64 count = 0;
+    for_columns(plan, tmp, parallel, [&](u64 task, u64 tasks, u64 begin, u64 end, double* tile) {
+      if (task == 0) count = runs_of(tasks);
+      for (u64 r = 0; r < runs_of(1); ++r) {
+        const u64 at = r * plan.columns();
+        runs[r * tasks + task] = start_residue_run(row_, plan.form, at + begin, at + end, window);
       }
+      kernels_.last_stage(plan, F, begin, end, tile, runs + task, tasks);
     });
-    if (excess) coefficient_failed(residue_coefficient_bits(row_, ResidueForm::kPlain), excess);
-    resolve_residue_runs(row_, ResidueForm::kPlain, runs, wanted);
+    u32 excess = 0;
+    u64 wanted = 0;
+    for (u64 r = 0; r < count; ++r) {
+      excess = std::max(excess, runs[r].excess_bits());
+      wanted += 2 * runs[r].begin < window.end;
+    }
+    if (excess) coefficient_failed(residue_coefficient_bits(row_, plan.form), excess);
+    return resolve_residue_runs(row_, plan.form, runs, wanted);
   }
 
  private:
-  u64 block_points() const {
-    const u64 size = std::max(kBlockPoints, (row_.points() + kMaxBlocks - 1) / kMaxBlocks);
-    return (size + 63) / 64 * 64;
-  }
-  u64 blocks() const { return (row_.points() + block_points() - 1) / block_points(); }
+  /// Runs of the join when `tasks` tasks share each row of columns.
+  u64 runs_of(u64 tasks) const { return tasks * row_.k << residue_stage_levels(row_.n); }
 
   [[noreturn]] static void coefficient_failed(u32 limit_bits, u32 excess_bits) {
     if (std::fegetround() != 0) console::println("The FPU Control Word has been corrupted.", 'Y');
@@ -121,17 +112,18 @@ class ResidueRun {
     fork_range(parallel.parallelizer, 0, tasks,
                [&](u64 t) { body(count * t / tasks, count * (t + 1) / tasks); });
   }
-  // Columns of the first and last stage in tasks, each with a tile of its own.
+  // Columns of the first and last stage in tasks, each with a tile of its own: body(task, tasks, begin, end,
+  // tile).
   template <class Body>
   void for_columns(const ResiduePlan& plan, void* tmp, ParallelContext parallel, Body&& body) const {
     const u64 groups = plan.columns() / 8, tasks = std::min({tasks_, groups, std::max<u64>(parallel.tds, 1)});
     LinearHeapBuffer scratch(tmp, scratch_bytes());
-    scratch.cut<u8>(sizeof(ResidueJoinRun) * blocks());
+    scratch.cut<u8>(sizeof(ResidueJoinRun) * runs_of(tasks_));
     const u64 tile = residue_tile_bytes(row_) / sizeof(double);
     const auto task = [&](u64 t) {
       LinearHeapBuffer own = scratch;
       own.cut<double>(t * tile);
-      body(8 * (groups * t / tasks), 8 * (groups * (t + 1) / tasks), own.cut<double>(tile));
+      body(t, tasks, 8 * (groups * t / tasks), 8 * (groups * (t + 1) / tasks), own.cut<double>(tile));
     };
     if (tasks == 1) return task(0);
     fork_range(parallel.parallelizer, 0, tasks, task);
@@ -141,8 +133,7 @@ class ResidueRun {
     const u64 rows = plan.rows(), length = plan.columns(), k = row_.k;
     for_parts(parallel, row_.P * k * rows, [&](u64 begin, u64 end) {
       for (u64 u = begin; u < end; ++u)
-        body(plan.modulus[u / rows / k], u * length, length,
-             (u64{plan.negacyclic} << plan.levels()) + u % rows);
+        body(plan.modulus[u / rows / k], u * length, length, (plan.first_node() << plan.levels()) + u % rows);
     });
   }
 
@@ -165,10 +156,11 @@ class ResidueParameters final : public Parameters {
     max_bits_ = row.bits();
     transform_size_ = run_.transform_bytes();
     scratch_size_ = run_.scratch_bytes();
+    cyclic_words_ = row.bits() / 32;
   }
   void forward(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const override {
     check_length(run_.row(), AL);
-    run_.forward(run_.plan(false), static_cast<double*>(F), operand(A, AL), tmp, parallel);
+    run_.forward(run_.plan(ResidueForm::kPlain), static_cast<double*>(F), operand(A, AL), tmp, parallel);
   }
   void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const override {
     inverse_fmul(F, F, T, skip, len, tmp, parallel);
@@ -176,10 +168,23 @@ class ResidueParameters final : public Parameters {
   void inverse_fmul(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
                     ParallelContext parallel) const override {
     check_length(run_.row(), len);
-    const ResiduePlan plan = run_.plan(false);
+    const ResiduePlan plan = run_.plan(ResidueForm::kPlain);
     // G is only read.
     run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(const_cast<void*>(G)), false, parallel);
     run_.finish(plan, static_cast<double*>(F), {T, skip, len}, tmp, parallel);
+  }
+  void forward_cyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const override {
+    wrapped_forward(ResidueForm::kCyclic, F, A, AL, tmp, parallel);
+  }
+  void pointwise_cyclic(void* F, const void* G, u32* T, void* tmp, ParallelContext parallel) const override {
+    wrapped_product(ResidueForm::kCyclic, F, G, T, tmp, parallel);
+  }
+  void forward_negacyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const override {
+    wrapped_forward(ResidueForm::kNegacyclic, F, A, AL, tmp, parallel);
+  }
+  bool pointwise_negacyclic(void* F, const void* G, u32* T, void* tmp,
+                            ParallelContext parallel) const override {
+    return wrapped_product(ResidueForm::kNegacyclic, F, G, T, tmp, parallel);
   }
   bool compatible(const Parameters& other) const override {
     const auto* o = dynamic_cast<const ResidueParameters*>(&other);
@@ -188,6 +193,18 @@ class ResidueParameters final : public Parameters {
   }
 
  private:
+  void wrapped_forward(ResidueForm form, void* F, const u32* A, u64 AL, void* tmp,
+                       ParallelContext parallel) const {
+    check_length(run_.row(), AL);
+    run_.forward(run_.plan(form), static_cast<double*>(F), operand(A, AL), tmp, parallel);
+  }
+  bool wrapped_product(ResidueForm form, void* F, const void* G, u32* T, void* tmp,
+                       ParallelContext parallel) const {
+    const ResiduePlan plan = run_.plan(form);
+    run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(const_cast<void*>(G)), false, parallel);
+    return run_.finish(plan, static_cast<double*>(F), {T, 0, cyclic_words_}, tmp, parallel);
+  }
+
   ResidueRun run_;
 };
 
@@ -246,7 +263,7 @@ class ResidueAlgorithm final : public Algorithm {
     const ResidueRow& row = row_of((AL + BL) * 32);
     check_length(row, len);
     const ResidueRun run(row, find_tables(ctx.tables), ctx.parallel.tds);
-    const ResiduePlan plan = run.plan(false);
+    const ResiduePlan plan = run.plan(ResidueForm::kPlain);
     LinearHeapBuffer scratch = ctx.scratch;
     double* F = scratch.cut<double>(row.P * row.points());
     double* G = B ? scratch.cut<double>(row.P * row.points()) : F;

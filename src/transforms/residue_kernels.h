@@ -25,11 +25,14 @@ struct ResidueModulus {
 
 struct ResiduePlan {
   ResidueRow row;
-  bool negacyclic;  ///< modulo x^(k M) + 1 rather than x^(k M) - 1
+  ResidueForm form;
   const ResidueSet* set;
   ResidueModulus modulus[kMaxResiduePrimes];
 
   u64 length() const { return u64{1} << row.n; }
+  bool negacyclic() const { return form == ResidueForm::kNegacyclic; }
+  /// Node 0 is the sequence modulo x^M - 1, node 1 modulo x^M + 1.
+  u64 first_node() const { return negacyclic(); }
   /// Levels of the first and of the last stage; then subtrees of columns() points remain.
   u32 levels() const { return residue_stage_levels(row.n); }
   u64 rows() const { return u64{1} << levels(); }
@@ -53,10 +56,13 @@ struct ResidueKernels {
   void (*forward)(const ResidueModulus&, double* x, u64 m, u64 node);
   /// Forward of both when `raw`, product, inverse; g, which may be x, is changed only when `raw`.
   void (*multiply)(const ResidueModulus&, double* x, double* g, u64 m, u64 node, bool raw);
-  /// The last levels of columns [begin, end) and the odd factor's inverse.
-  void (*last_stage)(const ResiduePlan&, double* F, u64 begin, u64 end, double* tile);
+  /// The last levels of columns [begin, end), the odd factor's inverse, scale and join: the points of row j
+  /// of the columns of output t, from t M + j columns() + begin on, go to run (t rows() + j) of every
+  /// `stride`-th. F is destroyed.
+  void (*last_stage)(const ResiduePlan&, double* F, u64 begin, u64 end, double* tile, ResidueJoinRun* runs,
+                     u64 stride);
   /// Scales and joins the next `count` points (a multiple of 8) of a run. Residues of prime r of them stand
-  /// at x + r stride, within 15 * 2^48.
+  /// at x + r * stride, lazy (|x| <= 15 * 2^48); they are only read.
   void (*join)(const ResiduePlan&, const double* x, u64 stride, u64 count, ResidueJoinRun& run);
 };
 

@@ -389,7 +389,7 @@ void split_points(const ResiduePlan& plan, const OddFactors* factors, ResidueOpe
           v[t] = F64::load(limbs[t][0] + h);
           for (u32 j = 1; j < P / 2; ++j)
             v[t] = v[t] + mod.times(F64::load(limbs[t][j] + h), plan.set->limb[r][j]);
-          if (plan.negacyclic && t % 2) v[t] = F64::all(0) - v[t];
+          if (plan.negacyclic() && t % 2) v[t] = F64::all(0) - v[t];
         }
         for (u32 j = 0; j < k; ++j) {
           F64 sum = F64::all(0);
@@ -420,7 +420,7 @@ void first_stage(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin
   for (u32 r = 0; r < plan.row.P; ++r) factors[r].fill(plan.modulus[r], OddMap(k, plan.row.n), false);
   if (rows == 1) return split_points(plan, factors, a, begin, end - begin, F + begin, M);
   const u32 levels = plan.levels(), upper = (levels + 1) / 2, lower = levels - upper;
-  const u64 node = plan.negacyclic;
+  const u64 node = plan.first_node();
   for (u64 c = begin; c < end; c += C) {
     const u64 width = end - c < C ? end - c : C, filled = filled_rows(plan, a, c);
     const bool half = filled <= rows / 2;
@@ -472,22 +472,33 @@ void join_sequences(const ResiduePlan& plan, const OddFactors* factors, u64 i, u
         F64 sum = first;
         const u32 c = map.phase(t, i + h);
         for (u32 j = 1; j < k; ++j) sum = sum + factors[r].times(mod, v[j], j, c);
-        if (plan.negacyclic && t % 2) sum = F64::all(0) - sum;
+        if (plan.negacyclic() && t % 2) sum = F64::all(0) - sum;
         sum.store(y + t * stride + h);
       }
     }
   }
 }
 
-// The last levels and the odd factor: tiles of columns, every sequence of every prime.
-void last_stage(const ResiduePlan& plan, double* F, u64 begin, u64 end, double* tile) {
+// Row j of each output of the odd factor, points [i, i + width) of its sequences, into its run.
+void join_row(const ResiduePlan& plan, const OddFactors* factors, u64 i, u64 width, double* x, u64 stride,
+              ResidueJoinRun* runs, u64 runs_stride) {
+  join_sequences(plan, factors, i, width, x, stride);
+  for (u32 t = 0; t < plan.row.k; ++t) {
+    ResidueJoinRun& run = runs[t * runs_stride];
+    if (2 * run.word < run.window.end) join(plan, x + t * stride, plan.row.k * stride, width, run);
+  }
+}
+
+// The last levels, the odd factor and the join: tiles of columns, every sequence of every prime.
+void last_stage(const ResiduePlan& plan, double* F, u64 begin, u64 end, double* tile, ResidueJoinRun* runs,
+                u64 stride) {
   const u32 k = plan.row.k, sequences = plan.row.P * k;
   const u64 M = plan.length(), q = plan.columns(), rows = plan.rows(), C = plan.tile_columns();
   OddFactors factors[kMaxResiduePrimes];
   for (u32 r = 0; r < plan.row.P; ++r) factors[r].fill(plan.modulus[r], OddMap(k, plan.row.n), true);
-  if (rows == 1) return join_sequences(plan, factors, begin, end - begin, F + begin, M);
+  if (rows == 1) return join_row(plan, factors, begin, end - begin, F + begin, M, runs, stride);
   const u32 levels = plan.levels(), upper = (levels + 1) / 2, lower = levels - upper;
-  const u64 node = plan.negacyclic, group = rows >> upper;
+  const u64 node = plan.first_node(), group = rows >> upper;
   for (u64 c = begin; c < end; c += C) {
     const u64 width = end - c < C ? end - c : C;
     for (u32 s = 0; s < sequences; ++s) {
@@ -513,11 +524,8 @@ void last_stage(const ResiduePlan& plan, double* F, u64 begin, u64 end, double* 
         }
       });
     }
-    for (u64 j = 0; j < rows; ++j) join_sequences(plan, factors, j * q + c, width, tile + j * C, rows * C);
-    // JOIN
-    for (u32 s = 0; s < sequences; ++s)
-      for (u64 j = 0; j < rows; ++j)
-        __builtin_memcpy(F + s * M + j * q + c, tile + (s * rows + j) * C, 8 * width);
+    for (u64 j = 0; j < rows; ++j)
+      join_row(plan, factors, j * q + c, width, tile + j * C, rows * C, runs + j * stride, rows * stride);
   }
 }
 

@@ -70,7 +70,7 @@ struct Joining {
   u64 stride;
 
   Joining(Random& random, const ResidueRow& row, std::vector<Integer> values)
-      : plan{row, false, &residue_set(row.P, row.k), {}},
+      : plan{row, ResidueForm::kPlain, &residue_set(row.P, row.k), {}},
         coefficients(std::move(values)),
         stride(coefficients.size() + 3) {
     x.resize(stride * row.P);

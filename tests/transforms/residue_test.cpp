@@ -13,6 +13,7 @@
 #include "support/multiplication.h"
 #include "support/random_words.h"
 #include "transforms/residue_bounds.h"
+#include "transforms/residue_kernels.h"
 #include "transforms/residue_primes.h"
 #include "transforms/residue_tables.h"
 
@@ -36,6 +37,24 @@ std::vector<u32> gmp_product(const std::vector<u32>& a, const std::vector<u32>& 
   mpz_clears(x, y, nullptr);
   product.resize(a.size() + b.size());
   return product;
+}
+
+// x modulo W^n + sign, in n + 1 words; x has at most 2 n.
+std::vector<u32> wrapped(const std::vector<u32>& x, u64 n, s64 sign) {
+  mpz_t value, modulus;
+  mpz_inits(value, modulus, nullptr);
+  mpz_import(value, x.size(), -1, 4, 0, 0, x.data());
+  mpz_setbit(modulus, 32 * n);
+  if (sign < 0)
+    mpz_sub_ui(modulus, modulus, 1);
+  else
+    mpz_add_ui(modulus, modulus, 1);
+  mpz_mod(value, value, modulus);
+  std::vector<u32> residue(n + 1);
+  size_t count;
+  mpz_export(residue.data(), &count, -1, 4, 0, 0, value);
+  mpz_clears(value, modulus, nullptr);
+  return residue;
 }
 
 std::vector<u32> operand(Random& random, u64 words, u64 kind) {
@@ -150,11 +169,100 @@ TEST_P(ResidueTest, EverySetOfPrimesKeepsTransforms) {
       check_shape({P, k, static_cast<u8>(random.between(8, 11))}, random, random.between(1, 5));
 }
 
-TEST(ResidueNesting, SubtreesBeyondACacheHaveSubtreesOfTheirOwn) {
+// One shape: products modulo W^n - 1 and W^n + 1, n words of 32 bits all in use.
+void check_wrapped(const ResidueRow& row, Random& random, u64 threads) {
+  SCOPED_TRACE(testing::Message() << "P " << int{row.P} << " k " << int{row.k} << " n " << int{row.n});
+  const GuardedBlock memory(ResidueTables::bytes({&row, 1}));
+  TransformTables tables(memory.buffer());
+  auto roots = std::make_unique<ResidueTables>();
+  roots->grow(tables.memory(), {&row, 1});
+  tables.put("C17", std::move(roots));
+  ParametersBox box;
+  const Parameters& p = residue_parameters(box, &tables, row, threads);
+  Parallelizer_Spawn spawn;
+  const ParallelContext parallel{spawn, threads};
+  const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
+  void *const f = F.buffer().ptr, *const g = G.buffer().ptr, *const t = tmp.buffer().ptr;
+  const u64 n = p.cyclic_words();
+  ASSERT_EQ(32 * n, row.bits());
+  const GuardedBlock target((4 * n + 63) / 64 * 64);
+  u32* T = static_cast<u32*>(target.buffer().ptr);
+  const std::vector<u32> a = operand(random, n, random.below(3));
+  for (const u64 other : {n, n / 3}) {
+    const std::vector<u32> b = operand(random, other, random.below(3));
+    for (const s64 sign : {-1, 1}) {
+      std::vector<u32> right = wrapped(gmp_product(a, b), n, sign);
+      bool top = false;
+      if (sign < 0) {
+        p.forward_cyclic(f, a.data(), a.size(), t, parallel);
+        p.forward_cyclic(g, b.data(), b.size(), t, parallel);
+        p.pointwise_cyclic(f, g, T, t, parallel);
+      } else {
+        p.forward_negacyclic(f, a.data(), a.size(), t, parallel);
+        p.forward_negacyclic(g, b.data(), b.size(), t, parallel);
+        top = p.pointwise_negacyclic(f, g, T, t, parallel);
+      }
+      std::vector<u32> found(T, T + n);
+      if (sign < 0 && std::all_of(found.begin(), found.end(), [](u32 w) { return w == ~u32{0}; }))
+        found.assign(n, 0);
+      found.push_back(top);
+      EXPECT_EQ(found, right) << other << " modulo W^n + " << sign;
+      EXPECT_TRUE(target.intact());
+    }
+  }
+  // -1 times 1 modulo W^n + 1 is W^n: both operands of n words, W^(n/2) squared.
+  std::vector<u32> half(n);
+  half[n / 2] = 1;
+  p.forward_negacyclic(f, half.data(), n, t, parallel);
+  EXPECT_TRUE(p.pointwise_negacyclic(f, f, T, t, parallel));
+  EXPECT_EQ(std::count(T, T + n, 0u), static_cast<s64>(n));
+  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && memory.intact() && target.intact());
+}
+
+TEST_P(ResidueTest, EverySetOfPrimesMultipliesModuloPowersLessOrMoreOne) {
+  if (GetParam() > simd::best_target()) GTEST_SKIP() << "not on this machine";
   Random random;
   SCOPED_TRACE(random.replay());
-  check_shape({4, 1, 17}, random, 2);
-  check_shape({4, 1, 21}, random, 2);  // nested twice
+  for (u8 P = 4; P <= 9; ++P)
+    for (const u8 k : {1, 3, 5, 7})
+      check_wrapped({P, k, static_cast<u8>(random.between(8, 10))}, random, random.between(1, 5));
+  check_wrapped({4, 3, 13}, random, 3);
+}
+
+TEST(ResidueNesting, TilesOfTwoPasses) {
+  Random random;
+  SCOPED_TRACE(random.replay());
+  check_wrapped({4, 1, 20}, random, 3);
+}
+
+TEST(ResidueNesting, SubtreesBeyondACacheHaveSubtreesOfTheirOwn) {
+  // Nested twice: a polynomial times X^e modulo X^m + 1 is the polynomial turned around.
+  constexpr u64 m = u64{1} << 17, e = 54321;
+  const ResidueRow row{4, 1, 20};
+  const GuardedBlock memory(ResidueTables::bytes({&row, 1}));
+  LinearHeapBuffer left = memory.buffer();
+  ResidueTables tables;
+  tables.grow(left, {&row, 1});
+  const ResiduePrime& prime = residue_primes()[residue_set(4, 1).prime[1]];
+  const double p = static_cast<double>(prime.p);
+  const ResidueModulus modulus{p, 1 / p, tables.roots(residue_set(4, 1).prime[1]), {}, nullptr};
+  const GuardedBlock X(8 * m), G(8 * m);
+  double *const x = static_cast<double*>(X.buffer().ptr), *const g = static_cast<double*>(G.buffer().ptr);
+  Random random;
+  SCOPED_TRACE(random.replay());
+  std::vector<u64> before(m);
+  for (u64 i = 0; i < m; ++i) {
+    before[i] = random.below(prime.p);
+    x[i] = prime.factor(before[i]).w;
+    g[i] = i == e;
+  }
+  residue_kernels(simd::best_target()).multiply(modulus, x, g, m, 1, true);
+  for (u64 i = 0; i < m; ++i) {
+    const u64 scaled = prime.multiply(before[(i + m - e) % m], m / 8);
+    const s64 right = static_cast<s64>(i < e ? prime.p - scaled : scaled);
+    ASSERT_EQ((static_cast<s64>(x[i]) - right) % static_cast<s64>(prime.p), 0) << i;
+  }
+  EXPECT_TRUE(X.intact() && G.intact());
 }
 
 INSTANTIATE_TEST_SUITE_P(Targets, ResidueTest,
