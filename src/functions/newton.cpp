@@ -1,12 +1,10 @@
 #include "functions/newton.h"
 
 #include <algorithm>
-#include <string>
 
 #include "frame/exceptions.h"
 #include "frame/status.h"
-#include "functions/newton_steps.h"
-#include "numbers/transform.h"
+#include "functions/newton_level.h"
 
 // Errors, relative, for a level of n words over one of h = (n + 1) >> 1; c is a small number.
 //
@@ -17,7 +15,8 @@
 //                  w < W over a square truncated at W^-(n+2).
 //   correction     is itself of size c W^-(h+1) and kept to h + 3 words, of which the top may be 0 and the
 //   next 1. result         keeps n + 2 words, of which the top may be 1: W^-(n+1).
-// So |e - 1| < W^(2-h) is missed by a wide margin, and whatever reaches it was miscomputed.
+// So |e - 1| < W^(2-h) is missed by a wide margin, and whatever reaches it was miscomputed. Wrapped products
+// are exact, so their e has the error of its operands alone.
 
 namespace orl {
 
@@ -25,8 +24,6 @@ namespace {
 
 // Up to here a level needs no transform, and the levels below it share its small buffer.
 constexpr u64 kSmallWords = 9;
-
-u64 level_below(u64 n) { return (n + 1) >> 1; }
 
 template <class W>
 u64 words_bytes(u64 words) {
@@ -42,14 +39,14 @@ Need small_need(u64 n, u64 out_words) {
   return need;
 }
 
-// Numbers of a level beside what is either the level below or its products.
+// `numbers` are cut beside what is either the level below or the level's products.
 template <class W>
-Need level_need(u64 n, u64 tds, u64 number_bytes, u64 kept, const Need& below, u64 out_words) {
-  const u64 product = 2 * (level_below(n) + 2);
+Need level_need(const LevelShape& shape, u64 tds, u64 numbers, const Need& below) {
   Need need;
-  need.ram_bytes = number_bytes + std::max(below.ram_bytes, TransformHelper<W>::bytes(product, tds, kept));
-  need.out_words = out_words;
-  need.table_bits = std::max(below.table_bits, product * 8 * sizeof(W));
+  need.ram_bytes =
+      words_bytes<W>(shape.buffer_words()) + numbers + std::max(below.ram_bytes, shape.bytes<W>(tds));
+  need.out_words = shape.n + 4;
+  need.table_bits = std::max(below.table_bits, shape.product_words * 8 * sizeof(W));
   return need;
 }
 
@@ -64,6 +61,21 @@ BigFloat<W> cut_number(LinearHeapBuffer& heap, u64 words) {
   return BigFloat<W>(heap.cut<W>(words), words);
 }
 
+template <class W>
+W* cut_buffer(LinearHeapBuffer& heap, const LevelShape& shape) {
+  return heap.cut<W>(shape.buffer_words());
+}
+
+// The estimate with the error that was found taken off, half of it for a root.
+template <class W>
+void finish_level(const RunContext& ctx, LevelProducts<W>& products, BigFloat<W>& out, u64 p,
+                  const BigFloat<W>& t, Estimate side, bool half) {
+  if (side == Estimate::kExact) return keep_exact(out, p, t, ctx.parallel);
+  StatusFrame status(ctx.status, " 1M ");
+  if (half) products.halve_error();
+  products.correct(out, t, side);
+}
+
 void check_run(const char* function, const RunContext& ctx, u64 tds, const Need& need, u64 heap_size) {
   if (ctx.parallel.tds > tds) throw InvalidParametersException(function, "tds is larger than plan.");
   if (heap_size < need.ram_bytes) throw BufferTooSmallException(function, heap_size, need.ram_bytes);
@@ -71,249 +83,195 @@ void check_run(const char* function, const RunContext& ctx, u64 tds, const Need&
 
 }  // namespace
 
-// ---- 1/sqrt(w)
-// ----------------------------------------------------------------------------------------------
+// ---- 1/sqrt(w) ------------------------------------------------------------------------------------------
+
+// Wrapping pays nothing here: e has its known top already in t^2, and modulo W^(n/2) that square needs a
+// transform of t of its own.
 
 template <class Store>
-InvsqrtWord<Store>::InvsqrtWord(u64 p, u64 tds) : p_(p), tds_(tds) {
+InvsqrtWord<Store>::InvsqrtWord(u64 p, u64 tds) : NewtonPlan<InvsqrtWord>(p, tds) {
   if (p <= kSmallWords) {
-    need_ = small_need<W>(p, p + 4);
+    this->need_ = small_need<W>(p, p + 4);
     return;
   }
-  const u64 h = level_below(p);
-  below_ = std::make_unique<InvsqrtWord>(h, tds);
-  need_ = level_need<W>(p, tds, words_bytes<W>(h + 4) + words_bytes<W>(h + 3), 1, below_->need_, p + 4);
+  this->shape_ = LevelShape::plain<W>(p);
+  const u64 h = this->shape_.below;
+  this->below_ = std::make_unique<InvsqrtWord>(h, tds);
+  this->need_ = level_need<W>(this->shape_, tds, words_bytes<W>(h + 4), this->below_->need());
 }
 
 template <class Store>
 void InvsqrtWord<Store>::run(const RunContext& ctx, Frame& frame, Number& out, W w, Arena heap) const {
   constexpr const char* kFunction = "InvsqrtWord_BigFloatR::run()";
-  using Transform = typename Store::Transform;
-  check_run(kFunction, ctx, tds_, need_, heap.size);
-  if (!below_) {
-    const LinearWordBuffer<W> small = cut_small<W>(heap, p_);
-    return InvsqrtWord_BigFloatR_E(ctx.multiply(heap), out, w, p_, small);
+  const u64 p = this->p_;
+  check_run(kFunction, ctx, this->tds_, this->need_, heap.size);
+  if (!this->below_) {
+    const LinearWordBuffer<W> small = cut_small<W>(heap, p);
+    return InvsqrtWord_BigFloatR_E(ctx.multiply(heap), out, w, p, small);
   }
-  const u64 h = below_->p_;
-  Number t = cut_number<W>(heap, h + 4);
-  Number d = cut_number<W>(heap, h + 3);
+  Number t = cut_number<W>(heap, this->shape_.below + 4);
+  W* const buffer = cut_buffer<W>(heap, this->shape_);
   {
     StatusFrame status(ctx.status, "R");
-    below_->run(ctx, frame, t, w, heap);
+    this->below_->run(ctx, frame, t, w, heap);
   }
-  const typename Transform::Helper helper(ctx.multiply(heap), 2 * (h + 2), 1);
-  Transform kept;
+  LevelProducts<W> products(ctx.multiply(heap), this->shape_, buffer);
   {
     StatusFrame status(ctx.status, " 0M ");
-    Transform::sqr_rx_xf(helper, out, p_ + 1, t, kept);
+    products.keep_and_square(out, t);
     out.mul_uW(w, ctx.parallel);
   }
-  const Estimate side = take_error(out, h, kFunction, ctx.parallel);
-  if (side == Estimate::kExact) return keep_exact(out, p_, t, ctx.parallel);
-  {
-    StatusFrame status(ctx.status, " 1M ");
-    out.mp2(-1, ctx.parallel);
-    Transform::mul_rf_xf(helper, d, h + 1, top_words(out, h + 2), kept);
-  }
-  apply_correction(out, p_, t, d, side, ctx.parallel);
+  const Estimate side = products.error_of(out, kFunction);
+  finish_level(ctx, products, out, p, t, side, true);
 }
 
-// ---- 1/sqrt(a)
-// ----------------------------------------------------------------------------------------------
+// ---- 1/sqrt(a) ------------------------------------------------------------------------------------------
 
 template <class Store>
-InvsqrtFloat<Store>::InvsqrtFloat(u64 p, u64 tds) : p_(p), tds_(tds) {
+InvsqrtFloat<Store>::InvsqrtFloat(u64 p, u64 tds) : NewtonPlan<InvsqrtFloat>(p, tds) {
   if (p <= kSmallWords) {
-    need_ = small_need<W>(p, p + 4);
+    this->need_ = small_need<W>(p, p + 4);
     return;
   }
-  const u64 h = level_below(p);
-  below_ = std::make_unique<InvsqrtFloat>(h, tds);
-  const u64 numbers = words_bytes<W>(h + 4) + words_bytes<W>(h + 3) + words_bytes<W>(p + 4);
-  need_ = level_need<W>(p, tds, numbers, 1, below_->need_, p + 4);
+  this->shape_ = LevelShape::wrapped<W>(p, tds);
+  const u64 h = this->shape_.below;
+  this->below_ = std::make_unique<InvsqrtFloat>(h, tds);
+  const u64 numbers = words_bytes<W>(h + 4) + words_bytes<W>(p + 4);
+  this->need_ = level_need<W>(this->shape_, tds, numbers, this->below_->need());
 }
 
 template <class Store>
 void InvsqrtFloat<Store>::run(const RunContext& ctx, Frame& frame, Number& out, const Number& a,
                               Arena heap) const {
   constexpr const char* kFunction = "InvsqrtFloat_BigFloatR::run()";
-  using Transform = typename Store::Transform;
-  check_run(kFunction, ctx, tds_, need_, heap.size);
-  if (!below_) {
-    const LinearWordBuffer<W> small = cut_small<W>(heap, p_);
-    return InvsqrtFloat_BigFloatR_E(ctx.multiply(heap), out, a, p_, small);
+  const u64 p = this->p_;
+  check_run(kFunction, ctx, this->tds_, this->need_, heap.size);
+  if (!this->below_) {
+    const LinearWordBuffer<W> small = cut_small<W>(heap, p);
+    return InvsqrtFloat_BigFloatR_E(ctx.multiply(heap), out, a, p, small);
   }
-  const u64 h = below_->p_;
-  Number t = cut_number<W>(heap, h + 4);
-  Number d = cut_number<W>(heap, h + 3);
-  Number root = cut_number<W>(heap, p_ + 4);
+  Number t = cut_number<W>(heap, this->shape_.below + 4);
+  Number root = cut_number<W>(heap, p + 4);
+  W* const buffer = cut_buffer<W>(heap, this->shape_);
   {
     StatusFrame status(ctx.status, "R");
-    below_->run(ctx, frame, t, a, heap);
+    this->below_->run(ctx, frame, t, a, heap);
   }
-  const typename Transform::Helper helper(ctx.multiply(heap), 2 * (h + 2), 1);
-  Transform kept;
+  LevelProducts<W> products(ctx.multiply(heap), this->shape_, buffer);
+  Estimate side;
   {
-    // a t, an approximation of sqrt(a), and then e = a t * t: t is transformed once for four products.
+    // a t, an approximation of sqrt(a), of which nothing is known, and then e = a t * t.
     StatusFrame status(ctx.status, " 0M ");
-    kept.forward(helper, h, t);
-    mul_in_halves(helper, root, p_, h, a, kept, d);
-    mul_in_halves(helper, out, p_, h, root, kept, d);
+    products.keep(t);
+    products.multiply_long(root, a);
+    side = products.error(out, root, kFunction);
   }
-  const Estimate side = take_error(out, h, kFunction, ctx.parallel);
-  if (side == Estimate::kExact) return keep_exact(out, p_, t, ctx.parallel);
-  {
-    StatusFrame status(ctx.status, " 1M ");
-    out.mp2(-1, ctx.parallel);
-    Transform::mul_rf_xf(helper, d, h + 1, top_words(out, h + 2), kept);
-  }
-  apply_correction(out, p_, t, d, side, ctx.parallel);
+  finish_level(ctx, products, out, p, t, side, true);
 }
 
-// ---- 1/a
-// ----------------------------------------------------------------------------------------------------
+// ---- 1/a ------------------------------------------------------------------------------------------------
 
 template <class Store>
-Reciprocal<Store>::Reciprocal(u64 p, u64 tds) : p_(p), tds_(tds) {
+Reciprocal<Store>::Reciprocal(u64 p, u64 tds) : NewtonPlan<Reciprocal>(p, tds) {
   if (p <= kSmallWords) {
-    need_ = small_need<W>(p, p + 4);
+    this->need_ = small_need<W>(p, p + 4);
     return;
   }
-  const u64 h = level_below(p);
-  below_ = std::make_unique<Reciprocal>(h, tds);
-  need_ = level_need<W>(p, tds, words_bytes<W>(h + 4) + words_bytes<W>(h + 3), 1, below_->need_, p + 4);
+  this->shape_ = LevelShape::wrapped<W>(p, tds);
+  const u64 h = this->shape_.below;
+  this->below_ = std::make_unique<Reciprocal>(h, tds);
+  this->need_ = level_need<W>(this->shape_, tds, words_bytes<W>(h + 4), this->below_->need());
 }
 
 template <class Store>
 void Reciprocal<Store>::run(const RunContext& ctx, Frame& frame, Number& out, const Number& a,
                             Arena heap) const {
   constexpr const char* kFunction = "Reciprocal_BigFloatR::run()";
-  using Transform = typename Store::Transform;
-  check_run(kFunction, ctx, tds_, need_, heap.size);
-  if (!below_) {
-    const LinearWordBuffer<W> small = cut_small<W>(heap, p_);
-    return Reciprocal_BigFloatR_E(ctx.multiply(heap), out, a, p_, small);
+  const u64 p = this->p_;
+  check_run(kFunction, ctx, this->tds_, this->need_, heap.size);
+  if (!this->below_) {
+    const LinearWordBuffer<W> small = cut_small<W>(heap, p);
+    return Reciprocal_BigFloatR_E(ctx.multiply(heap), out, a, p, small);
   }
-  const u64 h = below_->p_;
-  Number x0 = cut_number<W>(heap, h + 4);
-  Number d = cut_number<W>(heap, h + 3);
+  Number x0 = cut_number<W>(heap, this->shape_.below + 4);
+  W* const buffer = cut_buffer<W>(heap, this->shape_);
   {
     StatusFrame status(ctx.status, "R");
-    below_->run(ctx, frame, x0, a, heap);
+    this->below_->run(ctx, frame, x0, a, heap);
   }
-  const typename Transform::Helper helper(ctx.multiply(heap), 2 * (h + 2), 1);
-  Transform kept;
+  LevelProducts<W> products(ctx.multiply(heap), this->shape_, buffer);
+  Estimate side;
   {
     StatusFrame status(ctx.status, " 0M ");
-    kept.forward(helper, h, x0);
-    mul_in_halves(helper, out, p_, h, a, kept, d);
+    products.keep(x0);
+    side = products.error(out, a, kFunction);
   }
-  const Estimate side = take_error(out, h, kFunction, ctx.parallel);
-  if (side == Estimate::kExact) return keep_exact(out, p_, x0, ctx.parallel);
-  {
-    StatusFrame status(ctx.status, " 1M ");
-    Transform::mul_rf_xf(helper, d, h + 1, top_words(out, h + 2), kept);
-  }
-  apply_correction(out, p_, x0, d, side, ctx.parallel);
+  finish_level(ctx, products, out, p, x0, side, false);
 }
 
-// ---- A / B
-// --------------------------------------------------------------------------------------------------
-
-namespace {
-
-// The words at the higher of the two tops must agree within one.
-template <class W>
-void check_tops(const char* function, const BigFloat<W>& a, const BigFloat<W>& product) {
-  const s64 top = std::max(a.magnitude(), product.magnitude()) - 1;
-  const W top_a = a.word_at(top);
-  const W top_b = product.word_at(top);
-  if (top_a - top_b <= 1 || top_b - top_a <= 1) return;
-  throw AlgorithmFailedException(function, "Convergence Failure:\n    topA = " + std::to_string(top_a) +
-                                               "\n    topB = " + std::to_string(top_b));
-}
-
-// difference = |a - product|; tells which is larger.
-template <class W>
-Estimate subtract(BigFloat<W>& difference, u64 n, const BigFloat<W>& a, const BigFloat<W>& product,
-                  ParallelContext parallel) {
-  const int order = BigFloat<W>::cmp(a, product);
-  if (order == 0) return Estimate::kExact;
-  if (order > 0)
-    difference.set_usub(n + 1, a, product, parallel);
-  else
-    difference.set_usub(n + 1, product, a, parallel);
-  return order > 0 ? Estimate::kUnder : Estimate::kOver;
-}
-
-}  // namespace
+// ---- A / B ----------------------------------------------------------------------------------------------
 
 template <class Store>
-Division<Store>::Division(u64 p, u64 tds) : p_(p), tds_(tds) {
+Division<Store>::Division(u64 p, u64 tds) : NewtonPlan<Reciprocal<Store>>(p, tds) {
   if (p <= kSmallWords) {
-    need_ = small_need<W>(p, p + 4);
-    need_.ram_bytes += words_bytes<W>(p + 4);
+    this->need_ = small_need<W>(p, p + 4);
+    this->need_.ram_bytes += words_bytes<W>(p + 4);
     return;
   }
-  const u64 h = level_below(p);
-  reciprocal_ = std::make_unique<Reciprocal<Store>>(h, tds);
-  const u64 numbers = words_bytes<W>(h + 4) + 2 * words_bytes<W>(h + 3) + words_bytes<W>(p + 4);
-  need_ = level_need<W>(p, tds, numbers, 1, reciprocal_->need(), p + 4);
+  this->shape_ = LevelShape::wrapped<W>(p, tds);
+  const u64 h = this->shape_.below;
+  this->below_ = std::make_unique<Reciprocal<Store>>(h, tds);
+  u64 numbers = words_bytes<W>(h + 4) + words_bytes<W>(h + 3);
+  if (!this->shape_.wrap) numbers += words_bytes<W>(p + 3);
+  this->need_ = level_need<W>(this->shape_, tds, numbers, this->below_->need());
 }
 
 template <class Store>
 void Division<Store>::run(const RunContext& ctx, Frame& frame, Number& out, const Number& a, const Number& b,
                           Arena heap) const {
   constexpr const char* kFunction = "Division_BigFloatR<wtype>::run()";
-  using Transform = typename Store::Transform;
-  if (ctx.parallel.tds != tds_) throw InvalidParametersException(kFunction, "Mismatching tds.");
-  check_run(kFunction, ctx, tds_, need_, heap.size);
+  const u64 p = this->p_;
+  if (ctx.parallel.tds != this->tds_) throw InvalidParametersException(kFunction, "Mismatching tds.");
+  check_run(kFunction, ctx, this->tds_, this->need_, heap.size);
   if (a.L == 0 && b.L != 0) return out.set_zero();
   StatusFrame division(ctx.status, "Large Division");
-  if (!reciprocal_) {
-    Number r = cut_number<W>(heap, p_ + 4);
-    const LinearWordBuffer<W> small = cut_small<W>(heap, p_);
-    Reciprocal_BigFloatR_E(ctx.multiply(heap), r, b, p_, small);
-    out.set_mul_small(p_ + 1, a, r, ctx.multiply(heap));
-    return out.truncate(p_);
+  if (!this->below_) {
+    Number r = cut_number<W>(heap, p + 4);
+    const LinearWordBuffer<W> small = cut_small<W>(heap, p);
+    Reciprocal_BigFloatR_E(ctx.multiply(heap), r, b, p, small);
+    out.set_mul_small(p + 1, a, r, ctx.multiply(heap));
+    return out.truncate(p);
   }
-  const u64 h = reciprocal_->precision();
+  const u64 h = this->shape_.below;
   Number r = cut_number<W>(heap, h + 4);
   Number q0 = cut_number<W>(heap, h + 3);
-  Number d = cut_number<W>(heap, h + 3);
-  Number difference = cut_number<W>(heap, p_ + 3);
+  Number difference = this->shape_.wrap ? Number() : cut_number<W>(heap, p + 3);
+  W* const buffer = cut_buffer<W>(heap, this->shape_);
   {
     StatusFrame status(ctx.status, "R");
-    reciprocal_->run(ctx, frame, r, b, heap);
+    this->below_->run(ctx, frame, r, b, heap);
   }
   // r is transformed twice, before and after q0: its transform kept throughout would save less than a tenth
   // of the time and take a third more memory.
-  const typename Transform::Helper helper(ctx.multiply(heap), 2 * (h + 2), 1);
-  Transform kept;
+  LevelProducts<W> products(ctx.multiply(heap), this->shape_, buffer);
   {
     StatusFrame status(ctx.status, " 0M ");
-    kept.forward(helper, h, r);
-    Transform::mul_rf_xf(helper, q0, h, top_words(a, h + 2), kept);
+    products.keep(r);
+    products.multiply(q0, h, a);
   }
+  Estimate side;
   {
     StatusFrame status(ctx.status, " 1M ");
-    kept.forward(helper, h, q0);
-    mul_in_halves(helper, out, p_, h, b, kept, d);
+    products.keep(q0);
+    side = products.difference(out, difference, a, b, kFunction);
   }
-  const Number dividend = top_words(a, p_ + 2);
-  check_tops(kFunction, dividend, out);
-  const Estimate side = subtract(difference, p_, dividend, out, ctx.parallel);
-  if (side == Estimate::kExact) return out.set_BigFloat(p_, q0, ctx.parallel);
-  {
-    StatusFrame status(ctx.status, " 2M ");
-    kept.forward(helper, h, r);
-    Transform::mul_rf_xf(helper, d, h + 1, top_words(difference, h + 2), kept);
-  }
-  apply_correction(out, p_, q0, d, side, ctx.parallel);
+  if (side == Estimate::kExact) return out.set_BigFloat(p, q0, ctx.parallel);
+  StatusFrame status(ctx.status, " 2M ");
+  products.keep(r);
+  products.correct(out, q0, side);
 }
 
-// ---- without a frame
-// ----------------------------------------------------------------------------------------
+// ---- without a frame ------------------------------------------------------------------------------------
 
 template <class Store>
 void InvsqrtWord<Store>::run(const RunContext& ctx, Number& out, W w, Arena heap) const {

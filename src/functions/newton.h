@@ -7,9 +7,8 @@
 // Layers     functions with the suffix _E use plain products and small word buffers and serve the low levels
 // (n <= 9);
 //            the classes are plans: built once, immutable, they keep the transform of an operand that occurs
-//            in two products. No product of a level of n words is longer than n + 8 words: a full-length
-//            operand is taken in two halves, which costs no more transforms than one product of 3n/2 words
-//            and a third less memory.
+//            in two products. No product of a level of n words needs a shape of more than n + 12 words:
+//            newton_level.h.
 // Threads    only the products fork; a plan may be shared, its heap belongs to one run.
 // Failures   "Convergence Failure" and kin (AlgorithmFailedException) mean that the machine has miscomputed.
 #pragma once
@@ -17,6 +16,7 @@
 #include <memory>
 
 #include "frame/types.h"
+#include "functions/newton_level.h"
 #include "numbers/big_float.h"
 #include "numbers/ram_store.h"
 #include "numbers/run_context.h"
@@ -44,9 +44,27 @@ template <class W>
 void Reciprocal_BigFloatR_E(const MultiplyContext& ctx, BigFloat<W>& y, const BigFloat<W>& a, u64 n,
                             LinearWordBuffer<W> small);
 
+/// What the plans have in common: a level, and the plan of the level below it, null where the _E layer
+/// begins.
+template <class Below>
+class NewtonPlan {
+ public:
+  u64 precision() const { return p_; }
+  Need need() const { return need_; }
+
+ protected:
+  NewtonPlan(u64 p, u64 tds) : p_(p), tds_(tds) {}
+
+  u64 p_;
+  u64 tds_;
+  Need need_;
+  LevelShape shape_;
+  std::unique_ptr<Below> below_;
+};
+
 /// 1/sqrt(w) of a word w.
 template <class Store>
-class InvsqrtWord {
+class InvsqrtWord : public NewtonPlan<InvsqrtWord<Store>> {
  public:
   using W = typename Store::Word;
   using Number = typename Store::Number;
@@ -56,24 +74,16 @@ class InvsqrtWord {
   /// A plan for p words and at most tds tasks.
   InvsqrtWord(u64 p, u64 tds);
 
-  u64 precision() const { return p_; }
-  Need need() const { return need_; }
   /// out = 1/sqrt(w); out holds need().out_words words. Throws InvalidParametersException "tds is larger than
   /// plan.", BufferTooSmallException when `heap` is smaller than need().ram_bytes, and the failures of the _E
   /// layer.
   void run(const RunContext& ctx, Frame& frame, Number& out, W w, Arena heap) const;
   void run(const RunContext& ctx, Number& out, W w, Arena heap) const;
-
- private:
-  u64 p_;
-  u64 tds_;
-  Need need_;
-  std::unique_ptr<InvsqrtWord> below_;
 };
 
 /// 1/sqrt(a) of a positive number a.
 template <class Store>
-class InvsqrtFloat {
+class InvsqrtFloat : public NewtonPlan<InvsqrtFloat<Store>> {
  public:
   using W = typename Store::Word;
   using Number = typename Store::Number;
@@ -82,22 +92,14 @@ class InvsqrtFloat {
 
   InvsqrtFloat(u64 p, u64 tds);
 
-  u64 precision() const { return p_; }
-  Need need() const { return need_; }
   /// out = 1/sqrt(a), else as InvsqrtWord::run. `a` may be of any length; its top p + 2 words count.
   void run(const RunContext& ctx, Frame& frame, Number& out, const Number& a, Arena heap) const;
   void run(const RunContext& ctx, Number& out, const Number& a, Arena heap) const;
-
- private:
-  u64 p_;
-  u64 tds_;
-  Need need_;
-  std::unique_ptr<InvsqrtFloat> below_;
 };
 
 /// 1/a.
 template <class Store>
-class Reciprocal {
+class Reciprocal : public NewtonPlan<Reciprocal<Store>> {
  public:
   using W = typename Store::Word;
   using Number = typename Store::Number;
@@ -106,23 +108,15 @@ class Reciprocal {
 
   Reciprocal(u64 p, u64 tds);
 
-  u64 precision() const { return p_; }
-  Need need() const { return need_; }
   /// out = 1/a, else as InvsqrtWord::run. `a` may be of any length; its top p + 2 words count.
   void run(const RunContext& ctx, Frame& frame, Number& out, const Number& a, Arena heap) const;
   void run(const RunContext& ctx, Number& out, const Number& a, Arena heap) const;
-
- private:
-  u64 p_;
-  u64 tds_;
-  Need need_;
-  std::unique_ptr<Reciprocal> below_;
 };
 
 /// A / B by a reciprocal of half the precision, a quotient and one correction (A. Karp, P. Markstein,
 /// "High-precision division and square root", ACM TOMS 23, 1997).
 template <class Store>
-class Division {
+class Division : public NewtonPlan<Reciprocal<Store>> {
  public:
   using W = typename Store::Word;
   using Number = typename Store::Number;
@@ -131,20 +125,12 @@ class Division {
 
   Division(u64 p, u64 tds);
 
-  u64 precision() const { return p_; }
-  Need need() const { return need_; }
   /// out = a / b; out holds need().out_words words. `a` may be zero, `b` not. Throws
   /// InvalidParametersException "Mismatching tds." unless ctx has the plan's tds; AlgorithmFailedException
-  /// "Convergence Failure: ..." when the top words of a and of b times the first quotient do not agree.
+  /// "Convergence Failure: ..." when a and b times the first quotient do not agree.
   void run(const RunContext& ctx, Frame& frame, Number& out, const Number& a, const Number& b,
            Arena heap) const;
   void run(const RunContext& ctx, Number& out, const Number& a, const Number& b, Arena heap) const;
-
- private:
-  u64 p_;
-  u64 tds_;
-  Need need_;
-  std::unique_ptr<Reciprocal<Store>> reciprocal_;
 };
 
 template <class W>

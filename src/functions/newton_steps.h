@@ -1,12 +1,10 @@
-// Pieces that the Newton iterations share: how an estimate's error is read off, and products with a kept
-// transform.
+// Pieces that the Newton iterations share: how an estimate's error is read off and applied.
 //
 // e stands for the product that is ideally 1. Reading it off leaves |e - 1| in its place; a machine that
 // computes rightly never leaves more than W^(2 - n') of it, n' being the precision of the estimate.
 #pragma once
 
 #include "numbers/big_float.h"
-#include "numbers/transform.h"
 
 namespace orl {
 
@@ -33,6 +31,13 @@ BigFloat<W> words_below(const BigFloat<W>& a, u64 count) {
 
 enum class Estimate { kExact, kOver, kUnder };
 
+/// Largest magnitude of the error of a product with an estimate of `below` words, relative to the ideal
+/// value.
+inline s64 error_bound(u64 below) { return 2 - static_cast<s64>(below); }
+/// Throws AlgorithmFailedException for an error of magnitude `actual`; `side` is "Over-Estimate" or
+/// "Under-Estimate".
+[[noreturn]] void convergence_failure(const char* function, const char* side, u64 below, s64 actual);
+
 /// e = |e - 1| and which side e was on. Throws AlgorithmFailedException for a word other than 1 at position 0
 /// and for an error above W^(2 - below).
 template <class W>
@@ -46,12 +51,5 @@ void apply_correction(BigFloat<W>& y, u64 n, const BigFloat<W>& t, const BigFloa
 /// y = t, a unit of its lowest place up: the iteration found t exact.
 template <class W>
 void keep_exact(BigFloat<W>& y, u64 n, const BigFloat<W>& t, ParallelContext parallel);
-
-/// T = a * b to n + 3 words, with b's transform (of at most below + 2 words) at hand. a is cut to n + 3 words
-/// and taken in two halves, so that no product is longer than 2 * (below + 2); `low` (below + 2 words)
-/// receives the lower one.
-template <class W>
-void mul_in_halves(const TransformHelper<W>& helper, BigFloat<W>& T, u64 n, u64 below, const BigFloat<W>& a,
-                   BigFloatTransformR<W>& b, BigFloat<W>& low);
 
 }  // namespace orl

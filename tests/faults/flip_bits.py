@@ -35,8 +35,6 @@ PAGE = os.sysconf("SC_PAGE_SIZE")
 CHECKS = [
     "Modular Redundancy Check Failed",
     "Checksum Mismatch. Multiplication Failed.",
-    "Checksum Mismatch. Division failed.",
-    "Residual is too large.",
     "Coefficient is too large.",
     "Convergence Failure",
     "Mismatching block residuals.",

@@ -5,6 +5,7 @@
 #include "frame/exceptions.h"
 #include "functions/function_runner.h"
 #include "functions/newton_steps.h"
+#include "support/counting_algorithm.h"
 #include "support/random_words.h"
 
 namespace orl::test {
@@ -101,6 +102,13 @@ class Newton : public ::testing::Test {
     expect_close(q.x, want, static_cast<u64>(words), n);
   }
 
+  // Words without runs of zeros.
+  std::vector<W> dense(u64 L) {
+    std::vector<W> words(L);
+    for (W& word : words) word = static_cast<W>(random.next() | 1);
+    return words;
+  }
+
   // Top words at their extremes, long runs, and lengths below and above the precision.
   OwnedFloat<W> operand(u64 n) {
     const u64 L = std::max<u64>(1, random.coin() ? n + random.below(6) : 1 + random.below(n + 3));
@@ -180,6 +188,70 @@ TYPED_TEST(Newton, LargeSizesAreRightWithEveryDecomposition) {
   }
 }
 
+// The same with wrapped products, of shapes that are just long enough and of longer ones, beside levels for
+// which the table has none.
+TYPED_TEST(Newton, WrappedProductsGiveTheSame) {
+  using W = TypeParam;
+  for (const u64 step : {u64{2}, u64{64}}) {
+    const CountedProducts<W> wrapped(step);
+    for (u64 n = 10; n <= 60; ++n) {
+      for (int repeat = 0; repeat < 3; ++repeat) {
+        OwnedFloat<W> a = this->operand(n);
+        this->check_reciprocal(n, a.x, 1);
+        this->check_division(n, this->operand(n).x, a.x, 1);
+        a.x.sign = 1;
+        this->check_root(n, a.x, 1);
+      }
+      const OwnedFloat<W> b = this->operand(n);
+      this->check_division(n, b.x, b.x, 1);
+      std::vector<W> ones(n + 2, static_cast<W>(~W{0}));
+      std::vector<W> power(n + 3, 0);
+      power.back() = 1;
+      const OwnedFloat<W> under(ones, -3), over(power, -3), one({1}, 2);
+      this->check_division(n, under.x, over.x, 1);
+      this->check_division(n, over.x, under.x, 1);
+      this->check_division(n, one.x, under.x, 1);
+      this->check_division(n, under.x, one.x, 1);
+      for (const BigFloat<W>* x : {&under.x, &over.x, &one.x}) {
+        this->check_reciprocal(n, *x, 1);
+        this->check_root(n, *x, 1);
+      }
+    }
+  }
+}
+
+// Forward and inverse transforms of a level, which are those of a plan less those of the plan below. Plain:
+// the estimate once, two halves of the operand, the error. A root takes two operands in halves, a quotient
+// has one product more and transforms the reciprocal again. Wrapped: what is in part known is taken whole.
+TYPED_TEST(Newton, LevelsTransformAnOperandOnce) {
+  using W = TypeParam;
+  using Counts = std::pair<u64, u64>;
+  const u64 n = 64;
+  const OwnedFloat<W> a(this->dense(n + 3), -2), b(this->dense(n + 3), 5);
+  for (const bool wrap : {false, true}) {
+    CountedProducts<W> counts(wrap ? 2 : 0);
+    const auto level = [&](auto&& plan, auto&& below) {
+      counts->reset();
+      plan();
+      const Counts made(counts->forward + counts->forward_cyclic, counts->inverse + counts->inverse_cyclic);
+      counts->reset();
+      below();
+      return Counts(made.first - counts->forward - counts->forward_cyclic,
+                    made.second - counts->inverse - counts->inverse_cyclic);
+    };
+    const auto reciprocal = [&] { this->check_reciprocal(n / 2, b.x, 1); };
+    EXPECT_EQ(level([&] { this->check_word(n, 10005, 1); }, [&] { this->check_word(n / 2, 10005, 1); }),
+              Counts(2, 2));
+    EXPECT_EQ(level([&] { this->check_reciprocal(n, b.x, 1); }, reciprocal),
+              wrap ? Counts(3, 2) : Counts(4, 3));
+    EXPECT_EQ(level([&] { this->check_root(n, b.x, 1); }, [&] { this->check_root(n / 2, b.x, 1); }),
+              wrap ? Counts(5, 4) : Counts(6, 5));
+    EXPECT_EQ(level([&] { this->check_division(n, a.x, b.x, 1); }, reciprocal),
+              wrap ? Counts(6, 3) : Counts(7, 4));
+    EXPECT_EQ(counts->forward_cyclic > 0, wrap);
+  }
+}
+
 TYPED_TEST(Newton, RefusesWhatItCannotDo) {
   using W = TypeParam;
   const u64 n = 20;
@@ -225,6 +297,44 @@ TYPED_TEST(Newton, ErrorOutsideItsBoundIsAFailure) {
   EXPECT_EQ(message({7, ones - 1, ones, ones}, -4, 5),
             "Under-Estimate -> Convergence Failure:\n    Maximum Error = -5\n    Actual Error  = -2");
   EXPECT_EQ(message({7, 0, 2}, -2, 1), "Convergence Failure:\n    top = 2");
+}
+
+// A wrapped product does not show the words that must be those of 1 or of the dividend; an estimate that is
+// off is found all the same.
+TYPED_TEST(Newton, WrappedErrorOutsideItsBoundIsAFailure) {
+  using W = TypeParam;
+  const u64 n = 40;
+  const CountedProducts<W> wrapped(2);
+  const OwnedFloat<W> a(this->dense(n + 3), -7);
+  OwnedFloat<W> t(n / 2 + 4);
+  const Reciprocal_BigFloatR<W> plan(n / 2, 1);
+  Runner<W> runner(1 << 16);
+  runner.run(plan.need(), 1,
+             [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, t.x, a.x, heap); });
+  const LevelShape shape = LevelShape::wrapped<W>(n, 1);
+  ASSERT_GE(shape.wrap, n);
+  std::vector<W> buffer(shape.buffer_words());
+  AlignedBytes memory(shape.bytes<W>(1));
+  LevelProducts<W> products(runner.context(1).multiply(memory.buffer()), shape, buffer.data());
+  OwnedFloat<W> none(1), one({1}, 0);
+  const auto fails = [&](u64 word, W flip, s64 exp) {
+    t.x.T[word] ^= flip;
+    t.x.exp += exp;
+    products.keep(t.x);
+    bool failed = false;
+    try {
+      products.error(none.x, a.x, "test()");
+    } catch (const AlgorithmFailedException&) {
+      EXPECT_THROW(products.difference(none.x, none.x, one.x, a.x, "test()"), AlgorithmFailedException);
+      failed = true;
+    }
+    t.x.T[word] ^= flip;
+    t.x.exp -= exp;
+    return failed;
+  };
+  EXPECT_FALSE(fails(0, 1, 0));
+  for (u64 word = 6; word < t.x.L; ++word) EXPECT_TRUE(fails(word, 1, 0)) << word;
+  for (const s64 exp : {-30, -2, -1, 1, 2, 30}) EXPECT_TRUE(fails(0, 0, exp)) << exp;
 }
 
 TYPED_TEST(Newton, SmallQuotientNeedsNoTransform) {

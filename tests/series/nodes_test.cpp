@@ -3,8 +3,10 @@
 
 #include "frame/exceptions.h"
 #include "series/leaf.h"
+#include "series/merge.h"
 #include "series/pi_terms.h"
 #include "series/series_runner.h"
+#include "support/counting_algorithm.h"
 #include "support/random_words.h"
 #include "support/test_parallelizers.h"
 
@@ -119,6 +121,31 @@ TYPED_TEST(Nodes, OfAnySizeFitTheirPlanAtEveryThreshold) {
       for (const u64 length : {50, 60, 70, 90, 120, 150, 200, 333, 700, 1100})
         check_range(pair, runner, 5, 5 + length);
   }
+}
+
+// P_L Q_R, Q_L Q_R, R_L P_R and R_L R_R: Q_R and R_L once each, and four others. Among the first terms
+// of one series R is so much shorter than P that R_L R_R has a shape of its own: one more. Without R three.
+TYPED_TEST(Nodes, MergesTransformAnOperandOnce) {
+  using W = TypeParam;
+  test::CountedProducts<W> counts;
+  test::Runner<W> runner(1 << 22);
+  const RunContext ctx = runner.context(1);
+  for (const auto& pair : all_series<W>())
+    for (const u64 a : {u64{0}, u64{715820000}}) {
+      SCOPED_TRACE(std::string(pair.name) + " " + std::to_string(a));
+      const u64 m = a + 1500, b = m + 1500;
+      const BSR_BlockT<W> whole(*pair.series, a, b, 1, 0, 0), first(*pair.series, a, m, 1, 0, 0),
+          second(*pair.series, m, b, 1, 0, 0);
+      test::AlignedBytes heap(2 * whole.heap_bytes());
+      test::NodeBuffers<W> left(2 * whole.out_words()), right(whole.out_words());
+      first.run(ctx, left.node, heap.buffer());
+      second.run(ctx, right.node, heap.buffer());
+      counts->reset();
+      merge_nodes(*pair.series, a, m, b, ctx, left.node, right.node, heap.buffer());
+      const bool short_R = a == 0 && std::string_view(pair.name) == "Chudnovsky";
+      EXPECT_EQ(counts->forward, !pair.oracle.has_R ? 3u : short_R ? 7u : 6u);
+      EXPECT_EQ(counts->inverse, pair.oracle.has_R ? 4u : 2u);
+    }
 }
 
 TYPED_TEST(Nodes, NoForkWithOneThreadOrAShortRange) {

@@ -5,6 +5,7 @@
 
 #include "frame/exceptions.h"
 #include "series/series_runner.h"
+#include "support/counting_algorithm.h"
 
 namespace orl {
 namespace {
@@ -69,6 +70,40 @@ TYPED_TEST(Plans, OfTheReducedKindHaveBlocksOfHalfThePrecision) {
     return static_cast<double>(bytes);
   };
   EXPECT_LT(largest(reduced), 0.9 * largest(whole));
+}
+
+// With R a fold is P U, Q U and R T: U once, and P, Q, R, T. Without R it is P U and Q U. In two parts each
+// of the products has its own operand once and both parts of U or T.
+TYPED_TEST(Plans, FoldsTransformAnOperandOnce) {
+  using W = TypeParam;
+  test::CountedProducts<W> counts;
+  test::Runner<W> runner(1 << 22);
+  struct Case {
+    int which;
+    bool reduced;
+    u64 forward, inverse;
+  };
+  for (const Case& c : {Case{0, false, 5, 3}, {0, true, 9, 6}, {2, false, 3, 2}}) {
+    SCOPED_TRACE(std::to_string(c.which) + (c.reduced ? " reduced" : ""));
+    const auto plan = make_plan<W>(c.which, 8000, 1, c.reduced);
+    test::AlignedBytes memory(plan.need().ram_bytes);
+    counts->reset();
+    SeriesFraction<W> fraction;
+    plan.run_fraction(runner.context(1), fraction, memory.buffer());
+    u64 forward = counts->forward, inverse = counts->inverse;
+    for (const auto& block : plan.blocks()) {
+      counts->reset();
+      const BSR_BlockB<W>& recursion = block->recursion();
+      test::NodeBuffers<W> out(recursion.out_words());
+      recursion.run(runner.context(1), out.node, memory.buffer());
+      forward -= counts->forward;
+      inverse -= counts->inverse;
+    }
+    const u64 folds = plan.blocks().size() - 1;
+    EXPECT_GT(folds, 0u);
+    EXPECT_EQ(forward, c.forward * folds);
+    EXPECT_EQ(inverse, c.inverse * folds);
+  }
 }
 
 TYPED_TEST(Plans, GiveEveryThreadEnoughToDo) {

@@ -1,0 +1,290 @@
+#include "functions/newton_level.h"
+
+#include <algorithm>
+#include <cmath>
+#include <string>
+
+#include "frame/exceptions.h"
+#include "numbers/algorithm_table.h"
+#include "numbers/words.h"
+
+// Why m = n + 12 is enough: an operand of n + 3 words times one of h + 2 has at most n + h + 5. The ideal
+// value lies at most one word above that, and an error that a level may have (W^(2-h) relative) ends 2 - h
+// words above the ideal value's place: below n + 9. As a signed number it is found from its residue when it
+// ends below m. The second product, of h + 2 words by h + 2, does not wrap.
+//
+// What a miscomputation leaves: a wrong word of the estimate adds the operand, shifted, to the residue.
+// Unless the operand has long runs of zeros, some of it comes to lie in the three words or more between the
+// bound and m, which random words leave clear with probability W^-3. A wrong exponent or top would move only
+// few words; the tops are compared as doubles first.
+
+namespace orl {
+
+namespace {
+
+constexpr u64 kWrapGuard = 12;
+// Of a product of doubles that are right to 53 bits.
+constexpr double kTopError = 0x1p-40;
+template <class W>
+inline constexpr u64 kHalfWords = sizeof(W) / sizeof(u32);
+
+// T += low, both positive, words under T's lowest dropped. low ends under T's top.
+template <class W>
+void add_below(BigFloat<W>& T, const BigFloat<W>& low, ParallelContext parallel) {
+  if (low.L == 0 || low.magnitude() <= T.exp) return;
+  const u64 cut = low.exp < T.exp ? static_cast<u64>(T.exp - low.exp) : 0;
+  const u64 at = low.exp > T.exp ? static_cast<u64>(low.exp - T.exp) : 0;
+  const u64 length = low.L - cut;
+  W* words = T.T + at;
+  if (bp_add(words, words, low.T + cut, length, 0, parallel) == 0) return;
+  if (bp_carry<W>(1, words + length, T.L - at - length, parallel) == 0) return;
+  if (T.T + T.L == T.base + T.size)
+    throw BufferTooSmallException("LevelProducts::multiply_long()", T.size, T.size + 1);
+  T.T[T.L++] = 1;
+}
+
+[[noreturn]] void tops_disagree(const char* function, u64 top_a, u64 top_b) {
+  throw AlgorithmFailedException(function, "Convergence Failure:\n    topA = " + std::to_string(top_a) +
+                                               "\n    topB = " + std::to_string(top_b));
+}
+
+// The words at the higher of the two tops must agree within one.
+template <class W>
+void check_tops(const char* function, const BigFloat<W>& a, const BigFloat<W>& product) {
+  const s64 top = std::max(a.magnitude(), product.magnitude()) - 1;
+  const W top_a = a.word_at(top);
+  const W top_b = product.word_at(top);
+  if (static_cast<W>(top_a - top_b) > 1 && static_cast<W>(top_b - top_a) > 1)
+    tops_disagree(function, top_a, top_b);
+}
+
+// difference = |a - product|; tells which is larger.
+template <class W>
+Estimate subtract_numbers(BigFloat<W>& difference, u64 n, const BigFloat<W>& a, const BigFloat<W>& product,
+                          ParallelContext parallel) {
+  const int order = BigFloat<W>::cmp(a, product);
+  if (order == 0) return Estimate::kExact;
+  if (order > 0)
+    difference.set_usub(n + 1, a, product, parallel);
+  else
+    difference.set_usub(n + 1, product, a, parallel);
+  return order > 0 ? Estimate::kUnder : Estimate::kOver;
+}
+
+}  // namespace
+
+template <class W>
+LevelShape LevelShape::plain(u64 n) {
+  const u64 h = (n + 1) >> 1;
+  return {n, h, 2 * (h + 2), 0};
+}
+
+template <class W>
+LevelShape LevelShape::wrapped(u64 n, u64 tds) {
+  const u64 words = n + kWrapGuard;
+  LevelShape shape = plain<W>(n);
+  if (words > basic_table<W>().max_words()) return shape;
+  ParametersBox box;
+  const u64 cyclic = basic_table<W>().parameters_for(box, nullptr, words, tds).cyclic_words();
+  if (cyclic < words * kHalfWords<W> || cyclic % kHalfWords<W> != 0) return shape;
+  shape.product_words = words;
+  shape.wrap = cyclic / kHalfWords<W>;
+  return shape;
+}
+
+template <class W>
+LevelProducts<W>::LevelProducts(const MultiplyContext& ctx, const LevelShape& shape, W* buffer)
+    : helper_(ctx, shape.product_words), shape_(shape), buffer_(buffer, shape.buffer_words()) {
+  if (shape.wrap && helper_.parameters().cyclic_words() != shape.wrap * kHalfWords<W>)
+    throw InvalidParametersException("LevelProducts::LevelProducts()", "The plan has another shape.");
+}
+
+template <class W>
+void LevelProducts<W>::keep(const BigFloat<W>& t) {
+  kept_top_ = t.to_double(&kept_top_exp_);
+  if (!shape_.wrap) return kept_.forward(helper_, shape_.below, t);
+  const BigFloat<W> used = top_words(t, shape_.below + 2);
+  kept_.clear();
+  kept_.exp = used.exp;
+  kept_.L = used.L;
+  kept_.sign = used.sign;
+  kept_.magnitude = used.magnitude();
+  helper_.parameters().forward_cyclic(helper_.kept(0), reinterpret_cast<const u32*>(used.T),
+                                      used.L * kHalfWords<W>, helper_.scratch(), helper_.parallel());
+}
+
+template <class W>
+void LevelProducts<W>::keep_and_square(BigFloat<W>& T, const BigFloat<W>& t) {
+  BigFloatTransformR<W>::sqr_rx_xf(helper_, T, shape_.n + 1, t, kept_);
+}
+
+// Of the product of a and the kept number over `ideal`, which is 1 when zero: as far as doubles tell. 0 and
+// infinity stand for what is out of their reach.
+template <class W>
+double LevelProducts<W>::top_ratio(const BigFloat<W>& a, const BigFloat<W>& ideal) const {
+  s64 exp_a = 0, exp_ideal = 0;
+  double x = a.to_double(&exp_a) * kept_top_;
+  if (ideal.L != 0) x /= ideal.to_double(&exp_ideal);
+  const s64 words = std::clamp<s64>(exp_a + kept_top_exp_ - exp_ideal, -9, 9);
+  return std::abs(std::ldexp(x, static_cast<int>(words) * static_cast<int>(8 * sizeof(W))));
+}
+
+// The residue of a times the kept number fills the buffer.
+template <class W>
+void LevelProducts<W>::residue(const BigFloat<W>& a) {
+  const Parameters& parameters = helper_.parameters();
+  parameters.forward_cyclic(helper_.working(), reinterpret_cast<const u32*>(a.T), a.L * kHalfWords<W>,
+                            helper_.scratch(), helper_.parallel());
+  parameters.pointwise_cyclic(helper_.working(), helper_.kept(0), reinterpret_cast<u32*>(buffer_.base),
+                              helper_.scratch(), helper_.parallel());
+  buffer_.T = buffer_.base;
+  buffer_.L = shape_.wrap;
+  buffer_.exp = a.exp + kept_.exp;
+  buffer_.sign = a.sign == kept_.sign;
+}
+
+// The residue less A W^at, `at` of any size, L <= m.
+template <class W>
+void LevelProducts<W>::subtract(const W* A, u64 L, u64 at) {
+  const ParallelContext parallel = helper_.parallel();
+  const u64 m = shape_.wrap;
+  W* const C = buffer_.base;
+  at %= m;
+  const u64 first = std::min(L, m - at);
+  u64 end = at + first;
+  W borrow = bp_sub(C + at, C + at, A, first, 0, parallel);
+  if (first < L) {
+    end = L - first;
+    borrow = bp_sub(C, C, A + first, end, borrow, parallel);
+  }
+  // W^m is 1.
+  if (borrow != 0 && bp_carry<W>(-1, C + end, m - end, parallel) != 0) bp_carry<W>(-1, C, m, parallel);
+}
+
+// The number of least magnitude with the residue in the buffer; minus a residue is its complement.
+template <class W>
+Estimate LevelProducts<W>::take_residue(s64 exp) {
+  const u64 m = shape_.wrap;
+  const bool negative = buffer_.base[m - 1] >> (8 * sizeof(W) - 1) != 0;
+  if (negative) bp_not(buffer_.base, buffer_.base, m, helper_.parallel());
+  buffer_.T = buffer_.base;
+  buffer_.L = m;
+  buffer_.exp = exp;
+  buffer_.strip_top_zeros(helper_.parallel());
+  error_ = buffer_;
+  if (buffer_.L == 0) return Estimate::kExact;
+  return negative ? Estimate::kUnder : Estimate::kOver;
+}
+
+// The product of the top h + 2 words of a in the buffer: whole when wrapped, else to p + 2 words.
+template <class W>
+void LevelProducts<W>::into_buffer(u64 p, const BigFloat<W>& a) {
+  const BigFloat<W> used = top_words(a, shape_.below + 2);
+  if (!shape_.wrap) return BigFloatTransformR<W>::mul_rf_xf(helper_, buffer_, p, used, kept_);
+  residue(used);
+  buffer_.strip_top_zeros(helper_.parallel());
+}
+
+template <class W>
+void LevelProducts<W>::multiply(BigFloat<W>& T, u64 p, const BigFloat<W>& a) {
+  if (!shape_.wrap)
+    return BigFloatTransformR<W>::mul_rf_xf(helper_, T, p, top_words(a, shape_.below + 2), kept_);
+  into_buffer(p, a);
+  T.set_BigFloat(p, buffer_, helper_.parallel());
+}
+
+template <class W>
+void LevelProducts<W>::multiply_long(BigFloat<W>& T, const BigFloat<W>& a) {
+  const BigFloat<W> used = top_words(a, shape_.n + 3);
+  const BigFloat<W> lower = words_below(used, shape_.below + 2);
+  multiply(T, shape_.n + 1, used);
+  if (lower.L == 0) return;
+  into_buffer(shape_.below, lower);
+  add_below(T, buffer_, helper_.parallel());
+}
+
+template <class W>
+Estimate LevelProducts<W>::error_of(BigFloat<W>& e, const char* function) {
+  const Estimate side = take_error(e, shape_.below, function, helper_.parallel());
+  error_ = e;
+  return side;
+}
+
+template <class W>
+Estimate LevelProducts<W>::error(BigFloat<W>& work, const BigFloat<W>& a, const char* function) {
+  if (!shape_.wrap) {
+    multiply_long(work, a);
+    return error_of(work, function);
+  }
+  const BigFloat<W> used = top_words(a, shape_.n + 3);
+  const double e = top_ratio(used, BigFloat<W>());
+  if (!(std::abs(e - 1) < kTopError))
+    convergence_failure(function, e < 1 ? "Under-Estimate" : "Over-Estimate", shape_.below, 0);
+  residue(used);
+  const W one = 1;
+  const s64 exp = buffer_.exp;
+  if (exp > 0) convergence_failure(function, "Over-Estimate", shape_.below, exp);
+  subtract(&one, 1, static_cast<u64>(-exp));
+  const Estimate side = take_residue(exp);
+  if (side != Estimate::kExact && error_.magnitude() > error_bound(shape_.below))
+    convergence_failure(function, side == Estimate::kOver ? "Over-Estimate" : "Under-Estimate", shape_.below,
+                        error_.magnitude());
+  return side;
+}
+
+template <class W>
+Estimate LevelProducts<W>::difference(BigFloat<W>& work, BigFloat<W>& plain_difference, const BigFloat<W>& a,
+                                      const BigFloat<W>& b, const char* function) {
+  const ParallelContext parallel = helper_.parallel();
+  const BigFloat<W> dividend = top_words(a, shape_.n + 2);
+  BigFloat<W> divisor = top_words(b, shape_.n + 3);
+  if (!shape_.wrap) {
+    multiply_long(work, divisor);
+    check_tops(function, dividend, work);
+    const Estimate side = subtract_numbers(plain_difference, shape_.n, dividend, work, parallel);
+    error_ = plain_difference;
+    return side;
+  }
+  const double ratio = top_ratio(divisor, dividend);
+  if (!(std::abs(ratio - 1) < kTopError)) {
+    const W top = dividend.T[dividend.L - 1];
+    const double product = ratio * static_cast<double>(top);
+    tops_disagree(function, top, product < 0x1p63 ? static_cast<u64>(product) : ~u64{0});
+  }
+  const s64 exp = divisor.exp + kept_.exp;
+  if (exp > dividend.exp) {
+    // The product ends above the dividend: zeros below the divisor bring them level.
+    const u64 zeros = static_cast<u64>(exp - dividend.exp);
+    bp_copy(buffer_.base + zeros, divisor.T, divisor.L, parallel);
+    bp_fill(buffer_.base, zeros, 0, parallel);
+    divisor.T = buffer_.base;
+    divisor.L += zeros;
+    divisor.exp -= static_cast<s64>(zeros);
+  }
+  residue(divisor);
+  const s64 bottom = buffer_.exp;
+  subtract(dividend.T, dividend.L, static_cast<u64>(dividend.exp - bottom));
+  const Estimate side = take_residue(bottom);
+  if (side != Estimate::kExact && error_.magnitude() > dividend.magnitude() + error_bound(shape_.below)) {
+    const s64 place = error_.magnitude() - 1;
+    const W word = dividend.word_at(place), off = error_.T[error_.L - 1];
+    tops_disagree(function, word, static_cast<W>(side == Estimate::kOver ? word + off : word - off));
+  }
+  return side;
+}
+
+template <class W>
+void LevelProducts<W>::correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate side) {
+  into_buffer(shape_.below + 1, error_);
+  apply_correction(y, shape_.n, t, buffer_, side, helper_.parallel());
+}
+
+#define ORVANE_INSTANTIATE(W)                           \
+  template LevelShape LevelShape::plain<W>(u64);        \
+  template LevelShape LevelShape::wrapped<W>(u64, u64); \
+  template class LevelProducts<W>;
+ORVANE_INSTANTIATE(u32)
+ORVANE_INSTANTIATE(u64)
+#undef ORVANE_INSTANTIATE
+
+}  // namespace orl
