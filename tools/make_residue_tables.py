@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Writes the prime sets and the size tables of the residue transforms "C17" and "VST", and proves them.
+"""Writes the prime sets and the size tables of "C17", "VST" and "HNT", and proves them.
 
 Run from the top of the source tree: tools/make_residue_tables.py
 Proved: every prime by Pocklington's criterion (the factored part of p - 1 exceeds sqrt(p)), k * 2^e divides p - 1,
@@ -9,6 +9,8 @@ from math import gcd, log2, prod
 
 LIMIT = 1 << 48
 MAX_BITS = 0x12C0000000000
+HNT_MAX_BITS = 0x7FFF0000000
+MAX_REMAINDER = 0x6000000 // 64
 FACTORS = {6: (1, 3, 5), 7: (1, 3, 5), 8: (1, 3, 5, 7), 9: (1, 3, 5, 7)}
 
 
@@ -80,6 +82,32 @@ def main():
     # VST: an odd factor's k - 1 products a point cost as much as 1.75 (k - 1) levels.
     write_rows("src/transforms/vst_rows.inc", rows,
                lambda r: points(r) * (r[3] + 1.75 * (r[2] - 1) + 8 + 1.2 * r[1]))
+
+
+    # HNT: of a product of 2 R words by the FFT, a level of a point costs half a level of a residue; rows stand 2 %
+    # apart.
+    def hybrid_cost(r):
+        fft = 64 * r[4] / 17
+        return points(r) * (r[3] + 1.75 * (r[2] - 1) + 8 + 1.2 * r[1]) + 0.5 * fft * (log2(fft) + 10)
+
+    hybrid = []
+    for bits, P, k, n in rows:
+        words = bits // 32
+        lengths = {max(64, words * i // 64 // 64 * 64) for i in (1, 2, 3, 4, 6, 8, 12, 16, 24)}
+        for R in {min(R, MAX_REMAINDER) for R in lengths}:
+            hybrid.append((32 * (words + R - 1), P, k, n, R))
+    hybrid.sort(key=lambda r: (r[0], -hybrid_cost(r)))
+    kept, best = [], None
+    for r in reversed(hybrid):
+        if best is None or (hybrid_cost(r) < best and r[0] < 0.98 * kept[-1][0]):
+            best = hybrid_cost(r)
+            kept.append(r)
+    kept.reverse()
+    last = next(i for i, r in enumerate(kept) if r[0] >= HNT_MAX_BITS)
+    with open("src/transforms/hnt_rows.inc", "w") as out:
+        out.write("// Written by tools/make_residue_tables.py.\n")
+        for row in kept[: last + 1]:
+            out.write("{%d, %d, %d, %d},\n" % row[1:])
 
 
 main()

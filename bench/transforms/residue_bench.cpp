@@ -13,6 +13,7 @@
 
 #include "parallel/simple_frameworks.h"
 #include "simd/target.h"
+#include "transforms/hnt.h"
 #include "transforms/residue.h"
 #include "transforms/residue_kernels.h"
 #include "transforms/vst.h"
@@ -68,7 +69,7 @@ void bench(const Algorithm& algorithm, Parallelizer& parallelizer, u64 threads, 
 
 int main(int argc, char** argv) {
   const Algorithm* algorithm = &c17_algorithm();
-  for (const Algorithm* a : {&c17_algorithm(), &vst_algorithm()})
+  for (const Algorithm* a : {&c17_algorithm(), &vst_algorithm(), &hnt_algorithm()})
     if (argc > 1 && std::string(argv[1]) == a->id()) {
       algorithm = a;
       --argc;

@@ -19,6 +19,7 @@
 #include "parallel/thread_priority.h"
 #include "simd/target.h"
 #include "transforms/fft.h"
+#include "transforms/hnt.h"
 #include "transforms/residue.h"
 #include "transforms/vst.h"
 
@@ -61,6 +62,7 @@ void register_everything() {
   orl::register_fft(algorithms);
   orl::register_c17(algorithms);
   orl::register_vst(algorithms);
+  orl::register_hnt(algorithms);
   orl::initialize_multiplication(std::move(algorithms));
 }
 

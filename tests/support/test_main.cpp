@@ -7,6 +7,7 @@
 #include "parallel/allocators.h"
 #include "parallel/frameworks.h"
 #include "transforms/fft.h"
+#include "transforms/hnt.h"
 #include "transforms/residue.h"
 #include "transforms/vst.h"
 
@@ -20,6 +21,7 @@ int main(int argc, char** argv) {
   orl::register_fft(algorithms);
   orl::register_c17(algorithms);
   orl::register_vst(algorithms);
+  orl::register_hnt(algorithms);
   orl::initialize_multiplication(std::move(algorithms));
   return RUN_ALL_TESTS();
 }
