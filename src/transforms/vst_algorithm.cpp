@@ -35,6 +35,7 @@ class VstRun {
     const ResidueRow& row = shape_.row;
     VstPlan plan{shape_, {}, form == ResidueForm::kNegacyclic ? 1u : 0u, {}, {}};
     plan.primes.row = row;
+    plan.primes.form = form;
     plan.primes.set = &residue_set(row.P, row.k);
     for (u32 i = 0; i < row.P; ++i) {
       const u32 index = plan.primes.set->prime[i];
