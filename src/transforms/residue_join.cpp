@@ -120,6 +120,11 @@ ResidueJoinRun start_residue_run(const ResidueRow& row, ResidueForm form, u64 be
 }
 
 void place_residue_words(ResidueJoinRun& run, const u64* words, u64 count) {
+  if (2 * run.word >= run.window.begin && 2 * (run.word + count) <= run.window.end) {
+    std::memcpy(run.window.target + (2 * run.word - run.window.begin), words, 8 * count);
+    if (run.word == run.begin) std::copy(words, words + kHead, run.head);
+    return;
+  }
   for (u64 i = 0; i < count; ++i) {
     const u64 index = run.word + i, value = words[i];
     if (index - run.begin < kHead)

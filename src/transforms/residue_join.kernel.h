@@ -130,7 +130,9 @@ struct Join {
         carry = settle(l);
         l[0] = l[0] + U64::next(carry_before, carry);
         carry_before = carry;
-        for (carry = settle(l); U64::equal(carry, zero) != kAllLanes; carry = settle(l)) {
+        // Seldom does a carry go further.
+        while (U64::equal(l[0].shr(w), zero) != kAllLanes) {
+          carry = settle(l);
           l[0] = l[0] + U64::next(zero, carry);
           carry_before = carry_before + carry;
         }
