@@ -224,6 +224,11 @@ TEST_P(ResidueJoin, CarriesAndBorrowsRunThroughRunsAndAroundTheEnd) {
       values[at] = values[at] + Integer(by);
       return values;
     };
+    // All ones and an overflow of one, which carries around the end once more.
+    std::vector<Integer> twice(N, ones);
+    twice[N - 1] = ones + power_of_two(row.point_bits());
+    check_wrapped(random, GetParam(), row, ResidueForm::kCyclic, twice);
+    check_wrapped(random, GetParam(), row, ResidueForm::kNegacyclic, twice);
     for (const u64 at : {u64{0}, random.below(N)})
       for (const s64 by : {-1, 0, 1, 2}) {
         SCOPED_TRACE(testing::Message() << by << " at " << at);
