@@ -15,11 +15,10 @@
 #include "functions/newton.h"
 #include "functions/radix_conversion.h"
 #include "numbers/algorithm_table.h"
-#include "numbers/basecase_algorithm.h"
 #include "parallel/frameworks.h"
 #include "simd/target.h"
 #include "support/measure.h"
-#include "transforms/fft.h"
+#include "transforms/registration.h"
 
 namespace {
 
@@ -188,10 +187,7 @@ Options parse(int argc, char** argv) {
 int main(int argc, char** argv) {
   const Options options = parse(argc, argv);
   register_frameworks();
-  AlgorithmRegistry registry;
-  register_basecase(registry);
-  register_fft(registry);
-  initialize_multiplication(std::move(registry));
+  register_multiplication();
   bench::heading("functions_bench", simd::target_name(simd::active_target()));
   std::printf("%12s  %-10s %9s %7s %9s %6s  %6s\n", "digits", "function", "s", "spread", "GMP s", "ratio",
               "B/dgt");

@@ -23,11 +23,10 @@
 #include <vector>
 
 #include "numbers/algorithm_table.h"
-#include "numbers/basecase_algorithm.h"
 #include "parallel/simple_frameworks.h"
 #include "simd/target.h"
 #include "support/measure.h"
-#include "transforms/fft.h"
+#include "transforms/registration.h"
 
 using namespace orl;
 
@@ -334,9 +333,6 @@ Options read_options(int argc, char** argv) {
 int main(int argc, char** argv) {
   const Options options = read_options(argc, argv);
   bench::heading("multiply", simd::target_name(simd::active_target()));
-  AlgorithmRegistry registry;
-  register_basecase(registry);
-  register_fft(registry);
-  initialize_multiplication(std::move(registry));
+  register_multiplication();
   run(options);
 }

@@ -7,12 +7,10 @@
 #include <new>
 
 #include "numbers/algorithm_table.h"
-#include "numbers/basecase_algorithm.h"
 #include "parallel/simple_frameworks.h"
 #include "simd/target.h"
 #include "support/measure.h"
-#include "transforms/fft.h"
-#include "transforms/residue.h"
+#include "transforms/registration.h"
 
 namespace {
 
@@ -102,11 +100,7 @@ int main(int argc, char** argv) {
       if (!std::strcmp(argv[1], simd::target_name(static_cast<simd::Target>(t))))
         simd::set_active_target(static_cast<simd::Target>(t));
   const u64 threads = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 1;
-  AlgorithmRegistry algorithms;
-  register_basecase(algorithms);
-  register_fft(algorithms);
-  register_c17(algorithms);
-  initialize_multiplication(std::move(algorithms));
+  register_multiplication();
   bench::heading("bounded_bench", simd::target_name(simd::active_target()));
   std::printf("  %-14s %-4s %10s %9s %7s %9s %7s %8s %8s %7s\n", "", "", "words", "ns/word", "spread",
               "direct", "ratio", "bytes", "direct", "ratio");

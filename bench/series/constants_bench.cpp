@@ -14,14 +14,13 @@
 #include "frame/exceptions.h"
 #include "frame/status.h"
 #include "numbers/algorithm_table.h"
-#include "numbers/basecase_algorithm.h"
 #include "parallel/frameworks.h"
 #include "series/e.h"
 #include "series/pi.h"
 #include "series/roots.h"
 #include "simd/target.h"
 #include "support/measure.h"
-#include "transforms/fft.h"
+#include "transforms/registration.h"
 
 namespace orl {
 namespace {
@@ -127,10 +126,7 @@ int main(int argc, char** argv) {
   using namespace orl;
   register_exceptions();
   register_frameworks();
-  AlgorithmRegistry algorithms;
-  register_basecase(algorithms);
-  register_fft(algorithms);
-  initialize_multiplication(std::move(algorithms));
+  register_multiplication();
   bench::heading("constants_bench", simd::target_name(simd::active_target()));
   const std::string name = argc > 1 ? argv[1] : "chudnovsky";
   const u64 tds = argc > 3 ? std::strtoull(argv[3], nullptr, 0) : 1;

@@ -1,7 +1,8 @@
 // residue_bench [FAMILY] [TARGET [THREADS [WORDS...]]]
 //
-// n x n word products and squares by a family of transforms (C17 unless named) beside GMP in the same run:
-// nanoseconds a word of one operand (the least of several), and ratios; above 1 ours is faster.
+// n x n word products and squares by a FAMILY of residue transforms (C17, the default, VST, HNT, N64 or
+// N32) beside GMP in the same run: nanoseconds a word of one operand (the least of several), and ratios;
+// above 1 ours is faster.
 #include <gmp.h>
 
 #include <algorithm>
@@ -14,8 +15,8 @@
 #include "parallel/simple_frameworks.h"
 #include "simd/target.h"
 #include "transforms/hnt.h"
+#include "transforms/ntt.h"
 #include "transforms/residue.h"
-#include "transforms/residue_kernels.h"
 #include "transforms/vst.h"
 
 using namespace orl;
@@ -69,7 +70,8 @@ void bench(const Algorithm& algorithm, Parallelizer& parallelizer, u64 threads, 
 
 int main(int argc, char** argv) {
   const Algorithm* algorithm = &c17_algorithm();
-  for (const Algorithm* a : {&c17_algorithm(), &vst_algorithm(), &hnt_algorithm()})
+  for (const Algorithm* a :
+       {&c17_algorithm(), &vst_algorithm(), &hnt_algorithm(), &n64_algorithm(), &n32_algorithm()})
     if (argc > 1 && std::string(argv[1]) == a->id()) {
       algorithm = a;
       --argc;
@@ -87,7 +89,6 @@ int main(int argc, char** argv) {
   std::vector<u64> sizes;
   for (int i = 3; i < argc; ++i) sizes.push_back(std::strtoull(argv[i], nullptr, 10));
   if (sizes.empty()) sizes = {10000, 100000, 1000000};
-  std::printf("%s, %s kernels, %lu threads\n", algorithm->id(), residue_kernels(simd::active_target()).name,
-              threads);
+  std::printf("%s, %s, %lu threads\n", algorithm->id(), simd::target_name(simd::active_target()), threads);
   for (u64 n : sizes) bench(*algorithm, parallelizer, threads, n);
 }

@@ -12,16 +12,11 @@
 #include "frame/console.h"
 #include "frame/exceptions.h"
 #include "frame/settings.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/basecase_algorithm.h"
 #include "parallel/allocators.h"
 #include "parallel/frameworks.h"
 #include "parallel/thread_priority.h"
 #include "simd/target.h"
-#include "transforms/fft.h"
-#include "transforms/hnt.h"
-#include "transforms/residue.h"
-#include "transforms/vst.h"
+#include "transforms/registration.h"
 
 namespace orvane {
 namespace {
@@ -57,13 +52,7 @@ void register_everything() {
   orl::register_exceptions();
   orl::register_frameworks();
   orl::register_allocators();
-  orl::AlgorithmRegistry algorithms;
-  orl::register_basecase(algorithms);
-  orl::register_fft(algorithms);
-  orl::register_c17(algorithms);
-  orl::register_vst(algorithms);
-  orl::register_hnt(algorithms);
-  orl::initialize_multiplication(std::move(algorithms));
+  orl::register_multiplication();
 }
 
 void check_processor() {

@@ -40,8 +40,8 @@ struct AlgorithmInstances {
   }
 };
 
-/// All algorithms of the program by id, filled by explicit calls (register_basecase, register_fft, ...). The
-/// objects it points to are static.
+/// All algorithms of the program by id, filled by one explicit call (register_multiplication). The objects it
+/// points to are static.
 class AlgorithmRegistry {
  public:
   /// Throws InvalidParametersException when the id is taken.

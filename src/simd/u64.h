@@ -46,6 +46,20 @@ struct U64 {
 
   /// Lanes one up: the last lane of `before`, then all but the last of a.
   static U64 next(U64 before, U64 a) { return {_mm512_maskz_alignr_epi64(kAll, a.v, before.v, 7)}; }
+  /// Words below 2^32 from and to memory; store_low drops the upper halves.
+  static U64 load_low(const std::uint32_t* p) {
+    return {_mm512_maskz_cvtepu32_epi64(kAll, _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)))};
+  }
+  void store_low(std::uint32_t* p) const {
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), _mm512_maskz_cvtepi64_epi32(kAll, v));
+  }
+  /// Products of the low halves.
+  static U64 mul_low(U64 a, U64 b) { return {_mm512_maskz_mul_epu32(kAll, a.v, b.v)}; }
+  /// Of each 32-bit half the lesser, unsigned.
+  static U64 min_halves(U64 a, U64 b) { return {_mm512_maskz_min_epu32(0xffff, a.v, b.v)}; }
+  static U64 min(U64 a, U64 b) { return {_mm512_maskz_min_epu64(kAll, a.v, b.v)}; }
+  /// The low words of the products; mul_high has the high words.
+  static U64 mul(U64 a, U64 b) { return {_mm512_mullo_epi64(a.v, b.v)}; }
 
   // g++ 12 takes the undefined pass-through of the unmasked shifts for a use of an uninitialised value.
   static constexpr __mmask8 kAll = 0xff;
@@ -56,6 +70,12 @@ inline U64 operator+(U64 a, U64 b) { return {_mm512_add_epi64(a.v, b.v)}; }
 inline U64 operator-(U64 a, U64 b) { return {_mm512_sub_epi64(a.v, b.v)}; }
 inline U64 operator&(U64 a, U64 b) { return {_mm512_and_si512(a.v, b.v)}; }
 inline U64 operator|(U64 a, U64 b) { return {_mm512_or_si512(a.v, b.v)}; }
+inline U64 mul_high(U64 a, U64 b) {
+  const U64 a1 = a.shr(32), b1 = b.shr(32);
+  const U64 middle = U64::mul_low(a1, b) + U64::mul_low(a, b).shr(32);
+  const U64 other = U64::mul_low(a, b1) + (middle & U64::all(0xffffffff));
+  return U64::mul_low(a1, b1) + middle.shr(32) + other.shr(32);
+}
 /// The same bits.
 inline U64 as_bits(F64 a) { return {_mm512_castpd_si512(a.v)}; }
 inline F64 as_doubles(U64 a) { return {_mm512_castsi512_pd(a.v)}; }
@@ -96,6 +116,16 @@ struct U64 {
   static U64 next(U64 before, U64 a) {
     return {_mm256_alignr_epi8(a.v, _mm256_permute2x128_si256(before.v, a.v, 0x21), 8)};
   }
+  static U64 load_low(const std::uint32_t* p) {
+    return {_mm256_cvtepu32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p)))};
+  }
+  void store_low(std::uint32_t* p) const {
+    const __m256i low = _mm256_permutevar8x32_epi32(v, _mm256_set_epi32(0, 0, 0, 0, 6, 4, 2, 0));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(p), _mm256_castsi256_si128(low));
+  }
+  static U64 mul_low(U64 a, U64 b) { return {_mm256_mul_epu32(a.v, b.v)}; }
+  static U64 min_halves(U64 a, U64 b) { return {_mm256_min_epu32(a.v, b.v)}; }
+
   static Mask lane_mask(__m256i m) { return static_cast<Mask>(_mm256_movemask_pd(_mm256_castsi256_pd(m))); }
 
   __m256i v;
@@ -134,12 +164,27 @@ struct U64 {
   static U64 sub_where(Mask mask, U64 a, U64 b) { return {mask & 1 ? a.v - b.v : a.v}; }
   static U64 next(U64 before, U64) { return before; }
 
+  static U64 load_low(const std::uint32_t* p) { return {*p}; }
+  void store_low(std::uint32_t* p) const { *p = static_cast<std::uint32_t>(v); }
+  static U64 mul_low(U64 a, U64 b) { return {(a.v & 0xffffffff) * (b.v & 0xffffffff)}; }
+  static U64 min_halves(U64 a, U64 b) {
+    const std::uint64_t top = ~std::uint64_t{0} << 32, a1 = a.v & top, b1 = b.v & top;
+    const std::uint64_t a0 = a.v & ~top, b0 = b.v & ~top;
+    return {(a1 < b1 ? a1 : b1) | (a0 < b0 ? a0 : b0)};
+  }
+  static U64 min(U64 a, U64 b) { return {a.v < b.v ? a.v : b.v}; }
+  static U64 mul(U64 a, U64 b) { return {a.v * b.v}; }
+
   std::uint64_t v;
 };
 inline U64 operator+(U64 a, U64 b) { return {a.v + b.v}; }
 inline U64 operator-(U64 a, U64 b) { return {a.v - b.v}; }
 inline U64 operator&(U64 a, U64 b) { return {a.v & b.v}; }
 inline U64 operator|(U64 a, U64 b) { return {a.v | b.v}; }
+inline U64 mul_high(U64 a, U64 b) {
+  __extension__ using Wide = unsigned __int128;
+  return {static_cast<std::uint64_t>(static_cast<Wide>(a.v) * b.v >> 64)};
+}
 inline U64 as_bits(F64 a) {
   U64 b;
   __builtin_memcpy(&b.v, &a.v, sizeof b.v);

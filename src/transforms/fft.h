@@ -19,12 +19,7 @@
 
 namespace orl {
 
-class AlgorithmRegistry;
-
 /// The one instance: u32 and u64 words, products in RAM.
 const Algorithm& fft_algorithm();
-
-/// Adds "FFT" to the registry.
-void register_fft(AlgorithmRegistry& registry);
 
 }  // namespace orl

@@ -5,7 +5,6 @@
 
 namespace orl {
 
-class AlgorithmRegistry;
 struct HntRow;
 
 /// The algorithm "HNT": u32 and u64, in memory.
@@ -14,6 +13,5 @@ const Algorithm& hnt_algorithm();
 /// under "HNT", before the shape runs. Throws InvalidParametersException when the row is no shape.
 const Parameters& hnt_parameters(ParametersBox& out, const TransformTables* tables, const HntRow& row,
                                  u64 tds);
-void register_hnt(AlgorithmRegistry& registry);
 
 }  // namespace orl

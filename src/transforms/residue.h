@@ -5,7 +5,6 @@
 
 namespace orl {
 
-class AlgorithmRegistry;
 struct ResidueRow;
 
 /// The algorithm "C17": u32 and u64, in memory.
@@ -16,6 +15,5 @@ const Algorithm& c17_algorithm();
 /// tasks at most share a stage and its scratch.
 const Parameters& residue_parameters(ParametersBox& out, const TransformTables* tables, const ResidueRow& row,
                                      u64 tds);
-void register_c17(AlgorithmRegistry& registry);
 
 }  // namespace orl

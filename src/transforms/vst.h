@@ -5,7 +5,6 @@
 
 namespace orl {
 
-class AlgorithmRegistry;
 struct VstShape;
 
 /// The algorithm "VST": u32 and u64, in memory.
@@ -14,6 +13,5 @@ const Algorithm& vst_algorithm();
 /// under "VST". Throws InvalidParametersException when they do not, or when the shape's blocks or bounds
 /// refuse it.
 const Parameters& vst_parameters(ParametersBox& out, const TransformTables* tables, const VstShape& shape);
-void register_vst(AlgorithmRegistry& registry);
 
 }  // namespace orl

@@ -1,0 +1,30 @@
+#include "transforms/registration.h"
+
+#include <utility>
+
+#include "numbers/algorithm_table.h"
+#include "numbers/basecase_algorithm.h"
+#include "transforms/fft.h"
+#include "transforms/hnt.h"
+#include "transforms/ntt.h"
+#include "transforms/residue.h"
+#include "transforms/vst.h"
+
+namespace orl {
+
+void register_multiplication() {
+  AlgorithmRegistry registry;
+  register_basecase(registry);
+  const auto add = [&](const Algorithm& algorithm) {
+    registry.add(algorithm.id(), {&algorithm, &algorithm, nullptr, nullptr});
+  };
+  add(fft_algorithm());
+  add(n32_algorithm());
+  add(n64_algorithm());
+  add(hnt_algorithm());
+  add(vst_algorithm());
+  add(c17_algorithm());
+  initialize_multiplication(std::move(registry));
+}
+
+}  // namespace orl
