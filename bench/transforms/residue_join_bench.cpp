@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
   const ResidueKernels& kernels = residue_kernels(simd::active_target());
   std::printf("%s kernels\n P   one run  side by side  (ns a point)\n", kernels.name);
   for (u8 P = 4; P <= 9; ++P) {
-    ResiduePlan plan{{P, 1, 11}, false, &residue_set(P, 1), {}};
+    ResiduePlan plan{{P, 1, 11}, ResidueForm::kPlain, &residue_set(P, 1), {}};
     std::vector<double> x(P * kPoints);
     u64 random = 1;
     for (u32 r = 0; r < P; ++r) {
