@@ -20,6 +20,13 @@ inline F64 fma(F64 a, F64 b, F64 c) { return {_mm512_fmadd_pd(a.v, b.v, c.v)}; }
 inline F64 fms(F64 a, F64 b, F64 c) { return {_mm512_fmsub_pd(a.v, b.v, c.v)}; }
 inline F64 fnma(F64 a, F64 b, F64 c) { return {_mm512_fnmadd_pd(a.v, b.v, c.v)}; }
 inline F64 max(F64 a, F64 b) { return {_mm512_max_pd(a.v, b.v)}; }
+/// Lanes, bit j for lane j, between two vectors.
+struct Choice {
+  static Choice of(std::uint32_t bits) { return {static_cast<__mmask8>(bits)}; }
+  F64 operator()(F64 chosen, F64 other) const { return {_mm512_mask_blend_pd(mask, other.v, chosen.v)}; }
+
+  __mmask8 mask;
+};
 inline F64 abs(F64 a) { return {_mm512_andnot_pd(_mm512_set1_pd(-0.0), a.v)}; }
 /// Keeps a loaded value in a register: compilers fold a load into each of its
 /// uses, and then loads are the limit.
@@ -62,6 +69,15 @@ inline F64 fma(F64 a, F64 b, F64 c) { return {_mm256_fmadd_pd(a.v, b.v, c.v)}; }
 inline F64 fms(F64 a, F64 b, F64 c) { return {_mm256_fmsub_pd(a.v, b.v, c.v)}; }
 inline F64 fnma(F64 a, F64 b, F64 c) { return {_mm256_fnmadd_pd(a.v, b.v, c.v)}; }
 inline F64 max(F64 a, F64 b) { return {_mm256_max_pd(a.v, b.v)}; }
+struct Choice {
+  static Choice of(std::uint32_t bits) {
+    const __m256i lane = _mm256_set_epi64x(8, 4, 2, 1);
+    return {_mm256_castsi256_pd(_mm256_cmpeq_epi64(_mm256_and_si256(_mm256_set1_epi64x(bits), lane), lane))};
+  }
+  F64 operator()(F64 chosen, F64 other) const { return {_mm256_blendv_pd(other.v, chosen.v, mask)}; }
+
+  __m256d mask;
+};
 inline F64 abs(F64 a) { return {_mm256_andnot_pd(_mm256_set1_pd(-0.0), a.v)}; }
 /// Keeps a loaded value in a register: compilers fold a load into each of its
 /// uses, and then loads are the limit.
@@ -96,6 +112,12 @@ inline F64 fma(F64 a, F64 b, F64 c) { return {__builtin_fma(a.v, b.v, c.v)}; }
 inline F64 fms(F64 a, F64 b, F64 c) { return {__builtin_fma(a.v, b.v, -c.v)}; }
 inline F64 fnma(F64 a, F64 b, F64 c) { return {__builtin_fma(-a.v, b.v, c.v)}; }
 inline F64 max(F64 a, F64 b) { return {a.v > b.v ? a.v : b.v}; }
+struct Choice {
+  static Choice of(std::uint32_t bits) { return {(bits & 1) != 0}; }
+  F64 operator()(F64 chosen, F64 other) const { return mask ? chosen : other; }
+
+  bool mask;
+};
 inline F64 abs(F64 a) { return {__builtin_fabs(a.v)}; }
 inline F64 in_register(F64 a) { return a; }
 inline void transpose(F64 (&)[1]) {}

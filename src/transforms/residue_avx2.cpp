@@ -1,5 +1,8 @@
 #include "transforms/residue_kernels.h"
 
+#include <type_traits>
+#include <utility>
+
 // The compiler's own header declares vectors that it leaves undefined on purpose.
 #pragma GCC diagnostic ignored "-Wuninitialized"
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
@@ -10,6 +13,7 @@
 #include "transforms/residue_mod.kernel.h"
 // Above the rest, which uses it.
 #include "transforms/residue_join.kernel.h"
+#include "transforms/residue_odd.kernel.h"
 #include "transforms/residue_pass.kernel.h"
 
 #include "simd/end.h"

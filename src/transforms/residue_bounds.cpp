@@ -43,7 +43,9 @@ double inverse_pass(double bound, u32 levels, double& largest) {
 // |a w / p - q| <= 1/2 + |a w / p| 2^-52, |w / p| <= 0.52, |a| <= 2^48 a.
 double residue_product_bound(double a) { return 0.5 + 0.52 * std::ldexp(a, -4); }
 
-double residue_split_bound(u32 P, u32 k) { return k * (1 + (P / 2 - 1) * residue_product_bound(1)); }
+double residue_split_bound(u32 P, u32 k) { return k * residue_limbs_bound(P); }
+double residue_limbs_bound(u32 P) { return 1 + (P / 2 - 1) * residue_product_bound(1); }
+double residue_odd_operand(double bound, u32 k) { return k == 1 ? 0 : k == 5 ? 4 * bound : 2 * bound; }
 
 double residue_forward_bound(u32 n) {
   // The stage, then passes in memory that reduce their lower rows, then the block.
@@ -68,7 +70,8 @@ double residue_inverse_bound(u32 n, u32 k) {
   // Passes of other lengths follow in any order; each is taken as often as it could be.
   for (u32 levels = 1; levels <= 4; ++levels)
     for (u32 i = 0; i < memory + 2; ++i) bound = std::max(bound, inverse_pass(bound, levels, largest));
-  return std::max(largest, bound + (k - 1) * residue_product_bound(bound));
+  return std::max({largest, residue_odd_operand(bound, k),
+                   bound + (k - 1) * residue_product_bound(residue_odd_operand(bound, k))});
 }
 
 u32 residue_coefficient_bits(const ResidueRow& row, ResidueForm form) {
@@ -87,7 +90,8 @@ void check_residue_bounds(const ResidueRow& row) {
       2.0 * static_cast<double>(row.point_bits()) + std::log2(static_cast<double>(row.points()));
   if (row.n < 8 || row.n > set.e || modulus_bits > 512 || coefficient + 1 + kEstimateMargin > modulus ||
       residue_forward_bound(row.n) > kLargest || residue_inverse_bound(row.n, row.k) > kLargest ||
-      residue_split_bound(row.P, row.k) > kLargestSum)
+      residue_split_bound(row.P, row.k) > kLargestSum ||
+      residue_odd_operand(residue_limbs_bound(row.P), row.k) > kLargest)
     throw InvalidParametersException("C17", "Invalid Function Parameters:   ");
 }
 

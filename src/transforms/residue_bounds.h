@@ -8,6 +8,10 @@ namespace orl {
 
 /// A product by a factor w, |w| <= 0.52 p, of an operand within `a`: half, and what the ratio's error adds.
 double residue_product_bound(double a);
+/// A point as a sum of P / 2 limbs times powers of two, and the largest operand of a product in the odd
+/// factor's transform of k points within `bound`.
+double residue_limbs_bound(u32 P);
+double residue_odd_operand(double bound, u32 k);
 /// Largest sum of k points, each a sum of P / 2 limbs times powers of two, before it is reduced.
 double residue_split_bound(u32 P, u32 k);
 /// Largest residue within a transform of 2^n points, n >= 8, and within its inverse and the odd factor's.

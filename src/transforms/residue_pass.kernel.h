@@ -336,67 +336,35 @@ RESIDUE_INLINE void read_limbs(ResidueOperand a, u32 P, u64 i, double (*limbs)[8
   }
 }
 
-// Position i of sequence j is sum over t of x[i + t M] w^(j (t + i / M)), by i = i mod M and i mod k; 1 / M
-// is taken modulo k. The exponent of lane l is that of lane 0 plus j l / M.
-struct OddMap {
-  u32 k, step;  // step: 1 / M modulo k
-  OddMap(u32 odd, u32 n) : k(odd), step(1) {
-    for (u32 i = 0; i < n; ++i) step = step * ((k + 1) / 2) % k;
-    if (k == 1) step = 0;
-  }
-  u32 phase(u32 t, u64 i) const { return static_cast<u32>((t + i % k * step) % k); }
-  u32 exponent(u32 j, u32 t, u64 i) const { return static_cast<u32>(j * (t + i % k * step) % k); }
-};
-
-// The factors of a vector by j and by t + i / M modulo k, i its first position.
-struct OddFactors {
-  alignas(64) double w[7][7][L], ratio[7][7][L];
-  void fill(const ResidueModulus& m, const OddMap& map, bool back) {
-    for (u32 j = 1; j < map.k; ++j)
-      for (u32 c = 0; c < map.k; ++c)
-        for (u32 l = 0; l < L; ++l) {
-          u32 e = map.exponent(j, c, l);
-          if (back && e) e = map.k - e;
-          w[j][c][l] = m.odd[e].w;
-          ratio[j][c][l] = m.odd[e].ratio;
-        }
-  }
-  RESIDUE_INLINE F64 times(const Mod& mod, F64 v, u32 j, u32 c) const {
-    return mod.times(v, F64::load(w[j][c]), F64::load(ratio[j][c]));
-  }
-};
-
 // Residues of `width` points of each sequence from position i on, sequence by sequence `stride` apart: limbs,
-// then the odd factor's butterfly. Modulo x^N + 1, N = k M, point t M + i stands with sign (-1)^t.
-void split_points(const ResiduePlan& plan, const OddFactors* factors, ResidueOperand a, u64 i, u64 width,
+// then the odd factor. Modulo x^N + 1, N = k M, point t M + i stands with sign (-1)^t.
+template <u32 K>
+void split_points(const ResiduePlan& plan, const OddFactor<K>& odd, ResidueOperand a, u64 i, u64 width,
                   double* out, u64 stride) {
-  const u32 P = plan.row.P, k = plan.row.k;
-  const u64 M = plan.length(), bytes = 3 * (P - 1);
-  const OddMap map(k, plan.row.n);
-  alignas(64) double limbs[7][4][8];
+  const u32 P = plan.row.P;
+  const u64 M = plan.length(), bytes = 3 * (u64{P} - 1);
+  const bool turned = plan.negacyclic();
+  alignas(64) double limbs[K][4][8];
   for (const u64 end = i + width; i < end; i += 8, out += 8) {
     u32 filled = 0;
-    for (; filled < k && (i + filled * M) * bytes < a.bytes; ++filled)
+    for (; filled < K && (i + filled * M) * bytes < a.bytes; ++filled)
       read_limbs(a, P, i + filled * M, limbs[filled]);
-    u32 phase[8 / L][7];
-    for (u32 h = 0; h < 8; h += L)
-      for (u32 t = 0; t < k; ++t) phase[h / L][t] = map.phase(t, i + h);
     for (u32 r = 0; r < P; ++r) {
       const Mod mod(plan.modulus[r]);
       for (u32 h = 0; h < 8; h += L) {
-        F64 v[7];
-        for (u32 t = 0; t < filled; ++t) {
+        F64 v[K];
+#pragma GCC unroll 7
+        for (u32 t = 0; t < K; ++t) {
+          v[t] = F64::all(0);
+          if (t >= filled) continue;
           v[t] = F64::load(limbs[t][0] + h);
           for (u32 j = 1; j < P / 2; ++j)
             v[t] = v[t] + mod.times(F64::load(limbs[t][j] + h), plan.set->limb[r][j]);
-          if (plan.negacyclic() && t % 2) v[t] = F64::all(0) - v[t];
+          if (turned && t % 2) v[t] = F64::all(0) - v[t];
         }
-        for (u32 j = 0; j < k; ++j) {
-          F64 sum = F64::all(0);
-          for (u32 t = 0; t < filled; ++t)
-            sum = sum + (j == 0 ? v[t] : factors[r].times(mod, v[t], j, phase[h / L][t]));
-          mod.reduce(sum).store(out + (r * k + j) * stride + h);
-        }
+        odd.forward(mod, plan.set->dft[r], i + h, v);
+#pragma GCC unroll 7
+        for (u32 j = 0; j < K; ++j) mod.reduce(v[j]).store(out + (r * K + j) * stride + h);
       }
     }
   }
@@ -413,22 +381,22 @@ u64 filled_rows(const ResiduePlan& plan, ResidueOperand a, u64 c) {
 }
 
 // Split and the first levels: tiles of columns, every sequence of every prime, go from words to F.
-void first_stage(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin, u64 end, double* tile) {
-  const u32 k = plan.row.k, sequences = plan.row.P * k;
+template <u32 K>
+void first_stage_of(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin, u64 end, double* tile) {
+  const u32 sequences = plan.row.P * K;
   const u64 M = plan.length(), q = plan.columns(), rows = plan.rows(), C = plan.tile_columns();
-  OddFactors factors[kMaxResiduePrimes];
-  for (u32 r = 0; r < plan.row.P; ++r) factors[r].fill(plan.modulus[r], OddMap(k, plan.row.n), false);
-  if (rows == 1) return split_points(plan, factors, a, begin, end - begin, F + begin, M);
+  const OddFactor<K> odd(plan.row.n);
+  if (rows == 1) return split_points(plan, odd, a, begin, end - begin, F + begin, M);
   const u32 levels = plan.levels(), upper = (levels + 1) / 2, lower = levels - upper;
   const u64 node = plan.first_node();
   for (u64 c = begin; c < end; c += C) {
     const u64 width = end - c < C ? end - c : C, filled = filled_rows(plan, a, c);
     const bool half = filled <= rows / 2;
-    for (u64 j = 0; j < filled; ++j) split_points(plan, factors, a, j * q + c, width, tile + j * C, rows * C);
+    for (u64 j = 0; j < filled; ++j) split_points(plan, odd, a, j * q + c, width, tile + j * C, rows * C);
     for (u32 s = 0; s < sequences; ++s) {
       double* x = tile + s * rows * C;
       double* y = F + s * M + c;
-      const ResidueModulus& modulus = plan.modulus[s / k];
+      const ResidueModulus& modulus = plan.modulus[s / K];
       for (u64 j = filled; j < (half ? rows / 2 : rows); ++j) __builtin_memset(x + j * C, 0, 8 * C);
       const u64 group = rows >> upper;  // rows a subtree of the upper levels
       with_levels(upper, [&](auto n) {
@@ -456,47 +424,45 @@ void first_stage(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin
   }
 }
 
-// The odd factor's inverse butterfly over `width` points of each sequence from position i on.
-void join_sequences(const ResiduePlan& plan, const OddFactors* factors, u64 i, u64 width, double* x,
+// The odd factor's inverse over `width` points of each sequence from position i on.
+template <u32 K>
+void join_sequences(const ResiduePlan& plan, const OddFactor<K>& odd, u64 i, u64 width, double* x,
                     u64 stride) {
-  const u32 P = plan.row.P, k = plan.row.k;
-  if (k == 1) return;
-  const OddMap map(k, plan.row.n);
-  for (u32 r = 0; r < P; ++r) {
+  if constexpr (K == 1) return;
+  const bool turned = plan.negacyclic();
+  for (u32 r = 0; r < plan.row.P; ++r) {
     const Mod mod(plan.modulus[r]);
-    double* y = x + r * k * stride;
+    double* y = x + r * K * stride;
     for (u64 h = 0; h < width; h += L) {
-      F64 v[7], first = F64::load(y + h);
-      for (u32 j = 1; j < k; ++j) v[j] = F64::load(y + j * stride + h);
-      for (u32 t = 0; t < k; ++t) {
-        F64 sum = first;
-        const u32 c = map.phase(t, i + h);
-        for (u32 j = 1; j < k; ++j) sum = sum + factors[r].times(mod, v[j], j, c);
-        if (plan.negacyclic() && t % 2) sum = F64::all(0) - sum;
-        sum.store(y + t * stride + h);
-      }
+      F64 v[K];
+#pragma GCC unroll 7
+      for (u32 j = 0; j < K; ++j) v[j] = F64::load(y + j * stride + h);
+      odd.inverse(mod, plan.set->dft[r], i + h, v);
+#pragma GCC unroll 7
+      for (u32 t = 0; t < K; ++t) (turned && t % 2 ? F64::all(0) - v[t] : v[t]).store(y + t * stride + h);
     }
   }
 }
 
 // Row j of each output of the odd factor, points [i, i + width) of its sequences, into its run.
-void join_row(const ResiduePlan& plan, const OddFactors* factors, u64 i, u64 width, double* x, u64 stride,
+template <u32 K>
+void join_row(const ResiduePlan& plan, const OddFactor<K>& odd, u64 i, u64 width, double* x, u64 stride,
               ResidueJoinRun* runs, u64 runs_stride) {
-  join_sequences(plan, factors, i, width, x, stride);
-  for (u32 t = 0; t < plan.row.k; ++t) {
+  join_sequences(plan, odd, i, width, x, stride);
+  for (u32 t = 0; t < K; ++t) {
     ResidueJoinRun& run = runs[t * runs_stride];
-    if (2 * run.word < run.window.end) join(plan, x + t * stride, plan.row.k * stride, width, run);
+    if (2 * run.word < run.window.end) join(plan, x + t * stride, K * stride, width, run);
   }
 }
 
 // The last levels, the odd factor and the join: tiles of columns, every sequence of every prime.
-void last_stage(const ResiduePlan& plan, double* F, u64 begin, u64 end, double* tile, ResidueJoinRun* runs,
-                u64 stride) {
-  const u32 k = plan.row.k, sequences = plan.row.P * k;
+template <u32 K>
+void last_stage_of(const ResiduePlan& plan, double* F, u64 begin, u64 end, double* tile, ResidueJoinRun* runs,
+                   u64 stride) {
+  const u32 sequences = plan.row.P * K;
   const u64 M = plan.length(), q = plan.columns(), rows = plan.rows(), C = plan.tile_columns();
-  OddFactors factors[kMaxResiduePrimes];
-  for (u32 r = 0; r < plan.row.P; ++r) factors[r].fill(plan.modulus[r], OddMap(k, plan.row.n), true);
-  if (rows == 1) return join_row(plan, factors, begin, end - begin, F + begin, M, runs, stride);
+  const OddFactor<K> odd(plan.row.n);
+  if (rows == 1) return join_row(plan, odd, begin, end - begin, F + begin, M, runs, stride);
   const u32 levels = plan.levels(), upper = (levels + 1) / 2, lower = levels - upper;
   const u64 node = plan.first_node(), group = rows >> upper;
   for (u64 c = begin; c < end; c += C) {
@@ -504,7 +470,7 @@ void last_stage(const ResiduePlan& plan, double* F, u64 begin, u64 end, double* 
     for (u32 s = 0; s < sequences; ++s) {
       double* x = tile + s * rows * C;
       const double* y = F + s * M + c;
-      const ResidueModulus& modulus = plan.modulus[s / k];
+      const ResidueModulus& modulus = plan.modulus[s / K];
       if (lower)
         with_levels(lower, [&](auto n) {
           for (u64 b = 0; b < rows / group; ++b) {
@@ -525,11 +491,19 @@ void last_stage(const ResiduePlan& plan, double* F, u64 begin, u64 end, double* 
       });
     }
     for (u64 j = 0; j < rows; ++j)
-      join_row(plan, factors, j * q + c, width, tile + j * C, rows * C, runs + j * stride, rows * stride);
+      join_row(plan, odd, j * q + c, width, tile + j * C, rows * C, runs + j * stride, rows * stride);
   }
 }
 
 // Interim.
+void first_stage(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin, u64 end, double* tile) {
+  with_odd_factor(plan.row.k, [&](auto k) { first_stage_of<k>(plan, F, a, begin, end, tile); });
+}
+void last_stage(const ResiduePlan& plan, double* F, u64 begin, u64 end, double* tile, ResidueJoinRun* runs,
+                u64 stride) {
+  with_odd_factor(plan.row.k, [&](auto k) { last_stage_of<k>(plan, F, begin, end, tile, runs, stride); });
+}
+
 }  // namespace
 
 extern const ResidueKernels residue_kernel_table;

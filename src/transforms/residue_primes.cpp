@@ -1,6 +1,7 @@
 #include "transforms/residue_primes.h"
 
 #include <algorithm>
+#include <initializer_list>
 #include <vector>
 
 #include "frame/exceptions.h"
@@ -55,6 +56,26 @@ u64 bits_at(const u64 (&a)[8], u32 at, u32 count) {
   return static_cast<u64>(pair >> shift) & ((u64{1} << count) - 1);
 }
 
+void make_dft(const ResiduePrime& prime, u32 k, u64 root, ResidueFactor* dft) {
+  if (k == 1) return;
+  const auto subtract = [&](u64 a, u64 b) { return a >= b ? a - b : a + prime.p - b; };
+  const u64 inverse = prime.inverse(root), half = prime.half[1];
+  u64 c[4], s[4];
+  for (u32 j = 1; j < 4; ++j) {
+    const u64 power = prime.power(root, j), back = prime.power(inverse, j);
+    c[j] = prime.multiply(half, (power + back) % prime.p);
+    s[j] = prime.multiply(half, subtract(power, back));
+  }
+  const auto put = [&](std::initializer_list<u64> values) {
+    for (const u64 value : values) *dft++ = prime.factor(value);
+  };
+  if (k == 3) put({root});
+  if (k == 5)
+    put({prime.p - prime.half[2], prime.multiply(half, subtract(c[1], c[2])), s[1], subtract(s[2], s[1]),
+         (s[1] + s[2]) % prime.p});
+  if (k == 7) put({c[1], c[2], c[3], s[1], s[2], s[3]});
+}
+
 struct Tables {
   std::vector<ResiduePrime> primes;
   ResidueSet sets[6][4];
@@ -102,6 +123,7 @@ struct Tables {
         u64 power = 1;
         for (u32 j = 0; j < set.k; ++j, power = prime.multiply(power, root))
           set.odd[i][j] = prime.factor(power);
+        make_dft(prime, set.k, root, set.dft[i]);
         for (u32 j = 0; j < 4; ++j) set.limb[i][j] = prime.factor(prime.power(2, 48 * j));
       }
     }

@@ -44,7 +44,10 @@ struct ResidueSet {
   double modulus_limb[9];                    ///< the modulus, -2^(bits - 1) to 2^(bits - 1); the last to 2^48
   u64 scale[kMaxResiduePrimes];              ///< (k modulus / p)^-1 mod p
   ResidueFactor limb[kMaxResiduePrimes][4];  ///< 2^(48 j) mod p
-  ResidueFactor odd[kMaxResiduePrimes][7];   ///< powers of a root of order k
+  ResidueFactor odd[kMaxResiduePrimes][7];   ///< powers of a root w of order k
+  /// What a transform of length k multiplies by, with c_j and s_j half the sum and difference of w^j and
+  /// w^-j: w; -1/4, (c_1 - c_2) / 2, s_1, s_2 - s_1, s_1 + s_2; c_1, c_2, c_3, s_1, s_2, s_3.
+  ResidueFactor dft[kMaxResiduePrimes][6];
 };
 
 /// One row of the size table: k * 2^n points modulo P primes, 24 (P - 1) bits a point.

@@ -1,10 +1,14 @@
 #include "transforms/residue_kernels.h"
 
+#include <type_traits>
+#include <utility>
+
 #include "simd/begin_scalar.h"
 
 #include "transforms/residue_mod.kernel.h"
 // Above the rest, which uses it.
 #include "transforms/residue_join.kernel.h"
+#include "transforms/residue_odd.kernel.h"
 #include "transforms/residue_pass.kernel.h"
 
 #include "simd/end.h"
