@@ -94,6 +94,19 @@ bool Parameters::pointwise_negacyclic(void*, const void*, u32*, void*, ParallelC
   throw InvalidParametersException("Parameters::pointwise_negacyclic()", "Invalid Function Parameters:   ");
 }
 
+void Parameters::product_cyclic(void* F, void* G, const u32* A, u64 AL, const u32* B, u64 BL, u32* T,
+                                void* tmp, ParallelContext parallel) const {
+  forward_cyclic(F, A, AL, tmp, parallel);
+  if (G != F) forward_cyclic(G, B, BL, tmp, parallel);
+  pointwise_cyclic(F, G, T, tmp, parallel);
+}
+bool Parameters::product_negacyclic(void* F, void* G, const u32* A, u64 AL, const u32* B, u64 BL, u32* T,
+                                    void* tmp, ParallelContext parallel) const {
+  forward_negacyclic(F, A, AL, tmp, parallel);
+  if (G != F) forward_negacyclic(G, B, BL, tmp, parallel);
+  return pointwise_negacyclic(F, G, T, tmp, parallel);
+}
+
 const FamilyTables* TransformTables::find(std::string_view family_id) const {
   for (const auto& [id, tables] : families_)
     if (id == family_id) return tables.get();

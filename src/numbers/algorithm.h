@@ -120,6 +120,13 @@ class Parameters {
   /// The same modulo W^n + 1. True when the product is W^n, whose words T then holds: all zero.
   virtual bool pointwise_negacyclic(void* F, const void* G, u32* T, void* tmp,
                                     ParallelContext parallel) const;
+  /// T[0, n) = A * B modulo W^n - 1 and W^n + 1, for operands that nobody transformed: what the operations
+  /// above give, in fewer sweeps where the family can. F and G are lost; G is F when A is B. A may lie in G's
+  /// memory, and T as above.
+  virtual void product_cyclic(void* F, void* G, const u32* A, u64 AL, const u32* B, u64 BL, u32* T, void* tmp,
+                              ParallelContext parallel) const;
+  virtual bool product_negacyclic(void* F, void* G, const u32* A, u64 AL, const u32* B, u64 BL, u32* T,
+                                  void* tmp, ParallelContext parallel) const;
 
  protected:
   u64 max_bits_ = 0;

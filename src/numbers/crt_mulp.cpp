@@ -93,14 +93,12 @@ void cyclic_product(const Parameters& params, const Areas& areas, const u32* A, 
   const u64 n = params.cyclic_words();
   if (AL > n) {
     fold_cyclic(areas.residue, A, AL, n, parallel);
-    params.forward_cyclic(areas.F, areas.residue, n, areas.tmp, parallel);
-  } else {
-    params.forward_cyclic(areas.F, A, AL, areas.tmp, parallel);
+    A = areas.residue;
+    AL = n;
   }
-  if (areas.G != areas.F) params.forward_cyclic(areas.G, B, BL, areas.tmp, parallel);
   const bool whole = areas.cyclic.count == 1;
   u32* const C = whole ? areas.cyclic.piece[0].words : areas.residue;
-  params.pointwise_cyclic(areas.F, areas.G, C, areas.tmp, parallel);
+  params.product_cyclic(areas.F, areas.G, A, AL, B, BL, C, areas.tmp, parallel);
   if (!whole) keep(areas.cyclic, C, n, parallel);
 }
 
@@ -110,12 +108,10 @@ bool negacyclic_product(const Parameters& params, const Areas& areas, const u32*
   if (AL > n) {
     if (fold_negacyclic(areas.residue, A, AL, n, parallel))
       return negate_negacyclic(areas.residue, B, BL, n, parallel);
-    params.forward_negacyclic(areas.F, areas.residue, n, areas.tmp, parallel);
-  } else {
-    params.forward_negacyclic(areas.F, A, AL, areas.tmp, parallel);
+    A = areas.residue;
+    AL = n;
   }
-  if (areas.G != areas.F) params.forward_negacyclic(areas.G, B, BL, areas.tmp, parallel);
-  return params.pointwise_negacyclic(areas.F, areas.G, areas.residue, areas.tmp, parallel);
+  return params.product_negacyclic(areas.F, areas.G, A, AL, B, BL, areas.residue, areas.tmp, parallel);
 }
 
 void check_length(const Parameters& params, u64 words) {

@@ -186,6 +186,14 @@ class ResidueParameters final : public Parameters {
                             ParallelContext parallel) const override {
     return wrapped_product(ResidueForm::kNegacyclic, F, G, T, tmp, parallel);
   }
+  void product_cyclic(void* F, void* G, const u32* A, u64 AL, const u32* B, u64 BL, u32* T, void* tmp,
+                      ParallelContext parallel) const override {
+    raw_product(ResidueForm::kCyclic, F, G, operand(A, AL), operand(B, BL), T, tmp, parallel);
+  }
+  bool product_negacyclic(void* F, void* G, const u32* A, u64 AL, const u32* B, u64 BL, u32* T, void* tmp,
+                          ParallelContext parallel) const override {
+    return raw_product(ResidueForm::kNegacyclic, F, G, operand(A, AL), operand(B, BL), T, tmp, parallel);
+  }
   bool compatible(const Parameters& other) const override {
     const auto* o = dynamic_cast<const ResidueParameters*>(&other);
     return o && o->run_.row().P == run_.row().P && o->run_.row().k == run_.row().k &&
@@ -202,6 +210,15 @@ class ResidueParameters final : public Parameters {
                        ParallelContext parallel) const {
     const ResiduePlan plan = run_.plan(form);
     run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(const_cast<void*>(G)), false, parallel);
+    return run_.finish(plan, static_cast<double*>(F), {T, 0, cyclic_words_}, tmp, parallel);
+  }
+  bool raw_product(ResidueForm form, void* F, void* G, ResidueOperand a, ResidueOperand b, u32* T, void* tmp,
+                   ParallelContext parallel) const {
+    check_length(run_.row(), std::max(a.bytes, b.bytes) / 4);
+    const ResiduePlan plan = run_.plan(form);
+    run_.start(plan, static_cast<double*>(F), a, tmp, parallel);
+    if (G != F) run_.start(plan, static_cast<double*>(G), b, tmp, parallel);
+    run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(G), true, parallel);
     return run_.finish(plan, static_cast<double*>(F), {T, 0, cyclic_words_}, tmp, parallel);
   }
 
