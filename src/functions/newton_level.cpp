@@ -76,7 +76,7 @@ Estimate subtract_numbers(BigFloat<W>& difference, u64 n, const BigFloat<W>& a, 
 template <class W>
 LevelShape LevelShape::plain(u64 n) {
   const u64 h = (n + 1) >> 1;
-  return {n, h, 2 * (h + 2), 0};
+  return {n, h, 2 * (h + 2), 0, 1};
 }
 
 template <class W>
@@ -94,28 +94,29 @@ LevelShape LevelShape::wrapped(u64 n, u64 tds) {
 
 template <class W>
 LevelProducts<W>::LevelProducts(const MultiplyContext& ctx, const LevelShape& shape, W* buffer)
-    : helper_(ctx, shape.product_words), shape_(shape), buffer_(buffer, shape.buffer_words()) {
+    : helper_(ctx, shape.product_words, shape.kept), shape_(shape), buffer_(buffer, shape.buffer_words()) {
   if (shape.wrap && helper_.parameters().cyclic_words() != shape.wrap * kHalfWords<W>)
     throw InvalidParametersException("LevelProducts::LevelProducts()", "The plan has another shape.");
 }
 
 template <class W>
-void LevelProducts<W>::keep(const BigFloat<W>& t) {
-  kept_top_ = t.to_double(&kept_top_exp_);
-  if (!shape_.wrap) return kept_.forward(helper_, shape_.below, t);
+void LevelProducts<W>::keep(const BigFloat<W>& t, u64 index) {
+  used_ = index;
+  kept_[index].top = t.to_double(&kept_[index].top_exp);
+  if (!shape_.wrap) return kept().forward(helper_, shape_.below, t, index);
   const BigFloat<W> used = top_words(t, shape_.below + 2);
-  kept_.clear();
-  kept_.exp = used.exp;
-  kept_.L = used.L;
-  kept_.sign = used.sign;
-  kept_.magnitude = used.magnitude();
-  helper_.parameters().forward_cyclic(helper_.kept(0), reinterpret_cast<const u32*>(used.T),
+  kept().clear();
+  kept().exp = used.exp;
+  kept().L = used.L;
+  kept().sign = used.sign;
+  kept().magnitude = used.magnitude();
+  helper_.parameters().forward_cyclic(helper_.kept(used_), reinterpret_cast<const u32*>(used.T),
                                       used.L * kHalfWords<W>, helper_.scratch(), helper_.parallel());
 }
 
 template <class W>
 void LevelProducts<W>::keep_and_square(BigFloat<W>& T, const BigFloat<W>& t) {
-  BigFloatTransformR<W>::sqr_rx_xf(helper_, T, shape_.n + 1, t, kept_);
+  BigFloatTransformR<W>::sqr_rx_xf(helper_, T, shape_.n + 1, t, kept());
 }
 
 // Of the product of a and the kept number over `ideal`, which is 1 when zero: as far as doubles tell. 0 and
@@ -123,9 +124,9 @@ void LevelProducts<W>::keep_and_square(BigFloat<W>& T, const BigFloat<W>& t) {
 template <class W>
 double LevelProducts<W>::top_ratio(const BigFloat<W>& a, const BigFloat<W>& ideal) const {
   s64 exp_a = 0, exp_ideal = 0;
-  double x = a.to_double(&exp_a) * kept_top_;
+  double x = a.to_double(&exp_a) * kept_[used_].top;
   if (ideal.L != 0) x /= ideal.to_double(&exp_ideal);
-  const s64 words = std::clamp<s64>(exp_a + kept_top_exp_ - exp_ideal, -9, 9);
+  const s64 words = std::clamp<s64>(exp_a + kept_[used_].top_exp - exp_ideal, -9, 9);
   return std::abs(std::ldexp(x, static_cast<int>(words) * static_cast<int>(8 * sizeof(W))));
 }
 
@@ -135,12 +136,12 @@ void LevelProducts<W>::residue(const BigFloat<W>& a) {
   const Parameters& parameters = helper_.parameters();
   parameters.forward_cyclic(helper_.working(), reinterpret_cast<const u32*>(a.T), a.L * kHalfWords<W>,
                             helper_.scratch(), helper_.parallel());
-  parameters.pointwise_cyclic(helper_.working(), helper_.kept(0), reinterpret_cast<u32*>(buffer_.base),
+  parameters.pointwise_cyclic(helper_.working(), helper_.kept(used_), reinterpret_cast<u32*>(buffer_.base),
                               helper_.scratch(), helper_.parallel());
   buffer_.T = buffer_.base;
   buffer_.L = shape_.wrap;
-  buffer_.exp = a.exp + kept_.exp;
-  buffer_.sign = a.sign == kept_.sign;
+  buffer_.exp = a.exp + kept().exp;
+  buffer_.sign = a.sign == kept().sign;
 }
 
 // The residue less A W^at, `at` of any size, L <= m.
@@ -180,7 +181,7 @@ Estimate LevelProducts<W>::take_residue(s64 exp) {
 template <class W>
 void LevelProducts<W>::into_buffer(u64 p, const BigFloat<W>& a) {
   const BigFloat<W> used = top_words(a, shape_.below + 2);
-  if (!shape_.wrap) return BigFloatTransformR<W>::mul_rf_xf(helper_, buffer_, p, used, kept_);
+  if (!shape_.wrap) return BigFloatTransformR<W>::mul_rf_xf(helper_, buffer_, p, used, kept());
   residue(used);
   buffer_.strip_top_zeros(helper_.parallel());
 }
@@ -188,7 +189,7 @@ void LevelProducts<W>::into_buffer(u64 p, const BigFloat<W>& a) {
 template <class W>
 void LevelProducts<W>::multiply(BigFloat<W>& T, u64 p, const BigFloat<W>& a) {
   if (!shape_.wrap)
-    return BigFloatTransformR<W>::mul_rf_xf(helper_, T, p, top_words(a, shape_.below + 2), kept_);
+    return BigFloatTransformR<W>::mul_rf_xf(helper_, T, p, top_words(a, shape_.below + 2), kept());
   into_buffer(p, a);
   T.set_BigFloat(p, buffer_, helper_.parallel());
 }
@@ -251,7 +252,7 @@ Estimate LevelProducts<W>::difference(BigFloat<W>& work, BigFloat<W>& plain_diff
     const double product = ratio * static_cast<double>(top);
     tops_disagree(function, top, product < 0x1p63 ? static_cast<u64>(product) : ~u64{0});
   }
-  const s64 exp = divisor.exp + kept_.exp;
+  const s64 exp = divisor.exp + kept().exp;
   if (exp > dividend.exp) {
     // The product ends above the dividend: zeros below the divisor bring them level.
     const u64 zeros = static_cast<u64>(exp - dividend.exp);

@@ -24,6 +24,7 @@ struct LevelShape {
   u64 below = 0;          ///< h
   u64 product_words = 0;  ///< that the shape is asked for
   u64 wrap = 0;           ///< m; 0: plain
+  u64 kept = 1;           ///< numbers whose transforms are kept at once, 1 or 2
 
   template <class W>
   static LevelShape plain(u64 n);
@@ -35,7 +36,7 @@ struct LevelShape {
   u64 buffer_words() const { return wrap ? wrap : below + 3; }
   template <class W>
   u64 bytes(u64 tds) const {
-    return TransformHelper<W>::bytes(product_words, tds);
+    return TransformHelper<W>::bytes(product_words, tds, kept);
   }
 };
 
@@ -48,8 +49,10 @@ class LevelProducts {
   LevelProducts(const LevelProducts&) = delete;
   LevelProducts& operator=(const LevelProducts&) = delete;
 
-  /// Transforms the top h + 2 words of t to keep.
-  void keep(const BigFloat<W>& t);
+  /// Transforms the top h + 2 words of t, to keep them as number `index` of shape.kept, and uses them.
+  void keep(const BigFloat<W>& t, u64 index = 0);
+  /// Uses number `index` again: "the kept number" below.
+  void use(u64 index) { used_ = index; }
   /// T = t^2 to n + 3 words, and t is kept. Plain shapes only.
   void keep_and_square(BigFloat<W>& T, const BigFloat<W>& t);
   /// T = the top h + 2 words of a times the kept number, to p + 2 words.
@@ -73,6 +76,13 @@ class LevelProducts {
   void correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate side);
 
  private:
+  struct Kept {
+    BigFloatTransformR<W> transform;
+    double top = 0;  ///< the number as a double times W^top_exp
+    s64 top_exp = 0;
+  };
+
+  BigFloatTransformR<W>& kept() { return kept_[used_].transform; }
   double top_ratio(const BigFloat<W>& a, const BigFloat<W>& ideal) const;
   void residue(const BigFloat<W>& a);
   void subtract(const W* A, u64 L, u64 at);
@@ -83,9 +93,8 @@ class LevelProducts {
   const LevelShape shape_;
   BigFloat<W> buffer_;
   BigFloat<W> error_;
-  BigFloatTransformR<W> kept_;
-  double kept_top_ = 0;  ///< the kept number as a double times W^kept_top_exp_
-  s64 kept_top_exp_ = 0;
+  Kept kept_[2];
+  u64 used_ = 0;
 };
 
 }  // namespace orl

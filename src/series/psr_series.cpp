@@ -98,13 +98,18 @@ PSR_Series<Store>::PSR_Series(std::unique_ptr<const Series<W>> series, const Ser
   const u64 one = LinearHeapBuffer::cut_bytes<W>(fraction_words_),
             sum = LinearHeapBuffer::cut_bytes<W>(sum_words);
   const u64 linear = 2 * one + 2 * sum;
-  const u64 quotient = one + sum + division_.need().ram_bytes;
-  need_ = division_.need();
-  need_.ram_bytes = std::max(linear, quotient);
+  const auto quotient = [&] { return one + sum + division_.need().ram_bytes; };
+  u64 others = linear;
+  u64 table_bits = 0;
   for (const auto& block : blocks_) {
-    need_.ram_bytes = std::max(need_.ram_bytes, block->total_bytes());
-    need_.table_bits = std::max(need_.table_bits, block->product_words() * 8 * sizeof(W));
+    others = std::max(others, block->total_bytes());
+    table_bits = std::max(table_bits, block->product_words() * 8 * sizeof(W));
   }
+  // The reciprocal's transform is kept where that does not decide the memory.
+  if (quotient() > others) division_ = Division<Store>(p, tds_, false);
+  need_ = division_.need();
+  need_.ram_bytes = std::max(others, quotient());
+  need_.table_bits = std::max(need_.table_bits, table_bits);
 }
 
 template <class Store>
