@@ -47,9 +47,9 @@ RESIDUE_INLINE void forward_butterflies(const Mod& mod, F64 (&v)[1u << Levels], 
   constexpr u32 R = 1u << Levels;
 #pragma GCC unroll 4
   for (u32 l = 0; l < Levels; ++l) {
-    const u32 half = R >> (l + 1);
+    const u32 nodes = 1u << l, half = R >> (l + 1);
 #pragma GCC unroll 8
-    for (u32 b = 0; b < (1u << l); ++b)
+    for (u32 b = 0; b < nodes; ++b) {
 #pragma GCC unroll 8
       for (u32 j = 0; j < half; ++j) {
         F64& lo = v[2 * b * half + j];
@@ -58,6 +58,7 @@ RESIDUE_INLINE void forward_butterflies(const Mod& mod, F64 (&v)[1u << Levels], 
         hi = lo - t;
         lo = lo + t;
       }
+    }
   }
 }
 
@@ -67,9 +68,9 @@ RESIDUE_INLINE void inverse_butterflies(const Mod& mod, F64 (&v)[1u << Levels], 
   constexpr u32 R = 1u << Levels;
 #pragma GCC unroll 4
   for (u32 s = 0; s < Levels; ++s) {
-    const u32 l = Levels - 1 - s, half = 1u << s;
+    const u32 l = Levels - 1 - s, nodes = 1u << l, half = 1u << s;
 #pragma GCC unroll 8
-    for (u32 b = 0; b < (1u << l); ++b)
+    for (u32 b = 0; b < nodes; ++b) {
 #pragma GCC unroll 8
       for (u32 j = 0; j < half; ++j) {
         F64& lo = v[2 * b * half + j];
@@ -78,6 +79,7 @@ RESIDUE_INLINE void inverse_butterflies(const Mod& mod, F64 (&v)[1u << Levels], 
         lo = lo + hi;
         hi = mod.times(t, F64::all(w[(1u << l) + b]), F64::all(ratio[(1u << l) + b]));
       }
+    }
     // The sums that met no product yet would pass 2^51 in the last two levels.
     if (Levels == 4 && s == 1) {
 #pragma GCC unroll 4
