@@ -107,7 +107,7 @@ TYPED_TEST(BoundedProducts, ManySizesShapesAndWindows) {
 TYPED_TEST(BoundedProducts, FullShapesOfAllOnes) {
   using W = TypeParam;
   Parallelizer_None none;
-  constexpr u64 kBits = u64{1} << 21;
+  constexpr u64 kBits = u64{1} << 19;
   each_wrapping_algorithm(kBits, [&](const Algorithm& algorithm) {
     const OwnTables tables(algorithm, kBits);
     u64 full = 0;
