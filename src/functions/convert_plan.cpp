@@ -26,8 +26,11 @@ constexpr u32 kWordBits = 8 * sizeof(W);
 // Guard words. Let u be a unit of the lowest word of a node's fraction. A node of n digits holds at least
 // n log2(r)/bits + 2 words, so u * r^n < W^-2. Multiplying by r^h turns an error of c units into at most c
 // units of the low part's fraction; the product adds one for what is cut below the window and at most three
-// for carries lost from trimmed operands. Under 56 levels the error of any digit string is thus below 225
-// W^-2 of its last digit: for u32, less than 2^-56.
+// for carries lost from trimmed operands, or one for words that are left out of a middle product and two for
+// its wrapping. Under 56 levels the error of any digit string is thus below 225
+// W^-2 of its last digit: for u32, less than 2^-56. All errors make fractions smaller, so a fraction that
+// lies less than that above 0 comes near 1 instead, as the overlap tells; the top has no such fractions, as
+// run() answers those of less than W^2 units with zeros, and W^2 units are W^-1 of the last digit or more.
 template <class W>
 u64 ConvertPlanP<W>::fraction_words(u64 n) const {
   return static_cast<u64>(static_cast<double>(n) * words_per_digit_) + 1 + kGuardWords;
@@ -71,10 +74,18 @@ void ConvertPlanP<W>::plan_levels() {
     level.low_words = fraction_words(level.max_digits - level.digits);
     const u64 fraction = fraction_words(level.max_digits) - level.power_exp;
     level.transform = (fraction + level.power_words) * kWordBits<W> > kBasecaseBits<W>;
-    // In two pieces the top product needs a third less memory, for two transforms more of two thirds the
-    // length.
-    level.piece_words = level.transform && i + 1 == levels_ ? (fraction + 1) / 2 : fraction;
+    const bool top = i + 1 == levels_;
+    // In two pieces the top product needs less memory, for two transforms more. Pieces of a wrapped one share
+    // a word.
+    level.piece_words = level.transform && top ? (fraction + 1) / 2 : fraction;
     level.product_words = level.piece_words + level.power_words;
+    if (!level.transform) continue;
+    const u64 window = top ? level.low_words / 2 + 1 : level.low_words;
+    const MiddleProduct<W> middle(level.power_words, window);
+    if (middle.form() == ProductForm::whole) continue;
+    level.form = middle.form();
+    level.piece_words = window;
+    level.product_words = middle.words();
   }
 }
 
@@ -84,10 +95,13 @@ u64 ConvertPlanP<W>::product_bytes(u64 level, u64 tds, bool kept) const {
   if (!level_[level].transform)
     return round_up_64(
         mul_window_scratch<W>(0, words, words - level_[level].power_words, level_[level].power_words));
-  const MultiplySizes sizes = basic_table<W>().sizes(words, tds);
-  const u64 upper_piece =
-      level + 1 == levels_ ? LinearHeapBuffer::cut_bytes<W>(level_[level].piece_words) : 0;
-  return (kept ? 1 : 2) * round_up_64(sizes.transform_bytes) + round_up_64(sizes.scratch_bytes) + upper_piece;
+  ParametersBox box;
+  const Parameters& shape = basic_table<W>().parameters_for(box, nullptr, words, tds);
+  const u64 upper_piece = level_[level].form == ProductForm::whole && level + 1 == levels_
+                              ? LinearHeapBuffer::cut_bytes<W>(level_[level].piece_words)
+                              : 0;
+  return (kept ? 1 : 2) * round_up_64(shape.transform_size()) + round_up_64(shape.scratch_size()) +
+         MiddleProduct<W>::result_bytes(level_[level].form, shape) + upper_piece;
 }
 
 template <class W>

@@ -41,6 +41,12 @@ void show_size(StatusNode& status, u64 words, double done) {
   status.set_line(text, done);
 }
 
+[[noreturn]] void throw_overlap_mismatch(u64 words, u64 expected, u64 actual) {
+  throw AlgorithmFailedException(
+      "CBRv2::convert_L()", "Overlap Mismatch:\n    RL = " + std::to_string(words) + "\n    Expected = " +
+                                std::to_string(expected) + "\n    Actual   = " + std::to_string(actual));
+}
+
 // One run of a plan. Nodes are (digits, fraction): digits[1, n) are written and digits[0] is returned,
 // because in a high part it is the word that overlaps the low part.
 template <class W>
@@ -70,6 +76,11 @@ class Conversion {
                         LinearHeapBuffer heap) const;
   void multiply(const RunContext& ctx, u64 level, W* T, u64 skip, u64 end, Fraction f,
                 LinearHeapBuffer heap) const;
+  template <class Product>
+  void multiply_pieces(u64 level, W* T, u64 skip, u64 end, Fraction f, LinearHeapBuffer heap,
+                       ParallelContext parallel, Product&& product) const;
+  template <class Window>
+  void multiply_windows(u64 level, W* T, u64 skip, u64 end, ParallelContext parallel, Window&& window) const;
   W halves(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high,
            LinearHeapBuffer heap) const;
   W join(const Split& s, W* D, W low_bottom, W overlap) const;
@@ -99,6 +110,9 @@ void Conversion<W>::run(const RunContext& ctx, Fraction f, LinearHeapBuffer heap
     digits_[0] = base_case(digits_, f, n);
     return;
   }
+  // Less than W^2 units are less than the last digit.
+  const u64 below = plan_.fraction_words() - f.L, tiny = below < 2 ? std::min(2 - below, f.L) : 0;
+  if (bp_strip<W>(0, f.T + tiny, f.L - tiny) == 0) return bp_fill(digits_, n, 0, ctx.parallel);
   orl_CBRv2_ci_btrf_build_table(plan_, ctx, powers_, heap);
   make_shapes();
   const Split top = split(n, plan_.levels());
@@ -134,7 +148,8 @@ void Conversion<W>::keep_transforms(const RunContext& ctx, LinearHeapBuffer& hea
     const Parameters& parallel_shape = shape(i, ctx.parallel.tds, box);
     LinearHeapBuffer scratch = heap;
     void* tmp = scratch.cut<u8>(parallel_shape.scratch_size());
-    forward_words(parallel_shape, kept_[i], powers_[i].T, powers_[i].L, tmp, ctx.parallel);
+    MiddleProduct<W>::forward(plan_.level(i).form, parallel_shape, kept_[i], powers_[i].T, powers_[i].L, tmp,
+                              ctx.parallel);
   }
 }
 
@@ -177,27 +192,62 @@ void Conversion<W>::multiply(const RunContext& ctx, u64 level, W* T, u64 skip, u
     return mul_window(T, skip, end, f.T, f.L, power.T, power.L, tmp);
   }
   ParametersBox box;
-  const Parameters& form = shape(level, ctx.parallel.tds, box);
-  void* F = heap.cut<u8>(form.transform_size());
-  void* G = kept_[level] ? kept_[level] : heap.cut<u8>(form.transform_size());
-  void* tmp = heap.cut<u8>(form.scratch_size());
+  const ProductForm form = plan_.level(level).form;
+  const Parameters& sized = shape(level, ctx.parallel.tds, box);
+  void* F = heap.cut<u8>(sized.transform_size());
+  void* G = kept_[level] ? kept_[level] : heap.cut<u8>(sized.transform_size());
+  void* tmp = heap.cut<u8>(sized.scratch_size());
+  W* result = heap.cut<W>(MiddleProduct<W>::result_bytes(form, sized) / sizeof(W));
+  if (!kept_[level]) MiddleProduct<W>::forward(form, sized, G, power.T, power.L, tmp, ctx.parallel);
   const auto product = [&](W* out, u64 begin, u64 stop, const W* words, u64 count) {
-    forward_words(form, F, words, count, tmp, ctx.parallel);
-    inverse_words(form, F, G, out, begin, stop, tmp, ctx.parallel);
+    MiddleProduct<W>::run(form, sized, F, G, power.L, out, begin, stop, words, count, result, tmp,
+                          ctx.parallel);
   };
-  if (!kept_[level]) forward_words(form, G, power.T, power.L, tmp, ctx.parallel);
+  if (form == ProductForm::whole) return multiply_pieces(level, T, skip, end, f, heap, ctx.parallel, product);
+  multiply_windows(level, T, skip, end, ctx.parallel, [&](W* out, u64 begin, u64 stop) {
+    // Words of f further down reach less than a unit of the window.
+    const u64 from = begin > power.L ? begin - power.L : 0;
+    if (bp_strip<W>(0, f.T + from, stop - from) == 0) return bp_fill(out, stop - begin, 0, ctx.parallel);
+    product(out, begin - from, stop - from, f.T + from, stop - from);
+  });
+}
+
+// By whole products of pieces of f.
+template <class W>
+template <class Product>
+void Conversion<W>::multiply_pieces(u64 level, W* T, u64 skip, u64 end, Fraction f, LinearHeapBuffer heap,
+                                    ParallelContext parallel, Product&& product) const {
   const u64 piece = plan_.level(level).piece_words;
   if (f.L <= piece) return product(T, skip, end, f.T, f.L);
   // The upper piece's product lies `piece` words up; what both carry past `end` is integer part.
-  const u64 low_end = std::max(skip, std::min(end, piece + power.L));
+  const u64 low_end = std::max(skip, std::min(end, piece + powers_[level].L));
   if (low_end > skip) product(T, skip, low_end, f.T, piece);
-  bp_fill(T + (low_end - skip), end - low_end, 0, ctx.parallel);
+  bp_fill(T + (low_end - skip), end - low_end, 0, parallel);
   const u64 from = skip > piece ? skip - piece : 0;
   const u64 count = end - piece - from;
   W* upper = heap.cut<W>(count);
   product(upper, from, end - piece, f.T + piece, f.L - piece);
   W* at = T + (piece + from - skip);
-  bp_add(at, at, upper, count, 0, ctx.parallel);
+  bp_add(at, at, upper, count, 0, parallel);
+}
+
+// By middle products of pieces of the window. The upper piece is off by a few units of its lowest word, which
+// is also the lower piece's highest: their difference there, added to the upper piece, makes one number of
+// both.
+template <class W>
+template <class Window>
+void Conversion<W>::multiply_windows(u64 level, W* T, u64 skip, u64 end, ParallelContext parallel,
+                                     Window&& window) const {
+  constexpr std::make_signed_t<W> kMaxOff = 4;
+  if (end - skip <= plan_.level(level).piece_words) return window(T, skip, end);
+  const u64 shared = skip + (end - skip - 1) / 2;
+  W* upper = T + (shared - skip);
+  window(T, skip, shared + 1);
+  const W below = *upper;
+  window(upper, shared, end);
+  const auto off = static_cast<std::make_signed_t<W>>(below - *upper);
+  if (off < -kMaxOff || off > kMaxOff) throw_overlap_mismatch(end - skip, *upper, below);
+  bp_carry<W>(off, upper, end - shared, parallel);
 }
 
 template <class W>
@@ -286,9 +336,7 @@ void match_overlap(W radix, W* high, u64 length, W low_word, W high_word, u64 di
     return;
   }
   if (low_word == high_word + 1 || high_word == low_word + 1) return;
-  throw AlgorithmFailedException(
-      "CBRv2::convert_L()", "Overlap Mismatch:\n    RL = " + std::to_string(digits) + "\n    Expected = " +
-                                std::to_string(high_word) + "\n    Actual   = " + std::to_string(low_word));
+  throw_overlap_mismatch(digits, high_word, low_word);
 }
 
 template void match_overlap(u32, u32*, u64, u32, u32, u64);

@@ -10,6 +10,8 @@
 // words
 //          a digit word, and the operand loses the words that would only reach the integer part. A power's
 //          transform is made once and kept, in memory that the first and largest product has left.
+// Products middle products: neither the integer part is wanted nor what lies below the digits, so transforms
+//          that wrap are as long as the operand and not as the product.
 // Threads  the upper log2(tds) levels fork, at most 8, a large top level excepted; table and plan are
 // read-only then.
 #pragma once
@@ -17,6 +19,7 @@
 #include <array>
 
 #include "frame/types.h"
+#include "functions/transform_words.h"
 #include "numbers/algorithm.h"
 #include "numbers/big_float.h"
 #include "numbers/run_context.h"
@@ -37,9 +40,11 @@ struct ConvertLevel {
   u64 power_words = 0;     ///< bound of the stored power; a square has one more before its zeros are cut
   u64 power_exp = 0;       ///< whole words of zeros cut from it
   u64 low_words = 0;       ///< binary words of the largest low part's fraction
-  u64 piece_words = 0;     ///< the fraction is multiplied in pieces of this length: two at the top, else one
-  u64 product_words = 0;   ///< largest product of a piece
+  u64 piece_words = 0;     ///< the product is made in pieces: two at the top, else one. Their words of the
+                           ///< fraction, or of the window when the form is a wrapped one
+  u64 product_words = 0;   ///< length of the shape that a piece takes
   bool transform = false;  ///< large enough for a kept transform
+  ProductForm form = ProductForm::whole;
 };
 
 /// A conversion of fractions to `digit_words` words in one radix. Built once, immutable, may be shared.

@@ -106,6 +106,12 @@ class Parameters {
   /// True when a forward transform made with one can be used with the other.
   virtual bool compatible(const Parameters& other) const = 0;
 
+  /// n, in u32 words, when forward and inverse_fmul also make middle products of operands of up to n words
+  /// whose product is longer; 0 when they do not. What such a product has above n words falls on its lowest
+  /// ones and spoils them and 64 bits above; the words over these, up to n, are the product's but for a unit
+  /// of the lowest of them that is asked for. One operand must have at most n / 2 words.
+  u64 folding_words() const { return folding_words_; }
+
   /// n, in u32 words, when the shape multiplies modulo W^n - 1 and W^n + 1 (W = 2^32); 0 when it does not,
   /// and then the four operations below throw. The transforms of the two forms do not mix with each other or
   /// with forward().
@@ -130,6 +136,7 @@ class Parameters {
 
  protected:
   u64 max_bits_ = 0;
+  u64 folding_words_ = 0;
   u64 cyclic_words_ = 0;
   u64 transform_size_ = 0;
   u64 scratch_size_ = 0;

@@ -146,6 +146,10 @@ class FftParameters final : public Parameters {
  public:
   FftParameters(const FftRow& row, const FftTables* tables, u64 tds) : run_(row, tables, tds) {
     max_bits_ = row.bits;
+    // Points wrap with their sign turned; a negative one is packed modulo 2^51, and with the carry that it
+    // passes on it reaches less than 2^52 units of its own point. The coefficients of a product of at most
+    // points / 2 points by any others are none larger than those of fft_bounds.h.
+    folding_words_ = row.bits / 32;
     transform_size_ = run_.transform_bytes();
     scratch_size_ = run_.scratch_bytes();
   }

@@ -4,6 +4,7 @@
 
 #include "frame/exceptions.h"
 #include "functions/function_runner.h"
+#include "support/counting_algorithm.h"
 #include "support/random_words.h"
 
 namespace orl::test {
@@ -61,9 +62,11 @@ class Conversion : public ::testing::Test {
     return ok;
   }
 
-  // Plans are tight from 64 KiB on; a number shorter than they expect leaves memory unused.
+  // Plans are tight from 64 KiB on; a number shorter than they expect, or with zeros at the point, leaves
+  // memory unused.
   static u64 tight_from(const ConvertPlanP<W>& plan, const BigFloat<W>& x) {
-    return -x.exp < static_cast<s64>(plan.fraction_words()) ? ~u64{0} : 1 << 16;
+    const FractionView<W> f = fraction_of(x, plan.fraction_words());
+    return f.L < plan.fraction_words() || f.T[f.L - 1] == 0 ? ~u64{0} : 1 << 16;
   }
 
   // The digits must be the floor, or one less if the fraction is a hair above it.
@@ -83,6 +86,11 @@ class Conversion : public ::testing::Test {
       EXPECT_TRUE(lost == Mpz(u64{0}));
     }
     EXPECT_TRUE(verify(radix, digits, x, tds));
+  }
+
+  // Binary words of a level's fraction that a power can multiply.
+  static u64 fraction_words(const ConvertPlanP<W>& plan, const ConvertLevel& level) {
+    return plan.fraction_words(level.max_digits) - level.power_exp;
   }
 
   OwnedFloat<W> fraction(u64 words, W integer) {
@@ -130,6 +138,50 @@ TYPED_TEST(Conversion, LargeFractionsConvert) {
   // The halves of the top node run in turn.
   const u64 n = ConvertPlanP<TypeParam>::kInTurnBits / (8 * sizeof(TypeParam));
   this->check(kDecimalRadix<TypeParam>, n, this->fraction(n, 2).x, 7);
+}
+
+// Nodes of every level.
+template <class W>
+void count_nodes(const ConvertPlanP<W>& plan, u64 n, u64 levels, std::vector<u64>& counts) {
+  if (levels == 0 || n < ConvertPlanP<W>::kBaseDigits) return;
+  u64 level = levels - 1;
+  while (plan.level(level).digits >= n) --level;
+  ++counts[level];
+  count_nodes(plan, n - plan.level(level).digits, level, counts);
+  count_nodes(plan, plan.level(level).digits + 1, level, counts);
+}
+
+// A power is transformed once, a node's fraction once, the top one's in two pieces; products modulo W^n - 1
+// are taken where shapes have them, and their transforms are as long as the operand.
+TYPED_TEST(Conversion, PowersAreTransformedOnceALevel) {
+  using W = TypeParam;
+  const W radix = kDecimalRadix<W>;
+  for (const u64 step : {0, 1, 7}) {
+    CountedProducts<W> counted(step);
+    for (const u64 n : {400, 1025, 4001}) {
+      SCOPED_TRACE(step);
+      const auto plan = ConvertPlanP<W>::make(radix, n, 1);
+      std::vector<u64> nodes(plan.levels());
+      count_nodes(plan, n, plan.levels(), nodes);
+      u64 expected = 0;
+      for (u64 i = 0; i < plan.levels(); ++i) {
+        const ConvertLevel& level = plan.level(i);
+        EXPECT_EQ(level.form == ProductForm::cyclic, step != 0 && level.transform) << i;
+        if (level.transform) expected += 1 + nodes[i] + (i + 1 == plan.levels());
+        if (step != 0 && level.transform && i + 1 < plan.levels()) {
+          EXPECT_LT(level.product_words, this->fraction_words(plan, level) + 6) << "longer than the operand";
+        }
+      }
+      std::vector<W> words(n + 2, 1);
+      for (W& word : words)
+        word = static_cast<W>(this->random.next() | 1);  // no run of zeros saves a product
+      const OwnedFloat<W> x(words, -static_cast<s64>(n + 1));
+      counted->reset();
+      this->convert(radix, n, x.x, 1);
+      EXPECT_EQ(counted->forward_cyclic, step != 0 ? expected : 0);
+      for (const u64 tds : {1, 3}) this->check(radix, n, x.x, tds);
+    }
+  }
 }
 
 TYPED_TEST(Conversion, OtherRadixesConvert) {
