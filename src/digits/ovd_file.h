@@ -27,10 +27,13 @@ class BasicOvdFileWriter {
 
   /// Closes the file for now; stores open it again.
   void park() { file_.park(); }
-  /// Flushes and closes; then gives the file its final name, or takes that back.
+  /// Flushes and closes.
   void seal();
+  /// As PageFile's.
+  void set_aside();
   void publish() { file_.publish(); }
-  void unpublish() noexcept { file_.unpublish(); }
+  void put_back() noexcept { file_.put_back(); }
+  void drop_replaced() noexcept { file_.drop_replaced(); }
   const std::string& path() const { return file_.final_path(); }
 
   /// Window of store_digits_B.
@@ -75,5 +78,7 @@ class BasicOvdFileReader {
 
 /// "x - 3.ovd" becomes "x - 3 (incomplete).ovd".
 std::string unfinished_ovd_name(const std::string& path);
+/// "x - 3.ovd" becomes "x - 3 (replaced).ovd".
+std::string replaced_ovd_name(const std::string& path);
 
 }  // namespace orl

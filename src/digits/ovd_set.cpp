@@ -89,16 +89,16 @@ std::unique_ptr<DigitReader> BasicOvdSetWriter::close_and_get_basic_reader() {
     throw InvalidParametersException("BasicOvdSetWriter::close_and_get_basic_reader()", "No files open.");
   // No file looks finished before all are on the disk.
   for (auto& [id, file] : files_) file->seal();
-  std::vector<BasicOvdFileWriter*> published;
+  // An older set of the same name stays whole: its files go aside before any of the new ones takes a name,
+  // and come back when one cannot. At every moment one of the sets is complete.
   try {
-    for (auto& [id, file] : files_) {
-      file->publish();
-      published.push_back(file.get());
-    }
+    for (auto& [id, file] : files_) file->set_aside();
+    for (auto& [id, file] : files_) file->publish();
   } catch (const Exception&) {
-    for (BasicOvdFileWriter* file : published) file->unpublish();
+    for (auto& [id, file] : files_) file->put_back();
     throw;
   }
+  for (auto& [id, file] : files_) file->drop_replaced();
   const std::string first = files_.begin()->second->path();
   open_.clear();
   files_.clear();

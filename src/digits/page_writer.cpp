@@ -89,8 +89,26 @@ void PageFile::seal(u64 bytes) {
 void PageFile::publish() {
   if (file_calls().rename(unfinished_path_.c_str(), final_path_.c_str()) != 0)
     FileIO::throw_file_error("PageFile::publish()", errno, "Unable to rename file.", final_path_);
+  published_ = true;
 }
 
-void PageFile::unpublish() noexcept { file_calls().rename(final_path_.c_str(), unfinished_path_.c_str()); }
+void PageFile::set_aside(std::string replaced_path) {
+  if (file_calls().rename(final_path_.c_str(), replaced_path.c_str()) == 0)
+    replaced_path_ = std::move(replaced_path);
+  else if (errno != ENOENT)
+    FileIO::throw_file_error("PageFile::set_aside()", errno, "Unable to rename file.", final_path_);
+}
+
+void PageFile::put_back() noexcept {
+  if (published_) file_calls().rename(final_path_.c_str(), unfinished_path_.c_str());
+  if (!replaced_path_.empty()) file_calls().rename(replaced_path_.c_str(), final_path_.c_str());
+  published_ = false;
+  replaced_path_.clear();
+}
+
+void PageFile::drop_replaced() noexcept {
+  if (!replaced_path_.empty()) remove_file(replaced_path_);
+  replaced_path_.clear();
+}
 
 }  // namespace orl

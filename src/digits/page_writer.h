@@ -67,9 +67,14 @@ class PageFile {
 
   /// Flushes the file and cuts it to `bytes`.
   void seal(u64 bytes);
-  /// Gives a sealed file its final name, over whatever file has it; takes it back.
+  /// Gives a sealed file its final name, over whatever file has it.
   void publish();
-  void unpublish() noexcept;
+  /// Gives the file that has the final name another one for now. Without such a file nothing happens.
+  void set_aside(std::string replaced_path);
+  /// Undoes what was done of set_aside and publish.
+  void put_back() noexcept;
+  /// Removes what was set aside.
+  void drop_replaced() noexcept;
   const std::string& final_path() const { return final_path_; }
 
  private:
@@ -84,10 +89,12 @@ class PageFile {
   void load_page(u8* page, u64 file_offset);
 
   std::string unfinished_path_, final_path_;
+  std::string replaced_path_;  ///< of what was set aside
   RawFile file_;
   std::mutex mutex_;
   bool parked_ = false;
   bool sealed_ = false;
+  bool published_ = false;
 };
 
 }  // namespace orl

@@ -91,7 +91,7 @@ std::string message_of(const std::function<void()>& body) {
 
 bool looks_finished(const std::string& name) {
   return (name.ends_with(".txt") || name.ends_with(".ovd")) &&
-         name.find(" (incomplete).") == std::string::npos;
+         name.find(" (incomplete).") == std::string::npos && name.find(" (replaced).") == std::string::npos;
 }
 u64 finished_files(const TemporaryFolder& folder) {
   const auto names = folder.names();
@@ -300,6 +300,29 @@ TEST_P(DigitFiles, KeepACompleteStreamThatCannotTakeItsName) {
       std::find_if(names.begin(), names.end(),
                    [](const std::string& name) { return name.find(" (incomplete).") != std::string::npos; }),
       names.end());
+}
+
+TEST_P(DigitFiles, LeaveAnOlderStreamWholeWhenARenameFails) {
+  const auto older = random_digits(random_, GetParam().radix, 950);
+  const auto newer = random_digits(random_, GetParam().radix, 950);
+  const std::string path = make_writer(folder_, GetParam(), older.size())->path();
+  write_stream(folder_, GetParam(), older);
+  const u64 files = finished_files(folder_);
+  const u64 renames = GetParam().digits_per_file == 0 ? 1 : 2 * files;
+  for (u64 n = 0; n <= renames; n++) {
+    SCOPED_TRACE(n);
+    const u64 before = calls_.count(FileCall::kRename);
+    calls_.fail(FileCall::kRename, EACCES, n, 1);
+    EXPECT_EQ(message_of([&] { write_stream(folder_, GetParam(), newer); }) != "nothing was thrown",
+              n < renames);
+    calls_.heal();
+    if (n == renames) {
+      EXPECT_EQ(calls_.count(FileCall::kRename) - before, renames);
+    }
+    EXPECT_EQ(finished_files(folder_), files);
+    for (const std::string& name : folder_.names()) EXPECT_EQ(name.find("(replaced)"), std::string::npos);
+    EXPECT_EQ(load(*open_digits(path, GetParam().radix), 0, older.size()), n < renames ? older : newer);
+  }
 }
 
 TEST_P(DigitFiles, RefuseRangesThatTheyDoNotHold) {
