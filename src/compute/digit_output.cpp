@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <exception>
+#include <functional>
 #include <optional>
 
 #include "digits/digit_text.h"
@@ -85,56 +86,68 @@ void make_digits(u8* digits, const DigitWords& number, u64 first_word, u64 words
     stats.append(*sums[part], digits_in(begin_of(part), begin_of(part + 1)));
 }
 
-// Hashes the text and stores the digits; side by side where the context allows it, since the hash is one
-// chain of work. A failure to store arrives here, whichever thread it struck.
-template <class Hash, class Store>
-void hash_and_store(orl::ParallelContext parallel, Hash&& hash, Store&& store) {
+// Runs independent stages, in their order on one task, else side by side; each gets a context. The first
+// failure arrives here, whichever thread it struck.
+template <std::size_t kCount>
+void run_stages(orl::ParallelContext parallel,
+                const std::array<std::function<void(orl::ParallelContext)>, kCount>& stages) {
   if (parallel.tds == 1) {
-    hash();
-    return store(parallel);
+    for (const auto& stage : stages) stage(parallel);
+    return;
   }
-  std::exception_ptr failure;
-  orl::fork_pair(parallel.parallelizer, hash, [&] {
+  const orl::ParallelContext share = parallel.with_tds(std::max<u64>(parallel.tds / kCount, 1));
+  std::array<std::exception_ptr, kCount> failures;
+  orl::fork_range(parallel.parallelizer, 0, kCount, [&](u64 i) {
     try {
-      store(parallel.right());
+      stages[i](share);
     } catch (...) {
-      failure = std::current_exception();
+      failures[i] = std::current_exception();
     }
   });
-  if (failure) std::rethrow_exception(failure);
+  for (const auto& failure : failures)
+    if (failure) std::rethrow_exception(failure);
 }
 
-// The stream's digits through the statistics, the hasher and the writer, block by block.
+// The stream's digits through the statistics, the hasher and the writer, block by block. With more than one
+// task the digits of a block are made while those of the one before are hashed and stored.
 void digit_pass(const OutputContext& context, const DigitWords& number, DigitWriter* writer,
                 OutputResult& result) {
   const u64 width = orl::digits_per_word(number.radix), digit_count = result.digit_count;
+  const u64 buffers = context.parallel.tds > 1 ? 2 : 1;
   const auto block_bytes = [&](u64 words) {
-    return LinearHeapBuffer::cut_bytes<u8>(words * width) +
+    return buffers * LinearHeapBuffer::cut_bytes<u8>(words * width) +
            (writer ? writer->buffer_bytes(words * width) : 0);
   };
   const u64 total_words = (digit_count + width - 1) / width;
   u64 block_words = std::min(total_words, kMaxBlockDigits / width);
   while (block_words > 1 && block_bytes(block_words) > context.buffer.size) block_words /= 2;
   LinearHeapBuffer window = context.buffer;
-  u8* const digits = window.cut<u8>(block_words * width);
+  u8* digits = window.cut<u8>(block_words * width);
+  u8* next = buffers > 1 ? window.cut<u8>(block_words * width) : digits;
 
   DigitStats stats(number.radix);
   stats.hash = number.integer_part;
   std::optional<orl::DigitHasher> hasher;
   if (number.radix == 10) hasher.emplace(1);
+  const auto digits_at = [&](u64 word) { return std::min(block_words * width, digit_count - word * width); };
+  const auto make = [&](u8* to, u64 word, orl::ParallelContext parallel) {
+    if (word < total_words)
+      make_digits(to, number, word, std::min(block_words, total_words - word), digits_at(word), stats,
+                  parallel);
+  };
+  make(digits, 0, context.parallel);
   for (u64 word = 0; word < total_words; word += block_words) {
-    const u64 words = std::min(block_words, total_words - word);
-    const u64 begin = word * width, count = std::min(words * width, digit_count - begin);
-    make_digits(digits, number, word, words, count, stats, context.parallel);
-    hash_and_store(
-        context.parallel,
-        [&] {
-          if (hasher) hasher->append(digits, count);
-        },
-        [&](orl::ParallelContext parallel) {
-          if (writer) writer->store_digits(digits, begin, count, window, parallel);
-        });
-    result.last_digits.set(number.radix, digits, count);
+    const u64 begin = word * width, count = digits_at(word);
+    run_stages<3>(context.parallel,
+                  {[&](orl::ParallelContext) {
+                     result.last_digits.set(number.radix, digits, count);
+                     if (hasher) hasher->append(digits, count);
+                   },
+                   [&](orl::ParallelContext parallel) {
+                     if (writer) writer->store_digits(digits, begin, count, window, parallel);
+                   },
+                   [&](orl::ParallelContext parallel) { make(next, word + block_words, parallel); }});
+    std::swap(digits, next);
     context.status.show_count(writer ? "Writing...    " : "Processing... ", begin + count,
                               writer ? "  digits written" : "  digits analyzed");
   }
@@ -204,7 +217,7 @@ std::string counts_text(const orl::DigitCounts& counts) {
 }
 
 u64 output_buffer_bytes() {
-  return LinearHeapBuffer::cut_bytes<u8>(kMinBlockDigits) + orl::page_span_bytes(kMinBlockDigits) +
+  return 2 * LinearHeapBuffer::cut_bytes<u8>(kMinBlockDigits) + orl::page_span_bytes(kMinBlockDigits) +
          kReadOverhead + kIoAlignment;
 }
 
