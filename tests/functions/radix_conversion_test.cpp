@@ -140,6 +140,43 @@ TYPED_TEST(Conversion, LargeFractionsConvert) {
   this->check(kDecimalRadix<TypeParam>, n, this->fraction(n, 2).x, 7);
 }
 
+// Words of products that wrap are at most two units less, for the largest and for drawn operands, at lengths
+// on both sides of where shapes and families change.
+TYPED_TEST(Conversion, MiddleProductsLoseTwoUnitsAtMost) {
+  using W = TypeParam;
+  constexpr u64 kBits = 8 * sizeof(W);
+  u64 wrapped = 0;
+  for (const u64 bits : {6000, 7000, 15000, 30000, 65536, 200000, 230000, 450000, 700000}) {
+    for (int repeat = 0; repeat < 4; ++repeat) {
+      const u64 power = bits * (2 + this->random.below(3)) / (8 * kBits), window = bits / kBits - power;
+      const MiddleProduct<W> middle(power, window);
+      if (middle.form() == ProductForm::whole) continue;
+      ++wrapped;
+      const u64 tds = 1 + this->random.below(3);
+      Runner<W> runner(middle.words() * kBits, "pushpool");
+      const RunContext ctx = runner.context(tds);
+      ParametersBox box;
+      const Parameters& shape =
+          basic_table<W>().parameters_for(box, &ctx.tables, middle.words(), ctx.parallel.tds);
+      const W ones = static_cast<W>(~W{0});
+      std::vector<W> A(power + window, ones), B(power, ones), out(window);
+      if (repeat != 0)
+        A = this->random.template words<W>(A.size()), B = this->random.template words<W>(power);
+      AlignedBytes F(shape.transform_size()), G(shape.transform_size()), tmp(shape.scratch_size() + 64),
+          result(MiddleProduct<W>::result_bytes(middle.form(), shape) + 64);
+      MiddleProduct<W>::forward(middle.form(), shape, G.data(), B.data(), power, tmp.data(), ctx.parallel);
+      MiddleProduct<W>::run(middle.form(), shape, F.data(), G.data(), power, out.data(), power, A.size(),
+                            A.data(), A.size(), reinterpret_cast<W*>(result.data()), tmp.data(),
+                            ctx.parallel);
+      const Mpz modulus = word_power<W>(window);
+      const Mpz exact = ((Mpz(A.data(), A.size()) * Mpz(B.data(), power)) >> (power * kBits)) % modulus;
+      const Mpz lost = (exact + modulus - Mpz(out.data(), window)) % modulus;
+      EXPECT_TRUE(lost == Mpz(0) || lost == Mpz(1) || lost == Mpz(2)) << bits << ", " << power;
+    }
+  }
+  EXPECT_GT(wrapped, 8u);
+}
+
 // Nodes of every level.
 template <class W>
 void count_nodes(const ConvertPlanP<W>& plan, u64 n, u64 levels, std::vector<u64>& counts) {
