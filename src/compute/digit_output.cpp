@@ -30,7 +30,7 @@ using orl::u8;
 
 constexpr u64 kReadOverhead = 8320;       // what a read-back needs beside its block
 constexpr u64 kMinBlockDigits = 65536;    // of a pass; smaller blocks cost calls
-constexpr u64 kMaxBlockDigits = 4194304;  // larger ones only leave the cache
+constexpr u64 kMaxBlockDigits = 1048576;  // larger ones only leave the cache
 constexpr u64 kForkWords = 16384;         // below this a task costs more than its work
 
 // The integer before the point in the stream's radix, and the point.
@@ -86,8 +86,9 @@ void make_digits(u8* digits, const DigitWords& number, u64 first_word, u64 words
     stats.append(*sums[part], digits_in(begin_of(part), begin_of(part + 1)));
 }
 
-// Runs independent stages, in their order on one task, else side by side; each gets a context. The first
-// failure arrives here, whichever thread it struck.
+// Runs independent stages, in their order on one task, else side by side. Each may fork as far as all:
+// whoever is done first takes a share of what is left. The first failure arrives here, whichever thread it
+// struck.
 template <std::size_t kCount>
 void run_stages(orl::ParallelContext parallel,
                 const std::array<std::function<void(orl::ParallelContext)>, kCount>& stages) {
@@ -95,11 +96,10 @@ void run_stages(orl::ParallelContext parallel,
     for (const auto& stage : stages) stage(parallel);
     return;
   }
-  const orl::ParallelContext share = parallel.with_tds(std::max<u64>(parallel.tds / kCount, 1));
   std::array<std::exception_ptr, kCount> failures;
   orl::fork_range(parallel.parallelizer, 0, kCount, [&](u64 i) {
     try {
-      stages[i](share);
+      stages[i](parallel);
     } catch (...) {
       failures[i] = std::current_exception();
     }
@@ -198,7 +198,7 @@ u64 read_first_digits(const std::string& text, u32 radix) {
 void read_back(const OutputContext& context, orl::DigitReader& reader, u64 digit_count, DigitStats& stats) {
   stats.hash = read_first_digits(reader.first_digits(), reader.radix());
   // Whole pages; the digits of larger blocks only wait longer for the next line on the console.
-  const u64 block = std::min(context.buffer.size - kReadOverhead, 4 * kMaxBlockDigits) & ~(kIoAlignment - 1);
+  const u64 block = std::min(context.buffer.size - kReadOverhead, 16 * kMaxBlockDigits) & ~(kIoAlignment - 1);
   for (u64 done = 0; done < digit_count;) {
     const u64 count = std::min(block, digit_count - done);
     reader.load_stats(stats, done, count, context.buffer, context.parallel);
