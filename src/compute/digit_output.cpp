@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <exception>
-#include <functional>
 #include <optional>
 
 #include "digits/digit_text.h"
@@ -30,7 +29,7 @@ using orl::u8;
 
 constexpr u64 kReadOverhead = 8320;       // what a read-back needs beside its block
 constexpr u64 kMinBlockDigits = 65536;    // of a pass; smaller blocks cost calls
-constexpr u64 kMaxBlockDigits = 1048576;  // larger ones only leave the cache
+constexpr u64 kMaxBlockDigits = 4194304;  // larger ones only leave the cache
 constexpr u64 kForkWords = 16384;         // below this a task costs more than its work
 
 // The integer before the point in the stream's radix, and the point.
@@ -86,24 +85,33 @@ void make_digits(u8* digits, const DigitWords& number, u64 first_word, u64 words
     stats.append(*sums[part], digits_in(begin_of(part), begin_of(part + 1)));
 }
 
-// Runs independent stages, in their order on one task, else side by side. Each may fork as far as all:
-// whoever is done first takes a share of what is left. The first failure arrives here, whichever thread it
-// struck.
-template <std::size_t kCount>
-void run_stages(orl::ParallelContext parallel,
-                const std::array<std::function<void(orl::ParallelContext)>, kCount>& stages) {
+// Hashes and stores a block and makes the next; side by side where the context allows it. On two tasks the
+// hash, which is one chain of work, has a thread to itself while it lasts. A failure arrives here, whichever
+// thread it struck.
+template <class Hash, class Store, class Make>
+void run_stages(orl::ParallelContext parallel, Hash&& hash, Store&& store, Make&& make) {
   if (parallel.tds == 1) {
-    for (const auto& stage : stages) stage(parallel);
-    return;
+    hash();
+    store(parallel);
+    return make(parallel);
   }
-  std::array<std::exception_ptr, kCount> failures;
-  orl::fork_range(parallel.parallelizer, 0, kCount, [&](u64 i) {
+  std::array<std::exception_ptr, 3> failures;
+  const auto guarded = [&](std::size_t index, auto&& stage) {
     try {
-      stages[i](parallel);
+      stage();
     } catch (...) {
-      failures[i] = std::current_exception();
+      failures[index] = std::current_exception();
     }
-  });
+  };
+  const auto guarded_store = [&] { guarded(1, [&] { store(parallel.right()); }); };
+  const auto guarded_make = [&] { guarded(2, [&] { make(parallel); }); };
+  orl::fork_pair(
+      parallel.parallelizer, [&] { guarded(0, hash); },
+      [&] {
+        if (parallel.tds > 2) return orl::fork_pair(parallel.parallelizer, guarded_store, guarded_make);
+        guarded_store();
+        guarded_make();
+      });
   for (const auto& failure : failures)
     if (failure) std::rethrow_exception(failure);
 }
@@ -138,15 +146,16 @@ void digit_pass(const OutputContext& context, const DigitWords& number, DigitWri
   make(digits, 0, context.parallel);
   for (u64 word = 0; word < total_words; word += block_words) {
     const u64 begin = word * width, count = digits_at(word);
-    run_stages<3>(context.parallel,
-                  {[&](orl::ParallelContext) {
-                     result.last_digits.set(number.radix, digits, count);
-                     if (hasher) hasher->append(digits, count);
-                   },
-                   [&](orl::ParallelContext parallel) {
-                     if (writer) writer->store_digits(digits, begin, count, window, parallel);
-                   },
-                   [&](orl::ParallelContext parallel) { make(next, word + block_words, parallel); }});
+    run_stages(
+        context.parallel,
+        [&] {
+          result.last_digits.set(number.radix, digits, count);
+          if (hasher) hasher->append(digits, count);
+        },
+        [&](orl::ParallelContext parallel) {
+          if (writer) writer->store_digits(digits, begin, count, window, parallel);
+        },
+        [&](orl::ParallelContext parallel) { make(next, word + block_words, parallel); });
     std::swap(digits, next);
     context.status.show_count(writer ? "Writing...    " : "Processing... ", begin + count,
                               writer ? "  digits written" : "  digits analyzed");
@@ -198,7 +207,7 @@ u64 read_first_digits(const std::string& text, u32 radix) {
 void read_back(const OutputContext& context, orl::DigitReader& reader, u64 digit_count, DigitStats& stats) {
   stats.hash = read_first_digits(reader.first_digits(), reader.radix());
   // Whole pages; the digits of larger blocks only wait longer for the next line on the console.
-  const u64 block = std::min(context.buffer.size - kReadOverhead, 16 * kMaxBlockDigits) & ~(kIoAlignment - 1);
+  const u64 block = std::min(context.buffer.size - kReadOverhead, 4 * kMaxBlockDigits) & ~(kIoAlignment - 1);
   for (u64 done = 0; done < digit_count;) {
     const u64 count = std::min(block, digit_count - done);
     reader.load_stats(stats, done, count, context.buffer, context.parallel);
