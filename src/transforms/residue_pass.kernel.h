@@ -228,7 +228,57 @@ RESIDUE_INLINE void load_terms(const Mod& mod, const double* x, F64 (&v)[8]) {
 // multiples of 2^47, the rests sum to less than 2^50.
 constexpr double kHighParts = 0x1.8p99;
 
-// Products modulo x^8 - t, t = s[j] and -s[j] of nodes 2 j and 2 j + 1.
+// A sum of products, in high parts and rests.
+struct ProductSum {
+  F64 high, low;
+
+  ProductSum() : high(F64::all(kHighParts)), low(F64::all(0)) {}
+  RESIDUE_INLINE void add(F64 a, F64 b) {
+    const F64 before = high;
+    high = fma(a, b, before);
+    low = low + fms(a, b, high - before);
+  }
+  RESIDUE_INLINE F64 reduced(const Mod& mod) const {
+    const F64 h = high - F64::all(kHighParts);
+    return mod.reduce(fnma(fma(h, mod.inverse, mod.round) - mod.round, mod.p, h) + low);
+  }
+};
+
+// c = a b modulo x^8 - t, t one a lane.
+RESIDUE_INLINE void multiply_terms(const Mod& mod, F64 t, F64 ratio, const F64 (&a)[8], F64 (&b)[8],
+                                   F64 (&c)[8]) {
+  ProductSum sum[8];
+#pragma GCC unroll 8
+  for (u32 i = 0; i < 8; ++i) {
+    // b times x^i: b rotates, its top term times t.
+    for (u32 r = 0; r < 8; ++r) sum[r].add(a[i], b[r]);
+    if (i == 7) break;
+    const F64 top = mod.times(b[7], t, ratio);
+    for (u32 r = 7; r > 0; --r) b[r] = b[r - 1];
+    b[0] = top;
+  }
+  for (u32 r = 0; r < 8; ++r) c[r] = sum[r].reduced(mod);
+}
+
+// c = a^2: each pair once, twice its value.
+RESIDUE_INLINE void square_terms(const Mod& mod, F64 t, F64 ratio, const F64 (&a)[8], F64 (&c)[8]) {
+  F64 turned[8];
+  for (u32 j = 4; j < 8; ++j) turned[j] = mod.times(a[j], t, ratio);
+#pragma GCC unroll 8
+  for (u32 r = 0; r < 8; ++r) {
+    ProductSum sum;
+#pragma GCC unroll 8
+    for (u32 i = 0; i < 8; ++i) {
+      const u32 j = (r + 8 - i) % 8;
+      if (i > j) continue;
+      sum.add(i == j ? a[i] : a[i] + a[i], i + j < 8 ? a[j] : turned[j]);
+    }
+    c[r] = sum.reduced(mod);
+  }
+}
+
+// Products modulo x^8 - t, t = s[j] and -s[j] of nodes 2 j and 2 j + 1; squares when g is x.
+template <bool Square>
 void product(const Mod& mod, const BlockRoots& roots, double* x, const double* g, u64 m) {
   const u64 parents = m / 16;  // whose square roots are the t
   for (u64 j = 0; j < m / 8; j += L) {
@@ -238,32 +288,18 @@ void product(const Mod& mod, const BlockRoots& roots, double* x, const double* g
       w[i] = (j + i) % 2 ? -roots.w[at] : roots.w[at];
       ratio[i] = (j + i) % 2 ? -roots.ratio[at] : roots.ratio[at];
     }
-    F64 a[8], b[8], high[8], low[8];
+    F64 a[8], c[8];
     load_terms(mod, x + 8 * j, a);
-    load_terms(mod, g + 8 * j, b);
-    const F64 tw = F64::load(w), tr = F64::load(ratio), start = F64::all(kHighParts);
-#pragma GCC unroll 8
-    for (u32 i = 0; i < 8; ++i) {
-      // b times x^i modulo x^8 - t: b rotates, its top term times t.
-      for (u32 r = 0; r < 8; ++r) {
-        const F64 before = i ? high[r] : start;
-        high[r] = fma(a[i], b[r], before);
-        const F64 rest = fms(a[i], b[r], high[r] - before);
-        low[r] = i ? low[r] + rest : rest;
-      }
-      if (i == 7) break;
-      const F64 top = mod.times(b[7], tw, tr);
-      for (u32 r = 7; r > 0; --r) b[r] = b[r - 1];
-      b[0] = top;
-    }
-    F64 c[8];
-    for (u32 r = 0; r < 8; ++r) {
-      const F64 h = high[r] - start;
-      c[r] = fnma(fma(h, mod.inverse, mod.round) - mod.round, mod.p, h) + low[r];
+    if constexpr (Square) {
+      square_terms(mod, F64::load(w), F64::load(ratio), a, c);
+    } else {
+      F64 b[8];
+      load_terms(mod, g + 8 * j, b);
+      multiply_terms(mod, F64::load(w), F64::load(ratio), a, b, c);
     }
     for (u32 h = 0; h < 8 / L; ++h) {
       F64 t[L];
-      for (u32 i = 0; i < L; ++i) t[i] = mod.reduce(c[h * L + i]);
+      for (u32 i = 0; i < L; ++i) t[i] = c[h * L + i];
       transpose(t);
       for (u32 i = 0; i < L; ++i) t[i].store(x + 8 * (j + i) + h * L);
     }
@@ -305,7 +341,10 @@ void multiply(const ResidueModulus& modulus, double* x, double* g, u64 m, u64 no
   roots.fill(modulus, m, node, false);
   if (raw) forward_block(mod, roots, x, m);
   if (raw && g != x) forward_block(mod, roots, g, m);
-  product(mod, roots, x, g, m);
+  if (g == x)
+    product<true>(mod, roots, x, x, m);
+  else
+    product<false>(mod, roots, x, g, m);
   roots.fill(modulus, m, node, true);
   inverse_block(mod, roots, x, m);
 }
