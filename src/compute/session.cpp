@@ -169,6 +169,7 @@ class RamSession {
     plan_.constant().run(context, result, heap);
     const u64 words = plan_.precision_words();
     lay_out(result, number, words);
+    number_hash_ = number_hash(number, words);
     finish_stage(parameters_.constant().name());
 
     const DigitWords hexadecimal{16, number[words - 1], number, words - 1};
@@ -217,12 +218,18 @@ class RamSession {
   void verify_conversion(const orl::RunContext& context, const Word* digits,
                          const orl::BigFloat<Word>& binary, LinearHeapBuffer heap) {
     event("Verifying Base Conversion", "Verifying Base Conversion:");
+    if (number_hash(binary.base, plan_.precision_words()) != number_hash_)
+      orl::fatal_error("Data Corruption Detected: Checksum Mismatch");
     const auto proof = plan_.verification()->run(context, digits, binary, heap);
     if (proof.ok) return;
     if (!dec_.path.empty()) orl::mark_unfinished(dec_.path);
     status_.println("R = " + std::to_string(proof.digits_hash), 'R');
     status_.println("B = " + std::to_string(proof.binary_hash), 'R');
     orl::fatal_error("Base Conversion Failed: Checksum Mismatch");
+  }
+
+  u64 number_hash(const Word* number, u64 words) const {
+    return orl::hash_canon(orl::bp_hash<Word>(0, number, words, parallel_));
   }
 
   void print_report() {
@@ -303,6 +310,7 @@ class RamSession {
   orl::LinearConsoleNode status_;
   orl::ParallelContext parallel_;
   bool allocation_errors_ = false;
+  u64 number_hash_ = 0;  ///< of the constant's words, as its plan left them
   OutputResult dec_, hex_;
 };
 

@@ -12,6 +12,7 @@
 #include "numbers/basic_int.h"
 #include "numbers/big_int.h"
 #include "numbers/exact_float.h"
+#include "numbers/hash.h"
 #include "numbers/windowed_add.h"
 #include "numbers/word_loops.h"
 #include "numbers/words.h"
@@ -206,6 +207,13 @@ double BigFloat<W>::to_double(s64* e) const {
   const double mantissa = std::ldexp(static_cast<double>(static_cast<u64>(top >> excess)), excess - 128);
   *e = magnitude();
   return sign ? mantissa : -mantissa;
+}
+
+template <class W>
+u64 BigFloat<W>::computed_hash(ParallelContext parallel) const {
+  u64 h = bp_hash(0, T, L, parallel);
+  if (!sign) h = hash_neg(h);
+  return exp == 0 ? h : hash_mul(h, hash_word_pow<W>(exp));
 }
 
 template <class W>

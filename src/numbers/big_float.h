@@ -71,6 +71,8 @@ struct BigFloat {
   s64 bit_length() const;
   /// Mantissa in (-1, 1), truncated to 53 bits of the top words; value = mantissa * W^e.
   double to_double(s64* e) const;
+  /// The residue of the value modulo 2^61 - 1, from the words, sign and exponent as they stand; lazy.
+  u64 computed_hash(ParallelContext parallel) const;
   /// Internal error "BigFloat::check_normalization(): Top word is zero.".
   void check_normalization() const;
 

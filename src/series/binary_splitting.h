@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "functions/newton.h"
+#include "functions/proved.h"
 #include "series/merge.h"
 #include "series/series.h"
 
@@ -205,7 +205,7 @@ class PSR_Series {
   double expansion_ = 0;
   std::string headline_;    ///< the line on the console, made here because a run allocates nothing
   u64 fraction_words_ = 0;  ///< longest T or U of the whole sum
-  Division<Store> division_;
+  ProvedDivision<Store> division_;
   Need need_;
 };
 

@@ -4,7 +4,7 @@
 // and x0 y1; x0 y0 lies below the precision. So no product is longer than p plus a few words, in place of 2p:
 // half the memory in transforms and half the tables, for eight transforms of that length in place of three of
 // twice the length. One transform is kept; with two kept there would be seven, and a sixth more memory in
-// all.
+// all. Each partial product is made whole, since only a whole product has a hash that is known.
 #pragma once
 
 #include "numbers/ram_store.h"
@@ -25,12 +25,15 @@ class FinalProduct {
   u64 heap_bytes() const { return heap_; }
   u64 product_words() const { return product_words_; }
   /// x *= y: the top p + 2 words or a few more, the lowest of them inexact; relative error below 8 W^-(p+1).
-  /// Both are positive and normalised. Throws BufferTooSmallException "FinalProduct::run()".
-  void run(const RunContext& ctx, Number& x, const Number& y, Arena heap) const;
+  /// Both are positive and normalised; `x_hash` and `y_hash` are what they hashed to when they were proved.
+  /// Throws BufferTooSmallException "FinalProduct::run()"; AlgorithmFailedException "Checksum Mismatch.
+  /// Multiplication Failed." when a partial product, or what they add up to, has not the hash that those of
+  /// the operands give it.
+  void run(const RunContext& ctx, Number& x, u64 x_hash, const Number& y, u64 y_hash, Arena heap) const;
 
  private:
-  /// Capacity for the upper half of a product with a lower half.
-  u64 half_words() const { return half_ + 4; }
+  /// Words of the sum of the upper halves of x1 y0 and x0 y1, with one for its carry.
+  u64 cross_words() const { return half_ + 3; }
 
   u64 p_;
   u64 half_;           ///< words of a lower half

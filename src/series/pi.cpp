@@ -131,14 +131,16 @@ void Pi_Series<Store>::run(const RunContext& ctx, Number& out, Arena heap) const
     throw BufferTooSmallException("Pi_Series_BigFloatR::run()", heap.size, need_.ram_bytes);
   ctx.status.println(kind_ == PiSeries::kChudnovsky ? "Pi - Chudnovsky (1989):" : "Pi - Ramaunjan (1910):");
   series_.run(ctx, out, heap);
+  const u64 out_hash = out.computed_hash(ctx.parallel);
   Number root(heap.template cut<W>(root_words_), root_words_);
   {
     StageTimer stage(ctx.status, "InvSqrt...");
     root_.run(ctx, root, static_cast<W>(x_), heap);
     stage.finish();
   }
+  const u64 root_hash = root.computed_hash(ctx.parallel);
   StageTimer stage(ctx.status, "Large Multiply...");
-  product_.run(ctx, out, root, heap);
+  product_.run(ctx, out, out_hash, root, root_hash, heap);
   stage.finish();
 }
 

@@ -10,7 +10,7 @@
 // largest block with the fraction behind it.
 #pragma once
 
-#include "functions/newton.h"
+#include "functions/proved.h"
 #include "series/binary_splitting.h"
 #include "series/constant_plan.h"
 #include "series/final_product.h"
@@ -42,7 +42,7 @@ class Pi_Series final : public BasicConstantPlan<Store> {
   u64 p_;
   u64 x_;  ///< the word under the root
   PSR_Series<Store> series_;
-  InvsqrtWord<Store> root_;
+  ProvedInvsqrtWord<Store> root_;
   FinalProduct<Store> product_;
   u64 root_words_ = 0;
   Need need_;

@@ -13,7 +13,7 @@ s32 checked_power(const char* function, s32 power) {
 }
 
 template <class Store>
-void inverse_root(const InvsqrtWord<Store>& root, typename Store::Word n, const RunContext& ctx,
+void inverse_root(const ProvedInvsqrtWord<Store>& root, typename Store::Word n, const RunContext& ctx,
                   typename Store::Number& out, typename Store::Arena heap) {
   StageTimer stage(ctx.status, "InvSqrt...");
   root.run(ctx, out, n, heap);

@@ -1,7 +1,7 @@
 // Square roots and the golden ratio: one Newton iteration and one linear step.
 #pragma once
 
-#include "functions/newton.h"
+#include "functions/proved.h"
 #include "series/constant_plan.h"
 
 namespace orl {
@@ -23,7 +23,7 @@ class Sqrt_Newton final : public BasicConstantPlan<Store> {
  private:
   W n_;
   s32 power_;
-  InvsqrtWord<Store> root_;
+  ProvedInvsqrtWord<Store> root_;
 };
 
 /// phi = (5v + 1)/2 for power 1, 1/phi = (5v - 1)/2 for power -1, v = 1/sqrt(5), to p words. Any other power
@@ -42,7 +42,7 @@ class GoldenRatio_Newton final : public BasicConstantPlan<Store> {
 
  private:
   bool negative_power_;
-  InvsqrtWord<Store> root_;
+  ProvedInvsqrtWord<Store> root_;
 };
 
 template <class W>

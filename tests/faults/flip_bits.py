@@ -35,6 +35,8 @@ PAGE = os.sysconf("SC_PAGE_SIZE")
 CHECKS = [
     "Modular Redundancy Check Failed",
     "Checksum Mismatch. Multiplication Failed.",
+    "Checksum Mismatch. Division failed.",
+    "Residual is too large.",
     "Coefficient is too large.",
     "Convergence Failure",
     "Mismatching block residuals.",
