@@ -36,7 +36,8 @@ class ProvedDivision {
   using Arena = typename Store::Arena;
   using Frame = typename Store::Frame;
 
-  ProvedDivision(u64 p, u64 tds);
+  /// `keep` as Division has it.
+  ProvedDivision(u64 p, u64 tds, bool keep = true);
 
   Need need() const { return need_; }
   /// As Division::run for a that is not zero, and Residual::check_quotient of what it gave. Throws

@@ -106,7 +106,7 @@ PSR_Series<Store>::PSR_Series(std::unique_ptr<const Series<W>> series, const Ser
     table_bits = std::max(table_bits, block->product_words() * 8 * sizeof(W));
   }
   // The reciprocal's transform is kept where that does not decide the memory.
-  if (quotient() > others) division_ = Division<Store>(p, tds_, false);
+  if (quotient() > others) division_ = ProvedDivision<Store>(p, tds_, false);
   need_ = division_.need();
   need_.ram_bytes = std::max(others, quotient());
   need_.table_bits = std::max(need_.table_bits, table_bits);
