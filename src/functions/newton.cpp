@@ -5,6 +5,7 @@
 #include "frame/exceptions.h"
 #include "frame/status.h"
 #include "functions/newton_level.h"
+#include "numbers/algorithm_table.h"
 
 // Errors, relative, for a level of n words over one of h = (n + 1) >> 1; c is a small number.
 //
@@ -212,7 +213,8 @@ void Reciprocal<Store>::run(const RunContext& ctx, Frame& frame, Number& out, co
 // ---- A / B ----------------------------------------------------------------------------------------------
 
 template <class Store>
-Division<Store>::Division(u64 p, u64 tds, bool keep) : NewtonPlan<Reciprocal<Store>>(p, tds) {
+Division<Store>::Division(u64 p, u64 tds, DivisionMemory memory)
+    : NewtonPlan<Reciprocal<Store>>(p, tds), least_(memory == DivisionMemory::kLeast) {
   if (p <= kSmallWords) {
     this->need_ = small_need<W>(p, p + 4);
     this->need_.ram_bytes += words_bytes<W>(p + 4);
@@ -221,8 +223,12 @@ Division<Store>::Division(u64 p, u64 tds, bool keep) : NewtonPlan<Reciprocal<Sto
   this->shape_ = LevelShape::wrapped<W>(p, tds);
   const u64 h = this->shape_.below;
   this->below_ = std::make_unique<Reciprocal<Store>>(h, tds);
+  if (least_) {
+    plan_least(tds);
+    return;
+  }
   u64 numbers = words_bytes<W>(h + 4);
-  if (keep)
+  if (memory == DivisionMemory::kKeep)
     this->shape_.kept = 2;
   else
     numbers += words_bytes<W>(h + 3);
@@ -246,6 +252,7 @@ void Division<Store>::run(const RunContext& ctx, Frame& frame, Number& out, cons
     out.set_mul_small(p + 1, a, r, ctx.multiply(heap));
     return out.truncate(p);
   }
+  if (least_) return run_least(ctx, frame, out, a, b, heap);
   const u64 h = this->shape_.below;
   Number r = cut_number<W>(heap, h + 4);
   // With its transform kept r is not needed when the quotient comes.
@@ -276,6 +283,49 @@ void Division<Store>::run(const RunContext& ctx, Frame& frame, Number& out, cons
   else
     products.keep(r);
   products.correct(out, q0, side);
+}
+
+template <class Store>
+void Division<Store>::plan_least(u64 tds) {
+  const u64 p = this->p_, h = this->shape_.below;
+  const u64 product = p + 3 + h + 2;
+  const auto scratch = [&](u64 words, u64 window) {
+    return basic_table<W>().max_bounded_sizes(words, tds, window).product_bytes;
+  };
+  this->need_ = this->below_->need();
+  this->need_.ram_bytes = 2 * words_bytes<W>(h + 4) + words_bytes<W>(p + 3) +
+                          std::max({this->need_.ram_bytes, scratch(product, p + 3),
+                                    words_bytes<W>(h + 4) + scratch(2 * h + 5, h)});
+  this->need_.out_words = p + 4;
+  this->need_.table_bits = product * 8 * sizeof(W);
+}
+
+template <class Store>
+void Division<Store>::run_least(const RunContext& ctx, Frame& frame, Number& out, const Number& a,
+                                const Number& b, Arena heap) const {
+  const u64 p = this->p_, h = this->shape_.below;
+  Number r = cut_number<W>(heap, h + 4);
+  Number q0 = cut_number<W>(heap, h + 4);
+  Number difference = cut_number<W>(heap, p + 3);
+  {
+    StatusFrame status(ctx.status, "R");
+    this->below_->run(ctx, frame, r, b, heap);
+  }
+  {
+    StatusFrame status(ctx.status, " 0M ");
+    q0.set_mul(h, a, r, ctx.multiply(heap));
+  }
+  {
+    StatusFrame status(ctx.status, " 1M ");
+    out.set_mul(p + 1, b, q0, ctx.multiply(heap));
+  }
+  const Estimate side = subtract_product(difference, p, top_words(a, p + 2), out,
+                                         "Division_BigFloatR<wtype>::run()", ctx.parallel);
+  if (side == Estimate::kExact) return out.set_BigFloat(p, q0, ctx.parallel);
+  StatusFrame status(ctx.status, " 2M ");
+  Number d = cut_number<W>(heap, h + 4);
+  d.set_mul(h + 1, difference, r, ctx.multiply(heap));
+  apply_correction(out, p, q0, d, side, ctx.parallel);
 }
 
 // ---- without a frame ------------------------------------------------------------------------------------

@@ -113,6 +113,13 @@ class Reciprocal : public NewtonPlan<Reciprocal<Store>> {
   void run(const RunContext& ctx, Number& out, const Number& a, Arena heap) const;
 };
 
+/// What a division may take.
+enum class DivisionMemory {
+  kKeep,   ///< the transform of the reciprocal is kept from its first product to its second
+  kLess,   ///< a fourth less memory, and one transform more than fourteen of this length
+  kLeast,  ///< no transform is kept, and products are made in as little memory as they can
+};
+
 /// A / B by a reciprocal of half the precision, a quotient and one correction (A. Karp, P. Markstein,
 /// "High-precision division and square root", ACM TOMS 23, 1997).
 template <class Store>
@@ -123,9 +130,7 @@ class Division : public NewtonPlan<Reciprocal<Store>> {
   using Arena = typename Store::Arena;
   using Frame = typename Store::Frame;
 
-  /// `keep`: the transform of the reciprocal is kept from its first product to its second, which takes
-  /// about a third more memory, and one of fourteen transforms less of this length.
-  Division(u64 p, u64 tds, bool keep = true);
+  Division(u64 p, u64 tds, DivisionMemory memory = DivisionMemory::kKeep);
 
   /// out = a / b; out holds need().out_words words. `a` may be zero, `b` not. Throws
   /// InvalidParametersException "Mismatching tds." unless ctx has the plan's tds; AlgorithmFailedException
@@ -133,6 +138,13 @@ class Division : public NewtonPlan<Reciprocal<Store>> {
   void run(const RunContext& ctx, Frame& frame, Number& out, const Number& a, const Number& b,
            Arena heap) const;
   void run(const RunContext& ctx, Number& out, const Number& a, const Number& b, Arena heap) const;
+
+ private:
+  void plan_least(u64 tds);
+  void run_least(const RunContext& ctx, Frame& frame, Number& out, const Number& a, const Number& b,
+                 Arena heap) const;
+
+  bool least_;
 };
 
 template <class W>

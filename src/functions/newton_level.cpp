@@ -58,10 +58,12 @@ void check_tops(const char* function, const BigFloat<W>& a, const BigFloat<W>& p
     tops_disagree(function, top_a, top_b);
 }
 
-// difference = |a - product|; tells which is larger.
+}  // namespace
+
 template <class W>
-Estimate subtract_numbers(BigFloat<W>& difference, u64 n, const BigFloat<W>& a, const BigFloat<W>& product,
-                          ParallelContext parallel) {
+Estimate subtract_product(BigFloat<W>& difference, u64 n, const BigFloat<W>& a, const BigFloat<W>& product,
+                          const char* function, ParallelContext parallel) {
+  check_tops(function, a, product);
   const int order = BigFloat<W>::cmp(a, product);
   if (order == 0) return Estimate::kExact;
   if (order > 0)
@@ -70,8 +72,6 @@ Estimate subtract_numbers(BigFloat<W>& difference, u64 n, const BigFloat<W>& a, 
     difference.set_usub(n + 1, product, a, parallel);
   return order > 0 ? Estimate::kUnder : Estimate::kOver;
 }
-
-}  // namespace
 
 template <class W>
 LevelShape LevelShape::plain(u64 n) {
@@ -241,8 +241,7 @@ Estimate LevelProducts<W>::difference(BigFloat<W>& work, BigFloat<W>& plain_diff
   BigFloat<W> divisor = top_words(b, shape_.n + 3);
   if (!shape_.wrap) {
     multiply_long(work, divisor);
-    check_tops(function, dividend, work);
-    const Estimate side = subtract_numbers(plain_difference, shape_.n, dividend, work, parallel);
+    const Estimate side = subtract_product(plain_difference, shape_.n, dividend, work, function, parallel);
     error_ = plain_difference;
     return side;
   }
@@ -280,9 +279,11 @@ void LevelProducts<W>::correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate si
   apply_correction(y, shape_.n, t, buffer_, side, helper_.parallel());
 }
 
-#define ORVANE_INSTANTIATE(W)                           \
-  template LevelShape LevelShape::plain<W>(u64);        \
-  template LevelShape LevelShape::wrapped<W>(u64, u64); \
+#define ORVANE_INSTANTIATE(W)                                                                                \
+  template LevelShape LevelShape::plain<W>(u64);                                                             \
+  template LevelShape LevelShape::wrapped<W>(u64, u64);                                                      \
+  template Estimate subtract_product(BigFloat<W>&, u64, const BigFloat<W>&, const BigFloat<W>&, const char*, \
+                                     ParallelContext);                                                       \
   template class LevelProducts<W>;
 ORVANE_INSTANTIATE(u32)
 ORVANE_INSTANTIATE(u64)

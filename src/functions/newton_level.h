@@ -40,6 +40,12 @@ struct LevelShape {
   }
 };
 
+/// difference = |a - product| to n + 3 words; kUnder when a is larger. Throws AlgorithmFailedException
+/// "Convergence Failure: ..." when the tops disagree.
+template <class W>
+Estimate subtract_product(BigFloat<W>& difference, u64 n, const BigFloat<W>& a, const BigFloat<W>& product,
+                          const char* function, ParallelContext parallel);
+
 template <class W>
 class LevelProducts {
  public:

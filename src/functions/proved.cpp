@@ -26,8 +26,8 @@ void ProvedInvsqrtWord<Store>::run(const RunContext& ctx, Number& out, W w, Aren
 }
 
 template <class Store>
-ProvedDivision<Store>::ProvedDivision(u64 p, u64 tds, bool keep)
-    : division_(p, tds, keep),
+ProvedDivision<Store>::ProvedDivision(u64 p, u64 tds, DivisionMemory memory)
+    : division_(p, tds, memory),
       residual_(Residual<W>::Of::kQuotient, p, tds),
       need_(Need::max(division_.need(), residual_.need())) {}
 

@@ -36,8 +36,8 @@ class ProvedDivision {
   using Arena = typename Store::Arena;
   using Frame = typename Store::Frame;
 
-  /// `keep` as Division has it.
-  ProvedDivision(u64 p, u64 tds, bool keep = true);
+  /// `memory` as Division has it.
+  ProvedDivision(u64 p, u64 tds, DivisionMemory memory = DivisionMemory::kKeep);
 
   Need need() const { return need_; }
   /// As Division::run for a that is not zero, and Residual::check_quotient of what it gave. Throws

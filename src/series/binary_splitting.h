@@ -111,8 +111,8 @@ struct SeriesFraction {
 template <class W>
 class PSR_BlockB {
  public:
-  /// `p`: precision of the whole sum, which caps what is kept. `reduced`: the tail is folded in two parts,
-  /// which takes a quarter less memory and a third more time in the fold.
+  /// `p`: precision of the whole sum, which caps what is kept. The fold's products are planned for little
+  /// memory; for the least with `reduced`.
   PSR_BlockB(const Series<W>& series, u64 a, u64 b, u64 p, u64 tds, u64 levels, u64 halving, bool reduced);
 
   u64 a() const { return a_; }
@@ -122,6 +122,10 @@ class PSR_BlockB {
   u64 tail_words() const { return tail_words_; }
   u64 kept_words() const { return kept_words_; }
   u64 product_words() const { return product_words_; }
+  /// Pieces that the tail's fraction is folded in; one transform serves both products with U when it is one.
+  u64 pieces() const { return fold_.pieces; }
+  /// Plans the fold as fast as `bytes` allow, which hold the block as it is.
+  void use_memory(u64 bytes);
   /// Words of the running area, and bytes of heap beside it.
   u64 area_words() const { return area_words_; }
   u64 heap_bytes() const { return heap_; }
@@ -133,22 +137,30 @@ class PSR_BlockB {
   void run(const RunContext& ctx, SeriesFraction<W>& fraction, W* area, LinearHeapBuffer heap) const;
 
  private:
-  void fold(const RunContext& ctx, SeriesFraction<W>& fraction, SeriesNode<W>& node,
+  /// How the products with T and U are made.
+  struct Fold {
+    u64 pieces = 1;               ///< that T and U are taken in
+    bool direct = false;          ///< with U transformed once for both of its products
+    u64 sum_words = 0;            ///< of a whole product and its sum
+    u64 piece_product_words = 0;  ///< of a product with a piece
+    u64 scratch_bytes = 0;        ///< of such a product
+    u64 bytes = 0;                ///< in all
+  };
+  Fold plan_fold(u64 pieces, bool direct) const;
+  void use(const Fold& fold);
+  void fold(const RunContext& ctx, SeriesFraction<W>& fraction, SeriesNode<W>& node, W* area,
             LinearHeapBuffer heap) const;
-  void fold_whole(const RunContext& ctx, SeriesFraction<W>& fraction, SeriesNode<W>& node, ExactFloat<W>& t,
-                  LinearHeapBuffer heap) const;
-  void fold_in_parts(const RunContext& ctx, SeriesFraction<W>& fraction, SeriesNode<W>& node,
-                     ExactFloat<W>& t, LinearHeapBuffer heap) const;
+  void multiply(const RunContext& ctx, ExactFloat<W>& product, const ExactFloat<W>& x, const ExactFloat<W>& u,
+                LinearHeapBuffer heap) const;
 
   const Series<W>* series_;
   u64 a_, b_;
   u64 tds_;
-  bool reduced_;
   u64 tail_words_, kept_words_;
   BSR_BlockB<W> recursion_;
-  // The running area: U | Q | room | P | R | T, where a product of neighbours is written over both of them.
-  u64 q_at_, p_at_, r_at_, t_at_;
+  u64 q_at_, p_at_, r_at_, t_at_;  ///< the running area: U | Q | P | R | T
   u64 area_words_;
+  Fold fold_;
   u64 product_words_;
   u64 heap_;
 };

@@ -100,16 +100,16 @@ PSR_Series<Store>::PSR_Series(std::unique_ptr<const Series<W>> series, const Ser
   const u64 linear = 2 * one + 2 * sum;
   const auto quotient = [&] { return one + sum + division_.need().ram_bytes; };
   u64 others = linear;
-  u64 table_bits = 0;
-  for (const auto& block : blocks_) {
-    others = std::max(others, block->total_bytes());
-    table_bits = std::max(table_bits, block->product_words() * 8 * sizeof(W));
-  }
+  for (const auto& block : blocks_) others = std::max(others, block->total_bytes());
   // The reciprocal's transform is kept where that does not decide the memory.
-  if (quotient() > others) division_ = ProvedDivision<Store>(p, tds_, false);
+  if (quotient() > others)
+    division_ = ProvedDivision<Store>(p, tds_, reduced ? DivisionMemory::kLeast : DivisionMemory::kLess);
   need_ = division_.need();
   need_.ram_bytes = std::max(others, quotient());
-  need_.table_bits = std::max(need_.table_bits, table_bits);
+  for (const auto& block : blocks_) {
+    block->use_memory(need_.ram_bytes);
+    need_.table_bits = std::max(need_.table_bits, block->product_words() * 8 * sizeof(W));
+  }
 }
 
 template <class Store>
@@ -145,8 +145,8 @@ void PSR_Series<Store>::sum_blocks(const RunContext& ctx, SeriesFraction<W>& fra
     const PSR_BlockB<W>& block = *blocks_[i];
     char line[64];
     const bool leaf = block.b() - block.a() <= series_->leaf_width();
-    std::snprintf(line, sizeof line, "Series: %c  %llu ) %.3g", leaf ? 'E' : 'A',
-                  static_cast<unsigned long long>(i), 100 * done / whole);
+    std::snprintf(line, sizeof line, "Series: %c  %llu )", leaf ? 'E' : 'A',
+                  static_cast<unsigned long long>(i));
     ctx.status.set_line(line, done / whole);
     Arena rest = heap;
     W* const area = rest.template cut<W>(block.area_words());

@@ -83,14 +83,14 @@ class Newton : public ::testing::Test {
   }
 
   void check_division(u64 n, const BigFloat<W>& a, const BigFloat<W>& b, u64 tds,
-                      const char* framework = "none", bool keep = true) {
-    const Division_BigFloatR<W> plan(n, tds, keep);
+                      const char* framework = "none", DivisionMemory division = DivisionMemory::kKeep) {
+    const Division_BigFloatR<W> plan(n, tds, division);
     Runner<W> runner(plan.need().table_bits, framework);
     OwnedFloat<W> q(plan.need().out_words);
     runner.run(
         plan.need(), tds,
         [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, q.x, a, b, heap); },
-        a.L == 0 ? ~u64{0} : 4096);
+        a.L == 0 || division == DivisionMemory::kLeast ? ~u64{0} : 4096);
     if (a.L == 0) {
       EXPECT_EQ(q.x.L, 0u);
       return;
@@ -159,7 +159,8 @@ TYPED_TEST(Newton, QuotientIsRight) {
   for (const u64 n : all_sizes()) {
     if (n == 0) continue;
     for (int repeat = 0; repeat < 6; ++repeat)
-      this->check_division(n, this->operand(n).x, this->operand(n).x, 1, "none", repeat % 2 == 0);
+      this->check_division(n, this->operand(n).x, this->operand(n).x, 1, "none",
+                           static_cast<DivisionMemory>(repeat % 3));
     const OwnedFloat<W> b = this->operand(n);
     this->check_division(n, b.x, b.x, 1);
     this->check_division(n, BigFloat<W>(), b.x, 1);
@@ -182,6 +183,7 @@ TYPED_TEST(Newton, LargeSizesAreRightWithEveryDecomposition) {
       const char* framework = tds == 1 ? "none" : "pushpool";
       this->check_word(n, static_cast<W>(10005), tds, framework);
       this->check_division(n, a.x, b.x, tds, framework);
+      this->check_division(n, a.x, b.x, tds, framework, DivisionMemory::kLeast);
       this->check_reciprocal(n, b.x, tds);
     }
     this->check_root(n, b.x, 1);
@@ -198,7 +200,7 @@ TYPED_TEST(Newton, WrappedProductsGiveTheSame) {
       for (int repeat = 0; repeat < 3; ++repeat) {
         OwnedFloat<W> a = this->operand(n);
         this->check_reciprocal(n, a.x, 1);
-        this->check_division(n, this->operand(n).x, a.x, 1, "none", repeat != 0);
+        this->check_division(n, this->operand(n).x, a.x, 1, "none", static_cast<DivisionMemory>(repeat % 3));
         a.x.sign = 1;
         this->check_root(n, a.x, 1);
       }
@@ -248,7 +250,7 @@ TYPED_TEST(Newton, LevelsTransformAnOperandOnce) {
               wrap ? Counts(5, 4) : Counts(6, 5));
     EXPECT_EQ(level([&] { this->check_division(n, a.x, b.x, 1); }, reciprocal),
               wrap ? Counts(5, 3) : Counts(6, 4));
-    EXPECT_EQ(level([&] { this->check_division(n, a.x, b.x, 1, "none", false); }, reciprocal),
+    EXPECT_EQ(level([&] { this->check_division(n, a.x, b.x, 1, "none", DivisionMemory::kLess); }, reciprocal),
               wrap ? Counts(6, 3) : Counts(7, 4));
     EXPECT_EQ(counts->forward_cyclic > 0, wrap);
   }
