@@ -61,24 +61,28 @@ Residual<W>::Residual(Of kind, u64 p, u64 tds) : p_(p), n_(p + kResidualWords + 
   const u64 word_bits = 8 * sizeof(W);
   ParametersBox box;
   const Parameters& shape = basic_table<W>().parameters_for(box, nullptr, n_, tds);
-  u64 product_bytes = 0;
+  u64 ring_bytes = 0, product_bytes = 0;
   if (const u64 ring = whole_words<W>(shape.cyclic_words()); ring >= n_) {
     need_.table_bits = n_ * word_bits;
     n_ = ring;
     areas_ = kind == Of::kInverseRoot ? 1 : 2;
     product_bytes = areas_ * shape.transform_size() + shape.scratch_size();
+    if (areas_ == 1) ring_bytes = LinearHeapBuffer::cut_bytes<W>(n_);
   } else {
     half_ = (n_ + 1) / 2;
     need_.table_bits = 2 * half_ * word_bits;
+    ring_bytes = LinearHeapBuffer::cut_bytes<W>(n_);
     product_bytes =
         LinearHeapBuffer::cut_bytes<W>(2 * half_) + basic_table<W>().sizes(2 * half_, tds).total_bytes();
   }
-  need_.ram_bytes = LinearHeapBuffer::cut_bytes<W>(n_) + LinearHeapBuffer::cut_bytes<u8>(product_bytes);
+  need_.ram_bytes = ring_bytes + LinearHeapBuffer::cut_bytes<u8>(product_bytes);
 }
 
+// Of two transforms the second makes room for the product.
 template <class W>
-void Residual<W>::product_of_shape(const RunContext& ctx, W* P, const BigFloat<W>& x, const BigFloat<W>& y,
-                                   LinearHeapBuffer heap) const {
+W* Residual<W>::product_of_shape(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
+                                 LinearHeapBuffer heap) const {
+  W* P = areas_ == 1 ? heap.cut<W>(n_) : nullptr;
   const auto u32_words = [](const W* words) { return reinterpret_cast<const u32*>(words); };
   const u64 ratio = sizeof(W) / sizeof(u32);
   ParametersBox box;
@@ -87,16 +91,20 @@ void Residual<W>::product_of_shape(const RunContext& ctx, W* P, const BigFloat<W
   void* areas[2];
   void* tmp = cut_product_areas(heap, shape.sizes(), areas, areas_, "Residual::run()");
   shape.forward_cyclic(areas[0], u32_words(x.T), ratio * x.L, tmp, ctx.parallel);
-  if (areas_ == 1)
+  if (areas_ == 1) {
     areas[1] = areas[0];
-  else
+  } else {
     shape.forward_cyclic(areas[1], u32_words(y.T), ratio * y.L, tmp, ctx.parallel);
+    P = static_cast<W*>(areas[1]);
+  }
   shape.pointwise_cyclic(areas[0], areas[1], reinterpret_cast<u32*>(P), tmp, ctx.parallel);
+  return P;
 }
 
 template <class W>
-void Residual<W>::product_in_halves(const RunContext& ctx, W* P, const BigFloat<W>& x, const BigFloat<W>& y,
-                                    LinearHeapBuffer heap) const {
+W* Residual<W>::product_in_halves(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
+                                  LinearHeapBuffer heap) const {
+  W* P = heap.cut<W>(n_);
   W* part = heap.cut<W>(2 * half_);
   ParametersBox box;
   const Parameters& shape = basic_table<W>().parameters_for(box, &ctx.tables, 2 * half_, ctx.parallel.tds);
@@ -113,6 +121,7 @@ void Residual<W>::product_in_halves(const RunContext& ctx, W* P, const BigFloat<
       add_wrapped(P, n_, i + j, part, words + y_words, ctx.parallel);
     }
   }
+  return P;
 }
 
 /// x * y modulo W^n - 1, relative to the sum of their exponents.
@@ -121,11 +130,8 @@ BigFloat<W> Residual<W>::wrapped_product(const RunContext& ctx, const BigFloat<W
                                          LinearHeapBuffer heap) const {
   if (heap.size < need_.ram_bytes)
     throw BufferTooSmallException("Residual::run()", heap.size, need_.ram_bytes);
-  BigFloat<W> product(heap.cut<W>(n_), n_);
-  if (half_ == 0)
-    product_of_shape(ctx, product.T, x, y, heap);
-  else
-    product_in_halves(ctx, product.T, x, y, heap);
+  BigFloat<W> product(half_ == 0 ? product_of_shape(ctx, x, y, heap) : product_in_halves(ctx, x, y, heap),
+                      n_);
   product.L = n_;
   product.exp = x.exp + y.exp;
   return product;

@@ -36,10 +36,10 @@ class Residual {
  private:
   BigFloat<W> wrapped_product(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
                               LinearHeapBuffer heap) const;
-  void product_of_shape(const RunContext& ctx, W* P, const BigFloat<W>& x, const BigFloat<W>& y,
-                        LinearHeapBuffer heap) const;
-  void product_in_halves(const RunContext& ctx, W* P, const BigFloat<W>& x, const BigFloat<W>& y,
-                         LinearHeapBuffer heap) const;
+  W* product_of_shape(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
+                      LinearHeapBuffer heap) const;
+  W* product_in_halves(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
+                       LinearHeapBuffer heap) const;
 
   u64 p_;
   u64 n_;          ///< words of the ring
