@@ -33,7 +33,7 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"custom", "pi", "-dec:1000000000000051"},
        "Computation size cannot be larger than 1,000,000,000,000,050 decimal digits."},
       {{"custom", "pi", "-hex:50"}, "Computation size must be at least 100 decimal digits."},
-      {{"custom", "pi", "-dec:1t"}, "Computation size cannot be larger than"},
+      {{"custom", "pi", "-dec:1t"}, "Unable to map memory."},
       {{"custom", "pi", "-algorithm:fly"}, "Invalid Algorithm: fly"},
       {{"custom", "pi:3"}, "takes no argument"},
       {{"custom", "pi", "-TD:0"}, "Task decomposition must be between 1 and 65536"},
