@@ -16,7 +16,7 @@ class OddFactor {
     u32 step = 1;  // 1 / M modulo k
     for (u32 i = 0; i < n; ++i) step = step * ((K + 1) / 2) % K;
     for (u32 phase = 0; phase < K; ++phase)
-      for (u32 b = 0; b < kBits; ++b) {
+      for (u32 b = 0; b < kChoices; ++b) {
         u32 lanes = 0;
         for (u32 l = 0; l < L; ++l) lanes |= ((phase + l) % K * step % K >> b & 1) << l;
         bit_[phase][b] = Choice::of(lanes);
@@ -53,6 +53,7 @@ class OddFactor {
 
  private:
   static constexpr u32 kBits = K == 1 ? 0 : K == 3 ? 2 : 3;
+  static constexpr u32 kChoices = kBits ? kBits : 1;
 
   static RESIDUE_INLINE void transform(const Mod& mod, const ResidueFactor* f, F64 (&v)[3]) {
     const F64 a = v[0], b = v[1], c = v[2], t = mod.times(b - c, f[0]);
@@ -97,7 +98,7 @@ class OddFactor {
   }
   static void transform(const Mod&, const ResidueFactor*, F64 (&)[1]) {}
 
-  Choice bit_[K][kBits + 1];
+  Choice bit_[K][kChoices];
 };
 
 /// Calls body with a factor k as a constant.
