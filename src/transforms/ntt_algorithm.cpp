@@ -8,6 +8,7 @@
 #include "transforms/ntt.h"
 #include "transforms/ntt_join.h"
 #include "transforms/ntt_tables.h"
+#include "transforms/product_algorithm.h"
 
 namespace orl {
 namespace {
@@ -272,10 +273,10 @@ std::span<const NttRow<R>> rows_to(u64 bits) {
 }
 
 template <class R>
-class NttAlgorithm final : public Algorithm {
+class NttAlgorithm final : public ProductAlgorithm {
  public:
   using F = Family<R>;
-  NttAlgorithm() : Algorithm(F::kMaxBits, F::kId, F::kName, F::kModule, F::kName) {}
+  NttAlgorithm() : ProductAlgorithm(F::kMaxBits, F::kId, F::kName, F::kModule, F::kName) {}
 
   u64 table_bytes(u64 bits) const override { return NttTables<R>::bytes(rows_to<R>(bits)); }
   void ensure_tables(TransformTables& tables, u64 bits) const override {
@@ -290,27 +291,11 @@ class NttAlgorithm final : public Algorithm {
                                    u64) const override {
     return ntt_parameters(out, tables, row_of<R>(bits));
   }
-  // Subtrees go forward, through the product and back while they are in cache.
-  void sqr_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const override {
-    product(ctx, T, skip, len, A, L, nullptr, L);
-  }
-  void sqr_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 L) const override {
-    product(ctx, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, reinterpret_cast<const u32*>(A), 2 * L,
-            nullptr, 2 * L);
-  }
-  void mul_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL, const u32* B,
-                  u64 BL) const override {
-    product(ctx, T, skip, len, A, AL, B, BL);
-  }
-  void mul_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL, const u64* B,
-                  u64 BL) const override {
-    product(ctx, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, reinterpret_cast<const u32*>(A), 2 * AL,
-            reinterpret_cast<const u32*>(B), 2 * BL);
-  }
 
  private:
-  static void product(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL,
-                      const u32* B, u64 BL) {
+  // Subtrees go forward, through the product and back while they are in cache.
+  void product(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL, const u32* B,
+               u64 BL) const override {
     const NttRow<R>& row = row_of<R>((AL + BL) * 32);
     check_length(row, len);
     const NttRun<R> run(row, find_tables<R>(ctx.tables));

@@ -3,6 +3,7 @@
 
 #include "frame/console.h"
 #include "frame/exceptions.h"
+#include "transforms/product_algorithm.h"
 #include "transforms/residue.h"
 #include "transforms/residue_bounds.h"
 #include "transforms/residue_kernels.h"
@@ -239,9 +240,9 @@ std::span<const ResidueRow> rows_to(u64 bits) {
   return rows.first(static_cast<u64>(&row_of(bits) - rows.data()) + 1);
 }
 
-class ResidueAlgorithm final : public Algorithm {
+class ResidueAlgorithm final : public ProductAlgorithm {
  public:
-  ResidueAlgorithm() : Algorithm(kMaxBits, kId, "Code 17 Experiment", "C17v1", "Code 17 Experiment") {}
+  ResidueAlgorithm() : ProductAlgorithm(kMaxBits, kId, "Code 17 Experiment", "C17v1", "Code 17 Experiment") {}
 
   u64 table_bytes(u64 bits) const override { return ResidueTables::bytes(rows_to(bits)); }
   void ensure_tables(TransformTables& tables, u64 bits) const override {
@@ -256,27 +257,11 @@ class ResidueAlgorithm final : public Algorithm {
                                    u64 tds) const override {
     return residue_parameters(out, tables, row_of(bits), tds);
   }
-  // Subtrees go forward, through the product and back while they are in cache.
-  void sqr_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const override {
-    product(ctx, T, skip, len, A, L, nullptr, L);
-  }
-  void sqr_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 L) const override {
-    product(ctx, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, reinterpret_cast<const u32*>(A), 2 * L,
-            nullptr, 2 * L);
-  }
-  void mul_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL, const u32* B,
-                  u64 BL) const override {
-    product(ctx, T, skip, len, A, AL, B, BL);
-  }
-  void mul_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL, const u64* B,
-                  u64 BL) const override {
-    product(ctx, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, reinterpret_cast<const u32*>(A), 2 * AL,
-            reinterpret_cast<const u32*>(B), 2 * BL);
-  }
 
  private:
-  static void product(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL,
-                      const u32* B, u64 BL) {
+  // Subtrees go forward, through the product and back while they are in cache.
+  void product(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL, const u32* B,
+               u64 BL) const override {
     const ResidueRow& row = row_of((AL + BL) * 32);
     check_length(row, len);
     const ResidueRun run(row, find_tables(ctx.tables), ctx.parallel.tds);

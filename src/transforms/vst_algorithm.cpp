@@ -4,6 +4,7 @@
 
 #include "frame/console.h"
 #include "frame/exceptions.h"
+#include "transforms/product_algorithm.h"
 #include "transforms/residue_bounds.h"
 #include "transforms/vst.h"
 #include "transforms/vst_kernels.h"
@@ -219,9 +220,9 @@ std::span<const VstRow> rows_to(u64 bits) {
   return rows.first(static_cast<u64>(&row_of(bits) - rows.data()) + 1);
 }
 
-class VstAlgorithm final : public Algorithm {
+class VstAlgorithm final : public ProductAlgorithm {
  public:
-  VstAlgorithm() : Algorithm(kMaxBits, kId, "VST Algorithm", "VSTv2", "VST Algorithm") {}
+  VstAlgorithm() : ProductAlgorithm(kMaxBits, kId, "VST Algorithm", "VSTv2", "VST Algorithm") {}
 
   u64 table_bytes(u64 bits) const override { return VstTables::bytes(rows_to(bits)); }
   void ensure_tables(TransformTables& tables, u64 bits) const override {
@@ -236,27 +237,11 @@ class VstAlgorithm final : public Algorithm {
                                    u64) const override {
     return vst_parameters(out, tables, VstShape(row_of(bits)));
   }
-  // Subtrees go forward, through the product and back while they are in cache.
-  void sqr_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const override {
-    product(ctx, T, skip, len, A, L, nullptr, L);
-  }
-  void sqr_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 L) const override {
-    product(ctx, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, reinterpret_cast<const u32*>(A), 2 * L,
-            nullptr, 2 * L);
-  }
-  void mul_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL, const u32* B,
-                  u64 BL) const override {
-    product(ctx, T, skip, len, A, AL, B, BL);
-  }
-  void mul_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL, const u64* B,
-                  u64 BL) const override {
-    product(ctx, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, reinterpret_cast<const u32*>(A), 2 * AL,
-            reinterpret_cast<const u32*>(B), 2 * BL);
-  }
 
  private:
-  static void product(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL,
-                      const u32* B, u64 BL) {
+  // Subtrees go forward, through the product and back while they are in cache.
+  void product(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL, const u32* B,
+               u64 BL) const override {
     const VstShape shape(row_of((AL + BL) * 32));
     check_length(shape, len);
     const VstRun run(shape, find_tables(ctx.tables));
