@@ -32,16 +32,24 @@ TEST_P(ResidueTest, EveryRowMultipliesUpToItsEnds) {
   test::check_rows(c17_algorithm(), residue_rows(), largest);
 }
 
+// The tables of one shape.
+struct OwnTables {
+  explicit OwnTables(const ResidueRow& row)
+      : memory(ResidueTables::bytes({&row, 1})), tables(memory.buffer()) {
+    auto roots = std::make_unique<ResidueTables>();
+    roots->grow(tables.memory(), {&row, 1});
+    tables.put("C17", std::move(roots));
+  }
+  GuardedBlock memory;
+  TransformTables tables;
+};
+
 // One shape: a transform is kept over two products and squared at last; windows of 64-bit words.
 void check_shape(const ResidueRow& row, Random& random, u64 threads) {
   SCOPED_TRACE(testing::Message() << "P " << int{row.P} << " k " << int{row.k} << " n " << int{row.n});
-  const GuardedBlock memory(ResidueTables::bytes({&row, 1}));
-  TransformTables tables(memory.buffer());
-  auto roots = std::make_unique<ResidueTables>();
-  roots->grow(tables.memory(), {&row, 1});
-  tables.put("C17", std::move(roots));
+  const OwnTables own(row);
   ParametersBox box;
-  const Parameters& p = residue_parameters(box, &tables, row, threads);
+  const Parameters& p = residue_parameters(box, &own.tables, row, threads);
   Parallelizer_Spawn spawn;
   const ParallelContext parallel{spawn, threads};
   const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
@@ -69,7 +77,7 @@ void check_shape(const ResidueRow& row, Random& random, u64 threads) {
   std::vector<u64> square(kept.size());
   p.inverse_fsqr_w(g, square.data(), 0, square.size(), t, parallel);
   expect_window(kept, 0, square.size(), square.data());
-  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && memory.intact());
+  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && own.memory.intact());
 }
 
 TEST_P(ResidueTest, EverySetOfPrimesKeepsTransforms) {
@@ -84,13 +92,9 @@ TEST_P(ResidueTest, EverySetOfPrimesKeepsTransforms) {
 // One shape: products modulo W^n - 1 and W^n + 1, n words of 32 bits all in use.
 void check_wrapped(const ResidueRow& row, Random& random, u64 threads) {
   SCOPED_TRACE(testing::Message() << "P " << int{row.P} << " k " << int{row.k} << " n " << int{row.n});
-  const GuardedBlock memory(ResidueTables::bytes({&row, 1}));
-  TransformTables tables(memory.buffer());
-  auto roots = std::make_unique<ResidueTables>();
-  roots->grow(tables.memory(), {&row, 1});
-  tables.put("C17", std::move(roots));
+  const OwnTables own(row);
   ParametersBox box;
-  const Parameters& p = residue_parameters(box, &tables, row, threads);
+  const Parameters& p = residue_parameters(box, &own.tables, row, threads);
   Parallelizer_Spawn spawn;
   const ParallelContext parallel{spawn, threads};
   const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
@@ -128,7 +132,7 @@ void check_wrapped(const ResidueRow& row, Random& random, u64 threads) {
   p.forward_negacyclic(f, half.data(), n, t, parallel);
   EXPECT_TRUE(p.pointwise_negacyclic(f, f, T, t, parallel));
   EXPECT_EQ(std::count(T, T + n, 0u), static_cast<s64>(n));
-  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && memory.intact() && target.intact());
+  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && own.memory.intact() && target.intact());
 }
 
 TEST_P(ResidueTest, EverySetOfPrimesMultipliesModuloPowersLessOrMoreOne) {
