@@ -8,7 +8,8 @@ import sys
 ALLOWED = {
     "frame": [],
     "config": ["frame"],
-    "parallel": ["frame", "config"],
+    "system": ["frame", "config", "simd"],
+    "parallel": ["frame", "config", "system"],
     "simd": [],
     "numbers": ["parallel", "simd"],
     "transforms": ["numbers", "simd"],
@@ -17,7 +18,7 @@ ALLOWED = {
     "series": ["functions"],
     "digits": ["numbers", "swap"],
     "compute": ["series", "digits", "swap"],
-    "tools": ["transforms", "swap", "digits"],
+    "tools": ["compute", "transforms", "swap", "digits"],
     "app": ["compute", "tools"],
 }
 # Files that belong to the lower half of a folder and may not include its upper half.
