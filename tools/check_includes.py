@@ -18,7 +18,7 @@ ALLOWED = {
     "series": ["functions"],
     "digits": ["numbers", "swap"],
     "compute": ["series", "digits", "swap"],
-    "tools": ["compute", "transforms", "swap", "digits"],
+    "tools": ["transforms", "swap", "digits"],
     "app": ["compute", "tools"],
 }
 # Files that belong to the lower half of a folder and may not include its upper half.
