@@ -1,0 +1,227 @@
+#!/usr/bin/env python3
+"""Drives the program by pages: piped input, and the screen it must show. README.md tells the form of a page.
+
+  run_pages.py --program build/release/orvane [--only NAME...] [--update] [--cuts] [--jobs N]
+
+Without a further switch every page is run and compared. `--update` writes the screen that is seen into the pages for
+review; lines with placeholders that still fit stay as they are. `--cuts` ends the input after each line and within it
+instead: the program must then end within a second with status 1."""
+import argparse
+import concurrent.futures
+import fnmatch
+import os
+import pathlib
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+sys.dont_write_bytecode = True  # the sources' folder stays as it is
+import page as pages  # noqa: E402
+
+FIXED = ["pause:-2", "priority:0", "colors:0", "skip-warnings"]
+CUT_SECONDS = 1.0
+
+
+class Place:
+    """A fresh folder with a copy of the program, so that files beside the program belong to one page."""
+
+    def __init__(self, program, root):
+        self.root = pathlib.Path(root)
+        self.work = self.root / "work"
+        self.program = self.root / "program" / program.name
+        self.work.mkdir(parents=True)
+        self.program.parent.mkdir()
+        shutil.copy2(program, self.program)
+
+    def create(self, page, before_run):
+        for name, text, run in page.files:
+            if run != before_run:
+                continue
+            path = self.work / name
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_text(text, newline="")
+
+    def start(self, run):
+        arguments = [word.replace("<folder>", str(self.work)) for word in run.arguments]
+        environment = {**os.environ, "LC_ALL": "C", "TZ": "UTC", **run.environment}
+        return subprocess.Popen([self.program, *FIXED, *arguments], cwd=self.work, env=environment,
+                                stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+
+    def input_bytes(self, run):
+        return "".join(line.replace("<folder>", str(self.work)) + "\n" for line in run.input).encode()
+
+
+def finish(process, data, seconds):
+    """Feeds the input and waits. Returns (status, output, whether it had to be killed)."""
+    try:
+        output, _ = process.communicate(data, timeout=seconds)
+        return process.returncode, output, False
+    except subprocess.TimeoutExpired:
+        process.kill()
+        output, _ = process.communicate()
+        return None, output, True
+
+
+def finish_interrupted(process, data, seconds, text):
+    """The same, with one SIGINT as soon as the screen shows `text`."""
+    killer = threading.Timer(seconds, process.kill)
+    killer.start()
+    try:
+        process.stdin.write(data)
+        process.stdin.flush()
+    except BrokenPipeError:
+        pass  # it has ended, and its status will tell
+    output, sent = b"", False
+    while chunk := os.read(process.stdout.fileno(), 65536):
+        output += chunk
+        if not sent and text.encode() in output:
+            process.send_signal(signal.SIGINT)
+            sent = True
+    process.stdin.close()
+    status = process.wait()
+    killed = not killer.is_alive()
+    killer.cancel()
+    return (None if killed else status), output, killed
+
+
+def check_files(place, run, faults):
+    names = [str(path.relative_to(place.work)) for path in sorted(place.work.rglob("*"))]
+    for pattern, lines, crlf in run.expected_files:
+        found = fnmatch.filter(names, pattern)
+        if len(found) != 1:
+            faults.append(f"{len(found)} files are called '{pattern}', not one; there are: {', '.join(names)}")
+            continue
+        data = (place.work / found[0]).read_bytes()
+        if crlf:
+            if data.count(b"\n") != data.count(b"\r\n"):
+                faults.append(f"'{found[0]}' has lines that do not end in CR LF")
+            data = data.replace(b"\r\n", b"\n")
+        seen = pages.shown(data, place.work)
+        if not pages.matches(lines, seen):
+            faults.append(pages.difference(lines, seen, found[0]))
+    for pattern in run.absent_files:
+        faults += [f"'{name}' was written" for name in fnmatch.filter(names, pattern)]
+
+
+def play(page, program, update):
+    """Runs a page. Returns its faults, as texts."""
+    faults, screens = [], []
+    with tempfile.TemporaryDirectory(prefix="orvane-page-") as root:
+        place = Place(program, root)
+        place.create(page, 0)
+        for number, run in enumerate(page.runs):
+            place.create(page, number + 1)
+            process = place.start(run)
+            data = place.input_bytes(run)
+            if run.interrupt:
+                status, output, killed = finish_interrupted(process, data, run.timeout, run.interrupt)
+            else:
+                status, output, killed = finish(process, data, run.timeout)
+            seen = pages.shown(output, place.work)
+            expected = run.screen or []
+            screens.append(pages.align(expected, seen) if expected else pages.without_processor_check(seen))
+            if killed:
+                faults.append(f"still running after {run.timeout} s; the screen's end:\n" + "\n".join(seen[-20:]))
+            elif status != run.status:
+                faults.append(f"line {run.line_number}: status {status}, expected {run.status}")
+            if not update and not pages.matches(expected, seen):
+                faults.append(pages.difference(expected, seen, "screen"))
+            check_files(place, run, faults)
+    if update:
+        page.write_screens(screens)
+    return faults
+
+
+def cuts_of(place, run):
+    """(name of the cut, input) for every place at which the input may end."""
+    data = place.input_bytes(run)
+    lines = data.splitlines(keepends=True)
+    count = len(lines) if run.cuts is None else run.cuts
+    ends = 0
+    for number, line in enumerate(lines):
+        if number > count or number >= len(lines):
+            break
+        yield f"before input line {number + 1}", data[:ends]
+        # A part of the last line answers the last question, as the whole line does.
+        if number < min(count, len(lines) - 1) and len(line) > 2:
+            middle = ends + len(line) // 2
+            yield f"within input line {number + 1}", data[:middle]
+        ends += len(line)
+
+
+def run_cut(page, number, run, program, original, name, data):
+    """Plays one cut in a copy of the folder. Returns a fault, or None."""
+    slowest = []
+    # Another process may have had the processor: the best of three counts.
+    for _ in range(3):
+        with tempfile.TemporaryDirectory(prefix="orvane-cut-") as root:
+            place = Place(program, root)
+            shutil.copytree(original, place.work, dirs_exist_ok=True)
+            # The input may name the page's folder, which stands under another name here.
+            data_here = data.replace(str(original).encode(), str(place.work).encode())
+            start = time.monotonic()
+            status, output, killed = finish(place.start(run), data_here, 4 * CUT_SECONDS)
+            spent = time.monotonic() - start
+            if not killed and status != 1:
+                return (f"run {number + 1}, end of input {name}: status {status}, expected 1; the screen's end:\n" +
+                        "\n".join(pages.shown(output, place.work)[-12:]))
+            if spent <= CUT_SECONDS:
+                return None
+            slowest.append(spent)
+    return f"run {number + 1}, end of input {name}: took {min(slowest):.2f} s or did not end at all"
+
+
+def play_cuts(page, program):
+    faults, cuts = [], 0
+    with tempfile.TemporaryDirectory(prefix="orvane-page-") as root:
+        place = Place(program, root)
+        place.create(page, 0)
+        for number, run in enumerate(page.runs):
+            place.create(page, number + 1)
+            for name, data in cuts_of(place, run):
+                cuts += 1
+                fault = run_cut(page, number, run, program, place.work, name, data)
+                if fault:
+                    faults.append(fault)
+            if number + 1 < len(page.runs):
+                finish(place.start(run), place.input_bytes(run), run.timeout)
+    return faults, cuts
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    parser.add_argument("--program", required=True, type=pathlib.Path)
+    parser.add_argument("--pages", type=pathlib.Path, default=pathlib.Path(__file__).parent)
+    parser.add_argument("--only", nargs="+", metavar="NAME", help="pages by name; * and ? as in a shell")
+    parser.add_argument("--update", action="store_true")
+    parser.add_argument("--cuts", action="store_true")
+    parser.add_argument("--jobs", type=int, default=os.cpu_count() or 1)
+    arguments = parser.parse_args()
+    program = arguments.program.resolve()
+
+    chosen = [pages.Page(path) for path in sorted(arguments.pages.glob("*.page"))
+              if not arguments.only or any(fnmatch.fnmatch(path.stem, name) for name in arguments.only)]
+    if not chosen:
+        sys.exit("run_pages.py: there is no such page")
+    failed = total_cuts = 0
+    with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
+        if arguments.cuts:
+            results = pool.map(lambda page: play_cuts(page, program), chosen)
+        else:
+            results = ((faults, 0) for faults in pool.map(lambda page: play(page, program, arguments.update), chosen))
+        for page, (faults, cuts) in zip(chosen, results):
+            total_cuts += cuts
+            failed += bool(faults)
+            print(f"{'FAILED' if faults else 'passed'}  {page.name}" + (f"  ({cuts} cuts)" if cuts else ""))
+            for fault in faults:
+                print("    " + fault.replace("\n", "\n    "))
+    print(f"{len(chosen)} pages, {failed} failed" + (f", {total_cuts} cuts" if arguments.cuts else ""))
+    return 1 if failed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
