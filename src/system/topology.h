@@ -15,8 +15,9 @@ struct NumaNode {
 };
 
 struct Topology {
-  std::vector<u32> cores;       ///< ids of the online logical cores, rising
-  std::vector<NumaNode> nodes;  ///< rising ids; at least one, which then holds every core
+  std::vector<u32> cores;         ///< ids of the online logical cores, rising
+  std::vector<NumaNode> nodes;    ///< rising ids; at least one, which then holds every core
+  std::vector<u32> thread_ranks;  ///< beside `cores`: 0 for the first thread of a physical core, then 1
   u32 physical_cores = 1;
   u32 sockets = 1;
 
@@ -31,7 +32,8 @@ Topology read_topology(const std::string& root);
 /// Core Mappings...".
 const Topology& topology();
 
-/// Binds the calling thread to the cores; false when the system refuses (a core that does not exist).
+/// Binds the calling thread to those of the cores that exist; false when the system refuses: none of them
+/// does.
 bool bind_thread(const std::vector<u32>& cores);
 
 }  // namespace orl

@@ -1,0 +1,33 @@
+// Reading the small text files in which the kernel describes the machine. A file that is missing, unreadable
+// or damaged gives what could be read of it; nothing here throws for it.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "frame/types.h"
+
+namespace orl {
+
+/// Ids of cores and nodes at or above this are not believed.
+inline constexpr u32 kMaxKernelId = 1 << 16;
+
+/// The whole file; nothing when it cannot be opened.
+std::optional<std::string> read_kernel_file(const std::string& path);
+/// Its first line without blanks at its ends; empty when it cannot be read.
+std::string read_kernel_line(const std::string& path);
+/// A decimal number that a file begins with; nothing when it does not.
+std::optional<s64> read_kernel_number(const std::string& path);
+
+/// "0-3,7" as 0 1 2 3 7: rising, each once. Pieces that are no id or range are left out.
+std::vector<u32> parse_id_list(std::string_view text);
+
+std::string_view trimmed(std::string_view text);
+/// The lines of `text` without their ends.
+std::vector<std::string_view> lines_of(std::string_view text);
+/// Bytes of the line "<label> 123 kB" of a text such as /proc/meminfo; 0 when there is none.
+u64 kilobytes_field(std::string_view text, std::string_view label);
+
+}  // namespace orl
