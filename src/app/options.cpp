@@ -4,14 +4,18 @@
 #include <array>
 #include <memory>
 
-#include "compute/number_forms.h"
 #include "frame/exceptions.h"
+#include "frame/number_forms.h"
 #include "frame/settings.h"
 
 namespace orvane {
 namespace {
 
 using orl::InvalidParametersException;
+using orl::parse_byte_size;
+using orl::parse_decimal_count;
+using orl::parse_plain_integer;
+using orl::parse_signed_count;
 using orl::s64;
 using orl::CommandLine::CommandLineException;
 using Line = orl::CommandLine::Parameters;

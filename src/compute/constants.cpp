@@ -4,10 +4,10 @@
 #include <utility>
 
 #include "compute/constant.h"
-#include "compute/number_forms.h"
 #include "config/parser.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
+#include "frame/number_forms.h"
 #include "series/e.h"
 #include "series/pi.h"
 #include "series/roots.h"
@@ -17,6 +17,8 @@ namespace {
 
 namespace console = orl::console;
 using orl::InvalidParametersException;
+using orl::parse_whole_number;
+using orl::WholeNumber;
 
 std::string not_computable(const Constant& constant) {
   return constant.name() +

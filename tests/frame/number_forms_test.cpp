@@ -1,12 +1,9 @@
-#include "compute/number_forms.h"
+#include "frame/number_forms.h"
 
 #include <gtest/gtest.h>
 
-namespace orvane {
+namespace orl {
 namespace {
-
-using orl::s64;
-using orl::u64;
 
 constexpr u64 kMax = ~u64{0};
 
@@ -81,4 +78,4 @@ TEST(NumberForms, WholeNumbersAreNothingElse) {
 }
 
 }  // namespace
-}  // namespace orvane
+}  // namespace orl

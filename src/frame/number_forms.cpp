@@ -1,13 +1,9 @@
-#include "compute/number_forms.h"
+#include "frame/number_forms.h"
 
 #include <limits>
 
-namespace orvane {
+namespace orl {
 namespace {
-
-using orl::s64;
-using orl::u128;
-using orl::u64;
 
 constexpr u64 kMax = std::numeric_limits<u64>::max();
 
@@ -98,4 +94,4 @@ WholeNumber parse_whole_number(std::string_view text) {
   return {value, too_large ? WholeNumber::kTooLarge : WholeNumber::kExact};
 }
 
-}  // namespace orvane
+}  // namespace orl

@@ -8,23 +8,23 @@
 
 #include "frame/types.h"
 
-namespace orvane {
+namespace orl {
 
 /// Digits, then one of K, M, B, T (either case) for 10^3, 10^6, 10^9, 10^12. "2.5b" is 2.
-orl::u64 parse_decimal_count(std::string_view text);
+u64 parse_decimal_count(std::string_view text);
 /// The same with an optional leading '-'.
-orl::s64 parse_signed_count(std::string_view text);
+s64 parse_signed_count(std::string_view text);
 /// Digits, a fraction, blanks, then one of K, M, G, T, P, E (either case) for 2^10 to 2^60. The fraction
 /// times the unit is rounded up to a byte; without a unit it is dropped.
-orl::u64 parse_byte_size(std::string_view text);
+u64 parse_byte_size(std::string_view text);
 /// Digits only.
-orl::u64 parse_plain_integer(std::string_view text);
+u64 parse_plain_integer(std::string_view text);
 
 /// A text that is to be a number and nothing else.
 struct WholeNumber {
-  orl::u64 value;
+  u64 value;
   enum Kind { kExact, kNone, kTooLarge } kind;  ///< none: not digits only, or empty; too large: for 64 bits
 };
 WholeNumber parse_whole_number(std::string_view text);
 
-}  // namespace orvane
+}  // namespace orl
