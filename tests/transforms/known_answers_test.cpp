@@ -66,14 +66,47 @@ TYPED_TEST(KnownAnswers, EveryAlgorithmPassesAndNoChangedWordDoes) {
         EXPECT_TRUE(rounds.product(parallel).passed()) << words;
       }
       EXPECT_EQ(rounds.product(parallel).product_words, 2 * words);
-      W& word = rounds.second_operand()[random.below(words)];
+      EXPECT_TRUE(rounds.intact(parallel));
+      W& word = rounds.operand(1)[random.below(words)];
       word ^= W{1} << random.below(8 * sizeof(W));
       EXPECT_TRUE(rounds.square(parallel).passed());
       EXPECT_FALSE(rounds.product(parallel).passed()) << words;
+      EXPECT_FALSE(rounds.intact(parallel));
       EXPECT_TRUE(memory.intact());
     }
     EXPECT_THROW(KnownAnswerRounds<W>(*algorithm, algorithm->max_bits() / (16 * sizeof(W)) + 1, 1),
                  LimitExceededException);
+  }
+}
+
+TYPED_TEST(KnownAnswers, ManyOperandsAreEachTheirOwn) {
+  using W = TypeParam;
+  Random random;
+  SCOPED_TRACE(random.replay());
+  Parallelizer_None none;
+  const ParallelContext parallel{none, 1};
+  constexpr u64 operands = 7;
+  for (const char* id : {"BKT", "FFT", "C17"}) {
+    SCOPED_TRACE(id);
+    const Algorithm& algorithm = *algorithm_registry().find(id)->basic<W>();
+    const u64 words = random.between(20, 300);
+    KnownAnswerRounds<W> rounds(algorithm, words, 1, operands);
+    const GuardedBlock memory(rounds.bytes());
+    rounds.prepare(memory.buffer(), random.next(), parallel);
+    const u64 hit = random.below(operands);
+    rounds.operand(hit)[random.below(words)] ^= W{1} << random.below(8 * sizeof(W));
+    for (u64 i = 0; i < operands; ++i) {
+      const u64 next = (i + 1) % operands;
+      EXPECT_EQ(rounds.square(parallel, i).passed(), i != hit);
+      EXPECT_EQ(rounds.product(parallel, i, next).passed(), i != hit && next != hit);
+    }
+    EXPECT_TRUE(memory.intact());
+    rounds.prepare(memory.buffer(), random.next(), parallel);
+    EXPECT_TRUE(rounds.intact(parallel));
+    const LinearHeapBuffer tables = rounds.tables();
+    if (tables.size == 0) continue;
+    static_cast<u8*>(tables.ptr)[random.below(tables.size)] ^= 1;
+    EXPECT_FALSE(rounds.intact(parallel));
   }
 }
 
