@@ -130,13 +130,15 @@ int run_config(Line& line) {
 
 constexpr Action kActions[] = {
     {"bench", "bench SIZE [OPTION...]", "Pi benchmark in memory (not in this version yet).",
-     "orvane bench 25m -TD:4", run_bench},
+     "orvane bench 25m -TD:4", run_bench, [] { return option_texts(bench_options()); }},
     {"stress", "stress [OPTION...]", "Component stress tester (not in this version yet).",
-     "orvane stress -M:4G -D:60 BKT C17", run_stress},
+     "orvane stress -M:4G -D:60 BKT C17", run_stress, [] { return option_texts(stress_options()); }},
     {"benchio", "benchio [OPTION...]", "I/O benchmark of a disk array (not in this version yet).",
-     "orvane benchio -M:4G -swap:raid0 /disk1 /disk2", run_benchio},
+     "orvane benchio -M:4G -swap:raid0 /disk1 /disk2", run_benchio,
+     [] { return option_texts(benchio_options()); }},
     {"custom", "custom CONSTANT[:ARGUMENT] [OPTION...]", "Computes a constant.",
-     "orvane custom sqrt:2 -dec:10m -hex:1m -o digits", run_custom},
+     "orvane custom sqrt:2 -dec:10m -hex:1m -o digits", run_custom,
+     [] { return option_texts(custom_options()); }},
     {"bbp", "bbp", "Hexadecimal digits of Pi at any offset (not in this version yet).", "orvane bbp",
      run_bbp},
     {"digitviewer", "digitviewer", "Views digit files (not in this version yet).", "orvane digitviewer",
@@ -148,6 +150,29 @@ constexpr Action kActions[] = {
      "Runs a configuration file (not in this version yet); .cfg is added to a name without a point.",
      "orvane config pi-1b.cfg", run_config},
 };
+
+bool is_help(const std::string& key) { return key == "--help" || key == "-h" || key == "help"; }
+bool is_version(const std::string& key) { return key == "--version" || key == "version"; }
+
+// "ACTION --help", or --help at the end of an action's line.
+bool asks_for_help_behind(const Line& line) {
+  if (!find_action(line.key()) || line.cursor + 1 >= line.tokens.size()) return false;
+  const std::string& next = line.tokens[line.cursor + 1];
+  return next == "--help" || next == "-h" || line.tokens.back() == "--help";
+}
+
+// "--help" alone, or with an action behind it.
+int help(Line& line) {
+  line.take();
+  if (line.at_end()) {
+    print_help();
+    return 0;
+  }
+  const Action* action = find_action(line.key());
+  if (!action) return invalid_parameter(line.key());
+  print_help(*action);
+  return 0;
+}
 
 struct MenuEntry {
   const char* name;
@@ -204,19 +229,31 @@ int main_menu() {
 
 std::span<const Action> actions() { return kActions; }
 
+const Action* find_action(std::string_view key) {
+  for (const Action& action : kActions)
+    if (key == action.key) return &action;
+  return nullptr;
+}
+
+bool asks_for_words(const Line& line) {
+  if (line.at_end()) return false;
+  return is_help(line.key()) || is_version(line.key()) || asks_for_help_behind(line);
+}
+
 int dispatch(Line& line) {
   if (line.at_end()) return main_menu();
-  const std::string& key = line.key();
-  if (key == "--help" || key == "-h" || key == "help") {
-    print_help();
+  const std::string key = line.key();
+  const Action* action = find_action(key);
+  if (action && asks_for_help_behind(line)) {
+    print_help(*action);
     return 0;
   }
-  if (key == "--version" || key == "version") {
+  if (action) return action->run(line);
+  if (is_help(key)) return help(line);
+  if (is_version(key)) {
     print_version();
     return 0;
   }
-  for (const Action& action : kActions)
-    if (key == action.key) return action.run(line);
   return invalid_parameter(key);
 }
 

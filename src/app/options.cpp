@@ -92,8 +92,10 @@ constexpr Option<ModeHolder> kCustom[] = {
      [](ModeHolder& mode, Line& line) {
        mode.current().set_hexadecimal_digits(parse_decimal_count(take_value(line)));
      }},
-    {"-algorithm", "-algorithm:NAME", "Algorithm of the constant; the list is above.", "-algorithm:ramanujan",
-     [](ModeHolder& mode, Line& line) { mode.current().constant().set_algorithm(take_value(line)); }},
+    {"-algorithm", "-algorithm:NAME", "Algorithm of the constant; the constants are listed with theirs.",
+     "-algorithm:ramanujan",
+     [](ModeHolder& mode, Line& line) { mode.current().constant().set_algorithm(take_value(line)); },
+     Values::kAlgorithm},
     {"-o", "-o PATH", "Folder of the digit files; it must exist. Default: the working folder.", "-o digits",
      [](ModeHolder& mode, Line& line) { mode.current().set_output_path(take_path(line)); }},
     {"-od", "-od:N", "0 computes and proves the digits without writing files. Default 1.", "-od:0",
@@ -113,16 +115,13 @@ constexpr Option<ModeHolder> kCustom[] = {
      "0 skips the proof of the conversion and the reading back of the files. Default 1.", "-verify:1",
      [](ModeHolder& mode, Line& line) { mode.current().verify_conversion = take_signed(line) != 0; }},
     {"-mode", "-mode:MODE", "ram (the default) or swap (not in this version yet).", "-mode:ram",
-     [](ModeHolder& mode, Line& line) { mode.set_mode(take_value(line)); }},
-    {"-MA", "-MA:NAME",
-     "Memory allocator: malloc, mmap (the default); interleave, interleave-libnuma (not in this version "
-     "yet).",
-     "-MA:malloc", [](ModeHolder& mode, Line& line) { mode.current().set_allocator(take_value(line)); }},
-    {"-PF", "-PF:NAME",
-     "Parallel framework: none, spawn, cppasync, pushpool, tbb; cilk where its runtime was found when "
-     "building.",
-     "-PF:pushpool",
-     [](ModeHolder& mode, Line& line) { mode.current().parallelism.set_framework(take_value(line)); }},
+     [](ModeHolder& mode, Line& line) { mode.set_mode(take_value(line)); }, Values::kMode},
+    {"-MA", "-MA:NAME", "Memory allocator; the default is mmap.", "-MA:malloc",
+     [](ModeHolder& mode, Line& line) { mode.current().set_allocator(take_value(line)); },
+     Values::kAllocator},
+    {"-PF", "-PF:NAME", "Parallel framework.", "-PF:pushpool",
+     [](ModeHolder& mode, Line& line) { mode.current().parallelism.set_framework(take_value(line)); },
+     Values::kFramework},
     {"-TD", "-TD:N", "Task decomposition, 1 to 65536: the number of tasks to cut the work into.", "-TD:8",
      [](ModeHolder& mode, Line& line) { mode.current().parallelism.set_tds(take_integer(line)); }},
     {"-M", "-M:BYTES", "Memory to use; swap mode only.", "-M:1.5G",
@@ -141,7 +140,8 @@ constexpr Option<ModeHolder> kCustom[] = {
      [](ModeHolder& mode, Line& line) {
        auto& swap = mode.swap_for("-swap");
        take_swap(line, swap.raid_type, swap.raid_paths);
-     }},
+     },
+     Values::kRaidType},
 };
 
 constexpr BenchSize kSizes[] = {
@@ -164,25 +164,30 @@ constexpr Option<BenchSettings> kBench[] = {
     {"-TD", "-TD:N", "Task decomposition, 1 to 65536.", "-TD:8",
      [](BenchSettings& bench, Line& line) { bench.parameters.parallelism.set_tds(take_integer(line)); }},
     {"-PF", "-PF:NAME", "Parallel framework.", "-PF:none",
-     [](BenchSettings& bench, Line& line) { bench.parameters.parallelism.set_framework(take_value(line)); }},
+     [](BenchSettings& bench, Line& line) { bench.parameters.parallelism.set_framework(take_value(line)); },
+     Values::kFramework},
     {"-MA", "-MA:NAME", "Memory allocator.", "-MA:mmap",
-     [](BenchSettings& bench, Line& line) { bench.parameters.set_allocator(take_value(line)); }},
+     [](BenchSettings& bench, Line& line) { bench.parameters.set_allocator(take_value(line)); },
+     Values::kAllocator},
 };
 
 constexpr Option<BenchIoSettings> kBenchIo[] = {
     {"-M", "-M:BYTES", "Total size of the test.", "-M:4G",
      [](BenchIoSettings& io, Line& line) { io.total_bytes = clamp_memory(take_bytes(line)); }},
     {"-MA", "-MA:NAME", "Memory allocator.", "-MA:mmap",
-     [](BenchIoSettings& io, Line& line) { io.parameters.set_allocator(take_value(line)); }},
+     [](BenchIoSettings& io, Line& line) { io.parameters.set_allocator(take_value(line)); },
+     Values::kAllocator},
     {"-PF", "-PF:NAME", "Parallel framework.", "-PF:pushpool",
-     [](BenchIoSettings& io, Line& line) { io.parameters.parallelism.set_framework(take_value(line)); }},
+     [](BenchIoSettings& io, Line& line) { io.parameters.parallelism.set_framework(take_value(line)); },
+     Values::kFramework},
     {"-TD", "-TD:N", "Task decomposition, 1 to 65536.", "-TD:8",
      [](BenchIoSettings& io, Line& line) { io.parameters.parallelism.set_tds(take_integer(line)); }},
     {"-minIO", "-minIO:BYTES", "Smallest unit of reading and writing, at least 4096.", "-minIO:1M",
      [](BenchIoSettings& io, Line& line) { io.minimum_io_bytes = std::max<u64>(take_bytes(line), 4096); }},
     {"-swap", "-swap:TYPE PATH...", "Disk array, raid0 or raid3, on all folders that follow.",
      "-swap:raid0 /disk1 /disk2",
-     [](BenchIoSettings& io, Line& line) { take_swap(line, io.raid_type, io.raid_paths); }},
+     [](BenchIoSettings& io, Line& line) { take_swap(line, io.raid_type, io.raid_paths); },
+     Values::kRaidType},
 };
 
 void select_test(StressSettings& stress, Line& line) { stress.tests.push_back(line.take()); }

@@ -13,6 +13,9 @@
 
 namespace orvane {
 
+/// What the value of an option is chosen from, for the completion of a line.
+enum class Values { kAny, kAlgorithm, kAllocator, kFramework, kMode, kRaidType };
+
 /// A row of a table. `form` is what the user types, `help` what it does, `example` a token that works.
 template <class Target>
 struct Option {
@@ -21,13 +24,24 @@ struct Option {
   const char* help;
   const char* example;
   void (*handler)(Target&, orl::CommandLine::Parameters&);
+  Values values = Values::kAny;
 };
 
+/// A row as its readers see it.
 struct OptionText {
+  const char* key;
   const char* form;
   const char* help;
   const char* example;
+  Values values;
 };
+
+template <class Target>
+std::vector<OptionText> option_texts(std::span<const Option<Target>> table) {
+  std::vector<OptionText> texts;
+  for (const auto& row : table) texts.push_back({row.key, row.form, row.help, row.example, row.values});
+  return texts;
+}
 
 /// Settings of the Pi benchmark.
 struct BenchSettings {
@@ -57,11 +71,13 @@ std::span<const Option<BenchSettings>> bench_options();
 std::span<const Option<BenchIoSettings>> benchio_options();
 std::span<const Option<StressSettings>> stress_options();
 
-/// A benchmark size: its token and decimal digits. 16 decimal rows, then 18 binary ones.
+/// A benchmark size: its token and decimal digits. kDecimalSizes rows in powers of ten, then those in powers
+/// of two.
 struct BenchSize {
   const char* token;
   u64 decimal_digits;
 };
+inline constexpr u64 kDecimalSizes = 16;
 std::span<const BenchSize> bench_sizes();
 
 /// The row with this key, or null.

@@ -92,10 +92,7 @@ int guarded_body(orl::CommandLine::Parameters& line) {
     if (!option) break;
     option->handler(settings, line);
   }
-  const bool only_words =
-      !line.at_end() && (line.key() == "--help" || line.key() == "-h" || line.key() == "help" ||
-                         line.key() == "--version" || line.key() == "version");
-  if (only_words) return dispatch(line);
+  if (asks_for_words(line)) return dispatch(line);
   console::newline();
   orl::set_thread_priority(settings.thread_priority);
   check_processor();

@@ -13,6 +13,7 @@ PLACEHOLDERS = {
 }
 PLACEHOLDER = re.compile("|".join(re.escape(name) for name in PLACEHOLDERS))
 LEFT_OUT = "..."
+DIFFERENCE_LINES = 60
 ONCE = {"input", "status", "screen", "interrupt", "timeout", "cuts", "environment"}
 
 
@@ -227,5 +228,8 @@ def without_processor_check(seen):
 
 def difference(expected, seen, what):
     """A diff in which lines that fit a placeholder are not shown as changed."""
-    return "\n".join(difflib.unified_diff(expected, align(expected, seen), f"expected {what}", f"seen {what}",
-                                          lineterm="", n=3))
+    lines = list(difflib.unified_diff(expected, align(expected, seen), f"expected {what}", f"seen {what}",
+                                      lineterm="", n=3))
+    if len(lines) > DIFFERENCE_LINES:
+        lines[DIFFERENCE_LINES:] = [f"and {len(lines) - DIFFERENCE_LINES} lines more"]
+    return "\n".join(lines)

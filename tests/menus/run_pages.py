@@ -24,6 +24,8 @@ import page as pages  # noqa: E402
 
 FIXED = ["pause:-2", "priority:0", "colors:0", "skip-warnings"]
 CUT_SECONDS = 1.0
+# A process that is started while a copy is being written holds it open, and the copy could not be run.
+COPY_OR_START = threading.Lock()
 
 
 class Place:
@@ -35,7 +37,8 @@ class Place:
         self.program = self.root / "program" / program.name
         self.work.mkdir(parents=True)
         self.program.parent.mkdir()
-        shutil.copy2(program, self.program)
+        with COPY_OR_START:
+            shutil.copy2(program, self.program)
 
     def create(self, page, before_run):
         for name, text, run in page.files:
@@ -48,8 +51,9 @@ class Place:
     def start(self, run):
         arguments = [word.replace("<folder>", str(self.work)) for word in run.arguments]
         environment = {**os.environ, "LC_ALL": "C", "TZ": "UTC", **run.environment}
-        return subprocess.Popen([self.program, *FIXED, *arguments], cwd=self.work, env=environment,
-                                stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        with COPY_OR_START:
+            return subprocess.Popen([self.program, *FIXED, *arguments], cwd=self.work, env=environment,
+                                    stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
 
     def input_bytes(self, run):
         return "".join(line.replace("<folder>", str(self.work)) + "\n" for line in run.input).encode()

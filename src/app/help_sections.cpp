@@ -1,0 +1,230 @@
+#include "app/help_sections.h"
+
+#include <algorithm>
+
+#include "compute/constant.h"
+#include "parallel/allocators.h"
+#include "parallel/frameworks.h"
+
+namespace orvane {
+namespace {
+
+constexpr const char* kUsage =
+    "    orvane [GLOBAL OPTION...] [ACTION [ITS OPTIONS]]\n"
+    "    orvane                        the main menu: everything can be done from there\n"
+    "    orvane ACTION                 the action's own menu, where it has one\n"
+    "    orvane ACTION --help          what one action does, and its options\n"
+    "    orvane --help | --version\n"
+    "\n"
+    "The status is 0 on success and 1 on any failure.";
+
+constexpr const char* kFirstSteps =
+    "A benchmark: Pi to 25 million digits on all cores, the time it took, and a validation file.\n"
+    "\n"
+    "    orvane bench 25m\n"
+    "\n"
+    "A constant of your choice, its digits as text files in a folder:\n"
+    "\n"
+    "    mkdir digits\n"
+    "    orvane custom e -dec:1m -o digits\n"
+    "\n"
+    "The same from a file, which `orvane custom` can also save from its menu:\n"
+    "\n"
+    "    orvane config e-1m.cfg\n"
+    "\n"
+    "A look at the digits; the viewer asks for the file, then for what to show of it:\n"
+    "\n"
+    "    orvane digitviewer\n"
+    "\n"
+    "Scripts put `pause:-2 priority:0 colors:0 skip-warnings` in front: nothing waits for ENTER, no "
+    "real-time "
+    "scheduling, no escape sequences.";
+
+constexpr struct {
+  const char* action;
+  const char* text;
+} kManuals[] = {
+    {"bench",
+     "Computes Pi in memory to one of 34 sizes, proves the digits and leaves a validation file, which "
+     "`orvane "
+     "validate` checks, in the working folder. No digits are written unless asked for. A size that does not "
+     "fit into the memory that is available is refused before anything is allocated.\n"
+     "\n"
+     "    orvane bench                     the menu: threads, then the sizes with the memory they need\n"
+     "    orvane bench 25m                 25,000,000 digits on all cores\n"
+     "    orvane bench 1G -TD:1 -PF:none   2^30 digits on one thread\n"
+     "    orvane bench 100m -od:1 -o pi    with the digits, as a text file in the folder pi"},
+    {"stress",
+     "Loads every core with the program's own products and compares each result with a known answer: a "
+     "machine that fails here gives wrong digits. One iteration runs every test once for its seconds; then "
+     "follows a summary, and the next iteration, until stopped with Ctrl-C. The status is 1 if any test "
+     "failed.\n"
+     "\n"
+     "    orvane stress                    the menu\n"
+     "    orvane stress -M:4G -D:60        all tests, 60 seconds each, on 4 GiB\n"
+     "    orvane stress BKT C17            two of them"},
+    {"benchio",
+     "Measures how fast the disks of an array are written and read, alone and beside a computation.\n"
+     "\n"
+     "    orvane benchio -M:4G -swap:raid0 /disk1 /disk2"},
+    {"custom",
+     "Computes a constant and writes its digits.\n"
+     "\n"
+     "    orvane custom                                    the menu\n"
+     "    orvane custom pi -dec:10m                        Pi to 10,000,000 digits\n"
+     "    orvane custom sqrt:2 -dec:10m -hex:1m -o digits  both radices, into the folder digits\n"
+     "    orvane custom e -dec:1b -algorithm:exp(-1) -C:100m\n"
+     "                                                     compressed files of 100,000,000 digits\n"
+     "\n"
+     "Digits go to \"NAME - Dec - ALGORITHM.txt\" (Hex for hexadecimal ones); they are read back and proved. "
+     "A finished run also leaves a validation file in the working folder."},
+    {"bbp",
+     "Computes hexadecimal digits of Pi at any offset without those in front, by a menu: the offset, the "
+     "formula and the threads.\n"
+     "\n"
+     "    orvane bbp"},
+    {"digitviewer",
+     "Opens a digit file, text or compressed, of any size: shows ranges, counts digits, extracts and "
+     "compresses. It asks for the path, then for what to do.\n"
+     "\n"
+     "    orvane digitviewer"},
+    {"about", "Prints what this program is."},
+    {"validate",
+     "Asks for the path of a validation file and says whether it is as the program wrote it.\n"
+     "\n"
+     "    orvane validate"},
+    {"config",
+     "Runs what a file describes. `orvane custom` saves such a file from its menu. A minimal one, e-1m.cfg:\n"
+     "\n"
+     "    {\n"
+     "        Action : \"CustomCompute\"\n"
+     "        CustomCompute : {\n"
+     "            Mode : \"ram\"\n"
+     "            Constant : { Constant : \"e\" }\n"
+     "            ComputeSize : { DecimalDigits : 1000000 HexadecimalDigits : 0 }\n"
+     "        }\n"
+     "    }\n"
+     "\n"
+     "    orvane config e-1m\n"
+     "\n"
+     "Values need no commas between them; // begins a comment. Whatever is left out keeps its default. A "
+     "fault "
+     "is reported with its line."},
+};
+
+std::string join(const std::vector<std::string>& words, const char* between) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : between) + word;
+  return text;
+}
+
+std::string manual_of(const Action& action) {
+  for (const auto& row : kManuals)
+    if (std::string_view(row.action) == action.key) return row.text;
+  return {};
+}
+
+HelpSection option_section(const std::string& title, const std::vector<OptionText>& options) {
+  HelpSection section{title, {}, {}};
+  for (const OptionText& option : options) {
+    std::string help = option.help;
+    if (option.values == Values::kAllocator || option.values == Values::kFramework)
+      help += " One of: " + join(value_words(option.values), ", ") + ".";
+    section.entries.push_back({option.form, help, option.example});
+  }
+  return section;
+}
+
+HelpSection sizes() {
+  std::string text = "In powers of ten:";
+  for (const BenchSize& size : bench_sizes().first(kDecimalSizes)) text += std::string(" ") + size.token;
+  text += ".\n\nIn powers of two:";
+  for (const BenchSize& size : bench_sizes().subspan(kDecimalSizes)) text += std::string(" ") + size.token;
+  return {"Sizes of bench", text + ".", {}};
+}
+
+HelpSection constants() {
+  HelpSection section{"Constants and their algorithms (the first is the default)", {}, {}};
+  for (u64 i = 0; i < kConstantCount; i++) {
+    const auto constant = make_constant(i);
+    std::string text = catalogue()[i].menu_name;
+    if (!constant->algorithms().empty())
+      text += ": " + join(value_words(Values::kAlgorithm, constant->key()), ", ");
+    if (!constant->unavailable().empty()) text += " (not in this version yet)";
+    section.entries.push_back(
+        {constant->key() + std::string(constant->takes_argument() ? ":N" : ""), text, {}});
+  }
+  section.text = "Other words: goldenratio (phi), apery and zeta(3) (zeta3).";
+  return section;
+}
+
+HelpSection number_forms() {
+  return {
+      "Numbers",
+      {},
+      {{"DIGITS", "Digits, then K, M, B or T for 10^3, 10^6, 10^9 or 10^12.", "10m is 10,000,000"},
+       {"N", "The same with an optional minus sign.", "-1"},
+       {"BYTES", "Digits, a fraction, then K, M, G, T, P or E for 2^10 to 2^60.", "1.5G is 1,610,612,736"},
+       {"SECONDS, tasks", "Digits only.", "64"}}};
+}
+
+// Sections of an action beyond its description.
+void add_options(const Action& action, std::vector<HelpSection>& sections) {
+  if (!action.options) return;
+  sections.push_back(option_section(std::string("Options of ") + action.key, action.options()));
+  if (action.key == std::string_view("bench")) sections.push_back(sizes());
+  if (action.key == std::string_view("custom")) sections.push_back(constants());
+}
+
+}  // namespace
+
+std::vector<std::string> value_words(Values values, std::string_view constant) {
+  std::vector<std::string> words;
+  switch (values) {
+    case Values::kAny:
+      break;
+    case Values::kAlgorithm:
+      for (u64 i = 0; i < kConstantCount; i++) {
+        const auto candidate = make_constant(i);
+        if (!constant.empty() && constant != candidate->key()) continue;
+        for (const AlgorithmRow& row : candidate->algorithms())
+          if (std::find(words.begin(), words.end(), row.key) == words.end()) words.push_back(row.key);
+      }
+      break;
+    case Values::kAllocator:
+      for (const auto& type : orl::allocators()) words.push_back(type.key);
+      break;
+    case Values::kFramework:
+      for (const auto& type : orl::frameworks()) words.push_back(type.key);
+      break;
+    case Values::kMode:
+      return {"ram", "swap"};
+    case Values::kRaidType:
+      return {"raid0", "raid3"};
+  }
+  return words;
+}
+
+std::vector<HelpSection> whole_help() {
+  std::vector<HelpSection> sections{{"Usage", kUsage, {}}, {"First steps", kFirstSteps, {}}};
+  HelpSection list{"Actions", {}, {}};
+  for (const Action& action : actions()) list.entries.push_back({action.form, action.help, action.example});
+  sections.push_back(std::move(list));
+  sections.push_back(option_section("Global options (before the action)", option_texts(global_options())));
+  for (const Action& action : actions()) add_options(action, sections);
+  sections.push_back({"A configuration file", manual_of(*find_action("config")), {}});
+  sections.push_back(number_forms());
+  return sections;
+}
+
+std::vector<HelpSection> action_help(const Action& action) {
+  std::vector<HelpSection> sections{
+      {"Usage",
+       "    orvane [GLOBAL OPTION...] " + std::string(action.form) + "\n\n" + manual_of(action),
+       {}}};
+  add_options(action, sections);
+  if (action.options) sections.push_back(number_forms());
+  return sections;
+}
+
+}  // namespace orvane
