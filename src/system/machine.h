@@ -29,7 +29,8 @@ std::string clock_source();
 /// True while another process traces this one.
 bool debugger_is_present();
 
-/// Frequency of the time-stamp counter against the system's clock, in Hz, measured over `seconds`.
+/// Frequency of the time-stamp counter against CLOCK_MONOTONIC_RAW, in Hz, measured over `seconds` of sleep;
+/// 0 where its rate is not constant.
 double measure_tsc_frequency(double seconds);
 
 /// The pages "Hardware Features" and "Compilation Options" of the advanced options.
