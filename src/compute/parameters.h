@@ -27,6 +27,9 @@ inline constexpr u64 kGuardDigits = 100;
 inline constexpr u64 kMinDecimalDigits = 100;
 inline constexpr u64 kOneFile = ~u64{0};  ///< digits per file: one compressed file for the whole stream
 
+/// How digit files are written, in words.
+std::string format_text(u64 digits_per_file);
+
 class ComputeParameters {
  public:
   ComputeParameters();
@@ -61,6 +64,13 @@ class ComputeParameters {
   /// Carries the computation through. Returns the status of the process.
   virtual int run(int reserved) = 0;
   virtual const char* mode_name() const = 0;
+  /// "ram" or "swap".
+  virtual const char* mode_key() const = 0;
+
+  /// The settings with texts for their readers, and the memory that the run needs: for reports.
+  orl::Object configuration_dump() const;
+  /// Bytes of the digit files on the disk, headers aside; 0 when none are written.
+  u64 output_bytes() const;
 
   /// Copies what both modes share.
   void copy_shared(const ComputeParameters& other);
@@ -70,8 +80,13 @@ class ComputeParameters {
   orl::Parallelism parallelism;
   std::unique_ptr<orl::MemoryAllocator> allocator;
 
+ protected:
+  /// Bytes of memory that the run takes. Throws InvalidParametersException when it cannot run at all.
+  virtual u64 memory_needed() const = 0;
+
  private:
   void digits_changed();
+  orl::Object dump_memory() const;
 
   std::unique_ptr<Constant> constant_;
   u64 decimal_digits_ = 1000000;
@@ -87,6 +102,14 @@ class RamParameters final : public ComputeParameters {
   bool check_parameters() override;
   int run(int reserved) override;
   const char* mode_name() const override { return "Ram Only"; }
+  const char* mode_key() const override { return "ram"; }
+
+  /// Working memory and tables. Throws InvalidParametersException for a constant or a size that cannot be
+  /// computed.
+  u64 required_bytes() const;
+
+ protected:
+  u64 memory_needed() const override { return required_bytes(); }
 };
 
 /// Settings of the mode on disks. They can be given and are checked; the computation itself comes later.
@@ -95,11 +118,15 @@ class SwapParameters final : public ComputeParameters {
   bool check_parameters() override;
   int run(int reserved) override;
   const char* mode_name() const override { return "Swap Mode"; }
+  const char* mode_key() const override { return "swap"; }
 
   u64 memory_bytes = 0;
   u64 minimum_io_bytes = 0;
   std::string raid_type;
   std::vector<std::string> raid_paths;
+
+ protected:
+  u64 memory_needed() const override { return memory_bytes; }
 };
 
 class ModeHolder {

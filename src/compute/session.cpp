@@ -1,6 +1,4 @@
 // The run of a computation in memory, stage by stage.
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -19,6 +17,7 @@
 #include "numbers/hash.h"
 #include "parallel/frameworks.h"
 #include "swap/path_check.h"
+#include "system/machine.h"
 
 namespace orvane {
 namespace {
@@ -29,10 +28,6 @@ using orl::LinearHeapBuffer;
 
 constexpr orl::u32 kStatusWidth = 79;
 constexpr double kStatusRefresh = 1.0;
-
-u64 physical_memory() {
-  return static_cast<u64>(sysconf(_SC_PHYS_PAGES)) * static_cast<u64>(sysconf(_SC_PAGESIZE));
-}
 
 // A label, its value, the end of the line.
 void print_line(std::string_view label, std::string_view value, char colour) {
@@ -322,20 +317,9 @@ bool RamParameters::check_parameters() {
   // A run that could not write its digits says so before it computes them.
   if (output_digits && !orl::path_is_writable(output_path()))
     throw InvalidParametersException("check_parameters()", "Path is not writable.");
-  const u64 tds = parallelism.tds();
-  u64 bytes = 0;
-  try {
-    const RamPlan plan(constant(), precision().words(), decimal_digits(), tds, verify_conversion);
-    bytes = plan.working_bytes() + plan.table_bytes();
-  } catch (const orl::LimitExceededException&) {
-    const u64 largest = largest_possible_digits(constant(), tds, verify_conversion, precision().digits);
-    throw InvalidParametersException("check_parameters()",
-                                     "Computation size cannot be larger than " +
-                                         console::format_with_commas(largest) +
-                                         " decimal digits with this version's multiplication.");
-  }
+  const u64 bytes = required_bytes();
   print_line("Required Memory:   ", console::format_bytes(bytes), 'G');
-  const u64 installed = physical_memory();
+  const u64 installed = orl::total_memory_bytes();
   if (bytes <= installed) return true;
   console::println("Warning: this is more than the " + console::format_bytes(installed) + " of this machine.",
                    'Y');

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "config/writer.h"
 #include "frame/child.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
@@ -162,6 +163,43 @@ TEST(Parameters, SayBeforeTheRunWhatCannotBeRun) {
               p.set_constant(make_constant(6));
             }).find("= Catalan cannot be computed by this version yet."),
             std::string::npos);
+}
+
+TEST(Parameters, DumpWhatWasSetAndWhatItTakes) {
+  RamParameters parameters;
+  parameters.set_decimal_digits(3000000);
+  parameters.set_hexadecimal_digits(2000000);
+  parameters.set_allocator("malloc");
+  const auto dump_of = [&](const char* section) {
+    return orl::to_string(parameters.configuration_dump().get(section));
+  };
+  const orl::Object dump = parameters.configuration_dump();
+  EXPECT_EQ(dump.get_object("Constant").get_object("Algorithm").get_string("Value"), "chudnovsky");
+  EXPECT_EQ(dump.get_object("Constant").get_string("AlgorithmLong"), "Chudnovsky (1989)");
+  EXPECT_EQ(dump.get_object("Mode").get_string("value"), "ram");
+  EXPECT_EQ(dump.get_object("Mode").get_string("DisplayText"), "Ram Only");
+  EXPECT_EQ(dump.get_object("Allocator").get_string("Allocator"), "malloc");
+  const u64 bytes = parameters.required_bytes();
+  EXPECT_EQ(dump.get_object("Memory").get_object("RequiredRam").get_integer("Value"), bytes);
+  EXPECT_GT(bytes, (3000000 + 2000000) / 3);
+  const auto format = [&](u64 digits_per_file) {
+    parameters.request_digits_per_file(digits_per_file);
+    const orl::Object now = parameters.configuration_dump();
+    const orl::Object& output = now.get_object("Output");
+    return output.get_object("Format").get_string("DisplayText") + " " +
+           std::to_string(output.get_object("Size").get_integer("Value"));
+  };
+  EXPECT_EQ(format(0), "None - Write digits to a text file. 5000004");
+  // 157895 words of 19 digits and 125000 words of 16.
+  EXPECT_EQ(format(kOneFile), "Compress digits into one .ovd file. 2263160");
+  // Three files of 52632 words and two of 62500.
+  EXPECT_EQ(format(1000000), "Compress with 1,000,000 digits per file. 2263168");
+  parameters.output_digits = false;
+  EXPECT_NE(dump_of("Output").find("Value : 0\r\n"), std::string::npos);
+
+  parameters.set_constant(make_constant(6));
+  EXPECT_NE(dump_of("Memory").find("Catalan cannot be computed by this version yet."), std::string::npos);
+  EXPECT_THROW(parameters.required_bytes(), orl::InvalidParametersException);
 }
 
 TEST(ModeHolder, CarriesTheSharedSettingsAcross) {
