@@ -6,7 +6,9 @@ Proved: every prime (p - 1 is factored whole, with a witness for each factor), k
 terms find their roots (n <= e + 3), half the product of a set exceeds every coefficient of every row, rows rise and
 the last holds exactly the family's largest product.
 """
-from math import gcd, log2, prod
+from math import log2, prod
+
+from proved_primes import proved_prime
 
 # bits: of a residue's word; primes lie between `lowest` * 2^(bits - 1) and 2^(bits - 1).
 FAMILIES = {
@@ -17,24 +19,6 @@ FAMILIES = {
                   other_work=8, join_work=1.2),
 }
 SMALLEST_N = 6
-
-
-def small_factors(n):
-    found, d = [], 2
-    while d * d <= n:
-        if n % d == 0:
-            found.append(d)
-            while n % d == 0:
-                n //= d
-        d += 1
-    return found + ([n] if n > 1 else [])
-
-
-def proved_prime(p):
-    if any(p % d == 0 for d in (3, 5, 7, 11, 13)) or pow(2, p - 1, p) != 1:
-        return False
-    return all(any(pow(a, p - 1, p) == 1 and gcd(pow(a, (p - 1) // f, p) - 1, p) == 1 for a in range(2, 200))
-               for f in small_factors(p - 1))
 
 
 def prime_set(family, count, k):

@@ -5,34 +5,15 @@ Run from the top of the source tree: tools/make_residue_tables.py
 Proved: every prime by Pocklington's criterion (the factored part of p - 1 exceeds sqrt(p)), k * 2^e divides p - 1,
 the product of a set exceeds twice every coefficient of every row, wrapped forms included, and 1 / 2048 more; rows rise and reach the family's largest product.
 """
-from math import gcd, log2, prod
+from math import log2, prod
+
+from proved_primes import proved_prime
 
 LIMIT = 1 << 48
 MAX_BITS = 0x12C0000000000
 HNT_MAX_BITS = 0x7FFF0000000
 MAX_REMAINDER = 0x6000000 // 64
 FACTORS = {6: (1, 3, 5), 7: (1, 3, 5), 8: (1, 3, 5, 7), 9: (1, 3, 5, 7)}
-
-
-def small_factors(n):
-    found, d = [], 2
-    while d * d <= n:
-        if n % d == 0:
-            found.append(d)
-            while n % d == 0:
-                n //= d
-        d += 1
-    return found + ([n] if n > 1 else [])
-
-
-def proved_prime(p):
-    """p - 1 is factored whole (its odd part is small), so a witness for each factor proves p."""
-    if any(p % d == 0 for d in (3, 5, 7, 11, 13)) or pow(2, p - 1, p) != 1:
-        return False
-    for f in small_factors(p - 1):
-        if not any(pow(a, p - 1, p) == 1 and gcd(pow(a, (p - 1) // f, p) - 1, p) == 1 for a in range(2, 200)):
-            return False
-    return True
 
 
 def prime_set(count, k):

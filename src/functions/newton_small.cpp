@@ -9,8 +9,7 @@ namespace orl {
 
 namespace {
 
-u64 below(u64 n) { return (n + 1) >> 1; }
-u64 level_below(u64 n) { return n < 3 ? n - 1 : below(n); }
+u64 level_below(u64 n) { return n < 3 ? n - 1 : (n + 1) >> 1; }
 
 MultiplyContext single(const MultiplyContext& ctx) {
   return {ctx.parallel.with_tds(1), ctx.tables, ctx.scratch};
@@ -19,6 +18,25 @@ MultiplyContext single(const MultiplyContext& ctx) {
 template <class W>
 BigFloat<W> cut_number(LinearWordBuffer<W>& small, u64 words) {
   return BigFloat<W>(small.cut_from_bottom(words), words);
+}
+
+// One level: `lower` leaves y right to about half of n words, `residual` makes of the copy t of y what would
+// be 1 if y were exact, in y itself; a root takes half of the error.
+template <class W, class Lower, class Residual>
+void refine(const MultiplyContext& ctx, const char* function, BigFloat<W>& y, u64 n, bool root,
+            LinearWordBuffer<W> small, Lower lower, Residual residual) {
+  const u64 h = level_below(n);
+  const MultiplyContext one = single(ctx);
+  lower(one, h);
+  BigFloat<W> t = cut_number(small, h + 3);
+  BigFloat<W> d = cut_number(small, h + 3);
+  t.set_BigFloat(h + 1, y, one.parallel);
+  residual(one, t, small);
+  const Estimate side = take_error(y, h, function, one.parallel);
+  if (side == Estimate::kExact) return keep_exact(y, n, t, one.parallel);
+  if (root) y.mp2(-1, one.parallel);
+  d.set_mul_small(h + 1, y, t, one);
+  apply_correction(y, n, t, d, side, one.parallel);
 }
 
 }  // namespace
@@ -38,19 +56,13 @@ void InvsqrtWord_BigFloatR_E(const MultiplyContext& ctx, BigFloat<W>& y, W w, u6
     y.set_double(1.0 / std::sqrt(static_cast<double>(w)));
     return;
   }
-  const u64 h = level_below(n);
-  const MultiplyContext one = single(ctx);
-  InvsqrtWord_BigFloatR_E(one, y, w, h, small);
-  BigFloat<W> t = cut_number(small, h + 3);
-  BigFloat<W> d = cut_number(small, h + 3);
-  t.set_BigFloat(h + 1, y, one.parallel);
-  y.set_sqr(n + 1, t, one);
-  y.mul_uW(w, one.parallel);
-  const Estimate side = take_error(y, h, kFunction, one.parallel);
-  if (side == Estimate::kExact) return keep_exact(y, n, t, one.parallel);
-  y.mp2(-1, one.parallel);
-  d.set_mul_small(h + 1, y, t, one);
-  apply_correction(y, n, t, d, side, one.parallel);
+  refine(
+      ctx, kFunction, y, n, true, small,
+      [&](const MultiplyContext& one, u64 h) { InvsqrtWord_BigFloatR_E(one, y, w, h, small); },
+      [&](const MultiplyContext& one, const BigFloat<W>& t, LinearWordBuffer<W>) {
+        y.set_sqr(n + 1, t, one);
+        y.mul_uW(w, one.parallel);
+      });
 }
 
 template <class W>
@@ -69,20 +81,14 @@ void InvsqrtFloat_BigFloatR_E(const MultiplyContext& ctx, BigFloat<W>& y, const 
     y.set_double(1.0 / std::sqrt(x), -exponent / 2);
     return;
   }
-  const u64 h = level_below(n);
-  const MultiplyContext one = single(ctx);
-  InvsqrtFloat_BigFloatR_E(one, y, a, h, small);
-  BigFloat<W> t = cut_number(small, h + 3);
-  BigFloat<W> d = cut_number(small, h + 3);
-  BigFloat<W> square = cut_number(small, n + 3);
-  t.set_BigFloat(h + 1, y, one.parallel);
-  square.set_sqr(n + 1, t, one);
-  y.set_mul_small(n + 1, a, square, one);
-  const Estimate side = take_error(y, h, kFunction, one.parallel);
-  if (side == Estimate::kExact) return keep_exact(y, n, t, one.parallel);
-  y.mp2(-1, one.parallel);
-  d.set_mul_small(h + 1, y, t, one);
-  apply_correction(y, n, t, d, side, one.parallel);
+  refine(
+      ctx, kFunction, y, n, true, small,
+      [&](const MultiplyContext& one, u64 h) { InvsqrtFloat_BigFloatR_E(one, y, a, h, small); },
+      [&](const MultiplyContext& one, const BigFloat<W>& t, LinearWordBuffer<W> rest) {
+        BigFloat<W> square = cut_number(rest, n + 3);
+        square.set_sqr(n + 1, t, one);
+        y.set_mul_small(n + 1, a, square, one);
+      });
 }
 
 template <class W>
@@ -96,17 +102,12 @@ void Reciprocal_BigFloatR_E(const MultiplyContext& ctx, BigFloat<W>& y, const Bi
     y.set_double(1.0 / x, -exponent);
     return;
   }
-  const u64 h = level_below(n);
-  const MultiplyContext one = single(ctx);
-  Reciprocal_BigFloatR_E(one, y, a, h, small);
-  BigFloat<W> t = cut_number(small, h + 3);
-  BigFloat<W> d = cut_number(small, h + 3);
-  t.set_BigFloat(h + 1, y, one.parallel);
-  y.set_mul_small(n + 1, a, t, one);
-  const Estimate side = take_error(y, h, kFunction, one.parallel);
-  if (side == Estimate::kExact) return keep_exact(y, n, t, one.parallel);
-  d.set_mul_small(h + 1, y, t, one);
-  apply_correction(y, n, t, d, side, one.parallel);
+  refine(
+      ctx, kFunction, y, n, false, small,
+      [&](const MultiplyContext& one, u64 h) { Reciprocal_BigFloatR_E(one, y, a, h, small); },
+      [&](const MultiplyContext& one, const BigFloat<W>& t, LinearWordBuffer<W>) {
+        y.set_mul_small(n + 1, a, t, one);
+      });
 }
 
 #define ORVANE_INSTANTIATE(W)                                                                               \

@@ -6,7 +6,9 @@
 #include "simd/begin_scalar.h"
 
 #include "transforms/residue_mod.kernel.h"
-// Above the rest, which uses it.
+// Each group uses those above it.
+#include "transforms/residue_limbs.kernel.h"
+
 #include "transforms/residue_join.kernel.h"
 #include "transforms/residue_odd.kernel.h"
 #include "transforms/residue_pass.kernel.h"

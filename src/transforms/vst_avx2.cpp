@@ -8,7 +8,9 @@
 #include "simd/begin_avx2.h"
 
 #include "transforms/residue_mod.kernel.h"
-// Above the rest, which uses it.
+// Each group uses those above it.
+#include "transforms/residue_limbs.kernel.h"
+
 #include "transforms/vst_pass.kernel.h"
 
 #include "simd/end.h"

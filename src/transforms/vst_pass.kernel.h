@@ -403,33 +403,10 @@ void product(const VstPlan& plan, double* F, double* G, VstForm form, u32 j, u64
   product_subtree(plan, F + at, G + at, form, {j, plan.shape.child_levels(), plan.node(child)});
 }
 
-// The 48-bit limbs of eight points from point i on, limb by limb, as doubles; the last of an odd number has
-// 24 bits.
-RESIDUE_INLINE void read_limbs(ResidueOperand a, u32 P, u64 i, double (*limbs)[8]) {
-  const u64 bytes = 3 * (P - 1), at = i * bytes;
-  alignas(8) u8 local[8 * 3 * 8 + 8];
-  const u8* from = a.data + at;
-  if (at + 8 * bytes + 8 > a.bytes) {
-    const u64 have = at < a.bytes ? (a.bytes - at < 8 * bytes ? a.bytes - at : 8 * bytes) : 0;
-    __builtin_memset(local, 0, sizeof(local));
-    if (have) __builtin_memcpy(local, from, have);
-    from = local;
-  }
-  for (u32 j = 0; j < P / 2; ++j) {
-    const u64 mask = 6 * j + 6 <= bytes ? (u64{1} << 48) - 1 : (u64{1} << 24) - 1;
-    for (u32 n = 0; n < 8; ++n) {
-      u64 word;
-      __builtin_memcpy(&word, from + n * bytes + 6 * j, 8);
-      word = (word & mask) | 0x4330000000000000;  // 2^52 and the limb
-      __builtin_memcpy(&limbs[j][n], &word, 8);
-    }
-  }
-}
-
 // Points of the k sequences' rows that start at point i become residues and go through the odd factor.
 RESIDUE_INLINE void split_rows(const VstPlan& plan, double* F, u64 sequence_stride, ResidueOperand a, u64 i) {
   const u32 P = plan.shape.row.P, k = plan.shape.row.k;
-  const F64 bias = F64::all(0x1p52), zero = F64::all(0);
+  const F64 zero = F64::all(0);
   alignas(64) double limbs[7][4][8];
   u32 filled = 0;
   while (filled < k && (i + filled * plan.shape.length()) * 3 * (P - 1) < a.bytes) {
@@ -443,9 +420,9 @@ RESIDUE_INLINE void split_rows(const VstPlan& plan, double* F, u64 sequence_stri
       double* out = F + r * kVstRow + h;
       F64 v[7];
       for (u32 t = 0; t < filled; ++t) {
-        v[t] = mod.reduce(F64::load(limbs[t][0] + h) - bias);
+        v[t] = mod.reduce(F64::load(limbs[t][0] + h));
         for (u32 j = 1; j < P / 2; ++j)
-          v[t] = v[t] + mod.times(F64::load(limbs[t][j] + h) - bias, plan.primes.set->limb[r][j]);
+          v[t] = v[t] + mod.times(F64::load(limbs[t][j] + h), plan.primes.set->limb[r][j]);
         if (plan.root && t % 2) v[t] = zero - v[t];
       }
       for (u32 j = 0; j < k; ++j) {

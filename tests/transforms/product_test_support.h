@@ -5,6 +5,8 @@
 #include <gmp.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <vector>
 
 #include "parallel/simple_frameworks.h"
@@ -102,6 +104,77 @@ void check_rows(const Algorithm& algorithm, const Rows& rows, u64 largest) {
     if (testing::Test::HasFatalFailure()) return;
   }
   EXPECT_TRUE(memory.intact());
+}
+
+/// One shape's transform kept over two products and squared at last; windows of 64-bit words.
+inline void check_kept(const Parameters& p, Random& random, u64 threads) {
+  Parallelizer_Spawn spawn;
+  const ParallelContext parallel{spawn, threads};
+  const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
+  void *const f = F.buffer().ptr, *const g = G.buffer().ptr, *const t = tmp.buffer().ptr;
+  const u64 words = p.max_bits() / 64;
+  const std::vector<u32> kept = operand(random, 2 * (words / 2), random.below(2));
+  const auto as_u64 = [](const std::vector<u32>& v) { return reinterpret_cast<const u64*>(v.data()); };
+  const auto expect_window = [&](const std::vector<u32>& other, u64 skip, u64 len, const u64* T) {
+    const std::vector<u32> right = gmp_product(kept, other);
+    EXPECT_EQ(std::memcmp(T, right.data() + 2 * skip, 8 * (len - skip)), 0) << skip << " to " << len;
+  };
+  p.forward_w(g, as_u64(kept), kept.size() / 2, t, parallel);
+  const std::vector<u8> before(static_cast<u8*>(g), static_cast<u8*>(g) + p.transform_size());
+  for (const u64 other_words : {words - words / 2, random.between(1, words / 2)}) {
+    const std::vector<u32> other = operand(random, 2 * other_words, random.below(3));
+    const u64 all = words / 2 + other_words, skip = random.below(all / 2) | 1,
+              len = random.between(skip + 1, all);
+    const GuardedBlock target((8 * (len - skip) + 63) / 64 * 64);
+    p.forward_w(f, as_u64(other), other_words, t, parallel);
+    p.inverse_fmul_w(f, g, static_cast<u64*>(target.buffer().ptr), skip, len, t, parallel);
+    expect_window(other, skip, len, static_cast<u64*>(target.buffer().ptr));
+    EXPECT_EQ(std::memcmp(g, before.data(), before.size()), 0);
+    EXPECT_TRUE(target.intact());
+  }
+  std::vector<u64> square(kept.size());
+  p.inverse_fsqr_w(g, square.data(), 0, square.size(), t, parallel);
+  expect_window(kept, 0, square.size(), square.data());
+  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact());
+}
+
+/// One shape's products modulo W^n - 1 and W^n + 1, n words of 32 bits all in use; a product that is W^n.
+inline void check_wrapped(const Parameters& p, Random& random, u64 threads) {
+  Parallelizer_Spawn spawn;
+  const ParallelContext parallel{spawn, threads};
+  const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
+  void *const f = F.buffer().ptr, *const g = G.buffer().ptr, *const t = tmp.buffer().ptr;
+  const u64 n = p.cyclic_words();
+  ASSERT_EQ(32 * n, p.max_bits());
+  const GuardedBlock target((4 * n + 63) / 64 * 64);
+  u32* const T = static_cast<u32*>(target.buffer().ptr);
+  for (u64 kind = 0; kind < 3; ++kind) {
+    const std::vector<u32> a = operand(random, n, kind);
+    const std::vector<u32> b = operand(random, kind == 1 ? n / 3 : n, 2 - kind);
+    p.forward_cyclic(f, a.data(), a.size(), t, parallel);
+    p.forward_cyclic(g, b.data(), b.size(), t, parallel);
+    p.pointwise_cyclic(f, g, T, t, parallel);
+    std::vector<u32> found(T, T + n);
+    // W^n - 1 stands for 0.
+    if (std::all_of(found.begin(), found.end(), [](u32 w) { return w == ~u32{0}; })) found.assign(n, 0);
+    found.push_back(0);
+    EXPECT_EQ(found, gmp_wrapped(a, b, n, false)) << "cyclic " << kind;
+    p.forward_negacyclic(f, a.data(), a.size(), t, parallel);
+    p.forward_negacyclic(g, b.data(), b.size(), t, parallel);
+    const bool top = p.pointwise_negacyclic(f, g, T, t, parallel);
+    found.assign(T, T + n);
+    found.push_back(top);
+    EXPECT_EQ(found, gmp_wrapped(a, b, n, true)) << "negacyclic " << kind;
+    EXPECT_TRUE(target.intact());
+  }
+  if (n % 2 == 0) {
+    std::vector<u32> half(n);  // its square is W^n
+    half[n / 2] = 1;
+    p.forward_negacyclic(f, half.data(), n, t, parallel);
+    EXPECT_TRUE(p.pointwise_negacyclic(f, f, T, t, parallel));
+    EXPECT_TRUE(std::all_of(T, T + n, [](u32 w) { return w == 0; }));
+  }
+  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && target.intact());
 }
 
 /// Runs with the kernels of its parameter, where this machine has them.

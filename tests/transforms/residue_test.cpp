@@ -44,40 +44,18 @@ struct OwnTables {
   TransformTables tables;
 };
 
-// One shape: a transform is kept over two products and squared at last; windows of 64-bit words.
-void check_shape(const ResidueRow& row, Random& random, u64 threads) {
+// Checks of one shape with the tables made for it.
+template <class Check>
+void check_shape(const ResidueRow& row, u64 threads, Check check) {
   SCOPED_TRACE(testing::Message() << "P " << int{row.P} << " k " << int{row.k} << " n " << int{row.n});
   const OwnTables own(row);
   ParametersBox box;
-  const Parameters& p = residue_parameters(box, &own.tables, row, threads);
-  Parallelizer_Spawn spawn;
-  const ParallelContext parallel{spawn, threads};
-  const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
-  void *const f = F.buffer().ptr, *const g = G.buffer().ptr, *const t = tmp.buffer().ptr;
-  const u64 words = row.bits() / 64;
-  const std::vector<u32> kept = operand(random, 2 * (words / 2), random.below(2));
-  const auto as_u64 = [](const std::vector<u32>& v) { return reinterpret_cast<const u64*>(v.data()); };
-  const auto expect_window = [&](const std::vector<u32>& other, u64 skip, u64 len, const u64* T) {
-    const std::vector<u32> right = gmp_product(kept, other);
-    EXPECT_EQ(std::memcmp(T, right.data() + 2 * skip, 8 * (len - skip)), 0) << skip << " to " << len;
-  };
-  p.forward_w(g, as_u64(kept), kept.size() / 2, t, parallel);
-  const std::vector<u8> before(static_cast<u8*>(g), static_cast<u8*>(g) + p.transform_size());
-  for (const u64 other_words : {words - words / 2, random.between(1, words / 2)}) {
-    const std::vector<u32> other = operand(random, 2 * other_words, random.below(3));
-    const u64 all = words / 2 + other_words, skip = random.below(all / 2) | 1,
-              len = random.between(skip + 1, all);
-    const GuardedBlock target((8 * (len - skip) + 63) / 64 * 64);
-    p.forward_w(f, as_u64(other), other_words, t, parallel);
-    p.inverse_fmul_w(f, g, static_cast<u64*>(target.buffer().ptr), skip, len, t, parallel);
-    expect_window(other, skip, len, static_cast<u64*>(target.buffer().ptr));
-    EXPECT_EQ(std::memcmp(g, before.data(), before.size()), 0);
-    EXPECT_TRUE(target.intact());
-  }
-  std::vector<u64> square(kept.size());
-  p.inverse_fsqr_w(g, square.data(), 0, square.size(), t, parallel);
-  expect_window(kept, 0, square.size(), square.data());
-  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && own.memory.intact());
+  check(residue_parameters(box, &own.tables, row, threads));
+  EXPECT_TRUE(own.memory.intact());
+}
+
+void check_wrapped(const ResidueRow& row, Random& random, u64 threads) {
+  check_shape(row, threads, [&](const Parameters& p) { test::check_wrapped(p, random, threads); });
 }
 
 TEST_P(ResidueTest, EverySetOfPrimesKeepsTransforms) {
@@ -85,54 +63,11 @@ TEST_P(ResidueTest, EverySetOfPrimesKeepsTransforms) {
   Random random;
   SCOPED_TRACE(random.replay());
   for (u8 P = 4; P <= 9; ++P)
-    for (const u8 k : {1, 3, 5, 7})
-      check_shape({P, k, static_cast<u8>(random.between(8, 11))}, random, random.between(1, 5));
-}
-
-// One shape: products modulo W^n - 1 and W^n + 1, n words of 32 bits all in use.
-void check_wrapped(const ResidueRow& row, Random& random, u64 threads) {
-  SCOPED_TRACE(testing::Message() << "P " << int{row.P} << " k " << int{row.k} << " n " << int{row.n});
-  const OwnTables own(row);
-  ParametersBox box;
-  const Parameters& p = residue_parameters(box, &own.tables, row, threads);
-  Parallelizer_Spawn spawn;
-  const ParallelContext parallel{spawn, threads};
-  const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
-  void *const f = F.buffer().ptr, *const g = G.buffer().ptr, *const t = tmp.buffer().ptr;
-  const u64 n = p.cyclic_words();
-  ASSERT_EQ(32 * n, row.bits());
-  const GuardedBlock target((4 * n + 63) / 64 * 64);
-  u32* T = static_cast<u32*>(target.buffer().ptr);
-  const std::vector<u32> a = operand(random, n, random.below(3));
-  for (const u64 other : {n, n / 3}) {
-    const std::vector<u32> b = operand(random, other, random.below(3));
-    for (const s64 sign : {-1, 1}) {
-      std::vector<u32> right = gmp_wrapped(a, b, n, sign > 0);
-      bool top = false;
-      if (sign < 0) {
-        p.forward_cyclic(f, a.data(), a.size(), t, parallel);
-        p.forward_cyclic(g, b.data(), b.size(), t, parallel);
-        p.pointwise_cyclic(f, g, T, t, parallel);
-      } else {
-        p.forward_negacyclic(f, a.data(), a.size(), t, parallel);
-        p.forward_negacyclic(g, b.data(), b.size(), t, parallel);
-        top = p.pointwise_negacyclic(f, g, T, t, parallel);
-      }
-      std::vector<u32> found(T, T + n);
-      if (sign < 0 && std::all_of(found.begin(), found.end(), [](u32 w) { return w == ~u32{0}; }))
-        found.assign(n, 0);
-      found.push_back(top);
-      EXPECT_EQ(found, right) << other << " modulo W^n + " << sign;
-      EXPECT_TRUE(target.intact());
+    for (const u8 k : {1, 3, 5, 7}) {
+      const u64 threads = random.between(1, 5);
+      check_shape({P, k, static_cast<u8>(random.between(8, 11))}, threads,
+                  [&](const Parameters& p) { test::check_kept(p, random, threads); });
     }
-  }
-  // -1 times 1 modulo W^n + 1 is W^n: both operands of n words, W^(n/2) squared.
-  std::vector<u32> half(n);
-  half[n / 2] = 1;
-  p.forward_negacyclic(f, half.data(), n, t, parallel);
-  EXPECT_TRUE(p.pointwise_negacyclic(f, f, T, t, parallel));
-  EXPECT_EQ(std::count(T, T + n, 0u), static_cast<s64>(n));
-  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && own.memory.intact() && target.intact());
 }
 
 TEST_P(ResidueTest, EverySetOfPrimesMultipliesModuloPowersLessOrMoreOne) {

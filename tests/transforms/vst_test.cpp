@@ -39,72 +39,6 @@ struct OwnTables {
   TransformTables tables;
 };
 
-// One shape: a transform is kept over two products and squared at last; windows of 64-bit words.
-void check_kept(const Parameters& p, Random& random, u64 threads) {
-  Parallelizer_Spawn spawn;
-  const ParallelContext parallel{spawn, threads};
-  const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
-  void *const f = F.buffer().ptr, *const g = G.buffer().ptr, *const t = tmp.buffer().ptr;
-  const u64 words = p.max_bits() / 64;
-  const std::vector<u32> kept = operand(random, 2 * (words / 2), random.below(2));
-  const auto as_u64 = [](const std::vector<u32>& v) { return reinterpret_cast<const u64*>(v.data()); };
-  const auto expect_window = [&](const std::vector<u32>& other, u64 skip, u64 len, const u64* T) {
-    const std::vector<u32> right = gmp_product(kept, other);
-    EXPECT_EQ(std::memcmp(T, right.data() + 2 * skip, 8 * (len - skip)), 0) << skip << " to " << len;
-  };
-  p.forward_w(g, as_u64(kept), kept.size() / 2, t, parallel);
-  for (const u64 other_words : {words - words / 2, random.between(1, words / 2)}) {
-    const std::vector<u32> other = operand(random, 2 * other_words, random.below(3));
-    const u64 all = words / 2 + other_words, skip = random.below(all / 2) | 1,
-              len = random.between(skip + 1, all);
-    const GuardedBlock target((8 * (len - skip) + 63) / 64 * 64);
-    p.forward_w(f, as_u64(other), other_words, t, parallel);
-    p.inverse_fmul_w(f, g, static_cast<u64*>(target.buffer().ptr), skip, len, t, parallel);
-    expect_window(other, skip, len, static_cast<u64*>(target.buffer().ptr));
-    EXPECT_TRUE(target.intact());
-  }
-  std::vector<u64> square(kept.size());
-  p.inverse_fsqr_w(g, square.data(), 0, square.size(), t, parallel);
-  expect_window(kept, 0, square.size(), square.data());
-  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact());
-}
-
-// Full operands modulo W^n - 1 and W^n + 1; -1 times -1 and -1 times 1 modulo the latter.
-void check_wrapped(const Parameters& p, Random& random) {
-  Parallelizer_None none;
-  const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
-  void *const f = F.buffer().ptr, *const g = G.buffer().ptr, *const t = tmp.buffer().ptr;
-  const u64 n = p.cyclic_words();
-  ASSERT_EQ(32 * n, p.max_bits());
-  const GuardedBlock target(4 * n);
-  u32* const T = static_cast<u32*>(target.buffer().ptr);
-  for (u32 kind = 0; kind < 3; ++kind) {
-    const std::vector<u32> a = operand(random, n, kind), b = operand(random, n, 2 - kind);
-    p.forward_cyclic(f, a.data(), n, t, {none, 1});
-    p.forward_cyclic(g, b.data(), n, t, {none, 1});
-    p.pointwise_cyclic(f, g, T, t, {none, 1});
-    std::vector<u32> right = gmp_wrapped(a, b, n, false);
-    const bool zero = std::all_of(right.begin(), right.end(), [](u32 w) { return w == 0; });
-    if (!zero) {
-      EXPECT_EQ(std::memcmp(T, right.data(), 4 * n), 0) << "cyclic " << kind;
-    }
-    p.forward_negacyclic(f, a.data(), n, t, {none, 1});
-    p.forward_negacyclic(g, b.data(), n, t, {none, 1});
-    const bool top = p.pointwise_negacyclic(f, g, T, t, {none, 1});
-    right = gmp_wrapped(a, b, n, true);
-    EXPECT_EQ(top, right[n] == 1);
-    EXPECT_EQ(std::memcmp(T, right.data(), 4 * n), 0) << "negacyclic " << kind;
-  }
-  std::vector<u32> half(n);  // its square is W^n
-  if (n % 2 == 0) {
-    half[n / 2] = 1;
-    p.forward_negacyclic(f, half.data(), n, t, {none, 1});
-    EXPECT_TRUE(p.pointwise_negacyclic(f, f, T, t, {none, 1}));
-    EXPECT_TRUE(std::all_of(T, T + n, [](u32 w) { return w == 0; }));
-  }
-  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && target.intact());
-}
-
 TEST_P(VstTest, EverySetOfPrimesKeepsTransformsAndWraps) {
   if (GetParam() > simd::best_target()) GTEST_SKIP() << "not on this machine";
   Random random;
@@ -117,8 +51,8 @@ TEST_P(VstTest, EverySetOfPrimesKeepsTransformsAndWraps) {
       const OwnTables own(row);
       ParametersBox box;
       const Parameters& p = vst_parameters(box, &own.tables, VstShape(row));
-      check_kept(p, random, random.between(1, 5));
-      check_wrapped(p, random);
+      test::check_kept(p, random, random.between(1, 5));
+      test::check_wrapped(p, random, 1);
       EXPECT_TRUE(own.memory.intact());
     }
 }
@@ -136,8 +70,8 @@ TEST_P(VstTest, EveryWayToBlockGivesTheSame) {
     const OwnTables own(row);
     ParametersBox box;
     const Parameters& p = vst_parameters(box, &own.tables, VstShape(row));
-    check_kept(p, random, 3);
-    check_wrapped(p, random);
+    test::check_kept(p, random, 3);
+    test::check_wrapped(p, random, 1);
   }
 }
 
