@@ -10,6 +10,7 @@
 #include "frame/console.h"
 #include "frame/exceptions.h"
 #include "frame/settings.h"
+#include "tools/digit_viewer.h"
 
 namespace orvane {
 namespace {
@@ -100,7 +101,10 @@ int run_benchio(Line& line) {
 }
 
 int run_bbp(Line&) { return not_available("The BBP digit extractor"); }
-int run_digit_viewer(Line&) { return not_available("The digit viewer"); }
+int run_digit_viewer(Line&) {
+  Menu_DigitViewer();
+  return 0;
+}
 int run_validate(Line&) { return not_available("The benchmark validator"); }
 
 int run_about(Line&) {
@@ -141,7 +145,8 @@ constexpr Action kActions[] = {
      [] { return option_texts(custom_options()); }},
     {"bbp", "bbp", "Hexadecimal digits of Pi at any offset (not in this version yet).", "orvane bbp",
      run_bbp},
-    {"digitviewer", "digitviewer", "Views digit files (not in this version yet).", "orvane digitviewer",
+    {"digitviewer", "digitviewer",
+     "Looks into digit files of any size: ranges, statistics, extraction, compression.", "orvane digitviewer",
      run_digit_viewer},
     {"about", "about", "About this program.", "orvane about", run_about},
     {"validate", "validate", "Checks a validation file (not in this version yet).", "orvane validate",

@@ -206,6 +206,18 @@ u64 read_bounded(std::string_view prompt, u64 low, u64 high, char colour) {
   return value;
 }
 
+std::optional<u64> read_choice(std::string_view prompt, u64 low, u64 high, char colour) {
+  for (;;) {
+    print(prompt, colour == ' ' ? ' ' : 'w');
+    set_colour(colour);
+    const std::string line = line_or_exit();
+    if (colour != ' ') set_colour('w');
+    if (line.find_first_not_of(" \t\r") == std::string::npos) return std::nullopt;
+    const std::optional<u64> value = leading_number(line);
+    if (value && low <= *value && *value <= high) return value;
+  }
+}
+
 std::string read_line(std::string_view prompt) {
   print(prompt, 'w');
   return line_or_exit();

@@ -10,6 +10,7 @@
 #pragma once
 
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -40,6 +41,8 @@ u64 read_number(std::string_view prompt, char colour = 'G');
 /// read_number() until low <= value <= high, with no message; `high` of all ones is no bound. Then back to
 /// 'w', unless the colour is the blank.
 u64 read_bounded(std::string_view prompt, u64 low, u64 high, char colour = 'G');
+/// As read_bounded, but an empty line gives nothing: the user's way back.
+std::optional<u64> read_choice(std::string_view prompt, u64 low, u64 high, char colour = 'G');
 /// A line without its end.
 std::string read_line(std::string_view prompt);
 /// "Press ENTER to continue . . .", then waits for a line or the end of input.

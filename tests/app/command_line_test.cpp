@@ -73,7 +73,7 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"stress", "BKT"}, "not available in this version yet"},
       {{"benchio", "-swap:fly", "x"}, "Unrecognized mode: fly"},
       {{"bbp"}, "not available in this version yet"},
-      {{"digitviewer"}, "not available in this version yet"},
+      {{"digitviewer"}, "Enter the path of the file (include .txt or .ovd extensions):"},
       {{"validate"}, "not available in this version yet"},
   };
   for (const BadLine& line : lines) {
