@@ -16,6 +16,7 @@ struct F64 {
 inline F64 operator+(F64 a, F64 b) { return {_mm512_add_pd(a.v, b.v)}; }
 inline F64 operator-(F64 a, F64 b) { return {_mm512_sub_pd(a.v, b.v)}; }
 inline F64 operator*(F64 a, F64 b) { return {_mm512_mul_pd(a.v, b.v)}; }
+inline F64 operator/(F64 a, F64 b) { return {_mm512_div_pd(a.v, b.v)}; }
 inline F64 fma(F64 a, F64 b, F64 c) { return {_mm512_fmadd_pd(a.v, b.v, c.v)}; }
 inline F64 fms(F64 a, F64 b, F64 c) { return {_mm512_fmsub_pd(a.v, b.v, c.v)}; }
 inline F64 fnma(F64 a, F64 b, F64 c) { return {_mm512_fnmadd_pd(a.v, b.v, c.v)}; }
@@ -65,6 +66,7 @@ struct F64 {
 inline F64 operator+(F64 a, F64 b) { return {_mm256_add_pd(a.v, b.v)}; }
 inline F64 operator-(F64 a, F64 b) { return {_mm256_sub_pd(a.v, b.v)}; }
 inline F64 operator*(F64 a, F64 b) { return {_mm256_mul_pd(a.v, b.v)}; }
+inline F64 operator/(F64 a, F64 b) { return {_mm256_div_pd(a.v, b.v)}; }
 inline F64 fma(F64 a, F64 b, F64 c) { return {_mm256_fmadd_pd(a.v, b.v, c.v)}; }
 inline F64 fms(F64 a, F64 b, F64 c) { return {_mm256_fmsub_pd(a.v, b.v, c.v)}; }
 inline F64 fnma(F64 a, F64 b, F64 c) { return {_mm256_fnmadd_pd(a.v, b.v, c.v)}; }
@@ -108,6 +110,7 @@ struct F64 {
 inline F64 operator+(F64 a, F64 b) { return {a.v + b.v}; }
 inline F64 operator-(F64 a, F64 b) { return {a.v - b.v}; }
 inline F64 operator*(F64 a, F64 b) { return {a.v * b.v}; }
+inline F64 operator/(F64 a, F64 b) { return {a.v / b.v}; }
 inline F64 fma(F64 a, F64 b, F64 c) { return {__builtin_fma(a.v, b.v, c.v)}; }
 inline F64 fms(F64 a, F64 b, F64 c) { return {__builtin_fma(a.v, b.v, -c.v)}; }
 inline F64 fnma(F64 a, F64 b, F64 c) { return {__builtin_fma(-a.v, b.v, c.v)}; }
