@@ -16,6 +16,8 @@
 #include "parallel/frameworks.h"
 #include "parallel/thread_priority.h"
 #include "simd/target.h"
+#include "system/environment.h"
+#include "system/topology.h"
 #include "transforms/registration.h"
 
 namespace orvane {
@@ -24,6 +26,7 @@ namespace {
 namespace console = orl::console;
 
 constexpr const char* kCheckpointFile = "Orvane Checkpoint File.txt";
+constexpr const char* kEnvironmentFile = "environment.cfg";  // beside the program
 
 // Full path of the running file; empty when the system does not tell.
 std::string own_path() {
@@ -96,6 +99,7 @@ int guarded_body(orl::CommandLine::Parameters& line) {
   console::newline();
   orl::set_thread_priority(settings.thread_priority);
   check_processor();
+  orl::set_environment(orl::load_environment(settings.exe_dir + kEnvironmentFile, orl::topology()));
   console::newline();
   if (std::filesystem::exists(kCheckpointFile)) return resume();
   return dispatch(line);

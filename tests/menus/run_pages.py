@@ -116,9 +116,8 @@ def play(page, program, update):
     faults, screens = [], []
     with tempfile.TemporaryDirectory(prefix="orvane-page-") as root:
         place = Place(program, root)
-        place.create(page, 0)
         for number, run in enumerate(page.runs):
-            place.create(page, number + 1)
+            place.create(page, number)
             process = place.start(run)
             data = place.input_bytes(run)
             if run.interrupt:
@@ -183,9 +182,8 @@ def play_cuts(page, program):
     faults, cuts = [], 0
     with tempfile.TemporaryDirectory(prefix="orvane-page-") as root:
         place = Place(program, root)
-        place.create(page, 0)
         for number, run in enumerate(page.runs):
-            place.create(page, number + 1)
+            place.create(page, number)
             for name, data in cuts_of(place, run):
                 cuts += 1
                 fault = run_cut(page, number, run, program, place.work, name, data)

@@ -1,0 +1,180 @@
+#include "system/environment.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "frame/settings.h"
+#include "support/files.h"
+
+namespace orl {
+namespace {
+
+using test::read_file;
+using test::TemporaryFolder;
+using test::write_file;
+using Ids = std::vector<u32>;
+
+// Four logical cores on two physical ones, numbered as most systems do.
+Topology two_cores_with_threads() {
+  Topology t;
+  t.cores = {0, 1, 2, 3};
+  t.thread_ranks = {0, 0, 1, 1};
+  t.nodes = {{0, {0, 2}, 1}, {3, {1, 3}, 1}};
+  return t;
+}
+
+class EnvironmentFile : public testing::Test {
+ protected:
+  void SetUp() override { settings().colors_enabled = false; }
+  Environment load(const Topology& topology) {
+    testing::internal::CaptureStdout();
+    const Environment environment = load_environment(path_, topology);
+    screen_ = testing::internal::GetCapturedStdout();
+    return environment;
+  }
+  bool shows(const std::string& text) const { return screen_.find(text) != screen_.npos; }
+  // The generated file with one text replaced.
+  void write_changed(const std::string& from, const std::string& to) {
+    std::string text = environment_text(topology_);
+    const std::size_t at = text.find(from);
+    ASSERT_NE(at, text.npos);
+    write_file(path_, text.replace(at, from.size(), to));
+  }
+  void expect_fault(const std::string& message) {
+    EXPECT_EQ(load(topology_).static_pin_order, (Ids{0, 1, 2, 3})) << message;
+    EXPECT_TRUE(shows(message)) << screen_;
+    EXPECT_TRUE(shows("Please fix or delete \"" + path_ + "\"")) << screen_;
+    EXPECT_TRUE(shows("Falling back to default settings...\n")) << screen_;
+  }
+
+  TemporaryFolder folder_;
+  std::string path_ = folder_.file("environment.cfg");
+  Topology topology_ = two_cores_with_threads();
+  std::string screen_;
+};
+
+TEST(DefaultEnvironment, PinsPhysicalCoresBeforeTheirSecondThreads) {
+  Topology t = two_cores_with_threads();
+  EXPECT_EQ(default_environment(t).static_pin_order, (Ids{0, 1, 2, 3}));
+  t.thread_ranks = {0, 1, 0, 1};
+  EXPECT_EQ(default_environment(t).static_pin_order, (Ids{0, 2, 1, 3}));
+}
+
+TEST_F(EnvironmentFile, IsGeneratedThenRead) {
+  EXPECT_EQ(load(topology_).static_pin_order, (Ids{0, 1, 2, 3}));
+  EXPECT_TRUE(shows("Loading Environment Configuration...\n"));
+  EXPECT_TRUE(shows("No configuration found. Generating default file...\n"));
+  EXPECT_TRUE(shows("Loading configuration file...\n"));
+  EXPECT_EQ(folder_.names(), std::vector<std::string>{"environment.cfg"});
+  const std::string text = read_file(path_);
+  EXPECT_EQ(text.rfind("//\r\n//  Orvane Environment Configuration File\r\n//\r\n", 0), 0u);
+  for (const char* comment : {"//  Auto-Detected Hardware Topology\r\n", "//  Static-Pin Order\r\n",
+                              "//  Used by: BBP Digit Extractor\r\n",
+                              "//  Pin threads to the following cores in a round-robin fashion.\r\n"})
+    EXPECT_NE(text.find(comment), text.npos) << comment;
+  load(topology_);
+  EXPECT_FALSE(shows("Generating"));
+  EXPECT_FALSE(shows("Falling back"));
+  EXPECT_EQ(read_file(path_), text);
+}
+
+TEST_F(EnvironmentFile, GivesItsOwnOrder) {
+  write_file(path_,
+             "{ DetectedHardware : { LogicalCores : 4 ThreadNodes : [ { Node : 0 Cores : [ 0 2 ] }"
+             " { Node : 3 Cores : [ 1 3 ] } ] } StaticPinOrder : [ 3 1 3 ] }");
+  EXPECT_EQ(load(topology_).static_pin_order, (Ids{3, 1, 3}));
+}
+
+TEST_F(EnvironmentFile, OfOtherHardwareIsNotUsedAndNotTouched) {
+  const auto expect_mismatch = [&](const Topology& now) {
+    const std::string before = read_file(path_);
+    EXPECT_EQ(load(now).static_pin_order, default_environment(now).static_pin_order);
+    EXPECT_TRUE(
+        shows("Unable to load configuration file. The \"DetectedHardware\" section does not\n"
+              "match the current hardware configuration.\n"
+              "Falling back to default settings...\n"))
+        << screen_;
+    EXPECT_EQ(read_file(path_), before);
+  };
+  load(topology_);
+  Topology fewer = topology_;
+  fewer.cores = {0, 1, 2};
+  fewer.thread_ranks = {0, 0, 1};
+  fewer.nodes[1].cores = {1};
+  expect_mismatch(fewer);
+  Topology renamed = topology_;
+  renamed.nodes[1].id = 1;
+  expect_mismatch(renamed);
+  write_file(path_, "{ StaticPinOrder : [ 0 ] }");
+  expect_mismatch(topology_);
+}
+
+TEST_F(EnvironmentFile, ThatCannotBeUsedIsNamed) {
+  write_file(path_, "{\n  DetectedHardware : {,\n");
+  expect_fault("Line 2: ");
+  write_file(path_, "");
+  expect_fault("Unexpected end of stream.");
+  write_file(path_, "[ ]");
+  expect_fault("Expected Object, got Array.");
+  write_changed("StaticPinOrder", "StaticPinOder");
+  expect_fault("Unknown key: StaticPinOder");
+  write_changed("StaticPinOrder : [", "StaticPinOrder : [ 4");
+  expect_fault("There is no core 4.");
+  write_changed("StaticPinOrder : [", "StaticPinOrder : [ -4294967296");
+  expect_fault("There is no core -4294967296.");
+  write_changed("StaticPinOrder : [", "StaticPinOrder : [ \"0\"");
+  expect_fault("Expected Integer, got String.");
+  std::string text = environment_text(topology_);
+  write_file(path_, text.substr(0, text.find("StaticPinOrder")) + "StaticPinOrder : [ ] }");
+  expect_fault("The list of cores cannot be empty.");
+  write_file(path_, text.substr(0, text.find("//  Static-Pin")) + "}");
+  expect_fault("StaticPinOrder");
+}
+
+// No user, not even root, can make a file there.
+TEST_F(EnvironmentFile, InAFolderThatCannotBeWrittenIsNoFailure) {
+  path_ = "/proc/environment.cfg";
+  EXPECT_EQ(load(topology_).static_pin_order, (Ids{0, 1, 2, 3}));
+  EXPECT_TRUE(shows("Unable to write \"/proc/environment.cfg\": ")) << screen_;
+  EXPECT_FALSE(shows("Loading configuration file..."));
+}
+
+TEST_F(EnvironmentFile, ThatIsAFolderIsNoFailure) {
+  std::filesystem::create_directory(path_);
+  expect_fault("");
+}
+
+// What a reader sees while others generate is either nothing or the whole file.
+TEST_F(EnvironmentFile, IsNeverSeenInPart) {
+  testing::internal::CaptureStdout();
+  std::atomic<bool> done{false};
+  std::atomic<int> seen{0}, damaged{0};
+  std::thread reader([&] {
+    while (!done) {
+      const std::string text = read_file(path_);
+      if (text.empty()) continue;
+      seen++;
+      damaged += text != environment_text(topology_);
+    }
+  });
+  for (int i = 0; i < 5000 && seen < 20; i++) {
+    load_environment(path_, topology_);
+    std::filesystem::remove(path_);
+  }
+  done = true;
+  reader.join();
+  testing::internal::GetCapturedStdout();
+  EXPECT_GT(seen, 0);
+  EXPECT_EQ(damaged, 0);
+}
+
+TEST(Environment, DefaultsHoldUntilItIsSet) {
+  EXPECT_EQ(static_pin_order(), default_environment(topology()).static_pin_order);
+  set_environment({{0, 0}});
+  EXPECT_EQ(static_pin_order(), (Ids{0, 0}));
+}
+
+}  // namespace
+}  // namespace orl
