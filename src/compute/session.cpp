@@ -6,11 +6,11 @@
 #include "compute/digit_output.h"
 #include "compute/parameters.h"
 #include "compute/ram_plan.h"
-#include "compute/run_timer.h"
 #include "frame/console.h"
 #include "frame/ending.h"
 #include "frame/event_log.h"
 #include "frame/exceptions.h"
+#include "frame/run_timer.h"
 #include "frame/status.h"
 #include "numbers/algorithm_table.h"
 #include "numbers/big_float.h"
@@ -25,6 +25,7 @@ namespace {
 namespace console = orl::console;
 using orl::InvalidParametersException;
 using orl::LinearHeapBuffer;
+using orl::seconds_text;
 
 constexpr orl::u32 kStatusWidth = 79;
 constexpr double kStatusRefresh = 1.0;
@@ -33,12 +34,6 @@ constexpr double kStatusRefresh = 1.0;
 void print_line(std::string_view label, std::string_view value, char colour) {
   console::label_value(label, value, colour);
   console::newline();
-}
-
-std::string seconds_text(double seconds) {
-  char text[64];
-  std::snprintf(text, sizeof text, "%.3f seconds", seconds);
-  return text;
 }
 
 void print_count(const char* label, u64 value) {
@@ -241,23 +236,10 @@ class RamSession {
     print_line("Total Computation Time:     ", computation, 'G');
     print_line("Start-to-End Wall Time:     ", wall, 'G');
     console::newline();
-    print_utilization("CPU Utilization:        ", 1);
-    print_utilization("Multi-core Efficiency:  ", orl::logical_core_count());
+    print_line("CPU Utilization:        ", timer_.utilization(1), 'Y');
+    print_line("Multi-core Efficiency:  ", timer_.utilization(orl::logical_core_count()), 'Y');
     console::newline();
     print_results();
-  }
-
-  void print_utilization(const char* label, u64 cores) {
-    console::print(label, 'w');
-    const double scale = 100 / timer_.wall_seconds() / static_cast<double>(cores);
-    if (timer_.user_seconds() <= 0 || timer_.wall_seconds() <= 0) {
-      console::println("Too Fast to Measure", 'Y');
-      return;
-    }
-    char text[128];
-    std::snprintf(text, sizeof text, "%.2f %%  +  %.2f %% kernel overhead", timer_.user_seconds() * scale,
-                  timer_.kernel_seconds() * scale);
-    console::println(text, 'Y');
   }
 
   // Last digits, counts and hashes, each of both radices before the next.
@@ -300,7 +282,7 @@ class RamSession {
 
   ComputeParameters& parameters_;
   RamPlan plan_;
-  RunTimer timer_;
+  orl::RunTimer timer_;
   orl::EventLog events_;
   orl::LinearConsoleNode status_;
   orl::ParallelContext parallel_;

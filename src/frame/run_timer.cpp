@@ -1,13 +1,14 @@
-#include "compute/run_timer.h"
+#include "frame/run_timer.h"
 
 #include <sys/resource.h>
 #include <sys/time.h>
 
 #include <chrono>
+#include <cstdio>
 #include <ctime>
 #include <tuple>
 
-namespace orvane {
+namespace orl {
 namespace {
 
 double seconds(const timeval& time) {
@@ -37,6 +38,12 @@ double monotonic_seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
+std::string seconds_text(double seconds) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.3f seconds", seconds);
+  return text;
+}
+
 RunTimer::RunTimer()
     : start_wall_(monotonic_seconds()), last_stage_(start_wall_), start_date_(date_of_now()) {
   std::tie(start_user_, start_kernel_) = processor_seconds();
@@ -58,4 +65,12 @@ void RunTimer::stop() {
   end_date_ = date_of_now();
 }
 
-}  // namespace orvane
+std::string RunTimer::utilization(u64 cores) const {
+  if (user_ <= 0 || wall_ <= 0) return "Too Fast to Measure";
+  const double scale = 100 / wall_ / static_cast<double>(cores);
+  char text[128];
+  std::snprintf(text, sizeof text, "%.2f %%  +  %.2f %% kernel overhead", user_ * scale, kernel_ * scale);
+  return text;
+}
+
+}  // namespace orl

@@ -7,10 +7,12 @@
 
 #include "frame/types.h"
 
-namespace orvane {
+namespace orl {
 
 /// Seconds since an arbitrary start, from a clock that does not jump.
 double monotonic_seconds();
+/// "1.234 seconds"
+std::string seconds_text(double seconds);
 
 class RunTimer {
  public:
@@ -26,6 +28,9 @@ class RunTimer {
   double wall_seconds() const { return wall_; }
   double user_seconds() const { return user_; }
   double kernel_seconds() const { return kernel_; }
+  /// The processor's share of the wall time of so many cores, "98.76 %  +  0.12 % kernel overhead", or
+  /// "Too Fast to Measure".
+  std::string utilization(u64 cores) const;
   /// "Sat Nov 21 09:24:13 2026"
   const std::string& start_date() const { return start_date_; }
   const std::string& end_date() const { return end_date_; }
@@ -37,4 +42,4 @@ class RunTimer {
   std::vector<std::pair<std::string, double>> stages_;
 };
 
-}  // namespace orvane
+}  // namespace orl
