@@ -3,6 +3,8 @@
 #include "config/object.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
+#include "parallel/interleave_allocator.h"
+#include "parallel/libnuma_allocator.h"
 #include "parallel/malloc_allocator.h"
 #include "parallel/mmap_allocator.h"
 
@@ -29,27 +31,16 @@ std::unique_ptr<MemoryAllocator> make() {
 void register_allocators() {
   register_allocator({"malloc", MallocAllocator::kName, make<MallocAllocator>});
   register_allocator({"mmap", MmapAllocator::kName, make<MmapAllocator>});
-  // Known words that this build cannot serve: no create operation.
-  register_allocator({"interleave", "Node Interleaving", nullptr});
-  register_allocator({"interleave-libnuma", "Node Interleaving (libnuma)", nullptr});
+  register_allocator({"interleave", InterleaveAllocator::kName, make<InterleaveAllocator>});
+  register_allocator({"interleave-libnuma", LibNumaAllocator::kName, make<LibNumaAllocator>});
 }
 
-std::vector<AllocatorType> allocators() {
-  std::vector<AllocatorType> usable;
-  for (const AllocatorType& type : registry().entries()) {
-    if (type.create != nullptr) usable.push_back(type);
-  }
-  return usable;
-}
+const std::vector<AllocatorType>& allocators() { return registry().entries(); }
 
 std::unique_ptr<MemoryAllocator> create_allocator(const std::string& key) {
   const AllocatorType* type = registry().find(key);
   if (type == nullptr) {
     throw InvalidParametersException("create_allocator()", "Invalid Memory Allocator: " + key);
-  }
-  if (type->create == nullptr) {
-    throw InvalidParametersException("create_allocator()", "Memory allocator \"" + key + "\" (" + type->name +
-                                                               ") is not available in this build yet.");
   }
   return type->create();
 }

@@ -36,13 +36,13 @@ class MemoryAllocator {
 
 using AllocatorType = RegistryEntry<MemoryAllocator>;
 
-/// Fills the registry: malloc, mmap, and the keys of allocators that this build lacks. To be called once,
-/// from main; a key that is registered twice ends the program: "Duplicate Allocator Type".
+/// Fills the registry. To be called once, from main; a key that is registered twice ends the program:
+/// "Duplicate Allocator Type".
 void register_allocators();
-/// In order of registration, only those that can be created.
-std::vector<AllocatorType> allocators();
+/// In order of registration.
+const std::vector<AllocatorType>& allocators();
 /// A fresh allocator with its default settings. Throws InvalidParametersException "Invalid Memory Allocator:
-/// " and the key for an unknown one, and says so in one line for one that this build lacks.
+/// " and the key for an unknown one.
 std::unique_ptr<MemoryAllocator> create_allocator(const std::string& key);
 /// "mmap".
 std::string default_allocator_key();

@@ -1,13 +1,11 @@
 #include "parallel/large_memory.h"
 
-#include <sys/syscall.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstring>
 
 #include "frame/console.h"
 #include "frame/exceptions.h"
+#include "parallel/node_placement.h"
 
 namespace orl {
 
@@ -42,6 +40,16 @@ Mode word_to_mode(const std::string& key, const std::string& word) {
   throw InvalidParametersException(
       "word_to_mode", "Invalid value for " + key + R"(. Expected "disable", "attempt", or "forced".)");
 }
+
+Mode word_to_bind_mode(const std::string& word) {
+  for (const Mode mode : {Mode::attempt, Mode::forced}) {
+    if (word == mode_to_word(mode)) return mode;
+  }
+  throw InvalidParametersException("word_to_bind_mode",
+                                   R"(Invalid value for NumaBind. Expected "attempt" or "forced".)");
+}
+
+Mode next_mode(Mode mode) { return static_cast<Mode>((static_cast<u32>(mode) + 1) % 3); }
 
 void AllocationReport::print() const {
   console::label_value("Total Bytes:         ", console::format_with_commas(total_bytes), 'G');
@@ -96,28 +104,9 @@ void touch_memory(void* address, u64 length_bytes) {
   std::memcpy(words + 4 * i, &value, 4 * (count - i));
 }
 
-namespace {
-
-/// Makes every page of the block on tds threads. The kernel clears a page far more slowly than one thread
-/// writes the pattern afterwards.
-void populate(void* address, u64 length_bytes, const ParallelContext& parallel) {
-  const u64 pages = length_bytes / kLargePageBytes;
-  const u64 pieces = std::min(parallel.tds, pages);
-  if (pieces < 2) return;
-  fork_range(parallel.parallelizer, 0, pieces, [=](u64 k) {
-    const u64 begin = pages * k / pieces * kLargePageBytes, end = pages * (k + 1) / pieces * kLargePageBytes;
-    for (u64 at = begin; at < end; at += kSmallPageBytes) static_cast<volatile char*>(address)[at] = 0;
-  });
-}
-
-}  // namespace
-
 void touch_memory(void* address, u64 length_bytes, const ParallelContext& parallel) {
   const u64 pieces = parallel.tds / 4;
-  if (pieces < 2) {
-    populate(address, length_bytes, parallel);
-    return touch_memory(address, length_bytes);
-  }
+  if (pieces < 2) return touch_memory(address, length_bytes);
   const u64 piece_bytes = (length_bytes + pieces - 1) / pieces;
   fork_range(parallel.parallelizer, 0, pieces, [=](u64 k) {
     const u64 begin = std::min(k * piece_bytes, length_bytes);
@@ -125,17 +114,22 @@ void touch_memory(void* address, u64 length_bytes, const ParallelContext& parall
   });
 }
 
-std::map<int, u64> sample_nodes(const void* address, u64 length_bytes) {
-  constexpr u64 kSamples = 1024;
+void populate(void* address, u64 length_bytes, const ParallelContext& parallel) {
   const u64 pages = (length_bytes + kSmallPageBytes - 1) / kSmallPageBytes;
-  const u64 stride = std::max<u64>((pages + kSamples - 1) / kSamples, 1);
+  const u64 pieces = std::min(parallel.tds, pages);
+  fork_range(parallel.parallelizer, 0, pieces, [=](u64 k) {
+    for (u64 page = pages * k / pieces; page < pages * (k + 1) / pieces; ++page)
+      static_cast<volatile char*>(address)[page * kSmallPageBytes] = 0;
+  });
+}
+
+std::map<int, u64> sample_nodes(const void* address, u64 length_bytes, u64 samples) {
+  const u64 pages = (length_bytes + kSmallPageBytes - 1) / kSmallPageBytes;
+  const u64 stride = std::max<u64>((pages + samples - 1) / samples, 1);
   std::map<int, u64> bytes;
   for (u64 page = 0; page < pages; page += stride) {
-    const void* where = static_cast<const char*>(address) + page * kSmallPageBytes;
-    int node = -1;
-    if (syscall(SYS_move_pages, 0, 1UL, &where, nullptr, &node, 0) != 0) return {};
-    // A negative status is an error number: a page that is not there yet.
     const u64 begin = page * kSmallPageBytes;
+    const int node = node_of_page(static_cast<const char*>(address) + begin);
     if (node >= 0) bytes[node] += std::min(stride * kSmallPageBytes, length_bytes - begin);
   }
   return bytes;

@@ -22,6 +22,11 @@ std::string mode_to_word(Mode mode);
 /// Throws InvalidParametersException: Invalid value for `key`. Expected "disable", "attempt", or "forced".
 Mode word_to_mode(const std::string& key, const std::string& word);
 
+/// The same for NumaBind, which is never disabled: Expected "attempt" or "forced".
+Mode word_to_bind_mode(const std::string& word);
+/// Disabled, attempt, forced, disabled ...: what a menu does.
+Mode next_mode(Mode mode);
+
 struct AllocationReport {
   u64 total_bytes = 0;
   u64 large_page_bytes = 0;
@@ -57,11 +62,13 @@ class LargeMemory {
 /// every aligned 32-bit word number i = 0, 1, ... becomes i * i * 0xC82B9175 - 933796325 modulo 2^32.
 void touch_memory(void* address, u64 length_bytes);
 /// The same with the block cut into tds / 4 pieces, each with a pattern of its own, when that is at least
-/// two: each thread first touches its own pages. With fewer the pattern is one thread's, over pages that tds
-/// threads have populated.
+/// two; with fewer one thread writes it all.
 void touch_memory(void* address, u64 length_bytes, const ParallelContext& parallel);
+/// Makes every page of a fresh block on tds threads: the kernel clears a page far more slowly than a thread
+/// writes the pattern afterwards.
+void populate(void* address, u64 length_bytes, const ParallelContext& parallel);
 
-/// NUMA node -> bytes, from up to 1024 pages of the block; empty where the system has no answer.
-std::map<int, u64> sample_nodes(const void* address, u64 length_bytes);
+/// NUMA node -> bytes, from up to `samples` pages of the block; empty where the system has no answer.
+std::map<int, u64> sample_nodes(const void* address, u64 length_bytes, u64 samples = 1024);
 
 }  // namespace orl

@@ -127,17 +127,36 @@ const Topology& topology() {
   return machine;
 }
 
+namespace {
+
+using CoreSet = std::unique_ptr<cpu_set_t, void (*)(cpu_set_t*)>;
+
+CoreSet make_core_set(std::size_t cores) {
+  return CoreSet(CPU_ALLOC(cores), [](cpu_set_t* set) { CPU_FREE(set); });
+}
+
+}  // namespace
+
 bool bind_thread(const std::vector<u32>& cores) {
   if (cores.empty()) return false;
   const u32 highest = *std::max_element(cores.begin(), cores.end());
   if (highest >= kMaxKernelId) return false;
-  const std::unique_ptr<cpu_set_t, void (*)(cpu_set_t*)> set(CPU_ALLOC(highest + 1),
-                                                             [](cpu_set_t* s) { CPU_FREE(s); });
+  const CoreSet set = make_core_set(highest + 1);
   if (!set) return false;
   const std::size_t bytes = CPU_ALLOC_SIZE(highest + 1);
   CPU_ZERO_S(bytes, set.get());
   for (const u32 core : cores) CPU_SET_S(core, bytes, set.get());
   return sched_setaffinity(0, bytes, set.get()) == 0;
+}
+
+std::vector<u32> bound_cores() {
+  std::vector<u32> cores;
+  const CoreSet set = make_core_set(kMaxKernelId);
+  const std::size_t bytes = CPU_ALLOC_SIZE(kMaxKernelId);
+  if (!set || sched_getaffinity(0, bytes, set.get()) != 0) return cores;
+  for (u32 core = 0; core < kMaxKernelId; ++core)
+    if (CPU_ISSET_S(core, bytes, set.get())) cores.push_back(core);
+  return cores;
 }
 
 }  // namespace orl

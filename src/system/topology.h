@@ -36,4 +36,7 @@ const Topology& topology();
 /// does.
 bool bind_thread(const std::vector<u32>& cores);
 
+/// The cores on which the calling thread may run, rising.
+std::vector<u32> bound_cores();
+
 }  // namespace orl

@@ -5,37 +5,24 @@
 #include <sys/resource.h>
 
 #include <cstring>
-#include <numeric>
 
 #include "config/object.h"
+#include "fake_memory_calls.h"
 #include "frame/exceptions.h"
 #include "parallel/mmap_allocator.h"
-#include "parallel/push_pool_framework.h"
 #include "parallel/simple_frameworks.h"
+#include "pattern.h"
 #include "registered.h"
 
 namespace orl {
 namespace {
 
-u32 expected_word(u64 i) { return static_cast<u32>(i) * static_cast<u32>(i) * 0xC82B9175u - 933796325u; }
+using testing_parallel::allocate;
+using testing_parallel::Allocation;
+using testing_parallel::check_pattern;
+using testing_parallel::FakeMemoryCalls;
 
-/// Checks the aligned words of a piece and the bytes that no aligned word covers.
-void check_pattern(const u8* begin, u64 length) {
-  const u64 head = -reinterpret_cast<u64>(begin) % 4;
-  if (length <= head) return;
-  const u64 words = (length - head) / 4;
-  for (u64 i = 0; i < words; ++i) {
-    u32 word;
-    std::memcpy(&word, begin + head + 4 * i, 4);
-    ASSERT_EQ(word, expected_word(i)) << "word " << i << " of " << length << " bytes";
-  }
-  if (head != 0) {
-    ASSERT_EQ(begin[0], '{');
-  }
-  if (head + 4 * words != length) {
-    ASSERT_EQ(begin[length - 1], '@');
-  }
-}
+using Texts = std::vector<std::string>;
 
 TEST(TouchMemory, WritesThePatternAndNothingElse) {
   alignas(16) u8 memory[256];
@@ -52,7 +39,7 @@ TEST(TouchMemory, WritesThePatternAndNothingElse) {
 
 TEST(TouchMemory, CutsTheBlockByAQuarterOfTheDecomposition) {
   Parallelizer_PushPool pool;
-  std::vector<u8> memory(3 * kLargePageBytes + 3);  // up to 7 tasks populate large pages before one writes
+  std::vector<u8> memory(1000003);
   for (const u64 tds : {1, 7, 8, 64, 65536}) {
     const u64 pieces = std::max<u64>(tds / 4, 1);
     std::fill(memory.begin(), memory.end(), 0);
@@ -64,21 +51,10 @@ TEST(TouchMemory, CutsTheBlockByAQuarterOfTheDecomposition) {
   }
 }
 
-struct Allocation {
-  std::unique_ptr<LargeMemory> memory;
-  std::vector<std::string> errors;
-};
-
-Allocation allocate(const MemoryAllocator& allocator, u64 bytes) {
-  Parallelizer_PushPool pool;
-  Allocation result;
-  result.memory = allocator.allocate(bytes, {pool, 16}, result.errors);
-  return result;
-}
-
 TEST(Allocators, EachGivesAlignedWritableMemory) {
   testing_parallel::fill_registries();
-  ASSERT_EQ(allocators().size(), 2u);
+  const FakeMemoryCalls machine({0, 1});
+  ASSERT_EQ(allocators().size(), 4u);
   for (const AllocatorType& type : allocators()) {
     SCOPED_TRACE(type.key);
     const auto allocator = create_allocator(type.key);
@@ -97,6 +73,7 @@ TEST(Allocators, EachGivesAlignedWritableMemory) {
 
 TEST(Allocators, RefuseWhatDoesNotFitTheAddressSpace) {
   testing_parallel::fill_registries();
+  const FakeMemoryCalls machine({0, 1});
   for (const AllocatorType& type : allocators()) {
     for (const u64 bytes : {~u64{0}, ~u64{0} - 5000, u64{1} << 56}) {
       const Allocation result = allocate(*create_allocator(type.key), bytes);
@@ -122,24 +99,97 @@ TEST(MmapAllocator, LeavesEveryPageResident) {
   EXPECT_TRUE(report.node_bytes.empty() || on_nodes == report.total_bytes);
 }
 
+TEST(MmapAllocator, MapsAndPopulatesInPieces) {
+  const FakeMemoryCalls machine({0});
+  const u64 bytes = 5 * kLargePageBytes + 1;
+  const Allocation whole = allocate(MmapAllocator(), bytes, 1);
+  const u64 populate = MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE;
+  ASSERT_EQ(machine.log().size(), 1u) << "one task: one call";
+  EXPECT_EQ(machine.log()[0].address, 0u);
+  EXPECT_EQ(machine.log()[0].length, bytes + 4095);
+  EXPECT_EQ(machine.log()[0].flags, populate);
+
+  const Allocation pieces = allocate(MmapAllocator(), bytes, 64);
+  ASSERT_NE(pieces.memory, nullptr);
+  std::vector<FakeMemoryCalls::Call> calls(machine.log().begin() + 2, machine.log().end());
+  std::sort(calls.begin(), calls.end(), [](const auto& a, const auto& b) { return a.address < b.address; });
+  ASSERT_EQ(calls.size(), 5u);
+  u64 at = reinterpret_cast<u64>(pieces.memory->address());
+  for (const auto& call : calls) {
+    EXPECT_EQ(call.address, at);
+    EXPECT_EQ(call.flags, populate | MAP_FIXED);
+    at += call.length;
+  }
+  EXPECT_EQ(at, reinterpret_cast<u64>(pieces.memory->address()) + pieces.memory->length());
+}
+
+TEST(MmapAllocator, ARefusedPieceFailsTheWhole) {
+  FakeMemoryCalls machine({0});
+  machine.mapping_error = EAGAIN;
+  const Allocation result = allocate(MmapAllocator(), 4 * kLargePageBytes);
+  EXPECT_EQ(result.memory, nullptr);
+  EXPECT_EQ(result.errors, Texts({"Unable to map memory. (Resource temporarily unavailable)"}));
+}
+
 TEST(MmapAllocator, LargePagesAreObtainedOrTheFallBackIsSaid) {
+  FakeMemoryCalls machine({0});
   MmapAllocator allocator;
   allocator.set_large_pages(Mode::attempt);
-  const Allocation attempted = allocate(allocator, 3000000);
+  const Allocation attempted = allocate(allocator, 3000000, 1);
   ASSERT_NE(attempted.memory, nullptr);
-  const AllocationReport& report = attempted.memory->report();
+  EXPECT_EQ(attempted.memory->report().large_page_bytes, 0u);
+  EXPECT_EQ(attempted.memory->report().page_size, kSmallPageBytes);
+  EXPECT_EQ(attempted.errors, Texts({"Unable to obtain large pages. (Cannot allocate memory)"}));
+  const u64 large = MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE | MAP_HUGETLB;
+  ASSERT_EQ(machine.log().size(), 2u);
+  EXPECT_EQ(machine.log()[0].flags, large);
+  EXPECT_EQ(machine.log()[0].length, 2 * kLargePageBytes);
+  EXPECT_EQ(machine.log()[1].flags, large & ~u64{MAP_HUGETLB});
+
   allocator.set_large_pages(Mode::forced);
-  const Allocation forced = allocate(allocator, 3000000);
-  if (forced.memory != nullptr) {
-    EXPECT_EQ(forced.memory->length(), 2 * kLargePageBytes);
-    EXPECT_EQ(forced.memory->report().large_page_bytes, 2 * kLargePageBytes);
-    EXPECT_EQ(forced.memory->report().page_size, kLargePageBytes);
-  } else {
-    EXPECT_EQ(forced.errors, std::vector<std::string>({"Unable to force large pages."}));
-    EXPECT_EQ(report.large_page_bytes, 0u);
-    EXPECT_EQ(report.page_size, kSmallPageBytes);
-    EXPECT_EQ(attempted.errors.size(), 1u);
-  }
+  const Allocation refused = allocate(allocator, 3000000);
+  EXPECT_EQ(refused.memory, nullptr);
+  EXPECT_EQ(refused.errors, Texts({"Unable to force large pages."}));
+  EXPECT_EQ(machine.log().size(), 3u) << "nothing else is tried";
+
+  machine.has_large_pages = true;
+  const Allocation obtained = allocate(allocator, 3000000);
+  ASSERT_NE(obtained.memory, nullptr);
+  EXPECT_EQ(obtained.errors, Texts());
+  EXPECT_EQ(obtained.memory->length(), 2 * kLargePageBytes);
+  EXPECT_EQ(obtained.memory->report().large_page_bytes, 2 * kLargePageBytes);
+  EXPECT_EQ(obtained.memory->report().page_size, kLargePageBytes);
+}
+
+TEST(MmapAllocator, LocksPagesInTheModeAskedFor) {
+  FakeMemoryCalls machine({0});
+  MmapAllocator allocator;
+  allocator.set_lock_pages(Mode::forced);
+  const Allocation locked = allocate(allocator, 100000);
+  ASSERT_NE(locked.memory, nullptr);
+  EXPECT_EQ(locked.memory->report().locked_bytes, 102400u);
+  machine.lock_limit = 200000;
+  const Allocation refused = allocate(allocator, 100000);
+  EXPECT_EQ(refused.memory, nullptr);
+  EXPECT_EQ(refused.errors, Texts({"Unable to force locked pages."}));
+  allocator.set_lock_pages(Mode::attempt);
+  const Allocation attempted = allocate(allocator, 100000);
+  ASSERT_NE(attempted.memory, nullptr);
+  EXPECT_EQ(attempted.memory->report().locked_bytes, 0u);
+  EXPECT_EQ(attempted.errors, Texts({"Unable to lock pages. (Cannot allocate memory)"}));
+}
+
+TEST(MmapAllocatorDeathTest, TheTestOfLockingPrecedesTheFirstBlock) {
+  ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+  const auto calls = [] {
+    const FakeMemoryCalls machine({0});
+    MmapAllocator allocator;
+    allocator.set_lock_pages(Mode::attempt);
+    for (int round = 0; round < 2; ++round) allocate(allocator, 100000);
+    for (const auto& call : machine.log()) std::cerr << call.name << ' ';
+    std::exit(0);
+  };
+  EXPECT_EXIT(calls(), ::testing::ExitedWithCode(0), "^mlockall munlockall mmap mlock mmap mlock $");
 }
 
 void lock_without_permission(Mode mode) {
@@ -172,19 +222,13 @@ TEST(MmapAllocatorDeathTest, LockingWithoutPermissionIsSaidOnce) {
   }
 }
 
-TEST(Allocators, UnknownAndAbsentKeysAreRefusedByName) {
+TEST(Allocators, UnknownKeysAreRefusedByName) {
   testing_parallel::fill_registries();
-  const auto refusal = [](const char* key) {
-    try {
-      create_allocator(key);
-    } catch (const InvalidParametersException& failure) {
-      return failure.message();
-    }
-    return std::string("accepted");
-  };
-  EXPECT_EQ(refusal("heap"), "Invalid Memory Allocator: heap");
-  for (const char* key : {"interleave", "interleave-libnuma"}) {
-    EXPECT_NE(refusal(key).find("is not available in this build yet."), std::string::npos) << key;
+  try {
+    create_allocator("heap");
+    FAIL();
+  } catch (const InvalidParametersException& failure) {
+    EXPECT_EQ(failure.message(), "Invalid Memory Allocator: heap");
   }
 }
 
@@ -229,6 +273,12 @@ TEST(MmapAllocator, SettingsSurviveTheTrip) {
               "Invalid value for LockPages. Expected \"disable\", \"attempt\", or \"forced\".");
   }
   EXPECT_EQ(second.large_pages(), Mode::attempt) << "a refused object changes nothing";
+  Object older_policy;
+  older_policy.add_string("LockedPages", "attempt");
+  Object older;
+  older.add_object("MemoryPolicy", std::move(older_policy));
+  second.read_object(older);
+  EXPECT_EQ(second.lock_pages(), Mode::attempt);
   EXPECT_THROW(mode_to_string(static_cast<Mode>(3)), InvalidParametersException);
 }
 

@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <iostream>
-#include <sstream>
-
 #include "config/object.h"
 #include "frame/exceptions.h"
 #include "parallel/push_pool_framework.h"
@@ -121,12 +118,7 @@ TEST_F(ParallelismTest, RefusedSettingsChangeNothing) {
 
 /// Runs the menu with `answers` typed and returns what it printed.
 std::string menu_output(Parallelism& settings, const std::string& answers) {
-  std::istringstream typed(answers);
-  std::streambuf* const before = std::cin.rdbuf(typed.rdbuf());
-  ::testing::internal::CaptureStdout();
-  settings.run_menu();
-  std::cin.rdbuf(before);
-  return ::testing::internal::GetCapturedStdout();
+  return testing_parallel::screen_of(answers, [&] { settings.run_menu(); });
 }
 
 TEST_F(ParallelismTest, MenuChangesWhatItShows) {

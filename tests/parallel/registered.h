@@ -6,6 +6,7 @@
 
 #include <cstdlib>
 #include <iostream>
+#include <sstream>
 #include <string>
 
 #include "frame/settings.h"
@@ -21,6 +22,20 @@ inline void fill_registries() {
     return true;
   }();
   static_cast<void>(filled);
+}
+
+/// What `action` prints with `answers` typed.
+template <class Action>
+std::string screen_of(const std::string& answers, Action&& action) {
+  const bool colours = settings().colors_enabled;
+  settings().colors_enabled = false;
+  std::istringstream typed(answers);
+  std::streambuf* const before = std::cin.rdbuf(typed.rdbuf());
+  ::testing::internal::CaptureStdout();
+  action();
+  std::cin.rdbuf(before);
+  settings().colors_enabled = colours;
+  return ::testing::internal::GetCapturedStdout();
 }
 
 /// Inside a death test: the console writes to standard output, the test reads standard error.

@@ -1,0 +1,84 @@
+#include "parallel/libnuma_allocator.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include "frame/console.h"
+#include "frame/exceptions.h"
+#include "parallel/mapped_memory.h"
+#include "parallel/memory_calls.h"
+#include "parallel/menu_row.h"
+#include "parallel/node_list.h"
+#include "parallel/node_placement.h"
+
+namespace orl {
+
+namespace {
+
+class LargeMemory_NodeInterleavingLibNuma final : public LargeMemory {
+ public:
+  /// address() is null when the machine refuses.
+  LargeMemory_NodeInterleavingLibNuma(u64 bytes, const std::vector<u32>& nodes) : LargeMemory(nullptr, 0) {
+    if (memory_calls().numa_available() < 0) {
+      throw InvalidParametersException("LargeMemory_NodeInterleavingLibNuma()",
+                                       "NUMA is not available on this system.");
+    }
+    const u64 length = (bytes + kSmallPageBytes - 1) & ~(kSmallPageBytes - 1);
+    errno = ENOMEM;
+    if (length < bytes) return;
+    address_ = memory_calls().numa_alloc_interleaved_subset(length, nodes);
+    if (address_ != nullptr) length_ = report_.total_bytes = length;
+  }
+  ~LargeMemory_NodeInterleavingLibNuma() override {
+    if (address_ != nullptr) memory_calls().numa_free(address_, length_);
+  }
+
+  void sample() { report_.node_bytes = sample_nodes(address_, length_); }
+};
+
+}  // namespace
+
+LibNumaAllocator::LibNumaAllocator() : nodes_(usable_nodes()) {}
+
+std::unique_ptr<LargeMemory> LibNumaAllocator::allocate(u64 bytes, const ParallelContext& parallel,
+                                                        std::vector<std::string>& errors) const {
+  auto memory = std::make_unique<LargeMemory_NodeInterleavingLibNuma>(std::max<u64>(bytes, 1), nodes_);
+  if (memory->address() == nullptr) {
+    errors.push_back(with_reason("Unable to map memory.", errno));
+    return nullptr;
+  }
+  if (!has_numa_nodes()) errors.push_back(kNothingToInterleave);
+  populate(memory->address(), memory->length(), parallel);
+  touch_memory(memory->address(), memory->length(), parallel);
+  memory->sample();
+  // The library says on standard error that it could not set its policy, and gives ordinary pages.
+  const auto chosen = [&](int node) {
+    return std::any_of(nodes_.begin(), nodes_.end(),
+                       [=](u32 entry) { return static_cast<int>(entry) == node; });
+  };
+  for (const auto& [node, bytes_there] : memory->report().node_bytes) {
+    if (!chosen(node))
+      errors.push_back("Pages lie on node " + std::to_string(node) + ", which was not chosen.");
+  }
+  return memory;
+}
+
+std::string LibNumaAllocator::to_string() const {
+  return std::string(kName) + "  (nodes: " + node_list_text(nodes_) + ")";
+}
+
+void LibNumaAllocator::print_menu_rows() const {
+  print_menu_row("   3    NUMA nodes:", node_list_text(nodes_));
+  console::newline();
+  console::println(kInterleaveNote, 'w');
+}
+
+void LibNumaAllocator::handle_menu_choice(u64 choice) {
+  if (choice == 3) nodes_ = ask_nodes();
+}
+
+void LibNumaAllocator::write_settings(Object& object) const { write_nodes(object, nodes_); }
+
+void LibNumaAllocator::read_object(const Object& object) { nodes_ = read_nodes(object, nodes_); }
+
+}  // namespace orl
