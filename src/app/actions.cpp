@@ -5,7 +5,6 @@
 #include <string>
 
 #include "app/options.h"
-#include "app/version.h"
 #include "config/parser.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"

@@ -4,8 +4,8 @@
 
 #include "app/actions.h"
 #include "app/help_sections.h"
-#include "app/version.h"
 #include "frame/console.h"
+#include "frame/version.h"
 #include "simd/target.h"
 
 namespace orvane {
@@ -72,12 +72,12 @@ void print_sections(const std::vector<HelpSection>& sections) {
 }  // namespace
 
 void print_banner() {
-  console::println(std::string("Orvane v") + kVersion + "  (" +
-                       orl::simd::target_name(orl::simd::active_target()) + ", " + kBuildType + ")",
+  console::println(std::string("Orvane v") + orl::kVersion + "  (" +
+                       orl::simd::target_name(orl::simd::active_target()) + ", " + orl::kBuildType + ")",
                    'T');
 }
 
-void print_version() { console::println(std::string("Orvane ") + kVersion, 'w'); }
+void print_version() { console::println(std::string("Orvane ") + orl::kVersion, 'w'); }
 
 void print_help() { print_sections(whole_help()); }
 void print_help(const Action& action) { print_sections(action_help(action)); }

@@ -1,10 +1,10 @@
 // SHA-256 of a stretch of digits as text, for reports.
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include "digits/digit_reader.h"
+#include "digits/sha256.h"
 #include "parallel/linear_buffer.h"
 
 namespace orl {
@@ -31,17 +31,14 @@ class HashedDigits {
 /// The same for digits that pass by in order.
 class DigitHasher {
  public:
-  explicit DigitHasher(u64 first_index);
-  DigitHasher(DigitHasher&&) noexcept;
-  ~DigitHasher();
+  explicit DigitHasher(u64 first_index) : first_index_(first_index) {}
 
   /// Appends raw digits.
   void append(const u8* digits, u64 length);
   HashedDigits finish();
 
  private:
-  struct State;
-  std::unique_ptr<State> state_;
+  Sha256 hash_;
   u64 first_index_;
   u64 count_ = 0;
 };

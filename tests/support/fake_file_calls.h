@@ -24,7 +24,8 @@ enum class FileCall {
   kSync,
   kRename,
   kUnlink,
-  kMkdir
+  kMkdir,
+  kRenameNew
 };
 
 /// In force as long as it lives. Without faults any number of threads may use it.
@@ -92,6 +93,9 @@ class FakeFileCalls final : public FileCalls {
   int rename(const char* from, const char* to) override {
     return struck(FileCall::kRename) ? -1 : FileCalls::rename(from, to);
   }
+  int rename_new(const char* from, const char* to) override {
+    return struck(FileCall::kRenameNew) ? -1 : FileCalls::rename_new(from, to);
+  }
   int unlink(const char* path) override { return struck(FileCall::kUnlink) ? -1 : FileCalls::unlink(path); }
   int mkdir(const char* path, mode_t mode) override {
     return struck(FileCall::kMkdir) ? -1 : FileCalls::mkdir(path, mode);
@@ -102,7 +106,7 @@ class FakeFileCalls final : public FileCalls {
     int code = 0;
     u64 skip = 0, times = 0;
   };
-  static constexpr std::size_t kCalls = 11;
+  static constexpr std::size_t kCalls = 12;
 
   bool struck(FileCall call) {
     counts_[static_cast<std::size_t>(call)]++;

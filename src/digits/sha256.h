@@ -1,0 +1,30 @@
+// SHA-256, piece by piece.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "frame/types.h"
+
+namespace orl {
+
+class Sha256 {
+ public:
+  Sha256();
+  Sha256(Sha256&&) noexcept;
+  ~Sha256();
+
+  void append(const void* bytes, u64 length);
+  /// The hash of all that was appended, lower-case hexadecimal. Call once.
+  std::string finish();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+/// Of a whole text.
+std::string sha256(std::string_view text);
+
+}  // namespace orl
