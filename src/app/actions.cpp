@@ -9,6 +9,7 @@
 #include "frame/console.h"
 #include "frame/exceptions.h"
 #include "frame/settings.h"
+#include "tools/bbp_extractor.h"
 #include "tools/digit_viewer.h"
 
 namespace orvane {
@@ -99,7 +100,11 @@ int run_benchio(Line& line) {
   return not_available("The I/O benchmark");
 }
 
-int run_bbp(Line&) { return not_available("The BBP digit extractor"); }
+int run_bbp(Line&) {
+  Menu_BbpExtractor();
+  return 0;
+}
+
 int run_digit_viewer(Line&) {
   Menu_DigitViewer();
   return 0;
@@ -142,8 +147,7 @@ constexpr Action kActions[] = {
     {"custom", "custom CONSTANT[:ARGUMENT] [OPTION...]", "Computes a constant.",
      "orvane custom sqrt:2 -dec:10m -hex:1m -o digits", run_custom,
      [] { return option_texts(custom_options()); }},
-    {"bbp", "bbp", "Hexadecimal digits of Pi at any offset (not in this version yet).", "orvane bbp",
-     run_bbp},
+    {"bbp", "bbp", "Hexadecimal digits of Pi at any offset.", "orvane bbp", run_bbp},
     {"digitviewer", "digitviewer",
      "Looks into digit files of any size: ranges, statistics, extraction, compression.", "orvane digitviewer",
      run_digit_viewer},

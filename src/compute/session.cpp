@@ -1,6 +1,5 @@
 // The run of a computation in memory, stage by stage.
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 
 #include "compute/digit_output.h"

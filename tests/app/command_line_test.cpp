@@ -72,7 +72,6 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"stress", "fly"}, "Invalid Parameter: fly"},
       {{"stress", "BKT"}, "not available in this version yet"},
       {{"benchio", "-swap:fly", "x"}, "Unrecognized mode: fly"},
-      {{"bbp"}, "not available in this version yet"},
       {{"digitviewer"}, "Enter the path of the file (include .txt or .ovd extensions):"},
       {{"validate"}, "not available in this version yet"},
   };
