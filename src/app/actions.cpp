@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "app/bench.h"
 #include "app/options.h"
 #include "config/parser.h"
 #include "frame/console.h"
@@ -62,9 +63,8 @@ int run_custom(Line& line) {
 
 int run_bench(Line& line) {
   line.take();
-  if (line.at_end()) return not_available("The benchmark menu");
+  if (line.at_end()) return bench_menu();
   BenchSettings settings;
-  settings.parameters.output_digits = false;
   while (!line.at_end()) {
     bool is_size = false;
     for (const BenchSize& size : bench_sizes()) {
@@ -81,7 +81,7 @@ int run_bench(Line& line) {
     option->handler(settings, line);
   }
   if (settings.decimal_digits == 0) throw InvalidParametersException("bench", "No benchmark size selected.");
-  return not_available("The benchmark");
+  return run_benchmark(settings);
 }
 
 int run_stress(Line& line) {
@@ -137,8 +137,8 @@ int run_config(Line& line) {
 }
 
 constexpr Action kActions[] = {
-    {"bench", "bench SIZE [OPTION...]", "Pi benchmark in memory (not in this version yet).",
-     "orvane bench 25m -TD:4", run_bench, [] { return option_texts(bench_options()); }},
+    {"bench", "bench SIZE [OPTION...]", "Pi benchmark in memory.", "orvane bench 25m -TD:4", run_bench,
+     [] { return option_texts(bench_options()); }},
     {"stress", "stress [OPTION...]", "Component stress tester (not in this version yet).",
      "orvane stress -M:4G -D:60 BKT C17", run_stress, [] { return option_texts(stress_options()); }},
     {"benchio", "benchio [OPTION...]", "I/O benchmark of a disk array (not in this version yet).",

@@ -80,6 +80,10 @@ void print_banner() {
 void print_version() { console::println(std::string("Orvane ") + orl::kVersion, 'w'); }
 
 void print_help() { print_sections(whole_help()); }
-void print_help(const Action& action) { print_sections(action_help(action)); }
+void print_help(const Action& action) {
+  std::vector<HelpSection> sections = action_help(action);
+  if (action.options) sections.push_back(number_forms());
+  print_sections(sections);
+}
 
 }  // namespace orvane

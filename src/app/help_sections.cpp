@@ -143,6 +143,16 @@ HelpSection sizes() {
   return {"Sizes of bench", text + ".", {}};
 }
 
+// "zeta3, zeta(3)": the words of a constant, with what stands behind its colon.
+std::string words_of(u64 index, const Constant& constant) {
+  const bool file = index == static_cast<u64>(ConstantIndex::kCustom);
+  const std::string argument = constant.takes_argument() ? (file ? ":FILE" : ":N") : "";
+  std::string text;
+  for (const ConstantWord& row : constant_words())
+    if (row.index == index) text += (text.empty() ? "" : ", ") + (row.word + argument);
+  return text;
+}
+
 HelpSection constants() {
   HelpSection section{"Constants and their algorithms (the first is the default)", {}, {}};
   for (u64 i = 0; i < kConstantCount; i++) {
@@ -151,21 +161,21 @@ HelpSection constants() {
     if (!constant->algorithms().empty())
       text += ": " + join(value_words(Values::kAlgorithm, constant->key()), ", ");
     if (!constant->unavailable().empty()) text += " (not in this version yet)";
-    section.entries.push_back(
-        {constant->key() + std::string(constant->takes_argument() ? ":N" : ""), text, {}});
+    section.entries.push_back({words_of(i, *constant), text, {}});
   }
-  section.text = "Other words: goldenratio (phi), apery and zeta(3) (zeta3).";
   return section;
 }
 
-HelpSection number_forms() {
-  return {
-      "Numbers",
-      {},
-      {{"DIGITS", "Digits, then K, M, B or T for 10^3, 10^6, 10^9 or 10^12.", "10m is 10,000,000"},
-       {"N", "The same with an optional minus sign.", "-1"},
-       {"BYTES", "Digits, a fraction, then K, M, G, T, P or E for 2^10 to 2^60.", "1.5G is 1,610,612,736"},
-       {"SECONDS, tasks", "Digits only.", "64"}}};
+std::vector<HelpEntry> files() {
+  return {{"NAME - Dec - ALGORITHM.txt",
+           "Decimal digits; Hex for hexadecimal ones, .ovd for compressed files.",
+           {}},
+          {"Validation File", "Report of a finished run, in the working folder; closed by a hash.", {}},
+          {"Digits/", "First digits of every constant, with which each run is compared.", {}},
+          {"Username.txt",
+           "Beside the program: a line \"Username: NAME\" names the user in validation files.",
+           {}},
+          {"environment.cfg", "The machine's cores and nodes as the program found them.", {}}};
 }
 
 // Sections of an action beyond its description.
@@ -205,15 +215,35 @@ std::vector<std::string> value_words(Values values, std::string_view constant) {
   return words;
 }
 
-std::vector<HelpSection> whole_help() {
-  std::vector<HelpSection> sections{{"Usage", kUsage, {}}, {"First steps", kFirstSteps, {}}};
-  HelpSection list{"Actions", {}, {}};
+HelpSection number_forms() {
+  return {
+      "Numbers",
+      {},
+      {{"DIGITS", "Digits, then K, M, B or T for 10^3, 10^6, 10^9 or 10^12.", "10m is 10,000,000"},
+       {"N", "The same with an optional minus sign.", "-1"},
+       {"BYTES", "Digits, a fraction, then K, M, G, T, P or E for 2^10 to 2^60.", "1.5G is 1,610,612,736"},
+       {"SECONDS, tasks", "Digits only.", "64"}}};
+}
+
+std::vector<HelpSection> common_help() {
+  HelpSection list{kActionsTitle, {}, {}};
   for (const Action& action : actions()) list.entries.push_back({action.form, action.help, action.example});
-  sections.push_back(std::move(list));
-  sections.push_back(option_section("Global options (before the action)", option_texts(global_options())));
-  for (const Action& action : actions()) add_options(action, sections);
-  sections.push_back({"A configuration file", manual_of(*find_action("config")), {}});
-  sections.push_back(number_forms());
+  return {{"Usage", kUsage, {}},
+          {"First steps", kFirstSteps, {}},
+          option_section("Global options (before the action)", option_texts(global_options())),
+          std::move(list),
+          number_forms(),
+          {"Files", {}, files()}};
+}
+
+std::vector<HelpSection> whole_help() {
+  std::vector<HelpSection> sections;
+  for (HelpSection& part : common_help()) {
+    sections.push_back(std::move(part));
+    if (sections.back().title != kActionsTitle) continue;
+    for (const Action& action : actions()) add_options(action, sections);
+    sections.push_back({"A configuration file", manual_of(*find_action("config")), {}});
+  }
   return sections;
 }
 
@@ -223,7 +253,6 @@ std::vector<HelpSection> action_help(const Action& action) {
        "    orvane [GLOBAL OPTION...] " + std::string(action.form) + "\n\n" + manual_of(action),
        {}}};
   add_options(action, sections);
-  if (action.options) sections.push_back(number_forms());
   return sections;
 }
 

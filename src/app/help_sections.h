@@ -20,10 +20,16 @@ struct HelpSection {
   std::vector<HelpEntry> entries;
 };
 
-/// What every action has in common, then the actions, their options, constants and number forms.
+/// What the actions have in common. Their options belong behind the section with the title kActionsTitle.
+std::vector<HelpSection> common_help();
+inline constexpr const char* kActionsTitle = "Actions";
+/// The same with all options.
 std::vector<HelpSection> whole_help();
 /// One action: how it is called, what it does, its options.
 std::vector<HelpSection> action_help(const Action& action);
+
+/// How the numbers among the options are written.
+HelpSection number_forms();
 
 /// Words that the value of an option is chosen from; empty for kAny. Algorithms are those of `constant`, a
 /// key of the catalogue, and of all constants where it is empty.

@@ -43,8 +43,10 @@ std::vector<OptionText> option_texts(std::span<const Option<Target>> table) {
   return texts;
 }
 
-/// Settings of the Pi benchmark.
+/// Settings of the Pi benchmark. It writes no digits unless asked to.
 struct BenchSettings {
+  BenchSettings() { parameters.output_digits = false; }
+
   u64 decimal_digits = 0;  ///< 0: no size given yet
   RamParameters parameters;
 };

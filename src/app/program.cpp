@@ -50,14 +50,6 @@ void store_own_path() {
   settings.exe_dir = settings.exe_path.substr(0, settings.exe_path.find_last_of("/\\") + 1);
 }
 
-// The order is part of the program: nothing registers itself.
-void register_everything() {
-  orl::register_exceptions();
-  orl::register_frameworks();
-  orl::register_allocators();
-  orl::register_multiplication();
-}
-
 void check_processor() {
   using orl::simd::Target;
   // A processor that lacks a higher target runs a lower one; only below the lowest is there something to warn
@@ -106,6 +98,14 @@ int guarded_body(orl::CommandLine::Parameters& line) {
 }
 
 }  // namespace
+
+// The order is part of the program: nothing registers itself.
+void register_everything() {
+  orl::register_exceptions();
+  orl::register_frameworks();
+  orl::register_allocators();
+  orl::register_multiplication();
+}
 
 int run_program(int argc, char** argv) {
   store_own_path();

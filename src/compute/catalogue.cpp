@@ -1,6 +1,5 @@
 #include <array>
 #include <cmath>
-#include <map>
 
 #include "compute/constant.h"
 #include "frame/console.h"
@@ -178,15 +177,19 @@ void Constant::describe(orl::Object& report) const {
   add("Algorithm", algorithm_key(), algorithm_long());
 }
 
-u64 constant_index(const std::string& word) {
-  static const std::map<std::string, u64> words = {
+std::span<const ConstantWord> constant_words() {
+  static constexpr ConstantWord words[] = {
       {"sqrt", 0},       {"phi", 1},   {"goldenratio", 1}, {"e", 2},       {"pi", 3},
       {"log", 4},        {"apery", 5}, {"zeta3", 5},       {"zeta(3)", 5}, {"catalan", 6},
       {"lemniscate", 7}, {"gamma", 8}, {"brent", 9},       {"custom", 10},
   };
-  const auto found = words.find(word);
-  if (found == words.end()) throw InvalidParametersException("constant_index()", "Invalid Constant: " + word);
-  return found->second;
+  return words;
+}
+
+u64 constant_index(const std::string& word) {
+  for (const ConstantWord& row : constant_words())
+    if (word == row.word) return row.index;
+  throw InvalidParametersException("constant_index()", "Invalid Constant: " + word);
 }
 
 std::unique_ptr<Constant> constants_menu() {

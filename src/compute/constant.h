@@ -122,6 +122,13 @@ class Constant {
 /// A fresh object; none for an index out of range.
 std::unique_ptr<Constant> make_constant(u64 index);
 
+/// A word of the command line for a constant; some constants have several.
+struct ConstantWord {
+  const char* word;
+  u64 index;
+};
+std::span<const ConstantWord> constant_words();
+
 /// Catalogue index of a command-line word. Throws InvalidParametersException "Invalid Constant: " with the
 /// word.
 u64 constant_index(const std::string& word);

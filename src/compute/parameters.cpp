@@ -2,7 +2,6 @@
 
 #include <cmath>
 
-#include "digits/digit_writer.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
 #include "swap/path_check.h"
@@ -12,7 +11,8 @@ namespace {
 
 namespace console = orl::console;
 using orl::InvalidParametersException;
-using orl::kMinDigitsPerFile;
+
+constexpr u64 kMinDigitsPerFile = 1000000;
 
 void warn(const std::string& text) {
   console::print("Warning: ", 'Y');

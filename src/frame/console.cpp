@@ -235,14 +235,19 @@ std::string format_with_commas(u64 value) {
 }
 
 std::string format_bytes(u64 bytes) {
+  std::string size = format_binary_size(bytes);
+  // The number takes five columns.
+  if (const auto blank = size.find(' '); blank < 5) size.insert(0, 5 - blank, ' ');
+  return format_with_commas(bytes) + " (" + size + ")";
+}
+
+std::string format_binary_size(u64 bytes) {
   static constexpr const char* units[] = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
   double value = static_cast<double>(bytes);
   u32 unit = 0;
   // 1023.5 and more would be shown as 1024.
   for (; value >= 1023.5; value /= 1024) unit++;
-  std::string number = unit == 0 ? std::to_string(bytes) : format_float(value, 3);
-  if (number.size() < 5) number.insert(0, 5 - number.size(), ' ');
-  return format_with_commas(bytes) + " (" + number + " " + units[unit] + ")";
+  return (unit == 0 ? std::to_string(bytes) : format_float(value, 3)) + " " + units[unit];
 }
 
 std::string format_float(double value, u32 digits) {

@@ -52,6 +52,8 @@ void pause();
 std::string format_with_commas(u64 value);
 /// "1,234,567 ( 1.18 MiB)": bytes, then three significant digits in a unit of a power of 1024.
 std::string format_bytes(u64 bytes);
+/// The same without the count of bytes: "1.18 MiB".
+std::string format_binary_size(u64 bytes);
 /// `digits` significant digits without an exponent: format_float(12.345, 3) is "12.3". Large values keep all
 /// digits before the point.
 std::string format_float(double value, u32 digits);

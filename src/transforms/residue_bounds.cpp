@@ -11,6 +11,7 @@
 namespace orl {
 namespace {
 
+constexpr u32 kMinLevels = 8;
 constexpr double kReduced = 0.51;
 // Quotients of operands of products stay below 2^51, where rounding by 1.5 * 2^52 works: 0.52 * 15 < 2^3.
 constexpr double kLargest = 15;
@@ -38,10 +39,25 @@ double inverse_pass(double bound, u32 levels, double& largest) {
   return *std::max_element(row.begin(), row.begin() + rows);
 }
 
+// Of an inverse transform of k 2^n points.
+double inverse_bound(u32 n, u32 k) {
+  double bound = kReduced, largest = 0;
+  const u32 stage = residue_stage_levels(n);
+  u32 memory = 0, block = n - stage;
+  for (; block > kResidueBlockLevels; ++memory) block -= residue_memory_levels(u64{1} << block);
+  for (block -= 3; block >= 2; block -= 2) bound = inverse_pass(bound, 2, largest);
+  if (block) bound = inverse_pass(bound, 1, largest);
+  // Passes of other lengths follow in any order; each is taken as often as it could be.
+  for (u32 levels = 1; levels <= 4; ++levels)
+    for (u32 i = 0; i < memory + 2; ++i) bound = std::max(bound, inverse_pass(bound, levels, largest));
+  return std::max({largest, residue_odd_operand(bound, k),
+                   bound + (k - 1) * residue_product_bound(residue_odd_operand(bound, k))});
+}
+
 }  // namespace
 
 // |a w / p - q| <= 1/2 + |a w / p| 2^-52, |w / p| <= 0.52, |a| <= 2^48 a.
-double residue_product_bound(double a) { return 0.5 + 0.52 * std::ldexp(a, -4); }
+double residue_product_bound(double a) { return 0.5 + 0.52 * (a / 16); }
 
 double residue_split_bound(u32 P, u32 k) { return k * residue_limbs_bound(P); }
 double residue_limbs_bound(u32 P) { return 1 + (P / 2 - 1) * residue_product_bound(1); }
@@ -61,17 +77,17 @@ double residue_forward_bound(u32 n) {
 }
 
 double residue_inverse_bound(u32 n, u32 k) {
-  double bound = kReduced, largest = 0;
-  const u32 stage = residue_stage_levels(n);
-  u32 memory = 0, block = n - stage;
-  for (; block > kResidueBlockLevels; ++memory) block -= residue_memory_levels(u64{1} << block);
-  for (block -= 3; block >= 2; block -= 2) bound = inverse_pass(bound, 2, largest);
-  if (block) bound = inverse_pass(bound, 1, largest);
-  // Passes of other lengths follow in any order; each is taken as often as it could be.
-  for (u32 levels = 1; levels <= 4; ++levels)
-    for (u32 i = 0; i < memory + 2; ++i) bound = std::max(bound, inverse_pass(bound, levels, largest));
-  return std::max({largest, residue_odd_operand(bound, k),
-                   bound + (k - 1) * residue_product_bound(residue_odd_operand(bound, k))});
+  // Every plan of a product asks, for one of few lengths.
+  constexpr u32 kMaxLevels = 48;
+  using ByLevels = std::array<double, kMaxLevels + 1>;
+  static const auto bounds = [] {
+    std::array<ByLevels, 4> table{};
+    for (u32 odd = 0; odd < table.size(); ++odd)
+      for (u32 levels = kMinLevels; levels <= kMaxLevels; ++levels)
+        table[odd][levels] = inverse_bound(levels, 2 * odd + 1);
+    return table;
+  }();
+  return bounds.at(k / 2).at(n);
 }
 
 u32 residue_coefficient_bits(const ResidueRow& row, ResidueForm form) {
@@ -88,9 +104,9 @@ void check_residue_bounds(const ResidueRow& row) {
   // for.
   const double coefficient =
       2.0 * static_cast<double>(row.point_bits()) + std::log2(static_cast<double>(row.points()));
-  if (row.n < 8 || row.n > set.e || modulus_bits > 512 || coefficient + 1 + kEstimateMargin > modulus ||
-      residue_forward_bound(row.n) > kLargest || residue_inverse_bound(row.n, row.k) > kLargest ||
-      residue_split_bound(row.P, row.k) > kLargestSum ||
+  if (row.n < kMinLevels || row.n > set.e || modulus_bits > 512 ||
+      coefficient + 1 + kEstimateMargin > modulus || residue_forward_bound(row.n) > kLargest ||
+      residue_inverse_bound(row.n, row.k) > kLargest || residue_split_bound(row.P, row.k) > kLargestSum ||
       residue_odd_operand(residue_limbs_bound(row.P), row.k) > kLargest)
     throw InvalidParametersException("C17", "Invalid Function Parameters:   ");
 }

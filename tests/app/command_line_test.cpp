@@ -68,7 +68,7 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"config", folder.file("action.cfg")}, "Invalid Action: Fly"},
       {{"bench", "-od:1"}, "No benchmark size selected."},
       {{"bench", "1b", "colors:0"}, "Invalid Parameter: colors"},
-      {{"bench", "1b"}, "not available in this version yet"},
+      {{"bench", "2.5t"}, "Choose a smaller size"},
       {{"stress", "fly"}, "Invalid Parameter: fly"},
       {{"stress", "BKT"}, "not available in this version yet"},
       {{"benchio", "-swap:fly", "x"}, "Unrecognized mode: fly"},
