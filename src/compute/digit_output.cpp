@@ -95,25 +95,13 @@ void run_stages(orl::ParallelContext parallel, Hash&& hash, Store&& store, Make&
     store(parallel);
     return make(parallel);
   }
-  std::array<std::exception_ptr, 3> failures;
-  const auto guarded = [&](std::size_t index, auto&& stage) {
-    try {
-      stage();
-    } catch (...) {
-      failures[index] = std::current_exception();
-    }
-  };
-  const auto guarded_store = [&] { guarded(1, [&] { store(parallel.right()); }); };
-  const auto guarded_make = [&] { guarded(2, [&] { make(parallel); }); };
-  orl::fork_pair(
-      parallel.parallelizer, [&] { guarded(0, hash); },
-      [&] {
-        if (parallel.tds > 2) return orl::fork_pair(parallel.parallelizer, guarded_store, guarded_make);
-        guarded_store();
-        guarded_make();
-      });
-  for (const auto& failure : failures)
-    if (failure) std::rethrow_exception(failure);
+  const auto store_share = [&] { store(parallel.right()); };
+  const auto make_all = [&] { make(parallel); };
+  orl::fork_pair_or_throw(parallel.parallelizer, hash, [&] {
+    if (parallel.tds > 2) return orl::fork_pair_or_throw(parallel.parallelizer, store_share, make_all);
+    store_share();
+    make_all();
+  });
 }
 
 // The stream's digits through the statistics, the hasher and the writer, block by block. With more than one

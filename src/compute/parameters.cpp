@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "digits/digit_writer.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
 #include "swap/path_check.h"
@@ -11,8 +12,7 @@ namespace {
 
 namespace console = orl::console;
 using orl::InvalidParametersException;
-
-constexpr u64 kMinDigitsPerFile = 1000000;
+using orl::kMinDigitsPerFile;
 
 void warn(const std::string& text) {
   console::print("Warning: ", 'Y');

@@ -35,8 +35,12 @@ class DigitReader {
   /// InvalidParametersException "Out of range." or "Invalid Digit".
   virtual void load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                            ParallelContext parallel) = 0;
+  /// Throws what a read of [offset, offset + count) would for what is known without reading the digits: a
+  /// range beyond the stream, files of a set that are not there. Names all such files at once.
+  virtual void check_range(u64 offset, u64 count) = 0;
   /// Appends the same digits to `stats`, in blocks as large as the window allows: a multiple of 64 digits and
-  /// what load_digits needs for them. 4096 + 8320 bytes are always enough.
+  /// what load_digits needs for them. 4096 + 8320 bytes are always enough. On two tasks and a window for two
+  /// blocks the next one is read meanwhile.
   void load_stats(DigitStats& stats, u64 offset, u64 count, LinearHeapBuffer buffer,
                   ParallelContext parallel);
   /// Throws InconsistentMetaData unless everything around the digits in the stream's files is what a writer
@@ -52,8 +56,8 @@ std::unique_ptr<DigitReader> open_digits(const std::string& path, u32 radix = 0)
 /// wrong. Says so on the console when that fails.
 void mark_unfinished(const std::string& path);
 
-/// The most digits, a multiple of 64, for which a window of `bytes` holds the raw digits and what `reader`
-/// needs to load them; 0 when there is no room for any.
-u64 block_for_window(const DigitReader& reader, u64 bytes);
+/// The most digits, a multiple of 64, for which a window of `bytes` holds the raw digits of `blocks` blocks
+/// and what `reader` needs to load one; 0 when there is no room for any.
+u64 block_for_window(const DigitReader& reader, u64 bytes, u64 blocks = 1);
 
 }  // namespace orl

@@ -71,9 +71,9 @@ void mark_unfinished(const std::string& path) {
   for (const std::string& file : files) take_name(file, unfinished_ovd_name(file));
 }
 
-u64 block_for_window(const DigitReader& reader, u64 bytes) {
+u64 block_for_window(const DigitReader& reader, u64 bytes, u64 blocks) {
   const auto fits = [&](u64 units) {
-    return units == 0 || 64 * units + reader.buffer_bytes(64 * units) <= bytes;
+    return units == 0 || 64 * units * blocks + reader.buffer_bytes(64 * units) <= bytes;
   };
   u64 low = 0, high = bytes / 64 + 1;  // low fits, high does not
   while (high - low > 1) {
@@ -85,15 +85,29 @@ u64 block_for_window(const DigitReader& reader, u64 bytes) {
 
 void DigitReader::load_stats(DigitStats& stats, u64 offset, u64 count, LinearHeapBuffer buffer,
                              ParallelContext parallel) {
-  const u64 block = std::min(block_for_window(*this, buffer.size), kMaxBlockDigits);
+  if (count == 0) return;
+  const u64 pair = parallel.tds > 1 ? block_for_window(*this, buffer.size, 2) : 0;
+  const u64 block = std::min(pair ? pair : block_for_window(*this, buffer.size), kMaxBlockDigits);
   if (block == 0)
     throw BufferTooSmallException("DigitReader::load_stats()", buffer.size, 64 + buffer_bytes(64));
-  u8* const digits = buffer.spawn_words<u8>(block);
-  for (u64 done = 0; done < count;) {
-    const u64 length = std::min(block, count - done);
-    load_digits(digits, offset + done, length, buffer, parallel);
-    stats.append(digits, length, parallel);
-    done += length;
+  u8* digits = buffer.spawn_words<u8>(block);
+  u8* next = pair ? buffer.spawn_words<u8>(block) : digits;
+  const auto length_at = [&](u64 done) { return std::min(block, count - done); };
+  const auto load = [&](u64 done, ParallelContext share) {
+    if (done < count) load_digits(next, offset + done, length_at(done), buffer, share);
+  };
+  load(0, parallel);
+  for (u64 done = 0; done < count; done += block) {
+    std::swap(digits, next);
+    const auto append = [&](ParallelContext share) { stats.append(digits, length_at(done), share); };
+    if (pair) {
+      fork_pair_or_throw(
+          parallel.parallelizer, [&] { append(parallel.left()); },
+          [&] { load(done + block, parallel.right()); });
+    } else {
+      append(parallel);
+      load(done + block, parallel);
+    }
   }
 }
 

@@ -12,6 +12,9 @@
 
 namespace orl {
 
+/// What the program makes: sets of smaller files are read only.
+inline constexpr u64 kMinDigitsPerFile = 1000000;
+
 class DigitWriter {
  public:
   virtual ~DigitWriter() = default;

@@ -11,6 +11,7 @@ namespace {
 
 constexpr const char* kFunction = "BasicOvdFileReader()";
 constexpr u64 kMinBlockSize = 100;
+constexpr u64 kMaxHeaderBytes = 65536;  // of some 200: other files are not read to their end
 
 [[noreturn]] void fail(const std::string& text) { throw ParseException(kFunction, text); }
 
@@ -25,6 +26,7 @@ std::string read_line(BufferedReader& in) {
   std::string line;
   for (;;) {
     const char c = static_cast<char>(in.read_byte());
+    if (in.position() > kMaxHeaderBytes) fail("This is no compressed digit file: no header was found.");
     if (c == '\n') return line;
     if (c != '\r') line.push_back(c);
   }

@@ -14,19 +14,6 @@ namespace {
 // A process may have 1024 files open; a stream may have more.
 constexpr std::size_t kMaxOpenFiles = 64;
 
-// Cuts [offset, offset + count) at the borders of the files.
-std::vector<OvdCommand> cut_at_files(u64 offset, u64 count, u64 block_size, const char* function) {
-  if (count == 0 || offset + count < offset) throw InvalidParametersException(function, "Internal Overflow");
-  std::vector<OvdCommand> commands;
-  for (u64 at = offset; at < offset + count;) {
-    const u64 id = at / block_size;
-    const u64 end = std::min(offset + count, (id + 1) * block_size);
-    commands.push_back({id, at, end});
-    at = end;
-  }
-  return commands;
-}
-
 void make_folder(const std::string& path) {
   constexpr mode_t kPermission = 0775;
   if (file_calls().mkdir(path.c_str(), kPermission) != 0 && errno != EEXIST)
@@ -34,6 +21,18 @@ void make_folder(const std::string& path) {
 }
 
 }  // namespace
+
+OvdCommands::OvdCommands(u64 offset, u64 count, u64 digits_per_file, const char* function)
+    : at_(offset), end_(offset + count), digits_per_file_(digits_per_file) {
+  if (count == 0 || end_ < offset) throw InvalidParametersException(function, "Internal Overflow");
+}
+
+std::optional<OvdCommand> OvdCommands::next() {
+  if (at_ == end_) return std::nullopt;
+  const u64 begin = at_;
+  at_ += std::min(end_ - at_, digits_per_file_ - at_ % digits_per_file_);
+  return OvdCommand{begin / digits_per_file_, begin, at_};
+}
 
 BasicOvdSetWriter::BasicOvdSetWriter(const std::string& path, const std::string& name,
                                      const std::string& first_digits, u32 radix, u64 digits_per_file,
@@ -78,10 +77,10 @@ void BasicOvdSetWriter::store_digits(const u8* digits, u64 offset, u64 count, Li
   constexpr const char* kFunction = "BasicOvdSetWriter::store_digits()";
   if (shape_.total_digits != 0 && (offset > shape_.total_digits || count > shape_.total_digits - offset))
     throw InvalidParametersException(kFunction, "Out of range.");
-  for (const OvdCommand& part :
-       cut_at_files(offset, count, shape_.block_size, "BasicOvdSetWriter::make_commands()"))
-    file(part.id).store_digits_B(digits + (part.begin - offset), part.begin - part.id * shape_.block_size,
-                                 part.end - part.begin, buffer, parallel);
+  OvdCommands commands(offset, count, shape_.block_size, "BasicOvdSetWriter::make_commands()");
+  while (const auto part = commands.next())
+    file(part->id).store_digits_B(digits + (part->begin - offset), part->begin - part->id * shape_.block_size,
+                                  part->end - part->begin, buffer, parallel);
 }
 
 std::unique_ptr<DigitReader> BasicOvdSetWriter::close_and_get_basic_reader() {
@@ -118,7 +117,10 @@ BasicOvdSetReader::BasicOvdSetReader(const std::string& path) {
   if (path.size() < kExtension.size()) throw InvalidParametersException(kFunction, "File name is too short.");
   if (!path.ends_with(kExtension)) throw InvalidParametersException(kFunction, "Invalid Extension");
   stem_ = ovd_stem(path);
-  first_ = std::make_unique<BasicOvdFileReader>(path);
+  const std::size_t folder = stem_.find_last_of("/\\") + 1;  // 0 when there is none
+  search_paths_.push_back(stem_.substr(0, folder));
+  stem_.erase(0, folder);
+  first_ = std::make_shared<const BasicOvdFileReader>(path);
 }
 
 u64 BasicOvdSetReader::file_count() const {
@@ -126,21 +128,34 @@ u64 BasicOvdSetReader::file_count() const {
   return (header.total_digits + header.block_size - 1) / header.block_size;
 }
 
-std::shared_ptr<const BasicOvdFileReader> BasicOvdSetReader::load_file(u64 id) {
-  constexpr const char* kFunction = "BasicOvdSetReader::load_file()";
+void BasicOvdSetReader::add_search_path(const std::string& folder) {
+  search_paths_.push_back(with_separator(folder));
+}
+
+// In the first folder that has it. The file that the set was opened by may have any name.
+BasicOvdSetReader::OpenFile BasicOvdSetReader::open_file(u64 id) const {
+  std::optional<FileIO::FileException> failure;
+  for (const std::string& folder : search_paths_) {
+    try {
+      return std::make_shared<const BasicOvdFileReader>(folder + file_name(id));
+    } catch (const FileIO::FileException& e) {
+      if (!failure) failure = e;
+    }
+  }
+  if (id == first_->header().block_id) return first_;
+  throw FileIO::FileException("BasicOvdSetReader::load_file()", "Unable to open file #" + std::to_string(id),
+                              failure->path(), failure->code());
+}
+
+BasicOvdSetReader::OpenFile BasicOvdSetReader::load_file(u64 id) {
   const std::lock_guard lock(mutex_);
   if (const auto found = files_.find(id); found != files_.end()) return found->second;
   if (files_.size() >= kMaxOpenFiles) files_.clear();
-  std::shared_ptr<const BasicOvdFileReader> opened;
-  try {
-    opened = std::make_shared<BasicOvdFileReader>(file_path(id));
-  } catch (const FileIO::FileException& e) {
-    throw FileIO::FileException(kFunction, "Unable to open file #" + std::to_string(id), e.path(), e.code());
-  }
+  OpenFile opened = open_file(id);
   const OvdHeader& first = first_->header();
   const OvdHeader& header = opened->header();
   const auto require = [&](bool same, const char* text) {
-    if (!same) throw InconsistentMetaData(kFunction, opened->path(), text);
+    if (!same) throw InconsistentMetaData("BasicOvdSetReader::load_file()", opened->path(), text);
   };
   require(header.version == first.version, "File version does not match.");
   require(header.radix == first.radix, "Radix does not match.");
@@ -150,33 +165,42 @@ std::shared_ptr<const BasicOvdFileReader> BasicOvdSetReader::load_file(u64 id) {
   return files_.emplace(id, std::move(opened)).first->second;
 }
 
-std::vector<OvdCommand> BasicOvdSetReader::make_commands(u64 offset, u64 count) {
+OvdCommands BasicOvdSetReader::make_commands(u64 offset, u64 count) {
   constexpr const char* kFunction = "BasicOvdSetReader::make_commands()";
+  constexpr u64 kMaxNames = 100;  // a range of an unbounded stream may lack any number
   const OvdHeader& header = first_->header();
   if (header.total_digits != 0 && (offset > header.total_digits || count > header.total_digits - offset))
     throw InvalidParametersException(kFunction, "This digit stream does not have enough digits.");
-  const auto commands = cut_at_files(offset, count, header.block_size, kFunction);
+  const OvdCommands commands(offset, count, header.block_size, kFunction);
   std::vector<std::string> missing;
-  for (const OvdCommand& part : commands) {
+  OvdCommands all = commands;
+  while (const auto part = all.next()) {
     try {
-      load_file(part.id);
+      load_file(part->id);
     } catch (const FileIO::FileException&) {
-      missing.push_back(file_path(part.id));
+      missing.push_back(search_paths_.front() + file_name(part->id));
+      if (missing.size() == kMaxNames) break;
     }
   }
   if (missing.empty()) return commands;
   console::println("The following needed files are missing or inaccessible:", 'R');
   for (const std::string& name : missing) console::println(name, 'Y');
+  if (missing.size() == kMaxNames) console::println("There may be more.", 'Y');
   throw InvalidParametersException(kFunction, "Missing required files.");
+}
+
+void BasicOvdSetReader::check_range(u64 offset, u64 count) {
+  if (count != 0) make_commands(offset, count);
 }
 
 void BasicOvdSetReader::load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                                     ParallelContext parallel) {
   if (count == 0) return;
   const u64 block_size = first_->header().block_size;
-  for (const OvdCommand& part : make_commands(offset, count))
-    load_file(part.id)->load_digits(digits + (part.begin - offset), part.begin - part.id * block_size,
-                                    part.end - part.begin, buffer, parallel);
+  OvdCommands commands = make_commands(offset, count);
+  while (const auto part = commands.next())
+    load_file(part->id)->load_digits(digits + (part->begin - offset), part->begin - part->id * block_size,
+                                     part->end - part->begin, buffer, parallel);
 }
 
 void BasicOvdSetReader::check_as_written(const std::string& first_digits, u64 digits_per_file,

@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,19 @@ struct OvdCommand {
   u64 begin, end;
 };
 
+/// How a stream is cut into files. Throws InvalidParametersException "Internal Overflow" naming `function`
+/// for a range that is empty or goes beyond 64 bits.
+class OvdCommands {
+ public:
+  OvdCommands(u64 offset, u64 count, u64 digits_per_file, const char* function);
+
+  /// The next stretch in order, until there is none.
+  std::optional<OvdCommand> next();
+
+ private:
+  u64 at_, end_, digits_per_file_;
+};
+
 class BasicOvdSetWriter final : public DigitWriter {
  public:
   /// Files "<path>/<name>/<name> - <id>.ovd", or one file "<path>/<name> - 0.ovd". Throws
@@ -37,10 +51,11 @@ class BasicOvdSetWriter final : public DigitWriter {
   /// Throws InvalidParametersException "No files open." when nothing was stored.
   std::unique_ptr<DigitReader> close_and_get_basic_reader() override;
   std::string path() const override { return file_path(0); }
+  /// A file under its final name.
+  std::string file_path(u64 id) const;
 
  private:
   BasicOvdFileWriter& file(u64 id);
-  std::string file_path(u64 id) const;
 
   std::string stem_;  ///< path of every file up to its number
   OvdHeader shape_;   ///< of every file, but for its number
@@ -52,15 +67,23 @@ class BasicOvdSetWriter final : public DigitWriter {
 /// The path without extension and number: what the names of a set's files share.
 std::string ovd_stem(const std::string& path);
 
+/// Any number of threads may read at once, while no search path is added.
 class BasicOvdSetReader final : public DigitReader {
  public:
-  /// `path` is any file of the set.
+  /// `path` is any file of the set; the others are looked for in its folder.
   explicit BasicOvdSetReader(const std::string& path);
 
   u32 radix() const override { return first_->header().radix; }
   const std::string& first_digits() const override { return first_->header().first_digits; }
   u64 total_digits() const override { return first_->header().total_digits; }
+  u64 digits_per_file() const { return first_->header().block_size; }
+  /// Looks for the set's files in `folder` as well, behind the folders before it.
+  void add_search_path(const std::string& folder);
+  /// As they were given; the first is the opened file's.
+  const std::vector<std::string>& search_paths() const { return search_paths_; }
+
   u64 buffer_bytes(u64 count) const override { return BasicOvdFileReader::buffer_bytes(radix(), count); }
+  void check_range(u64 offset, u64 count) override;
   void load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                    ParallelContext parallel) override;
   void check_as_written(const std::string& first_digits, u64 digits_per_file, u64 total_digits) override;
@@ -69,14 +92,18 @@ class BasicOvdSetReader final : public DigitReader {
   u64 file_count() const;
 
  private:
-  std::shared_ptr<const BasicOvdFileReader> load_file(u64 id);
-  std::vector<OvdCommand> make_commands(u64 offset, u64 count);
-  std::string file_path(u64 id) const { return stem_ + std::to_string(id) + ".ovd"; }
+  using OpenFile = std::shared_ptr<const BasicOvdFileReader>;
 
-  std::string stem_;
-  std::unique_ptr<BasicOvdFileReader> first_;  ///< the file that the set was opened by
+  OpenFile open_file(u64 id) const;
+  OpenFile load_file(u64 id);
+  OvdCommands make_commands(u64 offset, u64 count);
+  std::string file_name(u64 id) const { return stem_ + std::to_string(id) + ".ovd"; }
+
+  std::string stem_;  ///< without folder
+  std::vector<std::string> search_paths_;
+  OpenFile first_;  ///< the file that the set was opened by
   std::mutex mutex_;
-  std::map<u64, std::shared_ptr<const BasicOvdFileReader>> files_;  ///< those open now
+  std::map<u64, OpenFile> files_;  ///< those open now
 };
 
 }  // namespace orl

@@ -36,6 +36,16 @@ void for_blocks(u64 count, ParallelContext parallel, Body&& body) {
              [&](u64 i) { body(std::min(i * block, count), std::min((i + 1) * block, count)); });
 }
 
+// Bytes of the line ends that close a file; at most a page of them.
+u64 line_end_bytes(const RawFile& file, u64 size) {
+  if (size == 0) return 0;
+  alignas(kIoAlignment) char page[kIoAlignment];
+  const u64 got = file.load_up_to(page, (size - 1) / kIoAlignment * kIoAlignment, kIoAlignment);
+  u64 end = got;
+  while (end > 0 && (page[end - 1] == '\n' || page[end - 1] == '\r')) end--;
+  return got - end;
+}
+
 }  // namespace
 
 std::string unfinished_text_name(const std::string& path) {
@@ -93,7 +103,7 @@ BasicTextReader::BasicTextReader(const std::string& path, u32 radix)
     }
   }
   first_digits_ = start.substr(0, point + 1);
-  total_digits_ = size - first_digits_.size();
+  total_digits_ = size - line_end_bytes(file_, size) - first_digits_.size();
 }
 
 void BasicTextReader::process_txt(u8* digits, const char* text, u64 count, ParallelContext parallel) {
@@ -104,11 +114,15 @@ void BasicTextReader::process_txt(u8* digits, const char* text, u64 count, Paral
   if (bad) throw InvalidParametersException("BasicTextReader::process_txt()", "Invalid Digit");
 }
 
+void BasicTextReader::check_range(u64 offset, u64 count) {
+  if (offset > total_digits_ || count > total_digits_ - offset)
+    throw InvalidParametersException("BasicTextReader::load_digits()", "Out of range.");
+}
+
 void BasicTextReader::load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                                   ParallelContext parallel) {
   constexpr const char* kFunction = "BasicTextReader::load_digits()";
-  if (offset > total_digits_ || count > total_digits_ - offset)
-    throw InvalidParametersException(kFunction, "Out of range.");
+  check_range(offset, count);
   if (count == 0) return;
   const u64 begin = first_digits_.size() + offset;
   const PageSpan span = cut_pages(buffer, begin, count, kFunction);
@@ -126,7 +140,8 @@ void BasicTextReader::check_as_written(const std::string& first_digits, u64, u64
     if (!same) throw InconsistentMetaData("BasicTextReader::check_as_written()", file_.path(), text);
   };
   require(first_digits_ == first_digits, "First digits do not match.");
-  require(total_digits_ == total_digits, "File size does not match.");
+  require(total_digits_ == total_digits && file_.size() == first_digits.size() + total_digits,
+          "File size does not match.");
 }
 
 }  // namespace orl

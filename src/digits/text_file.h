@@ -32,14 +32,16 @@ std::string unfinished_text_name(const std::string& path);
 
 class BasicTextReader final : public DigitReader {
  public:
-  /// radix 0: found out from the file's first 4096 bytes. Throws ParseException "A decimal place was not
-  /// found within the first 63 bytes of the file." or "Invalid Digit".
+  /// radix 0: found out from the file's first 4096 bytes. A line end behind the digits, as editors leave it,
+  /// is none of them. Throws ParseException "A decimal place was not found within the first 63 bytes of the
+  /// file." or "Invalid Digit".
   BasicTextReader(const std::string& path, u32 radix);
 
   u32 radix() const override { return radix_; }
   const std::string& first_digits() const override { return first_digits_; }
   u64 total_digits() const override { return total_digits_; }
   u64 buffer_bytes(u64 count) const override { return page_span_bytes(count); }
+  void check_range(u64 offset, u64 count) override;
   void load_digits(u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                    ParallelContext parallel) override;
   void check_as_written(const std::string& first_digits, u64 digits_per_file, u64 total_digits) override;

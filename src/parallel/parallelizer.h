@@ -6,6 +6,8 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <exception>
 #include <string>
 
 #include "frame/types.h"
@@ -79,6 +81,24 @@ void fork_pair(Parallelizer& parallelizer, First&& first, Second&& second) {
     Second& call;
   } second_task(second);
   parallelizer.run_pair(first_task, second_task);
+}
+
+/// fork_pair over callables that may throw: once both have finished, the first one's exception is thrown
+/// here, or else the second one's.
+template <class First, class Second>
+void fork_pair_or_throw(Parallelizer& parallelizer, First&& first, Second&& second) {
+  std::array<std::exception_ptr, 2> failures;
+  const auto guarded = [&failures](std::size_t index, auto& call) {
+    try {
+      call();
+    } catch (...) {
+      failures[index] = std::current_exception();
+    }
+  };
+  fork_pair(
+      parallelizer, [&] { guarded(0, first); }, [&] { guarded(1, second); });
+  for (const auto& failure : failures)
+    if (failure) std::rethrow_exception(failure);
 }
 
 /// run_range over a callable taking the index, without allocation.
