@@ -10,6 +10,7 @@
 #include "frame/console.h"
 #include "frame/exceptions.h"
 #include "frame/settings.h"
+#include "system/machine.h"
 #include "tools/bbp_extractor.h"
 #include "tools/digit_viewer.h"
 
@@ -192,8 +193,16 @@ int advanced_menu() {
   static constexpr MenuEntry entries[] = {
       {"Benchmark Validator", 'T', [] { return not_available("The benchmark validator"); }},
       {"Log(n) Formula Generator", 'T', [] { return not_available("The formula generator"); }},
-      {"Hardware Features", 'T', [] { return not_available("The list of hardware features"); }},
-      {"Compilation Options", 'T', [] { return not_available("The list of compilation options"); }},
+      {"Hardware Features", 'T',
+       [] {
+         orl::print_hardware_features();
+         return 0;
+       }},
+      {"Compilation Options", 'T',
+       [] {
+         orl::print_compilation_options();
+         return 0;
+       }},
       {"Test Swap Multiply", 'Y', [] { return not_available("The test of swap multiplication"); }},
   };
   console::println("\nAdvanced Options\n", 'w');

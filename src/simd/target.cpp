@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <stdexcept>
 
+#include "simd/features.h"
+
 namespace orl::simd {
 namespace {
 
@@ -64,16 +66,10 @@ const Feature kFeatures[] = {
     {"AVX512-VBMI", Target::kAvx512Ifma, [] { return leaf7c(1) && system_saves_avx512(); }},
 };
 
-Target fixed_limit() {
-  for (Target t : {Target::kAvx2, Target::kAvx512})
-    if (std::string(ORVANE_FIXED_TARGET) == target_name(t)) return t;
-  return Target::kAvx512Ifma;
-}
-
 Target detect() {
   Target best = Target::kScalar;
   for (Target t : {Target::kAvx2, Target::kAvx512, Target::kAvx512Ifma})
-    if (t <= fixed_limit() && missing_features(t).empty()) best = t;
+    if (t <= build_limit() && missing_features(t).empty()) best = t;
   return best;
 }
 
@@ -127,6 +123,18 @@ std::vector<std::string> missing_features(Target target) {
   for (const Feature& f : kFeatures)
     if (f.since <= target && !f.present()) missing.emplace_back(f.name);
   return missing;
+}
+
+std::vector<FeatureState> processor_features() {
+  std::vector<FeatureState> states;
+  for (const Feature& f : kFeatures) states.push_back({f.name, f.present()});
+  return states;
+}
+
+Target build_limit() {
+  for (Target t : {Target::kAvx2, Target::kAvx512})
+    if (std::string(ORVANE_FIXED_TARGET) == target_name(t)) return t;
+  return Target::kAvx512Ifma;
 }
 
 Target best_target() {

@@ -3,19 +3,12 @@
 #include <algorithm>
 #include <charconv>
 #include <fstream>
-#include <iterator>
+#include <sstream>
 
 namespace orl {
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r\n";
-
-template <class T>
-std::optional<T> leading_number(std::string_view text) {
-  T value{};
-  if (std::from_chars(text.data(), text.data() + text.size(), value).ec != std::errc()) return {};
-  return value;
-}
 
 // The whole of `text` as an id.
 std::optional<u32> id_of(std::string_view text) {
@@ -30,7 +23,9 @@ std::optional<u32> id_of(std::string_view text) {
 std::optional<std::string> read_kernel_file(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) return {};
-  return std::string(std::istreambuf_iterator<char>(file), {});
+  std::ostringstream text;
+  text << file.rdbuf();  // unlike an iterator, stops at an error without throwing
+  return text.str();
 }
 
 std::string read_kernel_line(const std::string& path) {
@@ -38,8 +33,14 @@ std::string read_kernel_line(const std::string& path) {
   return std::string(trimmed(std::string_view(text).substr(0, text.find('\n'))));
 }
 
+std::optional<s64> leading_number(std::string_view text) {
+  s64 value = 0;
+  if (std::from_chars(text.data(), text.data() + text.size(), value).ec != std::errc()) return {};
+  return value;
+}
+
 std::optional<s64> read_kernel_number(const std::string& path) {
-  return leading_number<s64>(read_kernel_line(path));
+  return leading_number(read_kernel_line(path));
 }
 
 std::vector<u32> parse_id_list(std::string_view text) {
@@ -58,10 +59,29 @@ std::vector<u32> parse_id_list(std::string_view text) {
   return ids;
 }
 
+std::string id_list_text(const std::vector<u32>& rising_ids) {
+  std::string text;
+  for (std::size_t i = 0; i < rising_ids.size(); i++) {
+    const u32 first = rising_ids[i];
+    while (i + 1 < rising_ids.size() && rising_ids[i + 1] == rising_ids[i] + 1) i++;
+    if (!text.empty()) text += ",";
+    text += std::to_string(first);
+    if (rising_ids[i] != first) text += "-" + std::to_string(rising_ids[i]);
+  }
+  return text.empty() ? "none" : text;
+}
+
 std::string_view trimmed(std::string_view text) {
   const std::size_t begin = text.find_first_not_of(kBlanks);
   if (begin == text.npos) return {};
   return text.substr(begin, text.find_last_not_of(kBlanks) + 1 - begin);
+}
+
+std::string printable(std::string_view text) {
+  std::string result(trimmed(text));
+  for (char& c : result)
+    if (c < ' ' || c > '~') c = '?';
+  return result;
 }
 
 std::vector<std::string_view> lines_of(std::string_view text) {
@@ -77,8 +97,8 @@ std::vector<std::string_view> lines_of(std::string_view text) {
 u64 kilobytes_field(std::string_view text, std::string_view label) {
   const std::size_t at = text.find(label);
   if (at == text.npos) return 0;
-  const u64 kilobytes = leading_number<u64>(trimmed(text.substr(at + label.size(), 32))).value_or(0);
-  return kilobytes > ~u64{0} >> 10 ? 0 : kilobytes << 10;
+  const s64 kilobytes = leading_number(trimmed(text.substr(at + label.size(), 32))).value_or(0);
+  return kilobytes < 0 || kilobytes > s64{1} << 52 ? 0 : static_cast<u64>(kilobytes) << 10;
 }
 
 }  // namespace orl

@@ -1,4 +1,7 @@
 // What the reports say about the machine: processor, memory, board, clocks.
+//
+// A function with a `root` reads the tree below it, which ends with a separator: "/" on a running system, a
+// made-up one in tests.
 #pragma once
 
 #include <string>
@@ -6,10 +9,11 @@
 #include <vector>
 
 #include "frame/types.h"
+#include "system/topology.h"
 
 namespace orl {
 
-/// A section of the system report, such as "Processor(s):", with its rows in order.
+/// A section of a report, such as "Processor(s):", with its rows in order.
 struct ReportSection {
   std::string title;
   std::vector<std::pair<std::string, std::string>> rows;  ///< label with its colon, value
@@ -17,10 +21,14 @@ struct ReportSection {
 
 /// "Operating System:" (a section without rows of its own has its value in `rows[0]` under an empty label),
 /// then "Processor(s):", "Motherboard:" and "Memory:". Without `identifying` the board's serial number reads
-/// "Suppressed - Personally identifiable information is opt-in only."
+/// "Suppressed - Personally identifiable information is opt-in only." What the system does not tell is
+/// "Unknown" or "Not Available".
 std::vector<ReportSection> system_report(bool identifying);
+/// `tsc_hz` stands in for a base frequency that the system does not tell; 0: unknown too.
+std::vector<ReportSection> read_system_report(const std::string& root, const Topology& topology,
+                                              bool identifying, double tsc_hz);
 
-/// Bytes of memory: installed and known to the kernel, and what can be had without swapping (MemAvailable).
+/// Bytes of memory: what the kernel has to give, and what can be had without swapping (MemAvailable).
 u64 total_memory_bytes();
 u64 available_memory_bytes();
 
@@ -32,6 +40,12 @@ bool debugger_is_present();
 /// Frequency of the time-stamp counter against CLOCK_MONOTONIC_RAW, in Hz, measured over `seconds` of sleep;
 /// 0 where its rate is not constant.
 double measure_tsc_frequency(double seconds);
+
+/// What the page "Hardware Features" adds to the system report: the processor's features and targets, caches,
+/// nodes, pages and clocks.
+std::vector<ReportSection> read_hardware_sections(const std::string& root, const Topology& topology);
+/// Compiler, instruction targets and libraries of this very program.
+std::vector<ReportSection> compilation_sections();
 
 /// The pages "Hardware Features" and "Compilation Options" of the advanced options.
 void print_hardware_features();

@@ -23,6 +23,12 @@ TEST(IdList, KeepsWhatItCanRead) {
   EXPECT_EQ(parse_id_list(""), Ids{});
 }
 
+TEST(KernelFiles, ThatCannotBeReadAreEmpty) {
+  EXPECT_EQ(read_kernel_file("/proc/self"), "");  // opens, but every read fails
+  EXPECT_EQ(read_kernel_file("/proc/self/mem"), "");
+  EXPECT_EQ(read_kernel_number("/proc/none"), std::nullopt);
+}
+
 // Two sockets with two nodes each; node ids with a hole, core ids with a hole, core 6 off, node 5 memory
 // only.
 TEST(Topology, SeesNodesHolesAndOfflineCores) {

@@ -1,0 +1,32 @@
+#include "system/report_page.h"
+
+#include "frame/console.h"
+
+namespace orl {
+namespace {
+
+constexpr u64 kLabelWidth = 28;
+
+char colour_of(std::string_view value) { return value.substr(0, 2) == "No" ? 'Y' : 'G'; }
+
+}  // namespace
+
+void print_report_page(std::string_view title, const std::vector<ReportSection>& sections) {
+  console::newline();
+  console::println(title, 'T');
+  for (const ReportSection& section : sections) {
+    console::newline();
+    const bool one_line = section.rows.size() == 1 && section.rows[0].first.empty();
+    if (one_line) {
+      console::print_padded(kLabelWidth, section.title, 'w');
+    } else {
+      console::println(section.title, 'w');
+    }
+    for (const auto& [label, value] : section.rows) {
+      if (!one_line) console::print_padded(kLabelWidth, "    " + label, 'w');
+      console::println(value, colour_of(value));
+    }
+  }
+}
+
+}  // namespace orl

@@ -1,0 +1,13 @@
+// Sections of a report as a page on the console.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "system/machine.h"
+
+namespace orl {
+
+void print_report_page(std::string_view title, const std::vector<ReportSection>& sections);
+
+}  // namespace orl
