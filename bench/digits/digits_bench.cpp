@@ -13,7 +13,7 @@
 #include <random>
 
 #include "compute/digit_output.h"
-#include "digits/digit_count.h"
+#include "digits/digit_kernels.h"
 #include "digits/digit_text.h"
 #include "digits/digit_words.h"
 #include "frame/status.h"
@@ -47,7 +47,9 @@ class Kernels {
   void run() {
     std::vector<u8> copy(digits_.size());
     std::vector<u64> packed(words_.size());
-    std::vector<char> text(digits_.size());
+    std::vector<char> text(digits_.size()), characters(digits_.size());
+    unpack_words(radix_, digits_.data(), words_.data(), 1, words_.size());
+    digits_to_text(characters.data(), digits_.data(), digits_.size());
     u64 counts[16] = {};
     volatile u64 sink = 0;
     const auto row = [&](const char* name, auto&& call) {
@@ -60,11 +62,16 @@ class Kernels {
     row("words to digits",
         [&] { unpack_words(radix_, digits_.data(), words_.data() + words_.size() - 1, -1, words_.size()); });
     row("digits to words", [&] { sink = pack_words(radix_, packed.data(), digits_.data(), packed.size()); });
-    row("counts",
-        [&] { digits::digit_count_kernel().count(digits_.data(), digits_.size(), radix_, counts); });
+    row("counts", [&] { digits::digit_kernels().count(digits_.data(), digits_.size(), radix_, counts); });
     row("hash", [&] { sink = hash_digits(radix_, digits_.data(), digits_.size()); });
     row("digits to text", [&] { digits_to_text(text.data(), digits_.data(), digits_.size()); });
     row("text to digits", [&] { sink = text_to_digits(digits_.data(), text.data(), text.size(), radix_); });
+    row("text to statistics", [&] {
+      DigitStats stats(radix_);
+      text_to_digits(digits_.data(), characters.data(), characters.size(), radix_);
+      stats.append(digits_.data(), digits_.size());
+      sink = stats.hash;
+    });
     row("SHA-256 of text", [&] { DigitHasher(1).append(digits_.data(), digits_.size()); });
     (void)sink;
   }

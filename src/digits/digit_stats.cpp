@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "digits/digit_count.h"
+#include "digits/digit_kernels.h"
 #include "digits/digit_text.h"
 #include "digits/digit_words.h"
 #include "frame/exceptions.h"
@@ -26,14 +26,15 @@ void DigitCounts::add(const DigitCounts& other) {
 }
 
 void DigitCounts::append(const u8* digits, u64 length) {
-  digits::digit_count_kernel().count(digits, length, radix_, counts_.data());
+  digits::digit_kernels().count(digits, length, radix_, counts_.data());
 }
 
 u64 hash_digits(u32 radix, const u8* digits, u64 length) {
   const u64 width = digits_per_word(radix);
   const u64 base = hash_pow(radix, width);
-  u64 hash = 0;
-  u64 i = 0;
+  const u64 blocks = length / digits::DigitKernels::kHashBlock;
+  u64 hash = blocks ? digits::digit_kernels().hash(digits, blocks, radix) : 0;
+  u64 i = blocks * digits::DigitKernels::kHashBlock;
   for (; i + width <= length; i += width) {
     u64 word;
     pack_words(radix, &word, digits + i, 1);
@@ -44,7 +45,8 @@ u64 hash_digits(u32 radix, const u8* digits, u64 length) {
 }
 
 void DigitStats::append(const u8* digits, u64 length) {
-  constexpr u64 kPiece = 19 * 16 * 64;  // stays in the first-level cache between the two passes
+  // Stays in the first-level cache between the two passes.
+  constexpr u64 kPiece = 64 * digits::DigitKernels::kHashBlock;
   for (u64 done = 0; done < length; done += kPiece) {
     const u64 piece = std::min(kPiece, length - done);
     counts.append(digits + done, piece);

@@ -5,7 +5,7 @@
 
 #include <array>
 
-#include "digits/digit_count.h"
+#include "digits/digit_kernels.h"
 #include "digits/digit_stats.h"
 #include "digits/digit_text.h"
 #include "digits/hashed_digits.h"
@@ -93,27 +93,39 @@ TEST_P(Radix, PackingReportsEveryByteThatIsNoDigit) {
   }
 }
 
+// Those that this machine can run; the scalar ones are the reference.
+std::vector<const digits::DigitKernels*> all_kernels() {
+  std::vector<const digits::DigitKernels*> kernels = {&digits::scalar::kernels};
+  if (simd::best_target() >= simd::Target::kAvx2) kernels.push_back(&digits::avx2::kernels);
+  if (simd::best_target() >= simd::Target::kAvx512) kernels.push_back(&digits::avx512::kernels);
+  return kernels;
+}
+
 TEST_P(Radix, TextTakesExactlyTheDigitsOfTheRadix) {
   const u32 radix = GetParam();
   const std::string characters = std::string("0123456789abcdef").substr(0, radix);
-  for (u64 length = 1; length < 40; length++) {
-    std::string text;
-    for (u64 i = 0; i < length; i++) text.push_back(characters[(i * 7 + length) % radix]);
-    std::vector<u8> digits(length);
-    ASSERT_FALSE(text_to_digits(digits.data(), text.data(), length, radix));
-    for (u64 i = 0; i < length; i++) ASSERT_EQ(digits[i], characters.find(text[i]));
-    std::string back(length, '?');
-    digits_to_text(back.data(), digits.data(), length);
-    ASSERT_EQ(back, text);
-  }
-  for (u64 at : {u64{0}, u64{5}, u64{7}, u64{8}, u64{15}, u64{16}, u64{18}}) {
-    for (int c = 0; c < 256; c++) {
-      std::string text(19, characters.back());
-      text[at] = static_cast<char>(c);
-      std::vector<u8> digits(19);
-      const bool good = characters.find(static_cast<char>(c)) != std::string::npos;
-      ASSERT_EQ(text_to_digits(digits.data(), text.data(), 19, radix), !good) << at << " " << c;
-      ASSERT_EQ(digit_value(static_cast<char>(c)) < radix, good);
+  for (const auto* kernel : all_kernels()) {
+    SCOPED_TRACE(kernel->name);
+    for (u64 length = 1; length < 140; length++) {
+      std::string text;
+      for (u64 i = 0; i < length; i++) text.push_back(characters[(i * 7 + length) % radix]);
+      std::vector<u8> digits(length);
+      ASSERT_FALSE(kernel->from_text(digits.data(), text.data(), length, radix));
+      for (u64 i = 0; i < length; i++) ASSERT_EQ(digits[i], characters.find(text[i]));
+      std::string back(length, '?');
+      kernel->to_text(back.data(), digits.data(), length);
+      ASSERT_EQ(back, text);
+    }
+    constexpr u64 kLength = 150;
+    for (u64 at : {0, 7, 8, 15, 16, 31, 32, 63, 64, 127, 128, 149}) {
+      for (int c = 0; c < 256; c++) {
+        std::string text(kLength, characters.back());
+        text[at] = static_cast<char>(c);
+        std::vector<u8> digits(kLength);
+        const bool good = characters.find(static_cast<char>(c)) != std::string::npos;
+        ASSERT_EQ(kernel->from_text(digits.data(), text.data(), kLength, radix), !good) << at << " " << c;
+        ASSERT_EQ(digit_value(static_cast<char>(c)) < radix, good);
+      }
     }
   }
 }
@@ -122,9 +134,6 @@ TEST_P(Radix, EveryCountKernelAgreesWithAPlainLoop) {
   Random random;
   SCOPED_TRACE(random.replay());
   const u32 radix = GetParam();
-  std::vector<const digits::DigitCountKernel*> kernels = {&digits::scalar::digit_count};
-  if (simd::best_target() >= simd::Target::kAvx2) kernels.push_back(&digits::avx2::digit_count);
-  if (simd::best_target() >= simd::Target::kAvx512) kernels.push_back(&digits::avx512::digit_count);
   // A lane counts to 255 before it is emptied: 255 blocks of 64, 32 and 8 bytes.
   for (const u64 length : {0, 1, 7, 63, 64, 65, 200, 8 * 255, 8 * 255 + 1, 32 * 255 + 31, 32 * 256,
                            64 * 255 - 1, 64 * 255, 64 * 256 + 5, 3 * 64 * 255 + 70}) {
@@ -136,12 +145,29 @@ TEST_P(Radix, EveryCountKernelAgreesWithAPlainLoop) {
       expected.fill(1000);
       for (u8 digit : digits)
         if (digit < radix) expected[digit]++;
-      for (const auto* kernel : kernels) {
+      for (const auto* kernel : all_kernels()) {
         std::array<u64, 17> counts{};
         counts.fill(1000);
         kernel->count(digits.data(), length, radix, counts.data());
         EXPECT_EQ(counts, expected) << kernel->name << " " << length;
       }
+    }
+  }
+}
+
+TEST_P(Radix, EveryHashKernelAgreesWithAPlainLoop) {
+  Random random;
+  SCOPED_TRACE(random.replay());
+  const u32 radix = GetParam();
+  for (const u64 blocks : {1, 2, 3, 64, 1001}) {
+    for (const bool largest : {false, true}) {
+      std::vector<u8> digits = random_digits(random, radix, blocks * digits::DigitKernels::kHashBlock);
+      if (largest) std::fill(digits.begin(), digits.end(), static_cast<u8>(radix - 1));
+      u64 expected = 0;
+      for (const u8 digit : digits) expected = hash_mul_add(expected, radix, digit);
+      for (const auto* kernel : all_kernels())
+        EXPECT_EQ(hash_canon(kernel->hash(digits.data(), blocks, radix)), hash_canon(expected))
+            << kernel->name << " " << blocks;
     }
   }
 }

@@ -1,24 +1,27 @@
-#include "digits/digit_count.h"
+#include "digits/digit_kernels.h"
 
-#include "simd/begin_scalar.h"
+#include "digits/digit_text.h"
+#include "numbers/hash.h"
 #include "simd/target.h"
 
-#include "digits/digit_count.kernel.h"
+#include "simd/begin_scalar.h"
+
+#include "digits/digit_kernels.kernel.h"
 #include "simd/end.h"
 
 namespace orl::digits {
 
-const DigitCountKernel& digit_count_kernel() {
+const DigitKernels& digit_kernels() {
   switch (simd::active_target()) {
     case simd::Target::kAvx512:
     case simd::Target::kAvx512Ifma:
-      return avx512::digit_count;
+      return avx512::kernels;
     case simd::Target::kAvx2:
-      return avx2::digit_count;
+      return avx2::kernels;
     case simd::Target::kScalar:
       break;
   }
-  return scalar::digit_count;
+  return scalar::kernels;
 }
 
 }  // namespace orl::digits

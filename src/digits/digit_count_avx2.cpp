@@ -1,8 +1,0 @@
-#include "digits/digit_count.h"
-
-#include <immintrin.h>
-
-#include "simd/begin_avx2.h"
-
-#include "digits/digit_count.kernel.h"
-#include "simd/end.h"

@@ -1,0 +1,10 @@
+#include "digits/digit_kernels.h"
+
+#include <immintrin.h>
+
+#include "digits/digit_text.h"
+#include "numbers/hash.h"
+#include "simd/begin_avx512.h"
+
+#include "digits/digit_kernels.kernel.h"
+#include "simd/end.h"
