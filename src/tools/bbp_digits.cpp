@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <system_error>
 #include <thread>
 
 #include "frame/console.h"
+#include "frame/exceptions.h"
 #include "parallel/frameworks.h"
 #include "parallel/parallelizer.h"
 #include "parallel/task_entry.h"
@@ -41,6 +43,7 @@ class Extraction final : public orl::ParallelTask {
   std::vector<u64> total() const;
 
  private:
+  u64 blocks() const { return blocks_a_term_ * terms_.size(); }
   void show_progress(u64 blocks_done);
 
   const BbpTask& task_;
@@ -58,10 +61,9 @@ void Extraction::run(u64 thread) {
     if (!orl::bind_thread({core}))
       orl::console::println("Failed to set core affinity to core: " + std::to_string(core), 'R');
   }
-  const u64 blocks = blocks_a_term_ * terms_.size();
   for (;;) {
     const u64 block = next_.fetch_add(1, std::memory_order_relaxed);
-    if (block >= blocks) return;
+    if (block >= blocks()) return;
     const u64 first = block % blocks_a_term_ * block_;
     orl::bbp_sum(terms_[block / blocks_a_term_], first, std::min(first + block_, task_.terms_needed()),
                  sums_[thread].data(), sums_[thread].size());
@@ -72,8 +74,7 @@ void Extraction::run(u64 thread) {
 // By whoever comes while nobody else does: the node is for one thread at a time.
 void Extraction::show_progress(u64 blocks_done) {
   if (showing_.test_and_set(std::memory_order_acquire)) return;
-  status_.set_progress(static_cast<double>(blocks_done) /
-                       static_cast<double>(blocks_a_term_ * terms_.size()));
+  status_.set_progress(static_cast<double>(blocks_done) / static_cast<double>(blocks()));
   showing_.clear(std::memory_order_release);
 }
 
@@ -85,7 +86,14 @@ void Extraction::run_threads() {
   }
   // Threads of our own: the binding goes with them.
   std::vector<std::jthread> threads;
-  for (u64 i = 0; i < task_.threads; i++) threads.emplace_back([this, i] { orl::run_task(*this, i); });
+  try {
+    for (u64 i = 0; i < task_.threads; i++) threads.emplace_back([this, i] { orl::run_task(*this, i); });
+  } catch (const std::system_error&) {
+    next_ = blocks();  // so that those which run end soon
+    throw orl::InvalidParametersException(
+        "bbp_digits()",
+        "The system gives only " + std::to_string(threads.size()) + " threads. Please select fewer.");
+  }
 }
 
 std::vector<u64> Extraction::total() const {

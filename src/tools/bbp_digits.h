@@ -1,10 +1,9 @@
 // Hexadecimal digits of Pi at any offset, without those before it.
 //
 // Memory   a few kilobytes a thread for a few digits; about 7 bytes a digit and thread for many.
-// Proof    none. Cutting off each fraction leaves an error below the number of fractions in units of the last
-//          bit. At least 64 bits follow the digits asked for and there are fewer than 2^56 fractions at
-//          kMaxBbpOffset, so a digit asked for can only be wrong where the bits behind it are the same over
-//          64 less that many places: about once in 2^8 at the largest offset, in 2^21 at 2^40.
+// Errors   each fraction loses less than a unit of the last bit, so all lose less than their number, which is
+//          below 2^43 at offset 2^40 and below 2^56 at kMaxBbpOffset. At least 64 bits follow the digits
+//          asked for: these are right unless the 21, or 8, bits behind them happen to be all alike.
 // Source   D. Bailey, P. Borwein, S. Plouffe, "On the rapid computation of various polylogarithmic
 // constants",
 //          1997; F. Bellard's series with seven fractions, 1997.
@@ -24,7 +23,7 @@ using orl::u64;
 enum class BbpFormula { kPlouffe, kBellard };
 
 inline constexpr u64 kMinBbpDigits = 8, kMaxBbpDigits = 1048576;
-/// Beyond it rounding could reach the digits asked for too easily.
+/// Beyond it the digits asked for would too often be within reach of the error.
 inline constexpr u64 kMaxBbpOffset = 10'000'000'000'000'000;
 
 struct BbpTask {
