@@ -31,6 +31,7 @@ constexpr u64 kPageBytes = 4096;
 constexpr u64 kMaxViewDigits = 100000;
 constexpr u64 kRowDigits = 50;
 constexpr u64 kNoBound = ~u64{0};
+constexpr u64 kFilesAtOnce = 4096;  // of a set, to take their names together: more would take more memory
 constexpr u64 kStatsDigits = 64 * 1000 * 1000;  // between two lines of progress
 
 struct AlignedFree {
@@ -93,6 +94,13 @@ struct SetTarget {
   u64 digits_per_file;  ///< or orl::kSingleFile
   u64 total_digits;     ///< of the whole set; 0: unbounded
   u64 first_id, last_id;
+
+  u64 file_digits() const { return digits_per_file == orl::kSingleFile ? total_digits : digits_per_file; }
+  /// The digits of files [first, last].
+  DigitRange range(u64 first, u64 last) const {
+    const bool to_end = total_digits != 0 && last == (total_digits - 1) / file_digits();
+    return {first * file_digits(), to_end ? total_digits : (last + 1) * file_digits()};
+  }
 };
 
 // One file on the screen.
@@ -363,17 +371,23 @@ void FileMenu::write_set(const SetTarget& target) {
   const std::string path = ask_line("\nEnter the destination path (SPACE for default):");
   if (!orl::path_is_writable(path)) throw InvalidParametersException(kFunction, "Path is not writable.");
 
-  const u64 size = target.digits_per_file == orl::kSingleFile ? target.total_digits : target.digits_per_file;
-  const bool to_end = target.total_digits != 0 && target.last_id == (target.total_digits - 1) / size;
-  const DigitRange range{target.first_id * size, to_end ? target.total_digits : (target.last_id + 1) * size};
-  reader_->check_range(range.begin, range.count());
-  orl::BasicOvdSetWriter writer(path, name, reader_->first_digits(), reader_->radix(), target.digits_per_file,
-                                target.total_digits);
-  for (u64 id = target.first_id; id <= target.last_id; id++) refuse_existing(kFunction, writer.file_path(id));
-  refuse_other_set(target, writer.file_path(target.first_id));
-  copy(range, writer, range.begin);
-  print_path("Path: ", writer.file_path(target.first_id));
-  if (target.first_id != target.last_id) print_path("  to: ", writer.file_path(target.last_id));
+  const DigitRange all = target.range(target.first_id, target.last_id);
+  reader_->check_range(all.begin, all.count());
+  const auto make_writer = [&] {
+    return orl::BasicOvdSetWriter(path, name, reader_->first_digits(), reader_->radix(),
+                                  target.digits_per_file, target.total_digits);
+  };
+  const orl::BasicOvdSetWriter set = make_writer();
+  for (u64 id = target.first_id; id <= target.last_id; id++) refuse_existing(kFunction, set.file_path(id));
+  refuse_other_set(target, set.file_path(target.first_id));
+  for (u64 first = target.first_id; first <= target.last_id; first += kFilesAtOnce) {
+    const u64 last = std::min(first + kFilesAtOnce - 1, target.last_id);
+    const DigitRange range = target.range(first, last);
+    orl::BasicOvdSetWriter writer = make_writer();
+    copy(range, writer, range.begin);
+    print_path("Path: ", set.file_path(first));
+    if (first != last) print_path("  to: ", set.file_path(last));
+  }
 }
 
 void FileMenu::add_search_directory() {
