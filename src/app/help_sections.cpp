@@ -23,22 +23,26 @@ constexpr const char* kFirstSteps =
     "\n"
     "    orvane bench 25m\n"
     "\n"
-    "A constant of your choice, its digits as text files in a folder:\n"
+    "A constant of your choice, its digits as a text file in a folder:\n"
     "\n"
     "    mkdir digits\n"
-    "    orvane custom e -dec:1m -o digits\n"
+    "    orvane custom pi -dec:1m -o digits\n"
     "\n"
-    "The same from a file, which `orvane custom` can also save from its menu:\n"
+    "What a file describes; the menu of `orvane custom` saves its settings as one:\n"
     "\n"
     "    orvane config e-1m.cfg\n"
     "\n"
     "A look at the digits; the viewer asks for the file, then for what to show of it:\n"
     "\n"
     "    orvane digitviewer\n"
+    "    path: digits/Pi - Dec - Chudnovsky.txt\n"
+    "    option: 0\n"
+    "    Starting Digit: 1\n"
+    "    Digits to View: 100\n"
     "\n"
     "Scripts put `pause:-2 priority:0 colors:0 skip-warnings` in front: nothing waits for ENTER, no "
     "real-time "
-    "scheduling, no escape sequences.";
+    "scheduling, no escape sequences. Menus read their answers from standard input, a line each.";
 
 constexpr struct {
   const char* action;
@@ -84,10 +88,19 @@ constexpr struct {
      "\n"
      "    orvane bbp"},
     {"digitviewer",
-     "Opens a digit file, text or compressed, of any size: shows ranges, counts digits, extracts and "
-     "compresses. It asks for the path, then for what to do.\n"
+     "Opens a digit file, text (.txt) or compressed (.ovd), of any size: shows ranges, counts digits, "
+     "extracts "
+     "and compresses. It asks for the path, then for what to do; ENTER alone leaves.\n"
      "\n"
-     "    orvane digitviewer"},
+     "    orvane digitviewer\n"
+     "    path: digits/Pi - Dec - Chudnovsky.txt\n"
+     "    option: 0                       a range of digits: the first, and how many\n"
+     "    Starting Digit: 1\n"
+     "    Digits to View: 100\n"
+     "\n"
+     "From a script:\n"
+     "\n"
+     "    printf '%s\\n' 'digits/Pi - Dec - Chudnovsky.txt' 0 1 100 '' '' | orvane pause:-2 digitviewer"},
     {"about", "Prints what this program is."},
     {"validate",
      "Asks for the path of a validation file and says whether it is as the program wrote it.\n"
@@ -175,7 +188,9 @@ std::vector<HelpEntry> files() {
           {"Username.txt",
            "Beside the program: a line \"Username: NAME\" names the user in validation files.",
            {}},
-          {"environment.cfg", "The machine's cores and nodes as the program found them.", {}}};
+          {"environment.cfg",
+           "Beside the program: the machine's cores and nodes as the program found them.",
+           {}}};
 }
 
 // Sections of an action beyond its description.

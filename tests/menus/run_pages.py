@@ -92,10 +92,17 @@ def finish_interrupted(process, data, seconds, text):
     return (None if killed else status), output, killed
 
 
+def named(names, pattern):
+    """The names that fit, folder by folder: a '*' does not stand for a '/'."""
+    parts = pattern.split("/")
+    return [name for name in names if name.count("/") == len(parts) - 1 and
+            all(fnmatch.fnmatchcase(*pair) for pair in zip(name.split("/"), parts))]
+
+
 def check_files(place, run, faults):
     names = [str(path.relative_to(place.work)) for path in sorted(place.work.rglob("*"))]
     for pattern, lines, crlf in run.expected_files:
-        found = fnmatch.filter(names, pattern)
+        found = named(names, pattern)
         if len(found) != 1:
             faults.append(f"{len(found)} files are called '{pattern}', not one; there are: {', '.join(names)}")
             continue
@@ -108,7 +115,7 @@ def check_files(place, run, faults):
         if not pages.matches(lines, seen):
             faults.append(pages.difference(lines, seen, found[0]))
     for pattern in run.absent_files:
-        faults += [f"'{name}' was written" for name in fnmatch.filter(names, pattern)]
+        faults += [f"'{name}' was written" for name in named(names, pattern)]
 
 
 def play(page, program, update):
