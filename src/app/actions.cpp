@@ -6,6 +6,7 @@
 
 #include "app/bench.h"
 #include "app/options.h"
+#include "compute/validation_file.h"
 #include "config/parser.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
@@ -110,7 +111,7 @@ int run_digit_viewer(Line&) {
   Menu_DigitViewer();
   return 0;
 }
-int run_validate(Line&) { return not_available("The benchmark validator"); }
+int run_validate(Line&) { return run_validator(); }
 
 int run_about(Line&) {
   print_banner();
@@ -153,8 +154,9 @@ constexpr Action kActions[] = {
      "Looks into digit files of any size: ranges, statistics, extraction, compression.", "orvane digitviewer",
      run_digit_viewer},
     {"about", "about", "About this program.", "orvane about", run_about},
-    {"validate", "validate", "Checks a validation file (not in this version yet).", "orvane validate",
-     run_validate},
+    {"validate", "validate",
+     "Checks a validation file: asks for its path; status 0 if it is as the program wrote it.",
+     "orvane validate", run_validate},
     {"config", "config FILE",
      "Runs a configuration file (not in this version yet); .cfg is added to a name without a point.",
      "orvane config pi-1b.cfg", run_config},
@@ -191,7 +193,7 @@ struct MenuEntry {
 
 int advanced_menu() {
   static constexpr MenuEntry entries[] = {
-      {"Benchmark Validator", 'T', [] { return not_available("The benchmark validator"); }},
+      {"Benchmark Validator", 'T', run_validator},
       {"Log(n) Formula Generator", 'T', [] { return not_available("The formula generator"); }},
       {"Hardware Features", 'T',
        [] {

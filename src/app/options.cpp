@@ -124,6 +124,9 @@ constexpr Option<ModeHolder> kCustom[] = {
      Values::kFramework},
     {"-TD", "-TD:N", "Task decomposition, 1 to 65536: the number of tasks to cut the work into.", "-TD:8",
      [](ModeHolder& mode, Line& line) { mode.current().parallelism.set_tds(take_integer(line)); }},
+    {"-json", "-json:N",
+     "Other than 0 also writes the results as JSON, beside the validation file. Default 0.", "-json:1",
+     [](ModeHolder& mode, Line& line) { mode.current().json_results = take_signed(line) != 0; }},
     {"-M", "-M:BYTES", "Memory to use; swap mode only.", "-M:1.5G",
      [](ModeHolder& mode, Line& line) {
        auto& swap = mode.swap_for("-M");
@@ -169,6 +172,9 @@ constexpr Option<BenchSettings> kBench[] = {
     {"-MA", "-MA:NAME", "Memory allocator.", "-MA:mmap",
      [](BenchSettings& bench, Line& line) { bench.parameters.set_allocator(take_value(line)); },
      Values::kAllocator},
+    {"-json", "-json:N",
+     "Other than 0 also writes the results as JSON, beside the validation file. Default 0.", "-json:1",
+     [](BenchSettings& bench, Line& line) { bench.parameters.json_results = take_signed(line) != 0; }},
 };
 
 constexpr Option<BenchIoSettings> kBenchIo[] = {

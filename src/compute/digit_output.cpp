@@ -32,15 +32,6 @@ constexpr u64 kMinBlockDigits = 65536;    // of a pass; smaller blocks cost call
 constexpr u64 kMaxBlockDigits = 4194304;  // larger ones only leave the cache
 constexpr u64 kForkWords = 16384;         // below this a task costs more than its work
 
-// The integer before the point in the stream's radix, and the point.
-std::string first_digits_text(const DigitWords& number) {
-  std::string text;
-  u64 rest = number.integer_part;
-  do text.insert(text.begin(), "0123456789abcdef"[rest % number.radix]);
-  while (rest /= number.radix);
-  return text + ".";
-}
-
 // Hash of Floor(|x| * radix^digit_count) from the words themselves, without making digits.
 u64 hash_of_words(const DigitWords& number, u64 digit_count, orl::ParallelContext parallel) {
   const u64 width = orl::digits_per_word(number.radix);
@@ -205,6 +196,14 @@ void read_back(const OutputContext& context, orl::DigitReader& reader, u64 digit
 }
 
 }  // namespace
+
+std::string first_digits_text(const DigitWords& number) {
+  std::string text;
+  u64 rest = number.integer_part;
+  do text.insert(text.begin(), "0123456789abcdef"[rest % number.radix]);
+  while (rest /= number.radix);
+  return text + ".";
+}
 
 std::string counts_text(const orl::DigitCounts& counts) {
   std::string text;

@@ -65,6 +65,9 @@ struct OutputResult {
   u64 digits_per_file = 0;                  ///< of those files, as in OutputTarget
 };
 
+/// The digits before the point and the point, such as "3.".
+std::string first_digits_text(const DigitWords& number);
+
 /// The counts from digit 0 on, a blank between two.
 std::string counts_text(const orl::DigitCounts& counts);
 

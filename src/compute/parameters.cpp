@@ -115,6 +115,7 @@ void ComputeParameters::copy_shared(const ComputeParameters& other) {
   output_path_ = other.output_path_;
   output_digits = other.output_digits;
   verify_conversion = other.verify_conversion;
+  json_results = other.json_results;
   orl::Object settings;
   other.parallelism.write_settings(settings);
   parallelism.read_object(settings);

@@ -77,6 +77,7 @@ class ComputeParameters {
 
   bool output_digits = true;
   bool verify_conversion = true;
+  bool json_results = false;  ///< a file of results for scripts beside the validation file
   orl::Parallelism parallelism;
   std::unique_ptr<orl::MemoryAllocator> allocator;
 

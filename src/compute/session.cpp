@@ -1,20 +1,27 @@
 // The run of a computation in memory, stage by stage.
 #include <algorithm>
-#include <cstring>
 
 #include "compute/digit_output.h"
+#include "compute/number_layout.h"
 #include "compute/parameters.h"
 #include "compute/ram_plan.h"
+#include "compute/run_report.h"
+#include "compute/run_results.h"
+#include "compute/user_name.h"
+#include "compute/validation_file.h"
+#include "config/writer.h"
 #include "frame/console.h"
 #include "frame/ending.h"
 #include "frame/event_log.h"
 #include "frame/exceptions.h"
 #include "frame/run_timer.h"
+#include "frame/settings.h"
 #include "frame/status.h"
 #include "numbers/algorithm_table.h"
 #include "numbers/big_float.h"
 #include "numbers/hash.h"
 #include "parallel/frameworks.h"
+#include "swap/new_file.h"
 #include "swap/path_check.h"
 #include "system/machine.h"
 
@@ -28,6 +35,8 @@ using orl::seconds_text;
 
 constexpr orl::u32 kStatusWidth = 79;
 constexpr double kStatusRefresh = 1.0;
+constexpr const char* kConversionStage = "Base Conversion";
+constexpr char kTextExtension[] = ".txt";
 
 // A label, its value, the end of the line.
 void print_line(std::string_view label, std::string_view value, char colour) {
@@ -43,30 +52,9 @@ void print_count(const char* label, u64 value) {
                    'G');
 }
 
-// What the conversion to digits is made for: refused with a first line that says why.
-void check_range(bool in_range, const char* why) {
-  if (in_range) return;
-  throw InvalidParametersException(
-      "words_to_dec()",
-      std::string(why) +
-          "\n\nOrvane's radix conversion and digit output is only equipped to handle\n"
-          "positive numbers with a magnitude near 1.\n\nThe exact range that Orvane can handle is:\n"
-          "    32-bit binaries: 2^-32 < x < 2^32\n    64-bit binaries: 2^-64 < x < 2^64");
-}
-
-// Sets the number to a fixed layout, [base, base + words): the word at index words - 1 is the integer part.
-// Zeros fill what the number does not reach; what lies below the lowest word is dropped.
-void lay_out(const orl::BigFloat<Word>& number, Word* base, u64 words) {
-  check_range(number.signum() != 0, "Number is zero and out of range.");
-  check_range(number.signum() > 0 && number.magnitude() <= 1 && number.magnitude() >= 0,
-              "Number is out of range.");
-  const orl::s64 lowest = 1 - static_cast<orl::s64>(words);  // exponent of base[0]
-  const u64 dropped = number.exp < lowest ? static_cast<u64>(lowest - number.exp) : 0;
-  const u64 kept = number.L - std::min(dropped, number.L);
-  const u64 at = static_cast<u64>(number.exp + static_cast<orl::s64>(dropped) - lowest);
-  std::memmove(base + at, number.T + dropped, kept * sizeof(Word));
-  std::memset(base, 0, at * sizeof(Word));
-  std::memset(base + at + kept, 0, (words - at - kept) * sizeof(Word));
+// How files call the constant. A formula of the user's own is never taken for a constant of the catalogue.
+std::string file_name_of(const Constant& constant) {
+  return (constant.index() == ConstantIndex::kCustom ? "Custom - " : "") + constant.name();
 }
 
 // One run: the stages in order, over the two blocks.
@@ -80,6 +68,7 @@ class RamSession {
         parallel_(parameters.parallelism.context()) {}
 
   void run() {
+    report_.user = user_name(orl::settings().exe_dir);
     print_summary();
     print_line("\nStart Time:  ", timer_.start_date(), 'Y');
     console::newline();
@@ -99,8 +88,12 @@ class RamSession {
     compute_and_write(heap, tables);
     parallel_.parallelizer.reset();
     timer_.stop();
+    report_.clocks = clocks_.finish();
     events_.add("End Computation");
+    finish_report();
     print_report();
+    write_files();
+    check_spot();
   }
 
  private:
@@ -163,7 +156,7 @@ class RamSession {
 
     const DigitWords hexadecimal{16, number[words - 1], number, words - 1};
     if (parameters_.hexadecimal_digits() != 0) {
-      hex_ = output(heap, hexadecimal, parameters_.hexadecimal_digits(), "Hexadecimal");
+      report_.hex = output(heap, hexadecimal, parameters_.hexadecimal_digits(), "Hexadecimal");
     }
 
     event("Base Converting", "Base Converting:");
@@ -174,18 +167,18 @@ class RamSession {
     binary.sign = 1;
     binary.strip_top_zeros();
     plan_.conversion().run(context, digits, binary, heap);
-    finish_stage("Base Conversion");
+    finish_stage(kConversionStage);
 
-    const DigitWords decimal{10, number[words - 1], digits, plan_.decimal_words()};
-    dec_ = output(heap, decimal, parameters_.decimal_digits(), "Decimal");
+    decimal_ = {10, number[words - 1], digits, plan_.decimal_words()};
+    report_.dec = output(heap, decimal_, parameters_.decimal_digits(), "Decimal");
 
     if (!parameters_.verify_conversion) return;
     OutputContext reading{parallel_, status_, events_, heap};
     verify_conversion(context, digits, binary, heap);
-    verify_digits(reading, decimal, dec_);
-    if (hex_.digit_count != 0) verify_binary_output(reading, hexadecimal, hex_);
-    if (!dec_.path.empty()) read_check(reading, dec_);
-    if (!hex_.path.empty()) read_check(reading, hex_);
+    verify_digits(reading, decimal_, report_.dec);
+    if (report_.hex.digit_count != 0) verify_binary_output(reading, hexadecimal, report_.hex);
+    if (!report_.dec.path.empty()) read_check(reading, report_.dec);
+    if (!report_.hex.path.empty()) read_check(reading, report_.hex);
     finish_stage("Verification");
   }
 
@@ -211,7 +204,7 @@ class RamSession {
       orl::fatal_error("Data Corruption Detected: Checksum Mismatch");
     const auto proof = plan_.verification()->run(context, digits, binary, heap);
     if (proof.ok) return;
-    if (!dec_.path.empty()) orl::mark_unfinished(dec_.path);
+    if (!report_.dec.path.empty()) orl::mark_unfinished(report_.dec.path);
     status_.println("R = " + std::to_string(proof.digits_hash), 'R');
     status_.println("B = " + std::to_string(proof.binary_hash), 'R');
     orl::fatal_error("Base Conversion Failed: Checksum Mismatch");
@@ -221,73 +214,82 @@ class RamSession {
     return orl::hash_canon(orl::bp_hash<Word>(0, number, words, parallel_));
   }
 
-  void print_report() {
-    double computing = 0;
-    for (const auto& [name, spent] : timer_.stages())
-      if (name == parameters_.constant().name() || name == "Base Conversion") computing += spent;
+  void finish_report() {
+    const Constant& constant = parameters_.constant();
+    report_.constant = file_name_of(constant);
+    report_.constant_long = constant.name_long();
+    report_.algorithm = constant.algorithm_short();
+    report_.algorithm_long = constant.algorithm_long();
+    report_.decimal_digits = parameters_.decimal_digits();
+    report_.hexadecimal_digits = parameters_.hexadecimal_digits();
+    report_.mode = parameters_.mode_name();
+    report_.threading = parallel_.parallelizer.to_string(parallel_.tds);
+    report_.threads = orl::logical_core_count();
+    report_.working_bytes = plan_.working_bytes();
+    report_.table_bytes = plan_.table_bytes();
+    report_.configuration = parameters_.configuration_dump();
+    report_.timer = timer_;
+    report_.computation_seconds =
+        timer_.stage_seconds(constant.name()) + timer_.stage_seconds(kConversionStage);
+    report_.system = orl::system_report(orl::settings().print_pii);
+    report_.debugger = orl::debugger_is_present();
+    report_.events = events_.text();
+    report_.spot_check = spot_check(stored_digit_folders("", orl::settings().exe_dir),
+                                    report_.constant + ".txt", decimal_, report_.dec.digit_count);
+  }
+
+  void print_report() const {
     console::println("\nEnd Computation\n", 'w');
-    print_line("Start Time:                 ", timer_.start_date(), 'Y');
-    print_line("End Time:                   ", timer_.end_date(), 'Y');
+    print_lines(time_lines(report_, ReportForm::kConsole));
     console::newline();
-    const std::string wall = seconds_text(timer_.wall_seconds());
-    std::string computation = seconds_text(computing);
-    computation.insert(0, wall.size() - std::min(wall.size(), computation.size()), ' ');
-    print_line("Total Computation Time:     ", computation, 'G');
-    print_line("Start-to-End Wall Time:     ", wall, 'G');
+    print_lines(utilization_lines(report_));
     console::newline();
-    print_line("CPU Utilization:        ", timer_.utilization(1), 'Y');
-    print_line("Multi-core Efficiency:  ", timer_.utilization(orl::logical_core_count()), 'Y');
+    print_lines(result_lines(report_));
     console::newline();
-    print_results();
+    print_lines(check_lines(report_, ReportForm::kConsole));
+    console::newline();
   }
 
-  // Last digits, counts and hashes, each of both radices before the next.
-  void print_results() {
-    const bool hexadecimal = hex_.digit_count != 0;
-    print_last_digits("Last Decimal Digits:", dec_);
-    if (hexadecimal) print_last_digits("Last Hexadecimal Digits:", hex_);
-    print_counts("Dec Counts: ", dec_);
-    if (hexadecimal) print_counts("Hex Counts: ", hex_);
-    print_line("Dec Hash: Floor(|x| * 10^dec) mod (2^61 - 1) = ", std::to_string(dec_.hash), 'G');
-    if (hexadecimal)
-      print_line("Hex Hash: Floor(|x| * 16^hex) mod (2^61 - 1) = ", std::to_string(hex_.hash), 'G');
-    if (dec_.sha256)
-      print_line("SHA256-dec(1 - " + std::to_string(dec_.digit_count) + ") = ", dec_.sha256->sha256(), 'G');
-  }
-
-  // Groups of ten, five to a line, with the index of the line's last digit.
-  static void print_last_digits(const char* title, const OutputResult& result) {
-    constexpr std::size_t kGroup = 10, kLine = 50;
-    console::println(title, 'w');
-    const std::string& digits = result.last_digits.text();
-    const u64 first = result.digit_count - digits.size();
-    const std::size_t index_width = console::format_with_commas(result.digit_count).size();
-    for (std::size_t at = 0; at < digits.size(); at += kLine) {
-      const std::size_t end = std::min(at + kLine, digits.size());
-      std::string line;
-      for (std::size_t group = at; group < end; group += kGroup)
-        line += digits.substr(group, std::min(kGroup, end - group)) + " ";
-      console::print_padded(kLine + kLine / kGroup, line, 'G');
-      console::print(" :  ", 'w');
-      console::print_number(index_width, first + end, 'w');
-      console::newline();
+  // Text files appear in the working folder; the digits have their own.
+  void write_files() const {
+    const std::string stem = validation_stem(report_);
+    try {
+      const std::string name = orl::write_new_file(stem, kTextExtension, validation_text(report_));
+      print_line("Validation File: ", name, 'G');
+      if (!parameters_.json_results) return;
+      const std::string same_stem = name.substr(0, name.size() - (sizeof kTextExtension - 1));
+      const std::string json = orl::to_json(results_object(report_, name));
+      print_line("Results File:    ", orl::write_new_file(same_stem, ".json", json), 'G');
+    } catch (const orl::FileIO::FileException&) {
+      console::println(
+          "The computation is finished, but its report could not be written. Run in a folder that can be "
+          "written to.",
+          'R');
+      throw;
     }
-    console::newline();
   }
 
-  static void print_counts(const char* label, const OutputResult& result) {
-    print_line(label, counts_text(result.counts), 'G');
+  // Last, so that a failed run leaves its report.
+  void check_spot() const {
+    if (report_.spot_check.result != SpotCheck::kFailed) return;
+    throw orl::AlgorithmFailedException(
+        "spot_check()", "Spot check failed at: " + std::to_string(report_.spot_check.position) +
+                            "\n\nThe digit at this place after the point is not that of \"" +
+                            report_.spot_check.file +
+                            "\".\nEither that file is damaged, or this machine computes wrongly.");
   }
 
   ComputeParameters& parameters_;
   RamPlan plan_;
+  orl::ReferenceClocks clocks_;
   orl::RunTimer timer_;
   orl::EventLog events_;
   orl::LinearConsoleNode status_;
   orl::ParallelContext parallel_;
   bool allocation_errors_ = false;
-  u64 number_hash_ = 0;  ///< of the constant's words, as its plan left them
-  OutputResult dec_, hex_;
+  u64 number_hash_ = 0;   ///< of the constant's words, as its plan left them
+  DigitWords decimal_{};  ///< the digits of the result, in the working memory
+  RunReport report_;
 };
 
 }  // namespace

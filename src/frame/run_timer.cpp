@@ -22,15 +22,18 @@ std::pair<double, double> processor_seconds() {
   return {seconds(usage.ru_utime), seconds(usage.ru_stime)};
 }
 
-std::string date_of_now() {
+// The local time of now by strftime's form.
+std::string date_of_now(const char* form) {
   timeval now{};
   gettimeofday(&now, nullptr);
   tm local{};
   localtime_r(&now.tv_sec, &local);
   char text[64];
-  const std::size_t length = std::strftime(text, sizeof text, "%a %b %e %H:%M:%S %Y", &local);
+  const std::size_t length = std::strftime(text, sizeof text, form, &local);
   return std::string(text, length);
 }
+
+constexpr const char* kDateForm = "%a %b %e %H:%M:%S %Y";
 
 }  // namespace
 
@@ -45,7 +48,7 @@ std::string seconds_text(double seconds) {
 }
 
 RunTimer::RunTimer()
-    : start_wall_(monotonic_seconds()), last_stage_(start_wall_), start_date_(date_of_now()) {
+    : start_wall_(monotonic_seconds()), last_stage_(start_wall_), start_date_(date_of_now(kDateForm)) {
   std::tie(start_user_, start_kernel_) = processor_seconds();
 }
 
@@ -62,7 +65,15 @@ void RunTimer::stop() {
   const auto [user, kernel] = processor_seconds();
   user_ = user - start_user_;
   kernel_ = kernel - start_kernel_;
-  end_date_ = date_of_now();
+  end_date_ = date_of_now(kDateForm);
+  end_stamp_ = date_of_now("%Y%m%d-%H%M%S");
+}
+
+double RunTimer::stage_seconds(const std::string& name) const {
+  double sum = 0;
+  for (const auto& [stage, spent] : stages_)
+    if (stage == name) sum += spent;
+  return sum;
 }
 
 std::string RunTimer::utilization(u64 cores) const {

@@ -13,7 +13,7 @@ Outcome run_with_fault(const std::string& fault, const std::string& folder,
                                         "-TD:2",    "-PF:pushpool", "-o",          folder};
   arguments.insert(arguments.end(), more.begin(), more.end());
   return run(ORVANE_FAULTY_PROGRAM, arguments,
-             {.input = {}, .folder = {}, .environment = {{"ORVANE_TEST_FAULT", fault}}});
+             {.input = {}, .folder = folder, .environment = {{"ORVANE_TEST_FAULT", fault}}});
 }
 
 struct Strike {

@@ -61,7 +61,11 @@ Outcome run(const std::string& program, const std::vector<std::string>& argument
 Outcome run_orvane(std::vector<std::string> arguments, const RunOptions& options) {
   static const std::vector<std::string> fixed = {"pause:-2", "priority:0", "colors:0", "skip-warnings"};
   arguments.insert(arguments.begin(), fixed.begin(), fixed.end());
-  return run(ORVANE_PROGRAM, arguments, options);
+  if (!options.folder.empty()) return run(ORVANE_PROGRAM, arguments, options);
+  static const TemporaryFolder scratch;
+  RunOptions inside = options;
+  inside.folder = scratch.path();
+  return run(ORVANE_PROGRAM, arguments, inside);
 }
 
 }  // namespace orvane::test

@@ -26,6 +26,7 @@ Outcome run(const std::string& program, const std::vector<std::string>& argument
             const RunOptions& options = {});
 
 /// The product with the options that every script passes: no waiting, no priority, no colours, no warnings.
+/// Without a working folder of its own it runs in one that goes with this process.
 Outcome run_orvane(std::vector<std::string> arguments, const RunOptions& options = {});
 
 using orl::test::read_file;

@@ -60,6 +60,8 @@ Usage run_in_process(const char* constant, orl::u64 digits, orl::u64 tds) {
   parameters.parallelism.set_tds(tds);
   const RamPlan plan(parameters.constant(), parameters.precision().words(), digits, tds, true);
   const Watch watch(plan);
+  const TemporaryFolder folder;  // for the report
+  std::filesystem::current_path(folder.path());
   testing::internal::CaptureStdout();
   EXPECT_EQ(parameters.run(0), 0);
   testing::internal::GetCapturedStdout();

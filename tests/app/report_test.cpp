@@ -1,0 +1,120 @@
+// What a finished run leaves behind: validation file, results for scripts, the verdict on stored digits.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "app/process.h"
+
+namespace orvane::test {
+namespace {
+
+constexpr const char* kStoredPi = ORVANE_DIGITS_FOLDER "/Pi.txt";
+
+Outcome run_in(const TemporaryFolder& folder, std::vector<std::string> arguments, std::string input = {}) {
+  return run_orvane(std::move(arguments), {.input = std::move(input), .folder = folder.path()});
+}
+
+// Files of the folder's top whose names begin with "Validation - " and end with `extension`.
+std::vector<std::string> reports(const TemporaryFolder& folder, const std::string& extension) {
+  std::vector<std::string> found;
+  for (const std::string& name : folder.names())
+    if (name.starts_with("Validation - ") && name.ends_with(extension)) found.push_back(name);
+  return found;
+}
+
+void store_pi(const TemporaryFolder& folder, const std::string& digits) {
+  std::filesystem::create_directory(folder.file("Digits"));
+  orl::test::write_file(folder.file("Digits/Pi.txt"), digits);
+}
+
+bool holds(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+
+TEST(Report, PassesTheValidatorUntilAByteChanges) {
+  TemporaryFolder folder;
+  store_pi(folder, read_file(kStoredPi));
+  const Outcome run = run_in(folder, {"custom", "pi", "-dec:12000", "-hex:500", "-od:0", "-TD:2"});
+  ASSERT_EQ(run.status, 0) << run.output;
+  const auto files = reports(folder, ".txt");
+  ASSERT_EQ(files.size(), 1u);
+  EXPECT_TRUE(files[0].starts_with("Validation - Pi - Chudnovsky - 12000 - "));
+  EXPECT_TRUE(holds(run.output, "Validation File: " + files[0])) << run.output;
+  EXPECT_TRUE(holds(run.output, "Spot Check:                 Passed - 10,000 digits")) << run.output;
+  std::string text = read_file(folder.file(files[0]));
+  EXPECT_TRUE(holds(text, "Spot Check:                 Passed\r\n")) << text;
+  const Outcome good = run_in(folder, {"validate"}, files[0] + "\n");
+  EXPECT_EQ(good.status, 0) << good.output;
+  EXPECT_TRUE(holds(good.output, "Validation Format 1.3\n\nValidation Passed!")) << good.output;
+  orl::test::put_byte(folder.file(files[0]), text.size() / 2, static_cast<char>(text[text.size() / 2] ^ 1));
+  const Outcome bad = run_in(folder, {"validate"}, files[0] + "\n");
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_TRUE(holds(bad.output, "Validation Failed: Invalid Hash")) << bad.output;
+}
+
+TEST(Report, StandsThoughStoredDigitsDiffer) {
+  const std::string pi = read_file(kStoredPi);
+  // 1 is the first digit after the point; the writing of files makes no difference.
+  for (const int position : {1, 7777}) {
+    TemporaryFolder folder;
+    std::string wrong = pi;
+    char& digit = wrong[static_cast<std::size_t>(1 + position)];
+    digit = digit == '5' ? '6' : '5';
+    store_pi(folder, wrong);
+    const Outcome run =
+        run_in(folder, {"custom", "pi", "-dec:10000", position == 1 ? "-od:0" : "-od:1", "-TD:1"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(holds(run.output, "Spot check failed at: " + std::to_string(position) + "\n")) << run.output;
+    const auto files = reports(folder, ".txt");
+    ASSERT_EQ(files.size(), 1u) << run.output;
+    EXPECT_LT(run.output.find("Validation File: " + files[0]), run.output.find("Spot check failed at: "));
+    EXPECT_TRUE(holds(read_file(folder.file(files[0])), "Spot Check:                 Failed\r\n"));
+  }
+}
+
+TEST(Report, TakesNoNameTwiceAndSaysWhatItCannotCompare) {
+  TemporaryFolder folder;
+  for (int i = 0; i < 3; i++) {
+    const Outcome run = run_in(folder, {"custom", "sqrt:3", "-dec:100", "-od:0", "-TD:1"});
+    ASSERT_EQ(run.status, 0) << run.output;
+    EXPECT_TRUE(holds(run.output, "Spot Check:                 Unavailable - Digit file not found."));
+  }
+  const auto files = reports(folder, ".txt");
+  EXPECT_EQ(files.size(), 3u);
+  for (const std::string& file : files)
+    EXPECT_TRUE(holds(read_file(folder.file(file)), "Spot Check:                 Not Available\r\n"));
+  EXPECT_TRUE(reports(folder, ".json").empty()) << "only on request";
+}
+
+TEST(Report, IsWrittenAsStrictJsonOnRequest) {
+  TemporaryFolder folder;
+  const Outcome run = run_in(folder, {"custom", "e", "-dec:1000", "-hex:100", "-od:1", "-json:1", "-TD:2"});
+  ASSERT_EQ(run.status, 0) << run.output;
+  const auto files = reports(folder, ".json");
+  ASSERT_EQ(files.size(), 1u);
+  const std::string stem = files[0].substr(0, files[0].size() - 5);
+  EXPECT_EQ(reports(folder, ".txt"), (std::vector<std::string>{stem + ".txt"}));
+  const std::string script =
+      "import json, sys\n"
+      "r = json.load(open(sys.argv[1], encoding='utf-8'))\n"
+      "assert r['DecimalDigits']['Digits'] == 1000 == sum(r['DecimalDigits']['Counts'])\n"
+      "assert sum(r['HexadecimalDigits']['Counts']) == 100\n"
+      "assert r['Computation']['Constant'] == 'e' and r['ValidationFile'] == sys.argv[1][:-5] + '.txt'\n"
+      "assert 0 < r['Times']['ComputationMicroseconds'] <= r['Times']['WallMicroseconds']\n";
+  orl::test::write_file(folder.file("check.py"), script);
+  const std::string command = "cd '" + folder.path() + "' && python3 check.py '" + files[0] + "'";
+  EXPECT_EQ(std::system(command.c_str()), 0) << read_file(folder.file(files[0]));
+}
+
+TEST(Report, IsNotWrittenForARunThatFailed) {
+  TemporaryFolder folder;
+  const Outcome run = test::run(
+      ORVANE_FAULTY_PROGRAM,
+      {"pause:-2", "priority:0", "colors:0", "skip-warnings", "custom", "pi", "-dec:20000", "-hex:0", "-od:0",
+       "-TD:1", "-PF:none", "-json:1"},
+      {.input = {}, .folder = folder.path(), .environment = {{"ORVANE_TEST_FAULT", "digit words:0:100"}}});
+  EXPECT_EQ(run.status, 1) << run.output;
+  EXPECT_TRUE(holds(run.output, "Checksum Mismatch")) << run.output;
+  EXPECT_TRUE(reports(folder, "").empty());
+}
+
+}  // namespace
+}  // namespace orvane::test
