@@ -14,6 +14,7 @@
 #include "system/machine.h"
 #include "tools/bbp_extractor.h"
 #include "tools/digit_viewer.h"
+#include "tools/stress_tester.h"
 
 namespace orvane {
 namespace {
@@ -88,10 +89,16 @@ int run_bench(Line& line) {
 
 int run_stress(Line& line) {
   line.take();
-  if (line.at_end()) return not_available("The component stress tester's menu");
-  StressSettings settings;
-  if (!parse_options(stress_options(), settings, line)) return 1;
-  return not_available("The component stress tester");
+  if (line.at_end()) return run_stress_menu();
+  StressLine stress;
+  if (!parse_options(stress_options(), stress, line)) return 1;
+  if (stress.tests.empty())
+    stress.settings.enable_all(true);
+  else
+    stress.settings.enable_only(stress.tests);
+  const std::string refusal = stress.settings.refusal();
+  if (!refusal.empty()) throw InvalidParametersException("stress", refusal);
+  return run_stress_test(stress.settings);
 }
 
 int run_benchio(Line& line) {
@@ -134,15 +141,16 @@ int run_config(Line& line) {
   const std::string action = object.get_string("Action");
   if (action != "CustomCompute" && action != "BenchIO" && action != "StressTest")
     throw InvalidParametersException("config", "Invalid Action: " + action);
-  object.get_object(action);
+  const orl::Object& settings = object.get_object(action);
+  if (action == "StressTest") return run_stress_object(settings);
   return not_available("Running a configuration file");
 }
 
 constexpr Action kActions[] = {
     {"bench", "bench SIZE [OPTION...]", "Pi benchmark in memory.", "orvane bench 25m -TD:4", run_bench,
      [] { return option_texts(bench_options()); }},
-    {"stress", "stress [OPTION...]", "Component stress tester (not in this version yet).",
-     "orvane stress -M:4G -D:60 BKT C17", run_stress, [] { return option_texts(stress_options()); }},
+    {"stress", "stress [OPTION...]", "Component stress tester.", "orvane stress -M:4G -D:60 BKT C17",
+     run_stress, [] { return option_texts(stress_options()); }},
     {"benchio", "benchio [OPTION...]", "I/O benchmark of a disk array (not in this version yet).",
      "orvane benchio -M:4G -swap:raid0 /disk1 /disk2", run_benchio,
      [] { return option_texts(benchio_options()); }},

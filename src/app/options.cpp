@@ -196,14 +196,14 @@ constexpr Option<BenchIoSettings> kBenchIo[] = {
      Values::kRaidType},
 };
 
-void select_test(StressSettings& stress, Line& line) { stress.tests.push_back(line.take()); }
+void select_test(StressLine& stress, Line& line) { stress.tests.push_back(line.take()); }
 
-constexpr Option<StressSettings> kStress[] = {
-    {"-M", "-M:BYTES", "Memory to test.", "-M:8G",
-     [](StressSettings& stress, Line& line) { stress.memory_bytes = clamp_memory(take_bytes(line)); }},
-    {"-D", "-D:SECONDS", "Seconds a test, at most 1000000.", "-D:120",
-     [](StressSettings& stress, Line& line) {
-       stress.seconds_per_test = std::min<u64>(take_integer(line), 1000000);
+constexpr Option<StressLine> kStress[] = {
+    {"-M", "-M:BYTES", "Memory to test. Default: 15/16 of what is available.", "-M:8G",
+     [](StressLine& stress, Line& line) { stress.settings.total_memory = clamp_memory(take_bytes(line)); }},
+    {"-D", "-D:SECONDS", "Seconds a test, at most 1000000. Default 120.", "-D:120",
+     [](StressLine& stress, Line& line) {
+       stress.settings.seconds = std::min(take_integer(line), StressSettings::kMaxSeconds);
      }},
     {"BKT", "BKT", "Basecase and Karatsuba products.", "BKT", select_test},
     {"N32", "N32", "32-bit residue transforms.", "N32", select_test},
@@ -219,7 +219,7 @@ std::span<const Option<orl::Settings>> global_options() { return kGlobal; }
 std::span<const Option<ModeHolder>> custom_options() { return kCustom; }
 std::span<const Option<BenchSettings>> bench_options() { return kBench; }
 std::span<const Option<BenchIoSettings>> benchio_options() { return kBenchIo; }
-std::span<const Option<StressSettings>> stress_options() { return kStress; }
+std::span<const Option<StressLine>> stress_options() { return kStress; }
 std::span<const BenchSize> bench_sizes() { return kSizes; }
 
 }  // namespace orvane

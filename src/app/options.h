@@ -10,6 +10,7 @@
 #include "app/command_line.h"
 #include "compute/parameters.h"
 #include "frame/settings.h"
+#include "tools/stress_settings.h"
 
 namespace orvane {
 
@@ -60,18 +61,17 @@ struct BenchIoSettings {
   std::vector<std::string> raid_paths;
 };
 
-/// Settings of the component stress tester.
-struct StressSettings {
-  u64 memory_bytes = 0;
-  u64 seconds_per_test = 0;
-  std::vector<std::string> tests;  ///< empty: all
+/// A line of the component stress tester.
+struct StressLine {
+  StressSettings settings;
+  std::vector<std::string> tests;  ///< those that it names; empty: all
 };
 
 std::span<const Option<orl::Settings>> global_options();
 std::span<const Option<ModeHolder>> custom_options();
 std::span<const Option<BenchSettings>> bench_options();
 std::span<const Option<BenchIoSettings>> benchio_options();
-std::span<const Option<StressSettings>> stress_options();
+std::span<const Option<StressLine>> stress_options();
 
 /// A benchmark size: its token and decimal digits. kDecimalSizes rows in powers of ten, then those in powers
 /// of two.

@@ -70,7 +70,7 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"bench", "1b", "colors:0"}, "Invalid Parameter: colors"},
       {{"bench", "2.5t"}, "Choose a smaller size"},
       {{"stress", "fly"}, "Invalid Parameter: fly"},
-      {{"stress", "BKT"}, "not available in this version yet"},
+      {{"stress", "BKT", "-M:1K"}, "are too little for every selected test. Ask for more."},
       {{"benchio", "-swap:fly", "x"}, "Unrecognized mode: fly"},
       {{"digitviewer"}, "Enter the path of the file (include .txt or .ovd extensions):"},
   };

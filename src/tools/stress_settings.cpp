@@ -1,0 +1,126 @@
+#include "tools/stress_settings.h"
+
+#include <algorithm>
+
+#include "frame/console.h"
+#include "frame/exceptions.h"
+#include "system/environment.h"
+#include "system/machine.h"
+
+namespace orvane {
+namespace {
+
+namespace console = orl::console;
+using orl::s64;
+
+std::vector<u32> distinct(const std::vector<u32>& cores) {
+  std::vector<u32> found;
+  for (const u32 core : cores)
+    if (std::find(found.begin(), found.end(), core) == found.end()) found.push_back(core);
+  return found;
+}
+
+[[noreturn]] void refuse(const std::string& message) {
+  throw orl::InvalidParametersException("StressTest", message);
+}
+
+u64 integer_in(const orl::Object& object, const char* key, u64 low, u64 high) {
+  const s64 value = object.get_integer(key);
+  if (value < 0 || static_cast<u64>(value) < low || static_cast<u64>(value) > high)
+    refuse(std::string(key) + " must be between " + std::to_string(low) + " and " + std::to_string(high) +
+           ".");
+  return static_cast<u64>(value);
+}
+
+std::vector<u32> read_cores(const orl::Array& array) {
+  std::vector<u32> cores;
+  for (u64 i = 0; i < array.size(); ++i) {
+    const s64 core = array[i].as_integer("LogicalCores").value;
+    if (core < 0 || core > INT32_MAX) refuse("Invalid Logical Core: " + std::to_string(core));
+    if (std::find(cores.begin(), cores.end(), core) != cores.end())
+      refuse("LogicalCores names core " + std::to_string(core) + " twice.");
+    cores.push_back(static_cast<u32>(core));
+  }
+  return cores;
+}
+
+std::vector<std::string> read_tags(const orl::Array& array) {
+  std::vector<std::string> tags;
+  for (u64 i = 0; i < array.size(); ++i) tags.push_back(array[i].as_string("Tests").value);
+  return tags;
+}
+
+}  // namespace
+
+StressSettings::StressSettings()
+    : cores(distinct(orl::static_pin_order())),
+      total_memory(orl::available_memory_bytes() / 16 * 15),
+      tests(make_stress_tests()) {}
+
+void StressSettings::enable_all(bool enabled) {
+  for (auto& test : tests) test->enabled = enabled;
+}
+
+void StressSettings::enable_only(const std::vector<std::string>& tags) {
+  const auto known = [&](const std::string& tag) {
+    return std::any_of(tests.begin(), tests.end(), [&](const auto& test) { return tag == test->tag(); });
+  };
+  for (const std::string& tag : tags)
+    if (!known(tag)) refuse("Invalid Test: " + tag);
+  for (auto& test : tests) test->enabled = std::find(tags.begin(), tags.end(), test->tag()) != tags.end();
+}
+
+u64 StressSettings::enabled_count() const {
+  return static_cast<u64>(
+      std::count_if(tests.begin(), tests.end(), [](const auto& test) { return test->enabled; }));
+}
+
+std::string StressSettings::refusal() const {
+  if (enabled_count() == 0) return "No Tests Enabled.";
+  if (cores.empty()) return "No logical cores are selected. Select at least one.";
+  const u64 available = orl::available_memory_bytes();
+  if (total_memory > available)
+    return "The test needs " + console::format_bytes(total_memory) + " of memory, and " +
+           console::format_bytes(available) + " are available. Ask for less.";
+  if (std::none_of(tests.begin(), tests.end(),
+                   [&](const auto& test) { return test->enabled && test->plan(share_bytes()); }))
+    return console::format_bytes(total_memory) + " of memory for " + std::to_string(cores.size()) +
+           " thread(s) are too little for every selected test. Ask for more.";
+  return {};
+}
+
+orl::Object StressSettings::to_object() const {
+  orl::Array core_list, tags;
+  for (const u32 core : cores) core_list.add_integer(core);
+  for (const auto& test : tests)
+    if (test->enabled) tags.add_string(test->tag());
+  orl::Object object;
+  object.add_bool("AllocateLocally", allocate_locally);
+  object.add_array("LogicalCores", std::move(core_list));
+  object.add_integer("TotalMemory", static_cast<s64>(total_memory));
+  object.add_integer("Seconds", static_cast<s64>(seconds));
+  object.add_bool("StopOnError", stop_on_error);
+  object.add_array("Tests", std::move(tags));
+  return object;
+}
+
+void StressSettings::read_object(const orl::Object& object) {
+  for (const auto& node : object.nodes()) {
+    if (node.key == "AllocateLocally")
+      allocate_locally = object.get_bool("AllocateLocally");
+    else if (node.key == "LogicalCores")
+      cores = read_cores(object.get_array("LogicalCores"));
+    else if (node.key == "TotalMemory")
+      total_memory = integer_in(object, "TotalMemory", 1, INT64_MAX);
+    else if (node.key == "Seconds")
+      seconds = integer_in(object, "Seconds", 0, kMaxSeconds);
+    else if (node.key == "StopOnError")
+      stop_on_error = object.get_bool("StopOnError");
+    else if (node.key == "Tests")
+      enable_only(read_tags(object.get_array("Tests")));
+    else
+      console::println("StressTest has no setting \"" + node.key + "\"; it is left out.", 'Y');
+  }
+}
+
+}  // namespace orvane
