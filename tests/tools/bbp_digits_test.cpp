@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 #include <mpfr.h>
 
+#include <algorithm>
+
+#include "frame/status.h"
 #include "support/random_words.h"
 
 namespace {
@@ -57,6 +60,27 @@ TEST(BbpDigits, DoNotDependOnThreads) {
   EXPECT_EQ(bbp_digits(task, orl::silent_status()), alone);
   EXPECT_NE(testing::internal::GetCapturedStdout().find("Failed to set core affinity to core: 1000000"),
             std::string::npos);
+}
+
+class Lines final : public orl::StatusTransport {
+ public:
+  void line(std::string_view text) override { lines.emplace_back(text); }
+  void permanent(std::string_view, char) override {}
+
+  std::vector<std::string> lines;
+};
+
+// From several threads, by turns.
+TEST(BbpDigits, ReportTheirProgress) {
+  Lines shown;
+  orl::LinearNetworkNode status(shown, 79);
+  bbp_digits({BbpFormula::kPlouffe, 400000, 8, 3, {}}, status);
+  ASSERT_GE(shown.lines.size(), 5u);
+  EXPECT_EQ(shown.lines[0], "Preparing...  ");
+  EXPECT_EQ(shown.lines[1], "Running...   0.00%");
+  EXPECT_EQ(shown.lines[shown.lines.size() - 2], "Summing...   100%");
+  const auto running = [](const std::string& line) { return line.starts_with("Running...  "); };
+  EXPECT_TRUE(std::all_of(shown.lines.begin() + 1, shown.lines.end() - 2, running));
 }
 
 TEST(BbpDigits, StateTheirPrecision) {
