@@ -1,6 +1,6 @@
 // How fast the allocators make memory that is there, beside a plain parallel memset of a fresh mapping.
 //
-//   population_bench [GiB] [rounds] [tds]     (default 1 GiB, 5 rounds, the default decomposition)
+//   population_bench [GiB] [rounds] [allocator] [tds]     (default 1 GiB, 5 rounds, mmap, the usual tasks)
 //
 // "allocate" maps, populates and touches a block as a computation gets it; "memset" writes as many bytes, on
 // as many tasks, into a mapping that holds no page yet. They take turns; the ratio is the median over the
@@ -18,6 +18,7 @@
 #include "parallel/allocators.h"
 #include "parallel/parallelism.h"
 #include "support/measure.h"
+#include "system/topology.h"
 
 namespace {
 
@@ -69,30 +70,29 @@ int main(int argc, char** argv) {
   const double gib = argc > 1 ? std::strtod(argv[1], nullptr) : 1;
   const u64 rounds = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 5;
   Parallelism parallelism;
-  if (argc > 3) parallelism.set_tds(std::strtoull(argv[3], nullptr, 10));
+  const char* const key = argc > 3 ? argv[3] : "mmap";
+  if (argc > 4) parallelism.set_tds(std::strtoull(argv[4], nullptr, 10));
   if (gib <= 0 || rounds == 0) fail("a size in GiB and a number of rounds, please");
   const u64 bytes = static_cast<u64>(gib * (u64{1} << 30));
   const ParallelContext parallel = parallelism.context();
   parallel.parallelizer.reserve();
+  topology();
 
   std::printf("bytes  %llu   framework  %s\n\n", static_cast<unsigned long long>(bytes),
               parallel.parallelizer.to_string(parallel.tds).c_str());
-  std::printf("allocator     allocate, GB/s   memset, GB/s   ratio\n");
-  for (const char* key : {"mmap", "interleave"}) {
-    const auto allocator = create_allocator(key);
-    std::vector<double> mine;
-    std::vector<double> peers;
-    std::vector<double> ratios;
-    for (u64 round = 0; round < rounds; ++round) {
-      const bool first = round % 2 == 0;
-      if (!first) peers.push_back(memset_ns(bytes, parallel));
-      mine.push_back(allocate_ns(*allocator, bytes, parallel));
-      if (first) peers.push_back(memset_ns(bytes, parallel));
-      ratios.push_back(peers.back() / mine.back());
-    }
-    std::printf("%-12s  %14.2f   %12.2f   %5.2f\n", key, static_cast<double>(bytes) / bench::median(mine),
-                static_cast<double>(bytes) / bench::median(peers), bench::median(ratios));
-    std::fflush(stdout);
+  const auto allocator = create_allocator(key);
+  std::vector<double> mine;
+  std::vector<double> peers;
+  std::vector<double> ratios;
+  for (u64 round = 0; round < rounds; ++round) {
+    const bool first = round % 2 == 0;
+    if (!first) peers.push_back(memset_ns(bytes, parallel));
+    mine.push_back(allocate_ns(*allocator, bytes, parallel));
+    if (first) peers.push_back(memset_ns(bytes, parallel));
+    ratios.push_back(peers.back() / mine.back());
   }
+  std::printf("allocator     allocate, GB/s   memset, GB/s   ratio\n");
+  std::printf("%-12s  %14.2f   %12.2f   %5.2f\n", key, static_cast<double>(bytes) / bench::median(mine),
+              static_cast<double>(bytes) / bench::median(peers), bench::median(ratios));
   return 0;
 }

@@ -133,7 +133,15 @@ class RamSession {
       status_.println("Allocation Error: " + error, 'Y');
     }
     allocation_errors_ = allocation_errors_ || !errors.empty();
+    show_placement(memory->report(), !errors.empty());
     return memory;
+  }
+
+  /// What became of the pages, where something was asked of them or went wrong.
+  void show_placement(const orl::AllocationReport& report, bool failed) {
+    if (!failed && report.is_ordinary()) return;
+    report.print();
+    for (const auto& [label, value] : report.rows()) events_.add_line("    " + label + " ", value);
   }
 
   void finish_stage(const std::string& name) {

@@ -51,20 +51,27 @@ Mode word_to_bind_mode(const std::string& word) {
 
 Mode next_mode(Mode mode) { return static_cast<Mode>((static_cast<u32>(mode) + 1) % 3); }
 
+bool AllocationReport::is_ordinary() const {
+  return page_size == kSmallPageBytes && locked_bytes == 0 && node_bytes.size() <= 1;
+}
+
+std::vector<std::pair<std::string, std::string>> AllocationReport::rows() const {
+  std::vector<std::pair<std::string, std::string>> rows = {
+      {"Total Bytes:", console::format_bytes(total_bytes)},
+      {"Page Size:", console::format_with_commas(page_size)},
+      {"Large Page Bytes:", console::format_bytes(large_page_bytes)},
+      {"Locked Bytes:", console::format_bytes(locked_bytes)}};
+  for (const auto& [node, bytes] : node_bytes)
+    rows.emplace_back("NUMA node " + std::to_string(node) + ":", console::format_bytes(bytes));
+  return rows;
+}
+
 void AllocationReport::print() const {
-  console::label_value("Total Bytes:         ", console::format_with_commas(total_bytes), 'G');
-  console::newline();
-  console::label_value("Page Size:           ", console::format_with_commas(page_size), 'G');
-  console::newline();
-  console::label_value("Large Page Bytes:    ", console::format_with_commas(large_page_bytes), 'G');
-  console::newline();
-  console::label_value("Locked Bytes:        ", console::format_with_commas(locked_bytes), 'G');
-  console::newline();
-  for (const auto& [node, bytes] : node_bytes) {
-    console::label_value("NUMA node " + std::to_string(node) + ":         ",
-                         console::format_with_commas(bytes), 'G');
-    console::newline();
+  for (const auto& [label, value] : rows()) {
+    console::print_padded(24, "    " + label, 'w');
+    console::println(value, 'G');
   }
+  console::set_colour('w');
 }
 
 namespace {

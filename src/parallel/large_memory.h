@@ -3,6 +3,7 @@
 
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "parallel/parallelizer.h"
@@ -34,6 +35,10 @@ struct AllocationReport {
   u64 page_size = kSmallPageBytes;
   std::map<int, u64> node_bytes;  ///< NUMA node -> bytes, from a sample of pages
 
+  /// Small pages, none of them locked, all of those sampled on one node.
+  bool is_ordinary() const;
+  /// Labels with their colons, and values: "NUMA node 0:", "1,048,576 ( 1.00 MiB)".
+  std::vector<std::pair<std::string, std::string>> rows() const;
   void print() const;
 };
 

@@ -250,6 +250,23 @@ TEST(AllocatorsDeathTest, FailedAllocationAndDoubleRegistrationEndTheProcess) {
   EXPECT_EXIT(register_twice(), ::testing::ExitedWithCode(1), "Duplicate Allocator Type");
 }
 
+TEST(AllocationReport, ShowsTheNodes) {
+  AllocationReport report;
+  report.total_bytes = 3 * kLargePageBytes;
+  report.node_bytes[0] = report.total_bytes;
+  EXPECT_TRUE(report.is_ordinary());
+  report.node_bytes = {{0, kLargePageBytes}, {12, 2 * kLargePageBytes}};
+  report.locked_bytes = 5;
+  EXPECT_FALSE(report.is_ordinary());
+  EXPECT_EQ(testing_parallel::screen_of("", [&] { report.print(); }),
+            "    Total Bytes:        6,291,456 ( 6.00 MiB)\n"
+            "    Page Size:          4,096\n"
+            "    Large Page Bytes:   0 (    0 bytes)\n"
+            "    Locked Bytes:       5 (    5 bytes)\n"
+            "    NUMA node 0:        2,097,152 ( 2.00 MiB)\n"
+            "    NUMA node 12:       4,194,304 ( 4.00 MiB)\n");
+}
+
 TEST(MmapAllocator, SettingsSurviveTheTrip) {
   MmapAllocator first;
   first.set_large_pages(Mode::attempt);
