@@ -19,14 +19,6 @@ namespace {
 constexpr u64 kMostBlocks = 16384;
 constexpr u64 kLeastSamples = 1024;  ///< in a mapping; one a block at least
 
-/// splitmix64's finisher (Steele, Lea, Flood, "Fast splittable pseudorandom number generators", 2014).
-u64 hash_of(u64 x) {
-  x += 0x9E3779B97F4A7C15u;
-  x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9u;
-  x = (x ^ (x >> 27)) * 0x94D049BB133111EBu;
-  return x ^ (x >> 31);
-}
-
 /// What one thread found out about the blocks of its node.
 struct PlacedShare {
   bool thread_bound = true;
@@ -104,14 +96,16 @@ class Placement {
 
   void report(const std::vector<PlacedShare>& results, std::vector<std::string>& errors) {
     int lock_error = 0;
+    std::map<u32, int> bind_errors;
     for (u64 share = 0; share < results.size(); ++share) {
       const PlacedShare& result = results[share];
       const u32 node = settings_.nodes[share % settings_.nodes.size()];
       if (!result.thread_bound) errors.push_back(failed_thread(share, node));
-      if (result.bind_error != 0) errors.push_back(failed_mbind(node, result.bind_error));
+      if (result.bind_error != 0) bind_errors[node] = result.bind_error;
       if (result.lock_error != 0) lock_error = result.lock_error;
       memory_.report_to_fill().locked_bytes += result.locked_bytes;
     }
+    for (const auto& [node, error] : bind_errors) errors.push_back(failed_mbind(node, error));
     if (lock_error != 0 && settings_.lock_pages == Mode::attempt)
       errors.push_back(with_reason("Unable to lock pages.", lock_error));
   }
@@ -155,7 +149,7 @@ u64 interleave_block_bytes(u64 length_bytes) {
 }
 
 u64 interleave_entry(u64 block, u64 n, bool hashed) {
-  const u64 turn = hashed ? hash_of(block / n) % n : 0;
+  const u64 turn = hashed ? scatter(block / n) % n : 0;
   return (block % n + turn) % n;
 }
 

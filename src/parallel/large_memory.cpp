@@ -130,14 +130,23 @@ void populate(void* address, u64 length_bytes, const ParallelContext& parallel) 
   });
 }
 
+/// splitmix64's finisher (Steele, Lea, Flood, "Fast splittable pseudorandom number generators", 2014).
+u64 scatter(u64 x) {
+  x += 0x9E3779B97F4A7C15u;
+  x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9u;
+  x = (x ^ (x >> 27)) * 0x94D049BB133111EBu;
+  return x ^ (x >> 31);
+}
+
 std::map<int, u64> sample_nodes(const void* address, u64 length_bytes, u64 samples) {
   const u64 pages = (length_bytes + kSmallPageBytes - 1) / kSmallPageBytes;
   const u64 stride = std::max<u64>((pages + samples - 1) / samples, 1);
   std::map<int, u64> bytes;
-  for (u64 page = 0; page < pages; page += stride) {
-    const u64 begin = page * kSmallPageBytes;
-    const int node = node_of_page(static_cast<const char*>(address) + begin);
-    if (node >= 0) bytes[node] += std::min(stride * kSmallPageBytes, length_bytes - begin);
+  for (u64 first = 0; first < pages; first += stride) {
+    // Not always the first page of a stride: pages that take turns on two nodes would all seem to lie on one.
+    const u64 page = std::min(first + scatter(first) % stride, pages - 1);
+    const int node = node_of_page(static_cast<const char*>(address) + page * kSmallPageBytes);
+    if (node >= 0) bytes[node] += std::min(stride * kSmallPageBytes, length_bytes - first * kSmallPageBytes);
   }
   return bytes;
 }

@@ -73,6 +73,9 @@ void touch_memory(void* address, u64 length_bytes, const ParallelContext& parall
 /// writes the pattern afterwards.
 void populate(void* address, u64 length_bytes, const ParallelContext& parallel);
 
+/// A hash without collisions, for places that shall follow no pattern.
+u64 scatter(u64 x);
+
 /// NUMA node -> bytes, from up to `samples` pages of the block; empty where the system has no answer.
 std::map<int, u64> sample_nodes(const void* address, u64 length_bytes, u64 samples = 1024);
 

@@ -123,6 +123,10 @@ class FakeMemoryCalls final : public MemoryCalls {
         MemoryCalls::mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS);
     if (result == MAP_FAILED) return nullptr;
     count(static_cast<s64>(length));
+    const std::lock_guard guard(mutex_);
+    const u64 begin = reinterpret_cast<u64>(result);
+    for (u64 at = 0; at < length; at += 4096)
+      bound_[begin + at] = {begin + at + 4096, nodes[at / 4096 % nodes.size()]};
     return result;
   }
   void numa_free(void* address, u64 length) override { munmap(address, length); }

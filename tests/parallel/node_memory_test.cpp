@@ -213,20 +213,27 @@ TEST(LocalMemory, ManyThreadsAllocateAtOnce) {
 
 TEST(LibNumaAllocator, TakesTheListAndGivesAllBack) {
   FakeMemoryCalls machine({0, 1, 3});
-  const Allocation result = allocate(LibNumaAllocator(), 1000000);
+  const Allocation result = allocate(LibNumaAllocator(), 48000000);
   ASSERT_NE(result.memory, nullptr);
   const auto calls = machine.calls("numa_alloc_interleaved_subset");
   ASSERT_EQ(calls.size(), 1u);
   EXPECT_EQ(calls[0].mask, (std::vector<unsigned long>{0, 1, 3}));
-  EXPECT_EQ(calls[0].length, 1003520u) << "rounded up to 4096";
-  EXPECT_EQ(machine.mapped_bytes, 1003520);
+  EXPECT_EQ(calls[0].length, 48001024u) << "rounded up to 4096";
+  EXPECT_EQ(machine.mapped_bytes, 48001024);
   EXPECT_EQ(result.errors, Texts());
+  // A sample on a stride of 12 pages would find the first of the three nodes alone.
+  for (const int node : {0, 1, 3})
+    EXPECT_NEAR(static_cast<double>(result.memory->report().node_bytes.at(node)), 16e6, 2e6);
 
   LibNumaAllocator on_others;
   Object nodes;
   write_nodes(nodes, {1, 3});
   on_others.read_object(nodes);
+  machine.pages_obey = false;
   EXPECT_EQ(allocate(on_others, 1).errors, Texts({"Pages lie on node 0, which was not chosen."}));
+  EXPECT_EQ(allocate(on_others, 1000000).errors,
+            Texts({"Pages lie on node 0, which was not chosen.", "No pages lie on node 1, which was chosen.",
+                   "No pages lie on node 3, which was chosen."}));
   machine.has_numa = false;
   try {
     allocate(on_others, 1);
