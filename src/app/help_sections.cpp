@@ -189,7 +189,7 @@ std::vector<HelpEntry> files() {
            "Beside the program: a line \"Username: NAME\" names the user in validation files.",
            {}},
           {"environment.cfg",
-           "Beside the program: the machine's cores and nodes as the program found them.",
+           "Beside the program: the cores and nodes it found, and the cores that threads are pinned to.",
            {}}};
 }
 

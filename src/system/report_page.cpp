@@ -7,7 +7,12 @@ namespace {
 
 constexpr u64 kLabelWidth = 28;
 
-char colour_of(std::string_view value) { return value.substr(0, 2) == "No" ? 'Y' : 'G'; }
+// What is missing stands out.
+char colour_of(std::string_view value) {
+  const bool missing =
+      value == "No" || value == "Unknown" || value.starts_with("No - ") || value.starts_with("Not Available");
+  return missing ? 'Y' : 'G';
+}
 
 }  // namespace
 
