@@ -72,6 +72,28 @@ TEST_P(FrameworkBattery, SumsThroughDeepUnevenForks) {
   EXPECT_EQ(forked_sum(*framework_, 5, 55), 1475u) << "without reserve";
 }
 
+TEST_P(FrameworkBattery, HandsTheFirstFailureOfAPairToItsCaller) {
+  for (const bool first_fails : {false, true}) {
+    for (const bool second_fails : {false, true}) {
+      bool finished[2] = {};
+      const auto task = [&](int number, bool fails) {
+        if (fails) throw InvalidParametersException("task", std::to_string(number));
+        finished[number] = true;
+      };
+      std::string seen;
+      try {
+        fork_pair_or_throw(
+            *framework_, [&] { task(0, first_fails); }, [&] { task(1, second_fails); });
+      } catch (const InvalidParametersException& e) {
+        seen = e.message();
+      }
+      EXPECT_EQ(seen, first_fails ? "0" : second_fails ? "1" : "");
+      EXPECT_EQ(finished[0], !first_fails);
+      EXPECT_EQ(finished[1], !second_fails) << "a failure stops nothing else";
+    }
+  }
+}
+
 TEST_P(FrameworkBattery, RangeRunsEveryIndexOnce) {
   for (const u64 count : {0, 1, 2, 15, 16, 17, 33, 1000}) {
     std::vector<u32> visits(count + 20, 0);

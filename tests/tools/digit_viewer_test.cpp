@@ -216,14 +216,14 @@ TEST_P(DigitViewer, WorksAroundAMissingFile) {
 }
 
 TEST_P(DigitViewer, SaysThatDigitsAreCorrupt) {
-  make_text(1500000);
-  orl::test::put_byte(text_path(), 1200000, 'x');
-  std::string screen = visit(text_path(), "0\n1\n100\n0\n1199900\n200\n1\n1\n1500000\n");
+  make_text(5000000);  // more than a block, so that a pass is on its way
+  orl::test::put_byte(text_path(), 4500000, 'x');
+  std::string screen = visit(text_path(), "0\n1\n100\n0\n4499900\n200\n1\n1\n5000000\n");
   EXPECT_TRUE(shows(screen, "Invalid Digit"));
   EXPECT_TRUE(shows(screen, kNotAccessible));
-  EXPECT_FALSE(shows(screen, "Digit Counts (1 - 1500000)")) << "of digits that are none";
+  EXPECT_FALSE(shows(screen, "Digit Counts (1 - 5000000)")) << "of digits that are none";
   const auto before = folder_.names();
-  screen = compress(text_path(), "3\n1500000\n0\n", "set");
+  screen = compress(text_path(), "3\n5000000\n0\n", "set");
   EXPECT_TRUE(shows(screen, "Invalid Digit"));
   EXPECT_EQ(folder_.names(), before) << "nothing may be left";
 }

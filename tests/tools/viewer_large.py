@@ -69,8 +69,9 @@ class Runner:
         _, status, usage = os.wait4(child.pid, 0)
         child.returncode = os.waitstatus_to_exitcode(status)
         seconds = time.monotonic() - begin
-        print(f"{what:32} {seconds:8.2f} s {self.digits / seconds / 1e6:8.0f} M digits/s {usage.ru_maxrss / 1024:7.1f} MiB",
-              flush=True)
+        cpu = usage.ru_utime + usage.ru_stime
+        print(f"{what:24} {seconds:8.2f} s {self.digits / seconds / 1e6:8.0f} M digits/s {cpu:8.2f} s of processors "
+              f"{usage.ru_maxrss / 1024:7.1f} MiB", flush=True)
         self.require(child.returncode == 0, f"{what}: status {child.returncode}\n{screen}")
         self.require(usage.ru_maxrss < LIMIT_KIB, f"{what}: needs {usage.ru_maxrss} KiB")
         return screen
