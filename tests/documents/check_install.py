@@ -29,7 +29,10 @@ def check_tree(prefix, work):
     if missing:
         sys.exit(f"not installed: {', '.join(missing)}")
     work.mkdir()
-    call(prefix / "bin/orvane", *OPTIONS, "custom", "pi", "-dec:1000", "-o", ".", cwd=work)
+    screen = call(prefix / "bin/orvane", *OPTIONS, "custom", "pi", "-dec:1000", "-o", ".", cwd=work)
+    # The digits that were installed are found from the program's own folder.
+    if "Passed" not in screen:
+        sys.exit("the installed program does not find the installed digits:\n" + screen)
     if not (work / "Pi - Dec - Chudnovsky.txt").read_text().startswith("3.14159265358979"):
         sys.exit("wrong digits")
 
