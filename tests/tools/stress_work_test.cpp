@@ -13,6 +13,7 @@
 #include "system/machine.h"
 #include "system/topology.h"
 #include "tools/stress_settings.h"
+#include "tools/stress_tester.h"
 #include "tools/stress_threads.h"
 
 namespace orvane::test {
@@ -127,6 +128,37 @@ TEST(StressThreads, EndTheProgramAtAnUnknownException) {
   });
   EXPECT_EQ(child.status, 1);
   EXPECT_NE(child.output.find("Unknown exception thrown from worker thread."), std::string::npos);
+}
+
+TEST(StressMenu, TogglesCores) {
+  const std::string first = std::to_string(orl::topology().cores.front());
+  const std::string back = std::to_string(orl::topology().cores.back() + 1);
+  const std::string total = std::to_string(orl::topology().cores.size());
+  const std::string more = std::to_string(orl::topology().cores.back() + 2);
+  const auto child = orl::test::run_child(
+      "1\n" + first + "\n" + more + "\n" + back + "\n1\n" + first + "\n" + back + "\n", run_stress_menu);
+  EXPECT_EQ(child.status, 1) << "the input ends";
+  std::string screen = child.output;
+  const std::string label = "Logical Cores:            ",
+                    fewer = std::to_string(orl::topology().cores.size() - 1);
+  const std::vector<std::string> parts = {label + total + " of " + total,
+                                          "Pin threads to the following cores in a round-robin fashion.\r\n",
+                                          "  Core " + first,
+                                          "Enabled\n",
+                                          "Enter Core # to toggle it.\n",
+                                          "  Core " + first,
+                                          "Disabled\n",
+                                          label + fewer + " of " + total,
+                                          "  Core " + first,
+                                          "Disabled\n",
+                                          "  Core " + first,
+                                          "Enabled\n",
+                                          label + total + " of " + total};
+  for (const std::string& part : parts) {
+    const std::size_t at = screen.find(part);
+    ASSERT_NE(at, std::string::npos) << "\"" << part << "\" is missing in the rest of\n" << child.output;
+    screen.erase(0, at + part.size());
+  }
 }
 
 // What a refusal leaves as it was, and what a file gives back.
