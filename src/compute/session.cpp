@@ -5,11 +5,9 @@
 #include "compute/number_layout.h"
 #include "compute/parameters.h"
 #include "compute/ram_plan.h"
+#include "compute/report_files.h"
 #include "compute/run_report.h"
-#include "compute/run_results.h"
 #include "compute/user_name.h"
-#include "compute/validation_file.h"
-#include "config/writer.h"
 #include "frame/console.h"
 #include "frame/ending.h"
 #include "frame/event_log.h"
@@ -21,7 +19,6 @@
 #include "numbers/big_float.h"
 #include "numbers/hash.h"
 #include "parallel/frameworks.h"
-#include "swap/new_file.h"
 #include "swap/path_check.h"
 #include "system/machine.h"
 
@@ -36,7 +33,6 @@ using orl::seconds_text;
 constexpr orl::u32 kStatusWidth = 79;
 constexpr double kStatusRefresh = 1.0;
 constexpr const char* kConversionStage = "Base Conversion";
-constexpr char kTextExtension[] = ".txt";
 
 // A label, its value, the end of the line.
 void print_line(std::string_view label, std::string_view value, char colour) {
@@ -92,8 +88,7 @@ class RamSession {
     events_.add("End Computation");
     finish_report();
     print_report();
-    write_files();
-    check_spot();
+    leave_report(report_, parameters_.json_results);
   }
 
  private:
@@ -258,35 +253,6 @@ class RamSession {
     console::newline();
   }
 
-  // Text files appear in the working folder; the digits have their own.
-  void write_files() const {
-    const std::string stem = validation_stem(report_);
-    try {
-      const std::string name = orl::write_new_file(stem, kTextExtension, validation_text(report_));
-      print_line("Validation File: ", name, 'G');
-      if (!parameters_.json_results) return;
-      const std::string same_stem = name.substr(0, name.size() - (sizeof kTextExtension - 1));
-      const std::string json = orl::to_json(results_object(report_, name));
-      print_line("Results File:    ", orl::write_new_file(same_stem, ".json", json), 'G');
-    } catch (const orl::FileIO::FileException&) {
-      console::println(
-          "The computation is finished, but its report could not be written. Run in a folder that can be "
-          "written to.",
-          'R');
-      throw;
-    }
-  }
-
-  // Last, so that a failed run leaves its report.
-  void check_spot() const {
-    if (report_.spot_check.result != SpotCheck::kFailed) return;
-    throw orl::AlgorithmFailedException(
-        "spot_check()", "Spot check failed at: " + std::to_string(report_.spot_check.position) +
-                            "\n\nThe digit at this place after the point is not that of \"" +
-                            report_.spot_check.file +
-                            "\".\nEither that file is damaged, or this machine computes wrongly.");
-  }
-
   ComputeParameters& parameters_;
   RamPlan plan_;
   orl::ReferenceClocks clocks_;
@@ -308,6 +274,9 @@ bool RamParameters::check_parameters() {
   // A run that could not write its digits says so before it computes them.
   if (output_digits && !orl::path_is_writable(output_path()))
     throw InvalidParametersException("check_parameters()", "Path is not writable.");
+  if (!orl::path_is_writable(""))
+    console::println(
+        "Warning: The working folder is not writable. The run will end without a validation file.", 'Y');
   const u64 bytes = required_bytes();
   print_line("Required Memory:   ", console::format_bytes(bytes), 'G');
   const u64 installed = orl::total_memory_bytes();

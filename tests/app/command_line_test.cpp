@@ -183,6 +183,12 @@ TEST(DigitFiles, ThatCannotBeWrittenLeaveNothingThatLooksFinished) {
   EXPECT_EQ(working_folder.status, 1);
   EXPECT_NE(working_folder.output.find("Path is not writable."), std::string::npos);
   EXPECT_EQ(working_folder.output.find("Begin Computation"), std::string::npos);
+  // Without digit files it is only the report that is missing.
+  const Outcome no_report = run_orvane({"custom", "sqrt:2", "-dec:1000", "-od:0"}, {.folder = folder.path()});
+  EXPECT_EQ(no_report.status, 1);
+  EXPECT_NE(no_report.output.find("The working folder is not writable."), std::string::npos);
+  EXPECT_NE(no_report.output.find("Dec Hash: "), std::string::npos);
+  EXPECT_NE(no_report.output.find("its report could not be written."), std::string::npos);
   umount(folder.path().c_str());
 }
 
