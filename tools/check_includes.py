@@ -24,7 +24,7 @@ ALLOWED = {
 # Files that belong to the lower half of a folder and may not include its upper half.
 LOWER = {
     "numbers": ("word", "block_carry", "hash", "shoup_", "basic_int", "simple_int", "basecase", "algorithm", "crt_", "product_areas"),
-    "swap": ("raw_file", "raw_io_buffer", "file_calls", "buffered_reader", "new_file", "path_check"),
+    "swap": ("raw_file", "raw_io_buffer", "file_calls", "buffered_reader", "new_file", "path_check", "raid_descriptor"),
 }
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
 

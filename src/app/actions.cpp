@@ -4,10 +4,11 @@
 #include <memory>
 #include <string>
 
+#include "app/action_file.h"
 #include "app/bench.h"
+#include "app/custom_menu.h"
 #include "app/options.h"
 #include "compute/validation_file.h"
-#include "config/parser.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
 #include "frame/settings.h"
@@ -50,7 +51,7 @@ bool parse_options(std::span<const Option<Target>> table, Target& target, Line& 
 
 int run_custom(Line& line) {
   line.take();
-  if (line.at_end()) return not_available("The custom computation menu");
+  if (line.at_end()) return custom_menu();
   ModeHolder mode;
   auto constant = make_constant(constant_index(line.key()));
   if (constant->takes_argument() || !line.value().empty()) constant->set_argument(line.value());
@@ -131,21 +132,6 @@ int run_about(Line&) {
   return 0;
 }
 
-int run_config(Line& line) {
-  line.take();
-  if (line.at_end()) throw InvalidParametersException("config", "Please specify a config file.");
-  std::string path = line.take();
-  if (path.find('.') == std::string::npos) path += ".cfg";
-  const auto root = orl::load_file(path);
-  const orl::Object& object = orl::root_object(*root);
-  const std::string action = object.get_string("Action");
-  if (action != "CustomCompute" && action != "BenchIO" && action != "StressTest")
-    throw InvalidParametersException("config", "Invalid Action: " + action);
-  const orl::Object& settings = object.get_object(action);
-  if (action == "StressTest") return run_stress_object(settings);
-  return not_available("Running a configuration file");
-}
-
 constexpr Action kActions[] = {
     {"bench", "bench SIZE [OPTION...]", "Pi benchmark in memory.", "orvane bench 25m -TD:4", run_bench,
      [] { return option_texts(bench_options()); }},
@@ -165,8 +151,7 @@ constexpr Action kActions[] = {
     {"validate", "validate",
      "Checks a validation file: asks for its path; status 0 if it is as the program wrote it.",
      "orvane validate", run_validate},
-    {"config", "config FILE",
-     "Runs a configuration file (not in this version yet); .cfg is added to a name without a point.",
+    {"config", "config FILE", "Runs a configuration file; .cfg is added to a name without a point.",
      "orvane config pi-1b.cfg", run_config},
 };
 

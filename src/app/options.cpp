@@ -41,14 +41,11 @@ std::string take_path(Line& line) {
 }
 
 // "-swap:type path...": the rest of the line.
-void take_swap(Line& line, std::string& type, std::vector<std::string>& paths) {
-  const std::string word = take_value(line);
-  if (word != "raid0" && word != "raid3")
-    throw InvalidParametersException("-swap", "Unrecognized mode: " + word);
+void take_swap(Line& line, orl::R03::Raid03Descriptor& raid) {
+  orl::R03::RaidGroup group{orl::R03::raid_type_of_option(take_value(line)), {}};
   if (line.at_end()) throw CommandLineException("Expected more parameters.");
-  type = word;
-  paths.clear();
-  while (!line.at_end()) paths.push_back(line.take());
+  while (!line.at_end()) group.paths.push_back(line.take());
+  raid.set_group(std::move(group));
 }
 
 constexpr Option<orl::Settings> kGlobal[] = {
@@ -130,19 +127,19 @@ constexpr Option<ModeHolder> kCustom[] = {
     {"-M", "-M:BYTES", "Memory to use; swap mode only.", "-M:1.5G",
      [](ModeHolder& mode, Line& line) {
        auto& swap = mode.swap_for("-M");
-       swap.memory_bytes = take_bytes(line);
+       swap.set_memory_bytes(take_bytes(line));
      }},
     {"-minIO", "-minIO:BYTES", "Smallest unit of reading and writing; swap mode only.", "-minIO:1M",
      [](ModeHolder& mode, Line& line) {
        auto& swap = mode.swap_for("-minIO");
-       swap.minimum_io_bytes = take_bytes(line);
+       swap.set_bytes_per_seek(take_bytes(line));
      }},
     {"-swap", "-swap:TYPE PATH...",
      "Disk array, raid0 or raid3, on all folders that follow; swap mode only, last on the line.",
      "-swap:raid0 /disk1 /disk2",
      [](ModeHolder& mode, Line& line) {
        auto& swap = mode.swap_for("-swap");
-       take_swap(line, swap.raid_type, swap.raid_paths);
+       take_swap(line, swap.raid);
      },
      Values::kRaidType},
 };
@@ -191,8 +188,7 @@ constexpr Option<BenchIoSettings> kBenchIo[] = {
     {"-minIO", "-minIO:BYTES", "Smallest unit of reading and writing, at least 4096.", "-minIO:1M",
      [](BenchIoSettings& io, Line& line) { io.minimum_io_bytes = std::max<u64>(take_bytes(line), 4096); }},
     {"-swap", "-swap:TYPE PATH...", "Disk array, raid0 or raid3, on all folders that follow.",
-     "-swap:raid0 /disk1 /disk2",
-     [](BenchIoSettings& io, Line& line) { take_swap(line, io.raid_type, io.raid_paths); },
+     "-swap:raid0 /disk1 /disk2", [](BenchIoSettings& io, Line& line) { take_swap(line, io.raid); },
      Values::kRaidType},
 };
 

@@ -57,8 +57,7 @@ struct BenchIoSettings {
   u64 total_bytes = 0;
   u64 minimum_io_bytes = 4096;
   RamParameters parameters;
-  std::string raid_type;
-  std::vector<std::string> raid_paths;
+  orl::R03::Raid03Descriptor raid;
 };
 
 /// A line of the component stress tester.

@@ -2,6 +2,7 @@
 #include <cmath>
 
 #include "compute/constant.h"
+#include "config/located.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
 
@@ -34,7 +35,7 @@ constexpr const char* kMenuTags[kConstantCount] = {
 
 constexpr AlgorithmRow kNewton[] = {{"newton", "Newton", "Newton's Method", "1st order Newton's Method"}};
 constexpr AlgorithmRow kExp[] = {
-    {"exp(1)", "exp(1)", "Taylor Series of exp(1)", "Taylor Series of exp(1)"},
+    {"exp(1)", "exp(1)", "Taylor Series of exp(1)", ""},
     {"exp(-1)", "exp(-1)", "Taylor Series of exp(-1)", "Taylor Series of exp(-1)    (same speed)\n"},
 };
 constexpr AlgorithmRow kPi[] = {
@@ -44,9 +45,8 @@ constexpr AlgorithmRow kPi[] = {
     {"ramanujan-reduced", "Ramanujan (reduced)", "Ramanujan (1910) (reduced memory)", nullptr},
 };
 constexpr AlgorithmRow kLog[] = {
-    {"machin-primary", "Machin (primary)", "Primary Machin-like Formula", "Primary Machin-like Formula"},
-    {"machin-secondary", "Machin (secondary)", "Secondary Machin-like Formula",
-     "Secondary Machin-like Formula"},
+    {"machin-primary", "Machin (primary)", "Primary Machin-like Formula", ""},
+    {"machin-secondary", "Machin (secondary)", "Secondary Machin-like Formula", ""},
 };
 constexpr AlgorithmRow kZeta3[] = {
     {"wedeniwski", "Wedeniwski", "Wedeniwski (1998)", "Wedeniwski (1998)               (fastest)"},
@@ -68,9 +68,8 @@ constexpr AlgorithmRow kLemniscate[] = {
     {"sebah", "Sebah's formula", "Sebah's formula", "Sebah's Formula    (20% slower than Gauss)\n"},
 };
 constexpr AlgorithmRow kBrentMcMillan[] = {
-    {"brent-refined", "Brent-McMillan (refined)", "Brent-McMillan with Refinement",
-     "Brent-McMillan with Refinement"},
-    {"brent-original", "Brent-McMillan", "Brent-McMillan", "Brent-McMillan"},
+    {"brent-refined", "Brent-McMillan (refined)", "Brent-McMillan with Refinement", ""},
+    {"brent-original", "Brent-McMillan", "Brent-McMillan", ""},
 };
 
 constexpr std::span<const AlgorithmRow> kAlgorithms[kConstantCount] = {
@@ -133,17 +132,28 @@ void Constant::set_algorithm(std::string_view algorithm_word) {
                                    "Invalid Algorithm: " + std::string(algorithm_word));
 }
 
+std::string Constant::menu_text(const AlgorithmRow& row) const {
+  if (*row.menu_text != '\0') return row.menu_text;
+  const auto choice = clone();
+  choice->set_algorithm(row.key);
+  return choice->algorithm_long();
+}
+
 void Constant::algorithm_menu() {
   const auto rows = algorithms();
   console::println("\nSelect an Algorithm:\n", 'w');
   u64 offered = 0;
-  for (const AlgorithmRow& row : rows) {
-    if (!row.menu_text) continue;
-    console::println("   " + std::to_string(offered++) + "    " + row.menu_text, 'T');
-  }
-  if (const char* notes = kMenuNotes[static_cast<u32>(index_)]) console::println(notes, 'w');
-  if (offered == 0) return;
-  algorithm_ = static_cast<u32>(console::read_bounded("\nAlgorithm: ", 0, offered - 1, 'G'));
+  std::string last;
+  const auto print_choice = [&](const std::string& text) {
+    last = "   " + std::to_string(offered++) + "    " + text;
+    console::println(last, 'T');
+  };
+  for (const AlgorithmRow& row : rows)
+    if (row.menu_text) print_choice(menu_text(row));
+  if (rows.empty()) print_choice(algorithm_long());
+  if (const char* notes = kMenuNotes[static_cast<u32>(index_)]) console::println(last = notes, 'w');
+  if (!last.ends_with('\n')) console::newline();
+  algorithm_ = static_cast<u32>(console::read_bounded("Algorithm: ", 0, offered - 1, 'G'));
 }
 
 void Constant::set_argument(const std::string& text) {
@@ -163,7 +173,9 @@ void Constant::from_object(const orl::Object& parent) { read_keys(parent.get_obj
 
 void Constant::write_keys(orl::Object& object) const { object.add_string("Algorithm", algorithm_key()); }
 
-void Constant::read_keys(const orl::Object& object) { set_algorithm(object.get_string("Algorithm")); }
+void Constant::read_keys(const orl::Object& object) {
+  orl::read_optional_key(object, "Algorithm", [&] { set_algorithm(object.get_string("Algorithm")); });
+}
 
 void Constant::describe(orl::Object& report) const {
   const auto add = [&](const char* node, const std::string& value, const std::string& display) {

@@ -54,7 +54,7 @@ struct AlgorithmRow {
   const char* key;
   const char* short_name;
   const char* long_name;
-  const char* menu_text;  ///< shown in the menu; null: not offered there
+  const char* menu_text;  ///< shown in the menu; empty: the long name; null: not offered there
 };
 
 class Constant {
@@ -98,6 +98,8 @@ class Constant {
   void from_object(const orl::Object& parent);
   /// Names and display texts for the configuration dump.
   void describe(orl::Object& report) const;
+  /// Adds the key `Formula` to the dump, where the constant is defined by one.
+  virtual void write_formula(orl::Object&) const {}
 
   /// Empty when the constant can be computed in memory; else one line that says what cannot be done.
   virtual std::string unavailable() const = 0;
@@ -116,6 +118,8 @@ class Constant {
   u32 algorithm_ = 0;
 
  private:
+  std::string menu_text(const AlgorithmRow& row) const;
+
   u64 precision_ = 100;
 };
 

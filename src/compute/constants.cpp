@@ -1,9 +1,11 @@
 // The eleven constants: what each adds to the table of the catalogue.
 #include <array>
 #include <cmath>
+#include <limits>
 #include <utility>
 
 #include "compute/constant.h"
+#include "config/located.h"
 #include "config/parser.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
@@ -65,11 +67,12 @@ class ArgumentConstant : public Constant {
   using Constant::Constant;
   bool takes_argument() const override { return true; }
   bool on_select() override {
+    console::println("\nEnter nothing to keep the former constant.", 'w');
     for (;;) {
-      const u64 value = console::read_number(prompt(), 'G');
+      const std::string line = console::read_line(prompt());
+      if (line.empty()) return false;
       try {
-        check_argument(value);
-        argument_ = value;
+        set_argument(line);
         return true;
       } catch (const InvalidParametersException& e) {
         console::println(e.message(), 'R');
@@ -90,19 +93,43 @@ class ArgumentConstant : public Constant {
 
  protected:
   virtual void check_argument(u64 value) const = 0;
-  virtual void check_file_argument(orl::s64 value) const = 0;
+  virtual void check_file_argument(u64 value) const { check_argument(value); }
+  /// What a file is told about a number that no check takes.
+  virtual std::string range_text(const std::string& number) const { return number + " is out of range."; }
   virtual const char* prompt() const = 0;
   virtual const char* function() const = 0;
   virtual const char* example() const = 0;
   void write_keys(orl::Object& object) const override {
     Constant::write_keys(object);
-    object.add_integer("Argument", static_cast<orl::s64>(argument_));
+    if (argument_ > kMaxInteger)
+      object.add_string("Argument", std::to_string(argument_));
+    else
+      object.add_integer("Argument", static_cast<orl::s64>(argument_));
   }
   void read_keys(const orl::Object& object) override {
-    const orl::s64 value = object.get_integer("Argument");
-    check_file_argument(value);
+    u64 argument = 0;
+    orl::read_key(object, "Argument", [&] { argument = file_argument(object); });
     Constant::read_keys(object);
-    argument_ = static_cast<u64>(value);
+    argument_ = argument;
+  }
+
+  // A file holds what its integers cannot as a string of digits.
+  static constexpr u64 kMaxInteger = std::numeric_limits<orl::s64>::max();
+
+  u64 file_argument(const orl::Object& object) const {
+    std::string text;
+    if (object.get("Argument").kind() == orl::ValueKind::kString)
+      text = object.get_string("Argument");
+    else
+      text = std::to_string(object.get_integer("Argument"));
+    const bool negative = text.starts_with('-');
+    const WholeNumber number = parse_whole_number(negative ? text.substr(1) : text);
+    if (number.kind == WholeNumber::kNone)
+      throw InvalidParametersException(function(), "\"" + text + "\" is not a whole number.");
+    if (negative || number.kind == WholeNumber::kTooLarge)
+      throw InvalidParametersException(function(), range_text(text));
+    check_file_argument(number.value);
+    return number.value;
   }
 
   u64 argument_ = 2;
@@ -132,11 +159,11 @@ class SqrtConstant final : public ArgumentConstant {
     if (value <= 1) throw InvalidParametersException(function(), "Argument must be greater than 1.");
     check_square(value);
   }
-  void check_file_argument(orl::s64 value) const override {
-    if (value < 1) throw InvalidParametersException(function(), std::to_string(value) + " is out of range.");
-    check_square(static_cast<u64>(value));
+  void check_file_argument(u64 value) const override {
+    if (value < 1) throw InvalidParametersException(function(), range_text(std::to_string(value)));
+    check_square(value);
   }
-  const char* prompt() const override { return "\nSqrt(n): n = "; }
+  const char* prompt() const override { return "Sqrt(n): n = "; }
   const char* function() const override { return "Constant_Sqrt()"; }
   const char* example() const override { return "2"; }
 
@@ -160,11 +187,7 @@ class LogConstant final : public ArgumentConstant {
     if (value < 2 || value > 2147483647)
       throw InvalidParametersException(function(), std::to_string(value) + " is out of range.");
   }
-  void check_file_argument(orl::s64 value) const override {
-    if (value < 0) throw InvalidParametersException(function(), std::to_string(value) + " is out of range.");
-    check_argument(static_cast<u64>(value));
-  }
-  const char* prompt() const override { return "\nLog(n): n = "; }
+  const char* prompt() const override { return "Log(n): n = "; }
   const char* function() const override { return "Constant_Log()"; }
   const char* example() const override { return "2"; }
 };
@@ -208,11 +231,11 @@ class BrentConstant final : public ArgumentConstant {
     if (value == 0) throw InvalidParametersException(function(), "Argument must be greater than 0.");
     if (value > 63) throw InvalidParametersException(function(), std::to_string(value) + " is out of range.");
   }
-  void check_file_argument(orl::s64 value) const override {
-    if (value < 0 || value > 63)
-      throw InvalidParametersException(function(), std::to_string(value) + " is a out of range.");
+  void check_file_argument(u64 value) const override {
+    if (value > 63) throw InvalidParametersException(function(), range_text(std::to_string(value)));
   }
-  const char* prompt() const override { return "\nn = 2^k: k = "; }
+  std::string range_text(const std::string& number) const override { return number + " is a out of range."; }
+  const char* prompt() const override { return "n = 2^k: k = "; }
   const char* function() const override { return "Constant_Brent()"; }
   const char* example() const override { return "20"; }
 };
@@ -240,7 +263,8 @@ class CustomConstant final : public Constant {
     load(path);
   }
   bool on_select() override {
-    const std::string path = console::read_line("\nEnter path of formula file: ");
+    console::println("\nEnter nothing to keep the former constant.", 'w');
+    const std::string path = console::read_line("Enter path of formula file: ");
     if (path.empty()) return false;
     load(path);
     return true;
@@ -248,17 +272,29 @@ class CustomConstant final : public Constant {
   std::string unavailable() const override { return not_computable(*this); }
   std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64, u64) const override { return nullptr; }
 
+  void write_formula(orl::Object& dump) const override {
+    dump.add_object("Formula", orl::copy_of(*formula_));
+  }
+
  protected:
   void write_keys(orl::Object& object) const override {
+    Constant::write_keys(object);
     for (std::size_t i = 0; i < std::size(kNameKeys); i++) object.add_string(kNameKeys[i], names_[i]);
+    write_formula(object);
   }
   void read_keys(const orl::Object& object) override {
+    Constant::read_keys(object);
     std::array<std::string, std::size(kNameKeys)> names;
     for (std::size_t i = 0; i < names.size(); i++) {
-      names[i] = object.get_string(kNameKeys[i]);
-      if (names[i].size() > kMaxNameLength)
-        throw InvalidParametersException(kNameKeys[i], "String cannot be longer than 50 characters.");
+      orl::read_key(object, kNameKeys[i], [&] {
+        names[i] = object.get_string(kNameKeys[i]);
+        if (names[i].size() > kMaxNameLength)
+          throw InvalidParametersException(kNameKeys[i], "String cannot be longer than 50 characters.");
+      });
     }
+    orl::read_key(object, "Formula", [&] {
+      formula_ = std::make_shared<const orl::Object>(orl::copy_of(object.get_object("Formula")));
+    });
     names_ = names;
   }
 
@@ -268,10 +304,12 @@ class CustomConstant final : public Constant {
 
   void load(const std::string& path) {
     const auto root = orl::load_file(path);
-    read_keys(orl::root_object(*root).get_object("Constant"));
+    const orl::Object& object = orl::root_object(*root);
+    orl::read_key(object, "Constant", [&] { read_keys(object.get_object("Constant")); });
   }
 
   std::array<std::string, std::size(kNameKeys)> names_{"Custom", "Custom", "Custom", "Custom"};
+  std::shared_ptr<const orl::Object> formula_ = std::make_shared<const orl::Object>();
 };
 
 // A constant that has a row, names and algorithms but no mathematics in this version.

@@ -1,6 +1,9 @@
-// The settings of a computation as configuration objects: the dump of reports.
+// The settings of a computation as configuration objects: the form of action files, and the dump of reports.
+#include <algorithm>
+
 #include "compute/parameters.h"
 #include "compute/ram_plan.h"
+#include "config/located.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
 #include "system/machine.h"
@@ -10,6 +13,8 @@ namespace {
 
 namespace console = orl::console;
 using orl::Object;
+using orl::read_key;
+using orl::read_optional_key;
 using orl::s64;
 
 // What a process can map on x86-64.
@@ -29,27 +34,33 @@ Object dump_constant(const Constant& constant) {
   object.add_string("NameLong", constant.name_long());
   object.add_string("AlgorithmShort", constant.algorithm_short());
   object.add_string("AlgorithmLong", constant.algorithm_long());
+  constant.write_formula(object);
   return object;
 }
 
-Object dump_size(const ComputeParameters& parameters) {
+Object size_object(const ComputeParameters& parameters) {
   Object object;
   object.add_integer("DecimalDigits", static_cast<s64>(parameters.decimal_digits()));
   object.add_integer("HexadecimalDigits", static_cast<s64>(parameters.hexadecimal_digits()));
   return object;
 }
 
-Object dump_output(const ComputeParameters& parameters) {
+Object output_object(const ComputeParameters& parameters, const std::string& path) {
   Object format;
   format.add_bool("OutputEnable", parameters.output_digits);
   // One compressed file is -1, as on the command line.
   format.add_integer("DigitsPerFile", static_cast<s64>(parameters.digits_per_file()));
-  format.add_string("Path", parameters.output_path().empty() ? "Default Path" : parameters.output_path());
+  format.add_string("Path", path);
   format.add_string("DisplayText", format_text(parameters.digits_per_file()));
   Object object;
   object.add_object("Format", std::move(format));
-  object.add_object("Size",
-                    with_text(parameters.output_bytes(), console::format_bytes(parameters.output_bytes())));
+  return object;
+}
+
+Object dump_output(const ComputeParameters& parameters) {
+  Object object = output_object(parameters, path_text(parameters.output_path()));
+  const u64 bytes = parameters.output_bytes();
+  object.add_object("Size", with_text(bytes, console::format_bytes(bytes)));
   object.add_bool("OutputVerify", parameters.verify_conversion);
   return object;
 }
@@ -67,7 +78,57 @@ Object dump_allocator(const orl::MemoryAllocator& allocator) {
   return object;
 }
 
+u64 count_of(const Object& object, const char* key) {
+  const s64 count = object.get_integer(key);
+  if (count < 0)
+    throw orl::InvalidParametersException("count_of()", std::to_string(count) + " is out of range.");
+  return static_cast<u64>(count);
+}
+
+std::unique_ptr<Constant> read_constant(const Object& parent) {
+  const Object& object = parent.get_object("Constant");
+  std::unique_ptr<Constant> constant;
+  read_key(object, "Constant",
+           [&] { constant = make_constant(constant_index(object.get_string("Constant"))); });
+  constant->from_object(parent);
+  return constant;
+}
+
+void read_size(const Object& object, ComputeParameters& parameters) {
+  read_optional_key(object, "DecimalDigits",
+                    [&] { parameters.set_decimal_digits(count_of(object, "DecimalDigits")); });
+  read_optional_key(object, "HexadecimalDigits",
+                    [&] { parameters.set_hexadecimal_digits(count_of(object, "HexadecimalDigits")); });
+}
+
+void read_format(const Object& object, ComputeParameters& parameters) {
+  read_optional_key(object, "OutputEnable",
+                    [&] { parameters.output_digits = object.get_bool("OutputEnable"); });
+  read_optional_key(object, "DigitsPerFile", [&] {
+    parameters.request_digits_per_file(static_cast<u64>(object.get_integer("DigitsPerFile")));
+  });
+  read_optional_key(object, "Path", [&] {
+    const std::string& path = object.get_string("Path");
+    if (!path.empty()) parameters.set_output_path(path);
+  });
+}
+
+void read_output(const Object& object, ComputeParameters& parameters) {
+  read_optional_key(object, "Format", [&] { read_format(object.get_object("Format"), parameters); });
+  read_optional_key(object, "OutputVerify",
+                    [&] { parameters.verify_conversion = object.get_bool("OutputVerify"); });
+}
+
+std::unique_ptr<orl::MemoryAllocator> read_allocator(const Object& object) {
+  std::unique_ptr<orl::MemoryAllocator> allocator;
+  read_key(object, "Allocator", [&] { allocator = orl::create_allocator(object.get_string("Allocator")); });
+  allocator->read_object(object);
+  return allocator;
+}
+
 }  // namespace
+
+std::string path_text(const std::string& path) { return path.empty() ? "Default Path" : path; }
 
 std::string format_text(u64 digits_per_file) {
   if (digits_per_file == 0) return "None - Write digits to a text file.";
@@ -94,6 +155,7 @@ u64 ComputeParameters::output_bytes() const {
 Object ComputeParameters::dump_memory() const {
   Object object;
   orl::Array warnings, errors;
+  if (const std::string refusal = unavailable(); !refusal.empty()) errors.add_string(refusal);
   try {
     const u64 bytes = memory_needed();
     object.add_object("RequiredRam", with_text(bytes, console::format_bytes(bytes)));
@@ -103,7 +165,7 @@ Object ComputeParameters::dump_memory() const {
       warnings.add_string("Insufficient Memory: this machine has " +
                           console::format_bytes(orl::total_memory_bytes()) + ".");
   } catch (const orl::InvalidParametersException& e) {
-    errors.add_string(e.message());
+    if (errors.size() == 0) errors.add_string(e.message());
   }
   object.add_array("Warnings", std::move(warnings));
   object.add_array("Errors", std::move(errors));
@@ -113,13 +175,71 @@ Object ComputeParameters::dump_memory() const {
 Object ComputeParameters::configuration_dump() const {
   Object object;
   object.add_object("Constant", dump_constant(constant()));
-  object.add_object("ComputeSize", dump_size(*this));
+  object.add_object("ComputeSize", size_object(*this));
   object.add_object("Output", dump_output(*this));
   object.add_object("Mode", dump_mode(*this));
   object.add_object("Parallelism", parallelism.to_object());
   object.add_object("Allocator", dump_allocator(*allocator));
   object.add_object("Memory", dump_memory());
+  dump_mode_settings(object);
   return object;
+}
+
+Object ComputeParameters::to_object() const {
+  Object object;
+  object.add_string("Mode", mode_key());
+  constant().to_object(object);
+  object.add_object("ComputeSize", size_object(*this));
+  Object output = output_object(*this, output_path());
+  output.add_bool("OutputVerify", verify_conversion);
+  object.add_object("Output", std::move(output));
+  Object threads;
+  parallelism.write_settings(threads);
+  object.add_object("Parallelism", std::move(threads));
+  object.add_object("Allocator", allocator->to_object());
+  write_mode_settings(object);
+  return object;
+}
+
+void ComputeParameters::from_object(const Object& object) {
+  read_key(object, "Constant", [&] { set_constant(read_constant(object)); });
+  read_optional_key(object, "ComputeSize", [&] { read_size(object.get_object("ComputeSize"), *this); });
+  read_optional_key(object, "Output", [&] { read_output(object.get_object("Output"), *this); });
+  read_optional_key(object, "Parallelism",
+                    [&] { parallelism.read_object(object.get_object("Parallelism")); });
+  read_optional_key(object, "Allocator", [&] { allocator = read_allocator(object.get_object("Allocator")); });
+  read_mode_settings(object);
+  refuse_unknown_keys(object, to_object());
+}
+
+void SwapParameters::write_mode_settings(Object& object) const {
+  object.add_integer("Memory", static_cast<s64>(memory_setting_));
+  object.add_integer("BytesPerSeek", static_cast<s64>(bytes_per_seek_setting_));
+  object.add_object("RaidFile", raid.to_object());
+}
+
+void SwapParameters::read_mode_settings(const Object& object) {
+  read_optional_key(object, "Memory", [&] { set_memory_bytes(count_of(object, "Memory")); });
+  read_optional_key(object, "BytesPerSeek", [&] {
+    const u64 bytes = count_of(object, "BytesPerSeek");
+    if (bytes == 0)
+      reset_bytes_per_seek();
+    else
+      set_bytes_per_seek(bytes);
+  });
+  read_optional_key(object, "RaidFile", [&] { raid.read_object(object.get_object("RaidFile")); });
+}
+
+void SwapParameters::dump_mode_settings(Object& object) const {
+  object.add_object("BytesPerSeek", with_text(bytes_per_seek(), console::format_bytes(bytes_per_seek())));
+  object.add_object("RaidFile", raid.dump());
+}
+
+void ModeHolder::from_object(const Object& object) {
+  ModeHolder fresh;
+  read_optional_key(object, "Mode", [&] { fresh.set_mode(object.get_string("Mode")); });
+  fresh.current().from_object(object);
+  *this = std::move(fresh);
 }
 
 u64 RamParameters::required_bytes() const {

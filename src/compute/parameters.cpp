@@ -6,6 +6,7 @@
 #include "frame/console.h"
 #include "frame/exceptions.h"
 #include "swap/path_check.h"
+#include "system/machine.h"
 
 namespace orvane {
 namespace {
@@ -13,6 +14,10 @@ namespace {
 namespace console = orl::console;
 using orl::InvalidParametersException;
 using orl::kMinDigitsPerFile;
+
+constexpr u64 kMaxMemoryBytes = 0x6ffffffffffffff9;
+constexpr u64 kMinBytesPerSeek = 4096;
+constexpr u64 kBytesPerSeekOfDrive = u64{1} << 20;
 
 void warn(const std::string& text) {
   console::print("Warning: ", 'Y');
@@ -119,15 +124,37 @@ void ComputeParameters::copy_shared(const ComputeParameters& other) {
   orl::Object settings;
   other.parallelism.write_settings(settings);
   parallelism.read_object(settings);
-  set_allocator(other.allocator->key());
+  auto fresh = orl::create_allocator(other.allocator->key());
+  fresh->read_object(other.allocator->to_object());
+  allocator = std::move(fresh);
+}
+
+std::string SwapParameters::unavailable() const {
+  return "Swap mode is not available in this version yet. Use -mode:ram.";
 }
 
 bool SwapParameters::check_parameters() {
-  throw InvalidParametersException("SwapParameters::check_parameters()",
-                                   "Swap mode is not available in this version yet. Use -mode:ram.");
+  throw InvalidParametersException("SwapParameters::check_parameters()", unavailable());
 }
 
 int SwapParameters::run(int) { return check_parameters() ? 0 : 1; }
+
+void SwapParameters::set_memory_bytes(u64 bytes) { memory_setting_ = std::min(bytes, kMaxMemoryBytes); }
+
+u64 SwapParameters::memory_bytes() const {
+  return memory_setting_ != 0 ? memory_setting_ : orl::total_memory_bytes() / 8 * 7;
+}
+
+void SwapParameters::set_bytes_per_seek(u64 bytes) {
+  if (bytes < kMinBytesPerSeek)
+    throw InvalidParametersException("set_bytes_per_seek()", "MinIO is too small.");
+  if (bytes >> 63) throw InvalidParametersException("set_bytes_per_seek()", "MinIO is too large.");
+  bytes_per_seek_setting_ = bytes;
+}
+
+u64 SwapParameters::bytes_per_seek() const {
+  return bytes_per_seek_setting_ != 0 ? bytes_per_seek_setting_ : kBytesPerSeekOfDrive * raid.data_files();
+}
 
 ModeHolder::ModeHolder() : ram_(std::make_unique<RamParameters>()), current_(ram_.get()) {}
 
@@ -147,7 +174,7 @@ void ModeHolder::set_mode(const std::string& word) {
 }
 
 SwapParameters& ModeHolder::swap_for(const char* option) {
-  if (current_ != swap_.get() || !swap_)
+  if (!swap())
     throw InvalidParametersException("swap_for()",
                                      std::string("Option ") + option + " is not supported for this mode.");
   return *swap_;

@@ -13,6 +13,7 @@
 #include "config/object.h"
 #include "parallel/allocators.h"
 #include "parallel/parallelism.h"
+#include "swap/raid_descriptor.h"
 
 namespace orvane {
 
@@ -29,6 +30,8 @@ inline constexpr u64 kOneFile = ~u64{0};  ///< digits per file: one compressed f
 
 /// How digit files are written, in words.
 std::string format_text(u64 digits_per_file);
+/// The folder of digit files as it is shown: "Default Path" where none is set.
+std::string path_text(const std::string& path);
 
 class ComputeParameters {
  public:
@@ -59,6 +62,8 @@ class ComputeParameters {
   void set_output_path(const std::string& path);
   const std::string& output_path() const { return output_path_; }
 
+  /// Empty when this version can run the constant in this mode; else one line that says what it cannot.
+  virtual std::string unavailable() const { return constant_->unavailable(); }
   /// True if the run may go on; prints the warnings that it has. Throws when the computation is impossible.
   virtual bool check_parameters() = 0;
   /// Carries the computation through. Returns the status of the process.
@@ -67,8 +72,16 @@ class ComputeParameters {
   /// "ram" or "swap".
   virtual const char* mode_key() const = 0;
 
+  /// The object `CustomCompute` of an action file, and its reader: a key that is absent leaves the default,
+  /// of the constant's keys only `Algorithm` may be absent. Throws ConfigException with line and key for
+  /// everything that the command line would refuse, and for unknown keys; a part has been taken then.
+  orl::Object to_object() const;
+  void from_object(const orl::Object& object);
   /// The settings with texts for their readers, and the memory that the run needs: for reports.
   orl::Object configuration_dump() const;
+  /// Bytes of memory that the run takes. Throws InvalidParametersException for a constant or a size that
+  /// cannot be computed.
+  virtual u64 memory_needed() const = 0;
   /// Bytes of the digit files on the disk, headers aside; 0 when none are written.
   u64 output_bytes() const;
 
@@ -82,8 +95,10 @@ class ComputeParameters {
   std::unique_ptr<orl::MemoryAllocator> allocator;
 
  protected:
-  /// Bytes of memory that the run takes. Throws InvalidParametersException when it cannot run at all.
-  virtual u64 memory_needed() const = 0;
+  /// The keys of this mode alone, as an action file and as a dump hold them.
+  virtual void write_mode_settings(orl::Object&) const {}
+  virtual void read_mode_settings(const orl::Object&) {}
+  virtual void dump_mode_settings(orl::Object&) const {}
 
  private:
   void digits_changed();
@@ -108,36 +123,60 @@ class RamParameters final : public ComputeParameters {
   /// Working memory and tables. Throws InvalidParametersException for a constant or a size that cannot be
   /// computed.
   u64 required_bytes() const;
-
- protected:
   u64 memory_needed() const override { return required_bytes(); }
 };
 
-/// Settings of the mode on disks. They can be given and are checked; the computation itself comes later.
+/// Settings of the mode on disks. They can be given, saved and loaded; the computation itself comes later.
 class SwapParameters final : public ComputeParameters {
  public:
+  std::string unavailable() const override;
   bool check_parameters() override;
   int run(int reserved) override;
   const char* mode_name() const override { return "Swap Mode"; }
   const char* mode_key() const override { return "swap"; }
 
-  u64 memory_bytes = 0;
-  u64 minimum_io_bytes = 0;
-  std::string raid_type;
-  std::vector<std::string> raid_paths;
+  /// Memory to use; 0 for the default, 7/8 of the machine's.
+  void set_memory_bytes(u64 bytes);
+  u64 memory_setting() const { return memory_setting_; }
+  u64 memory_bytes() const;
+
+  /// Bytes that are transferred in the time of a seek. Throws InvalidParametersException "MinIO is too
+  /// small." below 4096 and "MinIO is too large." from 2^63.
+  void set_bytes_per_seek(u64 bytes);
+  /// Back to the default: 1 MiB for each drive that holds data.
+  void reset_bytes_per_seek() { bytes_per_seek_setting_ = 0; }
+  bool has_default_bytes_per_seek() const { return bytes_per_seek_setting_ == 0; }
+  u64 bytes_per_seek() const;
+
+  u64 memory_needed() const override { return memory_bytes(); }
+
+  orl::R03::Raid03Descriptor raid;
 
  protected:
-  u64 memory_needed() const override { return memory_bytes; }
+  void write_mode_settings(orl::Object& object) const override;
+  void read_mode_settings(const orl::Object& object) override;
+  void dump_mode_settings(orl::Object& object) const override;
+
+ private:
+  u64 memory_setting_ = 0;
+  u64 bytes_per_seek_setting_ = 0;  ///< 0: default
 };
 
 class ModeHolder {
  public:
   ModeHolder();
   ComputeParameters& current() { return *current_; }
+  const ComputeParameters& current() const { return *current_; }
   /// "ram" or "swap"; throws InvalidParametersException "Invalid Mode: " with any other word.
   void set_mode(const std::string& word);
   /// The swap object, or throws InvalidParametersException "Option ... is not supported for this mode."
   SwapParameters& swap_for(const char* option);
+  /// Null in the other mode.
+  SwapParameters* swap() { return current_ == swap_.get() ? swap_.get() : nullptr; }
+
+  /// Replaces all settings by those of the object `CustomCompute` of an action file. Throws ConfigException;
+  /// nothing has changed then.
+  void from_object(const orl::Object& object);
 
  private:
   std::unique_ptr<RamParameters> ram_;

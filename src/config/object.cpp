@@ -167,4 +167,33 @@ bool same_content(const Value& a, const Value& b) {
   return false;
 }
 
+std::unique_ptr<Value> copy_of(const Value& value) {
+  std::unique_ptr<Value> copy;
+  switch (value.kind()) {
+    case ValueKind::kInteger:
+      copy = std::make_unique<Integer>(value.as_integer("").value);
+      break;
+    case ValueKind::kString:
+      copy = std::make_unique<String>(value.as_string("").value);
+      break;
+    case ValueKind::kArray: {
+      auto array = std::make_unique<Array>();
+      for (u64 i = 0; i < value.as_array("").size(); i++) array->add(copy_of(value.as_array("")[i]));
+      copy = std::move(array);
+      break;
+    }
+    case ValueKind::kObject:
+      copy = std::make_unique<Object>(copy_of(value.as_object("")));
+  }
+  copy->line = value.line;
+  return copy;
+}
+
+Object copy_of(const Object& object) {
+  Object copy;
+  for (const Object::Node& node : object.nodes()) copy.add_node(node.key, copy_of(*node.value));
+  copy.line = object.line;
+  return copy;
+}
+
 }  // namespace orl

@@ -45,6 +45,7 @@ class Value {
   Object& as_object(std::string_view name);
 
   std::string comment;
+  u64 line = 0;  ///< of the text that it was read from, where it begins; 0: made by the program
 
  protected:
   Value(Value&&) = default;
@@ -137,5 +138,8 @@ const Object& root_object(const Value& root);
 
 /// Same kinds, numbers, texts, keys and order; comments do not count.
 bool same_content(const Value& a, const Value& b);
+/// A tree of its own with the same content.
+std::unique_ptr<Value> copy_of(const Value& value);
+Object copy_of(const Object& object);
 
 }  // namespace orl

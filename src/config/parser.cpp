@@ -33,7 +33,8 @@ class Parser {
     throw ParseException(function(), "Line " + std::to_string(line_ + 1) + ": " + message);
   }
   [[noreturn]] void fail_at_end() const {
-    throw EndOfStreamException(function(), "Unexpected end of stream.");
+    throw EndOfStreamException(std::string(function()) + ", line " + std::to_string(line_ + 1),
+                               "Unexpected end of stream.");
   }
 
   /// A byte of the text, past which it steps.
@@ -80,7 +81,15 @@ class Parser {
   }
 
   std::unique_ptr<Value> parse_value() {
-    switch (next()) {
+    next();
+    const u64 line = line_ + 1;
+    std::unique_ptr<Value> value = parse_value_here();
+    value->line = line;
+    return value;
+  }
+
+  std::unique_ptr<Value> parse_value_here() {
+    switch (peek()) {
       case '"':
         return std::make_unique<String>(parse_string());
       case '[':

@@ -13,8 +13,8 @@
 // Integers lie in [-2^63, 2^63). Nothing but whitespace and comments may follow the root.
 //
 // Failures  ParseException "Line N: ..." with the line where it was noticed, or EndOfStreamException
-// "Unexpected end of
-//           stream." A byte of zero counts as the end of the text.
+//           "Unexpected end of stream." with the line behind the function's name. A byte of zero counts as
+//           the end of the text.
 #pragma once
 
 #include <memory>

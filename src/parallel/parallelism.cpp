@@ -1,6 +1,6 @@
 #include "parallel/parallelism.h"
 
-#include "config/object.h"
+#include "config/located.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
 #include "parallel/menu_row.h"
@@ -24,8 +24,8 @@ constexpr const char* kDecompositionHelp[] = {
 std::optional<s64> read_decomposition(const Object& object) {
   if (!object.contains("TaskDecomposition")) return std::nullopt;
   const Value& value = object.get("TaskDecomposition");
-  if (value.kind() == ValueKind::kObject) return object.get_object("TaskDecomposition").get_integer("Value");
-  return object.get_integer("TaskDecomposition");
+  if (value.kind() == ValueKind::kObject) return optional_integer(value.as_object(""), "Value");
+  return optional_integer(object, "TaskDecomposition");
 }
 
 u64 ask_decomposition() {
@@ -71,9 +71,12 @@ Object Parallelism::to_object() const {
 
 void Parallelism::read_object(const Object& object) {
   const auto decomposition = read_decomposition(object);
-  if (decomposition) check_task_decomposition(static_cast<u64>(*decomposition));
+  if (decomposition)
+    read_key(object, "TaskDecomposition",
+             [&] { check_task_decomposition(static_cast<u64>(*decomposition)); });
   const std::string key = optional_string(object, "Framework").value_or(framework_->key());
-  std::unique_ptr<Parallelizer> framework = create_framework(key);
+  std::unique_ptr<Parallelizer> framework;
+  read_key(object, "Framework", [&] { framework = create_framework(key); });
   framework->read_object(object);
   if (decomposition) tds_ = static_cast<u64>(*decomposition);
   framework_ = std::move(framework);

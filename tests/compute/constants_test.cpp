@@ -142,14 +142,14 @@ TEST(Constants, CheckTheArgumentsOfAFile) {
     orl::s64 argument;
     const char* message;
   } rows[] = {
-      {"sqrt", "newton", 0, "0 is out of range."},
-      {"sqrt", "newton", -5, "-5 is out of range."},
-      {"sqrt", "newton", 1, "1 is a perfect square."},
-      {"sqrt", "fly", 3, "Invalid Algorithm: fly"},
-      {"log", "machin-primary", 1, "1 is out of range."},
-      {"log", "machin-primary", 2147483648, "2147483648 is out of range."},
-      {"brent", "brent-refined", 64, "64 is a out of range."},
-      {"brent", "brent-refined", -1, "-1 is a out of range."},
+      {"sqrt", "newton", 0, "Argument: 0 is out of range."},
+      {"sqrt", "newton", -5, "Argument: -5 is out of range."},
+      {"sqrt", "newton", 1, "Argument: 1 is a perfect square."},
+      {"sqrt", "fly", 3, "Algorithm: Invalid Algorithm: fly"},
+      {"log", "machin-primary", 1, "Argument: 1 is out of range."},
+      {"log", "machin-primary", 2147483648, "Argument: 2147483648 is out of range."},
+      {"brent", "brent-refined", 64, "Argument: 64 is a out of range."},
+      {"brent", "brent-refined", -1, "Argument: -1 is a out of range."},
       {"brent", "brent-refined", 0, nullptr},
   };
   for (const auto& row : rows) {
@@ -180,7 +180,8 @@ TEST(Constants, TakeTheirNamesFromAFormulaFile) {
     return constant->name() + " " + constant->algorithm_short();
   };
   EXPECT_EQ(load(std::string(50, 'x')), std::string(50, 'x') + " as");
-  EXPECT_EQ(message_of([&] { load(std::string(51, 'x')); }), "String cannot be longer than 50 characters.");
+  EXPECT_EQ(message_of([&] { load(std::string(51, 'x')); }),
+            "Line 1: Constant.NameShort: String cannot be longer than 50 characters.");
   EXPECT_NE(message_of([&] { make("custom")->set_argument(folder.file("none")); }), "nothing was thrown");
 }
 

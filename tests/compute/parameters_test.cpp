@@ -221,7 +221,7 @@ TEST(ModeHolder, CarriesTheSharedSettingsAcross) {
   EXPECT_EQ(message_of([&] { mode.set_mode("tape"); }), "Invalid Mode: tape");
   mode.set_mode("swap");
   EXPECT_STREQ(mode.current().mode_name(), "Swap Mode");
-  mode.swap_for("-M").memory_bytes = 1;
+  mode.swap_for("-M").set_memory_bytes(1);
   const ComputeParameters& swap = mode.current();
   EXPECT_EQ(swap.constant().name(), "Sqrt(7)");
   EXPECT_EQ(swap.decimal_digits(), 5000000u);
@@ -238,7 +238,7 @@ TEST(ModeHolder, CarriesTheSharedSettingsAcross) {
   EXPECT_STREQ(mode.current().mode_name(), "Ram Only");
   EXPECT_EQ(mode.current().decimal_digits(), 1000u);
   mode.set_mode("swap");
-  EXPECT_EQ(mode.swap_for("-M").memory_bytes, 1u) << "what is not shared stays";
+  EXPECT_EQ(mode.swap_for("-M").memory_setting(), 1u) << "what is not shared stays";
 }
 
 }  // namespace

@@ -1,0 +1,240 @@
+#include "app/custom_menu.h"
+
+#include <string>
+
+#include "app/action_file.h"
+#include "compute/parameters.h"
+#include "frame/console.h"
+#include "frame/exceptions.h"
+#include "frame/menu_input.h"
+#include "parallel/allocator_menu.h"
+#include "system/machine.h"
+
+namespace orvane {
+namespace {
+
+namespace console = orl::console;
+using orl::InvalidParametersException;
+
+constexpr u64 kLabelWidth = 24;
+
+// "  1     Label:   " and the value; without a number for what is derived.
+void print_row(const char* number, const char* label, const std::string& value, char colour = 'G') {
+  console::print(number, 'T');
+  console::print_padded(kLabelWidth, label, 'T');
+  console::println(value, colour);
+}
+
+std::string count_text(u64 digits) { return digits == 0 ? "Disabled" : console::format_with_commas(digits); }
+
+class CustomMenu {
+ public:
+  int run() {
+    for (;;) {
+      print();
+      const u64 choice = console::read_bounded("Enter # to change option:\n", 0, kLastOption, 'G');
+      try {
+        if (choice == 0) {
+          console::newline();
+          parameters().check_parameters();
+          console::newline();
+          break;
+        }
+        change(choice);
+      } catch (const orl::FileIO::FileException& e) {
+        e.print();
+      } catch (const orl::Exception& e) {
+        console::println("\n" + e.message(), 'R');
+      }
+    }
+    return parameters().run(0);
+  }
+
+ private:
+  static constexpr u64 kLastOption = 21;
+
+  ComputeParameters& parameters() { return mode_.current(); }
+
+  void print() {
+    console::println("\n\nCustom Compute a Constant:\n", 'Y');
+    print_computation();
+    console::newline();
+    print_output();
+    console::newline();
+    print_machine();
+    console::newline();
+    print_needs();
+    console::newline();
+    console::println(" 20/21  Load / Save Configuration", 'T');
+    console::newline();
+    console::println("  0     Start Computation!", 'T');
+    console::newline();
+  }
+
+  void print_computation() {
+    const Constant& constant = parameters().constant();
+    print_row("  1     ", "Constant:", constant.name_long(), constant.display_colour());
+    print_row("  2     ", "Algorithm:", constant.algorithm_long());
+    print_row("  3     ", "Decimal Digits:", count_text(parameters().decimal_digits()));
+    print_row("  4     ", "Hexadecimal Digits:", count_text(parameters().hexadecimal_digits()),
+              parameters().hexadecimal_digits() == 0 ? 'g' : 'G');
+  }
+
+  void print_output() {
+    print_row("  5     ",
+              "Output Digits:", parameters().output_digits ? "Enabled" : "Disabled (digits are only hashed)",
+              parameters().output_digits ? 'G' : 'g');
+    print_row("  6     ", "Output Path:", path_text(parameters().output_path()));
+    print_row("  7     ", "Compression:", format_text(parameters().digits_per_file()));
+    print_row("  8     ", "Verify Output:", parameters().verify_conversion ? "Enabled" : "Disabled",
+              parameters().verify_conversion ? 'G' : 'Y');
+  }
+
+  void print_machine() {
+    print_row("  9     ", "Computation Mode:", parameters().mode_name(), 'R');
+    print_row(" 10     ", "Memory Allocator:", parameters().allocator->to_string());
+    print_row(" 11     ", "Multi-Threading:",
+              parameters().parallelism.framework().to_string(parameters().parallelism.tds()));
+    const SwapParameters* const swap = mode_.swap();
+    if (!swap) return;
+    const auto with_default = [](u64 bytes, bool is_default) {
+      return console::format_bytes(bytes) + (is_default ? "  (default)" : "");
+    };
+    print_row(" 12     ", "Memory:", with_default(swap->memory_bytes(), swap->memory_setting() == 0));
+    print_row(" 13     ",
+              "Bytes/Seek:", with_default(swap->bytes_per_seek(), swap->has_default_bytes_per_seek()));
+    print_row(" 14     ", "Swap Paths:", swap->raid.to_string());
+  }
+
+  void print_needs() {
+    constexpr const char* kNoNumber = "        ";
+    const u64 available = orl::available_memory_bytes();
+    std::string trouble = parameters().unavailable();
+    try {
+      const u64 needed = parameters().memory_needed();
+      print_row(kNoNumber, "Memory Needed:", console::format_bytes(needed), needed <= available ? 'G' : 'R');
+      if (trouble.empty() && needed > available)
+        trouble = "Warning: this is more than the memory that is available.";
+    } catch (const InvalidParametersException& e) {
+      trouble = e.message();
+    }
+    print_row(kNoNumber, "Memory Available:", console::format_bytes(available));
+    print_row(kNoNumber, "Digit Files:", console::format_bytes(parameters().output_bytes()));
+    if (!trouble.empty()) console::println("\n" + trouble, 'Y');
+  }
+
+  void change(u64 choice) {
+    switch (choice) {
+      case 1:
+        return choose_constant();
+      case 2:
+        return parameters().constant().algorithm_menu();
+      case 3:
+        return parameters().set_decimal_digits(
+            orl::ask_decimal_count("\nDecimal Digits: ", parameters().decimal_digits()));
+      case 4:
+        return parameters().set_hexadecimal_digits(orl::ask_decimal_count(
+            "\nHexadecimal Digits: (0 disables them)  ", parameters().hexadecimal_digits()));
+      case 5:
+        parameters().output_digits = !parameters().output_digits;
+        return;
+      case 6:
+        return parameters().set_output_path(
+            console::read_line("\nEnter the folder for the digits. Enter nothing for the default path:\n"));
+      case 7:
+        return choose_format();
+      case 8:
+        parameters().verify_conversion = !parameters().verify_conversion;
+        return;
+      case 9:
+        return mode_.set_mode(mode_.swap() ? "ram" : "swap");
+      case 10:
+        return orl::run_allocator_menu(parameters().allocator);
+      case 11:
+        return parameters().parallelism.run_menu();
+      case 20:
+        return load();
+      case 21:
+        return save();
+    }
+    if (mode_.swap()) change_swap(*mode_.swap(), choice);
+  }
+
+  static void change_swap(SwapParameters& swap, u64 choice) {
+    switch (choice) {
+      case 12:
+        swap.set_memory_bytes(orl::ask_byte_size("\nMemory to use: (e.g. 8GB)  0 resets to default value.\n",
+                                                 swap.memory_setting()));
+        break;
+      case 13:
+        ask_bytes_per_seek(swap);
+        break;
+      case 14:
+        swap.raid.run_menu();
+    }
+  }
+
+  void choose_constant() {
+    std::unique_ptr<Constant> constant = constants_menu();
+    if (constant) parameters().set_constant(std::move(constant));
+  }
+
+  void choose_format() {
+    console::newline();
+    console::println("   0    " + format_text(0), 'T');
+    console::println("   1    " + format_text(kOneFile), 'T');
+    console::println("   2    Compress with a number of digits per file.", 'T');
+    const u64 choice = console::read_bounded("\noption: ", 0, 2, 'G');
+    u64 digits_per_file = choice == 0 ? 0 : kOneFile;
+    if (choice == 2)
+      digits_per_file = orl::ask_decimal_count("\nDigits per file: ", parameters().digits_per_file());
+    parameters().request_digits_per_file(digits_per_file);
+  }
+
+  static void ask_bytes_per_seek(SwapParameters& swap) {
+    console::println(
+        "\nThe \"Bytes/Seek\" parameter is a rough measure of the # of bytes that can be\n"
+        "read or written sequentially in the same amount of time it takes to seek to\n"
+        "a random address on the device.\n\n"
+        "Orvane uses the \"Bytes/Seek\" parameter to decide when to choose algorithms\n"
+        "that have more disk seeks vs. algorithms that require more bytes of access.\n\n"
+        "The default is 1 MB which is then scaled according to the swap configuration.\n",
+        'w');
+    const u64 bytes =
+        orl::ask_byte_size("Enter the Bytes/Seek: (e.g. 256KB, 2MB, etc...)  0 resets to default value.\n",
+                           swap.has_default_bytes_per_seek() ? 0 : swap.bytes_per_seek());
+    if (bytes == 0)
+      swap.reset_bytes_per_seek();
+    else
+      swap.set_bytes_per_seek(bytes);
+  }
+
+  // Empty when the user thinks better of it.
+  static std::string ask_path(const char* verb) {
+    return console::read_line(std::string("\nEnter path to ") + verb +
+                              " configuration file. (the .cfg extension can be omitted)\n");
+  }
+
+  void load() {
+    const std::string name = ask_path("load");
+    if (name.empty()) return;
+    load_custom(action_file_path(name), mode_);
+    console::println("\nLoaded: " + action_file_path(name), 'Y');
+  }
+
+  void save() {
+    const std::string name = ask_path("save");
+    if (name.empty()) return;
+    const std::string path = action_file_path(name);
+    save_custom(path, mode_);
+    console::println("\nSaved: " + path, 'Y');
+  }
+
+  ModeHolder mode_;
+};
+
+}  // namespace
+
+int custom_menu() { return CustomMenu().run(); }
+
+}  // namespace orvane
