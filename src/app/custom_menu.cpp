@@ -88,6 +88,8 @@ class CustomMenu {
     print_row("  7     ", "Compression:", format_text(parameters().digits_per_file()));
     print_row("  8     ", "Verify Output:", parameters().verify_conversion ? "Enabled" : "Disabled",
               parameters().verify_conversion ? 'G' : 'Y');
+    print_row(" 15     ", "JSON Results:", parameters().json_results ? "Enabled" : "Disabled",
+              parameters().json_results ? 'G' : 'g');
   }
 
   void print_machine() {
@@ -152,6 +154,9 @@ class CustomMenu {
         return orl::run_allocator_menu(parameters().allocator);
       case 11:
         return parameters().parallelism.run_menu();
+      case 15:
+        parameters().json_results = !parameters().json_results;
+        return;
       case 20:
         return load();
       case 21:

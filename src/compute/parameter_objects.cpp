@@ -62,6 +62,7 @@ Object dump_output(const ComputeParameters& parameters) {
   const u64 bytes = parameters.output_bytes();
   object.add_object("Size", with_text(bytes, console::format_bytes(bytes)));
   object.add_bool("OutputVerify", parameters.verify_conversion);
+  object.add_bool("JsonResults", parameters.json_results);
   return object;
 }
 
@@ -117,6 +118,7 @@ void read_output(const Object& object, ComputeParameters& parameters) {
   read_optional_key(object, "Format", [&] { read_format(object.get_object("Format"), parameters); });
   read_optional_key(object, "OutputVerify",
                     [&] { parameters.verify_conversion = object.get_bool("OutputVerify"); });
+  read_optional_key(object, "JsonResults", [&] { parameters.json_results = object.get_bool("JsonResults"); });
 }
 
 std::unique_ptr<orl::MemoryAllocator> read_allocator(const Object& object) {
@@ -192,6 +194,7 @@ Object ComputeParameters::to_object() const {
   object.add_object("ComputeSize", size_object(*this));
   Object output = output_object(*this, output_path());
   output.add_bool("OutputVerify", verify_conversion);
+  output.add_bool("JsonResults", json_results);
   object.add_object("Output", std::move(output));
   Object threads;
   parallelism.write_settings(threads);

@@ -79,6 +79,7 @@ TEST(ActionObject, KeepsEverySettingOnTheWayThroughAFile) {
             parameters.parallelism.set_framework(framework.key);
             parameters.output_digits = trips % 2 != 0;
             parameters.verify_conversion = trips % 3 != 0;
+            parameters.json_results = trips % 5 == 0;
             SCOPED_TRACE(algorithm + " " + mode_word + " " + allocator.key + " " + framework.key);
             expect_round_trip(mode);
             ASSERT_FALSE(HasFailure());
