@@ -84,16 +84,16 @@ class StressRun {
   // False when the run is over.
   bool run_iteration() {
     for (const auto& test : settings_.tests) {
+      if (interrupted) return false;
       if (!test->enabled) continue;
       const u64 failed = tally_.failed;
       run_test(*test);
-      if (interrupted) return false;
       if (settings_.stop_on_error && tally_.failed > failed) {
         console::println("\nErrors encountered. Stopping test...", 'R');
         return false;
       }
     }
-    return true;
+    return !interrupted;
   }
 
   void run_test(const StressTest& test) {
