@@ -125,6 +125,12 @@ TEST(ActionObject, KeepsValuesThatAreNotTheDefaults) {
   const Object dump = swap.configuration_dump();
   EXPECT_EQ(dump.get_object("RaidFile").get_string("DisplayText"), "RAID 3 with 3 paths");
   EXPECT_EQ(dump.get_object("Memory").get_object("RequiredRam").get_integer("Value"), orl::s64{3} << 40);
+  const auto memory = [&](u64 bytes) {
+    swap.set_memory_bytes(bytes);
+    return orl::to_string(swap.configuration_dump().get("Memory"));
+  };
+  EXPECT_NE(memory(u64{1} << 46).find("Insufficient Memory: this machine has "), std::string::npos);
+  EXPECT_NE(memory(u64{1} << 47).find("Insufficient Address Space"), std::string::npos);
   swap.raid.set_lanes({{orl::R03::RaidType::raid0, {"/a"}}, {orl::R03::RaidType::raid3, {"/b", "/c"}}});
   expect_round_trip(mode);
   swap.raid.set_lanes({{orl::R03::RaidType::raid0, {"/a"}}});
