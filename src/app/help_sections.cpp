@@ -77,7 +77,7 @@ constexpr struct {
      "    orvane custom                                    the menu\n"
      "    orvane custom pi -dec:10m                        Pi to 10,000,000 digits\n"
      "    orvane custom sqrt:2 -dec:10m -hex:1m -o digits  both radices, into the folder digits\n"
-     "    orvane custom e -dec:1b -algorithm:exp(-1) -C:100m\n"
+     "    orvane custom e -dec:1b '-algorithm:exp(-1)' -C:100m\n"
      "                                                     compressed files of 100,000,000 digits\n"
      "\n"
      "Digits go to \"NAME - Dec - ALGORITHM.txt\" (Hex for hexadecimal ones); they are read back and proved. "
