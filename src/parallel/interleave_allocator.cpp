@@ -136,6 +136,10 @@ std::unique_ptr<LargeMemory> interleave(u64 bytes, const InterleaveSettings& set
     errors.push_back(failed_placement(node));
     failed = failed || settings.bind == Mode::forced;
   }
+  if (placement_is_unknown(memory->report())) {
+    errors.push_back(kUnknownPlacement);
+    failed = failed || settings.bind == Mode::forced;
+  }
   if (failed) return nullptr;
   return memory;
 }

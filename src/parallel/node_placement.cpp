@@ -50,6 +50,10 @@ std::string failed_placement(u32 node) {
   return "Unable to place all pages onto node " + std::to_string(node);
 }
 
+bool placement_is_unknown(const AllocationReport& sampled) {
+  return has_numa_nodes() && sampled.node_bytes.empty();
+}
+
 std::string failed_mbind(u32 node, int error) {
   return with_reason("mbind() failed for node " + std::to_string(node) + ".", error);
 }
@@ -76,8 +80,9 @@ std::unique_ptr<LargeMemory> allocate_local(u64 bytes, u32 node, Mode bind, u64 
   const bool elsewhere =
       std::any_of(report.node_bytes.begin(), report.node_bytes.end(),
                   [=](const auto& entry) { return entry.first != static_cast<int>(node); });
-  if (!elsewhere) return memory;
-  errors.push_back(failed_placement(node));
+  const bool unknown = placement_is_unknown(report);
+  if (!elsewhere && !unknown) return memory;
+  errors.push_back(unknown ? kUnknownPlacement : failed_placement(node));
   if (bind == Mode::forced) return nullptr;
   return memory;
 }

@@ -38,6 +38,10 @@ class NodeThread {
 /// "Thread 3 failed to bind to node 1", "Unable to place all pages onto node 1".
 std::string failed_thread(u64 thread, u32 node);
 std::string failed_placement(u32 node);
+/// Whether there are nodes and the system told of no sampled page where it lies; what to say of it then.
+bool placement_is_unknown(const AllocationReport& sampled);
+inline constexpr const char* kUnknownPlacement =
+    "The system does not tell on which nodes the pages lie. (move_pages() was refused)";
 /// "mbind() failed for node 1. (what the error number means)".
 std::string failed_mbind(u32 node, int error);
 
@@ -45,7 +49,7 @@ std::string failed_mbind(u32 node, int error);
 /// system puts it. Otherwise on `node`: the thread moves to the node's cores for the time of the call, and
 /// the pages are bound to it. What failed is added to `errors`; `thread` is the number they give to the
 /// thread. Null when the machine refuses the memory, and with `bind` forced when a sampled page lies on
-/// another node. Several threads may call it at once.
+/// another node or none can be sampled. Several threads may call it at once.
 std::unique_ptr<LargeMemory> allocate_local(u64 bytes, u32 node, Mode bind, u64 thread,
                                             std::vector<std::string>& errors);
 

@@ -1,5 +1,5 @@
 // The memory modules that the firmware lists: structures of type 17 of the SMBIOS table.
-// Source  DMTF DSP0134, "System Management BIOS Reference Specification", 6.1 and 7.18.
+// Source  DMTF DSP0134, System Management BIOS, 6.1 and 7.18.
 #pragma once
 
 #include <string>

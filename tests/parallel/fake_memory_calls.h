@@ -46,6 +46,7 @@ class FakeMemoryCalls final : public MemoryCalls {
   u64 lock_limit = ~u64{0};           ///< bytes that mlock() finds in all
   std::vector<int> refused_policies;  ///< of mbind(), with EPERM
   std::vector<u32> unreachable;       ///< nodes whose cores refuse threads
+  bool pages_answer = true;           ///< otherwise move_pages() is refused
   bool pages_obey = true;             ///< otherwise everything lies on the lowest node
   s64 mapped_bytes = 0;
 
@@ -109,6 +110,7 @@ class FakeMemoryCalls final : public MemoryCalls {
   }
   s64 move_pages(u64 count, void** pages, const int* nodes, int* status, int flags) override {
     EXPECT_TRUE(count == 1 && nodes == nullptr && flags == 0);
+    if (!pages_answer) return failure(EPERM);
     const u64 page = reinterpret_cast<u64>(*pages);
     const std::lock_guard guard(mutex_);
     *status = static_cast<int>(nodes_.front().id);

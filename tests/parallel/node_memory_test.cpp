@@ -106,6 +106,20 @@ TEST(InterleaveAllocator, PagesElsewhereFailTheForcedBinding) {
   }
 }
 
+TEST(NodeMemory, PagesThatCannotBeSampledFailTheForcedBinding) {
+  FakeMemoryCalls machine({0, 1});
+  machine.pages_answer = false;
+  for (const Mode bind : {Mode::attempt, Mode::forced}) {
+    const auto allocator = allocator_with([=](InterleaveSettings& settings) { settings.bind = bind; });
+    const Allocation spread = allocate(allocator, kBytes);
+    EXPECT_EQ(spread.memory == nullptr, bind == Mode::forced);
+    EXPECT_EQ(spread.errors, Texts({kUnknownPlacement}));
+    Texts errors;
+    EXPECT_EQ(allocate_local(1, 1, bind, 0, errors) == nullptr, bind == Mode::forced);
+    EXPECT_EQ(errors, Texts({kUnknownPlacement}));
+  }
+}
+
 TEST(InterleaveAllocator, ThreadsThatMissTheirNodeAreNamed) {
   FakeMemoryCalls machine({0, 1});
   machine.unreachable = {1};
