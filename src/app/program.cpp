@@ -91,7 +91,8 @@ int guarded_body(orl::CommandLine::Parameters& line) {
   console::newline();
   orl::set_thread_priority(settings.thread_priority);
   check_processor();
-  orl::set_environment(orl::load_environment(settings.exe_dir + kEnvironmentFile, orl::topology()));
+  orl::set_environment(orl::on_usable_cores(
+      orl::load_environment(settings.exe_dir + kEnvironmentFile, orl::topology()), orl::bound_cores()));
   console::newline();
   if (std::filesystem::exists(kCheckpointFile)) return resume();
   return dispatch(line);

@@ -168,6 +168,21 @@ Environment load_environment(const std::string& path, const Topology& topology) 
   return load_existing(path, topology);
 }
 
+Environment on_usable_cores(Environment environment, const std::vector<u32>& usable) {
+  std::vector<u32> kept;
+  std::string left_out;
+  for (const u32 core : environment.static_pin_order) {
+    if (std::find(usable.begin(), usable.end(), core) != usable.end())
+      kept.push_back(core);
+    else
+      left_out += " " + std::to_string(core);
+  }
+  if (left_out.empty() || kept.empty()) return environment;
+  console::println("This process may not use all cores. Threads are not pinned to:" + left_out, 'Y');
+  environment.static_pin_order = std::move(kept);
+  return environment;
+}
+
 void set_environment(Environment environment) { current() = std::move(environment); }
 
 const Environment& environment() {

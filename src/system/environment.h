@@ -28,6 +28,10 @@ Environment parse_environment(const Object& root, const Topology& topology);
 /// does, and why, when it falls back to the defaults; nothing that it meets is fatal.
 Environment load_environment(const std::string& path, const Topology& topology);
 
+/// Leaves out of the pin order what is not in `usable`, the cores that a container or a start on some cores
+/// grants to this process, and says so. An order that would be empty stays as it is.
+Environment on_usable_cores(Environment environment, const std::vector<u32>& usable);
+
 /// The environment in force: what set_environment() was given, until then this machine's defaults. It is set
 /// at start-up, while a single thread runs.
 void set_environment(Environment environment);

@@ -170,6 +170,18 @@ TEST_F(EnvironmentFile, IsNeverSeenInPart) {
   EXPECT_EQ(damaged, 0);
 }
 
+TEST(Environment, KeepsToTheCoresThatTheProcessMayUse) {
+  settings().colors_enabled = false;
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(on_usable_cores({{0, 2, 1, 3}}, {0, 1, 2, 3, 4}).static_pin_order, (Ids{0, 2, 1, 3}));
+  EXPECT_EQ(on_usable_cores({{0, 2}}, {5}).static_pin_order, (Ids{0, 2}));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  testing::internal::CaptureStdout();
+  EXPECT_EQ(on_usable_cores({{0, 2, 1, 3}}, {1, 2}).static_pin_order, (Ids{2, 1}));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(),
+            "This process may not use all cores. Threads are not pinned to: 0 3\n");
+}
+
 TEST(Environment, DefaultsHoldUntilItIsSet) {
   EXPECT_EQ(static_pin_order(), default_environment(topology()).static_pin_order);
   set_environment({{0, 0}});
