@@ -86,34 +86,58 @@ FourWords four_pattern_words(u32 i) {
   return FourWords{pattern_word(i), pattern_word(i + 1), pattern_word(i + 2), pattern_word(i + 3)};
 }
 
-}  // namespace
+/// The aligned words of a block.
+struct PatternWords {
+  char* begin;
+  u64 count;
+};
 
-void touch_memory(void* address, u64 length_bytes) {
-  if (length_bytes == 0) return;
+// Marks the ends of a block of at least one byte.
+PatternWords mark_ends(void* address, u64 length_bytes) {
   char* const begin = static_cast<char*>(address);
   char* const end = begin + length_bytes;
   begin[0] = '{';
   end[-1] = '@';
   const std::uintptr_t first_word = (reinterpret_cast<std::uintptr_t>(begin) + 3) & ~std::uintptr_t{3};
   const std::uintptr_t last_end = reinterpret_cast<std::uintptr_t>(end) & ~std::uintptr_t{3};
-  if (last_end <= first_word) return;
-  char* const words = begin + (first_word - reinterpret_cast<std::uintptr_t>(begin));
-  const u64 count = (last_end - first_word) / 4;
-  FourWords value = four_pattern_words(0);
-  FourWords step = four_pattern_words(4) - value;
-  const FourWords step_growth = four_pattern_words(8) - four_pattern_words(4) - step;
-  u64 i = 0;
-  for (; i + 4 <= count; i += 4) {
-    std::memcpy(words + 4 * i, &value, sizeof value);
+  const u64 count = last_end <= first_word ? 0 : (last_end - first_word) / 4;
+  return {begin + (first_word - reinterpret_cast<std::uintptr_t>(begin)), count};
+}
+
+// Words [first, last) of the pattern.
+void write_pattern(PatternWords words, u64 first, u64 last) {
+  const u32 start = static_cast<u32>(first);
+  FourWords value = four_pattern_words(start);
+  FourWords step = four_pattern_words(start + 4) - value;
+  const FourWords step_growth = four_pattern_words(start + 8) - four_pattern_words(start + 4) - step;
+  u64 i = first;
+  for (; i + 4 <= last; i += 4) {
+    std::memcpy(words.begin + 4 * i, &value, sizeof value);
     value += step;
     step += step_growth;
   }
-  std::memcpy(words + 4 * i, &value, 4 * (count - i));
+  std::memcpy(words.begin + 4 * i, &value, 4 * (last - i));
+}
+
+}  // namespace
+
+void touch_memory(void* address, u64 length_bytes) {
+  if (length_bytes == 0) return;
+  const PatternWords words = mark_ends(address, length_bytes);
+  write_pattern(words, 0, words.count);
 }
 
 void touch_memory(void* address, u64 length_bytes, const ParallelContext& parallel) {
+  if (length_bytes == 0) return;
   const u64 pieces = parallel.tds / 4;
-  if (pieces < 2) return touch_memory(address, length_bytes);
+  if (pieces < 2) {
+    const PatternWords words = mark_ends(address, length_bytes);
+    fork_range(parallel.parallelizer, 0, parallel.tds, [=](u64 k) {
+      write_pattern(words, words.count / parallel.tds * k,
+                    k + 1 < parallel.tds ? words.count / parallel.tds * (k + 1) : words.count);
+    });
+    return;
+  }
   const u64 piece_bytes = (length_bytes + pieces - 1) / pieces;
   fork_range(parallel.parallelizer, 0, pieces, [=](u64 k) {
     const u64 begin = std::min(k * piece_bytes, length_bytes);

@@ -67,7 +67,7 @@ class LargeMemory {
 /// every aligned 32-bit word number i = 0, 1, ... becomes i * i * 0xC82B9175 - 933796325 modulo 2^32.
 void touch_memory(void* address, u64 length_bytes);
 /// The same with the block cut into tds / 4 pieces, each with a pattern of its own, when that is at least
-/// two; with fewer one thread writes it all.
+/// two: each thread first touches its own pages. With fewer the block has one pattern, which tds tasks write.
 void touch_memory(void* address, u64 length_bytes, const ParallelContext& parallel);
 /// Makes every page of a fresh block on tds threads: the kernel clears a page far more slowly than a thread
 /// writes the pattern afterwards.
