@@ -192,7 +192,7 @@ int BigFloat<W>::cmp_signed(const BigFloat& a, const BigFloat& b) {
 template <class W>
 s64 BigFloat<W>::bit_length() const {
   if (L == 0) return 0;
-  return (magnitude() - 1) * static_cast<s64>(word_bits) + 64 - __builtin_clzll(T[L - 1]);
+  return (magnitude() - 1) * static_cast<s64>(word_bits) + 64 - __builtin_clzll(T[L - 1] | 1);
 }
 
 template <class W>
@@ -202,8 +202,8 @@ double BigFloat<W>::to_double(s64* e) const {
   constexpr u64 kWords = 128 / word_bits;
   u128 top = 0;
   for (u64 i = 0; i < kWords; ++i) top = top << word_bits | (i < L ? T[L - 1 - i] : W{0});
-  const u64 high = static_cast<u64>(top >> 64);  // not zero: it holds the top word
-  const int excess = 75 - __builtin_clzll(high);
+  // The top word is not zero, unless memory failed: then a proof must meet a wrong value, not a trap.
+  const int excess = 75 - __builtin_clzll(static_cast<u64>(top >> 64) | 1);
   const double mantissa = std::ldexp(static_cast<double>(static_cast<u64>(top >> excess)), excess - 128);
   *e = magnitude();
   return sign ? mantissa : -mantissa;
