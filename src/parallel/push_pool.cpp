@@ -8,6 +8,7 @@
 
 #include "parallel/idle.h"
 #include "parallel/task_entry.h"
+#include "parallel/thread_start.h"
 
 namespace orl {
 
@@ -182,7 +183,7 @@ void PushPool::add_worker_locked() {
   auto& bucket = buckets_[std::bit_width(index)];
   if (bucket == nullptr) bucket = std::make_unique<Worker[]>(std::max<u64>(std::bit_floor(index), 1));
   Worker& added = worker(index);
-  added.thread = std::thread([this, &added, index] { work(added, index); });
+  added.thread = start_thread([&] { return std::thread([this, &added, index] { work(added, index); }); });
   const u64 mask = random_mask_.load(std::memory_order_relaxed);
   if (mask == index) random_mask_.store(2 * mask + 1, std::memory_order_relaxed);
   worker_count_.store(index + 1, std::memory_order_release);

@@ -7,6 +7,7 @@
 #include "parallel/range_split.h"
 #include "parallel/settings_keys.h"
 #include "parallel/task_entry.h"
+#include "parallel/thread_start.h"
 
 namespace orl {
 
@@ -20,7 +21,7 @@ void Parallelizer_None::run_range(ParallelTask& task, u64 start, u64 end) {
 }
 
 void Parallelizer_Spawn::run_pair(ParallelTask& first, ParallelTask& second) {
-  std::thread child([&first] { run_task(first, 0); });
+  std::thread child = start_thread([&] { return std::thread([&first] { run_task(first, 0); }); });
   run_task(second, 0);
   child.join();
 }
@@ -30,8 +31,8 @@ void Parallelizer_Spawn::run_range(ParallelTask& task, u64 start, u64 end) {
 }
 
 void Parallelizer_Async::run_pair(ParallelTask& first, ParallelTask& second) {
-  std::future<void> child =
-      std::async(static_cast<std::launch>(launch_bits_), [&first] { run_task(first, 0); });
+  std::future<void> child = start_thread(
+      [&] { return std::async(static_cast<std::launch>(launch_bits_), [&first] { run_task(first, 0); }); });
   run_task(second, 0);
   child.get();
 }

@@ -9,6 +9,7 @@
 #include "frame/exceptions.h"
 #include "frame/fault_point.h"
 #include "frame/run_timer.h"
+#include "parallel/thread_start.h"
 #include "system/topology.h"
 
 namespace orvane {
@@ -33,26 +34,37 @@ void report_error(u32 core, const orl::Exception& error) {
 }  // namespace
 
 StressThreads::StressThreads(StressSetup setup) : setup_(std::move(setup)), workers_(setup_.cores.size()) {
-  for (u64 i = 0; i < workers_.size(); ++i) {
-    workers_[i].report.core = setup_.cores[i];
-    workers_[i].thread = std::thread([this, i] {
-      try {
-        enter(workers_[i]);
-      } catch (...) {
-        const std::lock_guard lock(console::fault_mutex());
-        orl::fatal_error("Unknown exception thrown from worker thread.");
-      }
-    });
+  const auto body = [this](Worker& worker) {
+    try {
+      enter(worker);
+    } catch (...) {
+      const std::lock_guard lock(console::fault_mutex());
+      orl::fatal_error("Unknown exception thrown from worker thread.");
+    }
+  };
+  try {
+    for (u64 i = 0; i < workers_.size(); ++i) {
+      Worker& worker = workers_[i];
+      worker.report.core = setup_.cores[i];
+      worker.thread = orl::start_thread([&] { return std::thread(body, std::ref(worker)); });
+    }
+  } catch (...) {
+    end_threads();
+    throw;
   }
 }
 
-StressThreads::~StressThreads() {
+StressThreads::~StressThreads() { end_threads(); }
+
+// Also with only some of them started.
+void StressThreads::end_threads() {
   {
     const std::lock_guard lock(mutex_);
     state_ = State::kEnd;
   }
   commands_.notify_all();
-  for (Worker& worker : workers_) worker.thread.join();
+  for (Worker& worker : workers_)
+    if (worker.thread.joinable()) worker.thread.join();
 }
 
 bool StressThreads::ready() {

@@ -44,7 +44,7 @@ struct StressSetup {
 
 class StressThreads {
  public:
-  /// Starts the threads.
+  /// Starts the threads. Where the system refuses one, ends those started and throws.
   explicit StressThreads(StressSetup setup);
   /// Ends them; no test runs.
   ~StressThreads();
@@ -66,6 +66,7 @@ class StressThreads {
     StressReport report;
   };
 
+  void end_threads();
   void enter(Worker& worker);
   bool obtain_memory(Worker& worker);
   StressReport run_test(Worker& worker, const StressTest& test, u64 command);

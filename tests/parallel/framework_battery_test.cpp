@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <numeric>
 #include <stdexcept>
@@ -12,6 +13,7 @@
 #include "parallel/push_pool_framework.h"
 #include "parallel/simple_frameworks.h"
 #include "registered.h"
+#include "support/thread_limit.h"
 
 namespace orl {
 namespace {
@@ -249,6 +251,22 @@ TEST_P(StealingDeathTest, IndexThatThrowsEndsTheProcess) {
 
 constexpr Variant kStealingVariants[] = {{"cilk", "cilk"}, {"tbb", "tbb"}};
 INSTANTIATE_TEST_SUITE_P(Stealing, StealingDeathTest, ::testing::ValuesIn(kStealingVariants), label_of);
+
+TEST(Frameworks, TellWhatToDoAboutAThreadThatTheSystemRefuses) {
+  testing_parallel::fill_registries();
+  for (const char* key : {"spawn", "cppasync", "pushpool"}) {
+    const auto framework = create_framework(key);
+    const test::ThreadLimit limit(0);
+    try {
+      fork_pair(
+          *framework, [] {}, [] {});
+      ADD_FAILURE() << key;
+    } catch (const SystemException& e) {
+      EXPECT_EQ(e.code(), EAGAIN) << key;
+      EXPECT_NE(e.message().find("-TD"), std::string::npos) << key;
+    }
+  }
+}
 
 TEST(NoFramework, LetsAnExceptionThrough) {
   Parallelizer_None none;

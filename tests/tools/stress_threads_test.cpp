@@ -10,6 +10,7 @@
 
 #include "frame/exceptions.h"
 #include "frame/settings.h"
+#include "support/thread_limit.h"
 #include "system/topology.h"
 
 namespace orvane::test {
@@ -201,6 +202,13 @@ TEST(StressThreads, GoOnWithFreshOperandsAfterAnErrorWhenTheyAreNotToStop) {
   const u64 threads_count = reports.size();
   EXPECT_EQ(test.seen.prepared, 2 * threads_count + 20);
   EXPECT_EQ(test.seen.seeds.size(), test.seen.prepared) << "every filling has operands of its own";
+}
+
+TEST(StressThreads, EndThoseStartedWhenTheSystemRefusesOne) {
+  StressSetup what = setup();
+  what.allocate = [](u64, u32, std::vector<std::string>&) { return nullptr; };
+  const orl::test::ThreadLimit limit(1);
+  EXPECT_THROW(StressThreads{what}, orl::SystemException);
 }
 
 TEST(StressThreads, RefuseACoreThatDoesNotExist) {
