@@ -50,10 +50,13 @@ int run_io_benchmark(const Object&) {
 }
 
 int run_stress(const Object& root) {
-  orl::read_key(root, kStressTest, [&] {
-    orl::refuse_unknown_keys(root.get_object(kStressTest), StressSettings().to_object());
-  });
-  return run_stress_object(root.get_object(kStressTest));
+  StressSettings settings;
+  read_settings(root, kStressTest, settings);
+  if (const std::string refusal = settings.refusal(); !refusal.empty()) {
+    console::println(refusal, 'R');
+    throw InvalidParametersException("config", "Cannot run stress test with these parameters.");
+  }
+  return run_stress_test(settings);
 }
 
 // An action of a file: its word, which is the key of its settings too, and what runs with the root of the
@@ -85,6 +88,24 @@ const FileAction& read_action(const Object& root) {
   return *action;
 }
 
+void save_action(const std::string& path, const char* action, Object settings) {
+  Object root;
+  root.add_string("Action", action);
+  root.add_object(action, std::move(settings));
+  orl::save_file(path, kHeader + orl::to_string(root));
+}
+
+template <class Target>
+void load_action(const std::string& path, const std::string& action, Target& target) {
+  const auto value = orl::load_file(path);
+  const Object& root = orl::root_object(*value);
+  const std::string name = read_action(root).name;
+  if (name != action)
+    throw InvalidParametersException("load_action()", "This file holds the action " + name + ", not " +
+                                                          action + ". Run it with:  orvane config FILE");
+  read_settings(root, name.c_str(), target);
+}
+
 }  // namespace
 
 std::string action_file_path(const std::string& name) {
@@ -92,21 +113,14 @@ std::string action_file_path(const std::string& name) {
 }
 
 void save_custom(const std::string& path, const ModeHolder& mode) {
-  Object root;
-  root.add_string("Action", kCustomCompute);
-  root.add_object(kCustomCompute, mode.current().to_object());
-  orl::save_file(path, kHeader + orl::to_string(root));
+  save_action(path, kCustomCompute, mode.current().to_object());
 }
-
-void load_custom(const std::string& path, ModeHolder& mode) {
-  const auto value = orl::load_file(path);
-  const Object& root = orl::root_object(*value);
-  const std::string name = read_action(root).name;
-  if (name != kCustomCompute)
-    throw InvalidParametersException("load_custom()", "This file holds the action " + name + ", not " +
-                                                          kCustomCompute +
-                                                          ". Run it with:  orvane config FILE");
-  read_settings(root, kCustomCompute, mode);
+void save_stress(const std::string& path, const StressSettings& settings) {
+  save_action(path, kStressTest, settings.to_object());
+}
+void load_custom(const std::string& path, ModeHolder& mode) { load_action(path, kCustomCompute, mode); }
+void load_stress(const std::string& path, StressSettings& settings) {
+  load_action(path, kStressTest, settings);
 }
 
 int run_config(orl::CommandLine::Parameters& line) {

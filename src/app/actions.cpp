@@ -8,6 +8,7 @@
 #include "app/bench.h"
 #include "app/custom_menu.h"
 #include "app/options.h"
+#include "app/stress_menu.h"
 #include "compute/validation_file.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
@@ -90,7 +91,7 @@ int run_bench(Line& line) {
 
 int run_stress(Line& line) {
   line.take();
-  if (line.at_end()) return run_stress_menu();
+  if (line.at_end()) return stress_menu();
   StressLine stress;
   if (!parse_options(stress_options(), stress, line)) return 1;
   if (stress.tests.empty())

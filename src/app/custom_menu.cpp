@@ -3,6 +3,7 @@
 #include <string>
 
 #include "app/action_file.h"
+#include "app/menu_steps.h"
 #include "compute/parameters.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
@@ -32,28 +33,22 @@ class CustomMenu {
   int run() {
     for (;;) {
       print();
-      const u64 choice = console::read_bounded("Enter # to change option:\n", 0, kLastOption, 'G');
-      try {
-        if (choice == 0) {
-          console::newline();
-          parameters().check_parameters();
-          console::newline();
-          break;
-        }
-        change(choice);
-      } catch (const orl::FileIO::FileException& e) {
-        e.print();
-      } catch (const orl::Exception& e) {
-        console::println("\n" + e.message(), 'R');
-      }
+      const u64 choice = console::read_bounded("Enter # to change option:\n", 0, kSaveRow, 'G');
+      if (choice != 0)
+        try_step([&] { change(choice); });
+      else if (try_step([&] { check(); }))
+        return parameters().run(0);
     }
-    return parameters().run(0);
   }
 
  private:
-  static constexpr u64 kLastOption = 21;
-
   ComputeParameters& parameters() { return mode_.current(); }
+
+  void check() {
+    console::newline();
+    parameters().check_parameters();
+    console::newline();
+  }
 
   void print() {
     console::println("\n\nCustom Compute a Constant:\n", 'Y');
@@ -65,7 +60,7 @@ class CustomMenu {
     console::newline();
     print_needs();
     console::newline();
-    console::println(" 20/21  Load / Save Configuration", 'T');
+    print_file_rows();
     console::newline();
     console::println("  0     Start Computation!", 'T');
     console::newline();
@@ -157,10 +152,10 @@ class CustomMenu {
       case 15:
         parameters().json_results = !parameters().json_results;
         return;
-      case 20:
-        return load();
-      case 21:
-        return save();
+      case kLoadRow:
+        return choose_file_to_load([&](const std::string& path) { load_custom(path, mode_); });
+      case kSaveRow:
+        return choose_file_to_save([&](const std::string& path) { save_custom(path, mode_); });
     }
     if (mode_.swap()) change_swap(*mode_.swap(), choice);
   }
@@ -212,27 +207,6 @@ class CustomMenu {
       swap.reset_bytes_per_seek();
     else
       swap.set_bytes_per_seek(bytes);
-  }
-
-  // Empty when the user thinks better of it.
-  static std::string ask_path(const char* verb) {
-    return console::read_line(std::string("\nEnter path to ") + verb +
-                              " configuration file. (the .cfg extension can be omitted)\n");
-  }
-
-  void load() {
-    const std::string name = ask_path("load");
-    if (name.empty()) return;
-    load_custom(action_file_path(name), mode_);
-    console::println("\nLoaded: " + action_file_path(name), 'Y');
-  }
-
-  void save() {
-    const std::string name = ask_path("save");
-    if (name.empty()) return;
-    const std::string path = action_file_path(name);
-    save_custom(path, mode_);
-    console::println("\nSaved: " + path, 'Y');
   }
 
   ModeHolder mode_;

@@ -20,8 +20,6 @@ using orl::s64;
 using orl::CommandLine::CommandLineException;
 using Line = orl::CommandLine::Parameters;
 
-constexpr u64 kMaxMemory = 0x6ffffffffffffff9;
-
 // The value behind the colon; the cursor steps past the token.
 std::string take_value(Line& line) {
   std::string value = line.value();
@@ -32,7 +30,7 @@ s64 take_signed(Line& line) { return parse_signed_count(take_value(line)); }
 u64 take_bytes(Line& line) { return parse_byte_size(take_value(line)); }
 u64 take_integer(Line& line) { return parse_plain_integer(take_value(line)); }
 
-u64 clamp_memory(u64 bytes) { return std::min(bytes, kMaxMemory); }
+u64 clamp_memory(u64 bytes) { return std::min(bytes, StressSettings::kMaxMemory); }
 
 // "-o path": the option and the token behind it.
 std::string take_path(Line& line) {

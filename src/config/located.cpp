@@ -51,7 +51,7 @@ ConfigException::ConfigException(u64 line, std::string key, std::string reason)
 
 ConfigException located(const Object& object, const std::string& key, const Exception& e) {
   if (const auto* inner = dynamic_cast<const ConfigException*>(&e))
-    return {inner->line(), key + "." + inner->key(), inner->reason()};
+    return {inner->line(), key + (inner->key().front() == '[' ? "" : ".") + inner->key(), inner->reason()};
   // The type check has put the key in front.
   const std::string named = key + ": ";
   const bool is_named = e.message().starts_with(named);

@@ -40,7 +40,18 @@ void read_key(const Object& object, const std::string& key, Body&& body) {
   }
 }
 
-/// The same, only where the key is there.
+/// Runs `body`, which reads the element; a failure names the element's own line, and "[index]" behind the
+/// key.
+template <class Body>
+void read_element(const Array& array, u64 index, Body&& body) {
+  try {
+    body(array[index]);
+  } catch (const Exception& e) {
+    throw ConfigException(array[index].line, "[" + std::to_string(index) + "]", e.message());
+  }
+}
+
+/// As read_key(), only where the key is there.
 template <class Body>
 void read_optional_key(const Object& object, const std::string& key, Body&& body) {
   if (object.contains(key)) read_key(object, key, std::forward<Body>(body));

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "config/located.h"
 #include "frame/console.h"
 #include "frame/exceptions.h"
 #include "system/environment.h"
@@ -27,27 +28,21 @@ std::vector<u32> distinct(const std::vector<u32>& cores) {
 u64 integer_in(const orl::Object& object, const char* key, u64 low, u64 high) {
   const s64 value = object.get_integer(key);
   if (value < 0 || static_cast<u64>(value) < low || static_cast<u64>(value) > high)
-    refuse(std::string(key) + " must be between " + std::to_string(low) + " and " + std::to_string(high) +
-           ".");
+    refuse("It must be between " + std::to_string(low) + " and " + std::to_string(high) + ".");
   return static_cast<u64>(value);
 }
 
 std::vector<u32> read_cores(const orl::Array& array) {
   std::vector<u32> cores;
-  for (u64 i = 0; i < array.size(); ++i) {
-    const s64 core = array[i].as_integer("LogicalCores").value;
-    if (core < 0 || core > INT32_MAX) refuse("Invalid Logical Core: " + std::to_string(core));
-    if (std::find(cores.begin(), cores.end(), core) != cores.end())
-      refuse("LogicalCores names core " + std::to_string(core) + " twice.");
-    cores.push_back(static_cast<u32>(core));
-  }
+  for (u64 i = 0; i < array.size(); ++i)
+    orl::read_element(array, i, [&](const orl::Value& element) {
+      const s64 core = element.as_integer("").value;
+      if (core < 0 || core > INT32_MAX) refuse("Invalid Logical Core: " + std::to_string(core));
+      if (std::find(cores.begin(), cores.end(), core) != cores.end())
+        refuse("Core " + std::to_string(core) + " is named twice.");
+      cores.push_back(static_cast<u32>(core));
+    });
   return cores;
-}
-
-std::vector<std::string> read_tags(const orl::Array& array) {
-  std::vector<std::string> tags;
-  for (u64 i = 0; i < array.size(); ++i) tags.push_back(array[i].as_string("Tests").value);
-  return tags;
 }
 
 }  // namespace
@@ -61,13 +56,24 @@ void StressSettings::enable_all(bool enabled) {
   for (auto& test : tests) test->enabled = enabled;
 }
 
+void StressSettings::check_tag(const std::string& tag) const {
+  if (std::none_of(tests.begin(), tests.end(), [&](const auto& test) { return tag == test->tag(); }))
+    refuse("Invalid Test: " + tag);
+}
+
 void StressSettings::enable_only(const std::vector<std::string>& tags) {
-  const auto known = [&](const std::string& tag) {
-    return std::any_of(tests.begin(), tests.end(), [&](const auto& test) { return tag == test->tag(); });
-  };
-  for (const std::string& tag : tags)
-    if (!known(tag)) refuse("Invalid Test: " + tag);
+  for (const std::string& tag : tags) check_tag(tag);
   for (auto& test : tests) test->enabled = std::find(tags.begin(), tags.end(), test->tag()) != tags.end();
+}
+
+std::vector<std::string> StressSettings::read_tags(const orl::Array& array) const {
+  std::vector<std::string> tags;
+  for (u64 i = 0; i < array.size(); ++i)
+    orl::read_element(array, i, [&](const orl::Value& element) {
+      tags.push_back(element.as_string("").value);
+      check_tag(tags.back());
+    });
+  return tags;
 }
 
 u64 StressSettings::enabled_count() const {
@@ -104,23 +110,21 @@ orl::Object StressSettings::to_object() const {
   return object;
 }
 
-void StressSettings::read_object(const orl::Object& object) {
-  for (const auto& node : object.nodes()) {
-    if (node.key == "AllocateLocally")
-      allocate_locally = object.get_bool("AllocateLocally");
-    else if (node.key == "LogicalCores")
-      cores = read_cores(object.get_array("LogicalCores"));
-    else if (node.key == "TotalMemory")
-      total_memory = integer_in(object, "TotalMemory", 1, INT64_MAX);
-    else if (node.key == "Seconds")
-      seconds = integer_in(object, "Seconds", 0, kMaxSeconds);
-    else if (node.key == "StopOnError")
-      stop_on_error = object.get_bool("StopOnError");
-    else if (node.key == "Tests")
-      enable_only(read_tags(object.get_array("Tests")));
-    else
-      console::println("StressTest has no setting \"" + node.key + "\"; it is left out.", 'Y');
-  }
+void StressSettings::from_object(const orl::Object& object) {
+  using orl::read_optional_key;
+  StressSettings fresh;
+  read_optional_key(object, "AllocateLocally",
+                    [&] { fresh.allocate_locally = object.get_bool("AllocateLocally"); });
+  read_optional_key(object, "LogicalCores",
+                    [&] { fresh.cores = read_cores(object.get_array("LogicalCores")); });
+  read_optional_key(object, "TotalMemory",
+                    [&] { fresh.total_memory = integer_in(object, "TotalMemory", 1, kMaxMemory); });
+  read_optional_key(object, "Seconds",
+                    [&] { fresh.seconds = integer_in(object, "Seconds", 0, kMaxSeconds); });
+  read_optional_key(object, "StopOnError", [&] { fresh.stop_on_error = object.get_bool("StopOnError"); });
+  read_optional_key(object, "Tests", [&] { fresh.enable_only(fresh.read_tags(object.get_array("Tests"))); });
+  orl::refuse_unknown_keys(object, fresh.to_object());
+  *this = std::move(fresh);
 }
 
 }  // namespace orvane

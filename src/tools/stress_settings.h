@@ -14,6 +14,7 @@ using orl::u32;
 
 struct StressSettings {
   static constexpr u64 kMaxSeconds = 1000000;
+  static constexpr u64 kMaxMemory = 0x6ffffffffffffff9;
 
   /// The cores of the static pin order, 15/16 of the available memory, the tests that are on by default.
   StressSettings();
@@ -31,8 +32,9 @@ struct StressSettings {
 
   /// The keys AllocateLocally, LogicalCores, TotalMemory, Seconds, StopOnError and Tests.
   orl::Object to_object() const;
-  /// Takes the keys that are there; warns of others. Throws InvalidParametersException.
-  void read_object(const orl::Object& object);
+  /// Takes the keys that are there, and the defaults for those that are not. Throws a ConfigException with
+  /// the line for what it cannot use or does not know; nothing has changed then.
+  void from_object(const orl::Object& object);
 
   bool allocate_locally = true;
   std::vector<u32> cores;
@@ -40,6 +42,10 @@ struct StressSettings {
   u64 seconds = 120;
   bool stop_on_error = true;
   std::vector<std::unique_ptr<StressTest>> tests;
+
+ private:
+  void check_tag(const std::string& tag) const;
+  std::vector<std::string> read_tags(const orl::Array& array) const;
 };
 
 }  // namespace orvane

@@ -178,14 +178,4 @@ class StressRun {
 
 int run_stress_test(const StressSettings& settings) { return StressRun(settings).run(); }
 
-int run_stress_object(const orl::Object& object) {
-  StressSettings settings;
-  settings.read_object(object);
-  if (const std::string refusal = settings.refusal(); !refusal.empty()) {
-    console::println(refusal, 'R');
-    throw orl::InvalidParametersException("StressTest", "Cannot run stress test with these parameters.");
-  }
-  return run_stress_test(settings);
-}
-
 }  // namespace orvane

@@ -11,11 +11,4 @@ namespace orvane {
 /// refusal().
 int run_stress_test(const StressSettings& settings);
 
-/// Runs what the `StressTest` object of a configuration asks for. Throws InvalidParametersException "Cannot
-/// run stress test with these parameters." when that cannot be done, and has then said why.
-int run_stress_object(const orl::Object& object);
-
-/// The menu; returns the status of the test that it started.
-int run_stress_menu();
-
 }  // namespace orvane

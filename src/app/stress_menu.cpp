@@ -1,9 +1,12 @@
-// The stress tester's menu.
+#include "app/stress_menu.h"
+
 #include <algorithm>
 #include <string>
 
+#include "app/action_file.h"
+#include "app/menu_steps.h"
 #include "frame/console.h"
-#include "frame/number_forms.h"
+#include "frame/menu_input.h"
 #include "system/machine.h"
 #include "system/topology.h"
 #include "tools/stress_tester.h"
@@ -80,10 +83,18 @@ void toggle(std::vector<u32>& cores, u32 core) {
   }
 }
 
+// The machine's cores, and those that a loaded file names beyond them.
+std::vector<u32> cores_to_show(const StressSettings& settings) {
+  std::vector<u32> cores = orl::topology().cores;
+  cores.insert(cores.end(), settings.cores.begin(), settings.cores.end());
+  std::sort(cores.begin(), cores.end());
+  cores.erase(std::unique(cores.begin(), cores.end()), cores.end());
+  return cores;
+}
+
 void choose_cores(StressSettings& settings) {
-  const std::vector<u32>& all = orl::topology().cores;
-  const u64 back = all.back() + u64{1};
   for (;;) {
+    const std::vector<u32> all = cores_to_show(settings);
     console::println("\nLogical Cores:\n", 'Y');
     console::print("Pin threads to the following cores in a round-robin fashion.\r\n", 'w');
     console::newline();
@@ -93,13 +104,11 @@ void choose_cores(StressSettings& settings) {
       console::print_padded(16, "  Core " + std::to_string(core), 'T');
       console::println(selected ? "Enabled" : "Disabled", selected ? 'G' : 'r');
     }
-    console::print_padded(7, "\n  " + std::to_string(back), 'T');
-    console::println("Return", 'T');
-    console::println("\nEnter Core # to toggle it.", 'w');
-    const u64 choice = console::read_bounded("Core: ", 0, back, 'G');
-    if (choice == back) return;
-    if (std::find(all.begin(), all.end(), choice) != all.end()) {
-      toggle(settings.cores, static_cast<u32>(choice));
+    console::println("\nEnter Core # to toggle it.  (ENTER alone returns.)", 'w');
+    const auto choice = console::read_choice("Core: ", 0, all.back(), 'G');
+    if (!choice) return;
+    if (std::find(all.begin(), all.end(), *choice) != all.end()) {
+      toggle(settings.cores, static_cast<u32>(*choice));
       std::sort(settings.cores.begin(), settings.cores.end());
     }
   }
@@ -110,8 +119,8 @@ void choose_memory(StressSettings& settings) {
   console::label_value("Available Memory:  ", console::format_bytes(orl::available_memory_bytes()), 'G');
   console::newline();
   u64 bytes = 0;
-  while (bytes == 0) bytes = orl::parse_byte_size(console::read_line("Memory: "));
-  settings.total_memory = bytes;
+  while (bytes == 0) bytes = orl::ask_byte_size("Memory: ", settings.total_memory);
+  settings.total_memory = std::min(bytes, StressSettings::kMaxMemory);
 }
 
 void toggle_all(StressSettings& settings) {
@@ -123,33 +132,56 @@ void print_menu(const StressSettings& settings) {
   print_row(1, "Logical Cores:", core_list(settings));
   print_row(2, "Memory Allocation:", policy_text(settings.allocate_locally));
   print_row(3, "Memory to Test:", console::format_bytes(settings.total_memory));
-  print_row(4, "Time per Test:", console::format_with_commas(settings.seconds) + " seconds");
+  print_row(4, "Time per Test:",
+            console::format_with_commas(settings.seconds) + " seconds" +
+                (settings.seconds == 0 ? "  (one round)" : ""));
   print_row(5, "Stop on Error:", settings.stop_on_error ? "Yes" : "No");
   print_row(6, "Enable All Tests / Disable All Tests", "");
   print_tests(settings);
+  console::newline();
+  print_file_rows();
   console::println("\n  0   Start Stress Test!\n", 'T');
+}
+
+void change(StressSettings& settings, u64 choice) {
+  switch (choice) {
+    case 1:
+      return choose_cores(settings);
+    case 2:
+      settings.allocate_locally = !settings.allocate_locally;
+      return;
+    case 3:
+      return choose_memory(settings);
+    case 4:
+      settings.seconds = console::read_bounded("\nSeconds per test: ", 1, StressSettings::kMaxSeconds, 'G');
+      return;
+    case 5:
+      settings.stop_on_error = !settings.stop_on_error;
+      return;
+    case 6:
+      return toggle_all(settings);
+    case kLoadRow:
+      return choose_file_to_load([&](const std::string& path) { load_stress(path, settings); });
+    case kSaveRow:
+      return choose_file_to_save([&](const std::string& path) { save_stress(path, settings); });
+  }
+  if (choice - kFirstTestRow < settings.tests.size()) {
+    bool& enabled = settings.tests[choice - kFirstTestRow]->enabled;
+    enabled = !enabled;
+  }
 }
 
 }  // namespace
 
-int run_stress_menu() {
+int stress_menu() {
   StressSettings settings;
   for (;;) {
     print_menu(settings);
-    const u64 choice = console::read_bounded("Enter # to change option:\noption: ", 0,
-                                             kFirstTestRow + settings.tests.size() - 1, 'G');
-    if (choice == 1) choose_cores(settings);
-    if (choice == 2) settings.allocate_locally = !settings.allocate_locally;
-    if (choice == 3) choose_memory(settings);
-    if (choice == 4)
-      settings.seconds = console::read_bounded("\nSeconds per test: ", 1, StressSettings::kMaxSeconds, 'G');
-    if (choice == 5) settings.stop_on_error = !settings.stop_on_error;
-    if (choice == 6) toggle_all(settings);
-    if (choice >= kFirstTestRow) {
-      bool& enabled = settings.tests[choice - kFirstTestRow]->enabled;
-      enabled = !enabled;
+    const u64 choice = console::read_bounded("Enter # to change option:\noption: ", 0, kSaveRow, 'G');
+    if (choice != 0) {
+      try_step([&] { change(settings, choice); });
+      continue;
     }
-    if (choice != 0) continue;
     const std::string refusal = settings.refusal();
     if (refusal.empty()) return run_stress_test(settings);
     console::println("\n" + refusal, 'R');
