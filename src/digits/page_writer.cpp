@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "frame/console.h"
 #include "frame/exceptions.h"
 #include "swap/file_calls.h"
 
@@ -100,8 +101,12 @@ void PageFile::set_aside(std::string replaced_path) {
 }
 
 void PageFile::put_back() noexcept {
-  if (published_) file_calls().rename(final_path_.c_str(), unfinished_path_.c_str());
-  if (!replaced_path_.empty()) file_calls().rename(replaced_path_.c_str(), final_path_.c_str());
+  const auto give_back = [](const std::string& from, const std::string& to) {
+    if (file_calls().rename(from.c_str(), to.c_str()) != 0)
+      console::println("Unable to rename file: " + from + "\n    to: " + to, 'R');
+  };
+  if (published_) give_back(final_path_, unfinished_path_);
+  if (!replaced_path_.empty()) give_back(replaced_path_, final_path_);
   published_ = false;
   replaced_path_.clear();
 }

@@ -71,7 +71,7 @@ class PageFile {
   void publish();
   /// Gives the file that has the final name another one for now. Without such a file nothing happens.
   void set_aside(std::string replaced_path);
-  /// Undoes what was done of set_aside and publish.
+  /// Undoes what was done of set_aside and publish, and tells which file could not get its name back.
   void put_back() noexcept;
   /// Removes what was set aside.
   void drop_replaced() noexcept;

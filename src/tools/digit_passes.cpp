@@ -66,6 +66,29 @@ void copy_digits(orl::DigitReader& reader, DigitRange range, orl::DigitWriter& w
   }
 }
 
+DigitRange SetTarget::range(u64 first, u64 last) const {
+  const u64 file_digits = digits_per_file == orl::kSingleFile ? total_digits : digits_per_file;
+  const bool to_end = total_digits != 0 && last == (total_digits - 1) / file_digits;
+  return {first * file_digits, to_end ? total_digits : (last + 1) * file_digits};
+}
+
+orl::BasicOvdSetWriter make_set_writer(const orl::DigitReader& reader, const SetTarget& target) {
+  return {target.path,        target.name, reader.first_digits(), reader.radix(), target.digits_per_file,
+          target.total_digits};
+}
+
+void copy_to_set(orl::DigitReader& reader, const SetTarget& target, const PassContext& context,
+                 const std::function<void(u64 first, u64 last)>& named) {
+  for (u64 first = target.first_id; first <= target.last_id; first += kFilesAtOnce) {
+    const u64 last = std::min(first + kFilesAtOnce - 1, target.last_id);
+    const DigitRange range = target.range(first, last);
+    orl::BasicOvdSetWriter writer = make_set_writer(reader, target);
+    copy_digits(reader, range, writer, range.begin, context);
+    writer.close_and_get_basic_reader();
+    named(first, last);
+  }
+}
+
 u64 top_hash(const std::string& first_digits, u32 radix) {
   const auto point = first_digits.find('.');
   if (point == std::string::npos)

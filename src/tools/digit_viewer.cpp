@@ -31,7 +31,6 @@ constexpr u64 kPageBytes = 4096;
 constexpr u64 kMaxViewDigits = 100000;
 constexpr u64 kRowDigits = 50;
 constexpr u64 kNoBound = ~u64{0};
-constexpr u64 kFilesAtOnce = 4096;  // of a set, to take their names together: more would take more memory
 constexpr u64 kStatsDigits = 64 * 1000 * 1000;  // between two lines of progress
 
 struct AlignedFree {
@@ -89,20 +88,6 @@ void print_rows(const char* text, u64 start, u64 count) {
   }
 }
 
-// A set of compressed files to be made.
-struct SetTarget {
-  u64 digits_per_file;  ///< or orl::kSingleFile
-  u64 total_digits;     ///< of the whole set; 0: unbounded
-  u64 first_id, last_id;
-
-  u64 file_digits() const { return digits_per_file == orl::kSingleFile ? total_digits : digits_per_file; }
-  /// The digits of files [first, last].
-  DigitRange range(u64 first, u64 last) const {
-    const bool to_end = total_digits != 0 && last == (total_digits - 1) / file_digits();
-    return {first * file_digits(), to_end ? total_digits : (last + 1) * file_digits()};
-  }
-};
-
 // One file on the screen.
 class FileMenu {
  public:
@@ -130,8 +115,7 @@ class FileMenu {
 
   orl::DigitStats read_stats(DigitRange range, u64 top);
   bool enough_digits(u64 digits) const;
-  void write_set(const SetTarget& target);
-  void copy(DigitRange range, orl::DigitWriter& writer, u64 target);
+  void write_set(SetTarget target);
   void refuse_other_set(const SetTarget& target, const std::string& file) const;
 
   std::unique_ptr<orl::DigitReader> reader_;
@@ -270,10 +254,7 @@ void FileMenu::compute_stats() {
     console::println("Hash(start - B) begins with the digits before the decimal place.", 'w');
 }
 
-void FileMenu::copy(DigitRange range, orl::DigitWriter& writer, u64 target) {
-  orl::LinearConsoleNode status;
-  copy_digits(*reader_, range, writer, target, {parallelism_.context(), window(), status});
-  writer.close_and_get_basic_reader();
+void print_written(DigitRange range) {
   console::println("\n" + console::format_with_commas(range.count()) + " digits written.", 'w');
 }
 
@@ -293,7 +274,10 @@ void FileMenu::extract() {
   const bool from_start = range.begin == 0;
   orl::BasicTextWriter writer(path, from_start ? reader_->first_digits() : "0.", reader_->radix(),
                               range.count());
-  copy(range, writer, 0);
+  orl::LinearConsoleNode status;
+  copy_digits(*reader_, range, writer, 0, {parallelism_.context(), window(), status});
+  writer.close_and_get_basic_reader();
+  print_written(range);
   print_path("Path: ", path);
   if (!from_start)
     console::println("The file begins with \"0.\", since its digits are not the first ones.", 'Y');
@@ -323,7 +307,7 @@ void FileMenu::compress() {
   do end = console::read_bounded("Ending Digit:   ", 1, last_digit());
   while (!enough_digits(end));
   const u64 size = ask_digits_per_file("Digits per file (0 for single file): ", true);
-  write_set({size, end, 0, (end - 1) / size});
+  write_set({"", "", size, end, 0, (end - 1) / size});
 }
 
 void FileMenu::compress_subset() {
@@ -338,7 +322,7 @@ void FileMenu::compress_subset() {
     console::println("No Digits to Recompress.", 'Y');
     return;
   }
-  write_set({size, reader_->total_digits(), first, last});
+  write_set({"", "", size, reader_->total_digits(), first, last});
 }
 
 // Shares of one set meet in its folder; files of another one there would make both unreadable.
@@ -361,32 +345,39 @@ void FileMenu::refuse_other_set(const SetTarget& target, const std::string& file
   }
 }
 
-void FileMenu::write_set(const SetTarget& target) {
+// Asks for name and path.
+void FileMenu::write_set(SetTarget target) {
   constexpr const char* kFunction = "write_set()";
-  std::string name = ask_line("\nEnter a name for the digits:");
-  if (name.empty()) name = "Name";
-  if (name.find_first_of("/\\") != std::string::npos)
+  target.name = ask_line("\nEnter a name for the digits:");
+  if (target.name.empty()) target.name = "Name";
+  if (target.name.find_first_of("/\\") != std::string::npos)
     throw InvalidParametersException(kFunction,
                                      "A name holds no / or \\. Give folders as the destination path.");
-  const std::string path = ask_line("\nEnter the destination path (SPACE for default):");
-  if (!orl::path_is_writable(path)) throw InvalidParametersException(kFunction, "Path is not writable.");
+  target.path = ask_line("\nEnter the destination path (SPACE for default):");
+  if (!orl::path_is_writable(target.path))
+    throw InvalidParametersException(kFunction, "Path is not writable.");
 
   const DigitRange all = target.range(target.first_id, target.last_id);
   reader_->check_range(all.begin, all.count());
-  const auto make_writer = [&] {
-    return orl::BasicOvdSetWriter(path, name, reader_->first_digits(), reader_->radix(),
-                                  target.digits_per_file, target.total_digits);
-  };
-  const orl::BasicOvdSetWriter set = make_writer();
+  const orl::BasicOvdSetWriter set = make_set_writer(*reader_, target);
   for (u64 id = target.first_id; id <= target.last_id; id++) refuse_existing(kFunction, set.file_path(id));
   refuse_other_set(target, set.file_path(target.first_id));
-  for (u64 first = target.first_id; first <= target.last_id; first += kFilesAtOnce) {
-    const u64 last = std::min(first + kFilesAtOnce - 1, target.last_id);
-    const DigitRange range = target.range(first, last);
-    orl::BasicOvdSetWriter writer = make_writer();
-    copy(range, writer, range.begin);
-    print_path("Path: ", set.file_path(first));
-    if (first != last) print_path("  to: ", set.file_path(last));
+  u64 missing = target.first_id;  // the first file that has no name yet
+  try {
+    orl::LinearConsoleNode status;
+    copy_to_set(*reader_, target, {parallelism_.context(), window(), status}, [&](u64 first, u64 last) {
+      print_written(target.range(first, last));
+      print_path("Path: ", set.file_path(first));
+      if (first != last) print_path("  to: ", set.file_path(last));
+      missing = last + 1;
+    });
+  } catch (const orl::Exception&) {
+    if (missing != target.first_id)
+      console::println("These files are complete. To write the rest, compress a subset from ID " +
+                           std::to_string(missing) + " to " + std::to_string(target.last_id) +
+                           " under the same name.",
+                       'Y');
+    throw;
   }
 }
 

@@ -2,7 +2,8 @@
 //
 // Memory   one block of kViewerWindowBytes while a file is open, whatever the file's size.
 // Faults   whatever a reader or a writer throws is printed, and the menu comes up again.
-// Files    nothing that exists is written over; what a failed pass leaves has no finished name.
+// Files    nothing that exists is written over; what a failed pass leaves has no finished name, but for whole
+//          batches of a set of very many files, which are told.
 #pragma once
 
 #include "frame/types.h"
