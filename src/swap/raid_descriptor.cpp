@@ -90,8 +90,9 @@ RaidGroup ask_group(RaidType type) {
 }
 
 RaidType ask_type() {
-  return console::read_bounded("  0  RAID 0   1  RAID 3\noption: ", 0, 1, 'G') == 0 ? RaidType::raid0
-                                                                                    : RaidType::raid3;
+  console::println("  0     RAID 0", 'T');
+  console::println("  1     RAID 3", 'T');
+  return console::read_bounded("option: ", 0, 1, 'G') == 0 ? RaidType::raid0 : RaidType::raid3;
 }
 
 std::vector<RaidGroup> ask_lanes() {

@@ -5,6 +5,7 @@ import tempfile
 import unittest
 
 sys.dont_write_bytecode = True
+import entries as menu_entries  # noqa: E402
 import page as pages  # noqa: E402
 
 
@@ -38,6 +39,31 @@ class Matching(unittest.TestCase):
     def test_an_update_keeps_what_still_fits(self):
         self.assertEqual(pages.align(["x <number>", "old", "..."], ["x 7", "new", "y"]), ["x <number>", "new", "y"])
         self.assertEqual(pages.align(["...", "b <any>"], ["a", "b 1"]), ["...", "b <any>"])
+
+
+class MenuEntries(unittest.TestCase):
+    MAIN = ["Loaded: x", "Title:  5", "", "  1     One:   on", "        note", " 20/21  Load / Save", "", "option:"]
+    INNER = MAIN[:-1] + ["option:", "Inner", "   1    One", "   0    Back", "option:"]
+
+    def faults(self, *questions):
+        entries = menu_entries.Entries()
+        entries.add("page", questions)
+        return [fault.split(",")[0] for fault in entries.faults()]
+
+    def test_every_entry_must_be_chosen(self):
+        self.assertEqual(self.faults((self.MAIN, "21")), ["no page chooses 1 'One' of the menu 'Title'",
+                                                          "no page chooses 20 'Load / Save' of the menu 'Title'"])
+        self.assertEqual(self.faults((self.MAIN, "20"), (self.MAIN + self.MAIN, "21"), (3 * self.MAIN, "1")), [])
+
+    def test_an_answer_belongs_to_the_menu_before_it(self):
+        rest = ["no page chooses 20 'Load / Save' of the menu 'Title'", "no page chooses 21 'Load / Save' of the menu 'Title'"]
+        self.assertEqual(self.faults((self.MAIN, "1"), (self.INNER, "1"), (self.INNER + ["text:"], "0")),
+                         ["no page chooses 0 'Back' of the menu 'Inner'"] + rest)
+        # Asked again, without the menu.
+        self.assertEqual(self.faults((self.MAIN, "9"), (self.MAIN, "1")), rest)
+
+    def test_numbers_in_results_are_no_entries(self):
+        self.assertEqual(menu_entries.offered(["    0  :  12", "  3.14", "  Core 0   Enabled", "  + 1/2"]), {})
 
 
 class Form(unittest.TestCase):

@@ -5,7 +5,8 @@
 
 Without a further switch every page is run and compared. `--update` writes the screen that is seen into the pages for
 review; lines with placeholders that still fit stay as they are. `--cuts` ends the input after each line and within it
-instead: the program must then end within a second with status 1."""
+instead: the program must then end within a second with status 1. Where a cut leaves a menu on the screen, the next line
+of the input is the choice; over all pages every entry of every menu must be chosen."""
 import argparse
 import concurrent.futures
 import fnmatch
@@ -20,6 +21,7 @@ import threading
 import time
 
 sys.dont_write_bytecode = True  # the sources' folder stays as it is
+import entries as menu_entries  # noqa: E402
 import page as pages  # noqa: E402
 
 FIXED = ["pause:-2", "priority:0", "colors:0", "skip-warnings"]
@@ -147,7 +149,8 @@ def play(page, program, update):
 
 
 def cuts_of(place, run):
-    """(name of the cut, input) for every place at which the input may end."""
+    """(name of the cut, input, the line that would follow) for every place at which the input may end; no line behind
+    a cut within one."""
     data = place.input_bytes(run)
     lines = data.splitlines(keepends=True)
     count = len(lines) if run.cuts is None else run.cuts
@@ -155,11 +158,11 @@ def cuts_of(place, run):
     for number, line in enumerate(lines):
         if number > count or number >= len(lines):
             break
-        yield f"before input line {number + 1}", data[:ends]
+        yield f"before input line {number + 1}", data[:ends], line.decode().rstrip("\n")
         # A part of the last line answers the last question, as the whole line does.
         if number < min(count, len(lines) - 1) and len(line) > 2:
             middle = ends + len(line) // 2
-            yield f"within input line {number + 1}", data[:middle]
+            yield f"within input line {number + 1}", data[:middle], None
         ends += len(line)
 
 
@@ -196,31 +199,36 @@ def finish_in_time(place, run, data):
 
 
 def run_cut(page, number, run, program, original, name, data):
-    """Plays one cut in a copy of the folder. Returns a fault, or None."""
+    """Plays one cut in a copy of the folder. Returns a fault, or None, and the screen as lines."""
     with tempfile.TemporaryDirectory(prefix="orvane-cut-") as root:
         place = Place(program, root)
         shutil.copytree(original, place.work, dirs_exist_ok=True)
         # The input may name the page's folder, which stands under another name here.
         data = data.replace(str(original).encode(), str(place.work).encode())
         status, output, spent = finish_in_time(place, run, data)
+    screen = pages.shown(output, place.work)
     if spent <= CUT_SECONDS and status == 1:
-        return None
+        return None, screen
     ending = f"status {status}, expected 1" if spent <= CUT_SECONDS else f"still running after {spent:.2f} s"
     return (f"run {number + 1}, end of input {name}: {ending}; the screen's end:\n" +
-            "\n".join(pages.shown(output, place.work)[-12:]))
+            "\n".join(screen[-12:])), screen
 
 
-def play_cuts(page, program):
+def play_cuts(page, program, entries):
     faults, cuts = [], 0
     with tempfile.TemporaryDirectory(prefix="orvane-page-") as root:
         place = Place(program, root)
         for number, run in enumerate(page.runs):
             place.create(page, number)
-            for name, data in cuts_of(place, run):
+            questions = []
+            for name, data, answer in cuts_of(place, run):
                 cuts += 1
-                fault = run_cut(page, number, run, program, place.work, name, data)
+                fault, screen = run_cut(page, number, run, program, place.work, name, data)
                 if fault:
                     faults.append(fault)
+                if answer is not None:
+                    questions.append((screen, answer))
+            entries.add(page.name, questions)
             if number + 1 < len(page.runs):
                 finish(place.start(run), place.input_bytes(run), run.timeout)
     return faults, cuts
@@ -241,10 +249,11 @@ def main():
               if not arguments.only or any(fnmatch.fnmatch(path.stem, name) for name in arguments.only)]
     if not chosen:
         sys.exit("run_pages.py: there is no such page")
-    failed = total_cuts = 0
+    failed = total_cuts = unchosen = 0
+    entries = menu_entries.Entries()
     with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
         if arguments.cuts:
-            results = pool.map(lambda page: play_cuts(page, program), chosen)
+            results = pool.map(lambda page: play_cuts(page, program, entries), chosen)
         else:
             results = ((faults, 0) for faults in pool.map(lambda page: play(page, program, arguments.update), chosen))
         for page, (faults, cuts) in zip(chosen, results):
@@ -253,8 +262,13 @@ def main():
             print(f"{'FAILED' if faults else 'passed'}  {page.name}" + (f"  ({cuts} cuts)" if cuts else ""))
             for fault in faults:
                 print("    " + fault.replace("\n", "\n    "))
-    print(f"{len(chosen)} pages, {failed} failed" + (f", {total_cuts} cuts" if arguments.cuts else ""))
-    return 1 if failed else 0
+    if arguments.cuts and not arguments.only:
+        for fault in entries.faults():
+            unchosen += 1
+            print(f"FAILED  {fault}")
+    counts = f", {total_cuts} cuts, {unchosen} entries not chosen" if arguments.cuts else ""
+    print(f"{len(chosen)} pages, {failed} failed{counts}")
+    return 1 if failed or unchosen else 0
 
 
 if __name__ == "__main__":
