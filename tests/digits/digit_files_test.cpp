@@ -624,6 +624,24 @@ TEST(OvdSet, NamesEveryMissingFileAtOnce) {
   EXPECT_EQ(result.output.find(" - 2.ovd"), std::string::npos);
 }
 
+TEST(OvdSet, TellsWhichFilesOfAnOlderSetCouldNotComeBack) {
+  const auto result = test::run_child("", [] {
+    TemporaryFolder folder;
+    FakeFileCalls calls;
+    const std::vector<u8> digits(200, 3);
+    write_stream(folder, {10, 100}, digits);
+    calls.fail(FileCall::kRename, EACCES, 2);  // from when both older files are aside
+    return message_of([&] { write_stream(folder, {10, 100}, digits); }) == "nothing was thrown" ? 1 : 0;
+  });
+  EXPECT_EQ(result.status, 0);
+  for (const char* id : {"0", "1"}) {
+    const std::string file = std::string(kName) + " - " + id;
+    const std::size_t from = result.output.find(file + " (replaced).ovd\n    to: ");
+    EXPECT_NE(from, std::string::npos) << result.output;
+    EXPECT_NE(result.output.find(file + ".ovd\n", from), std::string::npos) << result.output;
+  }
+}
+
 TEST(OvdSet, MayHaveMoreFilesThanAProcessMayOpen) {
   TemporaryFolder folder;
   Random random;
