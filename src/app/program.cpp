@@ -10,6 +10,7 @@
 #include "app/command_line.h"
 #include "app/options.h"
 #include "frame/console.h"
+#include "frame/ending.h"
 #include "frame/exceptions.h"
 #include "frame/settings.h"
 #include "parallel/allocators.h"
@@ -109,6 +110,7 @@ void register_everything() {
 }
 
 int run_program(int argc, char** argv) {
+  orl::restore_colours_at_signals();
   store_own_path();
   orl::CommandLine::Parameters line(argc, argv);
   try {

@@ -1,5 +1,6 @@
 #include "frame/ending.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -35,7 +36,27 @@ void take_the_end() {
   std::_Exit(status);
 }
 
+/// Only what a signal handler may do. The disposition is the default one again when it is called.
+void end_by_signal(int signal) {
+  constexpr std::string_view kReset = "\033[39;49m\n";
+  if (settings().colors_enabled && ::write(STDOUT_FILENO, kReset.data(), kReset.size()) < 0) {
+    // The terminal is gone.
+  }
+  raise(signal);
+}
+
 }  // namespace
+
+void restore_colours_at_signals() {
+  if (!isatty(STDOUT_FILENO)) return;
+  for (const int signal : {SIGINT, SIGQUIT, SIGTERM}) {
+    struct sigaction action {};
+    if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
+    action.sa_handler = end_by_signal;
+    action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
+    sigaction(signal, &action, nullptr);
+  }
+}
 
 void leave(int status) {
   take_the_end();

@@ -5,6 +5,7 @@
 // process;
 //                a second one waits for that end. No static destructor runs, so a worker cannot deadlock in a
 //                join.
+// a signal       which someone sends; restore_colours_at_signals() is all that is done about it.
 #pragma once
 
 #include <string_view>
@@ -14,6 +15,10 @@ namespace orl {
 /// Ends the program after an action: resets the colours, prints a newline and asks for ENTER where the pause
 /// level says so (status 0: pause_level >= 1; any other: pause_level >= -1).
 [[noreturn]] void leave(int status);
+
+/// From now on SIGINT, SIGQUIT and SIGTERM give a terminal its colours back before they end the process as
+/// they would have done. One that is ignored stays ignored.
+void restore_colours_at_signals();
 
 /// Resets the colours, flushes, asks for ENTER if settings().pause_on_fatal, and ends the process.
 [[noreturn]] void fatal_exit(int status);

@@ -1,6 +1,10 @@
 #include "frame/ending.h"
 
 #include <gtest/gtest.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <thread>
@@ -35,6 +39,32 @@ TEST(Ending, PauseLevelDecidesWhetherTheEndWaits) {
   EXPECT_TRUE(asks(1, 0));
   EXPECT_TRUE(asks(1, -1));
   EXPECT_FALSE(asks(1, -2));
+}
+
+// What a program on a terminal of its own has written when `signal` ended it.
+std::string output_at(int signal) {
+  int terminal = -1;
+  const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (child == 0) {
+    ::signal(signal, SIG_DFL);  // a job in the background ignores it
+    settings().colors_enabled = true;
+    restore_colours_at_signals();
+    console::print("in red", 'R');
+    raise(signal);
+    _exit(0);
+  }
+  std::string output;
+  char block[256];
+  for (ssize_t got; (got = read(terminal, block, sizeof block)) > 0;) output.append(block, got);
+  close(terminal);
+  int status = 0;
+  waitpid(child, &status, 0);
+  EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal);
+  return output;
+}
+
+TEST(Ending, SignalGivesTheTerminalItsColoursBack) {
+  for (const int signal : {SIGINT, SIGTERM}) EXPECT_EQ(output_at(signal), "\033[01;31min red\033[39;49m\r\n");
 }
 
 TEST(Ending, FatalErrorSpeaksAsksAndFails) {
