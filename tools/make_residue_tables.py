@@ -58,15 +58,14 @@ def main():
                 if (1 << 12) * (k << n) * (((1 << 24 * (P - 1)) - 1) ** 2) <= ((1 << 11) - 1) * prod(primes):
                     rows.append((k * (P - 1) * 48 << (n - 1), P, k, n))
     points = lambda r: r[1] * (r[2] << r[3])
-    # C17: what an odd factor costs in levels, rotations and scattered tiles with it, fitted to residue_bench at
-    # the capacities of rows of 2^25 to 2^28 bits (Intel Xeon with AVX-512, 2026-11).
-    odd_levels = {1: 0, 3: 3, 5: 7, 7: 11}
+    # C17: what a residue costs, in levels, fitted to cyclic products at the capacities of all rows of 2^23 to 2^24
+    # and of 2^26 to 2^27 bits (Intel Xeon with AVX-512, 2026-11).
+    odd_levels = {1: 0, 3: 2.1, 5: 3.9, 7: 5.9}
     write_rows("src/transforms/residue_rows.inc", [r for r in rows if r[2] << r[3] >= 1 << 9],
-               lambda r: points(r) * (r[3] + odd_levels[r[2]] + 8 + 1.2 * r[1]))
+               lambda r: points(r) * (r[3] + odd_levels[r[2]] - 4 + r[1] / 3))
     # VST: an odd factor's k - 1 products a point cost as much as 1.75 (k - 1) levels.
     write_rows("src/transforms/vst_rows.inc", rows,
                lambda r: points(r) * (r[3] + 1.75 * (r[2] - 1) + 8 + 1.2 * r[1]))
-
 
     # HNT: of a product of 2 R words by the FFT, a level of a point costs half a level of a residue; rows stand 2 %
     # apart.

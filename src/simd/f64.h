@@ -8,6 +8,10 @@ namespace orl::simd::SIMD_ISA {
 struct F64 {
   static constexpr int lanes = 8;
   static F64 load(const double* p) { return {_mm512_loadu_pd(p)}; }
+  static F64 load_pairs(const double* p) {
+    return {_mm512_permutexvar_pd(_mm512_set_epi64(3, 3, 2, 2, 1, 1, 0, 0),
+                                  _mm512_castpd256_pd512(_mm256_loadu_pd(p)))};
+  }
   static F64 all(double x) { return {_mm512_set1_pd(x)}; }
   void store(double* p) const { _mm512_storeu_pd(p, v); }
 
@@ -58,6 +62,9 @@ inline void transpose(F64 (&r)[8]) {
 struct F64 {
   static constexpr int lanes = 4;
   static F64 load(const double* p) { return {_mm256_loadu_pd(p)}; }
+  static F64 load_pairs(const double* p) {
+    return {_mm256_permute4x64_pd(_mm256_castpd128_pd256(_mm_loadu_pd(p)), 0x50)};
+  }
   static F64 all(double x) { return {_mm256_set1_pd(x)}; }
   void store(double* p) const { _mm256_storeu_pd(p, v); }
 
@@ -102,6 +109,7 @@ inline void transpose(F64 (&r)[4]) {
 struct F64 {
   static constexpr int lanes = 1;
   static F64 load(const double* p) { return {*p}; }
+  static F64 load_pairs(const double* p) { return {*p}; }
   static F64 all(double x) { return {x}; }
   void store(double* p) const { *p = v; }
 

@@ -28,10 +28,10 @@ class ResidueRun {
 
   const ResidueRow& row() const { return row_; }
   const ResidueKernels& kernels() const { return kernels_; }
-  u64 transform_bytes() const { return sizeof(double) * row_.P * row_.points(); }
+  u64 transform_bytes() const { return sizeof(double) * residue_doubles(row_); }
   u64 scratch_bytes() const {
     return LinearHeapBuffer::cut_bytes<u8>(sizeof(ResidueJoinRun) * runs_of(tasks_)) +
-           tasks_ * LinearHeapBuffer::cut_bytes<u8>(residue_tile_bytes(row_));
+           tasks_ * LinearHeapBuffer::cut_bytes<u8>(task_bytes());
   }
 
   ResiduePlan plan(ResidueForm form) const {
@@ -61,14 +61,15 @@ class ResidueRun {
   void forward(const ResiduePlan& plan, double* F, ResidueOperand a, void* tmp,
                ParallelContext parallel) const {
     start(plan, F, a, tmp, parallel);
-    subtrees(plan, parallel, [&](const ResidueModulus& m, u64 at, u64 length, u64 node) {
-      kernels_.forward(m, F + at, length, node);
+    subtrees(plan, tmp, parallel, [&](const ResidueModulus& m, const ResidueSubtrees& s, u64 at) {
+      kernels_.forward(m, s, F + at);
     });
   }
   /// F times G, both transformed; or, with `raw`, both only started.
-  void multiply(const ResiduePlan& plan, double* F, double* G, bool raw, ParallelContext parallel) const {
-    subtrees(plan, parallel, [&](const ResidueModulus& m, u64 at, u64 length, u64 node) {
-      kernels_.multiply(m, F + at, G + at, length, node, raw);
+  void multiply(const ResiduePlan& plan, double* F, double* G, bool raw, void* tmp,
+                ParallelContext parallel) const {
+    subtrees(plan, tmp, parallel, [&](const ResidueModulus& m, const ResidueSubtrees& s, u64 at) {
+      kernels_.multiply(m, s, F + at, G + at, raw);
     });
   }
   /// The last stage: to words of the window. True for a negacyclic product of W^n, whose words are zero.
@@ -103,45 +104,52 @@ class ResidueRun {
     throw ConvolutionFailedException(kId, "Coefficient is too large.", limit_bits, limit_bits + excess_bits);
   }
 
+  /// What a task has of its own: a tile of columns or the roots of a subtree.
+  u64 task_bytes() const { return std::max(residue_tile_bytes(row_), residue_roots_bytes(row_)); }
+  /// Forks over `count` units, at most a task each: body(task, tasks, begin, end, memory of the task).
   template <class Body>
-  static void for_parts(ParallelContext parallel, u64 count, Body&& body) {
-    const u64 tasks = std::min<u64>(std::max<u64>(parallel.tds, 1), count);
-    if (tasks <= 1) {
-      if (count) body(0, count);
-      return;
-    }
-    fork_range(parallel.parallelizer, 0, tasks,
-               [&](u64 t) { body(count * t / tasks, count * (t + 1) / tasks); });
-  }
-  // Columns of the first and last stage in tasks, each with a tile of its own: body(task, tasks, begin, end,
-  // tile).
-  template <class Body>
-  void for_columns(const ResiduePlan& plan, void* tmp, ParallelContext parallel, Body&& body) const {
-    const u64 groups = plan.columns() / 8, tasks = std::min({tasks_, groups, std::max<u64>(parallel.tds, 1)});
+  void for_parts(u64 count, void* tmp, ParallelContext parallel, Body&& body) const {
+    const u64 tasks = std::min({tasks_, count, std::max<u64>(parallel.tds, 1)});
     LinearHeapBuffer scratch(tmp, scratch_bytes());
     scratch.cut<u8>(sizeof(ResidueJoinRun) * runs_of(tasks_));
-    const u64 tile = residue_tile_bytes(row_) / sizeof(double);
     const auto task = [&](u64 t) {
       LinearHeapBuffer own = scratch;
-      own.cut<double>(t * tile);
-      body(t, tasks, 8 * (groups * t / tasks), 8 * (groups * (t + 1) / tasks), own.cut<double>(tile));
+      for (u64 i = 0; i < t; ++i) own.cut<u8>(task_bytes());
+      body(t, tasks, count * t / tasks, count * (t + 1) / tasks, own.cut<u8>(task_bytes()));
     };
     if (tasks == 1) return task(0);
     fork_range(parallel.parallelizer, 0, tasks, task);
   }
+  /// Columns of the first and last stage: body(task, tasks, begin, end, tile).
   template <class Body>
-  void subtrees(const ResiduePlan& plan, ParallelContext parallel, Body&& body) const {
-    const u64 rows = plan.rows(), length = plan.columns(), k = row_.k;
-    for_parts(parallel, row_.P * k * rows, [&](u64 begin, u64 end) {
-      for (u64 u = begin; u < end; ++u)
-        body(plan.modulus[u / rows / k], u * length, length, (plan.first_node() << plan.levels()) + u % rows);
+  void for_columns(const ResiduePlan& plan, void* tmp, ParallelContext parallel, Body&& body) const {
+    for_parts(plan.columns() / 8, tmp, parallel, [&](u64 t, u64 tasks, u64 begin, u64 end, u8* own) {
+      body(t, tasks, 8 * begin, 8 * end, reinterpret_cast<double*>(own));
+    });
+  }
+  /// Subtrees, those of a prime's sequences together: body(modulus, subtrees, place of the first).
+  template <class Body>
+  void subtrees(const ResiduePlan& plan, void* tmp, ParallelContext parallel, Body&& body) const {
+    const u64 rows = plan.rows(), k = row_.k;
+    for_parts(row_.P * rows * k, tmp, parallel, [&](u64, u64, u64 begin, u64 end, u8* own) {
+      const auto place = [&](u64 u) {
+        return ((u / (rows * k) * k + u % k) * rows + u / k % rows) * plan.subtree_stride();
+      };
+      for (u64 u = begin, count; u < end; u += count) {
+        count = std::min(k - u % k, end - u);
+        const s64 ahead = u + count < end ? static_cast<s64>(place(u + count) - place(u + count - 1)) : 0;
+        body(plan.modulus[u / (rows * k)],
+             ResidueSubtrees{plan.columns(), (plan.first_node() << plan.levels()) + u / k % rows, count,
+                             plan.sequence_stride(), ahead, own},
+             place(u));
+      }
     });
   }
 
   const ResidueKernels& kernels_;
   ResidueRow row_;
   const ResidueTables* tables_;
-  u64 tasks_;  ///< of the first and last stage, at most
+  u64 tasks_;  ///< at most
 };
 
 void check_length(const ResidueRow& row, u64 words) {
@@ -171,7 +179,8 @@ class ResidueParameters final : public Parameters {
     check_length(run_.row(), len);
     const ResiduePlan plan = run_.plan(ResidueForm::kPlain);
     // G is only read.
-    run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(const_cast<void*>(G)), false, parallel);
+    run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(const_cast<void*>(G)), false, tmp,
+                  parallel);
     run_.finish(plan, static_cast<double*>(F), {T, skip, len}, tmp, parallel);
   }
   void forward_cyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const override {
@@ -210,7 +219,8 @@ class ResidueParameters final : public Parameters {
   bool wrapped_product(ResidueForm form, void* F, const void* G, u32* T, void* tmp,
                        ParallelContext parallel) const {
     const ResiduePlan plan = run_.plan(form);
-    run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(const_cast<void*>(G)), false, parallel);
+    run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(const_cast<void*>(G)), false, tmp,
+                  parallel);
     return run_.finish(plan, static_cast<double*>(F), {T, 0, cyclic_words_}, tmp, parallel);
   }
   bool raw_product(ResidueForm form, void* F, void* G, ResidueOperand a, ResidueOperand b, u32* T, void* tmp,
@@ -219,7 +229,7 @@ class ResidueParameters final : public Parameters {
     const ResiduePlan plan = run_.plan(form);
     run_.start(plan, static_cast<double*>(F), a, tmp, parallel);
     if (G != F) run_.start(plan, static_cast<double*>(G), b, tmp, parallel);
-    run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(G), true, parallel);
+    run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(G), true, tmp, parallel);
     return run_.finish(plan, static_cast<double*>(F), {T, 0, cyclic_words_}, tmp, parallel);
   }
 
@@ -267,12 +277,12 @@ class ResidueAlgorithm final : public ProductAlgorithm {
     const ResidueRun run(row, find_tables(ctx.tables), ctx.parallel.tds);
     const ResiduePlan plan = run.plan(ResidueForm::kPlain);
     LinearHeapBuffer scratch = ctx.scratch;
-    double* F = scratch.cut<double>(row.P * row.points());
-    double* G = B ? scratch.cut<double>(row.P * row.points()) : F;
+    double* F = scratch.cut<double>(residue_doubles(row));
+    double* G = B ? scratch.cut<double>(residue_doubles(row)) : F;
     void* tmp = scratch.cut<u8>(run.scratch_bytes());
     run.start(plan, F, operand(A, AL), tmp, ctx.parallel);
     if (B) run.start(plan, G, operand(B, BL), tmp, ctx.parallel);
-    run.multiply(plan, F, G, true, ctx.parallel);
+    run.multiply(plan, F, G, true, tmp, ctx.parallel);
     run.finish(plan, F, {T, skip, len}, tmp, ctx.parallel);
   }
 };

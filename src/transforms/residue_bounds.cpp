@@ -23,9 +23,32 @@ double forward_levels(double bound, u32 levels) {
   return bound;
 }
 
-// One pass over 2^levels rows within `bound`, step by step; returns the largest result and raises `largest`.
-double inverse_pass(double bound, u32 levels, double& largest) {
-  std::array<double, 16> row;
+using Rows = std::array<double, 16>;
+double largest_of(const Rows& rows, u32 levels) {
+  return *std::max_element(rows.begin(), rows.begin() + (1u << levels));
+}
+
+// One pass at the root over 2^levels rows within `bound`, step by step; returns the largest result and raises
+// `largest`.
+double forward_root_pass(double bound, u32 levels, double& largest) {
+  Rows row;
+  row.fill(bound);
+  const u32 rows = 1u << levels;
+  for (u32 half = rows / 2; half; half /= 2)
+    for (u32 j = 0; j < rows; ++j)
+      if (!(j & half)) {
+        const double sum = row[j] + (j < half ? row[j + half] : residue_product_bound(row[j + half]));
+        row[j] = row[j + half] = sum;
+        largest = std::max(largest, sum);
+      }
+  for (u32 j = 0; j < rows; ++j)
+    if (residue_forward_reduces(levels, j)) row[j] = kReduced;
+  return largest_of(row, levels);
+}
+
+// The same on the way back, at the root or elsewhere.
+double inverse_pass(double bound, u32 levels, bool at_root, double& largest) {
+  Rows row;
   row.fill(bound);
   const u32 rows = 1u << levels;
   for (u32 s = 0; s < levels; ++s)
@@ -33,10 +56,12 @@ double inverse_pass(double bound, u32 levels, double& largest) {
       if (const u32 other = j | 1u << s; other != j) {
         const double sum = row[j] + row[other];
         largest = std::max(largest, sum);
-        row[j] = residue_inverse_reduces(levels, s, j) ? kReduced : sum;
-        row[other] = residue_inverse_reduces(levels, s, other) ? kReduced : residue_product_bound(sum);
+        row[j] = residue_inverse_reduces(levels, s, j, at_root) ? kReduced : sum;
+        row[other] = residue_inverse_reduces(levels, s, other, at_root) ? kReduced
+                     : at_root && j >> s == 0                           ? sum
+                                                                        : residue_product_bound(sum);
       }
-  return *std::max_element(row.begin(), row.begin() + rows);
+  return largest_of(row, levels);
 }
 
 // Of an inverse transform of k 2^n points.
@@ -45,11 +70,14 @@ double inverse_bound(u32 n, u32 k) {
   const u32 stage = residue_stage_levels(n);
   u32 memory = 0, block = n - stage;
   for (; block > kResidueBlockLevels; ++memory) block -= residue_memory_levels(u64{1} << block);
-  for (block -= 3; block >= 2; block -= 2) bound = inverse_pass(bound, 2, largest);
-  if (block) bound = inverse_pass(bound, 1, largest);
+  for (block -= 3; block >= 3; block -= 3) bound = inverse_pass(bound, 3, false, largest);
+  if (block) bound = inverse_pass(bound, block, false, largest);
   // Passes of other lengths follow in any order; each is taken as often as it could be.
   for (u32 levels = 1; levels <= 4; ++levels)
-    for (u32 i = 0; i < memory + 2; ++i) bound = std::max(bound, inverse_pass(bound, levels, largest));
+    for (u32 i = 0; i < memory + 2; ++i) bound = std::max(bound, inverse_pass(bound, levels, false, largest));
+  if (stage) bound = std::max(bound, inverse_pass(bound, residue_upper_levels(stage), true, largest));
+  largest = std::max(largest, bound);
+  if (residue_odd_reduces(k)) bound = kReduced;
   return std::max({largest, residue_odd_operand(bound, k),
                    bound + (k - 1) * residue_product_bound(residue_odd_operand(bound, k))});
 }
@@ -66,14 +94,19 @@ double residue_odd_operand(double bound, u32 k) { return k == 1 ? 0 : k == 5 ? 4
 double residue_forward_bound(u32 n) {
   // The stage, then passes in memory that reduce their lower rows, then the block.
   const u32 stage = residue_stage_levels(n);
-  double bound = forward_levels(kReduced, stage);
+  double bound = kReduced, largest = 0;
+  if (stage) {
+    const u32 upper = residue_upper_levels(stage);
+    bound = std::max(forward_levels(bound, upper), forward_root_pass(bound, upper, largest));
+    bound = forward_levels(bound, stage - upper);
+  }
   u32 left = n - stage;
   while (left > kResidueBlockLevels) {
     const u32 levels = residue_memory_levels(u64{1} << left);
     bound = forward_levels(kReduced + residue_product_bound(bound), levels - 1);
     left -= levels;
   }
-  return forward_levels(bound, left - 3);
+  return std::max(largest, forward_levels(bound, left - 3));
 }
 
 double residue_inverse_bound(u32 n, u32 k) {

@@ -1,8 +1,9 @@
 // The vector kernels of the residue transforms, one table a target, and the plan they read.
 //
-// Points of prime i stand at F + i * points, as k sequences of M = 2^n doubles. Sequence j holds the
-// polynomial modulo x^M - 1 that Good and Thomas' map gives it, so all k share one twiddle table. A node of
-// the transform is a polynomial modulo x^m - t; node j splits by the square root s[j] of t into 2 j (x^(m/2)
+// A transform is k sequences of M = 2^n doubles a prime, one after the other, each cut into subtrees with
+// gaps between them (residue_shape.h). Sequence j holds the polynomial modulo x^M - 1 that Good and Thomas'
+// map gives it, so all k share one twiddle table. A node of the transform is a polynomial modulo x^m - t;
+// node j splits by the square root s[j] of t into 2 j (x^(m/2)
 // - s) and 2 j + 1 (x^(m/2) + s). Transforms end at polynomials of eight terms, which are multiplied as such.
 #pragma once
 
@@ -37,6 +38,9 @@ struct ResiduePlan {
   u32 levels() const { return residue_stage_levels(row.n); }
   u64 rows() const { return u64{1} << levels(); }
   u64 columns() const { return length() >> levels(); }
+  /// Doubles from a subtree, or a sequence, to the next.
+  u64 subtree_stride() const { return residue_subtree_stride(row); }
+  u64 sequence_stride() const { return rows() * subtree_stride(); }
   /// Columns of a tile: all sequences of a tile stay in L2, those of one sequence in L1 where k allows.
   u64 tile_columns() const { return residue_tile_columns(row); }
 };
@@ -47,15 +51,23 @@ struct ResidueOperand {
   u64 bytes;
 };
 
+/// The same subtree of sequences of a prime, one `apart` doubles after the other.
+struct ResidueSubtrees {
+  u64 points, node;
+  u64 count, apart;
+  s64 ahead;    ///< from the last one to what comes next, 0 at the end
+  void* roots;  ///< room for residue_roots_bytes() of a shape, aligned to 64 bytes
+};
+
 struct ResidueKernels {
   const char* name;
   /// Words to residues, the odd factor, and the first levels() of columns [begin, end) (multiples of 8) of
   /// every sequence of every prime. `tile` holds residue_tile_bytes().
   void (*first_stage)(const ResiduePlan&, double* F, ResidueOperand a, u64 begin, u64 end, double* tile);
-  /// A subtree of m points at node `node`: forward.
-  void (*forward)(const ResidueModulus&, double* x, u64 m, u64 node);
+  /// Subtrees of x forward.
+  void (*forward)(const ResidueModulus&, const ResidueSubtrees&, double* x);
   /// Forward of both when `raw`, product, inverse; g, which may be x, is changed only when `raw`.
-  void (*multiply)(const ResidueModulus&, double* x, double* g, u64 m, u64 node, bool raw);
+  void (*multiply)(const ResidueModulus&, const ResidueSubtrees&, double* x, double* g, bool raw);
   /// The last levels of columns [begin, end), the odd factor's inverse, scale and join: the points of row j
   /// of the columns of output t, from t M + j columns() + begin on, go to run (t rows() + j) of every
   /// `stride`-th. F is destroyed.

@@ -29,44 +29,53 @@ ResidueFactor inverse_root(const ResidueModulus& modulus, u64 node) {
   return {-f.w, -f.ratio};
 }
 
-// The roots that a subtree of up to kBlockPoints needs, or their inverses: that of descendant b, l levels
-// below its node, at 2^l + b.
-struct BlockRoots {
-  alignas(64) double w[kResidueLowRoots + L], ratio[kResidueLowRoots + L];
+// The roots, or their inverses, of the first levels below a node: that of descendant b, l levels below, at
+// 2^l + b. Size: 2^levels, at most kResidueLowRoots.
+template <u64 Size>
+struct Roots {
+  alignas(64) double w[Size + 8], ratio[Size + 8];
 
-  void fill(const ResidueModulus& modulus, u64 m, u64 node, bool inverse) {
+  RESIDUE_INLINE void fill(const ResidueModulus& modulus, u32 levels, u64 node, bool inverse) {
     const Mod mod(modulus);
-    const ResidueRoots& roots = modulus.roots;
-    const double* below = inverse ? roots.low_inverse_w : roots.low_w;
-    for (u64 l = 0; m >> l > 8; ++l) {
-      const ResidueFactor head = inverse ? inverse_root(modulus, node << l) : root(modulus, node << l);
+    const double* table = inverse ? modulus.roots.low_inverse_w : modulus.roots.low_w;
+    for (u32 l = 0; l < levels; ++l) {
+      const u64 first = node << l, count = u64{1} << l;
+      const bool whole = first >= kResidueLowRoots;  // s[first + b] = s[first] s[b]
+      const double* low = whole ? table : table + first;
+      const ResidueFactor head = !whole    ? ResidueFactor{}
+                                 : inverse ? inverse_root(modulus, first)
+                                           : root(modulus, first);
       // A vector may end beyond its level: the next level comes later.
-      for (u64 b = 0; b < u64{1} << l; b += L) {
-        const F64 v = mod.times(F64::load(below + b), head);
-        v.store(w + (u64{1} << l) + b);
-        (v * mod.inverse).store(ratio + (u64{1} << l) + b);
+      for (u64 b = 0; b < count; b += L) {
+        F64 v = F64::load(low + b);
+        if (whole) v = mod.times(v, head);
+        v.store(w + count + b);
+        (v * mod.inverse).store(ratio + count + b);
       }
     }
   }
-  // Factors of a pass of `levels` levels from descendant j, `depth` levels below.
+  RESIDUE_INLINE ResidueFactor operator[](u64 i) const { return {w[i], ratio[i]}; }
+  // Those of a pass from descendant j of the level of `nodes` nodes.
   template <u32 Levels>
-  RESIDUE_INLINE void pass(ResidueFactor (&f)[1u << Levels], u64 depth, u64 j) const {
+  RESIDUE_INLINE std::array<ResidueFactor, 1u << Levels> pass(u64 nodes, u64 j) const {
+    std::array<ResidueFactor, 1u << Levels> f;
     for (u32 l = 0; l < Levels; ++l)
-      for (u32 b = 0; b < (1u << l); ++b) {
-        const u64 at = (u64{1} << (depth + l)) + (j << l) + b;
-        f[(1u << l) + b] = {w[at], ratio[at]};
-      }
+      for (u32 b = 0; b < (1u << l); ++b) f[(1u << l) + b] = (*this)[((nodes + j) << l) + b];
+    return f;
   }
 };
 
+// Of a subtree of up to kBlockPoints, down to eight points.
+using BlockRoots = Roots<kResidueLowRoots>;
+static_assert(kBlockPoints / 8 == kResidueLowRoots && sizeof(BlockRoots) == kResidueBlockRootsBytes);
+
+// Of one pass.
 template <u32 Levels>
-void pass_roots(const ResidueModulus& modulus, u64 node, bool inverse, ResidueFactor (&f)[1u << Levels]) {
-  for (u32 l = 0; l < Levels; ++l)
-    for (u32 b = 0; b < (1u << l); ++b) {
-      const u64 at = (node << l) + b;
-      f[(1u << l) + b] = inverse ? inverse_root(modulus, at) : root(modulus, at);
-    }
-}
+struct PassRoots : Roots<1u << Levels> {
+  PassRoots(const ResidueModulus& modulus, u64 node, bool inverse) {
+    this->fill(modulus, Levels, node, inverse);
+  }
+};
 
 // Passes ----------------------------------------------------------------------------------------------------
 
@@ -78,12 +87,13 @@ struct Rows {
 };
 
 // Levels of 2^Levels rows, all in registers, `count` columns. kReduce: the lower rows are reduced first;
-// kHalf: the upper rows are zeros and not read.
+// kHalf: the upper rows are zeros and not read. AtRoot: of x^M - 1, where the factors of leftmost nodes
+// are 1.
 enum class Start { kPlain, kReduce, kHalf };
 
-template <u32 Levels, Start start>
+template <u32 Levels, Start start, bool AtRoot = false, class Factors>
 RESIDUE_INLINE void forward_pass(const Mod& mod, Rows<const double> from, Rows<double> to, u64 count,
-                                 const ResidueFactor (&f)[1u << Levels]) {
+                                 const Factors& f) {
   constexpr u32 R = 1u << Levels;
   for (u64 i = 0; i < count; i += L) {
     F64 v[R];
@@ -102,20 +112,22 @@ RESIDUE_INLINE void forward_pass(const Mod& mod, Rows<const double> from, Rows<d
         for (u32 j = 0; j < half; ++j) {
           F64& lo = v[2 * b * half + j];
           F64& hi = v[(2 * b + 1) * half + j];
-          const F64 t = mod.times(hi, f[(1u << l) + b]);
+          const F64 t = AtRoot && b == 0 ? hi : mod.times(hi, f[(1u << l) + b]);
           hi = lo - t;
           lo = lo + t;
         }
       }
     }
 #pragma GCC unroll 16
-    for (u32 j = 0; j < R; ++j) v[j].store(to.data + i + j * to.stride);
+    for (u32 j = 0; j < R; ++j)
+      (AtRoot && residue_forward_reduces(Levels, j) ? mod.reduce(v[j]) : v[j])
+          .store(to.data + i + j * to.stride);
   }
 }
 
-template <u32 Levels>
+template <u32 Levels, bool AtRoot = false, class Factors>
 RESIDUE_INLINE void inverse_pass(const Mod& mod, Rows<const double> from, Rows<double> to, u64 count,
-                                 const ResidueFactor (&f)[1u << Levels]) {
+                                 const Factors& f) {
   constexpr u32 R = 1u << Levels;
   for (u64 i = 0; i < count; i += L) {
     F64 v[R];
@@ -133,12 +145,12 @@ RESIDUE_INLINE void inverse_pass(const Mod& mod, Rows<const double> from, Rows<d
           F64& hi = v[(2 * b + 1) * half + j];
           const F64 t = lo - hi;
           lo = lo + hi;
-          hi = mod.times(t, f[(1u << l) + b]);
+          hi = AtRoot && b == 0 ? t : mod.times(t, f[(1u << l) + b]);
         }
       }
 #pragma GCC unroll 16
       for (u32 j = 0; j < R; ++j)
-        if (residue_inverse_reduces(Levels, s, j)) v[j] = mod.reduce(v[j]);
+        if (residue_inverse_reduces(Levels, s, j, AtRoot)) v[j] = mod.reduce(v[j]);
     }
 #pragma GCC unroll 16
     for (u32 j = 0; j < R; ++j) v[j].store(to.data + i + j * to.stride);
@@ -148,15 +160,13 @@ RESIDUE_INLINE void inverse_pass(const Mod& mod, Rows<const double> from, Rows<d
 // Passes over a range of memory that is its own rows.
 template <u32 Levels, Start start>
 void forward_in_place(const ResidueModulus& modulus, double* x, u64 m, u64 node) {
-  ResidueFactor f[1u << Levels];
-  pass_roots<Levels>(modulus, node, false, f);
+  const PassRoots<Levels> f(modulus, node, false);
   const u64 q = m >> Levels;
   forward_pass<Levels, start>(Mod(modulus), {x, q}, {x, q}, q, f);
 }
 template <u32 Levels>
 void inverse_in_place(const ResidueModulus& modulus, double* x, u64 m, u64 node) {
-  ResidueFactor f[1u << Levels];
-  pass_roots<Levels>(modulus, node, true, f);
+  const PassRoots<Levels> f(modulus, node, true);
   const u64 q = m >> Levels;
   inverse_pass<Levels>(Mod(modulus), {x, q}, {x, q}, q, f);
 }
@@ -176,42 +186,63 @@ RESIDUE_INLINE void with_levels(u32 levels, Body&& body) {
   }
 }
 
-// Blocks ----------------------------------------------------------------------------------------------------
+// Rows of cache lines on their way while others are worked on: they stand too far apart for the processor to
+// foresee them.
+template <int Write>
+RESIDUE_INLINE void fetch_rows(const double* x, u64 stride, u64 rows, u64 width) {
+  for (u64 j = 0; j < rows; ++j)
+    for (u64 i = 0; i < width; i += 8) __builtin_prefetch(x + j * stride + i, Write, 2);
+}
 
-// A block's levels, down to eight points.
-void forward_block(const Mod& mod, const BlockRoots& roots, double* x, u64 points) {
-  u64 depth = 0, m = points;
-  if ((63 - __builtin_clzll(m)) % 2 == 0) {
-    ResidueFactor f[2];
-    roots.pass<1>(f, 0, 0);
-    forward_pass<1, Start::kPlain>(mod, {x, m / 2}, {x, m / 2}, m / 2, f);
-    m /= 2;
-    depth = 1;
+/// Calls body with a choice as a constant.
+template <class Body>
+RESIDUE_INLINE void with_choice(bool choice, Body&& body) {
+  if (choice)
+    body(std::true_type());
+  else
+    body(std::false_type());
+}
+
+// Blocks ----------------------------------------------------------------------------------------------------
+//
+// Down to tiles of 64 points, eight polynomials of eight terms each, whose last three levels go in registers.
+
+constexpr u64 kTilePoints = 64;
+
+// A pass over all nodes of m points of a block.
+template <u32 Levels>
+RESIDUE_INLINE void forward_nodes(const Mod& mod, const BlockRoots& roots, double* x, u64 points, u64 m) {
+  const u64 q = m >> Levels;
+  for (u64 j = 0; j < points / m; ++j) {
+    double* const node = x + j * m;
+    forward_pass<Levels, Start::kPlain>(mod, {node, q}, {node, q}, q, roots.pass<Levels>(points / m, j));
   }
-  for (; m > 8; m /= 4, depth += 2)
-    for (u64 j = 0; j < points / m; ++j) {
-      ResidueFactor f[4];
-      roots.pass<2>(f, depth, j);
-      forward_pass<2, Start::kPlain>(mod, {x + j * m, m / 4}, {x + j * m, m / 4}, m / 4, f);
-    }
+}
+template <u32 Levels>
+RESIDUE_INLINE void inverse_nodes(const Mod& mod, const BlockRoots& roots, double* x, u64 points, u64 m) {
+  const u64 q = m >> Levels;
+  for (u64 j = 0; j < points / m; ++j) {
+    double* const node = x + j * m;
+    inverse_pass<Levels>(mod, {node, q}, {node, q}, q, roots.pass<Levels>(points / m, j));
+  }
+}
+
+// To tiles: a shorter pass first, where there is one.
+void forward_block(const Mod& mod, const BlockRoots& roots, double* x, u64 points) {
+  u64 m = points;
+  if (const u32 levels = residue_block_levels(points) % 3) {
+    with_levels(levels, [&](auto n) { forward_nodes<n>(mod, roots, x, points, m); });
+    m >>= levels;
+  }
+  for (; m > kTilePoints; m /= 8) forward_nodes<3>(mod, roots, x, points, m);
 }
 
 void inverse_block(const Mod& mod, const BlockRoots& roots, double* x, u64 points) {
-  const u32 levels = static_cast<u32>(63 - __builtin_clzll(points)) - 3;
-  u64 m = 8, depth = levels;
-  for (; depth >= 2; depth -= 2) {
-    m *= 4;
-    for (u64 j = 0; j < points / m; ++j) {
-      ResidueFactor f[4];
-      roots.pass<2>(f, depth - 2, j);
-      inverse_pass<2>(mod, {x + j * m, m / 4}, {x + j * m, m / 4}, m / 4, f);
-    }
-  }
-  if (depth == 1) {
-    ResidueFactor f[2];
-    roots.pass<1>(f, 0, 0);
-    inverse_pass<1>(mod, {x, points / 2}, {x, points / 2}, points / 2, f);
-  }
+  u64 m = kTilePoints;
+  while (m * 8 <= points) inverse_nodes<3>(mod, roots, x, points, m *= 8);
+  if (m < points)
+    with_levels(residue_block_levels(points) % 3,
+                [&](auto n) { inverse_nodes<n>(mod, roots, x, points, points); });
 }
 
 // L polynomials of eight terms, from rows of memory into one vector a term.
@@ -277,52 +308,78 @@ RESIDUE_INLINE void square_terms(const Mod& mod, F64 t, F64 ratio, const F64 (&a
   }
 }
 
-// Products modulo x^8 - t, t = s[j] and -s[j] of nodes 2 j and 2 j + 1; squares when g is x.
-template <bool Square>
-void product(const Mod& mod, const BlockRoots& roots, double* x, const double* g, u64 m) {
-  const u64 parents = m / 16;  // whose square roots are the t
-  for (u64 j = 0; j < m / 8; j += L) {
-    alignas(64) double w[L], ratio[L];
-    for (u32 i = 0; i < L; ++i) {
-      const u64 at = parents + (j + i) / 2;
-      w[i] = (j + i) % 2 ? -roots.w[at] : roots.w[at];
-      ratio[i] = (j + i) % 2 ? -roots.ratio[at] : roots.ratio[at];
-    }
+// c = a b or, with b null, a^2, of a tile: modulo x^8 - t, t = s[j] and -s[j] of nodes 2 j and 2 j + 1;
+// `parents` are those s[].
+RESIDUE_INLINE void multiply_tile(const Mod& mod, const BlockRoots& roots, u64 parents, const double* x,
+                                  const double* g, double* out) {
+  constexpr double kSigns[9] = {1, -1, 1, -1, 1, -1, 1, -1, 1};
+  for (u32 j = 0; j < 8; j += L) {
+    const F64 sign = F64::load(kSigns + j % 2);
+    const F64 t = F64::load_pairs(roots.w + parents + j / 2) * sign;
+    const F64 ratio = F64::load_pairs(roots.ratio + parents + j / 2) * sign;
     F64 a[8], c[8];
     load_terms(mod, x + 8 * j, a);
-    if constexpr (Square) {
-      square_terms(mod, F64::load(w), F64::load(ratio), a, c);
+    if (g == nullptr) {
+      square_terms(mod, t, ratio, a, c);
     } else {
       F64 b[8];
       load_terms(mod, g + 8 * j, b);
-      multiply_terms(mod, F64::load(w), F64::load(ratio), a, b, c);
+      multiply_terms(mod, t, ratio, a, b, c);
     }
     for (u32 h = 0; h < 8 / L; ++h) {
-      F64 t[L];
-      for (u32 i = 0; i < L; ++i) t[i] = c[h * L + i];
-      transpose(t);
-      for (u32 i = 0; i < L; ++i) t[i].store(x + 8 * (j + i) + h * L);
+      F64 terms[L];
+      for (u32 i = 0; i < L; ++i) terms[i] = c[h * L + i];
+      transpose(terms);
+      for (u32 i = 0; i < L; ++i) terms[i].store(out + 8 * (j + i) + h * L);
     }
+  }
+}
+
+// The tiles of a block: their last levels forward when `raw`, the product, and the first levels back.
+template <bool Square>
+void multiply_tiles(const Mod& mod, const BlockRoots& roots, const BlockRoots& inverses, double* x,
+                    const double* g, u64 points, bool raw, s64 ahead) {
+  const u64 tiles = points / kTilePoints;
+  alignas(64) double a[kTilePoints], b[kTilePoints];
+  for (u64 j = 0; j < tiles; ++j, x += kTilePoints, g += kTilePoints) {
+    const double *left = x, *right = g;
+    fetch_rows<1>(x + ahead, 0, 1, kTilePoints);
+    if (!Square) fetch_rows<0>(g + ahead, 0, 1, kTilePoints);
+    if (raw) {
+      const auto f = roots.pass<3>(tiles, j);
+      forward_pass<3, Start::kPlain>(mod, {x, 8}, {a, 8}, 8, f);
+      if (!Square) forward_pass<3, Start::kPlain>(mod, {g, 8}, {b, 8}, 8, f);
+      left = a, right = b;
+    }
+    multiply_tile(mod, roots, 4 * (tiles + j), left, Square ? nullptr : right, a);
+    inverse_pass<3>(mod, {a, 8}, {x, 8}, 8, inverses.pass<3>(tiles, j));
   }
 }
 
 // Subtrees --------------------------------------------------------------------------------------------------
+//
+// The same subtree of several sequences goes through one after the other; the first one makes the roots of
+// its blocks, two a block, for all.
 
-void forward(const ResidueModulus& modulus, double* x, u64 m, u64 node) {
+void forward_subtree(const ResidueModulus& modulus, double* x, u64 m, u64 node, BlockRoots* roots,
+                     bool fresh) {
   if (m > kBlockPoints) {
     const u32 levels = residue_memory_levels(m);
     with_levels(levels, [&](auto n) { forward_in_place<n, Start::kReduce>(modulus, x, m, node); });
     for (u64 j = 0; j < u64{1} << levels; ++j)
-      forward(modulus, x + j * (m >> levels), m >> levels, (node << levels) + j);
+      forward_subtree(modulus, x + j * (m >> levels), m >> levels, (node << levels) + j,
+                      roots + j * residue_block_roots(m >> levels), fresh);
     return;
   }
-  BlockRoots roots;
-  roots.fill(modulus, m, node, false);
-  forward_block(Mod(modulus), roots, x, m);
+  const Mod mod(modulus);
+  if (fresh) roots->fill(modulus, residue_block_levels(m) + 3, node, false);
+  forward_block(mod, *roots, x, m);
+  forward_nodes<3>(mod, *roots, x, m, kTilePoints);
 }
 
 // Both go down together, to blocks that are transformed, multiplied and brought back while they are in cache.
-void multiply(const ResidueModulus& modulus, double* x, double* g, u64 m, u64 node, bool raw) {
+void multiply_subtree(const ResidueModulus& modulus, double* x, double* g, u64 m, u64 node, bool raw,
+                      BlockRoots* roots, bool fresh, s64 ahead) {
   if (m > kBlockPoints) {
     const u32 levels = residue_memory_levels(m);
     with_levels(levels, [&](auto n) {
@@ -331,22 +388,96 @@ void multiply(const ResidueModulus& modulus, double* x, double* g, u64 m, u64 no
     });
     for (u64 j = 0; j < u64{1} << levels; ++j) {
       const u64 at = j * (m >> levels);
-      multiply(modulus, x + at, g + at, m >> levels, (node << levels) + j, raw);
+      multiply_subtree(modulus, x + at, g + at, m >> levels, (node << levels) + j, raw,
+                       roots + j * residue_block_roots(m >> levels), fresh, ahead);
     }
     with_levels(levels, [&](auto n) { inverse_in_place<n>(modulus, x, m, node); });
     return;
   }
   const Mod mod(modulus);
-  BlockRoots roots;
-  roots.fill(modulus, m, node, false);
-  if (raw) forward_block(mod, roots, x, m);
-  if (raw && g != x) forward_block(mod, roots, g, m);
+  if (fresh) {
+    roots[0].fill(modulus, residue_block_levels(m) + 3, node, false);
+    roots[1].fill(modulus, residue_block_levels(m) + 3, node, true);
+  }
+  if (raw) forward_block(mod, roots[0], x, m);
+  if (raw && g != x) forward_block(mod, roots[0], g, m);
   if (g == x)
-    product<true>(mod, roots, x, x, m);
+    multiply_tiles<true>(mod, roots[0], roots[1], x, x, m, raw, ahead);
   else
-    product<false>(mod, roots, x, g, m);
-  roots.fill(modulus, m, node, true);
-  inverse_block(mod, roots, x, m);
+    multiply_tiles<false>(mod, roots[0], roots[1], x, g, m, raw, ahead);
+  inverse_block(mod, roots[1], x, m);
+}
+
+void forward(const ResidueModulus& modulus, const ResidueSubtrees& subtrees, double* x) {
+  BlockRoots* roots = static_cast<BlockRoots*>(subtrees.roots);
+  for (u64 j = 0; j < subtrees.count; ++j)
+    forward_subtree(modulus, x + j * subtrees.apart, subtrees.points, subtrees.node, roots, j == 0);
+}
+
+void multiply(const ResidueModulus& modulus, const ResidueSubtrees& subtrees, double* x, double* g,
+              bool raw) {
+  BlockRoots* roots = static_cast<BlockRoots*>(subtrees.roots);
+  for (u64 j = 0; j < subtrees.count; ++j)
+    multiply_subtree(modulus, x + j * subtrees.apart, g + j * subtrees.apart, subtrees.points, subtrees.node,
+                     raw, roots, j == 0,
+                     j + 1 < subtrees.count ? static_cast<s64>(subtrees.apart) : subtrees.ahead);
+}
+
+// Rows that are the subtrees of a node
+// -------------------------------------------------------------------------
+
+// Down 2^levels rows, in place and then to others; `half`: the upper rows are zeros and not read.
+void forward_rows(const ResidueModulus& modulus, u64 node, u32 levels, Rows<double> x, Rows<double> to,
+                  u64 width, bool half) {
+  const Mod mod(modulus);
+  const u32 upper = residue_upper_levels(levels), lower = levels - upper;
+  const u64 group = u64{1} << lower;  // rows a subtree of the upper levels
+  with_levels(upper, [&](auto n) {
+    const PassRoots<n> f(modulus, node, false);
+    with_choice(node == 0, [&](auto root) {
+      for (u64 j = 0; j < group; ++j) {
+        const Rows<const double> from{x.data + j * x.stride, group * x.stride};
+        const Rows<double> into = lower ? Rows<double>{x.data + j * x.stride, group * x.stride} : to;
+        if (half)
+          forward_pass<n, Start::kHalf, root>(mod, from, into, width, f);
+        else
+          forward_pass<n, Start::kPlain, root>(mod, from, into, width, f);
+      }
+    });
+  });
+  if (lower == 0) return;
+  with_levels(lower, [&](auto n) {
+    for (u64 b = 0; b < u64{1} << upper; ++b) {
+      const PassRoots<n> f(modulus, (node << upper) + b, false);
+      forward_pass<n, Start::kPlain>(mod, {x.data + b * group * x.stride, x.stride},
+                                     {to.data + b * group * to.stride, to.stride}, width, f);
+    }
+  });
+}
+
+// And back: from others, and then in place.
+void inverse_rows(const ResidueModulus& modulus, u64 node, u32 levels, Rows<const double> from,
+                  Rows<double> x, u64 width) {
+  const Mod mod(modulus);
+  const u32 upper = residue_upper_levels(levels), lower = levels - upper;
+  const u64 group = u64{1} << lower;
+  if (lower)
+    with_levels(lower, [&](auto n) {
+      for (u64 b = 0; b < u64{1} << upper; ++b) {
+        const PassRoots<n> f(modulus, (node << upper) + b, true);
+        inverse_pass<n>(mod, {from.data + b * group * from.stride, from.stride},
+                        {x.data + b * group * x.stride, x.stride}, width, f);
+      }
+    });
+  with_levels(upper, [&](auto n) {
+    const PassRoots<n> f(modulus, node, true);
+    with_choice(node == 0, [&](auto root) {
+      for (u64 j = 0; j < group; ++j) {
+        const Rows<double> into{x.data + j * x.stride, group * x.stride};
+        inverse_pass<n, root>(mod, lower ? Rows<const double>{into.data, into.stride} : from, into, width, f);
+      }
+    });
+  });
 }
 
 // Split -----------------------------------------------------------------------------------------------------
@@ -395,46 +526,41 @@ u64 filled_rows(const ResiduePlan& plan, ResidueOperand a, u64 c) {
   return filled < rows ? filled : rows;
 }
 
+constexpr u64 kRowsAhead = 4;
+
+// The operand's bytes of `width` points of each sequence from position i on.
+template <u32 K>
+RESIDUE_INLINE void fetch_points(const ResiduePlan& plan, ResidueOperand a, u64 i, u64 width) {
+  const u64 bytes = 3 * (u64{plan.row.P} - 1), M = plan.length();
+  for (u32 t = 0; t < K; ++t) {
+    const u64 begin = (i + t * M) * bytes, end = begin + width * bytes;
+    for (u64 at = begin; at < end && at < a.bytes; at += 64) __builtin_prefetch(a.data + at, 0, 2);
+  }
+}
+
 // Split and the first levels: tiles of columns, every sequence of every prime, go from words to F.
 template <u32 K>
 void first_stage_of(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin, u64 end, double* tile) {
   const u32 sequences = plan.row.P * K;
   const u64 M = plan.length(), q = plan.columns(), rows = plan.rows(), C = plan.tile_columns();
+  const u64 apart = plan.subtree_stride(), sequence = plan.sequence_stride();
   const OddFactor<K> odd(plan.row.n);
   if (rows == 1) return split_points(plan, odd, a, begin, end - begin, F + begin, M);
-  const u32 levels = plan.levels(), upper = (levels + 1) / 2, lower = levels - upper;
-  const u64 node = plan.first_node();
   for (u64 c = begin; c < end; c += C) {
     const u64 width = end - c < C ? end - c : C, filled = filled_rows(plan, a, c);
     const bool half = filled <= rows / 2;
-    for (u64 j = 0; j < filled; ++j) split_points(plan, odd, a, j * q + c, width, tile + j * C, rows * C);
+    for (u64 j = 0; j < filled; ++j) {
+      fetch_points<K>(plan, a, (j + kRowsAhead) * q + c, width);
+      split_points(plan, odd, a, j * q + c, width, tile + j * C, rows * C);
+    }
+    fetch_rows<1>(F + c, apart, rows, width);
     for (u32 s = 0; s < sequences; ++s) {
       double* x = tile + s * rows * C;
-      double* y = F + s * M + c;
+      double* y = F + s * sequence + c;
       const ResidueModulus& modulus = plan.modulus[s / K];
+      if (s + 1 < sequences) fetch_rows<1>(y + sequence, apart, rows, width);
       for (u64 j = filled; j < (half ? rows / 2 : rows); ++j) __builtin_memset(x + j * C, 0, 8 * C);
-      const u64 group = rows >> upper;  // rows a subtree of the upper levels
-      with_levels(upper, [&](auto n) {
-        ResidueFactor f[1u << n];
-        pass_roots<n>(modulus, node, false, f);
-        for (u64 j = 0; j < group; ++j) {
-          double* row = x + j * C;
-          const Rows<double> to = lower ? Rows<double>{row, group * C} : Rows<double>{y, q};
-          if (half)
-            forward_pass<n, Start::kHalf>(Mod(modulus), {row, group * C}, to, width, f);
-          else
-            forward_pass<n, Start::kPlain>(Mod(modulus), {row, group * C}, to, width, f);
-        }
-      });
-      if (lower == 0) continue;
-      with_levels(lower, [&](auto n) {
-        for (u64 b = 0; b < rows / group; ++b) {
-          ResidueFactor f[1u << n];
-          pass_roots<n>(modulus, (node << upper) + b, false, f);
-          forward_pass<n, Start::kPlain>(Mod(modulus), {x + b * group * C, C}, {y + b * group * q, q}, width,
-                                         f);
-        }
-      });
+      forward_rows(modulus, plan.first_node(), plan.levels(), {x, C}, {y, apart}, width, half);
     }
   }
 }
@@ -451,7 +577,10 @@ void join_sequences(const ResiduePlan& plan, const OddFactor<K>& odd, u64 i, u64
     for (u64 h = 0; h < width; h += L) {
       F64 v[K];
 #pragma GCC unroll 7
-      for (u32 j = 0; j < K; ++j) v[j] = F64::load(y + j * stride + h);
+      for (u32 j = 0; j < K; ++j) {
+        v[j] = F64::load(y + j * stride + h);
+        if (residue_odd_reduces(K)) v[j] = mod.reduce(v[j]);
+      }
       odd.inverse(mod, plan.set->dft[r], i + h, v);
 #pragma GCC unroll 7
       for (u32 t = 0; t < K; ++t) (turned && t % 2 ? F64::all(0) - v[t] : v[t]).store(y + t * stride + h);
@@ -470,43 +599,39 @@ void join_row(const ResiduePlan& plan, const OddFactor<K>& odd, u64 i, u64 width
   }
 }
 
+// The words that the next `width` points of a run become.
+RESIDUE_INLINE void fetch_words(const ResiduePlan& plan, const ResidueJoinRun& run, u64 width) {
+  if (2 * run.word < run.window.begin) return;
+  const u32* words = run.window.target + (2 * run.word - run.window.begin);
+  const u64 count = width * plan.row.point_bits() / 32;
+  for (u64 i = 0; i < count && 2 * run.word + i < run.window.end; i += 16)
+    __builtin_prefetch(words + i, 1, 2);
+}
+
 // The last levels, the odd factor and the join: tiles of columns, every sequence of every prime.
 template <u32 K>
 void last_stage_of(const ResiduePlan& plan, double* F, u64 begin, u64 end, double* tile, ResidueJoinRun* runs,
                    u64 stride) {
   const u32 sequences = plan.row.P * K;
   const u64 M = plan.length(), q = plan.columns(), rows = plan.rows(), C = plan.tile_columns();
+  const u64 apart = plan.subtree_stride(), sequence = plan.sequence_stride();
   const OddFactor<K> odd(plan.row.n);
   if (rows == 1) return join_row(plan, odd, begin, end - begin, F + begin, M, runs, stride);
-  const u32 levels = plan.levels(), upper = (levels + 1) / 2, lower = levels - upper;
-  const u64 node = plan.first_node(), group = rows >> upper;
   for (u64 c = begin; c < end; c += C) {
     const u64 width = end - c < C ? end - c : C;
+    fetch_rows<0>(F + c, apart, rows, width);
     for (u32 s = 0; s < sequences; ++s) {
       double* x = tile + s * rows * C;
-      const double* y = F + s * M + c;
+      const double* y = F + s * sequence + c;
       const ResidueModulus& modulus = plan.modulus[s / K];
-      if (lower)
-        with_levels(lower, [&](auto n) {
-          for (u64 b = 0; b < rows / group; ++b) {
-            ResidueFactor f[1u << n];
-            pass_roots<n>(modulus, (node << upper) + b, true, f);
-            inverse_pass<n>(Mod(modulus), {y + b * group * q, q}, {x + b * group * C, C}, width, f);
-          }
-        });
-      with_levels(upper, [&](auto n) {
-        ResidueFactor f[1u << n];
-        pass_roots<n>(modulus, node, true, f);
-        for (u64 j = 0; j < group; ++j) {
-          double* row = x + j * C;
-          const Rows<const double> from =
-              lower ? Rows<const double>{row, group * C} : Rows<const double>{y, q};
-          inverse_pass<n>(Mod(modulus), from, {row, group * C}, width, f);
-        }
-      });
+      if (s + 1 < sequences) fetch_rows<0>(y + sequence, apart, rows, width);
+      inverse_rows(modulus, plan.first_node(), plan.levels(), {y, apart}, {x, C}, width);
     }
-    for (u64 j = 0; j < rows; ++j)
+    for (u64 j = 0; j < rows; ++j) {
+      if (j + kRowsAhead < rows)
+        for (u32 t = 0; t < K; ++t) fetch_words(plan, runs[(t * rows + j + kRowsAhead) * stride], width);
       join_row(plan, odd, j * q + c, width, tile + j * C, rows * C, runs + j * stride, rows * stride);
+    }
   }
 }
 

@@ -5,6 +5,8 @@
 namespace orl {
 namespace {
 
+constexpr u64 kOverread = 8;  // kernels read whole vectors
+
 u64 value_of(const ResiduePrime& prime, double w) {
   return w < 0 ? prime.p - static_cast<u64>(-w) : static_cast<u64>(w);
 }
@@ -16,9 +18,9 @@ u64 next_root(const ResiduePrime& prime, u64 index, double rest) {
 }
 
 ResidueRoots make_low(LinearHeapBuffer& memory, const ResiduePrime& prime) {
-  double* w = memory.cut<double>(kResidueLowRoots);
-  double* ratio = memory.cut<double>(kResidueLowRoots);
-  double* inverse = memory.cut<double>(kResidueLowRoots);
+  double* w = memory.cut<double>(kResidueLowRoots + kOverread);
+  double* ratio = memory.cut<double>(kResidueLowRoots + kOverread);
+  double* inverse = memory.cut<double>(kResidueLowRoots + kOverread);
   for (u64 j = 0; j < kResidueLowRoots; ++j) {
     const u64 value = j ? next_root(prime, j, w[j ^ std::bit_floor(j)]) : 1;
     const ResidueFactor f = prime.factor(value);
@@ -26,11 +28,12 @@ ResidueRoots make_low(LinearHeapBuffer& memory, const ResiduePrime& prime) {
     ratio[j] = f.ratio;
     inverse[j] = prime.factor(prime.inverse(value)).w;
   }
+  for (double* table : {w, ratio, inverse}) std::fill_n(table + kResidueLowRoots, kOverread, 0.0);
   return {w, ratio, inverse, nullptr, 0};
 }
 
 u64 bytes_of(u64 count) {
-  return 3 * LinearHeapBuffer::cut_bytes<double>(kResidueLowRoots) +
+  return 3 * LinearHeapBuffer::cut_bytes<double>(kResidueLowRoots + kOverread) +
          LinearHeapBuffer::cut_bytes<ResidueFactor>(count / kResidueLowRoots);
 }
 

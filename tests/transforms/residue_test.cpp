@@ -107,7 +107,8 @@ TEST(ResidueNesting, SubtreesBeyondACacheHaveSubtreesOfTheirOwn) {
     x[i] = prime.factor(before[i]).w;
     g[i] = i == e;
   }
-  residue_kernels(simd::best_target()).multiply(modulus, x, g, m, 1, true);
+  const GuardedBlock roots(residue_block_roots(m) * kResidueBlockRootsBytes);
+  residue_kernels(simd::best_target()).multiply(modulus, {m, 1, 1, m, 0, roots.buffer().ptr}, x, g, true);
   for (u64 i = 0; i < m; ++i) {
     const u64 scaled = prime.multiply(before[(i + m - e) % m], m / 8);
     const s64 right = static_cast<s64>(i < e ? prime.p - scaled : scaled);
