@@ -1,5 +1,6 @@
 // The check of a validation file.
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <numeric>
 
@@ -143,7 +144,9 @@ std::string read_report(const std::string& path) {
   char block[65536];
   while (text.size() <= kMaxFileBytes && (file.read(block, sizeof block) || file.gcount() != 0))
     text.append(block, static_cast<std::size_t>(file.gcount()));
-  if (text.empty()) console::println("Unable to read \"" + path + "\". Check the path.", 'Y');
+  std::error_code ignored;
+  if (!file.is_open() || std::filesystem::is_directory(path, ignored))
+    console::println("Unable to read \"" + path + "\". Check the path.", 'Y');
   return text;
 }
 

@@ -85,7 +85,8 @@ BasicTextReader::BasicTextReader(const std::string& path, u32 radix)
   constexpr const char* kFunction = "BasicTextReader()";
   alignas(kIoAlignment) char page[kIoAlignment];
   const u64 size = file_.size();
-  const u64 got = file_.load_up_to(page, 0, kIoAlignment);
+  const u64 text_end = size - line_end_bytes(file_, size);
+  const u64 got = std::min(file_.load_up_to(page, 0, kIoAlignment), text_end);
   const std::string_view start(page, std::min(got, kPointSpan));
   const auto point = start.find('.');
   if (point == std::string_view::npos)
@@ -103,7 +104,10 @@ BasicTextReader::BasicTextReader(const std::string& path, u32 radix)
     }
   }
   first_digits_ = start.substr(0, point + 1);
-  total_digits_ = size - line_end_bytes(file_, size) - first_digits_.size();
+  total_digits_ = text_end - first_digits_.size();
+  // 0 would say that the stream has no known end.
+  if (total_digits_ == 0)
+    throw ParseException(kFunction, "There are no digits after the decimal place in this file.");
 }
 
 void BasicTextReader::process_txt(u8* digits, const char* text, u64 count, ParallelContext parallel) {

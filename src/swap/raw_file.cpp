@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <filesystem>
 #include <utility>
 
 #include "frame/console.h"
@@ -84,10 +85,15 @@ void RawFile::open_in_mode() {
     case Mode::kCreate:
       return open(O_RDWR | O_CREAT, "Unable to create file.");
     case Mode::kRead:
-      return open(O_RDONLY, "Unable to open file.");
     case Mode::kReadWrite:
-      return open(O_RDWR, "Unable to open file.");
+      break;
   }
+  // The system opens a folder for reading, and only the first read fails.
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path_, ignored))
+    FileIO::throw_file_error("RawFile::RawFile()", EISDIR, "Unable to open file. A folder has this name.",
+                             path_);
+  open(mode_ == Mode::kRead ? O_RDONLY : O_RDWR, "Unable to open file.");
 }
 
 void RawFile::open(int flags, const char* failure) {

@@ -516,6 +516,10 @@ TEST(TextFile, TellsItsRadixFromItsStart) {
   EXPECT_EQ(opened(std::string(64, '1') + ".5"), no_point);
   EXPECT_EQ(opened("314159"), no_point);
   EXPECT_EQ(opened(""), no_point);
+  EXPECT_EQ(opened("3.14\n"), "10 3. 2") << "a line end closes the file, however short it is";
+  EXPECT_EQ(opened("3.a\r\n\n"), "16 3. 1");
+  EXPECT_EQ(opened("3.\n"), "There are no digits after the decimal place in this file.");
+  EXPECT_EQ(opened("3.14\n15"), "Invalid Digit");
   EXPECT_EQ(opened("3.14x"), "Invalid Digit");
   EXPECT_EQ(opened("3.14F"), "Invalid Digit");
 }

@@ -107,6 +107,9 @@ TEST_F(RawFileTest, TurnsEveryFailedCallIntoAnException) {
   expect_fault([&] { RawFile(path(), RawFile::Mode::kCreate); }, "RawFile::RawFile()",
                "Unable to create file.\n\nAccess Denied", EACCES);
   calls.heal();
+  const std::string folder = std::filesystem::path(path()).parent_path();
+  expect_fault([&] { RawFile(folder, RawFile::Mode::kRead); }, "RawFile::RawFile()",
+               "Unable to open file. A folder has this name.\n\nUnknown C/C++ Error", EISDIR);
   RawFile file = filled();
   const struct {
     FileCall call;
