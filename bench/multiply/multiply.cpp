@@ -24,6 +24,7 @@
 
 #include "multiply/setting.h"
 #include "numbers/algorithm_table.h"
+#include "parallel/push_pool_framework.h"
 #include "parallel/simple_frameworks.h"
 #include "simd/target.h"
 #include "support/measure.h"
@@ -294,8 +295,8 @@ void run(const Options& options) {
   const std::vector<Column> shown = all_columns(options.families);
   const Memory memory(all_columns(""), lengths, options.threads);
   Parallelizer_None none;
-  Parallelizer_Spawn spawn;
-  Parallelizer& parallelizer = options.threads > 1 ? static_cast<Parallelizer&>(spawn) : none;
+  Parallelizer_PushPool pool;
+  Parallelizer& parallelizer = options.threads > 1 ? static_cast<Parallelizer&>(pool) : none;
   const MultiplyContext ctx{{parallelizer, options.threads}, memory.tables, memory.scratch.buffer()};
 
   std::FILE* csv = nullptr;

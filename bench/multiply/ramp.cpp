@@ -15,6 +15,7 @@
 #include "multiply/setting.h"
 #include "numbers/algorithm_table.h"
 #include "numbers/known_answers.h"
+#include "parallel/push_pool_framework.h"
 #include "parallel/simple_frameworks.h"
 #include "support/measure.h"
 #include "transforms/registration.h"
@@ -131,8 +132,8 @@ int main(int argc, char** argv) {
   bench::heading("ramp", simd::target_name(simd::active_target()));
   register_multiplication();
   Parallelizer_None none;
-  Parallelizer_Spawn spawn;
-  const ParallelContext parallel{options.threads > 1 ? static_cast<Parallelizer&>(spawn) : none,
+  Parallelizer_PushPool pool;
+  const ParallelContext parallel{options.threads > 1 ? static_cast<Parallelizer&>(pool) : none,
                                  options.threads};
   std::vector<Point> points = ramp_points(options);
   Products products(points.back().words, options.threads, parallel);

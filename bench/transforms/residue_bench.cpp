@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "parallel/push_pool_framework.h"
 #include "parallel/simple_frameworks.h"
 #include "simd/target.h"
 #include "transforms/hnt.h"
@@ -84,8 +85,8 @@ int main(int argc, char** argv) {
         simd::set_active_target(static_cast<simd::Target>(t));
   const u64 threads = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 1;
   Parallelizer_None none;
-  Parallelizer_Spawn spawn;
-  Parallelizer& parallelizer = threads > 1 ? static_cast<Parallelizer&>(spawn) : none;
+  Parallelizer_PushPool pool;
+  Parallelizer& parallelizer = threads > 1 ? static_cast<Parallelizer&>(pool) : none;
   std::vector<u64> sizes;
   for (int i = 3; i < argc; ++i) sizes.push_back(std::strtoull(argv[i], nullptr, 10));
   if (sizes.empty()) sizes = {10000, 100000, 1000000};
