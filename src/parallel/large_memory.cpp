@@ -86,71 +86,51 @@ FourWords four_pattern_words(u32 i) {
   return FourWords{pattern_word(i), pattern_word(i + 1), pattern_word(i + 2), pattern_word(i + 3)};
 }
 
-/// The aligned words of a block.
-struct PatternWords {
-  char* begin;
-  u64 count;
-};
+u64 bytes_above_word(const char* place) { return reinterpret_cast<std::uintptr_t>(place) % 4; }
 
-// Marks the ends of a block of at least one byte.
-PatternWords mark_ends(void* address, u64 length_bytes) {
-  char* const begin = static_cast<char*>(address);
-  char* const end = begin + length_bytes;
-  begin[0] = '{';
-  end[-1] = '@';
-  const std::uintptr_t first_word = (reinterpret_cast<std::uintptr_t>(begin) + 3) & ~std::uintptr_t{3};
-  const std::uintptr_t last_end = reinterpret_cast<std::uintptr_t>(end) & ~std::uintptr_t{3};
-  const u64 count = last_end <= first_word ? 0 : (last_end - first_word) / 4;
-  return {begin + (first_word - reinterpret_cast<std::uintptr_t>(begin)), count};
-}
-
-// Words [first, last) of the pattern.
-void write_pattern(PatternWords words, u64 first, u64 last) {
-  const u32 start = static_cast<u32>(first);
-  FourWords value = four_pattern_words(start);
-  FourWords step = four_pattern_words(start + 4) - value;
-  const FourWords step_growth = four_pattern_words(start + 8) - four_pattern_words(start + 4) - step;
-  u64 i = first;
-  for (; i + 4 <= last; i += 4) {
-    std::memcpy(words.begin + 4 * i, &value, sizeof value);
+// The part [from, to) of the pattern of [begin, end), which is not empty. A bound that is not the pattern's
+// own stands between two words.
+void write_pattern(char* begin, char* end, char* from, char* to) {
+  if (from == begin) *begin = '{';
+  if (to == end) end[-1] = '@';
+  char* const first_word = begin + (4 - bytes_above_word(begin)) % 4;
+  from = std::max(from, first_word);
+  to -= bytes_above_word(to);
+  if (to <= from) return;
+  const u32 i = static_cast<u32>((from - first_word) / 4);
+  FourWords value = four_pattern_words(i);
+  FourWords step = four_pattern_words(i + 4) - value;
+  const FourWords step_growth = four_pattern_words(i + 8) - four_pattern_words(i + 4) - step;
+  for (; to - from >= 16; from += 16) {
+    std::memcpy(from, &value, sizeof value);
     value += step;
     step += step_growth;
   }
-  std::memcpy(words.begin + 4 * i, &value, 4 * (last - i));
+  std::memcpy(from, &value, static_cast<u64>(to - from));
 }
 
 }  // namespace
 
-void touch_memory(void* address, u64 length_bytes) {
-  if (length_bytes == 0) return;
-  const PatternWords words = mark_ends(address, length_bytes);
-  write_pattern(words, 0, words.count);
+void touch_part(void* address, u64 length_bytes, u64 tds, u64 begin, u64 end) {
+  if (begin == end) return;
+  char* const block = static_cast<char*>(address);
+  const u64 pieces = std::max<u64>(tds / 4, 1);
+  const u64 piece_bytes = (length_bytes + pieces - 1) / pieces;
+  for (u64 piece = begin / piece_bytes * piece_bytes; piece < end; piece += piece_bytes) {
+    const u64 piece_end = std::min(piece + piece_bytes, length_bytes);
+    write_pattern(block + piece, block + piece_end, block + std::max(piece, begin),
+                  block + std::min(piece_end, end));
+  }
 }
+
+void touch_memory(void* address, u64 length_bytes) { touch_part(address, length_bytes, 1, 0, length_bytes); }
 
 void touch_memory(void* address, u64 length_bytes, const ParallelContext& parallel) {
-  if (length_bytes == 0) return;
-  const u64 pieces = parallel.tds / 4;
-  if (pieces < 2) {
-    const PatternWords words = mark_ends(address, length_bytes);
-    fork_range(parallel.parallelizer, 0, parallel.tds, [=](u64 k) {
-      write_pattern(words, words.count / parallel.tds * k,
-                    k + 1 < parallel.tds ? words.count / parallel.tds * (k + 1) : words.count);
-    });
-    return;
-  }
-  const u64 piece_bytes = (length_bytes + pieces - 1) / pieces;
-  fork_range(parallel.parallelizer, 0, pieces, [=](u64 k) {
-    const u64 begin = std::min(k * piece_bytes, length_bytes);
-    touch_memory(static_cast<char*>(address) + begin, std::min(piece_bytes, length_bytes - begin));
-  });
-}
-
-void populate(void* address, u64 length_bytes, const ParallelContext& parallel) {
   const u64 pages = (length_bytes + kSmallPageBytes - 1) / kSmallPageBytes;
-  const u64 pieces = std::min(parallel.tds, pages);
-  fork_range(parallel.parallelizer, 0, pieces, [=](u64 k) {
-    for (u64 page = pages * k / pieces; page < pages * (k + 1) / pieces; ++page)
-      static_cast<volatile char*>(address)[page * kSmallPageBytes] = 0;
+  const u64 tasks = std::min(parallel.tds, pages);
+  fork_range(parallel.parallelizer, 0, tasks, [=](u64 k) {
+    const u64 end = std::min(pages * (k + 1) / tasks * kSmallPageBytes, length_bytes);
+    touch_part(address, length_bytes, parallel.tds, pages * k / tasks * kSmallPageBytes, end);
   });
 }
 

@@ -66,12 +66,12 @@ class LargeMemory {
 /// Writes every page of [address, address + length_bytes): the first byte becomes '{', the last one '@', and
 /// every aligned 32-bit word number i = 0, 1, ... becomes i * i * 0xC82B9175 - 933796325 modulo 2^32.
 void touch_memory(void* address, u64 length_bytes);
-/// The same with the block cut into tds / 4 pieces, each with a pattern of its own, when that is at least
-/// two: each thread first touches its own pages. With fewer the block has one pattern, which tds tasks write.
+/// The same by tds tasks, each on pages of its own. With a tds / 4 of at least two the block is cut into that
+/// many pieces, and each has a pattern of its own. The address is a multiple of 4.
 void touch_memory(void* address, u64 length_bytes, const ParallelContext& parallel);
-/// Makes every page of a fresh block on tds threads: the kernel clears a page far more slowly than a thread
-/// writes the pattern afterwards.
-void populate(void* address, u64 length_bytes, const ParallelContext& parallel);
+/// Writes bytes [begin, end) of what touch_memory() with a context of this tds writes. They are multiples of
+/// 4; end may also be the end of the block.
+void touch_part(void* address, u64 length_bytes, u64 tds, u64 begin, u64 end);
 
 /// A hash without collisions, for places that shall follow no pattern.
 u64 scatter(u64 x);

@@ -63,7 +63,6 @@ std::unique_ptr<LargeMemory> LibNumaAllocator::allocate(u64 bytes, const Paralle
     return nullptr;
   }
   if (!has_numa_nodes()) errors.push_back(kNothingToInterleave);
-  populate(memory->address(), memory->length(), parallel);
   touch_memory(memory->address(), memory->length(), parallel);
   memory->sample();
   check_nodes(memory->report(), nodes_, errors);

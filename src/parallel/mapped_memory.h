@@ -19,10 +19,11 @@ class MappedMemory final : public LargeMemory {
 
 // Each returns null, with errno set, when the system refuses. The length is rounded up to whole pages.
 
-/// Pages that the administrator has reserved, populated by the call.
-std::unique_ptr<MappedMemory> map_large_pages(u64 bytes);
-/// Small pages, populated by the calls: tds threads map a piece each, so that the kernel clears pages on all
-/// of them and each thread's node gets a share; with a tds of 1 one call maps the block.
+/// Pages that the administrator has reserved, populated by the call and touched by tds tasks.
+std::unique_ptr<MappedMemory> map_large_pages(u64 bytes, const ParallelContext& parallel);
+/// Small pages, populated by the calls and touched: tds tasks map chunks of the block and write the pattern
+/// there, so that the kernel clears pages on all of them and each thread's node gets a share; with a tds of 1
+/// one call maps the block.
 std::unique_ptr<MappedMemory> map_small_pages(u64 bytes, const ParallelContext& parallel);
 /// Small pages that appear on the node of the thread that first writes them.
 std::unique_ptr<MappedMemory> map_unpopulated(u64 bytes);

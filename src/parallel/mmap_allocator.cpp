@@ -15,7 +15,7 @@ std::unique_ptr<LargeMemory> MmapAllocator::allocate(u64 bytes, const ParallelCo
   std::unique_ptr<MappedMemory> memory;
   bytes = std::max<u64>(bytes, 1);
   if (large_pages_ != Mode::disabled) {
-    memory = map_large_pages(bytes);
+    memory = map_large_pages(bytes, parallel);
     if (memory == nullptr && large_pages_ == Mode::forced) {
       errors.push_back("Unable to force large pages.");
       return nullptr;
@@ -27,7 +27,6 @@ std::unique_ptr<LargeMemory> MmapAllocator::allocate(u64 bytes, const ParallelCo
     errors.push_back(with_reason("Unable to map memory.", errno));
     return nullptr;
   }
-  touch_memory(memory->address(), memory->length(), parallel);
   AllocationReport& report = memory->report_to_fill();
   if (lock_pages_ != Mode::disabled) {
     const int error = orl::lock_pages(memory->address(), memory->length());

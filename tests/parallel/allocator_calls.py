@@ -18,7 +18,7 @@ TRACED = "mmap,munmap,mlock,mlockall,munlockall,mbind,move_pages,sched_setaffini
 CALL = re.compile(r"^(\w+)\((.*)\)\s+= (0x[0-9a-f]+|-?\d+)(?: (\w+))?")
 ANONYMOUS = "MAP_PRIVATE|MAP_ANONYMOUS"
 POPULATE = ANONYMOUS + "|MAP_POPULATE"
-PIECE = "MAP_PRIVATE|MAP_FIXED|MAP_ANONYMOUS|MAP_POPULATE"
+CHUNK = "MAP_PRIVATE|MAP_FIXED|MAP_ANONYMOUS|MAP_POPULATE"
 LARGE = POPULATE + "|MAP_HUGETLB"
 NO_LOCKING = ('This process does not have "CAP_IPC_LOCK". Page locking will not be possible.\n'
               "Please run Orvane with elevation to enable page locking.\n")
@@ -61,10 +61,10 @@ class Run:
     def named(self, *names):
         return [call for call in self.calls if call.name in names]
 
-    def mapped(self, size, flags, protection="PROT_READ|PROT_WRITE"):
+    def mapped(self, size, flags):
         """The calls that map `size` bytes anywhere."""
         return [call for call in self.named("mmap") if call.address() == 0 and call.length() == size
-                and call.flags() == flags and call.arguments[2] == protection]
+                and call.flags() == flags and call.arguments[2] == "PROT_READ|PROT_WRITE"]
 
     def given_back(self, mapping):
         return any(call.address() == mapping.result and call.length() == mapping.length() and call.result == 0
@@ -107,19 +107,22 @@ class AllocatorCalls(unittest.TestCase):
             if call.result == 0:
                 self.assertRegex(call.text, r"^0, 1, \[0x[0-9a-f]+\], NULL, \[\d+\], 0$")
 
-    def test_mmap_populates_a_piece_on_each_thread(self):
-        run = Run("mmap", size=SIZE + 1, tds=16)
-        self.allocated(run)
-        block = self.one(run.mapped(SIZE + 4096, ANONYMOUS + "|MAP_NORESERVE", "PROT_NONE"))
-        pieces = sorted((call for call in run.named("mmap") if call.flags() == PIECE), key=Call.address)
-        self.assertEqual(len(pieces), 6)
-        end = block.result
-        for piece in pieces:
-            self.assertEqual(piece.address(), end)
-            self.assertEqual(piece.arguments[2], "PROT_READ|PROT_WRITE")
-            end += piece.length()
-        self.assertEqual(end, block.result + block.length())
-        self.assertTrue(run.given_back(block))
+    def test_mmap_populates_chunk_by_chunk_for_several_tasks(self):
+        for tds, fewest in ((2, 2), (16, 5)):
+            run = Run("mmap", size=SIZE + 1, tds=tds)
+            self.allocated(run)
+            block = self.one(run.mapped(SIZE + 4096, ANONYMOUS))
+            chunks = sorted((call for call in run.named("mmap") if call.flags() == CHUNK), key=Call.address)
+            self.assertGreaterEqual(len(chunks), fewest)
+            end = block.result
+            for chunk in chunks:
+                self.assertEqual(chunk.address(), end)
+                self.assertEqual(chunk.result, end)
+                self.assertEqual(chunk.arguments[2], "PROT_READ|PROT_WRITE")
+                self.assertTrue(end == block.result or end % (2 * MIB) == 0)
+                end += chunk.length()
+            self.assertEqual(end, block.result + block.length())
+            self.assertTrue(run.given_back(block))
 
     def test_large_pages_are_tried_first(self):
         run = Run("mmap", size=SIZE - 5000, settings='{MemoryPolicy : {LargePages : "attempt"}}')

@@ -20,6 +20,7 @@ namespace {
 using testing_parallel::allocate;
 using testing_parallel::Allocation;
 using testing_parallel::check_pattern;
+using testing_parallel::check_patterns;
 using testing_parallel::FakeMemoryCalls;
 
 using Texts = std::vector<std::string>;
@@ -41,13 +42,9 @@ TEST(TouchMemory, CutsTheBlockByAQuarterOfTheDecomposition) {
   Parallelizer_PushPool pool;
   std::vector<u8> memory(1000003);
   for (const u64 tds : {1, 7, 8, 64, 65536}) {
-    const u64 pieces = std::max<u64>(tds / 4, 1);
     std::fill(memory.begin(), memory.end(), 0);
     touch_memory(memory.data(), memory.size(), {pool, tds});
-    const u64 piece = (memory.size() + pieces - 1) / pieces;
-    for (u64 begin = 0; begin < memory.size(); begin += piece) {
-      ASSERT_NO_FATAL_FAILURE(check_pattern(memory.data() + begin, std::min(piece, memory.size() - begin)));
-    }
+    ASSERT_NO_FATAL_FAILURE(check_patterns(memory.data(), memory.size(), tds));
   }
 }
 
@@ -99,9 +96,9 @@ TEST(MmapAllocator, LeavesEveryPageResident) {
   EXPECT_TRUE(report.node_bytes.empty() || on_nodes == report.total_bytes);
 }
 
-TEST(MmapAllocator, MapsAndPopulatesInPieces) {
+TEST(MmapAllocator, MapsPopulatesAndTouchesChunkByChunk) {
   const FakeMemoryCalls machine({0});
-  const u64 bytes = 5 * kLargePageBytes + 1;
+  const u64 bytes = 11 * kLargePageBytes + 1;
   const Allocation whole = allocate(MmapAllocator(), bytes, 1);
   const u64 populate = MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE;
   ASSERT_EQ(machine.log().size(), 1u) << "one task: one call";
@@ -109,21 +106,31 @@ TEST(MmapAllocator, MapsAndPopulatesInPieces) {
   EXPECT_EQ(machine.log()[0].length, bytes + 4095);
   EXPECT_EQ(machine.log()[0].flags, populate);
 
-  const Allocation pieces = allocate(MmapAllocator(), bytes, 64);
-  ASSERT_NE(pieces.memory, nullptr);
-  std::vector<FakeMemoryCalls::Call> calls(machine.log().begin() + 2, machine.log().end());
-  std::sort(calls.begin(), calls.end(), [](const auto& a, const auto& b) { return a.address < b.address; });
-  ASSERT_EQ(calls.size(), 5u);
-  u64 at = reinterpret_cast<u64>(pieces.memory->address());
-  for (const auto& call : calls) {
-    EXPECT_EQ(call.address, at);
-    EXPECT_EQ(call.flags, populate | MAP_FIXED);
-    at += call.length;
+  // A decomposition of 64 has 16 patterns, whose ends are not those of the chunks.
+  for (const u64 tds : {2, 64}) {
+    const u64 before = machine.log().size();
+    const Allocation chunks = allocate(MmapAllocator(), bytes, tds);
+    ASSERT_NE(chunks.memory, nullptr);
+    EXPECT_EQ(machine.log()[before].flags, u64{MAP_PRIVATE | MAP_ANONYMOUS}) << "the whole asked for first";
+    const auto first = machine.log().begin() + static_cast<std::ptrdiff_t>(before) + 1;
+    std::vector<FakeMemoryCalls::Call> calls(first, machine.log().end());
+    std::sort(calls.begin(), calls.end(), [](const auto& a, const auto& b) { return a.address < b.address; });
+    EXPECT_GT(calls.size(), tds == 64 ? 9u : tds);
+    const u64 begin = reinterpret_cast<u64>(chunks.memory->address());
+    u64 at = begin;
+    for (const auto& call : calls) {
+      EXPECT_EQ(call.address, at);
+      EXPECT_EQ(call.flags, populate | MAP_FIXED);
+      EXPECT_LT(call.length, 6 * kLargePageBytes);
+      at += call.length;
+      EXPECT_TRUE(at == begin + chunks.memory->length() || at % kLargePageBytes == 0);
+    }
+    EXPECT_EQ(at, begin + chunks.memory->length());
+    ASSERT_NO_FATAL_FAILURE(check_patterns(chunks.memory->address(), chunks.memory->length(), tds));
   }
-  EXPECT_EQ(at, reinterpret_cast<u64>(pieces.memory->address()) + pieces.memory->length());
 }
 
-TEST(MmapAllocator, ARefusedPieceFailsTheWhole) {
+TEST(MmapAllocator, ARefusedChunkFailsTheWhole) {
   FakeMemoryCalls machine({0});
   machine.mapping_error = EAGAIN;
   const Allocation result = allocate(MmapAllocator(), 4 * kLargePageBytes);

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -30,6 +31,16 @@ inline void check_pattern(const void* piece, u64 length) {
   }
   if (head + 4 * words != length) {
     ASSERT_EQ(begin[length - 1], '@');
+  }
+}
+
+/// Checks a block that was touched with a context of this tds.
+inline void check_patterns(const void* block, u64 length, u64 tds) {
+  const u64 pieces = std::max<u64>(tds / 4, 1);
+  const u64 piece = (length + pieces - 1) / pieces;
+  for (u64 begin = 0; begin < length; begin += piece) {
+    ASSERT_NO_FATAL_FAILURE(
+        check_pattern(static_cast<const u8*>(block) + begin, std::min(piece, length - begin)));
   }
 }
 
