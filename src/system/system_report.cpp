@@ -157,7 +157,7 @@ std::vector<ReportSection> read_system_report(const std::string& root, const Top
 }
 
 std::vector<ReportSection> system_report(bool identifying) {
-  static const double tsc_hz = measure_tsc_frequency(0.02);
+  static const double tsc_hz = measure_tsc_frequency(0.005);
   return read_system_report("/", topology(), identifying, tsc_hz);
 }
 

@@ -105,7 +105,10 @@ class ResidueRun {
   }
 
   /// What a task has of its own: a tile of columns or the roots of a subtree.
-  u64 task_bytes() const { return std::max(residue_tile_bytes(row_), residue_roots_bytes(row_)); }
+  u64 task_bytes() const {
+    return std::max(residue_tile_bytes(row_),
+                    residue_roots_bytes(u64{1} << (row_.n - residue_stage_levels(row_.n))));
+  }
   /// Forks over `count` units, at most a task each: body(task, tasks, begin, end, memory of the task).
   template <class Body>
   void for_parts(u64 count, void* tmp, ParallelContext parallel, Body&& body) const {

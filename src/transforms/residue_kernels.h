@@ -56,7 +56,7 @@ struct ResidueSubtrees {
   u64 points, node;
   u64 count, apart;
   s64 ahead;    ///< from the last one to what comes next, 0 at the end
-  void* roots;  ///< room for residue_roots_bytes() of a shape, aligned to 64 bytes
+  void* roots;  ///< room for residue_roots_bytes(points), aligned to 64 bytes
 };
 
 struct ResidueKernels {

@@ -358,17 +358,20 @@ void multiply_tiles(const Mod& mod, const BlockRoots& roots, const BlockRoots& i
 
 // Subtrees --------------------------------------------------------------------------------------------------
 //
-// The same subtree of several sequences goes through one after the other; the first one makes the roots of
-// its blocks, two a block, for all.
+// The same subtree of several sequences goes through one after the other. The first one makes the roots of
+// its blocks, two tables a block, for all. A subtree that is larger than what stays in cache has room for the
+// tables of one of its own subtrees, which are made anew.
 
 void forward_subtree(const ResidueModulus& modulus, double* x, u64 m, u64 node, BlockRoots* roots,
                      bool fresh) {
   if (m > kBlockPoints) {
+    const u64 apart = residue_roots_apart(m);
+    fresh |= apart == 0;
     const u32 levels = residue_memory_levels(m);
     with_levels(levels, [&](auto n) { forward_in_place<n, Start::kReduce>(modulus, x, m, node); });
     for (u64 j = 0; j < u64{1} << levels; ++j)
-      forward_subtree(modulus, x + j * (m >> levels), m >> levels, (node << levels) + j,
-                      roots + j * residue_block_roots(m >> levels), fresh);
+      forward_subtree(modulus, x + j * (m >> levels), m >> levels, (node << levels) + j, roots + j * apart,
+                      fresh);
     return;
   }
   const Mod mod(modulus);
@@ -381,6 +384,8 @@ void forward_subtree(const ResidueModulus& modulus, double* x, u64 m, u64 node, 
 void multiply_subtree(const ResidueModulus& modulus, double* x, double* g, u64 m, u64 node, bool raw,
                       BlockRoots* roots, bool fresh, s64 ahead) {
   if (m > kBlockPoints) {
+    const u64 apart = residue_roots_apart(m);
+    fresh |= apart == 0;
     const u32 levels = residue_memory_levels(m);
     with_levels(levels, [&](auto n) {
       if (raw) forward_in_place<n, Start::kReduce>(modulus, x, m, node);
@@ -388,8 +393,8 @@ void multiply_subtree(const ResidueModulus& modulus, double* x, double* g, u64 m
     });
     for (u64 j = 0; j < u64{1} << levels; ++j) {
       const u64 at = j * (m >> levels);
-      multiply_subtree(modulus, x + at, g + at, m >> levels, (node << levels) + j, raw,
-                       roots + j * residue_block_roots(m >> levels), fresh, ahead);
+      multiply_subtree(modulus, x + at, g + at, m >> levels, (node << levels) + j, raw, roots + j * apart,
+                       fresh, ahead);
     }
     with_levels(levels, [&](auto n) { inverse_in_place<n>(modulus, x, m, node); });
     return;
@@ -423,8 +428,7 @@ void multiply(const ResidueModulus& modulus, const ResidueSubtrees& subtrees, do
                      j + 1 < subtrees.count ? static_cast<s64>(subtrees.apart) : subtrees.ahead);
 }
 
-// Rows that are the subtrees of a node
-// -------------------------------------------------------------------------
+// Rows that are the subtrees of a node ----------------------------------------------------------------------
 
 // Down 2^levels rows, in place and then to others; `half`: the upper rows are zeros and not read.
 void forward_rows(const ResidueModulus& modulus, u64 node, u32 levels, Rows<double> x, Rows<double> to,

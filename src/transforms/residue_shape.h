@@ -39,7 +39,7 @@ constexpr u32 residue_memory_levels(u64 m) {
 /// Levels of a block, down to tiles of 64 points.
 constexpr u32 residue_block_levels(u64 m) { return static_cast<u32>(std::bit_width(m)) - 7; }
 
-/// Tables of roots, each of kResidueBlockRootsBytes, for the blocks of a subtree of m points: two a block.
+/// Tables of roots for the blocks of a subtree of m points that stays in cache: two a block.
 constexpr u64 residue_block_roots(u64 m) {
   u64 blocks = 1;
   while (m > u64{1} << kResidueBlockLevels) {
@@ -49,12 +49,17 @@ constexpr u64 residue_block_roots(u64 m) {
   }
   return 2 * blocks;
 }
-/// Bytes of one of them.
+/// Tables from those of one subtree of a subtree of m points, above a block, to those of the next. 0: all
+/// have the same.
+constexpr u64 residue_roots_apart(u64 m) {
+  return m > u64{1} << kResidueSubtreeLevels ? 0 : residue_block_roots(m >> residue_memory_levels(m));
+}
+/// Bytes of a table.
 inline constexpr u64 kResidueBlockRootsBytes = 2 * sizeof(double) * ((u64{1} << kResidueBlockLevels) / 8 + 8);
 
-/// Bytes of all of them for the subtrees of a shape.
-constexpr u64 residue_roots_bytes(const ResidueRow& row) {
-  return residue_block_roots(u64{1} << (row.n - residue_stage_levels(row.n))) * kResidueBlockRootsBytes;
+/// Bytes of the tables that subtrees of m points need.
+constexpr u64 residue_roots_bytes(u64 m) {
+  return residue_block_roots(std::min(m, u64{1} << kResidueSubtreeLevels)) * kResidueBlockRootsBytes;
 }
 
 /// Columns of a tile, a multiple of 8: at most 2^12 points a sequence and 2^16 in all where 8 columns allow

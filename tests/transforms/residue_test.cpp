@@ -107,7 +107,7 @@ TEST(ResidueNesting, SubtreesBeyondACacheHaveSubtreesOfTheirOwn) {
     x[i] = prime.factor(before[i]).w;
     g[i] = i == e;
   }
-  const GuardedBlock roots(residue_block_roots(m) * kResidueBlockRootsBytes);
+  const GuardedBlock roots(residue_roots_bytes(m));
   residue_kernels(simd::best_target()).multiply(modulus, {m, 1, 1, m, 0, roots.buffer().ptr}, x, g, true);
   for (u64 i = 0; i < m; ++i) {
     const u64 scaled = prime.multiply(before[(i + m - e) % m], m / 8);
