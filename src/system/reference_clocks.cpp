@@ -14,7 +14,7 @@
 namespace orl {
 namespace {
 
-constexpr double kShortestRun = 0.1;          // seconds
+constexpr double kShortestRun = 0.1;           // seconds
 constexpr double kCalibrationSeconds = 0.004;  // a pair of readings is good to about 100 ns of it
 constexpr double kAbsoluteTolerance = 1e-3, kRelativeTolerance = 1e-3;
 
