@@ -117,7 +117,7 @@ class ResidueRun {
     scratch.cut<u8>(sizeof(ResidueJoinRun) * runs_of(tasks_));
     const auto task = [&](u64 t) {
       LinearHeapBuffer own = scratch;
-      for (u64 i = 0; i < t; ++i) own.cut<u8>(task_bytes());
+      own.cut<u8>(t * LinearHeapBuffer::cut_bytes<u8>(task_bytes()));
       body(t, tasks, count * t / tasks, count * (t + 1) / tasks, own.cut<u8>(task_bytes()));
     };
     if (tasks == 1) return task(0);

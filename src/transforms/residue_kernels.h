@@ -3,8 +3,8 @@
 // A transform is k sequences of M = 2^n doubles a prime, one after the other, each cut into subtrees with
 // gaps between them (residue_shape.h). Sequence j holds the polynomial modulo x^M - 1 that Good and Thomas'
 // map gives it, so all k share one twiddle table. A node of the transform is a polynomial modulo x^m - t;
-// node j splits by the square root s[j] of t into 2 j (x^(m/2)
-// - s) and 2 j + 1 (x^(m/2) + s). Transforms end at polynomials of eight terms, which are multiplied as such.
+// node j splits by the square root s[j] of t into 2 j (x^(m/2) - s) and 2 j + 1 (x^(m/2) + s). Transforms end
+// at polynomials of eight terms, which are multiplied as such.
 #pragma once
 
 #include "simd/target.h"

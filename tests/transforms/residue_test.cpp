@@ -87,8 +87,9 @@ TEST(ResidueNesting, TilesOfTwoPasses) {
 }
 
 TEST(ResidueNesting, SubtreesBeyondACacheHaveSubtreesOfTheirOwn) {
-  // Nested twice: a polynomial times X^e modulo X^m + 1 is the polynomial turned around.
-  constexpr u64 m = u64{1} << 17, e = 54321;
+  // Nested twice: a polynomial times X^e modulo X^m + 1 is the polynomial turned around. Two sequences, the
+  // second of which finds the roots that the first one left.
+  constexpr u64 m = u64{1} << 17, e = 54321, sequences = 2;
   const ResidueRow row{4, 1, 20};
   const GuardedBlock memory(ResidueTables::bytes({&row, 1}));
   LinearHeapBuffer left = memory.buffer();
@@ -97,21 +98,22 @@ TEST(ResidueNesting, SubtreesBeyondACacheHaveSubtreesOfTheirOwn) {
   const ResiduePrime& prime = residue_primes()[residue_set(4, 1).prime[1]];
   const double p = static_cast<double>(prime.p);
   const ResidueModulus modulus{p, 1 / p, tables.roots(residue_set(4, 1).prime[1]), {}, nullptr};
-  const GuardedBlock X(8 * m), G(8 * m);
+  const GuardedBlock X(8 * m * sequences), G(8 * m * sequences);
   double *const x = static_cast<double*>(X.buffer().ptr), *const g = static_cast<double*>(G.buffer().ptr);
   Random random;
   SCOPED_TRACE(random.replay());
-  std::vector<u64> before(m);
-  for (u64 i = 0; i < m; ++i) {
+  std::vector<u64> before(m * sequences);
+  for (u64 i = 0; i < m * sequences; ++i) {
     before[i] = random.below(prime.p);
     x[i] = prime.factor(before[i]).w;
-    g[i] = i == e;
+    g[i] = i % m == e;
   }
   const GuardedBlock roots(residue_roots_bytes(m));
-  residue_kernels(simd::best_target()).multiply(modulus, {m, 1, 1, m, 0, roots.buffer().ptr}, x, g, true);
-  for (u64 i = 0; i < m; ++i) {
-    const u64 scaled = prime.multiply(before[(i + m - e) % m], m / 8);
-    const s64 right = static_cast<s64>(i < e ? prime.p - scaled : scaled);
+  residue_kernels(simd::best_target())
+      .multiply(modulus, {m, 1, sequences, m, 0, roots.buffer().ptr}, x, g, true);
+  for (u64 i = 0; i < m * sequences; ++i) {
+    const u64 scaled = prime.multiply(before[i / m * m + (i + m - e) % m], m / 8);
+    const s64 right = static_cast<s64>(i % m < e ? prime.p - scaled : scaled);
     ASSERT_EQ((static_cast<s64>(x[i]) - right) % static_cast<s64>(prime.p), 0) << i;
   }
   EXPECT_TRUE(X.intact() && G.intact());
