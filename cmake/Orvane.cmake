@@ -23,11 +23,27 @@ if(ORVANE_SANITIZE)
 endif()
 target_link_libraries(orvane_options INTERFACE Threads::Threads)
 
-# orvane_library(NAME SOURCES ... LIBS ...): one folder (or half a folder) of src/.
-function(orvane_library name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
-  add_library(orvane_${name} STATIC ${ARG_SOURCES})
-  target_link_libraries(orvane_${name} PUBLIC orvane_options ${ARG_LIBS})
+# orvane_folder([USES FOLDER...] [EXCEPT SOURCE...]): the target of the folder of src/ that calls it, named after it
+# (orvane_words, orvane_transforms_c17), of every source there but those of EXCEPT. Its files may include those of the
+# folders in USES and what those may include; tools/check_includes.py holds them to it.
+function(orvane_folder)
+  cmake_parse_arguments(ARG "" "" "USES;EXCEPT" ${ARGN})
+  cmake_path(RELATIVE_PATH CMAKE_CURRENT_SOURCE_DIR BASE_DIRECTORY "${PROJECT_SOURCE_DIR}/src" OUTPUT_VARIABLE folder)
+  string(REPLACE "/" "_" name "${folder}")
+  file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
+  list(TRANSFORM ARG_EXCEPT PREPEND "${CMAKE_CURRENT_SOURCE_DIR}/")
+  if(ARG_EXCEPT)
+    list(REMOVE_ITEM sources ${ARG_EXCEPT})
+  endif()
+  string(REPLACE "/" "_" libraries "${ARG_USES}")
+  list(TRANSFORM libraries PREPEND "orvane_")
+  if(sources)
+    add_library(orvane_${name} STATIC ${sources})
+    target_link_libraries(orvane_${name} PUBLIC orvane_options ${libraries})
+  else()
+    add_library(orvane_${name} INTERFACE)
+    target_link_libraries(orvane_${name} INTERFACE orvane_options ${libraries})
+  endif()
 endfunction()
 
 # Targets that build all tests with a label: `unit` in seconds, under every sanitizer but the thread one; `threads` also
@@ -39,6 +55,7 @@ endforeach()
 # orvane_test(NAME SOURCES ... LIBS ... [LABEL label...] [PLAIN_MAIN]): one GoogleTest program.
 # Its main registers algorithms, frameworks, allocators and exception types, unless PLAIN_MAIN
 # is given (tests of the lowest folders, which cannot link what stands above them).
+# A test that takes longer than its seconds has failed: a deadlock must not cost a whole run of CI.
 function(orvane_test name)
   cmake_parse_arguments(ARG "PLAIN_MAIN" "" "SOURCES;LIBS;LABEL" ${ARGN})
   if(NOT ARG_LABEL)
@@ -52,7 +69,7 @@ function(orvane_test name)
     target_link_libraries(${name} PRIVATE ${ARG_LIBS} orvane_test_main GTest::gtest)
   endif()
   add_test(NAME ${name} COMMAND ${name})
-  set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABEL}")
+  set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABEL}" TIMEOUT 600)
   foreach(label IN LISTS ARG_LABEL)
     add_dependencies(${label}_tests ${name})
   endforeach()
@@ -61,10 +78,28 @@ function(orvane_test name)
   endforeach()
 endfunction()
 
+# orvane_script_test(NAME [LABEL label] COMMAND SCRIPT ARGUMENT...): a Python script of the calling folder as a test of the
+# program. The sources, its texts and what is installed are the same in every build, and the sanitizers slow its runs
+# down, so the release build runs them: that is what is shipped. Status 77 says that a tool is missing here.
+function(orvane_script_test name)
+  cmake_parse_arguments(ARG "" "LABEL" "COMMAND" ${ARGN})
+  if(ORVANE_SANITIZE)
+    return()
+  endif()
+  if(NOT ARG_LABEL)
+    set(ARG_LABEL slow)
+  endif()
+  list(POP_FRONT ARG_COMMAND script)
+  cmake_path(ABSOLUTE_PATH script BASE_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
+  add_test(NAME ${name} COMMAND ${Python3_EXECUTABLE} "${script}" ${ARG_COMMAND})
+  set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL} SKIP_RETURN_CODE 77 TIMEOUT 900)
+endfunction()
+
 # orvane_bench(NAME SOURCES ... LIBS ...): one measuring program; built in every preset so that it keeps compiling.
 function(orvane_bench name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
+  target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/bench")
   target_link_libraries(${name} PRIVATE ${ARG_LIBS})
 endfunction()
 

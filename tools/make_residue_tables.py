@@ -44,7 +44,7 @@ def write_rows(path, rows, cost):
 
 def main():
     sets = {(P, k): prime_set(P, k) for P in range(4, 10) for k in (1, 3, 5, 7)}
-    with open("src/transforms/residue_sets.inc", "w") as out:
+    with open("src/transforms/c17/residue_sets.inc", "w") as out:
         out.write("// Written by tools/make_residue_tables.py.\n")
         for (P, k), (e, primes) in sorted(sets.items()):
             out.write("{%d, %d, %d, {%s}},\n" % (P, k, e, ", ".join("0x%X" % p for p in primes)))
@@ -61,10 +61,10 @@ def main():
     # C17: what a residue costs, in levels, fitted to cyclic products at the capacities of all rows of 2^23 to 2^24
     # and of 2^26 to 2^27 bits (Intel Xeon with AVX-512, 2026-11).
     odd_levels = {1: 0, 3: 2.1, 5: 3.9, 7: 5.9}
-    write_rows("src/transforms/residue_rows.inc", [r for r in rows if r[2] << r[3] >= 1 << 9],
+    write_rows("src/transforms/c17/residue_rows.inc", [r for r in rows if r[2] << r[3] >= 1 << 9],
                lambda r: points(r) * (r[3] + odd_levels[r[2]] - 4 + r[1] / 3))
     # VST: an odd factor's k - 1 products a point cost as much as 1.75 (k - 1) levels.
-    write_rows("src/transforms/vst_rows.inc", rows,
+    write_rows("src/transforms/vst/vst_rows.inc", rows,
                lambda r: points(r) * (r[3] + 1.75 * (r[2] - 1) + 8 + 1.2 * r[1]))
 
     # HNT: of a product of 2 R words by the FFT, a level of a point costs half a level of a residue; rows stand 2 %
@@ -87,7 +87,7 @@ def main():
             kept.append(r)
     kept.reverse()
     last = next(i for i, r in enumerate(kept) if r[0] >= HNT_MAX_BITS)
-    with open("src/transforms/hnt_rows.inc", "w") as out:
+    with open("src/transforms/hnt/hnt_rows.inc", "w") as out:
         out.write("// Written by tools/make_residue_tables.py.\n")
         for row in kept[: last + 1]:
             out.write("{%d, %d, %d, %d},\n" % row[1:])

@@ -11,11 +11,11 @@
 #include <cstring>
 #include <memory>
 
-#include "frame/status.h"
+#include "core/status.h"
 #include "functions/newton.h"
 #include "functions/radix_conversion.h"
-#include "numbers/algorithm_table.h"
-#include "parallel/frameworks.h"
+#include "multiply/algorithm_table.h"
+#include "threads/frameworks.h"
 #include "simd/target.h"
 #include "support/measure.h"
 #include "transforms/registration.h"

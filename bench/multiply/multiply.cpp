@@ -23,9 +23,9 @@
 #include <vector>
 
 #include "multiply/setting.h"
-#include "numbers/algorithm_table.h"
-#include "parallel/push_pool_framework.h"
-#include "parallel/simple_frameworks.h"
+#include "multiply/algorithm_table.h"
+#include "threads/push_pool_framework.h"
+#include "threads/simple_frameworks.h"
 #include "simd/target.h"
 #include "support/measure.h"
 #include "transforms/registration.h"

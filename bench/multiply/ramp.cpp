@@ -13,10 +13,10 @@
 #include <vector>
 
 #include "multiply/setting.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/known_answers.h"
-#include "parallel/push_pool_framework.h"
-#include "parallel/simple_frameworks.h"
+#include "multiply/algorithm_table.h"
+#include "stress/known_answers.h"
+#include "threads/push_pool_framework.h"
+#include "threads/simple_frameworks.h"
 #include "support/measure.h"
 #include "transforms/registration.h"
 

@@ -7,7 +7,7 @@
 #include <new>
 #include <string>
 
-#include "parallel/linear_buffer.h"
+#include "memory/linear_buffer.h"
 #include "simd/target.h"
 
 namespace orl::bench {

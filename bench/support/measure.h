@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/types.h"
+#include "core/types.h"
 
 namespace orl::bench {
 

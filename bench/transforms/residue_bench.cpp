@@ -12,13 +12,13 @@
 #include <string>
 #include <vector>
 
-#include "parallel/push_pool_framework.h"
-#include "parallel/simple_frameworks.h"
+#include "threads/push_pool_framework.h"
+#include "threads/simple_frameworks.h"
 #include "simd/target.h"
-#include "transforms/hnt.h"
-#include "transforms/ntt.h"
-#include "transforms/residue.h"
-#include "transforms/vst.h"
+#include "transforms/hnt/hnt.h"
+#include "transforms/ntt/ntt.h"
+#include "transforms/c17/residue.h"
+#include "transforms/vst/vst.h"
 
 using namespace orl;
 

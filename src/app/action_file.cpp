@@ -6,9 +6,9 @@
 #include "config/located.h"
 #include "config/parser.h"
 #include "config/writer.h"
-#include "frame/console.h"
-#include "frame/exceptions.h"
-#include "tools/stress_tester.h"
+#include "core/console.h"
+#include "core/exceptions.h"
+#include "stress/stress_tester.h"
 
 namespace orvane {
 namespace {

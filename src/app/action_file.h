@@ -4,8 +4,8 @@
 #include <string>
 
 #include "app/command_line.h"
-#include "compute/parameters.h"
-#include "tools/stress_settings.h"
+#include "session/parameters.h"
+#include "stress/stress_settings.h"
 
 namespace orvane {
 

@@ -9,14 +9,14 @@
 #include "app/custom_menu.h"
 #include "app/options.h"
 #include "app/stress_menu.h"
-#include "compute/validation_file.h"
-#include "frame/console.h"
-#include "frame/exceptions.h"
-#include "frame/settings.h"
+#include "session/validation_file.h"
+#include "core/console.h"
+#include "core/exceptions.h"
+#include "core/settings.h"
 #include "system/machine.h"
-#include "tools/bbp_extractor.h"
-#include "tools/digit_viewer.h"
-#include "tools/stress_tester.h"
+#include "bbp/bbp_extractor.h"
+#include "viewer/digit_viewer.h"
+#include "stress/stress_tester.h"
 
 namespace orvane {
 namespace {

@@ -3,8 +3,8 @@
 #include <span>
 #include <string>
 
-#include "frame/console.h"
-#include "frame/exceptions.h"
+#include "core/console.h"
+#include "core/exceptions.h"
 #include "system/machine.h"
 
 namespace orvane {

@@ -3,7 +3,7 @@
 
 #include "app/documents.h"
 #include "app/help_sections.h"
-#include "compute/constant.h"
+#include "session/constant.h"
 
 namespace orvane {
 namespace {

@@ -4,8 +4,8 @@
 
 #include "app/actions.h"
 #include "app/help_sections.h"
-#include "frame/console.h"
-#include "frame/version.h"
+#include "core/console.h"
+#include "core/version.h"
 #include "simd/target.h"
 
 namespace orvane {

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "compute/constant.h"
-#include "parallel/allocators.h"
-#include "parallel/frameworks.h"
+#include "session/constant.h"
+#include "memory/allocators.h"
+#include "threads/frameworks.h"
 
 namespace orvane {
 namespace {

@@ -1,4 +1,4 @@
 #include "app/program.h"
-#include "frame/ending.h"
+#include "core/ending.h"
 
 int main(int argc, char** argv) { orl::leave(orvane::run_program(argc, argv)); }

@@ -4,7 +4,7 @@
 
 #include "app/documents.h"
 #include "app/help_sections.h"
-#include "frame/version.h"
+#include "core/version.h"
 
 namespace orvane {
 namespace {

@@ -1,8 +1,8 @@
 #include "app/menu_steps.h"
 
 #include "app/action_file.h"
-#include "frame/console.h"
-#include "frame/exceptions.h"
+#include "core/console.h"
+#include "core/exceptions.h"
 
 namespace orvane {
 namespace {

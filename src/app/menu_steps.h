@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "frame/types.h"
+#include "core/types.h"
 
 namespace orvane {
 

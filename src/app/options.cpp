@@ -4,9 +4,9 @@
 #include <array>
 #include <memory>
 
-#include "frame/exceptions.h"
-#include "frame/number_forms.h"
-#include "frame/settings.h"
+#include "core/exceptions.h"
+#include "console/number_forms.h"
+#include "core/settings.h"
 
 namespace orvane {
 namespace {

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "app/command_line.h"
-#include "compute/parameters.h"
-#include "frame/settings.h"
-#include "tools/stress_settings.h"
+#include "session/parameters.h"
+#include "core/settings.h"
+#include "stress/stress_settings.h"
 
 namespace orvane {
 

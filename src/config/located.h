@@ -7,7 +7,7 @@
 #include <string>
 
 #include "config/object.h"
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 
 namespace orl {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 
 namespace orl {
 

@@ -4,7 +4,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 
 namespace orl {
 

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <limits>
 
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 
 namespace orl {
 

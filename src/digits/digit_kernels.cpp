@@ -1,7 +1,7 @@
 #include "digits/digit_kernels.h"
 
 #include "digits/digit_text.h"
-#include "numbers/hash.h"
+#include "words/hash.h"
 #include "simd/target.h"
 
 #include "simd/begin_scalar.h"

@@ -1,7 +1,7 @@
 // Loops over raw digits and their characters; one table per instruction set.
 #pragma once
 
-#include "frame/types.h"
+#include "core/types.h"
 
 namespace orl::digits {
 

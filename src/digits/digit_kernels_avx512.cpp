@@ -3,7 +3,7 @@
 #include <immintrin.h>
 
 #include "digits/digit_text.h"
-#include "numbers/hash.h"
+#include "words/hash.h"
 #include "simd/begin_avx512.h"
 
 #include "digits/digit_kernels.kernel.h"

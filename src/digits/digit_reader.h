@@ -5,8 +5,8 @@
 #include <string>
 
 #include "digits/digit_stats.h"
-#include "frame/exceptions.h"
-#include "parallel/linear_buffer.h"
+#include "core/exceptions.h"
+#include "memory/linear_buffer.h"
 
 namespace orl {
 

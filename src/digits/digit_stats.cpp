@@ -6,8 +6,8 @@
 #include "digits/digit_kernels.h"
 #include "digits/digit_text.h"
 #include "digits/digit_words.h"
-#include "frame/exceptions.h"
-#include "numbers/hash.h"
+#include "core/exceptions.h"
+#include "words/hash.h"
 
 namespace orl {
 

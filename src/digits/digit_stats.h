@@ -5,8 +5,8 @@
 #include <array>
 #include <string>
 
-#include "frame/types.h"
-#include "parallel/parallelizer.h"
+#include "core/types.h"
+#include "threads/parallelizer.h"
 
 namespace orl {
 

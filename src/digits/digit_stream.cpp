@@ -7,10 +7,10 @@
 #include "digits/digit_writer.h"
 #include "digits/ovd_set.h"
 #include "digits/text_file.h"
-#include "frame/console.h"
-#include "frame/exceptions.h"
-#include "swap/file_calls.h"
-#include "swap/path_check.h"
+#include "core/console.h"
+#include "core/exceptions.h"
+#include "files/file_calls.h"
+#include "files/path_check.h"
 
 namespace orl {
 namespace {

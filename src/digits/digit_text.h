@@ -1,7 +1,7 @@
 // Digits as characters.
 #pragma once
 
-#include "frame/types.h"
+#include "core/types.h"
 
 namespace orl {
 

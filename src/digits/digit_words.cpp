@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 
 namespace orl {
 namespace {

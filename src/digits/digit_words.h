@@ -4,7 +4,7 @@
 // significant. Raw digits are one byte each, 0 to radix - 1.
 #pragma once
 
-#include "frame/types.h"
+#include "core/types.h"
 
 namespace orl {
 

@@ -8,7 +8,7 @@
 #include <string>
 
 #include "digits/digit_reader.h"
-#include "parallel/linear_buffer.h"
+#include "memory/linear_buffer.h"
 
 namespace orl {
 

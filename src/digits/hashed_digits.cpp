@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "digits/digit_text.h"
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 
 namespace orl {
 

@@ -5,7 +5,7 @@
 
 #include "digits/digit_reader.h"
 #include "digits/sha256.h"
-#include "parallel/linear_buffer.h"
+#include "memory/linear_buffer.h"
 
 namespace orl {
 

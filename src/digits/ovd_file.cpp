@@ -6,7 +6,7 @@
 
 #include "digits/digit_reader.h"
 #include "digits/digit_words.h"
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 
 namespace orl {
 namespace {

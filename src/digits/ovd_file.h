@@ -9,7 +9,7 @@
 
 #include "digits/ovd_header.h"
 #include "digits/page_writer.h"
-#include "parallel/parallelizer.h"
+#include "threads/parallelizer.h"
 
 namespace orl {
 

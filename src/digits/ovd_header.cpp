@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "digits/digit_words.h"
-#include "frame/exceptions.h"
-#include "swap/buffered_reader.h"
+#include "core/exceptions.h"
+#include "files/buffered_reader.h"
 
 namespace orl {
 namespace {

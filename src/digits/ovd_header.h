@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "frame/types.h"
-#include "swap/raw_file.h"
+#include "core/types.h"
+#include "files/raw_file.h"
 
 namespace orl {
 

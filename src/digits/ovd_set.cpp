@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "frame/console.h"
-#include "frame/exceptions.h"
-#include "swap/file_calls.h"
-#include "swap/path_check.h"
+#include "core/console.h"
+#include "core/exceptions.h"
+#include "files/file_calls.h"
+#include "files/path_check.h"
 
 namespace orl {
 namespace {

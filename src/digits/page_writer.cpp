@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <cstring>
 
-#include "frame/console.h"
-#include "frame/exceptions.h"
-#include "swap/file_calls.h"
+#include "core/console.h"
+#include "core/exceptions.h"
+#include "files/file_calls.h"
 
 namespace orl {
 namespace {

@@ -8,9 +8,9 @@
 #include <mutex>
 #include <string>
 
-#include "parallel/linear_buffer.h"
-#include "swap/raw_file.h"
-#include "swap/raw_io_buffer.h"
+#include "memory/linear_buffer.h"
+#include "files/raw_file.h"
+#include "files/raw_io_buffer.h"
 
 namespace orl {
 

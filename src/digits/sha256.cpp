@@ -4,7 +4,7 @@
 #include <openssl/evp.h>
 
 #include "digits/digit_text.h"
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 
 namespace orl {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "frame/types.h"
+#include "core/types.h"
 
 namespace orl {
 

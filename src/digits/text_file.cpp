@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "digits/digit_text.h"
-#include "frame/exceptions.h"
-#include "swap/raw_io_buffer.h"
+#include "core/exceptions.h"
+#include "files/raw_io_buffer.h"
 
 namespace orl {
 namespace {

@@ -1,10 +1,10 @@
 #include <bit>
 #include <cmath>
 
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 #include "functions/radix_conversion.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/basecase.h"
+#include "multiply/algorithm_table.h"
+#include "multiply/basecase.h"
 
 namespace orl {
 

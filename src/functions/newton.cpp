@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "frame/exceptions.h"
-#include "frame/status.h"
+#include "core/exceptions.h"
+#include "core/status.h"
 #include "functions/newton_level.h"
-#include "numbers/algorithm_table.h"
+#include "multiply/algorithm_table.h"
 
 // Errors, relative, for a level of n words over one of h = (n + 1) >> 1; c is a small number.
 //

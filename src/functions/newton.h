@@ -15,12 +15,12 @@
 
 #include <memory>
 
-#include "frame/types.h"
+#include "core/types.h"
 #include "functions/newton_level.h"
 #include "numbers/big_float.h"
 #include "numbers/ram_store.h"
 #include "numbers/run_context.h"
-#include "parallel/linear_buffer.h"
+#include "memory/linear_buffer.h"
 
 namespace orl {
 

@@ -4,9 +4,9 @@
 #include <cmath>
 #include <string>
 
-#include "frame/exceptions.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/words.h"
+#include "core/exceptions.h"
+#include "multiply/algorithm_table.h"
+#include "words/words.h"
 
 // Why m = n + 12 is enough: an operand of n + 3 words times one of h + 2 has at most n + h + 5. The ideal
 // value lies at most one word above that, and an error that a level may have (W^(2-h) relative) ends 2 - h

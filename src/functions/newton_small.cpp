@@ -1,7 +1,7 @@
 // The _E layer: plain products on small word buffers, in one thread.
 #include <cmath>
 
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 #include "functions/newton.h"
 #include "functions/newton_steps.h"
 

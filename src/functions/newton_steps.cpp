@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "frame/exceptions.h"
-#include "numbers/words.h"
+#include "core/exceptions.h"
+#include "words/words.h"
 
 namespace orl {
 

@@ -1,11 +1,11 @@
-#include "frame/console.h"
-#include "frame/exceptions.h"
-#include "frame/fault_point.h"
-#include "frame/status.h"
+#include "core/console.h"
+#include "core/exceptions.h"
+#include "core/fault_point.h"
+#include "core/status.h"
 #include "functions/radix_conversion.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/hash.h"
-#include "numbers/words.h"
+#include "multiply/algorithm_table.h"
+#include "words/hash.h"
+#include "words/words.h"
 
 namespace orl::CBRv2 {
 

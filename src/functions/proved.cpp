@@ -1,7 +1,7 @@
 #include "functions/proved.h"
 
-#include "frame/exceptions.h"
-#include "numbers/hash.h"
+#include "core/exceptions.h"
+#include "words/hash.h"
 
 namespace orl {
 namespace {

@@ -4,12 +4,12 @@
 #include <cstdio>
 #include <cstring>
 
-#include "frame/exceptions.h"
-#include "frame/status.h"
-#include "functions/transform_words.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/basecase.h"
-#include "numbers/words.h"
+#include "core/exceptions.h"
+#include "core/status.h"
+#include "multiply/transform_words.h"
+#include "multiply/algorithm_table.h"
+#include "multiply/basecase.h"
+#include "words/words.h"
 
 namespace orl {
 

@@ -18,12 +18,12 @@
 
 #include <array>
 
-#include "frame/types.h"
-#include "functions/transform_words.h"
-#include "numbers/algorithm.h"
+#include "core/types.h"
+#include "multiply/transform_words.h"
+#include "multiply/algorithm.h"
 #include "numbers/big_float.h"
 #include "numbers/run_context.h"
-#include "parallel/linear_buffer.h"
+#include "memory/linear_buffer.h"
 
 namespace orl {
 

@@ -4,13 +4,13 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "frame/exceptions.h"
-#include "frame/status.h"
+#include "core/exceptions.h"
+#include "core/status.h"
 #include "functions/newton_steps.h"
-#include "functions/transform_words.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/product_areas.h"
-#include "numbers/words.h"
+#include "multiply/transform_words.h"
+#include "multiply/algorithm_table.h"
+#include "multiply/product_areas.h"
+#include "words/words.h"
 
 // Bounds. q keeps p + 2 words, b and a are cut to p + 3, all relative errors are below c W^-(p+1) with c far
 // below W, so |a - q b| < W^(magnitude of a - p). The lowest words of the product lie at the sum of the two

@@ -1,11 +1,11 @@
 #include <algorithm>
 
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 #include "functions/radix_conversion.h"
-#include "functions/transform_words.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/hash.h"
-#include "numbers/words.h"
+#include "multiply/transform_words.h"
+#include "multiply/algorithm_table.h"
+#include "words/hash.h"
+#include "words/words.h"
 
 namespace orl {
 

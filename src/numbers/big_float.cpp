@@ -5,17 +5,17 @@
 #include <cstring>
 #include <utility>
 
-#include "frame/ending.h"
-#include "frame/exceptions.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/basecase.h"
-#include "numbers/basic_int.h"
+#include "core/ending.h"
+#include "core/exceptions.h"
+#include "multiply/algorithm_table.h"
+#include "multiply/basecase.h"
+#include "multiply/basic_int.h"
 #include "numbers/big_int.h"
 #include "numbers/exact_float.h"
-#include "numbers/hash.h"
+#include "words/hash.h"
 #include "numbers/windowed_add.h"
-#include "numbers/word_loops.h"
-#include "numbers/words.h"
+#include "words/word_loops.h"
+#include "words/words.h"
 
 namespace orl {
 namespace {

@@ -10,8 +10,8 @@
 // Scratch    products take ctx.scratch, sized by mul_scratch / sqr_scratch; nothing else takes any.
 #pragma once
 
-#include "frame/types.h"
-#include "numbers/algorithm.h"
+#include "core/types.h"
+#include "multiply/algorithm.h"
 
 namespace orl {
 

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cstring>
 
-#include "frame/ending.h"
-#include "frame/exceptions.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/basecase.h"
-#include "numbers/basic_int.h"
+#include "core/ending.h"
+#include "core/exceptions.h"
+#include "multiply/algorithm_table.h"
+#include "multiply/basecase.h"
+#include "multiply/basic_int.h"
 #include "numbers/big_float.h"
-#include "numbers/words.h"
+#include "words/words.h"
 
 namespace orl {
 namespace {

@@ -4,8 +4,8 @@
 // Buffer  [base, base + size), borrowed; checked before anything is written.
 #pragma once
 
-#include "frame/types.h"
-#include "numbers/algorithm.h"
+#include "core/types.h"
+#include "multiply/algorithm.h"
 
 namespace orl {
 

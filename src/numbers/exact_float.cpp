@@ -2,15 +2,15 @@
 
 #include <algorithm>
 
-#include "frame/ending.h"
-#include "frame/exceptions.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/basecase.h"
-#include "numbers/basic_int.h"
+#include "core/ending.h"
+#include "core/exceptions.h"
+#include "multiply/algorithm_table.h"
+#include "multiply/basecase.h"
+#include "multiply/basic_int.h"
 #include "numbers/big_float.h"
 #include "numbers/windowed_add.h"
-#include "numbers/words.h"
-#include "parallel/simple_frameworks.h"
+#include "words/words.h"
+#include "threads/simple_frameworks.h"
 
 namespace orl {
 namespace {

@@ -8,9 +8,9 @@
 // Aliasing a result may share no words with an operand, except where "in place" is said.
 #pragma once
 
-#include "frame/types.h"
-#include "numbers/algorithm.h"
-#include "numbers/hash.h"
+#include "core/types.h"
+#include "multiply/algorithm.h"
+#include "words/hash.h"
 
 namespace orl {
 

@@ -6,10 +6,10 @@
 #include <cstring>
 #include <string>
 
-#include "frame/exceptions.h"
-#include "numbers/shoup_divider.h"
-#include "numbers/words.h"
-#include "parallel/simple_frameworks.h"
+#include "core/exceptions.h"
+#include "words/shoup_divider.h"
+#include "words/words.h"
+#include "threads/simple_frameworks.h"
 
 namespace orl {
 namespace {

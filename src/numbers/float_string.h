@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "frame/types.h"
+#include "core/types.h"
 #include "numbers/big_float.h"
 #include "numbers/big_int.h"
 

@@ -1,7 +1,7 @@
 // What every plan's run() is given beside its operands and its heap.
 #pragma once
 
-#include "numbers/algorithm.h"
+#include "multiply/algorithm.h"
 
 namespace orl {
 

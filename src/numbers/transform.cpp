@@ -2,10 +2,10 @@
 
 #include <algorithm>
 
-#include "frame/exceptions.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/product_areas.h"
-#include "numbers/words.h"
+#include "core/exceptions.h"
+#include "multiply/algorithm_table.h"
+#include "multiply/product_areas.h"
+#include "words/words.h"
 
 namespace orl {
 namespace {

@@ -15,8 +15,8 @@
 //          fit, both under the name of the operation.
 #pragma once
 
-#include "frame/types.h"
-#include "numbers/algorithm.h"
+#include "core/types.h"
+#include "multiply/algorithm.h"
 #include "numbers/big_float.h"
 #include "numbers/exact_float.h"
 

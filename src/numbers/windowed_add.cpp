@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "numbers/block_carry.h"
-#include "numbers/words.h"
+#include "words/block_carry.h"
+#include "words/words.h"
 
 namespace orl {
 namespace {

@@ -1,8 +1,8 @@
 // Addition and subtraction of numbers that do not line up.
 #pragma once
 
-#include "frame/types.h"
-#include "parallel/parallelizer.h"
+#include "core/types.h"
+#include "threads/parallelizer.h"
 
 namespace orl {
 

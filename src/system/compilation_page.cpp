@@ -2,7 +2,7 @@
 #include <gnu/libc-version.h>
 #include <link.h>
 
-#include "frame/console.h"
+#include "core/console.h"
 #include "simd/features.h"
 #include "system/machine.h"
 #include "system/report_page.h"

@@ -12,8 +12,8 @@
 
 #include "config/parser.h"
 #include "config/writer.h"
-#include "frame/console.h"
-#include "frame/exceptions.h"
+#include "core/console.h"
+#include "core/exceptions.h"
 
 namespace orl {
 namespace {

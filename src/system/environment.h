@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "config/object.h"
-#include "frame/types.h"
+#include "core/types.h"
 #include "system/topology.h"
 
 namespace orl {

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <map>
 
-#include "frame/console.h"
-#include "frame/settings.h"
+#include "core/console.h"
+#include "core/settings.h"
 #include "simd/features.h"
 #include "system/kernel_files.h"
 #include "system/machine.h"

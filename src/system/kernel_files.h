@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "frame/types.h"
+#include "core/types.h"
 
 namespace orl {
 

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "frame/types.h"
+#include "core/types.h"
 #include "system/topology.h"
 
 namespace orl {

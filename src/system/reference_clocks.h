@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "frame/types.h"
+#include "core/types.h"
 
 namespace orl {
 

@@ -1,6 +1,6 @@
 #include "system/report_page.h"
 
-#include "frame/console.h"
+#include "core/console.h"
 
 namespace orl {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "frame/console.h"
+#include "core/console.h"
 #include "system/kernel_files.h"
 #include "system/machine.h"
 #include "system/smbios.h"

@@ -9,7 +9,7 @@
 #include <set>
 #include <string_view>
 
-#include "frame/console.h"
+#include "core/console.h"
 #include "system/kernel_files.h"
 
 namespace orl {

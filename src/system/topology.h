@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "frame/types.h"
+#include "core/types.h"
 
 namespace orl {
 

@@ -2,13 +2,13 @@
 
 #include <utility>
 
-#include "numbers/algorithm_table.h"
-#include "numbers/basecase_algorithm.h"
-#include "transforms/fft.h"
-#include "transforms/hnt.h"
-#include "transforms/ntt.h"
-#include "transforms/residue.h"
-#include "transforms/vst.h"
+#include "multiply/algorithm_table.h"
+#include "multiply/basecase_algorithm.h"
+#include "transforms/fft/fft.h"
+#include "transforms/hnt/hnt.h"
+#include "transforms/ntt/ntt.h"
+#include "transforms/c17/residue.h"
+#include "transforms/vst/vst.h"
 
 namespace orl {
 

@@ -8,7 +8,7 @@
 #include <fstream>
 #include <string>
 
-#include "frame/fault_point.h"
+#include "core/fault_point.h"
 
 namespace orl {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "app/action_file.h"
 #include "config/writer.h"
-#include "frame/child.h"
+#include "support/child.h"
 #include "support/files.h"
 #include "system/topology.h"
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 
 namespace orl {
 namespace {

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "config/writer.h"
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 
 namespace orl {
 namespace {

@@ -6,7 +6,7 @@
 #include <random>
 
 #include "config/parser.h"
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 
 namespace orl {
 namespace {

@@ -5,7 +5,7 @@
 
 #include "digits/digit_words.h"
 #include "digits/ovd_set.h"
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 #include "support/files.h"
 #include "support/test_parallelizers.h"
 

@@ -3,8 +3,8 @@
 
 #include <cstring>
 
-#include "frame/exceptions.h"
-#include "frame/fault_point.h"
+#include "core/exceptions.h"
+#include "core/fault_point.h"
 #include "functions/function_runner.h"
 #include "functions/radix_conversion.h"
 #include "support/random_words.h"

@@ -9,12 +9,12 @@
 #include <memory>
 #include <vector>
 
-#include "frame/status.h"
-#include "numbers/algorithm_table.h"
+#include "core/status.h"
+#include "multiply/algorithm_table.h"
 #include "numbers/big_float.h"
 #include "numbers/run_context.h"
-#include "parallel/frameworks.h"
-#include "parallel/linear_buffer.h"
+#include "threads/frameworks.h"
+#include "memory/linear_buffer.h"
 #include "support/gmp_oracle.h"
 
 namespace orl::test {

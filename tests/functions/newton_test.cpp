@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 #include "functions/function_runner.h"
 #include "functions/newton_steps.h"
 #include "support/counting_algorithm.h"

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 #include "functions/function_runner.h"
 #include "support/counting_algorithm.h"
 #include "support/random_words.h"

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "frame/exceptions.h"
+#include "core/exceptions.h"
 #include "functions/function_runner.h"
 #include "functions/newton.h"
 #include "support/random_words.h"

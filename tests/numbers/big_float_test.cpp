@@ -5,11 +5,11 @@
 #include <cmath>
 #include <limits>
 
-#include "frame/exceptions.h"
-#include "number_samples.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/basic_int.h"
-#include "parallel/simple_frameworks.h"
+#include "core/exceptions.h"
+#include "numbers/number_samples.h"
+#include "multiply/algorithm_table.h"
+#include "multiply/basic_int.h"
+#include "threads/simple_frameworks.h"
 #include "support/multiplication.h"
 #include "support/test_parallelizers.h"
 

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "frame/exceptions.h"
-#include "number_samples.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/basic_int.h"
+#include "core/exceptions.h"
+#include "numbers/number_samples.h"
+#include "multiply/algorithm_table.h"
+#include "multiply/basic_int.h"
 #include "support/multiplication.h"
 #include "support/test_parallelizers.h"
 

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 #include <mpfr.h>
 
-#include "frame/exceptions.h"
-#include "number_samples.h"
-#include "parallel/simple_frameworks.h"
+#include "core/exceptions.h"
+#include "numbers/number_samples.h"
+#include "threads/simple_frameworks.h"
 
 namespace orl {
 namespace {

@@ -3,9 +3,9 @@
 
 #include <cstdlib>
 
-#include "numbers/algorithm_table.h"
+#include "multiply/algorithm_table.h"
 #include "numbers/transform.h"
-#include "parallel/simple_frameworks.h"
+#include "threads/simple_frameworks.h"
 #include "support/allocation_counter.h"
 #include "support/multiplication.h"
 

@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "frame/exceptions.h"
-#include "number_samples.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/toy_algorithm.h"
-#include "parallel/frameworks.h"
+#include "core/exceptions.h"
+#include "numbers/number_samples.h"
+#include "multiply/algorithm_table.h"
+#include "multiply/toy_algorithm.h"
+#include "threads/frameworks.h"
 #include "support/multiplication.h"
 #include "support/test_parallelizers.h"
 

@@ -9,7 +9,7 @@
 // report aligned allocations.
 #pragma once
 
-#include "frame/types.h"
+#include "core/types.h"
 
 namespace orl::test {
 

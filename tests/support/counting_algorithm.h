@@ -5,9 +5,9 @@
 #include <memory>
 #include <vector>
 
-#include "frame/exceptions.h"
-#include "numbers/algorithm_table.h"
-#include "numbers/words.h"
+#include "core/exceptions.h"
+#include "multiply/algorithm_table.h"
+#include "words/words.h"
 
 namespace orl::test {
 

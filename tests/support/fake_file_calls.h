@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <string>
 
-#include "swap/file_calls.h"
+#include "files/file_calls.h"
 
 namespace orl::test {
 

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "frame/types.h"
+#include "core/types.h"
 
 namespace orl::test {
 

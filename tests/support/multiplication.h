@@ -6,7 +6,7 @@
 #include <memory>
 #include <new>
 
-#include "numbers/algorithm_table.h"
+#include "multiply/algorithm_table.h"
 
 namespace orl::test {
 

@@ -1,9 +1,9 @@
 // main() of the tests that need the registries: the same explicit calls as the program's.
 #include <gtest/gtest.h>
 
-#include "frame/exceptions.h"
-#include "parallel/allocators.h"
-#include "parallel/frameworks.h"
+#include "core/exceptions.h"
+#include "memory/allocators.h"
+#include "threads/frameworks.h"
 #include "transforms/registration.h"
 
 int main(int argc, char** argv) {

@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "parallel/parallelizer.h"
+#include "threads/parallelizer.h"
 
 namespace orl::test {
 

@@ -5,7 +5,7 @@
 #include <atomic>
 #include <thread>
 
-#include "frame/settings.h"
+#include "core/settings.h"
 #include "support/files.h"
 
 namespace orl {

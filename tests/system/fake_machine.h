@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <string>
 
-#include "frame/types.h"
+#include "core/types.h"
 #include "support/files.h"
 
 namespace orl::test {

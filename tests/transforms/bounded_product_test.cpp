@@ -1,10 +1,10 @@
 // Products in bounded memory through every registered algorithm that has products modulo W^n - 1 and W^n + 1.
 #include <gtest/gtest.h>
 
-#include "numbers/algorithm_table.h"
-#include "numbers/crt_mulp.h"
-#include "parallel/frameworks.h"
-#include "parallel/simple_frameworks.h"
+#include "multiply/algorithm_table.h"
+#include "multiply/crt_mulp.h"
+#include "threads/frameworks.h"
+#include "threads/simple_frameworks.h"
 #include "support/gmp_oracle.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"

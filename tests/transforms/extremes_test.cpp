@@ -1,14 +1,14 @@
 // The largest coefficients that a shape may meet, and shapes that no memory holds.
 #include <gtest/gtest.h>
 
-#include "frame/exceptions.h"
-#include "numbers/algorithm_table.h"
-#include "parallel/simple_frameworks.h"
+#include "core/exceptions.h"
+#include "multiply/algorithm_table.h"
+#include "threads/simple_frameworks.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
-#include "transforms/residue.h"
-#include "transforms/residue_bounds.h"
-#include "transforms/residue_primes.h"
+#include "transforms/c17/residue.h"
+#include "transforms/c17/residue_bounds.h"
+#include "transforms/c17/residue_primes.h"
 
 namespace orl::test {
 namespace {

@@ -1,0 +1,9 @@
+#include <immintrin.h>
+
+#include "bbp/bbp_kernels.h"
+
+#include "simd/begin_avx512.h"
+
+#include "bbp/bbp_sum.kernel.h"
+
+#include "simd/end.h"

@@ -1,0 +1,120 @@
+#include "constants/final_product.h"
+
+#include <algorithm>
+
+#include "core/exceptions.h"
+#include "words/hash.h"
+#include "numbers/transform.h"
+#include "words/words.h"
+
+namespace orl {
+namespace {
+
+/// Words [from, to) of x; a view.
+template <class W>
+BigFloat<W> slice(const BigFloat<W>& x, u64 from, u64 to) {
+  BigFloat<W> part;
+  part.T = x.T + from;
+  part.L = bp_strip<W>(0, part.T, to - from);
+  part.exp = x.exp + static_cast<s64>(from);
+  part.sign = 1;
+  return part;
+}
+
+template <class W>
+u64 hash_of(const BigFloat<W>& x, ParallelContext parallel) {
+  return hash_canon(x.computed_hash(parallel));
+}
+
+template <class W>
+void check_hash(const BigFloat<W>& x, u64 hash, ParallelContext parallel) {
+  if (hash_of(x, parallel) != hash_canon(hash))
+    throw AlgorithmFailedException("Pi_Series_BigFloatR::run()", "Checksum Mismatch. Multiplication Failed.");
+}
+
+/// Words [from, to) of a number and what they must hash to.
+template <class W>
+struct HashedPart {
+  BigFloat<W> words;
+  u64 hash;
+};
+
+/// x += c, c at most as high as x and cut at the bottom of x; x has a free word above its top. x_hash
+/// follows.
+template <class W>
+void add_below(BigFloat<W>& x, u64& x_hash, const BigFloat<W>& c, u64 c_hash, ParallelContext parallel) {
+  const s64 lost = std::max<s64>(x.exp - c.exp, 0);
+  if (static_cast<s64>(c.L) <= lost) return;
+  const u64 lost_hash = hash_of(slice(c, 0, static_cast<u64>(lost)), parallel);
+  x_hash = hash_add(x_hash, hash_canon(hash_sub(hash_canon(c_hash), lost_hash)));
+  const u64 length = c.L - static_cast<u64>(lost);
+  const u64 at = static_cast<u64>(c.exp + lost - x.exp);
+  const W carry = bp_add(x.T + at, x.T + at, c.T + lost, length, 0, parallel);
+  if (carry == 0) return;
+  const auto out = bp_carry<W>(1, x.T + at + length, x.L - at - length, parallel);
+  if (out != 0) x.T[x.L++] = 1;
+}
+
+}  // namespace
+
+template <class Store>
+FinalProduct<Store>::FinalProduct(u64 p, u64 tds)
+    : p_(p), half_((p + 3) / 2), product_words_(2 * (p + 3 - half_)) {
+  heap_ = LinearHeapBuffer::cut_bytes<W>(cross_words()) + LinearHeapBuffer::cut_bytes<W>(product_words_) +
+          TransformHelper<W>::max_bytes(product_words_, std::max<u64>(tds, 1));
+}
+
+template <class Store>
+void FinalProduct<Store>::run(const RunContext& ctx, Number& x, u64 x_hash, const Number& y, u64 y_hash,
+                              Arena heap) const {
+  using Transform = typename Store::Transform;
+  const u64 n = p_ + 3;
+  if (heap.size < heap_) throw BufferTooSmallException("FinalProduct::run()", heap.size, heap_);
+  if (x.size < out_words()) throw BufferTooSmallException("FinalProduct::run()", x.size, out_words());
+  if (x.L == 0 || y.L == 0) return x.set_zero();
+  // Words of x and of y below their top n go; a shorter number has a shorter lower half, or none. The upper
+  // half gets the hash that the number's own leaves for it, so that a change in any of its words shows.
+  const u64 upper = n - half_;
+  const auto halves = [&](const Number& z, u64 hash) {
+    const u64 middle = z.L > upper ? z.L - upper : 0;
+    const u64 bottom = z.L > n ? z.L - n : 0;
+    HashedPart<W> low{slice(z, bottom, middle), 0};
+    low.hash = hash_of(low.words, ctx.parallel);
+    const u64 below = hash_add(low.hash, hash_of(slice(z, 0, bottom), ctx.parallel));
+    return std::pair{HashedPart<W>{slice(z, middle, z.L), hash_canon(hash_sub(hash_canon(hash), below))},
+                     low};
+  };
+  const auto [x1, x0] = halves(x, x_hash);
+  const auto [y1, y0] = halves(y, y_hash);
+  // x1 y0 and x0 y1 end below this exponent.
+  const s64 cross_top = x.magnitude() + y.magnitude() - static_cast<s64>(upper);
+  Number cross(heap.template cut<W>(cross_words()), cross_words());
+  Number product(heap.template cut<W>(product_words_), product_words_);
+  bp_fill(cross.T, cross_words(), 0, ctx.parallel);
+  cross.L = cross_words();
+  cross.exp = cross_top + 1 - static_cast<s64>(cross_words());
+  cross.sign = 1;
+  u64 hash = hash_mul(x1.hash, y1.hash), cross_hash = 0;
+  const auto take_cross = [&](u64 product_hash) {
+    check_hash(product, product_hash, ctx.parallel);
+    add_below(cross, cross_hash, product, product_hash, ctx.parallel);
+  };
+  {
+    const TransformHelper<W> helper(ctx.multiply(heap), product_words_);
+    Transform fx;
+    Transform::mul_rr_xx(helper, product, product_words_, x0.words, y1.words);
+    take_cross(hash_mul(x0.hash, y1.hash));
+    Transform::mul_rr_xf(helper, product, product_words_, y0.words, x1.words, fx);
+    take_cross(hash_mul(y0.hash, x1.hash));
+    Transform::mul_rf_xf(helper, x, product_words_, y1.words, fx);
+  }
+  check_hash(x, hash, ctx.parallel);
+  cross.strip_top_zeros(ctx.parallel);
+  add_below(x, hash, cross, cross_hash, ctx.parallel);
+  check_hash(x, hash, ctx.parallel);
+}
+
+template class FinalProduct<RamStore<u32>>;
+template class FinalProduct<RamStore<u64>>;
+
+}  // namespace orl

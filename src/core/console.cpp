@@ -1,0 +1,300 @@
+#include "core/console.h"
+
+#include <stdio.h>
+#include <unistd.h>
+#include <wchar.h>
+
+#include <algorithm>
+#include <atomic>
+#include <charconv>
+#include <cstdlib>
+#include <iostream>
+#include <optional>
+
+#include "core/ending.h"
+#include "core/settings.h"
+
+namespace orl::console {
+
+namespace {
+
+std::atomic<u64> print_call_count{0};
+std::atomic<u64> live_length{0};  ///< bytes of the live line on the screen; 0: none
+std::atomic<bool> at_line_start{true};
+std::atomic<char> current_colour{' '};
+
+std::string_view sequence(char colour) {
+  switch (colour) {
+    case ' ':
+      return {};
+    case 'B':
+      return "\033[01;34m";
+    case 'G':
+      return "\033[01;32m";
+    case 'P':
+      return "\033[01;35m";
+    case 'R':
+      return "\033[01;31m";
+    case 'T':
+      return "\033[01;36m";
+    case 'Y':
+      return "\033[01;33m";
+    case 'b':
+      return "\033[22;34m";
+    case 'g':
+      return "\033[22;32m";
+    case 'p':
+      return "\033[22;35m";
+    case 'r':
+      return "\033[22;31m";
+    case 't':
+      return "\033[22;36m";
+    case 'y':
+      return "\033[22;33m";
+    default:
+      return "\033[01;37m";
+  }
+}
+
+bool is_wide() { return fwide(stdout, 0) > 0; }
+
+/// Keeps what one call writes together. It is the lock of the C stream, which std::cout writes through.
+class OnePiece {
+ public:
+  OnePiece() { flockfile(stdout); }
+  OnePiece(const OnePiece&) = delete;
+  OnePiece& operator=(const OnePiece&) = delete;
+  ~OnePiece() {
+    if (is_wide()) {
+      std::wcout.flush();
+    } else {
+      std::cout.flush();
+    }
+    funlockfile(stdout);
+  }
+};
+
+void write_raw(std::string_view text) {
+  if (!is_wide()) {
+    std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
+    return;
+  }
+  for (const char c : text) std::wcout.put(std::wcout.widen(c));
+}
+
+void write_blanks(u64 count) {
+  constexpr std::string_view blanks = "                                                                ";
+  for (; count > blanks.size(); count -= blanks.size()) write_raw(blanks);
+  write_raw(blanks.substr(0, count));
+}
+
+void write_colour(char colour) {
+  if (colour == ' ') return;
+  current_colour = colour;
+  if (settings().colors_enabled) write_raw(sequence(colour));
+}
+
+void write_text(std::string_view text) {
+  if (text.empty()) return;
+  write_raw(text);
+  at_line_start = text.back() == '\n';
+}
+
+void erase_live_line() {
+  const u64 length = live_length.exchange(0);
+  if (length == 0) return;
+  write_raw("\r");
+  write_blanks(length);
+  write_raw("\r");
+}
+
+/// A line without its end; nothing at the end of input.
+std::optional<std::string> next_line() {
+  std::string line;
+  if (!std::getline(std::cin, line)) return std::nullopt;
+  // A terminal has echoed the line feed.
+  if (isatty(STDIN_FILENO)) at_line_start = true;
+  if (!line.empty() && line.back() == '\r') line.pop_back();
+  return line;
+}
+
+std::string line_or_exit() {
+  std::optional<std::string> line = next_line();
+  if (!line) quiet_exit(1);
+  return *std::move(line);
+}
+
+std::optional<u64> leading_number(std::string_view line) {
+  line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+  u64 value = 0;
+  const auto result = std::from_chars(line.data(), line.data() + line.size(), value);
+  if (result.ec != std::errc{}) return std::nullopt;
+  return value;
+}
+
+}  // namespace
+
+u64 print(std::string_view text, char colour) {
+  print_call_count.fetch_add(1, std::memory_order_relaxed);
+  const OnePiece piece;
+  erase_live_line();
+  write_colour(colour);
+  write_text(text);
+  return text.size();
+}
+
+u64 println(std::string_view text, char colour) {
+  print_call_count.fetch_add(1, std::memory_order_relaxed);
+  const OnePiece piece;
+  erase_live_line();
+  write_colour(colour);
+  write_text(text);
+  write_text("\n");
+  return text.size();
+}
+
+void newline() { print("\n", ' '); }
+
+void set_colour(char colour) {
+  const OnePiece piece;
+  erase_live_line();
+  write_colour(colour);
+}
+
+void reset_colours() {
+  const OnePiece piece;
+  erase_live_line();
+  current_colour = ' ';
+  if (settings().colors_enabled) write_raw("\033[39;49m");
+}
+
+u64 print_padded(u64 width, std::string_view text, char colour) {
+  print_call_count.fetch_add(1, std::memory_order_relaxed);
+  const OnePiece piece;
+  erase_live_line();
+  write_colour(colour);
+  write_text(text);
+  if (text.size() >= width) return text.size();
+  write_blanks(width - text.size());
+  at_line_start = false;
+  return width;
+}
+
+u64 print_number(u64 width, u64 value, char colour) {
+  std::string text = format_with_commas(value);
+  if (text.size() < width) text.insert(0, width - text.size(), ' ');
+  return print(text, colour);
+}
+
+u64 label_value(std::string_view label, std::string_view value, char colour) {
+  const u64 length = print(label, colour == ' ' ? ' ' : 'w');
+  return length + print(value, colour);
+}
+
+u64 read_number(std::string_view prompt, char colour) {
+  for (;;) {
+    print(prompt, colour == ' ' ? ' ' : 'w');
+    set_colour(colour);
+    if (const std::optional<u64> value = leading_number(line_or_exit())) return *value;
+  }
+}
+
+u64 read_bounded(std::string_view prompt, u64 low, u64 high, char colour) {
+  u64 value = read_number(prompt, colour);
+  while (value < low || value > high) value = read_number(prompt, colour);
+  if (colour != ' ') set_colour('w');
+  return value;
+}
+
+std::optional<u64> read_choice(std::string_view prompt, u64 low, u64 high, char colour) {
+  for (;;) {
+    print(prompt, colour == ' ' ? ' ' : 'w');
+    set_colour(colour);
+    const std::string line = line_or_exit();
+    if (colour != ' ') set_colour('w');
+    if (line.find_first_not_of(" \t\r") == std::string::npos) return std::nullopt;
+    const std::optional<u64> value = leading_number(line);
+    if (value && low <= *value && *value <= high) return value;
+  }
+}
+
+std::string read_line(std::string_view prompt) {
+  print(prompt, 'w');
+  return line_or_exit();
+}
+
+void pause() {
+  print("Press ENTER to continue . . .", ' ');
+  next_line();
+}
+
+std::string format_with_commas(u64 value) {
+  std::string text = std::to_string(value);
+  for (u64 digits = text.size(); digits > 3; digits -= 3) text.insert(digits - 3, 1, ',');
+  return text;
+}
+
+std::string format_bytes(u64 bytes) {
+  std::string size = format_binary_size(bytes);
+  // The number takes five columns.
+  if (const auto blank = size.find(' '); blank < 5) size.insert(0, 5 - blank, ' ');
+  return format_with_commas(bytes) + " (" + size + ")";
+}
+
+std::string format_binary_size(u64 bytes) {
+  static constexpr const char* units[] = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
+  double value = static_cast<double>(bytes);
+  u32 unit = 0;
+  // 1023.5 and more would be shown as 1024.
+  for (; value >= 1023.5; value /= 1024) unit++;
+  return (unit == 0 ? std::to_string(bytes) : format_float(value, 3)) + " " + units[unit];
+}
+
+std::string format_float(double value, u32 digits) {
+  char text[512];
+  const int precision = static_cast<int>(std::clamp<u32>(digits, 1, 17)) - 1;
+  // The exponent after rounding: 9.996 has three digits as "10.0".
+  snprintf(text, sizeof text, "%.*e", precision, value);
+  const char* exponent = std::find(text, text + sizeof text - 1, 'e');
+  if (*exponent != 'e') return text;
+  const int decimals = std::max(0, precision - std::atoi(exponent + 1));
+  snprintf(text, sizeof text, "%.*f", decimals, value);
+  return text;
+}
+
+u64 print_calls() { return print_call_count.load(std::memory_order_relaxed); }
+
+std::mutex& fault_mutex() {
+  // Never destroyed: a worker may hold it while the process ends.
+  static std::mutex* const mutex = new std::mutex;
+  return *mutex;
+}
+
+void show_live_line(std::string_view label, std::string_view value, std::string_view tail, char colour) {
+  if (!at_line_start || !isatty(STDOUT_FILENO)) return;
+  const OnePiece piece;
+  const char before = current_colour;
+  write_raw("\r");
+  write_colour('w');
+  write_raw(label);
+  if (!value.empty()) {
+    write_colour(colour);
+    write_raw(value);
+    write_colour('w');
+  }
+  write_raw(tail);
+  const u64 length = label.size() + value.size() + tail.size();
+  const u64 old_length = live_length.exchange(length);
+  if (old_length > length) {
+    write_blanks(old_length - length);
+    live_length = old_length;
+  }
+  write_colour(before);
+}
+
+void clear_live_line() {
+  const OnePiece piece;
+  erase_live_line();
+}
+
+}  // namespace orl::console

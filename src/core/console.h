@@ -1,0 +1,74 @@
+// Everything that the user sees or types goes through here.
+//
+// Colours  one letter each: R error, Y warning, G value, T menu entry, B blue, P magenta, lower case for the
+// dim form,
+//          'w' and any other letter the default text colour, ' ' no change. settings().colors_enabled = false
+//          writes no escape sequence at all. A colour stays until the next one is set.
+// Output   std::cout, or std::wcout if standard output has been put in wide orientation. Every call flushes.
+// Input    a prompt for ENTER returns at the end of input; any other reader then ends the program with
+// status 1. Threads  printing takes no lock; one call's text is written in one piece.
+#pragma once
+
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/types.h"
+
+namespace orl::console {
+
+/// Sets the colour and writes the text as it stands. Returns the length of the text in bytes.
+u64 print(std::string_view text, char colour = 'w');
+/// The same with a line feed behind it. Returns the length of the text without the line feed.
+u64 println(std::string_view text, char colour = 'w');
+void newline();
+void set_colour(char colour);
+/// Gives the terminal its own colours back.
+void reset_colours();
+
+/// Pads with blanks behind the text to `width`; a longer text prints whole. Returns the length printed.
+u64 print_padded(u64 width, std::string_view text, char colour = 'w');
+/// With thousands separators, right-aligned in `width`.
+u64 print_number(u64 width, u64 value, char colour = 'G');
+/// The label in the default colour, then the value in the colour given; no line feed. A blank colour changes
+/// nothing.
+u64 label_value(std::string_view label, std::string_view value, char colour = 'G');
+
+/// Prints the prompt and reads a decimal number in the colour given, from the front of a line. Asks again
+/// when the line does not begin with a number or when it does not fit 64 bits.
+u64 read_number(std::string_view prompt, char colour = 'G');
+/// read_number() until low <= value <= high, with no message; `high` of all ones is no bound. Then back to
+/// 'w', unless the colour is the blank.
+u64 read_bounded(std::string_view prompt, u64 low, u64 high, char colour = 'G');
+/// As read_bounded, but an empty line gives nothing: the user's way back.
+std::optional<u64> read_choice(std::string_view prompt, u64 low, u64 high, char colour = 'G');
+/// A line without its end.
+std::string read_line(std::string_view prompt);
+/// "Press ENTER to continue . . .", then waits for a line or the end of input.
+void pause();
+
+/// "1,234,567".
+std::string format_with_commas(u64 value);
+/// "1,234,567 ( 1.18 MiB)": bytes, then three significant digits in a unit of a power of 1024.
+std::string format_bytes(u64 bytes);
+/// The same without the count of bytes: "1.18 MiB".
+std::string format_binary_size(u64 bytes);
+/// `digits` significant digits without an exponent: format_float(12.345, 3) is "12.3". Large values keep all
+/// digits before the point.
+std::string format_float(double value, u32 digits);
+
+/// Number of print calls so far, of all threads.
+u64 print_calls();
+/// Held by whoever asks the user about a fault while other threads run.
+std::mutex& fault_mutex();
+
+/// Shows label, value and tail as the line that is rewritten in place: the label and the tail in the default
+/// colour, the value in `colour`, together at most one line of plain text. Does nothing unless standard
+/// output is a terminal with the cursor at the start of a line. The next print of any kind takes the line
+/// away first. Allocates nothing.
+void show_live_line(std::string_view label, std::string_view value = {}, std::string_view tail = {},
+                    char colour = 'G');
+void clear_live_line();
+
+}  // namespace orl::console

@@ -1,0 +1,18 @@
+// A seam for fault tests: proofs are only proofs if a changed bit is caught.
+//
+// Libraries call it where data could be damaged; they do not define it. The program links the empty
+// definition (target orvane_no_faults, fault_point_none.cpp), a fault test links its own, which may change
+// what it is shown.
+#pragma once
+
+#include "core/types.h"
+
+namespace orl {
+
+/// `site` is one of "merge operand", "merge result", "conversion power", "digit words", "digit file",
+/// "stress operands TAG CORE", "stress tables TAG CORE"; `data`
+/// holds `bytes` bytes that are about to be used, or, for "digit file", the NUL-terminated path of the file
+/// just written.
+void fault_point(const char* site, void* data, u64 bytes);
+
+}  // namespace orl

@@ -1,0 +1,25 @@
+// Process-wide settings, filled by the global options at start-up and only read afterwards.
+#pragma once
+
+#include <string>
+
+#include "core/types.h"
+
+namespace orl {
+
+struct Settings {
+  s32 pause_level = 0;         ///< when to ask for ENTER at the end; see leave() in ending.h
+  bool pause_on_fatal = true;  ///< fatal_exit() asks for ENTER
+  s32 thread_priority =
+      -1;  ///< 0 leaves scheduling alone, below 0 lowest, above 0 highest real-time priority
+  bool colors_enabled = true;  ///< false: no escape sequence is written
+  bool print_pii = false;      ///< reports may show what identifies the machine
+  bool skip_warnings = false;  ///< the processor check does not wait for ENTER
+  std::string exe_path;        ///< full path of the running file
+  std::string exe_dir;         ///< exe_path cut after its last separator, which is kept
+};
+
+/// The one record. Change it only while a single thread runs.
+Settings& settings();
+
+}  // namespace orl

@@ -1,7 +1,0 @@
-#include "frame/fault_point.h"
-
-namespace orl {
-
-void fault_point(const char*, void*, u64) {}
-
-}  // namespace orl

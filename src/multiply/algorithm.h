@@ -1,0 +1,232 @@
+// The front of all large multiplication: what a multiplication algorithm is, to its callers.
+//
+// An Algorithm is a static object. Asked for a product size it gives a Parameters, the shape of one
+// multiplication, built in place into a ParametersBox (no allocation). A multiplication takes
+// 2 * transform_size + scratch_size bytes: first transform, second transform, working scratch.
+//
+// Word types   transforms see u32 arrays only. The u64 entries (suffix _w) double all counts and call their
+//              u32 sisters; an algorithm with kernels of its own for u64 (Basecase/Karatsuba) overrides them.
+// Planning     sizes() and a Parameters built without tables can be asked for sizes; only running needs
+// tables. Threads      Algorithm and Parameters are immutable and may be shared; scratch belongs to one
+// product.
+#pragma once
+
+#include <array>
+#include <memory>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "core/types.h"
+#include "memory/linear_buffer.h"
+#include "threads/parallelizer.h"
+
+namespace orl {
+
+/// One family's twiddle or root tables.
+struct FamilyTables {
+  virtual ~FamilyTables() = default;
+};
+
+/// The shared tables of a computation: one FamilyTables a family, cut from one block that is allocated once.
+/// Grown by ensure_tables only while no multiplication runs; read-only otherwise.
+class TransformTables {
+ public:
+  /// Tables will be cut from `memory`, which the caller owns and keeps alive.
+  explicit TransformTables(LinearHeapBuffer memory) : memory_(memory) {}
+  TransformTables(const TransformTables&) = delete;
+  TransformTables& operator=(const TransformTables&) = delete;
+
+  LinearHeapBuffer& memory() { return memory_; }
+  /// Null when the family has no tables yet.
+  const FamilyTables* find(std::string_view family_id) const;
+  FamilyTables* find(std::string_view family_id);
+  void put(std::string_view family_id, std::unique_ptr<FamilyTables> tables);
+
+ private:
+  LinearHeapBuffer memory_;
+  std::vector<std::pair<std::string_view, std::unique_ptr<FamilyTables>>> families_;
+};
+
+/// What every product needs beside its operands.
+struct MultiplyContext {
+  ParallelContext parallel;
+  const TransformTables& tables;
+  LinearHeapBuffer scratch;
+
+  MultiplyContext with_scratch(LinearHeapBuffer buffer) const { return {parallel, tables, buffer}; }
+};
+
+/// Bytes of one multiplication.
+struct MultiplySizes {
+  u64 transform_bytes = 0;
+  u64 scratch_bytes = 0;
+  u64 total_bytes() const { return 2 * transform_bytes + scratch_bytes; }
+  u64 square_bytes() const { return transform_bytes + scratch_bytes; }
+};
+
+/// Bytes of one bounded multiplication: what its product, and its square, may take.
+struct BoundedSizes {
+  u64 product_bytes = 0;
+  u64 square_bytes = 0;
+};
+
+/// The shape of one multiplication. Word arrays are least significant word first. `skip` and `len` select the
+/// product words [skip, len) that are written to T[0, len - skip).
+class Parameters {
+ public:
+  virtual ~Parameters() = default;
+
+  u64 max_bits() const { return max_bits_; }              ///< largest product
+  u64 transform_size() const { return transform_size_; }  ///< bytes of one forward transform
+  u64 scratch_size() const { return scratch_size_; }      ///< bytes of working scratch
+  MultiplySizes sizes() const { return {transform_size_, scratch_size_}; }
+
+  /// Forward transform of A[0, AL) into F. Throws ConvolutionTooSmallException "Convolution length is too
+  /// small." when A does not fit. tmp holds scratch_size() bytes here and below.
+  virtual void forward(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const = 0;
+  /// Words [skip, len) of the square of what F transforms; F is destroyed.
+  virtual void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp,
+                            ParallelContext parallel) const = 0;
+  /// Words [skip, len) of the product of F and G; F is destroyed, G kept.
+  virtual void inverse_fmul(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
+                            ParallelContext parallel) const = 0;
+
+  virtual void forward_w(void* F, const u64* A, u64 AL, void* tmp, ParallelContext parallel) const {
+    forward(F, reinterpret_cast<const u32*>(A), 2 * AL, tmp, parallel);
+  }
+  virtual void inverse_fsqr_w(void* F, u64* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const {
+    inverse_fsqr(F, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, tmp, parallel);
+  }
+  virtual void inverse_fmul_w(void* F, const void* G, u64* T, u64 skip, u64 len, void* tmp,
+                              ParallelContext parallel) const {
+    inverse_fmul(F, G, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, tmp, parallel);
+  }
+
+  /// True when a forward transform made with one can be used with the other.
+  virtual bool compatible(const Parameters& other) const = 0;
+
+  /// n, in u32 words, when forward and inverse_fmul also make middle products of operands of up to n words
+  /// whose product is longer; 0 when they do not. What such a product has above n words falls on its lowest
+  /// ones and spoils them and 64 bits above; the words over these, up to n, are the product's but for a unit
+  /// of the lowest of them that is asked for. One operand must have at most n / 2 words.
+  u64 folding_words() const { return folding_words_; }
+
+  /// n, in u32 words, when the shape multiplies modulo W^n - 1 and W^n + 1 (W = 2^32); 0 when it does not,
+  /// and then the four operations below throw. The transforms of the two forms do not mix with each other or
+  /// with forward().
+  u64 cyclic_words() const { return cyclic_words_; }
+  /// Transforms A[0, AL), AL <= n, for products modulo W^n - 1.
+  virtual void forward_cyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const;
+  /// T[0, n) = the product of what F and G transform modulo W^n - 1, where W^n - 1 itself stands for 0 too. F
+  /// is destroyed, G (which may be F) kept otherwise. T may lie in G's memory unless G is F; G is lost then.
+  virtual void pointwise_cyclic(void* F, const void* G, u32* T, void* tmp, ParallelContext parallel) const;
+  /// Transforms A[0, AL), AL <= n, for products modulo W^n + 1.
+  virtual void forward_negacyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const;
+  /// The same modulo W^n + 1. True when the product is W^n, whose words T then holds: all zero.
+  virtual bool pointwise_negacyclic(void* F, const void* G, u32* T, void* tmp,
+                                    ParallelContext parallel) const;
+  /// T[0, n) = A * B modulo W^n - 1 and W^n + 1, for operands that nobody transformed: what the operations
+  /// above give, in fewer sweeps where the family can. F and G are lost; G is F when A is B. A may lie in G's
+  /// memory, and T as above.
+  virtual void product_cyclic(void* F, void* G, const u32* A, u64 AL, const u32* B, u64 BL, u32* T, void* tmp,
+                              ParallelContext parallel) const;
+  virtual bool product_negacyclic(void* F, void* G, const u32* A, u64 AL, const u32* B, u64 BL, u32* T,
+                                  void* tmp, ParallelContext parallel) const;
+
+ protected:
+  u64 max_bits_ = 0;
+  u64 folding_words_ = 0;
+  u64 cyclic_words_ = 0;
+  u64 transform_size_ = 0;
+  u64 scratch_size_ = 0;
+};
+
+/// Room for any Parameters object, on the stack or in a plan.
+class ParametersBox {
+ public:
+  ParametersBox() = default;
+  ParametersBox(const ParametersBox&) = delete;
+  ParametersBox& operator=(const ParametersBox&) = delete;
+  ~ParametersBox() { clear(); }
+
+  template <class P, class... Args>
+  P& emplace(Args&&... args) {
+    static_assert(sizeof(P) <= kBytes && alignof(P) <= 64);
+    clear();
+    P* p = new (storage_) P(std::forward<Args>(args)...);
+    held_ = p;
+    return *p;
+  }
+  void clear() {
+    if (held_) held_->~Parameters();
+    held_ = nullptr;
+  }
+  bool empty() const { return held_ == nullptr; }
+  const Parameters& operator*() const { return *held_; }
+  const Parameters* operator->() const { return held_; }
+
+ private:
+  static constexpr std::size_t kBytes = 320;
+  alignas(64) std::byte storage_[kBytes];
+  Parameters* held_ = nullptr;
+};
+
+/// One multiplication algorithm.
+class Algorithm {
+ public:
+  virtual ~Algorithm() = default;
+
+  u64 max_bits() const { return max_bits_; }  ///< largest product
+  const char* id() const { return id_; }
+  const char* name() const { return name_; }
+  const char* module() const { return module_; }
+  const char* variant() const { return variant_; }
+
+  /// Bytes of tables that products up to `bits` need; what ensure_tables cuts from an empty TransformTables.
+  virtual u64 table_bytes(u64 bits) const = 0;
+  virtual void ensure_tables(TransformTables& tables, u64 bits) const = 0;
+  /// Sizes of the shape that a product of `bits` takes. Throws LimitExceededException past max_bits.
+  virtual MultiplySizes sizes(u64 bits, u64 tds) const = 0;
+  /// Builds that shape. `tables` may be null when only sizes are wanted.
+  virtual const Parameters& parameters_for(ParametersBox& out, const TransformTables* tables, u64 bits,
+                                           u64 tds) const = 0;
+
+  /// Whole-product and window forms; ctx.scratch must hold sizes(...).total_bytes() of the (trimmed) product,
+  /// or square_bytes() for a square. The defaults build Parameters and run forward / inverse. T may not
+  /// overlap an operand.
+  virtual void sqr_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const;
+  virtual void sqr_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 L) const;
+  virtual void mul_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL,
+                          const u32* B, u64 BL) const;
+  virtual void mul_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL,
+                          const u64* B, u64 BL) const;
+
+  /// The same in less memory, where the family has products modulo W^n - 1 and W^n + 1: CRT_mulp at the shape
+  /// for half the product. A shape that offers no fitting length throws TransformTooSmallException within,
+  /// and the product is made by mul_window (a square by sqr_window). Which way is known beforehand, so
+  /// ctx.scratch holds bounded_sizes() of the product's bits and the window's, and no more. Where that is
+  /// less than sizes(), T may overlap the operands, for which it holds bounded_sizes() of a window of 0 bits.
+  virtual void sqr_bounded(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const;
+  virtual void sqr_bounded(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 L) const;
+  virtual void mul_bounded(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL,
+                           const u32* B, u64 BL) const;
+  virtual void mul_bounded(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL,
+                           const u64* B, u64 BL) const;
+  /// Bytes of the bounded forms for a product of exactly `bits` with a window of `window_bits` or more, both
+  /// whole words. Never above those of sizes(bits, tds). Throws LimitExceededException past max_bits.
+  virtual BoundedSizes bounded_sizes(u64 bits, u64 window_bits, u64 tds) const;
+
+ protected:
+  Algorithm(u64 max_bits, const char* id, const char* name, const char* module, const char* variant)
+      : max_bits_(max_bits), id_(id), name_(name), module_(module), variant_(variant) {}
+
+ private:
+  u64 max_bits_;
+  const char* id_;
+  const char* name_;
+  const char* module_;
+  const char* variant_;
+};
+
+}  // namespace orl

@@ -1,0 +1,327 @@
+#include "multiply/algorithm_table.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "core/console.h"
+#include "core/ending.h"
+#include "core/exceptions.h"
+#include "simd/target.h"
+
+namespace orl {
+namespace {
+
+constexpr u64 kEverything = ~u64{0};
+
+// The lists of the targets, in bits; each is tuned by bench/multiply. AVX2 and AVX512: Karatsuba is ahead of
+// the smallest transforms up to 62 and 43 words an operand (Zen 4, 2026-11), the floating-point FFT ahead of
+// the residue transforms until it leaves the caches (Intel Xeon, 2026-11).
+constexpr u64 kLargestC17 = 0x12C0000000000, kLargestN64 = 0x3800000000000000;
+constexpr AlgorithmRow kScalarRows[] = {
+    {"BKT", 5120}, {"FFT", 221184}, {"C17", kLargestC17}, {"N64", kLargestN64}};
+constexpr AlgorithmRow kAvx2Rows[] = {
+    {"BKT", 7936}, {"FFT", 0x2000000}, {"C17", kLargestC17}, {"N64", kLargestN64}};
+constexpr AlgorithmRow kAvx512Rows[] = {
+    {"BKT", 5504}, {"FFT", 0x800000}, {"C17", kLargestC17}, {"N64", kLargestN64}};
+constexpr AlgorithmRow kAvx512IfmaRows[] = {
+    {"BKT", 5120}, {"FFT", 221184}, {"C17", kLargestC17}, {"N64", kLargestN64}};
+
+AlgorithmRegistry& mutable_registry() {
+  static AlgorithmRegistry registry;
+  return registry;
+}
+
+template <class W>
+AlgorithmTable<W>& default_table() {
+  static AlgorithmTable<W> table(sizeof(W) == 4 ? "Basic: 32-bit Word" : "Basic: 64-bit Word");
+  return table;
+}
+
+template <class W>
+void initialize_table() {
+  default_table<W>().add_list(mutable_registry(), default_basic_rows());
+  detail::active_table<W> = &default_table<W>();
+}
+
+}  // namespace
+
+TrimmedProduct trim_product(u64 skip, u64 len, u64 AL, u64 BL) {
+  TrimmedProduct t{0, AL, 0, BL, skip, len};
+  const bool a_is_longer = AL >= BL;
+  u64& long_offset = a_is_longer ? t.a_offset : t.b_offset;
+  u64& short_offset = a_is_longer ? t.b_offset : t.a_offset;
+  u64& long_length = a_is_longer ? t.a_length : t.b_length;
+  u64& short_length = a_is_longer ? t.b_length : t.a_length;
+  if (short_length < skip) {
+    const u64 from_long = skip - short_length;
+    const u64 from_short = long_length < skip ? skip - long_length : 0;
+    long_offset += from_long;
+    long_length -= from_long;
+    short_offset += from_short;
+    short_length -= from_short;
+    t.skip -= from_long + from_short;
+    t.len -= from_long + from_short;
+  }
+  const u64 above = long_length + short_length - t.len;
+  const u64 long_cut = above > short_length ? above - short_length : 0;
+  const u64 short_cut = above > long_length ? above - long_length : 0;
+  long_length -= long_cut;
+  short_length -= short_cut;
+  return t;
+}
+
+TrimmedProduct trim_square(u64 skip, u64 len, u64 L) {
+  u64 low = 0;
+  if (L < skip) {
+    low = skip - L;
+    L -= low;
+    skip -= 2 * low;
+    len -= 2 * low;
+  }
+  const u64 length = std::min(len, L);
+  return {low, length, low, length, skip, len};
+}
+
+void AlgorithmRegistry::add(std::string_view id, const AlgorithmInstances& instances) {
+  if (!algorithms_.emplace(id, instances).second)
+    throw InvalidParametersException("AlgorithmRegistry::add()", "Duplicate algorithm: " + std::string(id));
+}
+
+const AlgorithmInstances* AlgorithmRegistry::find(std::string_view id) const {
+  const auto found = algorithms_.find(id);
+  return found == algorithms_.end() ? nullptr : &found->second;
+}
+
+template <class W>
+void AlgorithmTable<W>::add(u64 threshold, const Algorithm* algorithm) {
+  if (algorithm == nullptr) return;
+  if (!entries_.empty() && entries_.back().threshold >= threshold)
+    throw StringException("AlgorithmTable::add()", "Thresholds must be increasing.");
+  if (threshold > algorithm->max_bits() / word_bits)
+    throw StringException("AlgorithmTable::add()", "Thresholds is larger than maximum size.");
+  if (entries_.empty() && std::string_view(algorithm->id()) == "BKT")
+    schoolbook_words_ = std::min(threshold, 2 * std::min(kKaratsubaMulWords<W>, kKaratsubaSqrWords<W>) - 1);
+  entries_.push_back({threshold, algorithm});
+}
+
+template <class W>
+void AlgorithmTable<W>::add(u64 threshold, std::unique_ptr<Algorithm> owned) {
+  add(threshold, owned.get());
+  owned_.push_back(std::move(owned));
+}
+
+template <class W>
+void AlgorithmTable<W>::add_list(const AlgorithmRegistry& registry, std::span<const AlgorithmRow> rows) {
+  for (const AlgorithmRow& row : rows) {
+    const std::string id(row.id);
+    const AlgorithmInstances* instances = registry.find(id);
+    if (instances == nullptr) {
+      console::println("Skipping unknown algorithm: " + id, 'Y');
+      continue;
+    }
+    if (instances->basic<W>() == nullptr)
+      console::println("Warning: " + id + " does not support: \"" + name_ + "\"", 'Y');
+    add(row.threshold_bits / word_bits, instances->basic<W>());
+  }
+}
+
+template <class W>
+const Algorithm& AlgorithmTable<W>::find(u64 words, const char* function) const {
+  for (const Entry& entry : entries_)
+    if (entry.threshold >= words) return *entry.algorithm;
+  throw LimitExceededException(function, 0, words);
+}
+
+template <class W>
+const Algorithm& AlgorithmTable<W>::get_algorithm(u64 words) const {
+  return find(words, "AlgorithmTable::get_algorithm()");
+}
+
+template <class W>
+const Parameters& AlgorithmTable<W>::parameters_for(ParametersBox& out, const TransformTables* tables,
+                                                    u64 words, u64 tds) const {
+  return get_algorithm(words).parameters_for(out, tables, words * word_bits, tds);
+}
+
+template <class W>
+MultiplySizes AlgorithmTable<W>::sizes(u64 words, u64 tds) const {
+  return find(words, "AlgorithmTableB::mSBsizes()").sizes(words * word_bits, tds);
+}
+
+template <class W>
+MultiplySizes AlgorithmTable<W>::max_sizes(u64 words, u64 tds, u64 transforms) const {
+  find(words, "AlgorithmTableB::mSBsizes()");
+  MultiplySizes largest;
+  u64 largest_bytes = 0;
+  u64 at = 1;
+  for (const Entry& entry : entries_) {
+    const u64 end = std::min(entry.threshold, words);
+    while (at <= end) {
+      ParametersBox box;
+      const Parameters& shape = entry.algorithm->parameters_for(box, nullptr, at * word_bits, tds);
+      const MultiplySizes sizes = shape.sizes();
+      const u64 bytes = transforms * sizes.transform_bytes + sizes.scratch_bytes;
+      if (bytes > largest_bytes) {
+        largest = sizes;
+        largest_bytes = bytes;
+      }
+      // Every product up to the shape's largest takes this shape.
+      at = std::max(at, std::min(shape.max_bits() / word_bits, end)) + 1;
+    }
+  }
+  return largest;
+}
+
+template <class W>
+BoundedSizes AlgorithmTable<W>::cost(u64 p, u64 tds) const {
+  const u64 words = 2 * p + 6;
+  find(words, "AlgorithmTableB::mSBsize()");
+  return max_bounded_sizes(words, tds, p + 2);
+}
+
+template <class W>
+void AlgorithmTable<W>::sqr_trimmed(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A,
+                                    u64 L) const {
+  const TrimmedProduct t = trim_square(skip, len, L);
+  get_algorithm(2 * t.a_length).sqr_window(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length);
+}
+
+template <class W>
+void AlgorithmTable<W>::mul_trimmed(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL,
+                                    const W* B, u64 BL) const {
+  const TrimmedProduct t = trim_product(skip, len, AL, BL);
+  get_algorithm(t.a_length + t.b_length)
+      .mul_window(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length, B + t.b_offset, t.b_length);
+}
+
+template <class W>
+BoundedSizes AlgorithmTable<W>::max_bounded_sizes(u64 words, u64 tds, u64 window) const {
+  find(words, "AlgorithmTableB::mSBsizes()");
+  constexpr u64 k = word_bits / 32;
+  BoundedSizes largest;
+  u64 at = 1;
+  for (const Entry& entry : entries_) {
+    const u64 end = std::min(entry.threshold, words);
+    while (at <= end) {
+      const BoundedSizes sizes =
+          entry.algorithm->bounded_sizes(at * word_bits, std::min(at, window) * word_bits, tds);
+      largest.product_bytes = std::max(largest.product_bytes, sizes.product_bytes);
+      largest.square_bytes = std::max(largest.square_bytes, sizes.square_bytes);
+      // Up to the next larger shape, whole or half, a longer product takes no more: its window is no shorter.
+      ParametersBox box;
+      u64 same = entry.algorithm->parameters_for(box, nullptr, at * word_bits, tds).max_bits() / word_bits;
+      const Parameters& half = entry.algorithm->parameters_for(box, nullptr, (at * k + 1) / 2 * 32, tds);
+      for (const u64 half_words : {half.max_bits() / 32, half.cyclic_words()})
+        if (2 * half_words / k >= at) same = std::min(same, 2 * half_words / k);
+      at = std::max(at, std::min(same, end)) + 1;
+    }
+  }
+  return largest;
+}
+
+template <class W>
+void AlgorithmTable<W>::sqr_bounded(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A,
+                                    u64 L) const {
+  if (2 * L <= schoolbook_words_ && skip == 0 && len == 2 * L) return sqrB(T, A, L);
+  const TrimmedProduct t = trim_square(skip, len, L);
+  const Algorithm& algorithm = get_algorithm(2 * t.a_length);
+  if (ctx.scratch.size >= algorithm.sizes(2 * t.a_length * word_bits, ctx.parallel.tds).square_bytes())
+    algorithm.sqr_window(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length);
+  else
+    algorithm.sqr_bounded(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length);
+}
+
+template <class W>
+void AlgorithmTable<W>::mul_bounded(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL,
+                                    const W* B, u64 BL) const {
+  if (AL + BL <= schoolbook_words_ && skip == 0 && len == AL + BL) return mulB(T, A, AL, B, BL);
+  const TrimmedProduct t = trim_product(skip, len, AL, BL);
+  const u64 words = t.a_length + t.b_length;
+  const Algorithm& algorithm = get_algorithm(words);
+  if (ctx.scratch.size >= algorithm.sizes(words * word_bits, ctx.parallel.tds).total_bytes())
+    algorithm.mul_window(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length, B + t.b_offset, t.b_length);
+  else
+    algorithm.mul_bounded(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length, B + t.b_offset, t.b_length);
+}
+
+template <class W>
+template <class Body>
+void AlgorithmTable<W>::for_each_reached(u64 bits, Body&& body) const {
+  const u64 words = bits == kEverything ? max_words() : (bits + word_bits - 1) / word_bits;
+  if (words > max_words()) throw LimitExceededException("AlgorithmTable::ensure_tables()", 0, bits);
+  for (u64 row = 0; row < entries_.size(); ++row) {
+    const auto reached = [&](u64 r) { return r == 0 || entries_[r - 1].threshold < words; };
+    if (!reached(row)) return;
+    u64 last = row;  // an algorithm with several rows is asked once, for its largest product
+    for (u64 later = row + 1; later < entries_.size() && reached(later); ++later)
+      if (entries_[later].algorithm == entries_[row].algorithm) last = later;
+    if (last == row) body(*entries_[row].algorithm, std::min(entries_[row].threshold, words) * word_bits);
+  }
+}
+
+template <class W>
+void AlgorithmTable<W>::ensure_tables(TransformTables& tables, u64 bits) const {
+  for_each_reached(
+      bits, [&](const Algorithm& algorithm, u64 largest) { algorithm.ensure_tables(tables, largest); });
+}
+
+template <class W>
+u64 AlgorithmTable<W>::table_bytes(u64 bits) const {
+  u64 bytes = 0;
+  for_each_reached(bits,
+                   [&](const Algorithm& algorithm, u64 largest) { bytes += algorithm.table_bytes(largest); });
+  return bytes;
+}
+
+std::span<const AlgorithmRow> default_basic_rows() {
+  switch (simd::active_target()) {
+    case simd::Target::kScalar:
+      return kScalarRows;
+    case simd::Target::kAvx2:
+      return kAvx2Rows;
+    case simd::Target::kAvx512:
+      return kAvx512Rows;
+    case simd::Target::kAvx512Ifma:
+      return kAvx512IfmaRows;
+  }
+  internal_error("default_basic_rows()", "Unknown target.");
+}
+
+void initialize_multiplication(AlgorithmRegistry&& registry) {
+  if (detail::active_table<u32> != nullptr) internal_error("initialize_multiplication()", "Called twice.");
+  mutable_registry() = std::move(registry);
+  initialize_table<u32>();
+  initialize_table<u64>();
+}
+
+const AlgorithmRegistry& algorithm_registry() { return mutable_registry(); }
+
+void detail::no_active_table() {
+  internal_error("basic_table()", "Multiplication has not been initialized.");
+}
+
+template <class W>
+ScopedBasicTable<W>::ScopedBasicTable(AlgorithmTable<W> table)
+    : table_(std::move(table)), before_(detail::active_table<W>) {
+  detail::active_table<W> = &table_;
+}
+
+template <class W>
+ScopedBasicTable<W>::ScopedBasicTable(std::span<const AlgorithmRow> rows)
+    : ScopedBasicTable([&] {
+        AlgorithmTable<W> table("Scoped");
+        table.add_list(algorithm_registry(), rows);
+        return table;
+      }()) {}
+
+template <class W>
+ScopedBasicTable<W>::~ScopedBasicTable() {
+  detail::active_table<W> = before_;
+}
+
+template class AlgorithmTable<u32>;
+template class AlgorithmTable<u64>;
+template class ScopedBasicTable<u32>;
+template class ScopedBasicTable<u64>;
+
+}  // namespace orl

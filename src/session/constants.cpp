@@ -1,0 +1,361 @@
+// The eleven constants: what each adds to the table of the catalogue.
+#include <array>
+#include <cmath>
+#include <limits>
+#include <utility>
+
+#include "session/constant.h"
+#include "config/located.h"
+#include "config/parser.h"
+#include "core/console.h"
+#include "core/exceptions.h"
+#include "console/number_forms.h"
+#include "constants/e.h"
+#include "constants/pi.h"
+#include "constants/roots.h"
+
+namespace orvane {
+namespace {
+
+namespace console = orl::console;
+using orl::InvalidParametersException;
+using orl::parse_whole_number;
+using orl::WholeNumber;
+
+std::string not_computable(const Constant& constant) {
+  return constant.name() +
+         " cannot be computed by this version yet. It computes pi, e, sqrt and goldenratio.";
+}
+
+class PiConstant final : public Constant {
+ public:
+  PiConstant() : Constant(ConstantIndex::kPi) {}
+  std::unique_ptr<Constant> clone() const override { return std::make_unique<PiConstant>(*this); }
+  std::string name() const override { return "Pi"; }
+  std::string unavailable() const override { return {}; }
+  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const override {
+    const auto series = algorithm_ & 1 ? orl::PiSeries::kRamanujan : orl::PiSeries::kChudnovsky;
+    return std::make_unique<orl::Pi_Series_BigFloatR<Word>>(series, 1, algorithm_ >= 2, precision_words, tds);
+  }
+};
+
+class EConstant final : public Constant {
+ public:
+  EConstant() : Constant(ConstantIndex::kE) {}
+  std::unique_ptr<Constant> clone() const override { return std::make_unique<EConstant>(*this); }
+  std::string name() const override { return "e"; }
+  std::string unavailable() const override { return {}; }
+  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const override {
+    return std::make_unique<orl::e_Taylor_BigFloatR<Word>>(algorithm_ == 1, 1, precision_words, tds);
+  }
+};
+
+class GoldenRatioConstant final : public Constant {
+ public:
+  GoldenRatioConstant() : Constant(ConstantIndex::kGoldenRatio) {}
+  std::unique_ptr<Constant> clone() const override { return std::make_unique<GoldenRatioConstant>(*this); }
+  std::string name() const override { return "Golden Ratio"; }
+  std::string unavailable() const override { return {}; }
+  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const override {
+    return std::make_unique<orl::GoldenRatio_Newton_BigFloatR<Word>>(1, precision_words, tds);
+  }
+};
+
+// A constant whose argument is a whole number.
+class ArgumentConstant : public Constant {
+ public:
+  using Constant::Constant;
+  bool takes_argument() const override { return true; }
+  bool on_select() override {
+    console::println("\nEnter nothing to keep the former constant.", 'w');
+    for (;;) {
+      const std::string line = console::read_line(prompt());
+      if (line.empty()) return false;
+      try {
+        set_argument(line);
+        return true;
+      } catch (const InvalidParametersException& e) {
+        console::println(e.message(), 'R');
+      }
+    }
+  }
+  void set_argument(const std::string& text) override {
+    const WholeNumber number = parse_whole_number(text);
+    if (number.kind == WholeNumber::kTooLarge)
+      throw InvalidParametersException(function(), text + " is out of range.");
+    if (number.kind == WholeNumber::kNone)
+      throw InvalidParametersException(function(), std::string("The constant \"") + key() +
+                                                       "\" needs a whole number as its argument, such as " +
+                                                       key() + ":" + example() + ".");
+    check_argument(number.value);
+    argument_ = number.value;
+  }
+
+ protected:
+  virtual void check_argument(u64 value) const = 0;
+  virtual void check_file_argument(u64 value) const { check_argument(value); }
+  /// What a file is told about a number that no check takes.
+  virtual std::string range_text(const std::string& number) const { return number + " is out of range."; }
+  virtual const char* prompt() const = 0;
+  virtual const char* function() const = 0;
+  virtual const char* example() const = 0;
+  void write_keys(orl::Object& object) const override {
+    Constant::write_keys(object);
+    if (argument_ > kMaxInteger)
+      object.add_string("Argument", std::to_string(argument_));
+    else
+      object.add_integer("Argument", static_cast<orl::s64>(argument_));
+  }
+  void read_keys(const orl::Object& object) override {
+    u64 argument = 0;
+    orl::read_key(object, "Argument", [&] { argument = file_argument(object); });
+    Constant::read_keys(object);
+    argument_ = argument;
+  }
+
+  // A file holds what its integers cannot as a string of digits.
+  static constexpr u64 kMaxInteger = std::numeric_limits<orl::s64>::max();
+
+  u64 file_argument(const orl::Object& object) const {
+    std::string text;
+    if (object.get("Argument").kind() == orl::ValueKind::kString)
+      text = object.get_string("Argument");
+    else
+      text = std::to_string(object.get_integer("Argument"));
+    const bool negative = text.starts_with('-');
+    const WholeNumber number = parse_whole_number(negative ? text.substr(1) : text);
+    if (number.kind == WholeNumber::kNone)
+      throw InvalidParametersException(function(), "\"" + text + "\" is not a whole number.");
+    if (negative || number.kind == WholeNumber::kTooLarge)
+      throw InvalidParametersException(function(), range_text(text));
+    check_file_argument(number.value);
+    return number.value;
+  }
+
+  u64 argument_ = 2;
+};
+
+bool is_perfect_square(u64 n) {
+  // The root of a 64-bit number rounded from a double may be off by one, and its square may wrap; 128 bits
+  // hold it.
+  const auto root = static_cast<orl::u128>(std::floor(std::sqrt(static_cast<double>(n)) + 0.5));
+  for (orl::u128 r = root - (root > 0); r <= root + 1; r++)
+    if (r * r == n) return true;
+  return false;
+}
+
+class SqrtConstant final : public ArgumentConstant {
+ public:
+  SqrtConstant() : ArgumentConstant(ConstantIndex::kSqrt) {}
+  std::unique_ptr<Constant> clone() const override { return std::make_unique<SqrtConstant>(*this); }
+  std::string name() const override { return "Sqrt(" + std::to_string(argument_) + ")"; }
+  std::string unavailable() const override { return {}; }
+  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const override {
+    return std::make_unique<orl::Sqrt_Newton_BigFloatR<Word>>(argument_, 1, precision_words, tds);
+  }
+
+ protected:
+  void check_argument(u64 value) const override {
+    if (value <= 1) throw InvalidParametersException(function(), "Argument must be greater than 1.");
+    check_square(value);
+  }
+  void check_file_argument(u64 value) const override {
+    if (value < 1) throw InvalidParametersException(function(), range_text(std::to_string(value)));
+    check_square(value);
+  }
+  const char* prompt() const override { return "Sqrt(n): n = "; }
+  const char* function() const override { return "Constant_Sqrt()"; }
+  const char* example() const override { return "2"; }
+
+ private:
+  void check_square(u64 value) const {
+    if (is_perfect_square(value))
+      throw InvalidParametersException(function(), std::to_string(value) + " is a perfect square.");
+  }
+};
+
+class LogConstant final : public ArgumentConstant {
+ public:
+  LogConstant() : ArgumentConstant(ConstantIndex::kLog) {}
+  std::unique_ptr<Constant> clone() const override { return std::make_unique<LogConstant>(*this); }
+  std::string name() const override { return "Log(" + std::to_string(argument_) + ")"; }
+  std::string unavailable() const override { return not_computable(*this); }
+  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64, u64) const override { return nullptr; }
+
+ protected:
+  void check_argument(u64 value) const override {
+    if (value < 2 || value > 2147483647)
+      throw InvalidParametersException(function(), std::to_string(value) + " is out of range.");
+  }
+  const char* prompt() const override { return "Log(n): n = "; }
+  const char* function() const override { return "Constant_Log()"; }
+  const char* example() const override { return "2"; }
+};
+
+// The parameter of Brent and McMillan's method, n = 2^e: the smallest e whose error bound reaches the
+// precision.
+u64 brent_exponent(u64 decimal_digits, bool refined) {
+  const double nats = static_cast<double>(decimal_digits) * std::log(10.0) + 64 * std::log(2.0);
+  const double needed = refined ? (nats + std::log(24.0)) / 8 : (nats + std::log(M_PI)) / 4;
+  u64 e = 1;
+  while (std::ldexp(1.0, static_cast<int>(e)) < needed) e++;
+  return e;
+}
+
+class GammaConstant final : public Constant {
+ public:
+  GammaConstant() : Constant(ConstantIndex::kGamma) {}
+  std::unique_ptr<Constant> clone() const override { return std::make_unique<GammaConstant>(*this); }
+  std::string name() const override { return "Euler-Mascheroni Constant"; }
+  std::string algorithm_long() const override {
+    return Constant::algorithm_long() + " ( n = 2^" +
+           std::to_string(brent_exponent(precision(), algorithm_ == 0)) + " )";
+  }
+  std::string unavailable() const override { return not_computable(*this); }
+  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64, u64) const override { return nullptr; }
+};
+
+class BrentConstant final : public ArgumentConstant {
+ public:
+  BrentConstant() : ArgumentConstant(ConstantIndex::kBrent) {}
+  std::unique_ptr<Constant> clone() const override { return std::make_unique<BrentConstant>(*this); }
+  std::string name() const override { return "Euler-Mascheroni Constant"; }
+  std::string algorithm_long() const override {
+    return Constant::algorithm_long() + " ( n = 2^" + std::to_string(argument_) + " )";
+  }
+  std::string unavailable() const override { return not_computable(*this); }
+  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64, u64) const override { return nullptr; }
+
+ protected:
+  void check_argument(u64 value) const override {
+    if (value == 0) throw InvalidParametersException(function(), "Argument must be greater than 0.");
+    if (value > 63) throw InvalidParametersException(function(), std::to_string(value) + " is out of range.");
+  }
+  void check_file_argument(u64 value) const override {
+    if (value > 63) throw InvalidParametersException(function(), range_text(std::to_string(value)));
+  }
+  std::string range_text(const std::string& number) const override { return number + " is a out of range."; }
+  const char* prompt() const override { return "n = 2^k: k = "; }
+  const char* function() const override { return "Constant_Brent()"; }
+  const char* example() const override { return "20"; }
+};
+
+// A constant that a formula file defines; the file brings its own names.
+class CustomConstant final : public Constant {
+ public:
+  CustomConstant() : Constant(ConstantIndex::kCustom) {}
+  std::unique_ptr<Constant> clone() const override { return std::make_unique<CustomConstant>(*this); }
+  std::string name() const override { return names_[0]; }
+  std::string name_long() const override { return names_[1]; }
+  std::string algorithm_key() const override { return "custom"; }
+  std::string algorithm_short() const override { return names_[2]; }
+  std::string algorithm_long() const override { return names_[3]; }
+  void set_algorithm(std::string_view word) override {
+    if (word != algorithm_key())
+      throw InvalidParametersException("Constant::set_algorithm()",
+                                       "Invalid Algorithm: " + std::string(word));
+  }
+  bool takes_argument() const override { return true; }
+  void set_argument(const std::string& path) override {
+    if (path.empty())
+      throw InvalidParametersException("Constant_Custom()",
+                                       "The constant \"custom\" needs a formula file: custom:<file>.");
+    load(path);
+  }
+  bool on_select() override {
+    console::println("\nEnter nothing to keep the former constant.", 'w');
+    const std::string path = console::read_line("Enter path of formula file: ");
+    if (path.empty()) return false;
+    load(path);
+    return true;
+  }
+  std::string unavailable() const override { return not_computable(*this); }
+  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64, u64) const override { return nullptr; }
+
+  void write_formula(orl::Object& dump) const override {
+    dump.add_object("Formula", orl::copy_of(*formula_));
+  }
+
+ protected:
+  void write_keys(orl::Object& object) const override {
+    Constant::write_keys(object);
+    for (std::size_t i = 0; i < std::size(kNameKeys); i++) object.add_string(kNameKeys[i], names_[i]);
+    write_formula(object);
+  }
+  void read_keys(const orl::Object& object) override {
+    Constant::read_keys(object);
+    std::array<std::string, std::size(kNameKeys)> names;
+    for (std::size_t i = 0; i < names.size(); i++) {
+      orl::read_key(object, kNameKeys[i], [&] {
+        names[i] = object.get_string(kNameKeys[i]);
+        if (names[i].size() > kMaxNameLength)
+          throw InvalidParametersException(kNameKeys[i], "String cannot be longer than 50 characters.");
+      });
+    }
+    orl::read_key(object, "Formula", [&] {
+      formula_ = std::make_shared<const orl::Object>(orl::copy_of(object.get_object("Formula")));
+    });
+    names_ = names;
+  }
+
+ private:
+  static constexpr const char* kNameKeys[] = {"NameShort", "NameLong", "AlgorithmShort", "AlgorithmLong"};
+  static constexpr std::size_t kMaxNameLength = 50;
+
+  void load(const std::string& path) {
+    const auto root = orl::load_file(path);
+    const orl::Object& object = orl::root_object(*root);
+    orl::read_key(object, "Constant", [&] { read_keys(object.get_object("Constant")); });
+  }
+
+  std::array<std::string, std::size(kNameKeys)> names_{"Custom", "Custom", "Custom", "Custom"};
+  std::shared_ptr<const orl::Object> formula_ = std::make_shared<const orl::Object>();
+};
+
+// A constant that has a row, names and algorithms but no mathematics in this version.
+class NamedConstant final : public Constant {
+ public:
+  NamedConstant(ConstantIndex index, const char* short_name, const char* long_name)
+      : Constant(index), short_name_(short_name), long_name_(long_name) {}
+  std::unique_ptr<Constant> clone() const override { return std::make_unique<NamedConstant>(*this); }
+  std::string name() const override { return short_name_; }
+  std::string name_long() const override { return long_name_; }
+  std::string unavailable() const override { return not_computable(*this); }
+  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64, u64) const override { return nullptr; }
+
+ private:
+  const char* short_name_;
+  const char* long_name_;
+};
+
+}  // namespace
+
+std::unique_ptr<Constant> make_constant(u64 index) {
+  switch (index) {
+    case 0:
+      return std::make_unique<SqrtConstant>();
+    case 1:
+      return std::make_unique<GoldenRatioConstant>();
+    case 2:
+      return std::make_unique<EConstant>();
+    case 3:
+      return std::make_unique<PiConstant>();
+    case 4:
+      return std::make_unique<LogConstant>();
+    case 5:
+      return std::make_unique<NamedConstant>(ConstantIndex::kZeta3, "Zeta(3)", "Zeta(3) - Apery's Constant");
+    case 6:
+      return std::make_unique<NamedConstant>(ConstantIndex::kCatalan, "Catalan", "Catalan's Constant");
+    case 7:
+      return std::make_unique<NamedConstant>(ConstantIndex::kLemniscate, "Lemniscate", "Lemniscate Constant");
+    case 8:
+      return std::make_unique<GammaConstant>();
+    case 9:
+      return std::make_unique<BrentConstant>();
+    case 10:
+      return std::make_unique<CustomConstant>();
+  }
+  return nullptr;
+}
+
+}  // namespace orvane

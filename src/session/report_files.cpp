@@ -1,0 +1,53 @@
+#include "session/report_files.h"
+
+#include "session/run_results.h"
+#include "session/validation_file.h"
+#include "config/writer.h"
+#include "core/console.h"
+#include "core/exceptions.h"
+#include "files/new_file.h"
+
+namespace orvane {
+namespace {
+
+namespace console = orl::console;
+
+constexpr const char* kTextExtension = ".txt";
+
+void print_name(const char* label, const std::string& name) {
+  console::label_value(label, name, 'G');
+  console::newline();
+}
+
+void write_files(const RunReport& report, bool json_results) {
+  const std::string name =
+      orl::write_new_file(validation_stem(report), kTextExtension, validation_text(report));
+  print_name("Validation File: ", name);
+  if (!json_results) return;
+  const std::string stem = name.substr(0, name.rfind(kTextExtension));
+  print_name("Results File:    ",
+             orl::write_new_file(stem, ".json", orl::to_json(results_object(report, name))));
+}
+
+}  // namespace
+
+void leave_report(const RunReport& report, bool json_results) {
+  try {
+    write_files(report, json_results);
+  } catch (const orl::FileIO::FileException&) {
+    console::println(
+        "The computation is finished, but its report could not be written. Run in a folder that can be "
+        "written to.",
+        'R');
+    throw;
+  }
+  // Only now, so that a failed run leaves its report.
+  const SpotCheck& check = report.spot_check;
+  if (check.result != SpotCheck::kFailed) return;
+  throw orl::AlgorithmFailedException(
+      "spot_check()", "Spot check failed at: " + std::to_string(check.position) +
+                          "\n\nThe digit at this place after the point is not that of \"" + check.file +
+                          "\".\nEither that file is damaged, or this machine computes wrongly.");
+}
+
+}  // namespace orvane

@@ -1,0 +1,294 @@
+// The run of a computation in memory, stage by stage.
+#include <algorithm>
+
+#include "session/digit_output.h"
+#include "session/number_layout.h"
+#include "session/parameters.h"
+#include "session/ram_plan.h"
+#include "session/report_files.h"
+#include "session/run_report.h"
+#include "session/user_name.h"
+#include "core/console.h"
+#include "core/ending.h"
+#include "core/event_log.h"
+#include "core/exceptions.h"
+#include "core/run_timer.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "multiply/algorithm_table.h"
+#include "numbers/big_float.h"
+#include "words/hash.h"
+#include "threads/frameworks.h"
+#include "files/path_check.h"
+#include "system/machine.h"
+
+namespace orvane {
+namespace {
+
+namespace console = orl::console;
+using orl::InvalidParametersException;
+using orl::LinearHeapBuffer;
+using orl::seconds_text;
+
+constexpr orl::u32 kStatusWidth = 79;
+constexpr double kStatusRefresh = 1.0;
+constexpr const char* kConversionStage = "Base Conversion";
+
+// A label, its value, the end of the line.
+void print_line(std::string_view label, std::string_view value, char colour) {
+  console::label_value(label, value, colour);
+  console::newline();
+}
+
+void print_count(const char* label, u64 value) {
+  constexpr u64 kLabelWidth = 20, kNumberWidth = 22;
+  console::print_padded(kLabelWidth, label, 'w');
+  const std::string number = console::format_with_commas(value);
+  console::println(std::string(number.size() < kNumberWidth ? kNumberWidth - number.size() : 0, ' ') + number,
+                   'G');
+}
+
+// How files call the constant. A formula of the user's own is never taken for a constant of the catalogue.
+std::string file_name_of(const Constant& constant) {
+  return (constant.index() == ConstantIndex::kCustom ? "Custom - " : "") + constant.name();
+}
+
+// One run: the stages in order, over the two blocks.
+class RamSession {
+ public:
+  explicit RamSession(ComputeParameters& parameters)
+      : parameters_(parameters),
+        plan_(parameters.constant(), parameters.precision().words(), parameters.decimal_digits(),
+              parameters.parallelism.tds(), parameters.verify_conversion),
+        status_(kStatusWidth, kStatusRefresh),
+        parallel_(parameters.parallelism.context()) {}
+
+  void run() {
+    report_.user = user_name(orl::settings().exe_dir);
+    print_summary();
+    print_line("\nStart Time:  ", timer_.start_date(), 'Y');
+    console::newline();
+    parallel_.parallelizer.reserve();
+    const auto working = allocate("Working Memory", plan_.working_bytes());
+    const auto twiddles = allocate("Twiddle Tables", plan_.table_bytes());
+    if (allocation_errors_)
+      console::println(
+          "Memory allocation errors detected. Possible performance degradation.\nPlease see event log for "
+          "details.",
+          'Y');
+    const LinearHeapBuffer heap(working->address(), working->length());
+    orl::TransformTables tables(LinearHeapBuffer(twiddles->address(), twiddles->length()));
+    orl::basic_table<Word>().ensure_tables(tables, plan_.table_bits());
+
+    event("Begin Computation", "\nBegin Computation:\n");
+    compute_and_write(heap, tables);
+    parallel_.parallelizer.reset();
+    timer_.stop();
+    report_.clocks = clocks_.finish();
+    events_.add("End Computation");
+    finish_report();
+    print_report();
+    leave_report(report_, parameters_.json_results);
+  }
+
+ private:
+  void event(const char* name, const char* line) {
+    events_.add(name);
+    status_.println(line, 'w');
+  }
+
+  void print_summary() {
+    const Constant& constant = parameters_.constant();
+    print_line("Constant:    ", constant.name_long(), 'G');
+    print_line("Algorithm:   ", constant.algorithm_long(), 'G');
+    console::newline();
+    print_count("Decimal Digits:", parameters_.decimal_digits());
+    if (parameters_.hexadecimal_digits() != 0)
+      print_count("Hexadecimal Digits:", parameters_.hexadecimal_digits());
+    else
+      print_line("Hexadecimal Digits:               ", "Disabled", 'g');
+    console::newline();
+    print_line("Computation Mode:  ", parameters_.mode_name(), 'R');
+    console::print("Multi-Threading:   ", 'w');
+    parallel_.parallelizer.print_status(parallel_.tds);
+    print_line("\nMemory Allocator:  ", parameters_.allocator->to_string(), 'G');
+  }
+
+  std::unique_ptr<orl::LargeMemory> allocate(const char* name, u64 bytes) {
+    events_.add(name);
+    status_.print(std::string(name) + "...  ", 'w');
+    std::vector<std::string> errors;
+    auto memory =
+        orl::allocate_or_exit(*parameters_.allocator, std::max<u64>(bytes, 4096), parallel_, errors);
+    const std::string size = console::format_bytes(bytes);
+    status_.println(size, 'G');
+    events_.add_line(std::string(name) + ": ", size);
+    for (const std::string& error : errors) {
+      events_.add_line("Allocation Error: ", error);
+      status_.println("Allocation Error: " + error, 'Y');
+    }
+    allocation_errors_ = allocation_errors_ || !errors.empty();
+    show_placement(memory->report(), !errors.empty());
+    return memory;
+  }
+
+  /// What became of the pages, where something was asked of them or went wrong.
+  void show_placement(const orl::AllocationReport& report, bool failed) {
+    if (!failed && report.is_ordinary()) return;
+    report.print();
+    for (const auto& [label, value] : report.rows()) events_.add_line("    " + label + " ", value);
+  }
+
+  void finish_stage(const std::string& name) {
+    const double spent = timer_.add_stage(name);
+    status_.print(name + ":  ", 'w');
+    status_.println(seconds_text(spent) + "\n", 'Y');
+  }
+
+  void compute_and_write(LinearHeapBuffer heap, const orl::TransformTables& tables) {
+    const orl::RunContext context{parallel_, tables, status_};
+    timer_.add_stage("Setup");
+
+    Word* const number = heap.cut<Word>(plan_.number_words());
+    orl::BigFloat<Word> result(number, plan_.number_words());
+    plan_.constant().run(context, result, heap);
+    const u64 words = plan_.precision_words();
+    lay_out(result, number, words);
+    number_hash_ = number_hash(number, words);
+    finish_stage(parameters_.constant().name());
+
+    const DigitWords hexadecimal{16, number[words - 1], number, words - 1};
+    if (parameters_.hexadecimal_digits() != 0) {
+      report_.hex = output(heap, hexadecimal, parameters_.hexadecimal_digits(), "Hexadecimal");
+    }
+
+    event("Base Converting", "Base Converting:");
+    Word* const digits = heap.cut<Word>(plan_.decimal_words());
+    orl::BigFloat<Word> binary(number, words);
+    binary.L = number[words - 1] == 0 ? words - 1 : words;
+    binary.exp = 1 - static_cast<orl::s64>(words);
+    binary.sign = 1;
+    binary.strip_top_zeros();
+    plan_.conversion().run(context, digits, binary, heap);
+    finish_stage(kConversionStage);
+
+    decimal_ = {10, number[words - 1], digits, plan_.decimal_words()};
+    report_.dec = output(heap, decimal_, parameters_.decimal_digits(), "Decimal");
+
+    if (!parameters_.verify_conversion) return;
+    OutputContext reading{parallel_, status_, events_, heap};
+    verify_conversion(context, digits, binary, heap);
+    verify_digits(reading, decimal_, report_.dec);
+    if (report_.hex.digit_count != 0) verify_binary_output(reading, hexadecimal, report_.hex);
+    if (!report_.dec.path.empty()) read_check(reading, report_.dec);
+    if (!report_.hex.path.empty()) read_check(reading, report_.hex);
+    finish_stage("Verification");
+  }
+
+  OutputResult output(LinearHeapBuffer buffer, const DigitWords& words, u64 digit_count,
+                      const char* radix_name) {
+    const OutputContext context{parallel_, status_, events_, buffer};
+    const std::string line =
+        std::string(parameters_.output_digits ? "Writing " : "Processing ") + radix_name + " Digits:";
+    event(line.c_str(), line.c_str());
+    const Constant& constant = parameters_.constant();
+    const OutputTarget target{constant.name(), constant.algorithm_short(), parameters_.output_path(),
+                              parameters_.digits_per_file()};
+    OutputResult result = parameters_.output_digits ? write_digits(context, words, digit_count, target)
+                                                    : process_digits(context, words, digit_count);
+    finish_stage(std::string(radix_name) + " Output");
+    return result;
+  }
+
+  void verify_conversion(const orl::RunContext& context, const Word* digits,
+                         const orl::BigFloat<Word>& binary, LinearHeapBuffer heap) {
+    event("Verifying Base Conversion", "Verifying Base Conversion:");
+    if (number_hash(binary.base, plan_.precision_words()) != number_hash_)
+      orl::fatal_error("Data Corruption Detected: Checksum Mismatch");
+    const auto proof = plan_.verification()->run(context, digits, binary, heap);
+    if (proof.ok) return;
+    if (!report_.dec.path.empty()) orl::mark_unfinished(report_.dec.path);
+    status_.println("R = " + std::to_string(proof.digits_hash), 'R');
+    status_.println("B = " + std::to_string(proof.binary_hash), 'R');
+    orl::fatal_error("Base Conversion Failed: Checksum Mismatch");
+  }
+
+  u64 number_hash(const Word* number, u64 words) const {
+    return orl::hash_canon(orl::bp_hash<Word>(0, number, words, parallel_));
+  }
+
+  void finish_report() {
+    const Constant& constant = parameters_.constant();
+    report_.constant = file_name_of(constant);
+    report_.constant_long = constant.name_long();
+    report_.algorithm = constant.algorithm_short();
+    report_.algorithm_long = constant.algorithm_long();
+    report_.decimal_digits = parameters_.decimal_digits();
+    report_.hexadecimal_digits = parameters_.hexadecimal_digits();
+    report_.mode = parameters_.mode_name();
+    report_.threading = parallel_.parallelizer.to_string(parallel_.tds);
+    report_.threads = orl::logical_core_count();
+    report_.working_bytes = plan_.working_bytes();
+    report_.table_bytes = plan_.table_bytes();
+    report_.configuration = parameters_.configuration_dump();
+    report_.timer = timer_;
+    report_.computation_seconds =
+        timer_.stage_seconds(constant.name()) + timer_.stage_seconds(kConversionStage);
+    report_.system = orl::system_report(orl::settings().print_pii);
+    report_.debugger = orl::debugger_is_present();
+    report_.events = events_.text();
+    report_.spot_check = spot_check(stored_digit_folders("", orl::settings().exe_dir),
+                                    report_.constant + ".txt", decimal_, report_.dec.digit_count);
+  }
+
+  void print_report() const {
+    console::println("\nEnd Computation\n", 'w');
+    print_lines(time_lines(report_, ReportForm::kConsole));
+    console::newline();
+    print_lines(utilization_lines(report_));
+    console::newline();
+    print_lines(result_lines(report_));
+    console::newline();
+    print_lines(check_lines(report_, ReportForm::kConsole));
+    console::newline();
+  }
+
+  ComputeParameters& parameters_;
+  RamPlan plan_;
+  orl::ReferenceClocks clocks_;
+  orl::RunTimer timer_;
+  orl::EventLog events_;
+  orl::LinearConsoleNode status_;
+  orl::ParallelContext parallel_;
+  bool allocation_errors_ = false;
+  u64 number_hash_ = 0;   ///< of the constant's words, as its plan left them
+  DigitWords decimal_{};  ///< the digits of the result, in the working memory
+  RunReport report_;
+};
+
+}  // namespace
+
+bool RamParameters::check_parameters() {
+  const std::string refusal = constant().unavailable();
+  if (!refusal.empty()) throw InvalidParametersException("check_parameters()", refusal);
+  // A run that could not write its digits says so before it computes them.
+  if (output_digits && !orl::path_is_writable(output_path()))
+    throw InvalidParametersException("check_parameters()", "Path is not writable.");
+  if (!orl::path_is_writable(""))
+    console::println(
+        "Warning: The working folder is not writable. The run will end without a validation file.", 'Y');
+  const u64 bytes = required_bytes();
+  print_line("Required Memory:   ", console::format_bytes(bytes), 'G');
+  const u64 installed = orl::total_memory_bytes();
+  if (bytes <= installed) return true;
+  console::println("Warning: this is more than the " + console::format_bytes(installed) + " of this machine.",
+                   'Y');
+  return false;
+}
+
+int RamParameters::run(int) {
+  RamSession(*this).run();
+  return 0;
+}
+
+}  // namespace orvane

@@ -1,0 +1,30 @@
+// A stage of a constant: shown on the status line while it runs, left as a permanent line with its time.
+#pragma once
+
+#include <chrono>
+#include <cstdio>
+
+#include "core/status.h"
+
+namespace orl {
+
+class StageTimer {
+ public:
+  /// `text` such as "Large Multiply..."; it must outlive the stage.
+  StageTimer(StatusNode& status, const char* text) : status_(status), text_(text), frame_(status, text) {}
+  /// Prints the text and the seconds since construction.
+  void finish() {
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start_;
+    char line[128];
+    std::snprintf(line, sizeof line, "%s  %.3f seconds\n", text_, elapsed.count());
+    status_.print(line);
+  }
+
+ private:
+  StatusNode& status_;
+  const char* text_;
+  StatusFrame frame_;
+  std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+};
+
+}  // namespace orl

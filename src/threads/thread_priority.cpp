@@ -1,0 +1,38 @@
+#include "threads/thread_priority.h"
+
+#include <pthread.h>
+#include <sched.h>
+
+#include <atomic>
+#include <cerrno>
+#include <string>
+
+#include "core/console.h"
+
+namespace orl {
+
+namespace {
+
+void report_failure(int error) {
+  static std::atomic<unsigned> failures{0};
+  if (failures.fetch_add(1, std::memory_order_relaxed) != 0) return;
+  if (error == EPERM) {
+    console::println("Insufficient permissions to set thread priority. Please retry as root.", 'Y');
+  } else {
+    console::println("Unable to set thread priority: errno = " + std::to_string(error), 'Y');
+  }
+  console::println("Further messages for this warning will be suppressed.", 'Y');
+  console::set_colour('w');
+}
+
+}  // namespace
+
+void set_thread_priority(int level) {
+  if (level == 0) return;
+  sched_param parameters{};
+  parameters.sched_priority = level < 0 ? sched_get_priority_min(SCHED_RR) : sched_get_priority_max(SCHED_RR);
+  const int error = pthread_setschedparam(pthread_self(), SCHED_RR, &parameters);
+  if (error != 0) report_failure(error);
+}
+
+}  // namespace orl

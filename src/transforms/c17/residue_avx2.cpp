@@ -1,0 +1,21 @@
+#include "transforms/c17/residue_kernels.h"
+
+#include <type_traits>
+#include <utility>
+
+// The compiler's own header declares vectors that it leaves undefined on purpose.
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#include <immintrin.h>
+
+#include "simd/begin_avx2.h"
+
+#include "transforms/c17/residue_mod.kernel.h"
+// Each group uses those above it.
+#include "transforms/c17/residue_limbs.kernel.h"
+
+#include "transforms/c17/residue_join.kernel.h"
+#include "transforms/c17/residue_odd.kernel.h"
+#include "transforms/c17/residue_pass.kernel.h"
+
+#include "simd/end.h"

@@ -1,0 +1,168 @@
+#include "transforms/c17/residue_join.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "transforms/c17/residue_bounds.h"
+
+namespace orl {
+namespace {
+
+constexpr u32 kHead = ResidueJoinRun::kHead;
+
+void put_word(ResidueWindow w, u64 index, u64 value) {
+  const u64 at = 2 * index;
+  if (at >= w.begin && at + 2 <= w.end) {
+    std::memcpy(w.target + (at - w.begin), &value, 8);
+    return;
+  }
+  if (at >= w.begin && at < w.end) w.target[at - w.begin] = static_cast<u32>(value);
+  if (at + 1 >= w.begin && at + 1 < w.end) w.target[at + 1 - w.begin] = static_cast<u32>(value >> 32);
+}
+
+/// What a run leaves to the words after it: a signed number.
+struct Overflow {
+  u64 word[kHead] = {};
+
+  void add(s64 value, u32 shift) {
+    const u32 at = shift / 64, bits = shift % 64;
+    const u64 low = static_cast<u64>(value) << bits;
+    const u64 high = static_cast<u64>(bits ? value >> (64 - bits) : value >> 63);
+    const u64 sign = static_cast<u64>(value >> 63);
+    u64 carry = 0;
+    for (u32 j = at; j < kHead; ++j) {
+      const u128 sum = static_cast<u128>(word[j]) + (j == at ? low : j == at + 1 ? high : sign) + carry;
+      word[j] = static_cast<u64>(sum);
+      carry = static_cast<u64>(sum >> 64);
+    }
+  }
+  void negate() {
+    for (u64& w : word) w = ~w;
+    add(1, 0);
+  }
+  bool negative() const { return word[kHead - 1] >> 63; }
+  bool zero() const {
+    return std::all_of(word, word + kHead, [](u64 w) { return w == 0; });
+  }
+  /// Adds this to the words at x; returns the carry, -1 to 1.
+  s64 add_to(u64 (&x)[kHead]) const {
+    u64 carry = 0;
+    for (u32 j = 0; j < kHead; ++j) {
+      const u128 sum = static_cast<u128>(x[j]) + word[j] + carry;
+      x[j] = static_cast<u64>(sum);
+      carry = static_cast<u64>(sum >> 64);
+    }
+    return static_cast<s64>(carry) - negative();
+  }
+};
+
+Overflow overflow_of(const ResidueJoinRun& run, u32 P) {
+  const u32 K = join_limbs(P), w = join_limb_bits(P);
+  Overflow overflow;
+  for (u32 k = 0; k <= K; ++k) overflow.add(static_cast<s64>(run.pending[7 + k]), w * k);
+  overflow.add(static_cast<s64>(run.pending[8 + K]), 0);
+  return overflow;
+}
+
+/// Adds -1, 0 or 1 to words (32-bit) [at, end) of the window; returns the carry.
+s64 ripple(ResidueWindow window, u64 at, u64 end, s64 carry) {
+  for (u32* x = window.target + (at - window.begin); carry && at < end; ++at, ++x) {
+    if (carry > 0)
+      carry = ++*x == 0;
+    else
+      carry = -((*x)-- == 0);
+  }
+  return carry;
+}
+
+/// Adds an overflow to a run. Returns what leaves its end, where that is still in the window.
+s64 add_to_run(ResidueJoinRun& run, const Overflow& overflow) {
+  s64 carry = overflow.add_to(run.head);
+  for (u32 j = 0; j < kHead; ++j) put_word(run.window, run.begin + j, run.head[j]);
+  u64 at = 2 * (run.begin + kHead);
+  const u64 stop = std::min(2 * run.end, run.window.end);
+  if (carry && at < run.window.begin) {
+    if (!run.dropped_ones) return 0;
+    at = std::min(run.window.begin, 2 * run.end);
+  }
+  return at < stop ? ripple(run.window, at, stop, carry) : carry;
+}
+
+/// Adds to all words of a wrapped product, at their begin; returns the carry.
+s64 add_to_begin(const ResidueJoinRun& first, u64 words, const Overflow& overflow) {
+  u64 head[kHead];
+  std::memcpy(head, first.window.target, sizeof(head));
+  const s64 carry = overflow.add_to(head);
+  std::memcpy(first.window.target, head, sizeof(head));
+  return ripple(first.window, 2 * kHead, words, carry);
+}
+
+}  // namespace
+
+u32 ResidueJoinRun::excess_bits() const {
+  u64 all = 0;
+  for (const u64 part : seen) all |= part;
+  const u32 bits = static_cast<u32>(std::bit_width(all));
+  return bits > limit_bits ? bits - limit_bits : 0;
+}
+
+ResidueJoinRun start_residue_run(const ResidueRow& row, ResidueForm form, u64 begin, u64 end,
+                                 ResidueWindow window) {
+  ResidueJoinRun run{};
+  const u32 top_bits = residue_coefficient_bits(row, form) - static_cast<u32>(2 * row.point_bits());
+  run.window = window;
+  run.begin = run.word = begin * row.point_bits() / 64;
+  run.end = end * row.point_bits() / 64;
+  run.offset = form == ResidueForm::kNegacyclic ? u64{1} << top_bits : 0;
+  run.limit_bits = form == ResidueForm::kNegacyclic ? top_bits + 1 : top_bits;
+  run.dropped_ones = true;
+  return run;
+}
+
+void place_residue_words(ResidueJoinRun& run, const u64* words, u64 count) {
+  if (2 * run.word >= run.window.begin && 2 * (run.word + count) <= run.window.end) {
+    std::memcpy(run.window.target + (2 * run.word - run.window.begin), words, 8 * count);
+    if (run.word == run.begin) std::copy(words, words + kHead, run.head);
+    return;
+  }
+  for (u64 i = 0; i < count; ++i) {
+    const u64 index = run.word + i, value = words[i];
+    if (index - run.begin < kHead)
+      run.head[index - run.begin] = value;
+    else if (2 * index + 1 < run.window.begin)
+      run.dropped_ones &= value == ~u64{0};
+    else if (2 * index < run.window.begin)
+      run.dropped_ones &= static_cast<u32>(value) == ~u32{0};
+    put_word(run.window, index, value);
+  }
+}
+
+bool resolve_residue_runs(const ResidueRow& row, ResidueForm form, ResidueJoinRun* runs, u64 count) {
+  Overflow overflow = overflow_of(runs[0], row.P);
+  for (u64 b = 1; b < count; ++b) {
+    const s64 carry = add_to_run(runs[b], overflow);
+    overflow = overflow_of(runs[b], row.P);
+    overflow.add(carry, 0);
+  }
+  if (form == ResidueForm::kPlain) return false;
+
+  const u64 words = row.bits() / 32;
+  const Overflow one{{1}};
+  Overflow minus_one = one;
+  minus_one.negate();
+  if (form == ResidueForm::kCyclic) {
+    if (add_to_begin(runs[0], words, overflow)) add_to_begin(runs[0], words, one);
+    return false;
+  }
+  // W^n is -1: x + carry W^n is x - carry, of [-1, W^n].
+  overflow.negate();
+  const s64 carry = add_to_begin(runs[0], words, overflow);
+  if (carry == 0) return false;
+  const s64 next = add_to_begin(runs[0], words, carry > 0 ? minus_one : one);
+  if (next == 0) return false;
+  // -1, which has become W^n - 1 or ended as W^n.
+  std::memset(runs[0].window.target, 0, 4 * words);
+  return true;
+}
+
+}  // namespace orl

@@ -1,0 +1,75 @@
+// Primes of the residue transforms: sets of P primes below 2^48 with k 2^e dividing p - 1, what follows from
+// them, and the size table.
+#pragma once
+
+#include <span>
+
+#include "core/types.h"
+
+namespace orl {
+
+inline constexpr u32 kMaxResiduePrimes = 9;
+
+/// The join's limbs: so many a point of 24 (P - 1) bits, and their width. A coefficient has twice as many and
+/// its top bits.
+constexpr u32 join_limbs(u32 P) { return P / 2; }
+constexpr u32 join_limb_bits(u32 P) { return 24 * (P - 1) / join_limbs(P); }
+
+/// A factor modulo p and its ratio to p; |w| <= p / 2.
+struct ResidueFactor {
+  double w;
+  double ratio;
+};
+
+/// One prime and the roots of unity of its group.
+struct ResiduePrime {
+  u64 p;
+  u32 e;             ///< largest power of two in p - 1
+  u64 two_root[48];  ///< root of order 2^i; each is the square of the next
+  u64 half[48];      ///< 2^-i
+  u64 power(u64 base, u64 exponent) const;
+  u64 multiply(u64 a, u64 b) const { return static_cast<u64>(static_cast<u128>(a) * b % p); }
+  u64 inverse(u64 a) const { return power(a, p - 2); }
+  u64 root_of_order(u64 order) const;  ///< of an odd order that divides p - 1
+  ResidueFactor factor(u64 value) const;
+};
+
+/// A prime set and its constants.
+struct ResidueSet {
+  u32 P, k, e;
+  u32 prime[kMaxResiduePrimes];  ///< indices into residue_primes()
+  u32 words;                     ///< 64-bit words of the modulus
+  u64 modulus[8];
+  double cofactor[kMaxResiduePrimes][8];     ///< modulus / p in limbs of join_limb_bits(P), 0 to 2^bits
+  double modulus_limb[9];                    ///< the modulus, -2^(bits - 1) to 2^(bits - 1); the last to 2^48
+  u64 scale[kMaxResiduePrimes];              ///< (k modulus / p)^-1 mod p
+  ResidueFactor limb[kMaxResiduePrimes][4];  ///< 2^(48 j) mod p
+  ResidueFactor odd[kMaxResiduePrimes][7];   ///< powers of a root w of order k
+  /// What a transform of length k multiplies by, with c_j and s_j half the sum and difference of w^j and
+  /// w^-j: w; -1/4, (c_1 - c_2) / 2, s_1, s_2 - s_1, s_1 + s_2; c_1, c_2, c_3, s_1, s_2, s_3.
+  ResidueFactor dft[kMaxResiduePrimes][6];
+};
+
+/// One row of the size table: k * 2^n points modulo P primes, 24 (P - 1) bits a point.
+struct ResidueRow {
+  u8 P, k, n;
+
+  constexpr u64 points() const { return u64{k} << n; }
+  constexpr u64 point_bits() const { return 24 * (u64{P} - 1); }
+  constexpr u64 bits() const { return points() * point_bits(); }
+};
+
+/// Products below W^n, modulo W^n - 1 and modulo W^n + 1, whose coefficients may be negative; W = 2^32, and n
+/// words are the bits of the row.
+enum class ResidueForm { kPlain, kCyclic, kNegacyclic };
+
+/// All primes that stand in a set.
+std::span<const ResiduePrime> residue_primes();
+/// P from 4 to 9, k in 1, 3, 5, 7.
+const ResidueSet& residue_set(u32 P, u32 k);
+/// In order of capacity.
+std::span<const ResidueRow> residue_rows();
+/// First row that holds a product of `bits`. Throws LimitExceededException past the last row.
+const ResidueRow& find_residue_row(u64 bits);
+
+}  // namespace orl

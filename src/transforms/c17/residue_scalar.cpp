@@ -1,0 +1,37 @@
+#include "transforms/c17/residue_kernels.h"
+
+#include <type_traits>
+#include <utility>
+
+#include "simd/begin_scalar.h"
+
+#include "transforms/c17/residue_mod.kernel.h"
+// Each group uses those above it.
+#include "transforms/c17/residue_limbs.kernel.h"
+
+#include "transforms/c17/residue_join.kernel.h"
+#include "transforms/c17/residue_odd.kernel.h"
+#include "transforms/c17/residue_pass.kernel.h"
+
+#include "simd/end.h"
+
+namespace orl {
+namespace avx2 {
+extern const ResidueKernels residue_kernel_table;
+}
+namespace avx512 {
+extern const ResidueKernels residue_kernel_table;
+}
+
+const ResidueKernels& residue_kernels(simd::Target target) {
+  switch (target) {
+    case simd::Target::kScalar:
+      return scalar::residue_kernel_table;
+    case simd::Target::kAvx2:
+      return avx2::residue_kernel_table;
+    default:
+      return avx512::residue_kernel_table;
+  }
+}
+
+}  // namespace orl

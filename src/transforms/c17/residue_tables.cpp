@@ -1,0 +1,76 @@
+#include "transforms/c17/residue_tables.h"
+
+#include <bit>
+
+namespace orl {
+namespace {
+
+constexpr u64 kOverread = 8;  // kernels read whole vectors
+
+u64 value_of(const ResiduePrime& prime, double w) {
+  return w < 0 ? prime.p - static_cast<u64>(-w) : static_cast<u64>(w);
+}
+
+// s[2^l + r] from s[2^l] and s[r].
+u64 next_root(const ResiduePrime& prime, u64 index, double rest) {
+  const u32 l = static_cast<u32>(std::bit_width(index)) - 1;
+  return prime.multiply(prime.two_root[l + 2], value_of(prime, rest));
+}
+
+ResidueRoots make_low(LinearHeapBuffer& memory, const ResiduePrime& prime) {
+  double* w = memory.cut<double>(kResidueLowRoots + kOverread);
+  double* ratio = memory.cut<double>(kResidueLowRoots + kOverread);
+  double* inverse = memory.cut<double>(kResidueLowRoots + kOverread);
+  for (u64 j = 0; j < kResidueLowRoots; ++j) {
+    const u64 value = j ? next_root(prime, j, w[j ^ std::bit_floor(j)]) : 1;
+    const ResidueFactor f = prime.factor(value);
+    w[j] = f.w;
+    ratio[j] = f.ratio;
+    inverse[j] = prime.factor(prime.inverse(value)).w;
+  }
+  for (double* table : {w, ratio, inverse}) std::fill_n(table + kResidueLowRoots, kOverread, 0.0);
+  return {w, ratio, inverse, nullptr, 0};
+}
+
+u64 bytes_of(u64 count) {
+  return 3 * LinearHeapBuffer::cut_bytes<double>(kResidueLowRoots + kOverread) +
+         LinearHeapBuffer::cut_bytes<ResidueFactor>(count / kResidueLowRoots);
+}
+
+}  // namespace
+
+std::vector<u64> ResidueTables::counts(std::span<const ResidueRow> rows) {
+  std::vector<u64> counts(residue_primes().size());
+  for (const ResidueRow& row : rows) {
+    const ResidueSet& set = residue_set(row.P, row.k);
+    for (u32 i = 0; i < set.P; ++i) counts[set.prime[i]] = std::max(counts[set.prime[i]], count_of(row.n));
+  }
+  return counts;
+}
+
+u64 ResidueTables::bytes(std::span<const ResidueRow> rows) {
+  u64 sum = 0;
+  for (u64 count : counts(rows))
+    if (count) sum += bytes_of(count);
+  return sum;
+}
+
+void ResidueTables::grow(LinearHeapBuffer& memory, std::span<const ResidueRow> rows) {
+  const std::vector<u64> wanted = counts(rows);
+  roots_.resize(wanted.size());
+  for (u32 i = 0; i < wanted.size(); ++i) {
+    ResidueRoots& roots = roots_[i];
+    if (wanted[i] <= roots.count) continue;
+    const ResiduePrime& prime = residue_primes()[i];
+    if (roots.count == 0) roots = make_low(memory, prime);
+    const u64 count = wanted[i] / kResidueLowRoots;
+    ResidueFactor* high = memory.cut<ResidueFactor>(count);
+    high[0] = prime.factor(1);
+    for (u64 h = 1; h < count; ++h)
+      high[h] = prime.factor(next_root(prime, h * kResidueLowRoots, high[h ^ std::bit_floor(h)].w));
+    roots.high = high;
+    roots.count = wanted[i];
+  }
+}
+
+}  // namespace orl

@@ -1,0 +1,30 @@
+#include "transforms/fft/fft_kernels.h"
+
+#include <cstring>
+
+#include "simd/begin_scalar.h"
+
+#include "transforms/fft/fft.kernel.h"
+
+#include "simd/end.h"
+
+namespace orl {
+namespace avx2 {
+extern const FftKernels fft_kernel_table;
+}
+namespace avx512 {
+extern const FftKernels fft_kernel_table;
+}
+
+const FftKernels& fft_kernels(simd::Target target) {
+  switch (target) {
+    case simd::Target::kScalar:
+      return scalar::fft_kernel_table;
+    case simd::Target::kAvx2:
+      return avx2::fft_kernel_table;
+    default:
+      return avx512::fft_kernel_table;
+  }
+}
+
+}  // namespace orl

@@ -1,0 +1,16 @@
+#include "transforms/vst/vst_kernels.h"
+
+// The compiler's own header declares vectors that it leaves undefined on purpose.
+#pragma GCC diagnostic ignored "-Wuninitialized"
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#include <immintrin.h>
+
+#include "simd/begin_avx512.h"
+
+#include "transforms/c17/residue_mod.kernel.h"
+// Each group uses those above it.
+#include "transforms/c17/residue_limbs.kernel.h"
+
+#include "transforms/vst/vst_pass.kernel.h"
+
+#include "simd/end.h"

@@ -1,0 +1,32 @@
+#include "transforms/vst/vst_kernels.h"
+
+#include "simd/begin_scalar.h"
+
+#include "transforms/c17/residue_mod.kernel.h"
+// Each group uses those above it.
+#include "transforms/c17/residue_limbs.kernel.h"
+
+#include "transforms/vst/vst_pass.kernel.h"
+
+#include "simd/end.h"
+
+namespace orl {
+namespace avx2 {
+extern const VstKernels vst_kernel_table;
+}
+namespace avx512 {
+extern const VstKernels vst_kernel_table;
+}
+
+const VstKernels& vst_kernels(simd::Target target) {
+  switch (target) {
+    case simd::Target::kScalar:
+      return scalar::vst_kernel_table;
+    case simd::Target::kAvx2:
+      return avx2::vst_kernel_table;
+    default:
+      return avx512::vst_kernel_table;
+  }
+}
+
+}  // namespace orl

@@ -1,0 +1,11 @@
+#include <immintrin.h>
+
+#include "words/hash.h"
+#include "words/word_kernels.h"
+#include "words/word_loops.h"
+
+#include "simd/begin_avx2.h"
+
+#include "words/words.kernel.h"
+
+#include "simd/end.h"

@@ -1,0 +1,165 @@
+// Values of the constants against MPFR, for both word types, at precisions around every change of path.
+#include <gtest/gtest.h>
+#include <mpfr.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "core/exceptions.h"
+#include "functions/function_runner.h"
+#include "constants/e.h"
+#include "constants/pi.h"
+#include "constants/roots.h"
+
+namespace orl {
+namespace {
+
+using test::Mpz;
+
+/// floor(value * 2^bits) of what `set` puts into an mpfr number.
+template <class Set>
+Mpz oracle(u64 bits, Set&& set) {
+  mpfr_t x;
+  mpfr_init2(x, static_cast<mpfr_prec_t>(bits + 256));
+  set(x);
+  mpfr_mul_2ui(x, x, bits, MPFR_RNDZ);
+  Mpz z;
+  mpfr_get_z(z, x, MPFR_RNDD);
+  mpfr_clear(x);
+  return z;
+}
+
+template <class W>
+struct Case {
+  const char* name;
+  std::function<std::unique_ptr<ConstantPlan<W>>(u64 p, u64 tds)> plan;
+  std::function<void(mpfr_ptr)> value;
+};
+
+void inverse(mpfr_ptr x) { mpfr_ui_div(x, 1, x, MPFR_RNDN); }
+void set_pi(mpfr_ptr x) { mpfr_const_pi(x, MPFR_RNDN); }
+void set_e(mpfr_ptr x) {
+  mpfr_set_ui(x, 1, MPFR_RNDN);
+  mpfr_exp(x, x, MPFR_RNDN);
+}
+void set_phi(mpfr_ptr x) {
+  mpfr_sqrt_ui(x, 5, MPFR_RNDN);
+  mpfr_add_ui(x, x, 1, MPFR_RNDN);
+  mpfr_div_2ui(x, x, 1, MPFR_RNDN);
+}
+std::function<void(mpfr_ptr)> root_of(u64 n) {
+  return [n](mpfr_ptr x) { mpfr_sqrt_ui(x, n, MPFR_RNDN); };
+}
+std::function<void(mpfr_ptr)> inverse_of(std::function<void(mpfr_ptr)> f) {
+  return [f](mpfr_ptr x) {
+    f(x);
+    inverse(x);
+  };
+}
+
+template <class W>
+std::vector<Case<W>> all_cases() {
+  std::vector<Case<W>> cases;
+  const auto pi = [&](const char* name, PiSeries series, s32 power, bool reduced) {
+    cases.push_back({name,
+                     [=](u64 p, u64 tds) {
+                       return std::make_unique<Pi_Series_BigFloatR<W>>(series, power, reduced, p, tds);
+                     },
+                     power == 1 ? std::function<void(mpfr_ptr)>(set_pi) : inverse_of(set_pi)});
+  };
+  pi("Chudnovsky", PiSeries::kChudnovsky, 1, false);
+  pi("Chudnovsky, 1/Pi", PiSeries::kChudnovsky, -1, false);
+  pi("Chudnovsky, reduced", PiSeries::kChudnovsky, 1, true);
+  pi("Ramanujan", PiSeries::kRamanujan, 1, false);
+  pi("Ramanujan, 1/Pi", PiSeries::kRamanujan, -1, false);
+  pi("Ramanujan, reduced, 1/Pi", PiSeries::kRamanujan, -1, true);
+  const auto e = [&](const char* name, bool alternating, s32 power) {
+    cases.push_back(
+        {name,
+         [=](u64 p, u64 tds) { return std::make_unique<e_Taylor_BigFloatR<W>>(alternating, power, p, tds); },
+         power == 1 ? std::function<void(mpfr_ptr)>(set_e) : inverse_of(set_e)});
+  };
+  e("e", false, 1);
+  e("e, alternating", true, 1);
+  e("1/e, alternating", true, -1);
+  for (const u64 n : {u64{2}, u64{2000000011}, u64{4294967291}})
+    for (const s32 power : {1, -1})
+      cases.push_back({"square root",
+                       [=](u64 p, u64 tds) {
+                         return std::make_unique<Sqrt_Newton_BigFloatR<W>>(static_cast<W>(n), power, p, tds);
+                       },
+                       power == 1 ? root_of(n) : inverse_of(root_of(n))});
+  for (const s32 power : {1, -1})
+    cases.push_back(
+        {"golden ratio",
+         [=](u64 p, u64 tds) { return std::make_unique<GoldenRatio_Newton_BigFloatR<W>>(power, p, tds); },
+         power == 1 ? std::function<void(mpfr_ptr)>(set_phi) : inverse_of(set_phi)});
+  return cases;
+}
+
+/// Runs the plan with exactly its memory, and compares the top p words: |value - out| < W^-(p-1) *
+/// W^(magnitude-1), and the words themselves where the true value is not within a few guard units of a carry.
+template <class W>
+void check(const Case<W>& constant, u64 p, u64 tds, const char* framework = "none") {
+  SCOPED_TRACE(std::string(constant.name) + ", p = " + std::to_string(p) + ", tds = " + std::to_string(tds) +
+               ", " + framework + ", " + std::to_string(8 * sizeof(W)) + " bits");
+  const auto plan = constant.plan(p, tds);
+  const Need need = plan->need();
+  test::Runner<W> runner(need.table_bits, framework);
+  std::vector<W> words(need.out_words + 2, static_cast<W>(0xa5a5a5a5));
+  BigFloat<W> out(words.data() + 1, need.out_words);
+  runner.run(
+      need, tds, [&](const RunContext& ctx, LinearHeapBuffer heap) { plan->run(ctx, out, heap); },
+      u64{1} << 17);
+  EXPECT_EQ(words.front(), static_cast<W>(0xa5a5a5a5));
+  EXPECT_EQ(words.back(), static_cast<W>(0xa5a5a5a5));
+  ASSERT_GE(out.L, p);
+  EXPECT_LE(out.L, p + 6);
+  out.check_normalization();
+  // With g guard bits below the p words: floors differ by less than one unit of the p-th word in 2^g / 64.
+  const u64 bits = 8 * sizeof(W), guard = bits / 2;
+  const u64 scale = static_cast<u64>(static_cast<s64>(p) - out.magnitude()) * bits + guard;
+  const Mpz expected = oracle(scale, constant.value);
+  const s64 shift = out.exp * static_cast<s64>(bits) + static_cast<s64>(scale);
+  const Mpz raw(out.T, out.L);
+  const Mpz found = shift >= 0 ? raw << static_cast<u64>(shift) : raw >> static_cast<u64>(-shift);
+  const Mpz difference = found - expected;
+  EXPECT_LE(mpz_cmpabs_ui(difference, 64), 0)
+      << "off by 2^" << mpz_sizeinbase(difference, 2) << " of 2^" << guard;
+}
+
+template <class W>
+class Constants : public testing::Test {};
+using WordTypes = testing::Types<u32, u64>;
+TYPED_TEST_SUITE(Constants, WordTypes);
+
+TYPED_TEST(Constants, HaveTheirTopWordsRightAtSmallPrecisions) {
+  for (const auto& constant : all_cases<TypeParam>())
+    for (u64 p = 1; p <= 60; ++p) check(constant, p, 1);
+}
+
+TYPED_TEST(Constants, HaveTheirTopWordsRightAtLargerPrecisions) {
+  for (const auto& constant : all_cases<TypeParam>())
+    for (const u64 p : {333, 1000, 5000}) check(constant, p, p == 1000 ? 3 : 1);
+}
+
+TYPED_TEST(Constants, DoNotDependOnTheThreadWidth) {
+  const auto cases = all_cases<TypeParam>();
+  for (const u64 i : {0, 4, 6, 7, 9, 15})
+    for (const u64 tds : {2, 7, 64})
+      for (const char* framework : {"pushpool", "spawn"}) check(cases[i], 6000, tds, framework);
+}
+
+TYPED_TEST(Constants, RefuseOtherPowers) {
+  using W = TypeParam;
+  EXPECT_THROW((Pi_Series_BigFloatR<W>(PiSeries::kChudnovsky, 2, false, 10, 1)), InvalidParametersException);
+  EXPECT_THROW((Sqrt_Newton_BigFloatR<W>(2, 0, 10, 1)), InvalidParametersException);
+  EXPECT_THROW((GoldenRatio_Newton_BigFloatR<W>(3, 10, 1)), InvalidParametersException);
+  EXPECT_THROW((e_Taylor_BigFloatR<W>(true, 0, 10, 1)), InvalidParametersException);
+  EXPECT_THROW((e_Taylor_BigFloatR<W>(false, -1, 10, 1)), InvalidParametersException);
+  EXPECT_THROW((Sqrt_Newton_BigFloatR<W>(0, 1, 10, 1)), ArithmeticException);
+}
+
+}  // namespace
+}  // namespace orl

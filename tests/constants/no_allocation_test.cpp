@@ -1,0 +1,38 @@
+// Sums and constants allocate nothing, however many digits they have.
+#include <gtest/gtest.h>
+
+#include "constants/roots.h"
+#include "constants/series_runner.h"
+#include "support/allocation_counter.h"
+
+namespace orl {
+namespace {
+
+u64 allocations(const ConstantPlan<u64>& plan, u64 tds, const char* framework) {
+  const Need need = plan.need();
+  test::Runner<u64> runner(need.table_bits, framework);
+  test::AlignedBytes heap(need.ram_bytes);
+  std::vector<u64> words(need.out_words);
+  BigFloat<u64> out(words.data(), need.out_words);
+  const RunContext ctx = runner.context(tds);
+  const test::AllocationWatch watch;
+  plan.run(ctx, out, {heap.data(), need.ram_bytes});
+  return watch.calls();
+}
+
+TEST(SeriesAllocations, AreNone) {
+  for (const u64 digits : {10000, 1000000}) {
+    const u64 p = digits * 3322 / 64000 + 2;
+    for (const u64 tds : {1, 4}) {
+      EXPECT_EQ(allocations(Pi_Series_BigFloatR<u64>(PiSeries::kChudnovsky, 1, false, p, tds), tds, "none"),
+                0u);
+      EXPECT_EQ(allocations(Pi_Series_BigFloatR<u64>(PiSeries::kRamanujan, 1, true, p, tds), tds, "none"),
+                0u);
+      EXPECT_EQ(allocations(e_Taylor_BigFloatR<u64>(true, 1, p, tds), tds, "none"), 0u);
+      EXPECT_EQ(allocations(GoldenRatio_Newton_BigFloatR<u64>(1, p, tds), tds, "none"), 0u);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace orl

@@ -1,0 +1,202 @@
+// Nodes of the recursion against GMP integers: every end case, both merges, all ways to split.
+#include <gtest/gtest.h>
+
+#include "core/exceptions.h"
+#include "splitting/leaf.h"
+#include "splitting/merge.h"
+#include "constants/pi_terms.h"
+#include "constants/series_runner.h"
+#include "support/counting_algorithm.h"
+#include "support/random_words.h"
+#include "support/test_parallelizers.h"
+
+namespace orl {
+namespace {
+
+using test::Mpz;
+using test::MpzNode;
+using test::MpzSeries;
+
+template <class W>
+struct Pair {
+  const char* name;
+  std::unique_ptr<const Series<W>> series;
+  MpzSeries oracle;
+};
+
+/// Series of so many terms that any range of the tests lies inside.
+template <class W>
+std::vector<Pair<W>> all_series() {
+  const u64 p = u64{1} << 45;
+  std::vector<Pair<W>> pairs;
+  pairs.push_back(
+      {"Chudnovsky", make_pi_series<W>(PiSeries::kChudnovsky, p), test::mpz_pi(PiSeries::kChudnovsky)});
+  pairs.push_back(
+      {"Ramanujan", make_pi_series<W>(PiSeries::kRamanujan, p), test::mpz_pi(PiSeries::kRamanujan)});
+  pairs.push_back({"e", make_e_series<W>(false, p), test::mpz_e(false)});
+  pairs.push_back({"e, alternating", make_e_series<W>(true, p), test::mpz_e(true)});
+  return pairs;
+}
+
+/// Runs (a, b] with exactly the plan's memory and compares everything that is known about it.
+template <class W>
+void check_range(const Pair<W>& pair, test::Runner<W>& runner, u64 a, u64 b, u64 tds = 1, u64 levels = 0,
+                 u64 halving = 0) {
+  const Series<W>& series = *pair.series;
+  SCOPED_TRACE(std::string(pair.name) + " (" + std::to_string(a) + ", " + std::to_string(b) + "] tds " +
+               std::to_string(tds) + " levels " + std::to_string(levels) + " halving " +
+               std::to_string(halving));
+  const BSR_BlockT<W> block(series, a, b, tds, levels, halving);
+  test::NodeBuffers<W> out(block.out_words());
+  const RunContext ctx = runner.context(tds);
+  runner.run(
+      {block.heap_bytes(), 0, 0, 0}, tds,
+      [&](const RunContext&, LinearHeapBuffer heap) { block.run(ctx, out.node, heap); }, ~u64{0});
+  EXPECT_TRUE(out.intact());
+  const MpzNode expected = pair.oracle.range(a, b);
+  ASSERT_TRUE(test::mpz_of(out.node.P) == expected.P);
+  ASSERT_TRUE(test::mpz_of(out.node.Q) == expected.Q);
+  // An alternating series keeps R positive; its sign is that of the number of terms.
+  if (pair.oracle.has_R) {
+    ASSERT_EQ(mpz_cmpabs(Mpz(out.node.R.T, out.node.R.L), expected.R), 0);
+    EXPECT_EQ(out.node.R.sign, 1);
+  }
+  for (const ExactFloat<W>* x : {&out.node.P, &out.node.Q, &out.node.R}) {
+    x->check_normalization();
+    EXPECT_TRUE(x->is_consistent(ctx.parallel));
+    EXPECT_LE(x->L, series.bound_words(a, b));
+    EXPECT_LE(x->L, block.number_words());
+  }
+  // The bound is an estimate with a word or two to spare, not a guess.
+  EXPECT_LE(series.bound_words(a, b), std::max(out.node.P.L, out.node.Q.L) + 4);
+}
+
+template <class W>
+class Nodes : public testing::Test {};
+using WordTypes = testing::Types<u32, u64>;
+TYPED_TEST_SUITE(Nodes, WordTypes);
+
+TYPED_TEST(Nodes, EqualGmpForShortRangesEverywhere) {
+  test::Random random;
+  SCOPED_TRACE(random.replay());
+  test::Runner<TypeParam> runner(1 << 20);
+  for (const auto& pair : all_series<TypeParam>()) {
+    // Around the first terms, the last narrow and first wide ones, the linear factor of two words, and far
+    // out.
+    for (const u64 centre : {u64{20}, u64{715827882}, u64{1073741824}, u64{33838570000}, u64{1000000000000}})
+      for (int i = 0; i < 12; ++i) {
+        const u64 a = centre - 20 + random.below(40);
+        check_range(pair, runner, a, a + 1 + random.below(i < 6 ? 40 : 200));
+      }
+    for (u64 b = 1; b <= 36; ++b) check_range(pair, runner, 0, b);
+  }
+}
+
+TYPED_TEST(Nodes, EqualGmpForLongRangesInEveryWayToSplit) {
+  test::Random random;
+  SCOPED_TRACE(random.replay());
+  test::Runner<TypeParam> runner(1 << 25);
+  test::Runner<TypeParam> pool(1 << 25, "pushpool");
+  for (const auto& pair : all_series<TypeParam>()) {
+    for (const u64 start : {u64{0}, u64{715820000}}) {
+      check_range(pair, runner, start, start + 1000);
+      check_range(pair, runner, start, start + 8000 + random.below(1000));
+      for (const u64 tds : {2, 3, 7, 64})
+        check_range(pair, pool, start, start + 5000 + random.below(3000), tds);
+      check_range(pair, pool, start, start + 9001, 2, 2, 0);
+      check_range(pair, pool, start, start + 9001, 4, 0, 1);
+      check_range(pair, pool, start, start + 9001, 5, 1, 3);
+    }
+  }
+}
+
+TYPED_TEST(Nodes, OfAnySizeFitTheirPlanAtEveryThreshold) {
+  // A table that sends everything beyond a few words to the transform, and one that keeps to the basecase for
+  // long, move every change of path in a merge.
+  using W = TypeParam;
+  for (const u64 threshold : {u64{64 * 80}, u64{64 * 700}}) {
+    const ScopedBasicTable<W> table{{"BKT", threshold}, {"FFT", 0x6000000}};
+    test::Runner<W> runner(1 << 22);
+    for (const auto& pair : all_series<W>())
+      for (const u64 length : {50, 60, 70, 90, 120, 150, 200, 333, 700, 1100})
+        check_range(pair, runner, 5, 5 + length);
+  }
+}
+
+// P_L Q_R, Q_L Q_R, R_L P_R and R_L R_R: Q_R and R_L once each, and four others. Among the first terms
+// of one series R is so much shorter than P that R_L R_R has a shape of its own: one more. Without R three.
+TYPED_TEST(Nodes, MergesTransformAnOperandOnce) {
+  using W = TypeParam;
+  test::CountedProducts<W> counts;
+  test::Runner<W> runner(1 << 22);
+  const RunContext ctx = runner.context(1);
+  for (const auto& pair : all_series<W>())
+    for (const u64 a : {u64{0}, u64{715820000}}) {
+      SCOPED_TRACE(std::string(pair.name) + " " + std::to_string(a));
+      const u64 m = a + 1500, b = m + 1500;
+      const BSR_BlockT<W> whole(*pair.series, a, b, 1, 0, 0), first(*pair.series, a, m, 1, 0, 0),
+          second(*pair.series, m, b, 1, 0, 0);
+      test::AlignedBytes heap(2 * whole.heap_bytes());
+      test::NodeBuffers<W> left(2 * whole.out_words()), right(whole.out_words());
+      first.run(ctx, left.node, heap.buffer());
+      second.run(ctx, right.node, heap.buffer());
+      counts->reset();
+      merge_nodes(*pair.series, a, m, b, ctx, left.node, right.node, heap.buffer());
+      const bool short_R = a == 0 && std::string_view(pair.name) == "Chudnovsky";
+      EXPECT_EQ(counts->forward, !pair.oracle.has_R ? 3u : short_R ? 7u : 6u);
+      EXPECT_EQ(counts->inverse, pair.oracle.has_R ? 4u : 2u);
+    }
+}
+
+TYPED_TEST(Nodes, NoForkWithOneThreadOrAShortRange) {
+  using W = TypeParam;
+  test::ReverseOrder framework;
+  struct Count final : test::ReverseOrder {
+    void run_pair(ParallelTask& first, ParallelTask& second) override {
+      ++pairs;
+      test::ReverseOrder::run_pair(first, second);
+    }
+    u64 pairs = 0;
+  } count;
+  test::Runner<W> runner(1 << 22);
+  const auto series = make_pi_series<W>(PiSeries::kChudnovsky, 100000);
+  const auto forks = [&](u64 terms, u64 tds) {
+    const BSR_BlockT<W> block(*series, 0, terms, tds, 0, 0);
+    test::NodeBuffers<W> out(block.out_words());
+    test::AlignedBytes heap(block.heap_bytes());
+    const RunContext ctx = runner.context(tds);
+    const u64 before = count.pairs;
+    block.run({{count, tds}, ctx.tables, ctx.status}, out.node, {heap.data(), block.heap_bytes()});
+    return count.pairs - before;
+  };
+  EXPECT_EQ(forks(5000, 1), 0u);
+  EXPECT_EQ(forks(999, 64), 0u);
+  EXPECT_EQ(forks(1000, 64), 1u);
+  EXPECT_EQ(forks(5000, 2), 1u);
+  EXPECT_EQ(forks(5000, 3), 2u);
+}
+
+TYPED_TEST(Nodes, RefuseBuffersBelowThePlan) {
+  using W = TypeParam;
+  test::Runner<W> runner(1 << 22);
+  const auto series = make_pi_series<W>(PiSeries::kRamanujan, 100000);
+  const BSR_BlockT<W> block(*series, 0, 3000, 1, 0, 0);
+  test::AlignedBytes heap(block.heap_bytes());
+  const RunContext ctx = runner.context(1);
+  test::NodeBuffers<W> small(block.out_words() - 1), enough(block.out_words());
+  EXPECT_THROW(block.run(ctx, small.node, {heap.data(), block.heap_bytes()}), BufferTooSmallException);
+  EXPECT_THROW(block.run(ctx, enough.node, {heap.data(), block.heap_bytes() - 64}), BufferTooSmallException);
+  // An end case names itself.
+  W words[4];
+  LeafNumber<W> R{words, 2, 0, 0}, P{words, 4, 0, 0};
+  try {
+    Pi_Chudnovsky_BSR_End_R1(R, 5);
+    FAIL();
+  } catch (const BufferTooSmallException& e) {
+    EXPECT_EQ(e.function(), "Pi_Chudnovsky_BSR_End_R1()");
+  }
+  EXPECT_THROW(Pi_Ramanujan_BSR_End_P1(P, R, 5), BufferTooSmallException);
+}
+
+}  // namespace
+}  // namespace orl

@@ -1,0 +1,190 @@
+#include "core/console.h"
+
+#include <gtest/gtest.h>
+
+#include <cwchar>
+#include <limits>
+#include <sstream>
+
+#include "support/child.h"
+#include "core/settings.h"
+
+namespace orl {
+namespace {
+
+using test::ChildOutput;
+using test::ChildResult;
+using test::run_child;
+
+TEST(Console, EveryColourLetterHasItsSequence) {
+  const ChildResult result = run_child("", [] {
+    settings().colors_enabled = true;
+    for (const char letter : std::string("BGPRTYbgprtyw? ")) console::print("x", letter);
+    console::reset_colours();
+    return 0;
+  });
+  EXPECT_EQ(result.output,
+            "\033[01;34mx\033[01;32mx\033[01;35mx\033[01;31mx\033[01;36mx\033[01;33mx"
+            "\033[22;34mx\033[22;32mx\033[22;35mx\033[22;31mx\033[22;36mx\033[22;33mx"
+            "\033[01;37mx\033[01;37mxx\033[39;49m");
+}
+
+TEST(Console, NoEscapeSequenceGoesOutWithColoursOff) {
+  const ChildResult result = run_child("3\n\n", [] {
+    console::println("a", 'R');
+    console::set_colour('G');
+    console::label_value("b: ", "c", 'Y');
+    console::print_padded(5, "d", 'T');
+    console::print_number(6, 1234, 'G');
+    console::read_bounded("? ", 0, 7, 'G');
+    console::pause();
+    console::reset_colours();
+    return 0;
+  });
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.output, "a\nb: cd     1,234? Press ENTER to continue . . .");
+}
+
+TEST(Console, PaddingNeverCutsAndReturnsWhatWasPrinted) {
+  const ChildResult result = run_child("", [] {
+    const bool right = console::print_padded(4, "ab") == 4 && console::print_padded(2, "abcdef") == 6 &&
+                       console::print_padded(200, "x") == 200 && console::println("abc") == 3;
+    return right ? 0 : 1;
+  });
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.output, "ab  abcdefx" + std::string(199, ' ') + "abc\n");
+}
+
+TEST(Console, EveryPrintCallCountsOnce) {
+  const u64 before = console::print_calls();
+  testing::internal::CaptureStdout();
+  console::print("");
+  console::println("");
+  console::newline();
+  console::print_padded(3, "");
+  console::set_colour('w');
+  testing::internal::GetCapturedStdout();
+  EXPECT_EQ(console::print_calls(), before + 4);
+}
+
+TEST(ConsoleReaders, BoundedReaderAsksAgainWithoutAWord) {
+  // Out of range, no number, empty, past 64 bits, negative; then one with blanks before and text behind.
+  const ChildResult result = run_child("9\nx\n\n99999999999999999999999\n-1\n  7 seven\r\n", [] {
+    return static_cast<int>(console::read_bounded("option: ", 0, 7, 'G'));
+  });
+  EXPECT_EQ(result.status, 7);
+  EXPECT_EQ(result.output, "option: option: option: option: option: option: ");
+}
+
+TEST(ConsoleReaders, AllOnesIsNoBound) {
+  const ChildResult result = run_child("18446744073709551615\n", [] {
+    const u64 all_ones = std::numeric_limits<u64>::max();
+    return console::read_bounded("", 1, all_ones) == all_ones ? 3 : 4;
+  });
+  EXPECT_EQ(result.status, 3);
+}
+
+TEST(ConsoleReaders, ColourOfANumberIsTakenBackUnlessItIsTheBlank) {
+  const ChildResult result = run_child("1\n2\n", [] {
+    settings().colors_enabled = true;
+    console::read_bounded("a", 0, 7, 'G');
+    console::read_bounded("b", 0, 7, ' ');
+    return 0;
+  });
+  EXPECT_EQ(result.output, "\033[01;37ma\033[01;32m\033[01;37mb");
+}
+
+TEST(ConsoleReaders, EndOfInputEndsTheProgramExceptAtThePromptForEnter) {
+  const ChildResult enter = run_child("", [] {
+    console::pause();
+    return 5;
+  });
+  EXPECT_EQ(enter.status, 5);
+  const ChildResult number = run_child("99\n", [] {
+    console::read_bounded("? ", 0, 7);
+    return 5;
+  });
+  EXPECT_EQ(number.status, 1);
+  EXPECT_EQ(number.output, "? ? ");  // no second prompt for ENTER
+  const ChildResult line = run_child("", [] {
+    console::read_line("path: ");
+    return 5;
+  });
+  EXPECT_EQ(line.status, 1);
+}
+
+TEST(ConsoleReaders, LastLineNeedsNoLineFeedAndLosesItsCarriageReturn) {
+  const ChildResult result = run_child("first\r\nlast one", [] {
+    const bool right = console::read_line("") == "first" && console::read_line("") == "last one";
+    return right ? 0 : 9;
+  });
+  EXPECT_EQ(result.status, 0);
+}
+
+TEST(Console, WideOutputCarriesTheSameText) {
+  const ChildResult result = run_child("", [] {
+    std::fwide(stdout, 1);
+    console::println("wide", 'w');
+    return 0;
+  });
+  EXPECT_EQ(result.output, "wide\n");
+}
+
+TEST(Console, LiveLineIsTakenAwayBeforeAnythingElseIsPrinted) {
+  const ChildResult result = run_child(
+      "",
+      [] {
+        console::newline();
+        console::show_live_line("Writing...  ", "1,234", "  digits");
+        console::show_live_line("Short");
+        console::println("permanent");
+        console::print("half a line");
+        console::show_live_line("not here");
+        return 0;
+      },
+      ChildOutput::kTerminal);
+  const std::string longest = "Writing...  1,234  digits";
+  EXPECT_EQ(result.output, "\n\r" + longest + "\rShort" + std::string(longest.size() - 5, ' ') + "\r" +
+                               std::string(longest.size(), ' ') + "\rpermanent\nhalf a line");
+}
+
+TEST(Console, LiveLineGoesToTerminalsOnly) {
+  const ChildResult result = run_child("", [] {
+    console::show_live_line("Writing...  ");
+    console::println("permanent");
+    return 0;
+  });
+  EXPECT_EQ(result.output, "permanent\n");
+}
+
+TEST(ConsoleFormats, CommasStandAtEveryThirdDigit) {
+  EXPECT_EQ(console::format_with_commas(0), "0");
+  EXPECT_EQ(console::format_with_commas(999), "999");
+  EXPECT_EQ(console::format_with_commas(1000), "1,000");
+  EXPECT_EQ(console::format_with_commas(123456), "123,456");
+  EXPECT_EQ(console::format_with_commas(std::numeric_limits<u64>::max()), "18,446,744,073,709,551,615");
+}
+
+TEST(ConsoleFormats, BytesKeepThreeDigitsAndRoundIntoTheNextUnit) {
+  EXPECT_EQ(console::format_bytes(0), "0 (    0 bytes)");
+  EXPECT_EQ(console::format_bytes(1023), "1,023 ( 1023 bytes)");
+  EXPECT_EQ(console::format_bytes(1024), "1,024 ( 1.00 KiB)");
+  EXPECT_EQ(console::format_bytes(1234567), "1,234,567 ( 1.18 MiB)");
+  EXPECT_EQ(console::format_bytes(u64{999} << 30), "1,072,668,082,176 (  999 GiB)");
+  EXPECT_EQ(console::format_bytes((u64{1} << 30) - 1), "1,073,741,823 ( 1.00 GiB)");
+  EXPECT_EQ(console::format_bytes(std::numeric_limits<u64>::max()), "18,446,744,073,709,551,615 ( 16.0 EiB)");
+}
+
+TEST(ConsoleFormats, FloatsKeepTheirSignificantDigits) {
+  EXPECT_EQ(console::format_float(0, 3), "0.00");
+  EXPECT_EQ(console::format_float(12.345, 3), "12.3");
+  EXPECT_EQ(console::format_float(9.996, 3), "10.0");
+  EXPECT_EQ(console::format_float(99.96, 3), "100");
+  EXPECT_EQ(console::format_float(123456, 3), "123456");
+  EXPECT_EQ(console::format_float(0.0012345, 3), "0.00123");
+  EXPECT_EQ(console::format_float(-1.5, 1), "-2");
+  EXPECT_EQ(console::format_float(std::numeric_limits<double>::infinity(), 3), "inf");
+}
+
+}  // namespace
+}  // namespace orl
