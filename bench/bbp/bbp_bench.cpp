@@ -3,9 +3,9 @@
 //
 // bbp_bench [offset ...]; a term of Bellard's series at the middle of its range, 32 digits.
 
+#include "bbp/bbp_sum.h"
 #include "simd/target.h"
 #include "support/measure.h"
-#include "bbp/bbp_sum.h"
 
 namespace {
 

@@ -11,15 +11,15 @@
 #include <memory>
 #include <string>
 
-#include "core/exceptions.h"
-#include "core/status.h"
-#include "multiply/algorithm_table.h"
-#include "threads/frameworks.h"
 #include "constants/e.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
+#include "core/exceptions.h"
+#include "core/status.h"
+#include "multiply/algorithm_table.h"
 #include "simd/target.h"
 #include "support/measure.h"
+#include "threads/frameworks.h"
 #include "transforms/registration.h"
 
 namespace orl {

@@ -15,9 +15,9 @@
 #include "functions/newton.h"
 #include "functions/radix_conversion.h"
 #include "multiply/algorithm_table.h"
-#include "threads/frameworks.h"
 #include "simd/target.h"
 #include "support/measure.h"
+#include "threads/frameworks.h"
 #include "transforms/registration.h"
 
 namespace {

@@ -16,9 +16,9 @@
 
 #include "core/settings.h"
 #include "memory/allocators.h"
-#include "threads/parallelism.h"
 #include "support/measure.h"
 #include "system/topology.h"
+#include "threads/parallelism.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <new>
 
 #include "multiply/algorithm_table.h"
-#include "threads/simple_frameworks.h"
 #include "simd/target.h"
 #include "support/measure.h"
+#include "threads/simple_frameworks.h"
 #include "transforms/registration.h"
 
 namespace {

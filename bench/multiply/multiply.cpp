@@ -22,12 +22,12 @@
 #include <string>
 #include <vector>
 
-#include "multiply/setting.h"
 #include "multiply/algorithm_table.h"
-#include "threads/push_pool_framework.h"
-#include "threads/simple_frameworks.h"
+#include "multiply/setting.h"
 #include "simd/target.h"
 #include "support/measure.h"
+#include "threads/push_pool_framework.h"
+#include "threads/simple_frameworks.h"
 #include "transforms/registration.h"
 
 using namespace orl;

@@ -12,12 +12,12 @@
 #include <string>
 #include <vector>
 
-#include "multiply/setting.h"
 #include "multiply/algorithm_table.h"
+#include "multiply/setting.h"
 #include "stress/known_answers.h"
+#include "support/measure.h"
 #include "threads/push_pool_framework.h"
 #include "threads/simple_frameworks.h"
-#include "support/measure.h"
 #include "transforms/registration.h"
 
 using namespace orl;

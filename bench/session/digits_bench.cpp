@@ -12,15 +12,15 @@
 #include <memory>
 #include <random>
 
-#include "session/digit_output.h"
+#include "core/status.h"
 #include "digits/digit_kernels.h"
 #include "digits/digit_text.h"
 #include "digits/digit_words.h"
-#include "core/status.h"
-#include "words/hash.h"
-#include "threads/frameworks.h"
+#include "session/digit_output.h"
 #include "simd/target.h"
 #include "support/measure.h"
+#include "threads/frameworks.h"
+#include "words/hash.h"
 
 namespace {
 

@@ -14,8 +14,8 @@
 #include <thread>
 #include <vector>
 
-#include "threads/frameworks.h"
 #include "support/measure.h"
+#include "threads/frameworks.h"
 
 namespace {
 

@@ -12,12 +12,12 @@
 #include <string>
 #include <vector>
 
+#include "simd/target.h"
 #include "threads/push_pool_framework.h"
 #include "threads/simple_frameworks.h"
-#include "simd/target.h"
+#include "transforms/c17/residue.h"
 #include "transforms/hnt/hnt.h"
 #include "transforms/ntt/ntt.h"
-#include "transforms/c17/residue.h"
 #include "transforms/vst/vst.h"
 
 using namespace orl;

@@ -6,10 +6,10 @@
 
 #include <cstring>
 
-#include "words/hash.h"
-#include "words/words.h"
 #include "simd/target.h"
 #include "support/measure.h"
+#include "words/hash.h"
+#include "words/words.h"
 
 namespace {
 

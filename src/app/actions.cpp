@@ -9,14 +9,14 @@
 #include "app/custom_menu.h"
 #include "app/options.h"
 #include "app/stress_menu.h"
-#include "session/validation_file.h"
+#include "bbp/bbp_extractor.h"
 #include "core/console.h"
 #include "core/exceptions.h"
 #include "core/settings.h"
-#include "system/machine.h"
-#include "bbp/bbp_extractor.h"
-#include "viewer/digit_viewer.h"
+#include "session/validation_file.h"
 #include "stress/stress_tester.h"
+#include "system/machine.h"
+#include "viewer/digit_viewer.h"
 
 namespace orvane {
 namespace {

@@ -4,11 +4,11 @@
 
 #include "app/action_file.h"
 #include "app/menu_steps.h"
-#include "session/parameters.h"
+#include "console/menu_input.h"
 #include "core/console.h"
 #include "core/exceptions.h"
-#include "console/menu_input.h"
 #include "memory/allocator_menu.h"
+#include "session/parameters.h"
 #include "system/machine.h"
 
 namespace orvane {

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "session/constant.h"
 #include "memory/allocators.h"
+#include "session/constant.h"
 #include "threads/frameworks.h"
 
 namespace orvane {

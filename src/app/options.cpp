@@ -4,8 +4,8 @@
 #include <array>
 #include <memory>
 
-#include "core/exceptions.h"
 #include "console/number_forms.h"
+#include "core/exceptions.h"
 #include "core/settings.h"
 
 namespace orvane {

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "app/command_line.h"
-#include "session/parameters.h"
 #include "core/settings.h"
+#include "session/parameters.h"
 #include "stress/stress_settings.h"
 
 namespace orvane {

@@ -14,11 +14,11 @@
 #include "core/exceptions.h"
 #include "core/settings.h"
 #include "memory/allocators.h"
-#include "threads/frameworks.h"
-#include "threads/thread_priority.h"
 #include "simd/target.h"
 #include "system/environment.h"
 #include "system/topology.h"
+#include "threads/frameworks.h"
+#include "threads/thread_priority.h"
 #include "transforms/registration.h"
 
 namespace orvane {

@@ -5,11 +5,11 @@
 
 #include "app/action_file.h"
 #include "app/menu_steps.h"
-#include "core/console.h"
 #include "console/menu_input.h"
+#include "core/console.h"
+#include "stress/stress_tester.h"
 #include "system/machine.h"
 #include "system/topology.h"
-#include "stress/stress_tester.h"
 
 namespace orvane {
 namespace {

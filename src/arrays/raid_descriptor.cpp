@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "config/located.h"
+#include "console/menu_input.h"
 #include "core/console.h"
 #include "core/exceptions.h"
-#include "console/menu_input.h"
 
 namespace orl::R03 {
 

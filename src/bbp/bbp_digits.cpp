@@ -7,10 +7,10 @@
 
 #include "core/console.h"
 #include "core/exceptions.h"
+#include "system/topology.h"
 #include "threads/frameworks.h"
 #include "threads/parallelizer.h"
 #include "threads/task_entry.h"
-#include "system/topology.h"
 
 namespace orvane {
 namespace {

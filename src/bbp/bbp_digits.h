@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "bbp/bbp_sum.h"
 #include "core/status.h"
 #include "core/types.h"
-#include "bbp/bbp_sum.h"
 
 namespace orvane {
 

@@ -2,12 +2,12 @@
 
 #include <algorithm>
 
+#include "bbp/bbp_digits.h"
 #include "core/console.h"
 #include "core/run_timer.h"
+#include "system/environment.h"
 #include "threads/frameworks.h"
 #include "threads/menu_row.h"
-#include "system/environment.h"
-#include "bbp/bbp_digits.h"
 
 namespace orvane {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "bbp/bbp_kernels.h"
 #include "core/exceptions.h"
 #include "memory/aligned_malloc.h"
-#include "bbp/bbp_kernels.h"
 
 namespace orl {
 namespace {

@@ -6,8 +6,8 @@
 //           yes      -1   (Q - P) / Q
 #pragma once
 
-#include "splitting/binary_splitting.h"
 #include "constants/constant_plan.h"
+#include "splitting/binary_splitting.h"
 
 namespace orl {
 

@@ -3,8 +3,8 @@
 #include <algorithm>
 
 #include "core/exceptions.h"
-#include "words/hash.h"
 #include "numbers/transform.h"
+#include "words/hash.h"
 #include "words/words.h"
 
 namespace orl {

@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
+#include "constants/pi_terms.h"
 #include "core/exceptions.h"
 #include "core/status.h"
-#include "constants/pi_terms.h"
 #include "splitting/stage_timer.h"
 
 namespace orl {

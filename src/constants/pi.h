@@ -10,10 +10,10 @@
 // largest block with the fraction behind it.
 #pragma once
 
-#include "functions/proved.h"
-#include "splitting/binary_splitting.h"
 #include "constants/constant_plan.h"
 #include "constants/final_product.h"
+#include "functions/proved.h"
+#include "splitting/binary_splitting.h"
 
 namespace orl {
 

@@ -1,8 +1,8 @@
 // Square roots and the golden ratio: one Newton iteration and one linear step.
 #pragma once
 
-#include "functions/proved.h"
 #include "constants/constant_plan.h"
+#include "functions/proved.h"
 
 namespace orl {
 

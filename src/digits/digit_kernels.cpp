@@ -1,8 +1,8 @@
 #include "digits/digit_kernels.h"
 
 #include "digits/digit_text.h"
-#include "words/hash.h"
 #include "simd/target.h"
+#include "words/hash.h"
 
 #include "simd/begin_scalar.h"
 

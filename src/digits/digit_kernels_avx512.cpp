@@ -3,8 +3,8 @@
 #include <immintrin.h>
 
 #include "digits/digit_text.h"
-#include "words/hash.h"
 #include "simd/begin_avx512.h"
+#include "words/hash.h"
 
 #include "digits/digit_kernels.kernel.h"
 #include "simd/end.h"

@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "digits/digit_stats.h"
 #include "core/exceptions.h"
+#include "digits/digit_stats.h"
 #include "memory/linear_buffer.h"
 
 namespace orl {

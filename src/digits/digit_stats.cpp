@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <optional>
 
+#include "core/exceptions.h"
 #include "digits/digit_kernels.h"
 #include "digits/digit_text.h"
 #include "digits/digit_words.h"
-#include "core/exceptions.h"
 #include "words/hash.h"
 
 namespace orl {

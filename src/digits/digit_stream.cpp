@@ -4,11 +4,11 @@
 #include <filesystem>
 #include <vector>
 
+#include "core/console.h"
+#include "core/exceptions.h"
 #include "digits/digit_writer.h"
 #include "digits/ovd_set.h"
 #include "digits/text_file.h"
-#include "core/console.h"
-#include "core/exceptions.h"
 #include "files/file_calls.h"
 #include "files/path_check.h"
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "digits/digit_text.h"
 #include "core/exceptions.h"
+#include "digits/digit_text.h"
 
 namespace orl {
 

@@ -4,9 +4,9 @@
 #include <atomic>
 #include <cstring>
 
+#include "core/exceptions.h"
 #include "digits/digit_reader.h"
 #include "digits/digit_words.h"
-#include "core/exceptions.h"
 
 namespace orl {
 namespace {

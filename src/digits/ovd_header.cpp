@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "digits/digit_words.h"
 #include "core/exceptions.h"
+#include "digits/digit_words.h"
 #include "files/buffered_reader.h"
 
 namespace orl {

@@ -8,9 +8,9 @@
 #include <mutex>
 #include <string>
 
-#include "memory/linear_buffer.h"
 #include "files/raw_file.h"
 #include "files/raw_io_buffer.h"
+#include "memory/linear_buffer.h"
 
 namespace orl {
 

@@ -3,8 +3,8 @@
 // SHA-256 comes from OpenSSL: a published function outside of what this program exists for.
 #include <openssl/evp.h>
 
-#include "digits/digit_text.h"
 #include "core/exceptions.h"
+#include "digits/digit_text.h"
 
 namespace orl {
 

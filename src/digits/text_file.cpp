@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "digits/digit_text.h"
 #include "core/exceptions.h"
+#include "digits/digit_text.h"
 #include "files/raw_io_buffer.h"
 
 namespace orl {

@@ -17,10 +17,10 @@
 
 #include "core/types.h"
 #include "functions/newton_level.h"
+#include "memory/linear_buffer.h"
 #include "numbers/big_float.h"
 #include "numbers/ram_store.h"
 #include "numbers/run_context.h"
-#include "memory/linear_buffer.h"
 
 namespace orl {
 

@@ -6,9 +6,9 @@
 
 #include "core/exceptions.h"
 #include "core/status.h"
-#include "multiply/transform_words.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/basecase.h"
+#include "multiply/transform_words.h"
 #include "words/words.h"
 
 namespace orl {

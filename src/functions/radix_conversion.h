@@ -19,11 +19,11 @@
 #include <array>
 
 #include "core/types.h"
-#include "multiply/transform_words.h"
+#include "memory/linear_buffer.h"
 #include "multiply/algorithm.h"
+#include "multiply/transform_words.h"
 #include "numbers/big_float.h"
 #include "numbers/run_context.h"
-#include "memory/linear_buffer.h"
 
 namespace orl {
 

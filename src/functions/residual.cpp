@@ -7,9 +7,9 @@
 #include "core/exceptions.h"
 #include "core/status.h"
 #include "functions/newton_steps.h"
-#include "multiply/transform_words.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/product_areas.h"
+#include "multiply/transform_words.h"
 #include "words/words.h"
 
 // Bounds. q keeps p + 2 words, b and a are cut to p + 3, all relative errors are below c W^-(p+1) with c far

@@ -2,8 +2,8 @@
 
 #include "core/exceptions.h"
 #include "functions/radix_conversion.h"
-#include "multiply/transform_words.h"
 #include "multiply/algorithm_table.h"
+#include "multiply/transform_words.h"
 #include "words/hash.h"
 #include "words/words.h"
 

@@ -6,10 +6,10 @@
 #include "core/console.h"
 #include "core/exceptions.h"
 #include "memory/mapped_memory.h"
-#include "threads/menu_row.h"
+#include "memory/mode_keys.h"
 #include "memory/node_list.h"
 #include "memory/node_placement.h"
-#include "memory/mode_keys.h"
+#include "threads/menu_row.h"
 #include "threads/simple_frameworks.h"
 
 namespace orl {

@@ -8,9 +8,9 @@
 #include "core/exceptions.h"
 #include "memory/mapped_memory.h"
 #include "memory/memory_calls.h"
-#include "threads/menu_row.h"
 #include "memory/node_list.h"
 #include "memory/node_placement.h"
+#include "threads/menu_row.h"
 
 namespace orl {
 

@@ -4,8 +4,8 @@
 #include <cerrno>
 
 #include "memory/mapped_memory.h"
-#include "threads/menu_row.h"
 #include "memory/mode_keys.h"
+#include "threads/menu_row.h"
 
 namespace orl {
 

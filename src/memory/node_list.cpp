@@ -3,9 +3,9 @@
 #include <algorithm>
 
 #include "config/object.h"
+#include "console/number_forms.h"
 #include "core/console.h"
 #include "core/exceptions.h"
-#include "console/number_forms.h"
 #include "memory/memory_calls.h"
 
 namespace orl {

@@ -4,11 +4,11 @@
 #include <utility>
 
 #include "core/exceptions.h"
+#include "memory/aligned_malloc.h"
 #include "multiply/basecase.h"
 #include "words/hash.h"
 #include "words/word_loops.h"
 #include "words/words.h"
-#include "memory/aligned_malloc.h"
 
 namespace orl {
 namespace {

@@ -19,8 +19,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "words/block_carry.h"
 #include "multiply/crt_mulp.h"
+#include "words/block_carry.h"
 #include "words/words.h"
 
 namespace orl {

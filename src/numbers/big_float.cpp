@@ -12,8 +12,8 @@
 #include "multiply/basic_int.h"
 #include "numbers/big_int.h"
 #include "numbers/exact_float.h"
-#include "words/hash.h"
 #include "numbers/windowed_add.h"
+#include "words/hash.h"
 #include "words/word_loops.h"
 #include "words/words.h"
 

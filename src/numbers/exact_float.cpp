@@ -9,8 +9,8 @@
 #include "multiply/basic_int.h"
 #include "numbers/big_float.h"
 #include "numbers/windowed_add.h"
-#include "words/words.h"
 #include "threads/simple_frameworks.h"
+#include "words/words.h"
 
 namespace orl {
 namespace {

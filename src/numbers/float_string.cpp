@@ -7,9 +7,9 @@
 #include <string>
 
 #include "core/exceptions.h"
+#include "threads/simple_frameworks.h"
 #include "words/shoup_divider.h"
 #include "words/words.h"
-#include "threads/simple_frameworks.h"
 
 namespace orl {
 namespace {

@@ -1,10 +1,10 @@
 #include <array>
 #include <cmath>
 
-#include "session/constant.h"
 #include "config/located.h"
 #include "core/console.h"
 #include "core/exceptions.h"
+#include "session/constant.h"
 
 namespace orvane {
 namespace {

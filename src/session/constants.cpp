@@ -4,15 +4,15 @@
 #include <limits>
 #include <utility>
 
-#include "session/constant.h"
 #include "config/located.h"
 #include "config/parser.h"
-#include "core/console.h"
-#include "core/exceptions.h"
 #include "console/number_forms.h"
 #include "constants/e.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
+#include "core/console.h"
+#include "core/exceptions.h"
+#include "session/constant.h"
 
 namespace orvane {
 namespace {

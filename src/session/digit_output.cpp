@@ -5,15 +5,15 @@
 #include <exception>
 #include <optional>
 
+#include "core/ending.h"
+#include "core/exceptions.h"
+#include "core/fault_point.h"
 #include "digits/digit_text.h"
 #include "digits/digit_words.h"
 #include "digits/hashed_digits.h"
 #include "digits/page_writer.h"
-#include "core/ending.h"
-#include "core/exceptions.h"
-#include "core/fault_point.h"
-#include "words/hash.h"
 #include "files/raw_io_buffer.h"
+#include "words/hash.h"
 
 namespace orvane {
 namespace {

@@ -12,12 +12,12 @@
 #include <optional>
 #include <string>
 
+#include "core/event_log.h"
+#include "core/status.h"
 #include "digits/digit_reader.h"
 #include "digits/digit_stats.h"
 #include "digits/digit_writer.h"
 #include "digits/hashed_digits.h"
-#include "core/event_log.h"
-#include "core/status.h"
 #include "memory/linear_buffer.h"
 #include "threads/parallelizer.h"
 

@@ -1,8 +1,8 @@
 // A computed number as the output stages want it.
 #pragma once
 
-#include "session/constant.h"
 #include "numbers/big_float.h"
+#include "session/constant.h"
 
 namespace orvane {
 

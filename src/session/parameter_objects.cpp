@@ -1,11 +1,11 @@
 // The settings of a computation as configuration objects: the form of action files, and the dump of reports.
 #include <algorithm>
 
-#include "session/parameters.h"
-#include "session/ram_plan.h"
 #include "config/located.h"
 #include "core/console.h"
 #include "core/exceptions.h"
+#include "session/parameters.h"
+#include "session/ram_plan.h"
 #include "system/machine.h"
 
 namespace orvane {

@@ -2,9 +2,9 @@
 
 #include <cmath>
 
-#include "digits/digit_writer.h"
 #include "core/console.h"
 #include "core/exceptions.h"
+#include "digits/digit_writer.h"
 #include "files/path_check.h"
 #include "system/machine.h"
 

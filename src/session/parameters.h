@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "session/constant.h"
+#include "arrays/raid_descriptor.h"
 #include "config/object.h"
 #include "memory/allocators.h"
+#include "session/constant.h"
 #include "threads/parallelism.h"
-#include "arrays/raid_descriptor.h"
 
 namespace orvane {
 

@@ -8,9 +8,9 @@
 
 #include <memory>
 
-#include "session/parameters.h"
-#include "functions/radix_conversion.h"
 #include "constants/constant_plan.h"
+#include "functions/radix_conversion.h"
+#include "session/parameters.h"
 
 namespace orvane {
 

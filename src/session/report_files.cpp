@@ -1,11 +1,11 @@
 #include "session/report_files.h"
 
-#include "session/run_results.h"
-#include "session/validation_file.h"
 #include "config/writer.h"
 #include "core/console.h"
 #include "core/exceptions.h"
 #include "files/new_file.h"
+#include "session/run_results.h"
+#include "session/validation_file.h"
 
 namespace orvane {
 namespace {

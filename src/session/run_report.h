@@ -7,10 +7,10 @@
 #include <utility>
 #include <vector>
 
-#include "session/digit_output.h"
-#include "session/spot_check.h"
 #include "config/object.h"
 #include "core/run_timer.h"
+#include "session/digit_output.h"
+#include "session/spot_check.h"
 #include "system/machine.h"
 #include "system/reference_clocks.h"
 

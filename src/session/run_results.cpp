@@ -2,8 +2,8 @@
 
 #include <cmath>
 
-#include "session/validation_file.h"
 #include "core/version.h"
+#include "session/validation_file.h"
 #include "simd/target.h"
 
 namespace orvane {

@@ -1,13 +1,6 @@
 // The run of a computation in memory, stage by stage.
 #include <algorithm>
 
-#include "session/digit_output.h"
-#include "session/number_layout.h"
-#include "session/parameters.h"
-#include "session/ram_plan.h"
-#include "session/report_files.h"
-#include "session/run_report.h"
-#include "session/user_name.h"
 #include "core/console.h"
 #include "core/ending.h"
 #include "core/event_log.h"
@@ -15,12 +8,19 @@
 #include "core/run_timer.h"
 #include "core/settings.h"
 #include "core/status.h"
+#include "files/path_check.h"
 #include "multiply/algorithm_table.h"
 #include "numbers/big_float.h"
-#include "words/hash.h"
-#include "threads/frameworks.h"
-#include "files/path_check.h"
+#include "session/digit_output.h"
+#include "session/number_layout.h"
+#include "session/parameters.h"
+#include "session/ram_plan.h"
+#include "session/report_files.h"
+#include "session/run_report.h"
+#include "session/user_name.h"
 #include "system/machine.h"
+#include "threads/frameworks.h"
+#include "words/hash.h"
 
 namespace orvane {
 namespace {

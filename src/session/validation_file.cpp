@@ -1,9 +1,9 @@
 #include "session/validation_file.h"
 
 #include "config/writer.h"
-#include "digits/sha256.h"
 #include "core/console.h"
 #include "core/version.h"
+#include "digits/sha256.h"
 #include "simd/target.h"
 
 namespace orvane {

@@ -4,10 +4,10 @@
 #include <fstream>
 #include <numeric>
 
-#include "session/validation_file.h"
-#include "digits/sha256.h"
-#include "core/console.h"
 #include "console/number_forms.h"
+#include "core/console.h"
+#include "digits/sha256.h"
+#include "session/validation_file.h"
 
 namespace orvane {
 namespace {

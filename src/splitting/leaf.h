@@ -4,8 +4,8 @@
 
 #include "core/exceptions.h"
 #include "multiply/basecase.h"
-#include "words/hash.h"
 #include "splitting/series.h"
+#include "words/hash.h"
 
 namespace orl {
 

@@ -6,8 +6,8 @@
 #include "core/fault_point.h"
 #include "multiply/basecase.h"
 #include "numbers/transform.h"
-#include "words/words.h"
 #include "splitting/verify.h"
+#include "words/words.h"
 
 namespace orl {
 namespace {

@@ -4,9 +4,9 @@
 
 #include "core/exceptions.h"
 #include "numbers/transform.h"
-#include "words/words.h"
 #include "splitting/binary_splitting.h"
 #include "splitting/verify.h"
+#include "words/words.h"
 
 namespace orl {
 namespace {

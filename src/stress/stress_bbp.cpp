@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <array>
 
-#include "core/console.h"
 #include "bbp/bbp_sum.h"
+#include "core/console.h"
 #include "stress/stress_work.h"
 
 namespace orvane {

@@ -2,10 +2,10 @@
 
 #include "multiply/basecase_algorithm.h"
 #include "simd/target.h"
+#include "transforms/c17/residue.h"
 #include "transforms/fft/fft.h"
 #include "transforms/hnt/hnt.h"
 #include "transforms/ntt/ntt.h"
-#include "transforms/c17/residue.h"
 #include "transforms/vst/vst.h"
 
 namespace orvane {

@@ -10,8 +10,8 @@
 #include "core/run_timer.h"
 #include "memory/interleave_allocator.h"
 #include "memory/node_placement.h"
-#include "system/topology.h"
 #include "stress/stress_threads.h"
+#include "system/topology.h"
 
 namespace orvane {
 namespace {

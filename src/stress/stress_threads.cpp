@@ -9,8 +9,8 @@
 #include "core/exceptions.h"
 #include "core/fault_point.h"
 #include "core/run_timer.h"
-#include "threads/thread_start.h"
 #include "system/topology.h"
+#include "threads/thread_start.h"
 
 namespace orvane {
 namespace {

@@ -9,8 +9,8 @@
 #include <memory>
 #include <string>
 
-#include "multiply/algorithm.h"
 #include "memory/linear_buffer.h"
+#include "multiply/algorithm.h"
 
 namespace orvane {
 

@@ -1,9 +1,9 @@
 #include "threads/cilk_framework.h"
 
+#include "config/settings_keys.h"
 #include "core/console.h"
 #include "threads/frameworks.h"
 #include "threads/menu_row.h"
-#include "config/settings_keys.h"
 #include "threads/task_entry.h"
 #include "threads/tsan_edge.h"
 

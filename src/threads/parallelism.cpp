@@ -1,10 +1,10 @@
 #include "threads/parallelism.h"
 
 #include "config/located.h"
+#include "config/settings_keys.h"
 #include "core/console.h"
 #include "core/exceptions.h"
 #include "threads/menu_row.h"
-#include "config/settings_keys.h"
 
 namespace orl {
 

@@ -4,11 +4,11 @@
 #include <cstddef>
 #include <new>
 
+#include "config/settings_keys.h"
 #include "core/console.h"
 #include "threads/frameworks.h"
 #include "threads/menu_row.h"
 #include "threads/range_split.h"
-#include "config/settings_keys.h"
 #include "threads/task_entry.h"
 
 namespace orl {

@@ -3,9 +3,9 @@
 #include <future>
 #include <thread>
 
+#include "config/settings_keys.h"
 #include "threads/menu_row.h"
 #include "threads/range_split.h"
-#include "config/settings_keys.h"
 #include "threads/task_entry.h"
 #include "threads/thread_start.h"
 

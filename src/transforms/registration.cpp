@@ -4,10 +4,10 @@
 
 #include "multiply/algorithm_table.h"
 #include "multiply/basecase_algorithm.h"
+#include "transforms/c17/residue.h"
 #include "transforms/fft/fft.h"
 #include "transforms/hnt/hnt.h"
 #include "transforms/ntt/ntt.h"
-#include "transforms/c17/residue.h"
 #include "transforms/vst/vst.h"
 
 namespace orl {

@@ -4,10 +4,10 @@
 #include <functional>
 #include <string>
 
+#include "core/status.h"
 #include "digits/digit_reader.h"
 #include "digits/digit_writer.h"
 #include "digits/ovd_set.h"
-#include "core/status.h"
 #include "memory/linear_buffer.h"
 #include "threads/parallelizer.h"
 

@@ -6,17 +6,17 @@
 #include <string>
 #include <vector>
 
-#include "digits/digit_text.h"
-#include "digits/ovd_set.h"
-#include "digits/text_file.h"
 #include "core/console.h"
 #include "core/exceptions.h"
 #include "core/status.h"
-#include "words/hash.h"
+#include "digits/digit_text.h"
+#include "digits/ovd_set.h"
+#include "digits/text_file.h"
+#include "files/path_check.h"
 #include "memory/aligned_malloc.h"
 #include "threads/parallelism.h"
-#include "files/path_check.h"
 #include "viewer/digit_passes.h"
+#include "words/hash.h"
 
 namespace orvane {
 namespace {

@@ -11,8 +11,8 @@
 #include <type_traits>
 
 #include "core/types.h"
-#include "words/shoup_divider.h"
 #include "threads/parallelizer.h"
+#include "words/shoup_divider.h"
 
 namespace orl {
 

@@ -5,9 +5,9 @@
 #include <cstdlib>
 
 #include "app/process.h"
+#include "memory/linear_buffer.h"
 #include "session/parameters.h"
 #include "session/ram_plan.h"
-#include "memory/linear_buffer.h"
 #include "support/allocation_counter.h"
 
 namespace orvane::test {

@@ -1,8 +1,8 @@
 // Digits of Pi far out: both formulas, and values that were published.
 #include <gtest/gtest.h>
 
-#include "simd/target.h"
 #include "bbp/bbp_digits.h"
+#include "simd/target.h"
 
 namespace {
 

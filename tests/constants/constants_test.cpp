@@ -6,11 +6,11 @@
 #include <memory>
 #include <string>
 
-#include "core/exceptions.h"
-#include "functions/function_runner.h"
 #include "constants/e.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
+#include "core/exceptions.h"
+#include "functions/function_runner.h"
 
 namespace orl {
 namespace {

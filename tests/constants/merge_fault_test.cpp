@@ -3,9 +3,9 @@
 
 #include <cstring>
 
+#include "constants/series_runner.h"
 #include "core/exceptions.h"
 #include "core/fault_point.h"
-#include "constants/series_runner.h"
 #include "support/random_words.h"
 
 namespace orl {

@@ -1,11 +1,11 @@
 // Nodes of the recursion against GMP integers: every end case, both merges, all ways to split.
 #include <gtest/gtest.h>
 
+#include "constants/pi_terms.h"
+#include "constants/series_runner.h"
 #include "core/exceptions.h"
 #include "splitting/leaf.h"
 #include "splitting/merge.h"
-#include "constants/pi_terms.h"
-#include "constants/series_runner.h"
 #include "support/counting_algorithm.h"
 #include "support/random_words.h"
 #include "support/test_parallelizers.h"

@@ -3,8 +3,8 @@
 
 #include <cmath>
 
-#include "core/exceptions.h"
 #include "constants/series_runner.h"
+#include "core/exceptions.h"
 #include "support/counting_algorithm.h"
 
 namespace orl {

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "functions/function_runner.h"
-#include "splitting/binary_splitting.h"
 #include "constants/e.h"
 #include "constants/pi.h"
+#include "functions/function_runner.h"
+#include "splitting/binary_splitting.h"
 
 namespace orl::test {
 

@@ -6,8 +6,8 @@
 #include <limits>
 #include <sstream>
 
-#include "support/child.h"
 #include "core/settings.h"
+#include "support/child.h"
 
 namespace orl {
 namespace {

@@ -10,9 +10,9 @@
 #include <thread>
 #include <vector>
 
-#include "support/child.h"
 #include "core/console.h"
 #include "core/settings.h"
+#include "support/child.h"
 
 namespace orl {
 namespace {

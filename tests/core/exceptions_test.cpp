@@ -5,8 +5,8 @@
 #include <memory>
 #include <type_traits>
 
-#include "support/child.h"
 #include "core/settings.h"
+#include "support/child.h"
 
 namespace orl {
 namespace {

@@ -4,12 +4,12 @@
 
 #include <thread>
 
-#include "support/child.h"
 #include "core/console.h"
 #include "core/event_log.h"
 #include "core/exceptions.h"
 #include "core/settings.h"
 #include "support/allocation_counter.h"
+#include "support/child.h"
 
 namespace orl {
 namespace {

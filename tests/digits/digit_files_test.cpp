@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "core/exceptions.h"
 #include "digits/digit_text.h"
 #include "digits/digit_words.h"
 #include "digits/digit_writer.h"
@@ -13,14 +14,13 @@
 #include "digits/ovd_set.h"
 #include "digits/text_file.h"
 #include "support/child.h"
-#include "core/exceptions.h"
-#include "words/hash.h"
-#include "threads/frameworks.h"
 #include "support/fake_file_calls.h"
 #include "support/files.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
 #include "support/test_parallelizers.h"
+#include "threads/frameworks.h"
+#include "words/hash.h"
 
 namespace orl {
 namespace {

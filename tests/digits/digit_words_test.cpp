@@ -5,17 +5,17 @@
 
 #include <array>
 
+#include "core/exceptions.h"
 #include "digits/digit_kernels.h"
 #include "digits/digit_stats.h"
 #include "digits/digit_text.h"
 #include "digits/hashed_digits.h"
-#include "core/exceptions.h"
-#include "words/hash.h"
-#include "threads/frameworks.h"
 #include "simd/target.h"
 #include "support/gmp_oracle.h"
 #include "support/random_words.h"
 #include "support/test_parallelizers.h"
+#include "threads/frameworks.h"
+#include "words/hash.h"
 
 namespace orl {
 namespace {

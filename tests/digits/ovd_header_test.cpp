@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include "core/exceptions.h"
 #include "digits/digit_words.h"
 #include "digits/ovd_set.h"
-#include "core/exceptions.h"
 #include "support/files.h"
 #include "support/test_parallelizers.h"
 

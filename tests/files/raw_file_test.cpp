@@ -6,13 +6,13 @@
 #include <functional>
 #include <memory>
 
-#include "support/child.h"
 #include "core/exceptions.h"
-#include "support/fake_file_calls.h"
-#include "support/files.h"
 #include "files/buffered_reader.h"
 #include "files/path_check.h"
 #include "files/raw_io_buffer.h"
+#include "support/child.h"
+#include "support/fake_file_calls.h"
+#include "support/files.h"
 
 namespace orl {
 namespace {

@@ -10,12 +10,12 @@
 #include <vector>
 
 #include "core/status.h"
+#include "memory/linear_buffer.h"
 #include "multiply/algorithm_table.h"
 #include "numbers/big_float.h"
 #include "numbers/run_context.h"
-#include "threads/frameworks.h"
-#include "memory/linear_buffer.h"
 #include "support/gmp_oracle.h"
+#include "threads/frameworks.h"
 
 namespace orl::test {
 

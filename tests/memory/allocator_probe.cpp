@@ -16,10 +16,10 @@
 #include "core/exceptions.h"
 #include "core/settings.h"
 #include "memory/allocators.h"
-#include "threads/frameworks.h"
 #include "memory/interleave_allocator.h"
 #include "memory/memory_calls.h"
 #include "memory/pattern.h"
+#include "threads/frameworks.h"
 
 namespace {
 

@@ -7,13 +7,13 @@
 #include <cstring>
 
 #include "config/object.h"
-#include "memory/fake_memory_calls.h"
 #include "core/exceptions.h"
+#include "memory/fake_memory_calls.h"
 #include "memory/mmap_allocator.h"
-#include "threads/simple_frameworks.h"
 #include "memory/pattern.h"
 #include "memory/registered.h"
 #include "support/screen.h"
+#include "threads/simple_frameworks.h"
 
 namespace orl {
 namespace {

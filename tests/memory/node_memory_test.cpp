@@ -4,8 +4,8 @@
 #include <thread>
 
 #include "config/object.h"
-#include "memory/fake_memory_calls.h"
 #include "core/exceptions.h"
+#include "memory/fake_memory_calls.h"
 #include "memory/interleave_allocator.h"
 #include "memory/libnuma_allocator.h"
 #include "memory/node_list.h"

@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 
 #include "core/exceptions.h"
-#include "words/words.h"
-#include "threads/simple_frameworks.h"
 #include "support/gmp_oracle.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
 #include "support/test_parallelizers.h"
+#include "threads/simple_frameworks.h"
+#include "words/words.h"
 
 namespace orl {
 namespace {

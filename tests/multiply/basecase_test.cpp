@@ -12,10 +12,10 @@
 #include "multiply/algorithm_table.h"
 #include "multiply/basecase_algorithm.h"
 #include "multiply/basecase_karatsuba.h"
-#include "threads/simple_frameworks.h"
 #include "support/gmp_oracle.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
+#include "threads/simple_frameworks.h"
 #include "words/word_shapes.h"
 
 namespace orl {

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "core/exceptions.h"
-#include "words/hash.h"
 #include "support/gmp_oracle.h"
 #include "support/random_words.h"
+#include "words/hash.h"
 
 namespace orl {
 namespace {

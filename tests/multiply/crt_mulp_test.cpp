@@ -6,10 +6,10 @@
 #include "core/exceptions.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/toy_algorithm.h"
-#include "threads/simple_frameworks.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
 #include "support/test_parallelizers.h"
+#include "threads/simple_frameworks.h"
 
 namespace orl {
 namespace {

@@ -6,12 +6,12 @@
 #include <limits>
 
 #include "core/exceptions.h"
-#include "numbers/number_samples.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/basic_int.h"
-#include "threads/simple_frameworks.h"
+#include "numbers/number_samples.h"
 #include "support/multiplication.h"
 #include "support/test_parallelizers.h"
+#include "threads/simple_frameworks.h"
 
 namespace orl {
 namespace {

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "core/exceptions.h"
-#include "numbers/number_samples.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/basic_int.h"
+#include "numbers/number_samples.h"
 #include "support/multiplication.h"
 #include "support/test_parallelizers.h"
 

@@ -5,9 +5,9 @@
 
 #include "multiply/algorithm_table.h"
 #include "numbers/transform.h"
-#include "threads/simple_frameworks.h"
 #include "support/allocation_counter.h"
 #include "support/multiplication.h"
+#include "threads/simple_frameworks.h"
 
 namespace orl {
 namespace {

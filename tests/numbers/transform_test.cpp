@@ -3,12 +3,12 @@
 #include <gtest/gtest.h>
 
 #include "core/exceptions.h"
-#include "numbers/number_samples.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/toy_algorithm.h"
-#include "threads/frameworks.h"
+#include "numbers/number_samples.h"
 #include "support/multiplication.h"
 #include "support/test_parallelizers.h"
+#include "threads/frameworks.h"
 
 namespace orl {
 namespace {

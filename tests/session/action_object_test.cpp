@@ -1,13 +1,13 @@
 // Settings on their way through the text of a file.
 #include <gtest/gtest.h>
 
-#include "session/parameters.h"
 #include "config/located.h"
 #include "config/parser.h"
 #include "config/writer.h"
 #include "core/exceptions.h"
-#include "threads/frameworks.h"
+#include "session/parameters.h"
 #include "support/files.h"
+#include "threads/frameworks.h"
 
 namespace orvane {
 namespace {

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "session/constant.h"
 #include "config/parser.h"
-#include "support/child.h"
 #include "core/exceptions.h"
+#include "session/constant.h"
+#include "support/child.h"
 #include "support/files.h"
 
 namespace orvane {

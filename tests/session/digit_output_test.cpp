@@ -6,20 +6,20 @@
 #include <atomic>
 #include <functional>
 
-#include "digits/digit_words.h"
-#include "support/child.h"
 #include "core/console.h"
 #include "core/exceptions.h"
 #include "core/fault_point.h"
 #include "core/settings.h"
-#include "words/hash.h"
-#include "threads/frameworks.h"
+#include "digits/digit_words.h"
+#include "support/child.h"
 #include "support/fake_file_calls.h"
 #include "support/files.h"
 #include "support/gmp_oracle.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
 #include "support/test_parallelizers.h"
+#include "threads/frameworks.h"
+#include "words/hash.h"
 
 namespace orl {
 namespace {

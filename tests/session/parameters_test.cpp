@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "config/writer.h"
-#include "support/child.h"
 #include "core/console.h"
 #include "core/exceptions.h"
+#include "support/child.h"
 #include "support/files.h"
 #include "support/gmp_oracle.h"
 

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "session/digit_output.h"
 #include "core/exceptions.h"
 #include "multiply/algorithm_table.h"
+#include "session/digit_output.h"
 
 namespace orvane {
 namespace {

@@ -2,13 +2,13 @@
 
 #include <random>
 
+#include "config/parser.h"
+#include "config/writer.h"
+#include "core/exceptions.h"
+#include "digits/sha256.h"
 #include "session/run_results.h"
 #include "session/user_name.h"
 #include "session/validation_file.h"
-#include "config/parser.h"
-#include "config/writer.h"
-#include "digits/sha256.h"
-#include "core/exceptions.h"
 #include "support/files.h"
 
 namespace orvane {

@@ -6,10 +6,10 @@
 
 #include "core/exceptions.h"
 #include "multiply/algorithm_table.h"
-#include "words/hash.h"
-#include "threads/simple_frameworks.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
+#include "threads/simple_frameworks.h"
+#include "words/hash.h"
 
 namespace orl::test {
 namespace {

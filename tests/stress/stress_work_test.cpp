@@ -7,15 +7,15 @@
 #include "config/located.h"
 #include "config/parser.h"
 #include "config/writer.h"
-#include "support/child.h"
 #include "core/exceptions.h"
+#include "stress/stress_settings.h"
+#include "stress/stress_tester.h"
+#include "stress/stress_threads.h"
+#include "support/child.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
 #include "system/machine.h"
 #include "system/topology.h"
-#include "stress/stress_settings.h"
-#include "stress/stress_tester.h"
-#include "stress/stress_threads.h"
 
 namespace orvane::test {
 namespace {

@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "core/exceptions.h"
-#include "threads/push_pool_framework.h"
-#include "threads/simple_frameworks.h"
-#include "threads/registered.h"
 #include "support/screen.h"
 #include "support/thread_limit.h"
+#include "threads/push_pool_framework.h"
+#include "threads/registered.h"
+#include "threads/simple_frameworks.h"
 
 namespace orl {
 namespace {

@@ -4,11 +4,11 @@
 
 #include "config/object.h"
 #include "core/exceptions.h"
+#include "support/screen.h"
 #include "threads/push_pool_framework.h"
+#include "threads/registered.h"
 #include "threads/simple_frameworks.h"
 #include "threads/thread_priority.h"
-#include "threads/registered.h"
-#include "support/screen.h"
 
 namespace orl {
 namespace {

@@ -3,11 +3,11 @@
 
 #include "multiply/algorithm_table.h"
 #include "multiply/crt_mulp.h"
-#include "threads/frameworks.h"
-#include "threads/simple_frameworks.h"
 #include "support/gmp_oracle.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
+#include "threads/frameworks.h"
+#include "threads/simple_frameworks.h"
 
 namespace orl::test {
 namespace {

@@ -3,9 +3,9 @@
 
 #include "core/exceptions.h"
 #include "multiply/algorithm_table.h"
-#include "threads/simple_frameworks.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
+#include "threads/simple_frameworks.h"
 #include "transforms/c17/residue.h"
 #include "transforms/c17/residue_bounds.h"
 #include "transforms/c17/residue_primes.h"

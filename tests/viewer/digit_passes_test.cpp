@@ -3,14 +3,14 @@
 
 #include <gtest/gtest.h>
 
+#include "core/exceptions.h"
 #include "digits/digit_text.h"
 #include "digits/text_file.h"
-#include "core/exceptions.h"
-#include "threads/parallelism.h"
 #include "support/fake_file_calls.h"
 #include "support/files.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
+#include "threads/parallelism.h"
 
 namespace orvane {
 namespace {

@@ -8,9 +8,9 @@
 
 #include "digits/ovd_set.h"
 #include "support/child.h"
-#include "threads/frameworks.h"
 #include "support/files.h"
 #include "support/random_words.h"
+#include "threads/frameworks.h"
 
 namespace orvane {
 namespace {

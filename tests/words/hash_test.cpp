@@ -4,8 +4,8 @@
 
 #include <cstring>
 
-#include "words/word_shapes.h"
 #include "support/gmp_oracle.h"
+#include "words/word_shapes.h"
 
 namespace orl {
 namespace {

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
 #include "core/exceptions.h"
+#include "support/gmp_oracle.h"
 #include "words/word_shapes.h"
 #include "words/words.h"
-#include "support/gmp_oracle.h"
 
 namespace orl {
 namespace {

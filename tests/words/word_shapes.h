@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "threads/push_pool_framework.h"
 #include "simd/target.h"
 #include "support/random_words.h"
 #include "support/test_parallelizers.h"
+#include "threads/push_pool_framework.h"
 
 namespace orl::test {
 

@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "support/gmp_oracle.h"
 #include "words/hash.h"
 #include "words/word_kernels.h"
 #include "words/word_shapes.h"
-#include "support/gmp_oracle.h"
 
 namespace orl {
 namespace {

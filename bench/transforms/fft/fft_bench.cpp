@@ -17,9 +17,9 @@
 #include <string>
 #include <vector>
 
+#include "simd/target.h"
 #include "threads/push_pool_framework.h"
 #include "threads/simple_frameworks.h"
-#include "simd/target.h"
 #include "transforms/fft/fft.h"
 #include "transforms/fft/fft_kernels.h"
 #include "transforms/fft/fft_table.h"

@@ -3,11 +3,11 @@
 
 #include "core/console.h"
 #include "core/exceptions.h"
-#include "transforms/common/product_algorithm.h"
 #include "transforms/c17/residue.h"
 #include "transforms/c17/residue_bounds.h"
 #include "transforms/c17/residue_kernels.h"
 #include "transforms/c17/residue_tables.h"
+#include "transforms/common/product_algorithm.h"
 
 namespace orl {
 namespace {

@@ -1,12 +1,12 @@
 #include <algorithm>
 
 #include "core/exceptions.h"
-#include "words/words.h"
 #include "simd/target.h"
 #include "transforms/fft/fft.h"
 #include "transforms/hnt/hnt.h"
 #include "transforms/hnt/hnt_tables.h"
 #include "transforms/vst/vst.h"
+#include "words/words.h"
 
 namespace orl {
 namespace {

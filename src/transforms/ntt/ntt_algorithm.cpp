@@ -5,10 +5,10 @@
 
 #include "core/console.h"
 #include "core/exceptions.h"
+#include "transforms/common/product_algorithm.h"
 #include "transforms/ntt/ntt.h"
 #include "transforms/ntt/ntt_join.h"
 #include "transforms/ntt/ntt_tables.h"
-#include "transforms/common/product_algorithm.h"
 
 namespace orl {
 namespace {

@@ -4,8 +4,8 @@
 
 #include "core/console.h"
 #include "core/exceptions.h"
-#include "transforms/common/product_algorithm.h"
 #include "transforms/c17/residue_bounds.h"
+#include "transforms/common/product_algorithm.h"
 #include "transforms/vst/vst.h"
 #include "transforms/vst/vst_kernels.h"
 

@@ -7,11 +7,11 @@
 #include <cstring>
 
 #include "core/exceptions.h"
-#include "transforms/common/product_test_support.h"
 #include "transforms/c17/residue_bounds.h"
 #include "transforms/c17/residue_kernels.h"
 #include "transforms/c17/residue_primes.h"
 #include "transforms/c17/residue_tables.h"
+#include "transforms/common/product_test_support.h"
 
 namespace orl {
 namespace {

@@ -9,10 +9,10 @@
 #include <cstring>
 #include <vector>
 
-#include "threads/simple_frameworks.h"
 #include "simd/target.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
+#include "threads/simple_frameworks.h"
 
 namespace orl::test {
 

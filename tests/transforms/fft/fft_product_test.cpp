@@ -2,10 +2,10 @@
 #include <algorithm>
 
 #include "core/exceptions.h"
-#include "threads/simple_frameworks.h"
 #include "support/gmp_oracle.h"
 #include "support/random_words.h"
 #include "support/test_parallelizers.h"
+#include "threads/simple_frameworks.h"
 #include "transforms/fft/fft_test_support.h"
 
 namespace orl::test {

@@ -4,8 +4,8 @@
 #include <cmath>
 
 #include "core/exceptions.h"
-#include "threads/simple_frameworks.h"
 #include "support/random_words.h"
+#include "threads/simple_frameworks.h"
 #include "transforms/fft/fft_bounds.h"
 #include "transforms/fft/fft_test_support.h"
 

@@ -7,8 +7,8 @@
 #include <cstring>
 
 #include "core/exceptions.h"
-#include "transforms/hnt/hnt_tables.h"
 #include "transforms/common/product_test_support.h"
+#include "transforms/hnt/hnt_tables.h"
 
 namespace orl {
 namespace {

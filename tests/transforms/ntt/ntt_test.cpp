@@ -8,13 +8,13 @@
 #include <cstring>
 
 #include "core/exceptions.h"
-#include "words/hash.h"
-#include "threads/simple_frameworks.h"
 #include "simd/target.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
+#include "threads/simple_frameworks.h"
 #include "transforms/ntt/ntt_primes.h"
 #include "transforms/ntt/ntt_tables.h"
+#include "words/hash.h"
 
 namespace orl {
 namespace {
