@@ -2,9 +2,9 @@
 //
 //   functions_bench [-TD:tasks] [-PF:framework] [digits ...]     1,000,000 and 10,000,000 digits by default
 //
-// Seconds (medians of paired runs), spread, and how many times as long GMP takes; bytes a digit of the plan.
-// The proof of the conversion has no peer and stands beside the same mpf_get_str. GMP runs on one thread
-// always.
+// Seconds (medians of paired runs), spread, and how many times as long GMP takes; bytes per digit of the
+// plan. The proof of the conversion has no peer and stands beside the same mpf_get_str. GMP runs on one
+// thread always.
 #include <gmp.h>
 
 #include <cmath>

@@ -1,4 +1,4 @@
-// Bounded products of 64-bit words beside the direct way, in the memory that each states: ns a word of one
+// Bounded products of 64-bit words beside the direct way, in the memory that each states: ns per word of one
 // operand, bytes of scratch a word of the product, and both as ratios.
 //
 // bounded_bench [TARGET [THREADS [length of an operand in words ...]]]

@@ -2,7 +2,7 @@
 //
 //   digits_bench [folder] [digits ...]     working folder; 10,000,000 digits by default
 //
-// First the kernels, on digits that stay in the second-level cache: ns a digit beside a copy of as many
+// First the kernels, on digits that stay in the second-level cache: ns per digit beside a copy of as many
 // bytes. Then the stages of a run, on one task and on two: milliseconds, beside a plain program that writes
 // (and flushes) or reads as many bytes in pieces of 4 MiB.
 #include <fcntl.h>

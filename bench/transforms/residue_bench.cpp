@@ -1,7 +1,7 @@
 // residue_bench [FAMILY] [TARGET [THREADS [WORDS...]]]
 //
 // n x n word products and squares by a FAMILY of residue transforms (C17, the default, VST, HNT, N64 or
-// N32) beside GMP in the same run: nanoseconds a word of one operand (the least of several), and ratios;
+// N32) beside GMP in the same run: nanoseconds per word of one operand (the least of several), and ratios;
 // above 1 ours is faster.
 #include <gmp.h>
 

@@ -1,4 +1,4 @@
-// Word arrays of 64-bit words against GMP's mpn functions, in the calling thread: ns a word, and how many
+// Word arrays of 64-bit words against GMP's mpn functions, in the calling thread: ns per word, and how many
 // times GMP's time that is. The hash has no peer there; mpn_mod_1 by a word stands beside it.
 //
 // words_bench [length in words ...]; every instruction target that the machine runs.

@@ -23,7 +23,7 @@ struct HelpSection {
 /// What the actions have in common. Their options belong behind the section with the title kActionsTitle.
 std::vector<HelpSection> common_help();
 inline constexpr const char* kActionsTitle = "Actions";
-/// The same with all options.
+/// common_help() with all options.
 std::vector<HelpSection> whole_help();
 /// One action: how it is called, what it does, its options.
 std::vector<HelpSection> action_help(const Action& action);

@@ -35,7 +35,7 @@ class Raid03Descriptor {
   const std::vector<RaidGroup>& groups() const { return groups_; }
   /// Throws InvalidParametersException for a group that cannot be; nothing has changed then.
   void set_group(RaidGroup group);
-  /// The same for several; also for a number of groups that cannot be.
+  /// set_group() for several; throws for a number of groups that cannot be, too.
   void set_lanes(std::vector<RaidGroup> groups);
   u64 buffer_per_file() const { return buffer_per_file_; }
   /// Raised to 1 MiB; at most 2^63 - 1.
@@ -46,7 +46,7 @@ class Raid03Descriptor {
   /// The keys of a configuration: BufferPerFile, then Type and Paths of the group, or Lanes, an array of
   /// objects with RaidType and Paths, where the groups were given as lanes.
   Object to_object() const;
-  /// The same with texts for the reader of a report.
+  /// to_object() with texts for the reader of a report.
   Object dump() const;
   /// Reads to_object()'s form. Throws ConfigException; nothing has changed then.
   void read_object(const Object& object);

@@ -50,7 +50,7 @@ class Extraction final : public orl::ParallelTask {
   orl::StatusNode& status_;
   const std::vector<BbpTerm> terms_;
   const u64 block_, blocks_a_term_;
-  std::vector<std::vector<u64>> sums_;  // one a thread
+  std::vector<std::vector<u64>> sums_;  // one per thread
   std::atomic<u64> next_{0};
   std::atomic_flag showing_;
 };
@@ -80,7 +80,7 @@ void Extraction::show_progress(u64 blocks_done) {
 
 void Extraction::run_threads() {
   if (task_.pin_order.empty()) {
-    // The framework with a thread a task, since it is threads that are asked for.
+    // This framework gives each task a thread of its own: it is threads that the user asked for.
     orl::create_framework("spawn")->run_range(*this, 0, task_.threads);
     return;
   }

@@ -1,12 +1,11 @@
 // Hexadecimal digits of Pi at any offset, without those before it.
 //
-// Memory   a few kilobytes a thread for a few digits; about 7 bytes a digit and thread for many.
+// Memory   a few kilobytes per thread for a few digits; about 7 bytes per digit and thread for many.
 // Errors   each fraction loses less than a unit of the last bit, so all lose less than their number, which is
 //          below 2^43 at offset 2^40 and below 2^56 at kMaxBbpOffset. At least 64 bits follow the digits
 //          asked for: these are right unless the 21, or 8, bits behind them happen to be all alike.
 // Source   D. Bailey, P. Borwein, S. Plouffe, "On the rapid computation of various polylogarithmic
-// constants",
-//          1997; F. Bellard's series with seven fractions, 1997.
+//          constants", 1997; F. Bellard's series with seven fractions, 1997.
 #pragma once
 
 #include <string>

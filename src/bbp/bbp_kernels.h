@@ -13,7 +13,7 @@ struct BbpKernel {
   /// Adds to sums[lanes * i, lanes * (i + 1)) what limb i of the fractions of k in [first, last) gets, as
   /// two's complement: each index adds a value of at most 2^48 to one of them. The exponents are not below 0.
   void (*powers)(const BbpTerm& term, u64 first, u64 last, u64* sums, u64 limb_count);
-  /// The same for exponents below 0.
+  /// As `powers`, for exponents below 0.
   void (*quotients)(const BbpTerm& term, u64 first, u64 last, u64* sums, u64 limb_count);
 };
 

@@ -27,7 +27,7 @@ inline constexpr u32 kBbpLimbBits = 48;
 /// Throws InvalidParametersException for a term outside of what BbpTerm states, and unless the range keeps
 /// all denominators below 2^63 and all exponents within 2^62.
 void bbp_sum(const BbpTerm& term, u64 first, u64 last, u64* limbs, u64 limb_count);
-/// The same by the kernel of a given target, which this machine must run.
+/// As above, by the kernel of a given target, which this machine must run.
 void bbp_sum(simd::Target target, const BbpTerm& term, u64 first, u64 last, u64* limbs, u64 limb_count);
 
 /// limbs += other, modulo 1; both of limb_count limbs.

@@ -12,7 +12,7 @@ namespace orl {
 
 /// Digits, then one of K, M, B, T (either case) for 10^3, 10^6, 10^9, 10^12. "2.5b" is 2.
 u64 parse_decimal_count(std::string_view text);
-/// The same with an optional leading '-'.
+/// parse_decimal_count() with an optional leading '-'.
 s64 parse_signed_count(std::string_view text);
 /// Digits, a fraction, blanks, then one of K, M, G, T, P, E (either case) for 2^10 to 2^60. The fraction
 /// times the unit is rounded up to a byte; without a unit it is dropped.

@@ -1,12 +1,13 @@
 // Everything that the user sees or types goes through here.
 //
 // Colours  one letter each: R error, Y warning, G value, T menu entry, B blue, P magenta, lower case for the
-// dim form,
-//          'w' and any other letter the default text colour, ' ' no change. settings().colors_enabled = false
-//          writes no escape sequence at all. A colour stays until the next one is set.
+//          dim form, 'w' and any other letter the default text colour, ' ' no change.
+//          settings().colors_enabled = false writes no escape sequence at all. A colour stays until the next
+//          one is set.
 // Output   std::cout, or std::wcout if standard output has been put in wide orientation. Every call flushes.
-// Input    a prompt for ENTER returns at the end of input; any other reader then ends the program with
-// status 1. Threads  printing takes no lock; one call's text is written in one piece.
+// Input    a prompt for ENTER returns at the end of input; any other reader then ends the program with status
+//          1.
+// Threads  printing takes no lock; one call's text is written in one piece.
 #pragma once
 
 #include <mutex>
@@ -20,7 +21,7 @@ namespace orl::console {
 
 /// Sets the colour and writes the text as it stands. Returns the length of the text in bytes.
 u64 print(std::string_view text, char colour = 'w');
-/// The same with a line feed behind it. Returns the length of the text without the line feed.
+/// print() with a line feed behind the text. Returns the length of the text without the line feed.
 u64 println(std::string_view text, char colour = 'w');
 void newline();
 void set_colour(char colour);
@@ -52,7 +53,7 @@ void pause();
 std::string format_with_commas(u64 value);
 /// "1,234,567 ( 1.18 MiB)": bytes, then three significant digits in a unit of a power of 1024.
 std::string format_bytes(u64 bytes);
-/// The same without the count of bytes: "1.18 MiB".
+/// format_bytes() without the count of bytes: "1.18 MiB".
 std::string format_binary_size(u64 bytes);
 /// `digits` significant digits without an exponent: format_float(12.345, 3) is "12.3". Large values keep all
 /// digits before the point.

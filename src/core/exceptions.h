@@ -5,9 +5,8 @@
 // as text.
 //
 // Blob     the type's name and its NUL, then the fields: strings NUL-terminated, numbers little-endian. A
-// class without
-//          fields of its own writes itself as "StringException"; its type is lost on the trip, its text is
-//          not.
+//          class without fields of its own writes itself as "StringException"; its type is lost on the trip,
+//          its text is not.
 // Threads  register_exceptions() runs once, from main or a test main; everything else only reads.
 #pragma once
 

@@ -75,7 +75,7 @@ class StatusNode {
   virtual void show_count(std::string_view label, u64 count, std::string_view unit) = 0;
   /// Permanent text, as it stands; bring the line feed. A silent node drops it.
   virtual void print(std::string_view text, char colour = 'w') = 0;
-  /// The same with a line feed behind it.
+  /// print() with a line feed behind the text.
   void println(std::string_view text, char colour = 'w') {
     print(text, colour);
     print("\n", ' ');

@@ -28,7 +28,7 @@ class HashedDigits {
   std::string sha256_;
 };
 
-/// The same for digits that pass by in order.
+/// Makes a HashedDigits of digits that pass by in order.
 class DigitHasher {
  public:
   explicit DigitHasher(u64 first_index) : first_index_(first_index) {}

@@ -24,7 +24,7 @@ class Sha256 {
   std::unique_ptr<State> state_;
 };
 
-/// Of a whole text.
+/// The digest of a whole text.
 std::string sha256(std::string_view text);
 
 }  // namespace orl

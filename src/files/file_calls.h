@@ -22,7 +22,7 @@ class FileCalls {
   virtual int fallocate(int fd, s64 length);
   virtual int fsync(int fd);
   virtual int rename(const char* from, const char* to);
-  /// The same, but fails with EEXIST where something has the name `to`.
+  /// rename() that fails with EEXIST where something has the name `to`.
   virtual int rename_new(const char* from, const char* to);
   virtual int unlink(const char* path);
   virtual int mkdir(const char* path, mode_t mode);

@@ -13,7 +13,7 @@ void* aligned_malloc(u64 size, u64 align);
 /// Null is ignored. Throws InvalidParametersException "Memory buffer has been underrun." or "... overrun."
 /// when a guard has changed; the block is then kept.
 void aligned_free(void* pointer);
-/// "List of Active Allocations:" with one line a block that has not been freed.
+/// "List of Active Allocations:" with one line for each block that has not been freed.
 std::string list_active_allocations();
 
 }  // namespace orl

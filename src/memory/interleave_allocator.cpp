@@ -17,7 +17,7 @@ namespace orl {
 namespace {
 
 constexpr u64 kMostBlocks = 16384;
-constexpr u64 kLeastSamples = 1024;  ///< in a mapping; one a block at least
+constexpr u64 kLeastSamples = 1024;  ///< in a mapping; at least one per block
 
 /// What one thread found out about the blocks of its node.
 struct PlacedShare {

@@ -23,7 +23,7 @@ std::string mode_to_word(Mode mode);
 /// Throws InvalidParametersException: Invalid value for `key`. Expected "disable", "attempt", or "forced".
 Mode word_to_mode(const std::string& key, const std::string& word);
 
-/// The same for NumaBind, which is never disabled: Expected "attempt" or "forced".
+/// word_to_mode() for NumaBind, which is never disabled: Expected "attempt" or "forced".
 Mode word_to_bind_mode(const std::string& word);
 /// Disabled, attempt, forced, disabled ...: what a menu does.
 Mode next_mode(Mode mode);
@@ -66,8 +66,8 @@ class LargeMemory {
 /// Writes every page of [address, address + length_bytes): the first byte becomes '{', the last one '@', and
 /// every aligned 32-bit word number i = 0, 1, ... becomes i * i * 0xC82B9175 - 933796325 modulo 2^32.
 void touch_memory(void* address, u64 length_bytes);
-/// The same by tds tasks, each on pages of its own. With a tds / 4 of at least two the block is cut into that
-/// many pieces, and each has a pattern of its own. The address is a multiple of 4.
+/// touch_memory() by tds tasks, each on pages of its own. With a tds / 4 of at least two the block is cut
+/// into that many pieces, and each has a pattern of its own. The address is a multiple of 4.
 void touch_memory(void* address, u64 length_bytes, const ParallelContext& parallel);
 /// Writes bytes [begin, end) of what touch_memory() with a context of this tds writes. They are multiples of
 /// 4; end may also be the end of the block.

@@ -24,7 +24,7 @@ class MemoryCalls {
   virtual int numa_available();
   virtual int numa_max_node();
   virtual s64 mbind(void* address, u64 length, int mode, const unsigned long* mask, u64 maxnode, u32 flags);
-  /// Of the calling process.
+  /// move_pages() for the calling process.
   virtual s64 move_pages(u64 count, void** pages, const int* nodes, int* status, int flags);
   /// numa_alloc_interleaved_subset() with a bit mask of these nodes.
   virtual void* numa_alloc_interleaved_subset(u64 length, const std::vector<u32>& nodes);

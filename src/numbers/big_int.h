@@ -34,7 +34,7 @@ struct BigInt {
   void set_zero();
   void set_uW(W w);
   void set_BasicInt(const BasicInt<W>& b);
-  /// The same for words that may have zeros at the top.
+  /// The integer with these words, which may have zeros at the top.
   void set_words(const W* A, u64 AL);
   void set_BigInt(const BigInt& a, ParallelContext parallel);
   /// The integer part of f, truncated towards zero.

@@ -63,7 +63,7 @@ struct ExactFloat {
   void negate();
   /// *= 2^bits; needs one free word above the top unless bits is a multiple of the word.
   void mp2(s64 bits, ParallelContext parallel);
-  /// The same with the hash left alone, for a caller that recomputes it.
+  /// mp2() with the hash left alone, for a caller that recomputes it.
   void mp2_noupdate(s64 bits, ParallelContext parallel);
   /// *= w; needs one free word above the top. w = 0 clears.
   void mul_uW(W w, ParallelContext parallel);

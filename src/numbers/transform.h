@@ -1,18 +1,15 @@
 // Products whose forward transforms are kept and used again.
 //
-// A name is op_<before>_<after>, one letter an operand: r raw words, f forward-transformed, x not wanted.
+// A name is op_<before>_<after>, one letter per operand: r raw words, f forward-transformed, x not wanted.
 // Before is what is at hand, after what is kept.
 //
 // Helper   takes the shape of a product length from basic_table<W>() and cuts its scratch: one working
-// transform,
-//          `kept` kept ones, working scratch. All products made with it must fit that shape.
+//          transform, `kept` kept ones, working scratch. All products made with it must fit that shape.
 // Results  every operand is read before the result is written, so here a result may share words with an
-// operand,
-//          and may be the same object.
+//          operand, and may be the same object.
 // Zero     a zero operand clears the result; no transform is touched.
 // Errors   BufferTooSmallException for a short result and ConvolutionTooSmallException for a product that
-// does not
-//          fit, both under the name of the operation.
+//          does not fit, both under the name of the operation.
 #pragma once
 
 #include "core/types.h"
@@ -90,7 +87,7 @@ struct BigFloatTransformR {
 
   /// T = a * b at precision p, raw operands cut to p + 2 words. Takes the last kept area for b.
   static void mul_rr_xx(const Helper& helper, Number& T, u64 p, const Number& a, const Number& b);
-  /// The same without a helper, in the memory at hand: ctx.scratch holds Helper::max_bounded_bytes() of the
+  /// As above without a helper, in the memory at hand: ctx.scratch holds Helper::max_bounded_bytes() of the
   /// product's words, and the more it holds the faster the product may be.
   static void mul_rr_xx(const MultiplyContext& ctx, Number& T, u64 p, const Number& a, const Number& b);
   /// b is transformed already and stays so.
@@ -103,8 +100,8 @@ struct BigFloatTransformR {
                         u64 index = 0);
 };
 
-/// The same for exact numbers: whole products, hashes kept in step. The last argument of a product is the
-/// exponent that the result is extended down to, as in ExactFloat::set_mul.
+/// Kept transforms of exact numbers: whole products, hashes kept in step. The last argument of a product is
+/// the exponent that the result is extended down to, as in ExactFloat::set_mul.
 template <class W>
 struct ExactFloatTransformR {
   const Parameters* parameters = nullptr;
@@ -136,8 +133,8 @@ struct ExactFloatTransformR {
                         u64 index = 0, s64 extend = kNoExtend);
 };
 
-/// Of two products with an operand in common, such as c = a * b and d = b * e, of first_words and
-/// second_words words: true when one shape and b's transform made once cost less than two products, five
+/// Whether two products with an operand in common, such as c = a * b and d = b * e, of first_words and
+/// second_words words, cost less with one shape and b's transform made once than as two products: five
 /// transforms of the larger shape against three of each.
 template <class W>
 bool shared_product_pays(u64 first_words, u64 second_words, u64 tds);

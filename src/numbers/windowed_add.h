@@ -23,7 +23,7 @@ struct WordWindow {
 template <class W>
 W windowed_add(W* T, s64 bottom, u64 n, const WordWindow<W>& a, const WordWindow<W>& b,
                ParallelContext parallel);
-/// The same of a - b; returns the borrow.
+/// windowed_add() of a - b; returns the borrow.
 template <class W>
 W windowed_sub(W* T, s64 bottom, u64 n, const WordWindow<W>& a, const WordWindow<W>& b,
                ParallelContext parallel);

@@ -79,7 +79,7 @@ u64 output_buffer_bytes();
 /// named like a finished file.
 OutputResult write_digits(const OutputContext& context, const DigitWords& number, u64 digit_count,
                           const OutputTarget& target);
-/// The same digit pass without a file.
+/// The digit pass of write_digits() without a file.
 OutputResult process_digits(const OutputContext& context, const DigitWords& number, u64 digit_count);
 
 /// "Verifying Binary Output:": compares the hash of the hexadecimal digits that went out with one taken
@@ -87,7 +87,7 @@ OutputResult process_digits(const OutputContext& context, const DigitWords& numb
 /// the program.
 void verify_binary_output(const OutputContext& context, const DigitWords& number, const OutputResult& result);
 
-/// The same without a line of its own: for digits whose words another check proves.
+/// verify_binary_output() without a line of its own: for digits whose words another check proves.
 void verify_digits(const OutputContext& context, const DigitWords& number, const OutputResult& result);
 
 /// "Verifying Decimal Output" or "Verifying Hexadecimal Output": reads the files back and compares hash and

@@ -43,7 +43,8 @@ void check_digits(u64 decimal_digits, const Constant& constant) {
 }  // namespace
 
 u64 Precision::words() const {
-  // log2(10) / 64 words a digit, one word for the integer part and one against the rounding of this estimate.
+  // log2(10) / 64 words per digit, one word for the integer part and one against the rounding of this
+  // estimate.
   return static_cast<u64>(static_cast<long double>(digits) * (3.32192809488736234787031942948939L / 64)) + 2;
 }
 

@@ -16,7 +16,7 @@
 
 namespace orvane {
 
-/// Of a run on disks.
+/// What a run on disks moved.
 struct DiskUse {
   u64 peak_bytes = 0, read_bytes = 0, written_bytes = 0;
 };

@@ -46,7 +46,7 @@ std::string clean(std::string_view text) {
   return result;
 }
 
-// The same tree with clean texts.
+// A copy of the tree with clean texts.
 std::unique_ptr<orl::Value> clean(const orl::Value& value) {
   switch (value.kind()) {
     case orl::ValueKind::kString:

@@ -102,8 +102,8 @@ class BitFields {
 #endif
 };
 
-/// Stores lane l's words q[0], q[1] (and q[2] when kWords is 3) at out[l] +
-/// offset: 16 bytes a lane, or 32 of which the last eight are 0.
+/// Stores lane l's words q[0], q[1] (and q[2] when kWords is 3) at out[l] + offset: 16 bytes per lane, or 32
+/// of which the last eight are 0.
 template <int kWords>
 inline void store_fields(std::uint8_t* const (&out)[U64::lanes], std::uint64_t offset, const U64 (&q)[3]) {
   static_assert(kWords == 2 || kWords == 3);

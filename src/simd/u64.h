@@ -55,7 +55,7 @@ struct U64 {
   }
   /// Products of the low halves.
   static U64 mul_low(U64 a, U64 b) { return {_mm512_maskz_mul_epu32(kAll, a.v, b.v)}; }
-  /// Of each 32-bit half the lesser, unsigned.
+  /// The lesser of a and b in each 32-bit half, unsigned.
   static U64 min_halves(U64 a, U64 b) { return {_mm512_maskz_min_epu32(0xffff, a.v, b.v)}; }
   static U64 min(U64 a, U64 b) { return {_mm512_maskz_min_epu64(kAll, a.v, b.v)}; }
   /// The low words of the products; mul_high has the high words.
@@ -76,7 +76,7 @@ inline U64 mul_high(U64 a, U64 b) {
   const U64 other = U64::mul_low(a, b1) + (middle & U64::all(0xffffffff));
   return U64::mul_low(a1, b1) + middle.shr(32) + other.shr(32);
 }
-/// The same bits.
+/// Reinterprets the bits of a lane.
 inline U64 as_bits(F64 a) { return {_mm512_castpd_si512(a.v)}; }
 inline F64 as_doubles(U64 a) { return {_mm512_castsi512_pd(a.v)}; }
 

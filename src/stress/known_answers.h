@@ -50,7 +50,7 @@ class KnownAnswerRounds {
 
   /// Memory for the operands, the product, the tables and the scratch.
   u64 bytes() const { return operands_bytes() + hashes_bytes() + workspace_bytes_; }
-  /// Of it, the operands, and all that does not depend on their number.
+  /// The operands' share of bytes(), and the share that does not depend on their number.
   u64 operands_bytes() const { return operands_ * stride_ * sizeof(W); }
   u64 workspace_bytes() const { return workspace_bytes_; }
   /// Cuts `memory`, fills it and takes the hashes of the operands; operand i has the seed s + i * words.

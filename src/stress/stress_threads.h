@@ -1,4 +1,4 @@
-// The threads of the stress tester: one a core, bound to it, alive over all tests.
+// The threads of the stress tester: one per core, bound to it, alive over all tests.
 //
 // Control  a mutex, two condition variables and a state word. The caller's commands go one way, the threads'
 //          reports the other; threads never wait for each other.

@@ -24,7 +24,7 @@ class Parallelism {
 
   /// The keys TaskDecomposition and Framework and the framework's own, as a configuration file holds them.
   void write_settings(Object& object) const;
-  /// The same for the dump of settings: with texts for the reader of the file.
+  /// The settings for the dump of a report: with texts for the reader of the file.
   Object to_object() const;
   /// Reads either form. Throws InvalidParametersException; nothing has changed then.
   void read_object(const Object& object);

@@ -40,7 +40,7 @@ class Parallelizer {
   virtual const char* name() const = 0;
   /// One line for reports: name, tds, number of threads ("?" when unlimited), details.
   virtual std::string to_string(u64 tds) const;
-  /// The same line with console colours, without a line feed.
+  /// Prints that line with console colours, without a line feed.
   virtual void print_status(u64 tds) const;
   /// The number of threads as reports show it; 0 when it is not fixed.
   virtual u64 threads() const { return 0; }

@@ -1,4 +1,4 @@
-// The three frameworks that keep no threads: none at all, a new thread a fork, and the C++ library's
+// The three frameworks that keep no threads: none at all, a new thread for each fork, and the C++ library's
 // std::async.
 #pragma once
 

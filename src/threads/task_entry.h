@@ -11,7 +11,7 @@ namespace orl {
 /// thread." as its kind demands, and ends the process with status 1.
 void run_task(ParallelTask& task, u64 index);
 
-/// The same for a task that a pool worker runs: the report opens with "PushPoolWorker: An exception was
+/// run_task() for a task that a pool worker runs: the report opens with "PushPoolWorker: An exception was
 /// thrown from a task.".
 void run_task_in_pool(ParallelTask& task, u64 index);
 

@@ -6,12 +6,12 @@
 
 namespace orl {
 
-/// At most this many tasks a call: the records of the blocks lie on the caller's stack.
+/// A call uses at most this many tasks: the records of the blocks lie on the caller's stack.
 inline constexpr u64 kMaxWordTasks = 64;
 
 /// T[0, L) += sum of pending[k] * W^(k * block) over the blocks of T, at most kMaxWordTasks; pending[k] is
 /// -1, 0 or 1. Returns the signed carry out of the top. Two parallel passes around a serial one over two
-/// bytes a block. L = 0 ends the program: "bp_ksr_carry(): Length cannot be zero.".
+/// bytes per block. L = 0 ends the program: "bp_ksr_carry(): Length cannot be zero.".
 template <class W>
 int bp_ksr_carry(W* T, u64 L, u64 block, const s8* pending, ParallelContext parallel);
 

@@ -86,7 +86,7 @@ constexpr u64 hash_word_pow(s64 n) {
 /// back seed. W is u32 or u64.
 template <class W>
 u64 bp_hash(u64 seed, const W* A, u64 L);
-/// The same residue by up to 64 tasks, for L of 10000 and more.
+/// The residue of the serial form, by up to 64 tasks for L of 10000 and more.
 template <class W>
 u64 bp_hash(u64 seed, const W* A, u64 L, ParallelContext parallel);
 

@@ -2,10 +2,9 @@
 //
 // Arrays   least significant word first, no sign; W is u32 or u64, one source for both.
 // In place T may equal an operand; it may not overlap one otherwise. No alignment is asked for.
-// Threads  the form with a ParallelContext gives the same words and the same result. It cuts long arrays into
-// at
-//          most min(tds, 64) blocks (fill, copy, not and strip: tds), keeps its records on the caller's stack
-//          and runs in the calling thread when the array is short or tds is 0 or 1.
+// Threads  the form with a ParallelContext gives the words and the result of the form without. It cuts long
+//          arrays into at most min(tds, 64) blocks (fill, copy, not and strip: tds), keeps its records on the
+//          caller's stack and runs in the calling thread when the array is short or tds is 0 or 1.
 #pragma once
 
 #include <type_traits>

@@ -7,9 +7,9 @@ using V = simd::SIMD_ISA::U64;
 const char* at(const void* p, u64 i) { return static_cast<const char*>(p) + i * 8; }
 char* at(void* p, u64 i) { return static_cast<char*>(p) + i * 8; }
 
-// Sums of whole vectors; the carries of all lanes come from one addition of masks (Kogge-Stone by integer
-// add): a lane of all ones passes a carry on, a lane that wrapped makes one. The mask sum P + 2 G + c then
-// differs from P exactly in the lanes that receive a carry.
+// Sums of whole vectors; the carries of all lanes come from one addition of masks (P. Kogge, H. Stone, 1973;
+// the prefix by an integer add): a lane of all ones passes a carry on, a lane that wrapped makes one. The
+// mask sum P + 2 G + c then differs from P exactly in the lanes that receive a carry.
 u64 vector_add(void* T, const void* A, const void* B, u64 L, u64 carry) {
   const V ones = V::all(~u64{0});
   V::Mask c = static_cast<V::Mask>(carry);
@@ -31,7 +31,7 @@ u64 vector_add(void* T, const void* A, const void* B, u64 L, u64 carry) {
   return word_loops::add<u64>(at(T, i), at(A, i), at(B, i), L - i, c);
 }
 
-// The same with zero lanes passing a borrow and lanes that wrapped making one.
+// As vector_add: a lane of zero passes a borrow on, a lane that wrapped makes one.
 u64 vector_sub(void* T, const void* A, const void* B, u64 L, u64 borrow) {
   const V zero = V::all(0);
   const V one = V::all(1);

@@ -112,7 +112,7 @@ TYPED_TEST(Plans, GiveEveryThreadEnoughToDo) {
   const u64 bits = 8 * sizeof(W);
   for (const u64 tds : {1, 2, 5, 64})
     for (const u64 p : {100000 / bits, 2000000 / bits, 30000000 / bits}) {
-      // No block but the last is smaller than 221185 bits a thread, or than the precision.
+      // No block but the last is smaller than 221185 bits per thread, or than the precision.
       const auto plan = make_plan<W>(0, p, tds);
       const u64 threads = tds == 5 ? 8 : tds;
       for (u64 i = 0; i + 1 < plan.blocks().size(); ++i) {

@@ -190,8 +190,8 @@ TYPED_TEST(Newton, LargeSizesAreRightWithEveryDecomposition) {
   }
 }
 
-// The same with wrapped products, of shapes that are just long enough and of longer ones, beside levels for
-// which the table has none.
+// Newton iterations with wrapped products, of shapes that are just long enough and of longer ones, beside
+// levels for which the table has none.
 TYPED_TEST(Newton, WrappedProductsGiveTheSame) {
   using W = TypeParam;
   for (const u64 step : {u64{2}, u64{64}}) {

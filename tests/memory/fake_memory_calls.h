@@ -145,7 +145,7 @@ class FakeMemoryCalls final : public MemoryCalls {
     thread_cores() = cores;
     return true;
   }
-  /// Of the calling thread.
+  /// The cores of the calling thread.
   static std::vector<u32>& thread_cores() {
     static thread_local std::vector<u32> cores{7};
     return cores;

@@ -16,8 +16,8 @@ namespace orl::test {
 /// its seed; setting ORVANE_TEST_SEED to that number runs it again.
 class Random {
  public:
-  /// The same seed every run, so that a run tells of the change it tests and of nothing else; or the number
-  /// in ORVANE_TEST_SEED, or a new one where that reads "new", for sweeps with `ctest --repeat
+  /// One fixed seed for every run, so that a run tells of the change it tests and of nothing else; or the
+  /// number in ORVANE_TEST_SEED, or a new one where that reads "new", for sweeps with `ctest --repeat
   /// until-fail:20`.
   Random() : Random(default_seed()) {}
   explicit Random(u64 seed) : seed_(seed), state_(seed) {}
@@ -90,7 +90,7 @@ class Random {
     fill(v.data(), L);
     return v;
   }
-  /// The same with a top word that is not zero.
+  /// words() with a top word that is not zero.
   template <class W>
   std::vector<W> number(u64 L) {
     std::vector<W> v = words<W>(L);

@@ -72,7 +72,7 @@ TEST(Plans, HoldWhatTheyAreAskedForUpToTheLargestProduct) {
         EXPECT_EQ(shape.sizes().total_bytes(), algorithm->sizes(bits, tds).total_bytes());
         EXPECT_GT(shape.transform_size(), bits / 8) << bits;
         EXPECT_LT(shape.transform_size() / 16, bits / 8 + 65536) << bits;
-        // The same shape again at its own end, and another one beyond it.
+        // The shape again at its own end, and another one beyond it.
         ParametersBox end_box;
         const u64 end = std::min(shape.max_bits(), most);
         EXPECT_TRUE(shape.compatible(algorithm->parameters_for(end_box, nullptr, end, tds))) << bits;

@@ -1,7 +1,7 @@
 // residue_join_bench [TARGET]
 //
 // Nanoseconds a point (the least of many) of the join for every P: a run of 2048 points at once, and 32 runs
-// of 64 points side by side, 16 points a call.
+// of 64 points side by side, 16 points per call.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>

@@ -1,10 +1,10 @@
 // fft_bench [--from BITS] [--to BITS] [--step FACTOR] [--target NAME] [--threads N] [--rows]
 //
 // Products and squares of balanced operands by the floating-point FFT against GMP in the same run, by size:
-// nanoseconds a product, a word of one operand, and a point; ratios to mpn_mul_n and mpn_sqr above 1 mean
-// that ours is faster. --rows takes the largest product of every row of the size table instead of a geometric
-// ramp, and prints what tools/make_fft_table.py fits its costs to. Times are medians of rounds that alternate
-// with the peer; the spread is the distance of the quartiles.
+// nanoseconds per product, per word of one operand, and per point; ratios to mpn_mul_n and mpn_sqr above 1
+// mean that ours is faster. --rows takes the largest product of every row of the size table instead of a
+// geometric ramp, and prints what tools/make_fft_table.py fits its costs to. Times are medians of rounds that
+// alternate with the peer; the spread is the distance of the quartiles.
 #include <gmp.h>
 #include <sys/mman.h>
 
