@@ -31,6 +31,16 @@ def uses_of(list_file):
     return words[1:] if words[:1] == ["USES"] else []
 
 
+def graph_of(root):
+    """For each folder of src/ what it uses."""
+    graph = {}
+    for list_file in sorted((root / "src").rglob("CMakeLists.txt")):
+        used = uses_of(list_file)
+        if used is not None:
+            graph[list_file.parent.relative_to(root / "src").as_posix()] = used
+    return graph
+
+
 def closure(graph, folder):
     seen, todo = set(), [folder]
     while todo:
@@ -151,11 +161,7 @@ def check_readmes(root, graph, faults):
 def main():
     arguments = [a for a in sys.argv[1:] if a != "--write"]
     root = pathlib.Path(arguments[0]) if arguments else pathlib.Path(__file__).resolve().parent.parent
-    graph = {}
-    for list_file in sorted((root / "src").rglob("CMakeLists.txt")):
-        used = uses_of(list_file)
-        if used is not None:
-            graph[list_file.parent.relative_to(root / "src").as_posix()] = used
+    graph = graph_of(root)
     faults = []
     check_graph(graph, faults)
     files = check_src(root, graph, faults)

@@ -238,6 +238,15 @@ def classify(process, folder, case):
     return "other", " | ".join(lines[-3:])
 
 
+def stop(pid):
+    """Stops a process and returns when all of its threads stand still."""
+    os.kill(pid, signal.SIGSTOP)
+    states = lambda: [(task / "stat").read_text().rsplit(")", 1)[1].split()[0]
+                      for task in pathlib.Path(f"/proc/{pid}/task").iterdir()]
+    while any(state not in "TZX" for state in states()):
+        time.sleep(0.0001)
+
+
 def processor_seconds(pid):
     """Of all its threads so far. The clock is that of clock_getcpuclockid(), which Python does not wrap."""
     return time.clock_gettime((~pid << 3) | 2)
@@ -253,7 +262,7 @@ def run_once(options, source, case):
                 time.sleep(0.0005)
             if process.poll() is not None:
                 return None
-            os.kill(process.pid, signal.SIGSTOP)
+            stop(process.pid)
             try:
                 outcome.stage = stage(folder)
                 outcome.stacks = stacks(process.pid, options.program)
@@ -267,7 +276,7 @@ def run_once(options, source, case):
                 outcome.end, outcome.words = classify(process, folder, case)
             except subprocess.TimeoutExpired:
                 outcome.end = "hang"
-        except ProcessLookupError:
+        except (ProcessLookupError, FileNotFoundError):
             return None
         finally:
             if process.poll() is None:
