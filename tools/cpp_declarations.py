@@ -89,6 +89,8 @@ def function_of(head):
             depth -= 1
         elif c == "(" and depth == 0:
             before = head[:at].rstrip()
+            if head[at + 1:].lstrip().startswith(("*", "&")) and not before.endswith("operator"):
+                return None  # a pointer to a function
             operator = re.search(r"(operator\s*(?:\(\s*\)|[^\w\s(]+|\w[\w\s:&*<>]*))$", before)
             name = re.search(r"(~?\w+)\s*(?:<[^()]*>)?$", before)
             end = closing(head, at, "()")
