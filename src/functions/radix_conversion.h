@@ -136,11 +136,19 @@ class VerifyConversion {
   Result run(const RunContext& ctx, const W* digits, const BigFloat<W>& x, LinearHeapBuffer heap) const;
 
  private:
+  struct Areas {
+    W* power;    ///< r^n, and every other power on the way to it
+    W* dropped;  ///< E, and the powers in between
+  };
+  template <class Arena>
+  Areas lay_out(Arena& arena) const;
+
   ConvertPlanP<W> plan_;
-  u64 zero_words_ = 0;     // whole words of zeros under r^n
-  u64 power_words_ = 0;    // of the rest of r^n
-  u64 half_words_ = 0;     // of a half of E; its products are twice as long
-  u64 dropped_words_ = 0;  // of E above those zeros, and one word that must equal D's lowest
+  u64 zero_words_ = 0;        // whole words of zeros under r^n
+  u64 power_words_ = 0;       // of the rest of r^n
+  u64 half_power_words_ = 0;  // of r to the half of the digits, the last power to be squared
+  u64 half_words_ = 0;        // of a half of E; its products are twice as long
+  u64 dropped_words_ = 0;     // of E above those zeros, and one word that must equal D's lowest
   Need need_;
 };
 

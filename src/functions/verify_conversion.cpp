@@ -2,6 +2,7 @@
 
 #include "core/exceptions.h"
 #include "functions/radix_conversion.h"
+#include "memory/sizing_arena.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/transform_words.h"
 #include "words/hash.h"
@@ -49,6 +50,21 @@ struct Halves {
   u64 high_L;
 };
 
+// What a low product works in.
+template <class W>
+struct LowProductAreas {
+  template <class Arena>
+  LowProductAreas(Arena& arena, u64 half, const MultiplySizes& sizes)
+      : cross(arena.template cut<W>(half)),
+        F(arena.template cut<u8>(sizes.transform_bytes)),
+        G(arena.template cut<u8>(sizes.transform_bytes)),
+        tmp(arena.template cut<u8>(sizes.scratch_bytes)) {}
+  W* cross;
+  void* F;
+  void* G;
+  void* tmp;
+};
+
 // E[0, words) = A * B modulo W^words, words <= 2 * half: low halves in full, of the cross products what lies
 // below. No product is longer than 2 * half words.
 template <class W>
@@ -59,10 +75,9 @@ void low_product(const RunContext& ctx, W* E, u64 words, const W* A, u64 AL, con
   const Halves<W> a(A, AL, half), b(B, std::min(BL, words), half);
   ParametersBox box;
   const Parameters& shape = basic_table<W>().parameters_for(box, &ctx.tables, 2 * half, ctx.parallel.tds);
-  W* cross = heap.cut<W>(half);
-  void* F = heap.cut<u8>(shape.transform_size());
-  void* G = heap.cut<u8>(shape.transform_size());
-  void* tmp = heap.cut<u8>(shape.scratch_size());
+  const LowProductAreas<W> areas(heap, half, shape.sizes());
+  W* const cross = areas.cross;
+  void *const F = areas.F, *const G = areas.G, *const tmp = areas.tmp;
   // `kept` is what G transforms; T receives the product below `limit`, and its length is returned.
   const auto multiply = [&](W* T, u64 limit, const W* words_a, u64 length, u64 kept) -> u64 {
     const u64 end = std::min(limit, length + kept);
@@ -94,17 +109,20 @@ VerifyConversion<W>::VerifyConversion(W radix, u64 digit_words, u64 tds)
   power_words_ = plan_.odd_power_words(digit_words) + 1;
   dropped_words_ = m + 1 - zero_words_;
   half_words_ = (dropped_words_ + 1) / 2;
-  const u64 half_power = plan_.odd_power_words((digit_words + 1) / 2) + 2;
-  const MultiplySizes sizes = basic_table<W>().sizes(2 * half_words_, tds);
-  const u64 product_bytes = LinearHeapBuffer::cut_bytes<W>(half_words_) +
-                            2 * LinearHeapBuffer::cut_bytes<u8>(sizes.transform_bytes) +
-                            LinearHeapBuffer::cut_bytes<u8>(sizes.scratch_bytes);
-  const u64 square_bytes = basic_table<W>().max_sizes(2 * half_power, tds).total_bytes();
-  need_.out_words = 0;
-  need_.table_bits = 2 * std::max(half_words_, half_power) * kWordBits<W>;
-  need_.ram_bytes = LinearHeapBuffer::cut_bytes<W>(power_words_) +
-                    LinearHeapBuffer::cut_bytes<W>(std::max(dropped_words_, half_power)) +
-                    std::max(product_bytes, square_bytes);
+  half_power_words_ = plan_.odd_power_words((digit_words + 1) / 2) + 2;
+  need_.table_bits = 2 * std::max(half_words_, half_power_words_) * kWordBits<W>;
+  need_.ram_bytes = layout_bytes([&](SizingArena& arena) {
+    lay_out(arena);
+    arena.leave(basic_table<W>().max_sizes(2 * half_power_words_, tds).total_bytes());
+    LowProductAreas<W>(arena, half_words_, basic_table<W>().sizes(2 * half_words_, tds));
+  });
+}
+
+template <class W>
+template <class Arena>
+typename VerifyConversion<W>::Areas VerifyConversion<W>::lay_out(Arena& arena) const {
+  W* power = arena.template cut<W>(power_words_);
+  return {power, arena.template cut<W>(std::max(dropped_words_, half_power_words_))};
 }
 
 template <class W>
@@ -115,11 +133,10 @@ typename VerifyConversion<W>::Result VerifyConversion<W>::run(const RunContext& 
     throw BufferTooSmallException("VerifyConversion::run()", heap.size, need_.ram_bytes);
   const u64 n = plan_.digit_words();
   const FractionView<W> F = fraction_of(x, plan_.fraction_words());
-  W* power_buffer = heap.cut<W>(power_words_);
-  W* E = heap.cut<W>(std::max(dropped_words_, plan_.odd_power_words((n + 1) / 2) + 2));
-  const MultiplyContext multiply = ctx.multiply(heap);
+  const Areas areas = lay_out(heap);
+  W* const E = areas.dropped;
 
-  CBRv2::Power<W> power = odd_power(plan_, n, power_buffer, E, multiply);
+  CBRv2::Power<W> power = odd_power(plan_, n, areas.power, E, ctx.multiply(heap));
   const u32 bits = n * plan_.shift() % kWordBits<W>;
   const W carry = bp_mul_uW(power.T, power.T, power.L, W{1} << bits, 0, ctx.parallel);
   if (carry != 0) power.T[power.L++] = carry;

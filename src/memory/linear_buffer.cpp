@@ -58,6 +58,10 @@ LinearHeapBuffer LinearHeapBuffer::cut_buffer(u64 bytes) {
   return share;
 }
 
+void LinearHeapBuffer::leave(u64 bytes) const {
+  if (bytes > size) throw BufferTooSmallException("LinearHeapBuffer::leave()", size, bytes);
+}
+
 template <class W>
 W* LinearWordBuffer<W>::cut_from_bottom(u64 count) {
   if (count > size) throw BufferTooSmallException("LinearWordBuffer::cut_from_bottom()", size, count);

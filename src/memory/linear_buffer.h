@@ -42,6 +42,9 @@ struct LinearHeapBuffer {
   }
   /// Cuts `bytes`, rounded up to a multiple of 64, as a buffer of its own: a branch's share.
   LinearHeapBuffer cut_buffer(u64 bytes);
+  /// States that a call that gets the rest cuts up to `bytes` from it; a layout says so here and sizing_arena.h
+  /// counts it. Throws BufferTooSmallException when they do not fit.
+  void leave(u64 bytes) const;
 
   template <class W>
   static constexpr u64 round_up_words(u64 count) {

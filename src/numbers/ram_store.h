@@ -1,6 +1,10 @@
-// The number types of a computation in RAM, for the long functions that are written once over a store.
+// The types of a computation in RAM, for the long functions that are written once over a store.
+//
+// A store says what numbers are, where they lie and what a plan may spend. The definitions of such functions
+// stand in a file *.body.h, which is included where they are instantiated for a store.
 #pragma once
 
+#include "memory/sizing_arena.h"
 #include "numbers/big_float.h"
 #include "numbers/exact_float.h"
 #include "numbers/run_context.h"
@@ -13,9 +17,43 @@ struct RamStore {
   using Word = W;
   using Number = BigFloat<W>;
   using Exact = ExactFloat<W>;
+  using Digits = W*;
   using Transform = BigFloatTransformR<W>;
   using Arena = LinearHeapBuffer;
+  using Sizer = SizingArena;  ///< what a layout is run over to plan it
   using Frame = NullStackFrame;
+  /// What the verbs of a number take beside their operands.
+  using Scratch = MultiplyContext;
+
+  /// What a plan may spend.
+  struct Budget {
+    u64 tds;
+    Budget(u64 tasks) : tds(tasks) {}  // implicit: in RAM the number of tasks is all there is
+  };
+
+  /// Zero, with room for `words` words; no number at all for 0 words. `name` is that of its file, where
+  /// numbers have one. `AnyArena` is Arena or Sizer.
+  template <class AnyArena>
+  static Number number(AnyArena& arena, u64 words, const char* /*name*/) {
+    return words == 0 ? Number() : Number(arena.template cut<W>(words), words);
+  }
+  template <class AnyArena>
+  static Exact exact(AnyArena& arena, u64 words, const char* /*name*/) {
+    return words == 0 ? Exact() : Exact(arena.template cut<W>(words), words);
+  }
+  template <class AnyArena>
+  static Digits digits(AnyArena& arena, u64 words, const char* /*name*/) {
+    return arena.template cut<W>(words);
+  }
+
+  /// What `layout`, a function of a Sizer&, takes of memory.
+  template <class Layout>
+  static Need need_of(Layout&& layout) {
+    Need need;
+    need.ram_bytes = layout_bytes(layout);
+    return need;
+  }
+  static Scratch scratch(const RunContext& ctx, Arena arena) { return ctx.multiply(arena); }
 };
 
 }  // namespace orl

@@ -18,15 +18,21 @@ struct RunContext {
   RunContext with_status(StatusNode& node) const { return {parallel, tables, node}; }
 };
 
-/// The frame of a run that is not checkpointed: never loading, saves nothing. A long function is written in
-/// stages over a frame, and this is the frame it gets in RAM.
+/// The frame of a run in RAM, which is not checkpointed: it runs every stage and saves nothing.
+///
+/// A long function enters a frame of its own and runs its stages over it. A stage names the numbers that are
+/// alive behind it; a frame that resumes an earlier run skips a body whose numbers it can load instead. So
+/// whatever a later stage reads is either an operand of the function, alive, or made again by that stage.
 struct NullStackFrame {
-  bool loading() const { return false; }
-  void checkpoint() {}
+  /// The frame of the function of that name, which is called next.
+  NullStackFrame enter(const char*) { return {}; }
+  /// A parameter of the function: a run that resumes must have been started with an equal one.
   template <class T>
   void assert_sL(const char*, const T&) {}
-  template <class Object>
-  void process_checkpointable(const char*, Object&) {}
+  template <class Body, class... Live>
+  void stage(Body&& body, Live&...) {
+    body();
+  }
 };
 
 }  // namespace orl

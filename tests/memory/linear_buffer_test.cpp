@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "core/exceptions.h"
+#include "memory/sizing_arena.h"
 
 namespace orl {
 namespace {
@@ -54,6 +55,29 @@ TEST(LinearWordBuffer, CutsAnyNumberOfWords) {
   EXPECT_EQ(buffer.cut_from_bottom(7), words + 3);
   EXPECT_EQ(buffer.cut_from_bottom(0), words + 10);
   EXPECT_THROW(buffer.cut_from_bottom(1), BufferTooSmallException);
+}
+
+// What a layout over a SizingArena counts is what the same layout takes of memory, branches and calls included.
+TEST(SizingArena, CountsWhatALayoutTakes) {
+  const auto layout = [](auto& arena, u64 words) {
+    arena.template cut<u32>(words);
+    {
+      auto branch = arena.cut_buffer(100);
+      branch.template cut<u8>(words);
+    }
+    auto call = arena;
+    call.template cut<u64>(3 * words);
+    arena.template cut<u64>(words);
+    arena.leave(1000);
+  };
+  alignas(64) u8 area[4096];
+  for (const u64 words : {1, 7, 8, 33, 60, 61, 62, 63, 64, 65, 100}) {
+    const u64 bytes = layout_bytes([&](auto& arena) { layout(arena, words); });
+    LinearHeapBuffer enough(area, bytes), short_of_a_line(area, bytes - 8);
+    EXPECT_NO_THROW(layout(enough, words)) << words;
+    EXPECT_THROW(layout(short_of_a_line, words), BufferTooSmallException) << words;
+  }
+  EXPECT_EQ(layout_bytes([](auto& arena) { arena.template cut<u64>(~u64{0} / 4), arena.leave(1); }), ~u64{0});
 }
 
 TEST(CutObserver, SeesWhatIsUsedOfASharedBuffer) {

@@ -1,0 +1,59 @@
+// Counts what a layout cuts, so that a memory plan is stated once.
+//
+// A layout is a function of an arena. The constructor of a plan runs it over a SizingArena and so learns what
+// to ask for; run() runs it over the LinearHeapBuffer that it was given. It may hand copies of the arena to
+// others, as run() does: what a copy cuts is free again for the next one.
+#pragma once
+
+#include <algorithm>
+#include <limits>
+
+#include "memory/linear_buffer.h"
+
+namespace orl {
+
+class SizingArena {
+ public:
+  /// `peak_bytes` is raised to the most that this arena and its copies have cut at one time.
+  explicit SizingArena(u64& peak_bytes) : peak_(&peak_bytes) {}
+
+  /// Null: a layout hands pointers on and does not look behind them.
+  template <class W>
+  W* cut(u64 count) {
+    const u64 rounded = LinearHeapBuffer::round_up_words<W>(count);
+    u64 bytes = 0;
+    const bool absurd = rounded < count || __builtin_mul_overflow(rounded, sizeof(W), &bytes);
+    take(absurd ? kTooMuch : bytes);
+    return nullptr;
+  }
+  /// The share of a branch, which cuts from its start.
+  SizingArena cut_buffer(u64 bytes) {
+    const SizingArena share = *this;
+    cut<u8>(bytes);
+    return share;
+  }
+  /// A call that gets the rest of this arena cuts up to `bytes` from it.
+  void leave(u64 bytes) const { SizingArena(*this).take(bytes); }
+
+ private:
+  static constexpr u64 kTooMuch = std::numeric_limits<u64>::max();
+
+  void take(u64 bytes) {
+    used_ = bytes > kTooMuch - used_ ? kTooMuch : used_ + bytes;
+    *peak_ = std::max(*peak_, used_);
+  }
+
+  u64* peak_;
+  u64 used_ = 0;
+};
+
+/// Bytes that `layout`, a function of a SizingArena&, takes.
+template <class Layout>
+u64 layout_bytes(Layout&& layout) {
+  u64 peak = 0;
+  SizingArena arena(peak);
+  layout(arena);
+  return peak;
+}
+
+}  // namespace orl
