@@ -19,7 +19,7 @@ import sys
 from cpp_declarations import blanked, declarations, without_templates
 
 ACCESSOR = re.compile(r"\s*(?:return\b[^;]*;)?\s*")
-OBVIOUS = re.compile(r"~|operator\s*([-+*/%&|^<>]?=|[!<>]=|[-+*/%&|^<>]|<<|>>|<=>)$")
+OBVIOUS = re.compile(r"~|operator\s*(=|[-+*/%&|^<>=!]=|[-+*/%&|^<>]|<<|>>|<=>)$")
 
 
 def obvious(one):

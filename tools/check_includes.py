@@ -14,7 +14,7 @@ import sys
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
 FOLDER = re.compile(r"^orvane_folder\(([^)]*)\)", re.MULTILINE)
 # Folders of tests/ and bench/ that run finished programs, measure every family through the front, or help others; they may
-# include all of src/.
+# include all of src/, but no other tests or benchmarks.
 PROGRAMS = {"tests": {"support", "faults", "lint", "menus", "documents"}, "bench": {"support", "pi", "multiply"}}
 # What the main of a test or a benchmark calls before it starts, whatever it is about.
 REGISTRATION = {"transforms/registration.h", "threads/frameworks.h", "threads/push_pool_framework.h"}
@@ -97,20 +97,19 @@ def check_mirror(root, tree, graph, faults):
         folder = folder_of(name)
         count += 1
         if folder in PROGRAMS[tree]:
-            continue
-        if folder not in graph:
+            allowed, allowed_here = set(graph), {folder, "support"}
+        elif folder in graph:
+            allowed = closure(graph, folder) | {folder}
+            allowed_here = allowed | {"support"}
+        else:
             faults.append(f"{tree}/{name}: there is no folder src/{folder}")
             continue
-        allowed = closure(graph, folder) | {folder}
         for included in INCLUDE.findall(path.read_text()):
-            if included in REGISTRATION or included.startswith("support/"):
-                continue
-            if not any((root / base / included).exists() for base in ("src", tree)):
+            places = [base for base in ("src", tree) if (root / base / included).exists()]
+            if not places:
                 faults.append(f"{tree}/{name}: includes {included}, which does not exist under src/ or {tree}/")
-            elif folder_of(included) not in allowed:
-                faults.append(f"{tree}/{name}: tests of {folder}/ may not include {folder_of(included)}/ ({included})"
-                              if tree == "tests" else
-                              f"{tree}/{name}: measures {folder}/ and may not include {folder_of(included)}/ ({included})")
+            elif included not in REGISTRATION and folder_of(included) not in (allowed if "src" in places else allowed_here):
+                faults.append(f"{tree}/{name}: may not include {folder_of(included)}/ ({included})")
     return count
 
 
@@ -158,20 +157,25 @@ def check_readmes(root, graph, faults):
             faults.append(f"src/{folder}: has no README.md")
 
 
-def main():
-    arguments = [a for a in sys.argv[1:] if a != "--write"]
-    root = pathlib.Path(arguments[0]) if arguments else pathlib.Path(__file__).resolve().parent.parent
-    graph = graph_of(root)
-    faults = []
+def check(root, write=False):
+    """(faults, folders, files) of the tree at `root`."""
+    graph, faults = graph_of(root), []
     check_graph(graph, faults)
     files = check_src(root, graph, faults)
     count = len(files) + sum(check_mirror(root, tree, graph, faults) for tree in ("tests", "bench"))
     check_cycles(files, faults)
-    check_page(root, graph, "--write" in sys.argv, faults)
+    check_page(root, graph, write, faults)
     check_readmes(root, graph, faults)
+    return faults, len(graph), count
+
+
+def main():
+    arguments = [a for a in sys.argv[1:] if a != "--write"]
+    root = pathlib.Path(arguments[0]) if arguments else pathlib.Path(__file__).resolve().parent.parent
+    faults, folders, files = check(root, "--write" in sys.argv)
     for fault in faults:
         print(fault)
-    print(f"{len(graph)} folders, {count} files, {len(faults)} faults")
+    print(f"{folders} folders, {files} files, {len(faults)} faults")
     return 1 if faults else 0
 
 
