@@ -18,8 +18,9 @@ class ProvedInvsqrtWord {
   ProvedInvsqrtWord(u64 p, u64 tds);
 
   Need need() const { return need_; }
-  /// As InvsqrtWord::run, and Residual::check_inverse_root of what it gave.
-  void run(const RunContext& ctx, Number& out, W w, Arena heap) const;
+  /// As InvsqrtWord::run, and Residual::check_inverse_root of what it gave. Returns the hash of out, which was taken
+  /// before the residual read the words: who compares them with it proves that they are still those.
+  u64 run(const RunContext& ctx, Number& out, W w, Arena heap) const;
 
  private:
   InvsqrtWord<Store> root_;
@@ -42,8 +43,10 @@ class ProvedDivision {
   Need need() const { return need_; }
   /// As Division::run for a that is not zero, and Residual::check_quotient of what it gave. Throws
   /// AlgorithmFailedException "Checksum Mismatch. Division failed." when an operand has changed meanwhile.
-  void run(const RunContext& ctx, Frame& frame, Number& out, const Number& a, const Number& b,
-           Arena heap) const;
+  /// Returns the hash of out, taken
+  /// before the residual read its words.
+  u64 run(const RunContext& ctx, Frame& frame, Number& out, const Number& a, const Number& b,
+          Arena heap) const;
 
  private:
   Division<Store> division_;
