@@ -47,14 +47,15 @@ function(orvane_folder)
 endfunction()
 
 # Targets that build all tests with a label: `unit` in seconds, under every sanitizer but the thread one; `threads` also
-# under that one; `slow` and `disk` whole runs.
-foreach(label unit threads slow disk)
+# under that one; `slow` and `disk` whole runs; `sweep` those that draw random words, which tools/sweep.py runs with fresh seeds.
+foreach(label unit threads slow disk sweep)
   add_custom_target(${label}_tests)
 endforeach()
 
 # orvane_test(NAME SOURCES ... LIBS ... [LABEL label...] [PLAIN_MAIN]): one GoogleTest program.
 # Its main registers algorithms, frameworks, allocators and exception types, unless PLAIN_MAIN
 # is given (tests of the lowest folders, which cannot link what stands above them).
+# A program that declares a `Random` has the label `sweep` besides.
 # A test that takes longer than its seconds has failed: a deadlock must not cost a whole run of CI.
 function(orvane_test name)
   cmake_parse_arguments(ARG "PLAIN_MAIN" "" "SOURCES;LIBS;LABEL" ${ARGN})
@@ -68,6 +69,13 @@ function(orvane_test name)
   else()
     target_link_libraries(${name} PRIVATE ${ARG_LIBS} orvane_test_main GTest::gtest)
   endif()
+  foreach(source IN LISTS ARG_SOURCES)
+    file(STRINGS "${source}" draws REGEX "(^|[^A-Za-z_])Random [a-z]" LIMIT_COUNT 1)
+    if(draws)
+      list(APPEND ARG_LABEL sweep)
+      break()
+    endif()
+  endforeach()
   add_test(NAME ${name} COMMAND ${name})
   set_tests_properties(${name} PROPERTIES LABELS "${ARG_LABEL}" TIMEOUT 600)
   foreach(label IN LISTS ARG_LABEL)
