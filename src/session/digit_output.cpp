@@ -47,34 +47,27 @@ u64 hash_of_words(const DigitWords& number, u64 digit_count, orl::ParallelContex
   return orl::hash_mul_add(hash, orl::hash_pow(number.radix, rest), top);
 }
 
-// Raw digits of `words` words from first_word on, in stream order; the first `count` of them join `stats`.
-void make_digits(u8* digits, const DigitWords& number, u64 first_word, u64 words, u64 count,
-                 DigitStats& stats, orl::ParallelContext parallel) {
-  constexpr u64 kMaxParts = 64;
-  constexpr u64 kPieceWords = 1024;  // whose digits stay in the first-level cache until they are counted
+// Raw digits of `words` words from first_word on, in stream order.
+void make_digits(u8* digits, const DigitWords& number, u64 first_word, u64 words,
+                 orl::ParallelContext parallel) {
   const u64 width = orl::digits_per_word(number.radix);
   const u64* const top = number.words + (number.word_count - 1 - first_word);
-  const u64 parts = std::clamp<u64>(words / kForkWords, 1, std::min(parallel.tds, kMaxParts));
-  const u64 part_words = (words + parts - 1) / parts;
-  const auto digits_in = [&](u64 begin, u64 end) {  // of words [begin, end), those below count
-    return std::min(end * width, count) - std::min(begin * width, count);
+  const u64 parts = std::clamp<u64>(words / kForkWords, 1, parallel.tds);
+  const auto begin_of = [&](u64 part) { return words / parts * part + std::min(part, words % parts); };
+  const auto run = [&](u64 part) {
+    const u64 begin = begin_of(part), end = begin_of(part + 1);
+    orl::unpack_words(number.radix, digits + begin * width, top - begin, -1, end - begin);
   };
-  const auto run = [&](u64 begin, u64 end, DigitStats& sum) {
-    for (u64 at = begin; at < end; at += kPieceWords) {
-      const u64 next = std::min(at + kPieceWords, end);
-      orl::unpack_words(number.radix, digits + at * width, top - at, -1, next - at);
-      sum.append(digits + at * width, digits_in(at, next));
-    }
-  };
-  if (parts == 1) return run(0, words, stats);
-  const auto begin_of = [&](u64 part) { return std::min(part * part_words, words); };
-  std::array<std::optional<DigitStats>, kMaxParts> sums;
-  orl::fork_range(parallel.parallelizer, 0, parts, [&](u64 part) {
-    run(begin_of(part), begin_of(part + 1), sums[part].emplace(number.radix));
-  });
-  for (u64 part = 0; part < parts; part++)
-    stats.append(*sums[part], digits_in(begin_of(part), begin_of(part + 1)));
+  if (parts == 1) return run(0);
+  orl::fork_range(parallel.parallelizer, 0, parts, run);
 }
+
+// A stretch of the stream as raw digits.
+struct Block {
+  u8* digits = nullptr;
+  u64 begin = 0;  ///< stream index of the first
+  u64 count = 0;  ///< 0: empty
+};
 
 // Hashes and stores a block and makes the next; side by side where the context allows it. On two tasks the
 // hash, which is one chain of work, has a thread to itself while it lasts. A failure arrives here, whichever
@@ -95,8 +88,11 @@ void run_stages(orl::ParallelContext parallel, Hash&& hash, Store&& store, Make&
   });
 }
 
-// The stream's digits through the statistics, the hasher and the writer, block by block. With more than one
+// The stream's digits through the hasher, the writer and the statistics, block by block. With more than one
 // task the digits of a block are made while those of the one before are hashed and stored.
+//
+// The statistics, which are held against the words, come last: a digit that changes before it was hashed and
+// stored is found in them. Each change of a digit changes the integer, or leaves a digit uncounted.
 void digit_pass(const OutputContext& context, const DigitWords& number, DigitWriter* writer,
                 OutputResult& result) {
   const u64 width = orl::digits_per_word(number.radix), digit_count = result.digit_count;
@@ -109,36 +105,42 @@ void digit_pass(const OutputContext& context, const DigitWords& number, DigitWri
   u64 block_words = std::min(total_words, kMaxBlockDigits / width);
   while (block_words > 1 && block_bytes(block_words) > context.buffer.size) block_words /= 2;
   LinearHeapBuffer window = context.buffer;
-  u8* digits = window.cut<u8>(block_words * width);
-  u8* next = buffers > 1 ? window.cut<u8>(block_words * width) : digits;
+  Block blocks[2];
+  for (u64 i = 0; i < buffers; i++) blocks[i].digits = window.cut<u8>(block_words * width);
 
   DigitStats stats(number.radix);
   stats.hash = number.integer_part;
   std::optional<orl::DigitHasher> hasher;
   if (number.radix == 10) hasher.emplace(1);
-  const auto digits_at = [&](u64 word) { return std::min(block_words * width, digit_count - word * width); };
-  const auto make = [&](u8* to, u64 word, orl::ParallelContext parallel) {
-    if (word < total_words)
-      make_digits(to, number, word, std::min(block_words, total_words - word), digits_at(word), stats,
-                  parallel);
+  // Counts what a buffer holds, then fills it from `word` on.
+  const auto renew = [&](Block& block, u64 word, orl::ParallelContext parallel) {
+    stats.append(block.digits, block.count, parallel);
+    const u64 words = word < total_words ? std::min(block_words, total_words - word) : 0;
+    block.begin = word * width;
+    block.count = words == 0 ? 0 : std::min(words * width, digit_count - block.begin);
+    if (words != 0) make_digits(block.digits, number, word, words, parallel);
   };
-  make(digits, 0, context.parallel);
-  for (u64 word = 0; word < total_words; word += block_words) {
-    const u64 begin = word * width, count = digits_at(word);
+  renew(blocks[0], 0, context.parallel);
+  for (u64 word = 0, i = 0; word < total_words; word += block_words, i++) {
+    const Block& block = blocks[i % buffers];
+    const u64 end = block.begin + block.count;
+    orl::fault_point("digit buffer", block.digits, block.count);
     run_stages(
         context.parallel,
         [&] {
-          result.last_digits.set(number.radix, digits, count);
-          if (hasher) hasher->append(digits, count);
+          result.last_digits.set(number.radix, block.digits, block.count);
+          if (hasher) hasher->append(block.digits, block.count);
         },
         [&](orl::ParallelContext parallel) {
-          if (writer) writer->store_digits(digits, begin, count, window, parallel);
+          if (writer) writer->store_digits(block.digits, block.begin, block.count, window, parallel);
         },
-        [&](orl::ParallelContext parallel) { make(next, word + block_words, parallel); });
-    std::swap(digits, next);
-    context.status.show_count(writer ? "Writing...    " : "Processing... ", begin + count,
+        [&](orl::ParallelContext parallel) {
+          renew(blocks[(i + 1) % buffers], word + block_words, parallel);
+        });
+    context.status.show_count(writer ? "Writing...    " : "Processing... ", end,
                               writer ? "  digits written" : "  digits analyzed");
   }
+  for (const Block& block : blocks) stats.append(block.digits, block.count, context.parallel);
   result.counts = stats.counts;
   result.digit_hash = orl::hash_canon(stats.hash);
   if (hasher) result.sha256 = hasher->finish();
@@ -249,7 +251,8 @@ void verify_binary_output(const OutputContext& context, const DigitWords& number
 
 void verify_digits(const OutputContext& context, const DigitWords& number, const OutputResult& result) {
   const u64 after = orl::hash_canon(hash_of_words(number, result.digit_count, context.parallel));
-  if (after == result.hash && after == result.digit_hash) return;
+  if (after == result.hash && after == result.digit_hash && result.counts.total() == result.digit_count)
+    return;
   if (!result.path.empty()) orl::mark_unfinished(result.path);
   const u64 before = after == result.hash ? result.digit_hash : result.hash;
   context.status.println("Before Hash = " + std::to_string(before), 'R');

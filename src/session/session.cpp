@@ -5,6 +5,7 @@
 #include "core/ending.h"
 #include "core/event_log.h"
 #include "core/exceptions.h"
+#include "core/fault_point.h"
 #include "core/run_timer.h"
 #include "core/settings.h"
 #include "core/status.h"
@@ -149,40 +150,54 @@ class RamSession {
     const orl::RunContext context{parallel_, tables, status_};
     timer_.add_stage("Setup");
 
-    Word* const number = heap.cut<Word>(plan_.number_words());
-    orl::BigFloat<Word> result(number, plan_.number_words());
-    plan_.constant().run(context, result, heap);
-    const u64 words = plan_.precision_words();
-    lay_out(result, number, words);
-    number_hash_ = number_hash(number, words);
-    finish_stage(parameters_.constant().name());
-
-    const DigitWords hexadecimal{16, number[words - 1], number, words - 1};
-    if (parameters_.hexadecimal_digits() != 0) {
+    const FixedNumber number = compute(context, heap);
+    const DigitWords hexadecimal{16, number.words[number.count - 1], number.words, number.count - 1};
+    if (parameters_.hexadecimal_digits() != 0)
       report_.hex = output(heap, hexadecimal, parameters_.hexadecimal_digits(), "Hexadecimal");
-    }
-
-    event("Base Converting", "Base Converting:");
-    Word* const digits = heap.cut<Word>(plan_.decimal_words());
-    orl::BigFloat<Word> binary(number, words);
-    binary.L = number[words - 1] == 0 ? words - 1 : words;
-    binary.exp = 1 - static_cast<orl::s64>(words);
-    binary.sign = 1;
-    binary.strip_top_zeros();
-    plan_.conversion().run(context, digits, binary, heap);
-    finish_stage(kConversionStage);
-
-    decimal_ = {10, number[words - 1], digits, plan_.decimal_words()};
+    const orl::BigFloat<Word> binary = as_float(number);
+    convert(context, binary, heap);
     report_.dec = output(heap, decimal_, parameters_.decimal_digits(), "Decimal");
 
     if (!parameters_.verify_conversion) return;
     OutputContext reading{parallel_, status_, events_, heap};
-    verify_conversion(context, digits, binary, heap);
+    verify_conversion(context, number, binary, heap);
     verify_digits(reading, decimal_, report_.dec);
     if (report_.hex.digit_count != 0) verify_binary_output(reading, hexadecimal, report_.hex);
     if (!report_.dec.path.empty()) read_check(reading, report_.dec);
     if (!report_.hex.path.empty()) read_check(reading, report_.hex);
     finish_stage("Verification");
+  }
+
+  /// The constant in its fixed layout, at the start of the working memory.
+  FixedNumber compute(const orl::RunContext& context, LinearHeapBuffer& heap) {
+    orl::BigFloat<Word> result(heap.cut<Word>(plan_.number_words()), plan_.number_words());
+    plan_.constant().run(context, result, heap);
+    const u64 hash = result.computed_hash(parallel_);
+    orl::fault_point("binary number", result.T, result.L * sizeof(Word));
+    const FixedNumber number = lay_out(result, hash, plan_.precision_words(), parallel_);
+    check_number(number);
+    finish_stage(parameters_.constant().name());
+    orl::fault_point("binary number", number.words, number.count * sizeof(Word));
+    return number;
+  }
+
+  static orl::BigFloat<Word> as_float(const FixedNumber& number) {
+    orl::BigFloat<Word> binary(number.words, number.count);
+    binary.L = number.count;
+    binary.exp = 1 - static_cast<orl::s64>(number.count);
+    binary.sign = 1;
+    binary.strip_top_zeros();
+    return binary;
+  }
+
+  /// The decimal words, behind the number.
+  void convert(const orl::RunContext& context, const orl::BigFloat<Word>& binary, LinearHeapBuffer& heap) {
+    event("Base Converting", "Base Converting:");
+    Word* const digits = heap.cut<Word>(plan_.decimal_words());
+    plan_.conversion().run(context, digits, binary, heap);
+    decimal_ = {10, binary.base[binary.size - 1], digits, plan_.decimal_words()};
+    orl::fault_point("binary number", binary.base, binary.size * sizeof(Word));
+    finish_stage(kConversionStage);
   }
 
   OutputResult output(LinearHeapBuffer buffer, const DigitWords& words, u64 digit_count,
@@ -200,21 +215,28 @@ class RamSession {
     return result;
   }
 
-  void verify_conversion(const orl::RunContext& context, const Word* digits,
+  void verify_conversion(const orl::RunContext& context, const FixedNumber& number,
                          const orl::BigFloat<Word>& binary, LinearHeapBuffer heap) {
     event("Verifying Base Conversion", "Verifying Base Conversion:");
-    if (number_hash(binary.base, plan_.precision_words()) != number_hash_)
-      orl::fatal_error("Data Corruption Detected: Checksum Mismatch");
-    const auto proof = plan_.verification()->run(context, digits, binary, heap);
+    check_number(number);
+    const auto proof = plan_.verification()->run(context, decimal_.words, binary, heap);
     if (proof.ok) return;
-    if (!report_.dec.path.empty()) orl::mark_unfinished(report_.dec.path);
     status_.println("R = " + std::to_string(proof.digits_hash), 'R');
     status_.println("B = " + std::to_string(proof.binary_hash), 'R');
-    orl::fatal_error("Base Conversion Failed: Checksum Mismatch");
+    refuse_digits("Base Conversion Failed: Checksum Mismatch");
   }
 
-  u64 number_hash(const Word* number, u64 words) const {
-    return orl::hash_canon(orl::bp_hash<Word>(0, number, words, parallel_));
+  /// The words of the number are still those that the constant's plan proved.
+  void check_number(const FixedNumber& number) {
+    if (orl::hash_canon(orl::bp_hash<Word>(0, number.words, number.count, parallel_)) != number.hash)
+      refuse_digits("Data Corruption Detected: Checksum Mismatch");
+  }
+
+  /// No file keeps its finished name when the run ends without a proof of the number.
+  [[noreturn]] void refuse_digits(const char* reason) {
+    for (const OutputResult* written : {&report_.dec, &report_.hex})
+      if (!written->path.empty()) orl::mark_unfinished(written->path);
+    orl::fatal_error(reason);
   }
 
   void finish_report() {
@@ -261,7 +283,6 @@ class RamSession {
   orl::LinearConsoleNode status_;
   orl::ParallelContext parallel_;
   bool allocation_errors_ = false;
-  u64 number_hash_ = 0;   ///< of the constant's words, as its plan left them
   DigitWords decimal_{};  ///< the digits of the result, in the working memory
   RunReport report_;
 };
