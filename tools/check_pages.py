@@ -12,7 +12,7 @@ import re
 import sys
 
 NAME = re.compile(r"`([\w./*-]+\.(?:h|cpp|inc|in|py|sh|md|page|png|cmake|h\.in))`|`((?:src|tests|bench|tools|docs)/[\w./*-]*)`")
-OPEN = re.compile(r"(x[._]|NAME\b)")
+OPEN = re.compile(r"x[._]|.*NAME\b")
 
 
 def pages(root):
