@@ -1,4 +1,4 @@
-// Writing a configuration tree as text: CR LF line ends, four blanks a level.
+// Writing a configuration tree as text: CR LF line ends, four blanks per level.
 #pragma once
 
 #include <string>

@@ -38,7 +38,7 @@ class DigitReader {
   /// Throws what a read of [offset, offset + count) would for what is known without reading the digits: a
   /// range beyond the stream, files of a set that are not there. Names all such files at once.
   virtual void check_range(u64 offset, u64 count) = 0;
-  /// Appends the same digits to `stats`, in blocks as large as the window allows: a multiple of 64 digits and
+  /// Appends the digits of that range to `stats`, in blocks as large as the window allows: a multiple of 64 digits and
   /// what load_digits needs for them. 4096 + 8320 bytes are always enough. On two tasks and a window for two
   /// blocks the next one is read meanwhile.
   void load_stats(DigitStats& stats, u64 offset, u64 count, LinearHeapBuffer buffer,

@@ -1,4 +1,4 @@
-// Digits as plain text: the first digits with the point, then one character a digit.
+// Digits as plain text: the first digits with the point, then one character per digit.
 #pragma once
 
 #include "digits/digit_reader.h"

@@ -36,7 +36,7 @@ class Placement {
         blocks_((memory.length() + block_bytes_ - 1) / block_bytes_) {}
 
   /// Places, touches and locks all blocks: a thread of its own for each node, or several of them when there
-  /// are more tasks than four a node.
+  /// are more than four tasks per node.
   void run(const ParallelContext& parallel, std::vector<std::string>& errors) {
     const u64 nodes = settings_.nodes.size();
     const u64 shares = nodes * std::max<u64>(parallel.tds / 4 / nodes, 1);

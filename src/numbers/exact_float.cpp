@@ -144,7 +144,7 @@ void difference_in_place(ExactFloat<W>& a, const ExactFloat<W>& b, u8 b_sign, Pa
   strip(a);
 }
 
-// Copies a number's description and words to dst, without a capacity check.
+// Copies a number's words and description to dst; throws under `function` when dst is too small.
 template <class W>
 void copy_number(ExactFloat<W>& dst, const ExactFloat<W>& a, const char* function, ParallelContext parallel) {
   if (a.L == 0) return dst.set_zero();

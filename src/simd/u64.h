@@ -32,7 +32,7 @@ struct U64 {
 
   U64 shl(unsigned n) const { return {_mm512_maskz_slli_epi64(kAll, v, n)}; }
   U64 shr(unsigned n) const { return {_mm512_maskz_srli_epi64(kAll, v, n)}; }
-  /// By a count a lane; 64 and more give 0.
+  /// Each lane by its own count; 64 and more give 0.
   U64 shl(U64 n) const { return {_mm512_maskz_sllv_epi64(kAll, v, n.v)}; }
   U64 shr(U64 n) const { return {_mm512_maskz_srlv_epi64(kAll, v, n.v)}; }
 

@@ -84,7 +84,7 @@ std::unique_ptr<StressWork> plan_known_answers(const KnownAnswerPlan& plan, u64 
     (workspace_bytes(plan.algorithm, middle) <= limit ? blocks : above) = middle;
   }
   if (blocks < kLeastBlocks) return nullptr;
-  // One hash of 8 bytes an operand, in whole lines of 64.
+  // Each operand has a hash of 8 bytes; the hashes fill whole lines of 64.
   const u64 rest = share_bytes - workspace_bytes(plan.algorithm, blocks) - 64;
   return std::make_unique<KnownAnswerWork>(plan, blocks * kWordsPerBlock,
                                            rest / (blocks * kBlockBytes + sizeof(u64)));
