@@ -20,6 +20,7 @@ struct Action {
   int (*run)(orl::CommandLine::Parameters& line);
   std::vector<OptionText> (*options)() = nullptr;
 };
+/// All actions, in the order of the help.
 std::span<const Action> actions();
 /// The row with this key, or null.
 const Action* find_action(std::string_view key);

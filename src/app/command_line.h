@@ -15,6 +15,7 @@ namespace orl::CommandLine {
 /// A fault of the line itself, such as a missing token. Not one of the library's own exceptions.
 class CommandLineException : public std::exception {
  public:
+  /// `text` is what the console shows.
   explicit CommandLineException(const char* text) : text_(text) {}
   const char* what() const noexcept override { return text_; }
 
@@ -24,6 +25,7 @@ class CommandLineException : public std::exception {
 
 /// argv, cut into keys and values at each token's first colon.
 struct Parameters {
+  /// Takes the tokens behind the program's name.
   Parameters(int argc, const char* const* argv);
 
   bool at_end() const { return cursor >= tokens.size(); }

@@ -14,6 +14,7 @@ struct HelpEntry {
   std::string form, help, example;
 };
 
+/// A stretch of the help: its heading, its paragraphs and its options.
 struct HelpSection {
   std::string title;
   std::string text;  ///< paragraphs, an empty line between two; a line of four blanks stands as it is

@@ -37,6 +37,7 @@ struct OptionText {
   Values values;
 };
 
+/// What help, manual and completion show of a table.
 template <class Target>
 std::vector<OptionText> option_texts(std::span<const Option<Target>> table) {
   std::vector<OptionText> texts;
@@ -66,6 +67,7 @@ struct StressLine {
   std::vector<std::string> tests;  ///< those that it names; empty: all
 };
 
+/// The tables: the options that every action knows, then those of one action each.
 std::span<const Option<orl::Settings>> global_options();
 std::span<const Option<ModeHolder>> custom_options();
 std::span<const Option<BenchSettings>> bench_options();
@@ -79,6 +81,7 @@ struct BenchSize {
   u64 decimal_digits;
 };
 inline constexpr u64 kDecimalSizes = 16;
+/// All sizes, in the order of the menu.
 std::span<const BenchSize> bench_sizes();
 
 /// The row with this key, or null.

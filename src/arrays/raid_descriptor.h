@@ -11,8 +11,10 @@
 
 namespace orl::R03 {
 
+/// The numbers stand in configuration files.
 enum class RaidType : u32 { raid0 = 0, raid3 = 1 };
 
+/// The folders of one group; an empty path is the working folder.
 struct RaidGroup {
   RaidType type = RaidType::raid0;
   std::vector<std::string> paths{std::string()};
@@ -30,6 +32,7 @@ const char* raid_type_key(RaidType type);
 /// "RAID 0 - No Redundancy" or "RAID 3 - Parity".
 const char* raid_type_text(RaidType type);
 
+/// The settings of an array: its groups and the buffer of each file.
 class Raid03Descriptor {
  public:
   const std::vector<RaidGroup>& groups() const { return groups_; }

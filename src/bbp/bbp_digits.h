@@ -19,12 +19,14 @@ namespace orvane {
 
 using orl::u64;
 
+/// Whose series: that of Bailey, Borwein and Plouffe, or that of Bellard.
 enum class BbpFormula { kPlouffe, kBellard };
 
 inline constexpr u64 kMinBbpDigits = 8, kMaxBbpDigits = 1048576;
 /// Beyond it the digits asked for would too often be within reach of the error.
 inline constexpr u64 kMaxBbpOffset = 10'000'000'000'000'000;
 
+/// What is asked of an extraction.
 struct BbpTask {
   BbpFormula formula = BbpFormula::kBellard;
   u64 offset = 0;   ///< digits skipped after the point, up to kMaxBbpOffset

@@ -5,6 +5,7 @@
 
 namespace orl {
 
+/// One instruction set's loops.
 struct BbpKernel {
   const char* name;
   u32 lanes;

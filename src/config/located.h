@@ -15,6 +15,7 @@ namespace orl {
 class ConfigException final : public ExceptionType<ConfigException, InvalidParametersException> {
  public:
   static constexpr const char* kTypeName = "ConfigException";
+  /// `line` 0: the tree is none of a file. `key` is the way from the root; it may be empty.
   ConfigException(u64 line, std::string key, std::string reason);
 
   u64 line() const { return line_; }

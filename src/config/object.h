@@ -19,6 +19,7 @@
 
 namespace orl {
 
+/// The four kinds; kind_name() has their names.
 enum class ValueKind : int { kInteger = 0, kString = 1, kArray = 2, kObject = 3 };
 
 /// "Integer", "String", "Array" or "Object"; "invalid type" for any other number.
@@ -29,8 +30,10 @@ class String;
 class Array;
 class Object;
 
+/// A node of the tree: what every kind has.
 class Value {
  public:
+  /// Called by the four kinds.
   explicit Value(ValueKind kind) : kind_(kind) {}
   virtual ~Value() = default;
   ValueKind kind() const { return kind_; }
@@ -59,12 +62,14 @@ class Value {
 
 class Integer final : public Value {
  public:
+  /// Any 64-bit value.
   explicit Integer(s64 integer) : Value(ValueKind::kInteger), value(integer) {}
   s64 value;
 };
 
 class String final : public Value {
  public:
+  /// Any bytes; the text form refuses a byte of zero when it is written.
   explicit String(std::string text) : Value(ValueKind::kString), value(std::move(text)) {}
   std::string value;
 };
@@ -73,6 +78,7 @@ class Array final : public Value {
  public:
   Array() : Value(ValueKind::kArray) {}
 
+  /// Each appends a value, which the array owns from then on.
   void add_integer(s64 value);
   void add_string(std::string value);
   void add_array(std::unique_ptr<Array> array);
@@ -82,6 +88,7 @@ class Array final : public Value {
   void add(std::unique_ptr<Value> value);
 
   u64 size() const { return values_.size(); }
+  /// Element `index`, which must be below size().
   const Value& operator[](u64 index) const { return *values_[index]; }
 
  private:
@@ -91,6 +98,7 @@ class Array final : public Value {
 /// Nodes in the order in which they were added; lookup by key in O(log n).
 class Object final : public Value {
  public:
+  /// A value, its key and the comment that stands before it.
   struct Node {
     std::string key;
     std::unique_ptr<Value> value;

@@ -28,6 +28,7 @@ namespace orl {
 /// Brackets may be nested as deep as this; more is a ParseException.
 inline constexpr u32 kMaxNesting = 500;
 
+/// The root of a text in the primary form, or in JSON. Fails as the head of this file says.
 std::unique_ptr<Value> parse_text(std::string_view text);
 std::unique_ptr<Value> parse_json(std::string_view text);
 

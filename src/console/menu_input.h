@@ -13,6 +13,7 @@
 
 namespace orl {
 
+/// Asks until the answer is a number of the form; an empty line gives back `current`.
 u64 ask_decimal_count(std::string_view prompt, u64 current);
 u64 ask_byte_size(std::string_view prompt, u64 current);
 

@@ -25,6 +25,7 @@ struct WholeNumber {
   u64 value;
   enum Kind { kExact, kNone, kTooLarge } kind;  ///< none: not digits only, or empty; too large: for 64 bits
 };
+/// Digits and nothing else; for arguments that must not be misread.
 WholeNumber parse_whole_number(std::string_view text);
 
 }  // namespace orl

@@ -24,6 +24,7 @@ namespace orl {
 
 /// Text of an exception: from a C string (null means empty) or a string that is moved in.
 struct ExceptionText {
+  /// Implicit, so that every exception takes any form of text.
   ExceptionText(const char* text) : value(text ? text : "") {}
   ExceptionText(std::string text) : value(std::move(text)) {}
   ExceptionText(std::string_view text) : value(text) {}
@@ -97,6 +98,7 @@ class ExceptionType : public Base {
 class StringException : public ExceptionType<StringException, Exception> {
  public:
   static constexpr const char* kTypeName = "StringException";
+  /// `function` is the name of the function that failed, such as "Division::run()".
   StringException(ExceptionText function, ExceptionText message)
       : ExceptionType(std::move(function), std::move(message)) {}
   ExceptionBlob serialize() const override;
@@ -108,21 +110,25 @@ class InvalidParametersException : public ExceptionType<InvalidParametersExcepti
   static constexpr const char* kTypeName = "InvalidParametersException";
   using ExceptionType::ExceptionType;
 };
+/// A text has not the form that it must have.
 class ParseException : public ExceptionType<ParseException, StringException> {
  public:
   static constexpr const char* kTypeName = "ParseException";
   using ExceptionType::ExceptionType;
 };
+/// A text or a file ends too early.
 class EndOfStreamException : public ExceptionType<EndOfStreamException, StringException> {
  public:
   static constexpr const char* kTypeName = "EndOfStreamException";
   using ExceptionType::ExceptionType;
 };
+/// An object of a configuration lacks a key.
 class KeyNotFoundException : public ExceptionType<KeyNotFoundException, StringException> {
  public:
   static constexpr const char* kTypeName = "KeyNotFoundException";
   using ExceptionType::ExceptionType;
 };
+/// An operation without a result, such as a division by zero.
 class ArithmeticException : public ExceptionType<ArithmeticException, StringException> {
  public:
   static constexpr const char* kTypeName = "ArithmeticException";
@@ -134,31 +140,37 @@ class AlgorithmFailedException : public ExceptionType<AlgorithmFailedException, 
   static constexpr const char* kTypeName = "AlgorithmFailedException";
   using ExceptionType::ExceptionType;
 };
+/// Numbers on disks: a fault of the array.
 class FarMemoryException : public ExceptionType<FarMemoryException, StringException> {
  public:
   static constexpr const char* kTypeName = "FarMemoryException";
   using ExceptionType::ExceptionType;
 };
+/// A transform was used for what it was not made for.
 class InvalidTransformException : public ExceptionType<InvalidTransformException, StringException> {
  public:
   static constexpr const char* kTypeName = "InvalidTransformException";
   using ExceptionType::ExceptionType;
 };
+/// An operand does not fit a shape, or a shape offers no wrapped product of the length.
 class TransformTooSmallException : public ExceptionType<TransformTooSmallException, StringException> {
  public:
   static constexpr const char* kTypeName = "TransformTooSmallException";
   using ExceptionType::ExceptionType;
 };
+/// An operand that a function was not made for.
 class UnsupportedValueException : public ExceptionType<UnsupportedValueException, StringException> {
  public:
   static constexpr const char* kTypeName = "UnsupportedValueException";
   using ExceptionType::ExceptionType;
 };
+/// A zero that a function was not made for.
 class UnsupportedZeroException : public ExceptionType<UnsupportedZeroException, StringException> {
  public:
   static constexpr const char* kTypeName = "UnsupportedZeroException";
   using ExceptionType::ExceptionType;
 };
+/// A negative value that a function was not made for.
 class UnsupportedNegativeException : public ExceptionType<UnsupportedNegativeException, StringException> {
  public:
   static constexpr const char* kTypeName = "UnsupportedNegativeException";
@@ -169,6 +181,7 @@ class UnsupportedNegativeException : public ExceptionType<UnsupportedNegativeExc
 class StdException final : public ExceptionType<StdException, Exception> {
  public:
   static constexpr const char* kTypeName = "StdException";
+  /// `what` is the text of the exception of the standard library.
   explicit StdException(ExceptionText what) : ExceptionType("", std::move(what)) {}
   const std::string& what() const { return message_; }
   void print() const override;
@@ -179,6 +192,7 @@ class StdException final : public ExceptionType<StdException, Exception> {
 class SystemException final : public ExceptionType<SystemException, Exception> {
  public:
   static constexpr const char* kTypeName = "SystemException";
+  /// `code` is errno, or what the call returned.
   SystemException(ExceptionText function, ExceptionText message, s32 code)
       : ExceptionType(std::move(function), std::move(message)), code_(code) {}
   s32 code() const { return code_; }
@@ -193,6 +207,7 @@ class SystemException final : public ExceptionType<SystemException, Exception> {
 class BufferTooSmallException final : public ExceptionType<BufferTooSmallException, Exception> {
  public:
   static constexpr const char* kTypeName = "BufferTooSmallException";
+  /// Both sizes in the unit of the buffer, words or bytes.
   BufferTooSmallException(ExceptionText function, u64 buffer_size, u64 required_size)
       : ExceptionType(std::move(function), ""), buffer_size_(buffer_size), required_size_(required_size) {}
   u64 buffer_size() const { return buffer_size_; }
@@ -205,9 +220,11 @@ class BufferTooSmallException final : public ExceptionType<BufferTooSmallExcepti
   u64 required_size_;
 };
 
+/// An exponent does not fit its range.
 class ExponentOverflowException final : public ExceptionType<ExponentOverflowException, Exception> {
  public:
   static constexpr const char* kTypeName = "ExponentOverflowException";
+  /// `value` lies beyond `limit`.
   ExponentOverflowException(ExceptionText function, s64 value, s64 limit)
       : ExceptionType(std::move(function), ""), value_(value), limit_(limit) {}
   s64 value() const { return value_; }
@@ -224,6 +241,7 @@ class ExponentOverflowException final : public ExceptionType<ExponentOverflowExc
 class LimitExceededException final : public ExceptionType<LimitExceededException, Exception> {
  public:
   static constexpr const char* kTypeName = "LimitExceededException";
+  /// In the unit of the function that throws; a `limit` of 0 is not told.
   LimitExceededException(ExceptionText function, u64 limit, u64 attempted, ExceptionText message = "")
       : ExceptionType(std::move(function), std::move(message)), limit_(limit), attempted_(attempted) {}
   u64 limit() const { return limit_; }
@@ -238,9 +256,11 @@ class LimitExceededException final : public ExceptionType<LimitExceededException
 
 namespace FileIO {
 
+/// A call about a file or a folder failed.
 class FileException final : public ExceptionType<FileException, Exception> {
  public:
   static constexpr const char* kTypeName = "FileException";
+  /// `code` is errno; 0 where no call set it.
   FileException(ExceptionText function, ExceptionText message, ExceptionText path, s32 code)
       : ExceptionType(std::move(function), std::move(message)), path_(std::move(path.value)), code_(code) {}
   const std::string& path() const { return path_; }
@@ -269,6 +289,7 @@ namespace R03 {
 class Raid03Exception final : public ExceptionType<Raid03Exception, Exception> {
  public:
   static constexpr const char* kTypeName = "Raid03Exception";
+  /// `code` is errno; 0 where no call set it.
   Raid03Exception(ExceptionText function, ExceptionText message, ExceptionText path, s32 code)
       : ExceptionType(std::move(function), std::move(message)), path_(std::move(path.value)), code_(code) {}
   const std::string& path() const { return path_; }
@@ -287,6 +308,7 @@ class Raid03Exception final : public ExceptionType<Raid03Exception, Exception> {
 class FarMemoryOutOfBoundsException final : public ExceptionType<FarMemoryOutOfBoundsException, Exception> {
  public:
   static constexpr const char* kTypeName = "FarMemoryOutOfBoundsException";
+  /// Bytes [offset, offset + length) of an object of `object_size`.
   FarMemoryOutOfBoundsException(ExceptionText function, u64 object_size, u64 offset, u64 length)
       : ExceptionType(std::move(function), ""), object_size_(object_size), offset_(offset), length_(length) {}
   u64 object_size() const { return object_size_; }
@@ -305,6 +327,7 @@ class FarMemoryOutOfBoundsException final : public ExceptionType<FarMemoryOutOfB
 class ConvolutionTooSmallException final : public ExceptionType<ConvolutionTooSmallException, Exception> {
  public:
   static constexpr const char* kTypeName = "ConvolutionTooSmallException";
+  /// Both sizes in bits: what the shape holds, what was asked for.
   ConvolutionTooSmallException(ExceptionText function, ExceptionText message, u64 convolution_size,
                                u64 requested_size)
       : ExceptionType(std::move(function), std::move(message)),
@@ -325,6 +348,7 @@ class ConvolutionTooSmallException final : public ExceptionType<ConvolutionTooSm
 class ConvolutionFailedException final : public ExceptionType<ConvolutionFailedException, Exception> {
  public:
   static constexpr const char* kTypeName = "ConvolutionFailedException";
+  /// Bits that a coefficient may have, and bits that it has; `hashes` where the check compares some.
   ConvolutionFailedException(ExceptionText function, ExceptionText message, u64 convolution_size,
                              u64 requested_size, std::vector<u64> hashes = {})
       : ExceptionType(std::move(function), std::move(message)),
@@ -347,6 +371,7 @@ class ConvolutionFailedException final : public ExceptionType<ConvolutionFailedE
 class BSRModularCheckFailedException final : public ExceptionType<BSRModularCheckFailedException, Exception> {
  public:
   static constexpr const char* kTypeName = "BSRModularCheckFailedException";
+  /// The node (a, b], and how far each hash is off.
   BSRModularCheckFailedException(ExceptionText function, ExceptionText message, u64 a, u64 b,
                                  std::vector<u64> hashes)
       : ExceptionType(std::move(function), std::move(message)), a_(a), b_(b), hashes_(std::move(hashes)) {}
@@ -366,6 +391,7 @@ class BSRModularCheckFailedException final : public ExceptionType<BSRModularChec
 class UnknownException final : public ExceptionType<UnknownException, Exception> {
  public:
   static constexpr const char* kTypeName = "UnknownException";
+  /// `blob` is what a type without a factory wrote.
   explicit UnknownException(std::string_view blob) : ExceptionType("", ""), blob_(blob) {}
   void print() const override;
   ExceptionBlob serialize() const override;

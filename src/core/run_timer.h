@@ -14,6 +14,7 @@ double monotonic_seconds();
 /// "1.234 seconds"
 std::string seconds_text(double seconds);
 
+/// The times of a run: of the wall and of the processors, as a whole and by stage.
 class RunTimer {
  public:
   /// Starts all sums.

@@ -7,6 +7,7 @@
 
 namespace orl {
 
+/// Global options of the command line; set at start-up, read by everybody.
 struct Settings {
   s32 pause_level = 0;         ///< when to ask for ENTER at the end; see leave() in ending.h
   bool pause_on_fatal = true;  ///< fatal_exit() asks for ENTER

@@ -92,6 +92,7 @@ class StatusIteration : public StatusNode {
 /// A stage by scope.
 class StatusFrame {
  public:
+  /// Opens a frame with this text on the node; the end of the scope closes it.
   StatusFrame(StatusNode& node, std::string_view text) : node_(node), id_(node.push_frame(text)) {}
   StatusFrame(const StatusFrame&) = delete;
   StatusFrame& operator=(const StatusFrame&) = delete;
@@ -190,6 +191,7 @@ class StatusTransport {
 /// A linear node for a status that does not go to the console.
 class LinearNetworkNode final : public LinearNode {
  public:
+  /// `width`: characters of a line.
   LinearNetworkNode(StatusTransport& transport, u32 width);
 
   std::unique_ptr<StatusNode> push_node(std::string_view text) override;
@@ -207,6 +209,7 @@ class LinearNetworkNode final : public LinearNode {
 /// A counted stage of a linear node: one frame of it, whose progress is the share of steps done.
 class LinearConsoleIteration final : public StatusIteration {
  public:
+  /// Opens a frame on `node` for `total` steps.
   LinearConsoleIteration(LinearNode& node, std::string_view text, u64 total);
   ~LinearConsoleIteration() override;
 
@@ -233,6 +236,7 @@ class LinearConsoleIteration final : public StatusIteration {
 /// Held for a few instructions; taken by compare-and-swap.
 class SpinLock {
  public:
+  /// As std::mutex, for std::lock_guard.
   void lock() noexcept;
   void unlock() noexcept { taken_.store(false, std::memory_order_release); }
 
@@ -243,10 +247,13 @@ class SpinLock {
 /// What the nodes of a tree share: frames, children and a step count, all under one spin lock.
 class ParallelNodeState {
  public:
+  /// `class_name` is the one that a failure names. `total`: steps, 0 for a node without. `parent` may be
+  /// null.
   ParallelNodeState(const char* class_name, std::string_view text, u64 total, ParallelNodeState* parent);
   /// Ends the program if sub-nodes are still there.
   ~ParallelNodeState();
 
+  /// What the nodes forward here; each takes the lock.
   StatusFrameId push_frame(std::string_view text);
   void pop_frame(std::span<const StatusFrameId> frames);
   void set_line(const std::string_view* text, double fraction);
@@ -301,6 +308,7 @@ class ParallelNodeBase : public Interface {
 /// A node that can have sub-nodes, for parallel sections.
 class ParallelLocalNode final : public ParallelNodeBase<StatusNode> {
  public:
+  /// A root of its own when `parent` is null.
   explicit ParallelLocalNode(std::string_view text, ParallelNodeState* parent = nullptr)
       : ParallelNodeBase("ParallelLocalNode", text, 0, parent) {}
 };
@@ -308,6 +316,7 @@ class ParallelLocalNode final : public ParallelNodeBase<StatusNode> {
 /// A counted stage of a parallel node.
 class ParallelLocalIteration final : public ParallelNodeBase<StatusIteration> {
  public:
+  /// `total`: steps.
   ParallelLocalIteration(std::string_view text, u64 total, ParallelNodeState* parent)
       : ParallelNodeBase("ParallelLocalIteration", text, total, parent) {}
   void advance(u64 steps) override { state_.advance(steps); }

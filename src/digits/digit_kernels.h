@@ -5,6 +5,7 @@
 
 namespace orl::digits {
 
+/// One instruction set's loops.
 struct DigitKernels {
   /// Digits that hash() takes at a time.
   static constexpr u64 kHashBlock = 256;

@@ -19,10 +19,12 @@ class InconsistentMetaData final : public ExceptionType<InconsistentMetaData, St
       : ExceptionType(function, "Inconsistent Metadata: \"" + path + "\"\n\n" + what) {}
 };
 
+/// A finished stream of digits, open for reading.
 class DigitReader {
  public:
   virtual ~DigitReader() = default;
 
+  /// 10 or 16.
   virtual u32 radix() const = 0;
   /// The digits before the point and the point, such as "3.".
   virtual const std::string& first_digits() const = 0;
@@ -38,9 +40,9 @@ class DigitReader {
   /// Throws what a read of [offset, offset + count) would for what is known without reading the digits: a
   /// range beyond the stream, files of a set that are not there. Names all such files at once.
   virtual void check_range(u64 offset, u64 count) = 0;
-  /// Appends the digits of that range to `stats`, in blocks as large as the window allows: a multiple of 64 digits and
-  /// what load_digits needs for them. 4096 + 8320 bytes are always enough. On two tasks and a window for two
-  /// blocks the next one is read meanwhile.
+  /// Appends the digits of that range to `stats`, in blocks as large as the window allows: a multiple of 64
+  /// digits and what load_digits needs for them. 4096 + 8320 bytes are always enough. On two tasks and a
+  /// window for two blocks the next one is read meanwhile.
   void load_stats(DigitStats& stats, u64 offset, u64 count, LinearHeapBuffer buffer,
                   ParallelContext parallel);
   /// Throws InconsistentMetaData unless everything around the digits in the stream's files is what a writer

@@ -10,6 +10,7 @@
 
 namespace orl {
 
+/// How often each digit occurs.
 class DigitCounts {
  public:
   DigitCounts() = default;  ///< of no radix: counts nothing
@@ -17,6 +18,7 @@ class DigitCounts {
   explicit DigitCounts(u32 radix);
 
   u32 radix() const { return radix_; }
+  /// Of one digit, below 16; of all; with those of another stretch.
   u64 count(u32 digit) const { return counts_[digit]; }
   u64 total() const;
   void add(const DigitCounts& other);
@@ -30,7 +32,9 @@ class DigitCounts {
   std::array<u64, 16> counts_{};
 };
 
+/// Counts and hash of a stretch of digits.
 struct DigitStats {
+  /// Of the empty stretch. Throws as DigitCounts.
   explicit DigitStats(u32 radix) : counts(radix) {}
 
   DigitCounts counts;

@@ -15,10 +15,12 @@ namespace orl {
 /// What the program makes: sets of smaller files are read only.
 inline constexpr u64 kMinDigitsPerFile = 1000000;
 
+/// A stream of digits under construction.
 class DigitWriter {
  public:
   virtual ~DigitWriter() = default;
 
+  /// 10 or 16.
   virtual u32 radix() const = 0;
   /// Window that store_digits needs for `count` digits.
   virtual u64 buffer_bytes(u64 count) const = 0;

@@ -31,6 +31,7 @@ class HashedDigits {
 /// Makes a HashedDigits of digits that pass by in order.
 class DigitHasher {
  public:
+  /// `first_index` counts from 1, the first digit after the point.
   explicit DigitHasher(u64 first_index) : first_index_(first_index) {}
 
   /// Appends raw digits.

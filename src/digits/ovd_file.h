@@ -51,6 +51,7 @@ class BasicOvdFileWriter {
 /// Any number of threads may read at once.
 class BasicOvdFileReader {
  public:
+  /// Opens the file and reads its header. Throws FileException, and as parse_header() does.
   explicit BasicOvdFileReader(const std::string& path);
 
   const OvdHeader& header() const { return header_; }

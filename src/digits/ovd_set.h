@@ -27,6 +27,7 @@ struct OvdCommand {
 /// for a range that is empty or goes beyond 64 bits.
 class OvdCommands {
  public:
+  /// Stream indices [offset, offset + count).
   OvdCommands(u64 offset, u64 count, u64 digits_per_file, const char* function);
 
   /// The next stretch in order, until there is none.
@@ -36,6 +37,7 @@ class OvdCommands {
   u64 at_, end_, digits_per_file_;
 };
 
+/// A stream of digits in compressed files, under construction.
 class BasicOvdSetWriter final : public DigitWriter {
  public:
   /// Files "<path>/<name>/<name> - <id>.ovd", or one file "<path>/<name> - 0.ovd". Throws

@@ -9,12 +9,15 @@
 
 namespace orl {
 
+/// One digest under way.
 class Sha256 {
  public:
   Sha256();
+  /// May be moved; what is left must not be used.
   Sha256(Sha256&&) noexcept;
   ~Sha256();
 
+  /// Appends bytes.
   void append(const void* bytes, u64 length);
   /// The hash of all that was appended, lower-case hexadecimal. Call once.
   std::string finish();

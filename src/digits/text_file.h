@@ -7,6 +7,7 @@
 
 namespace orl {
 
+/// A stream of digits in one text file, under construction.
 class BasicTextWriter final : public DigitWriter {
  public:
   /// Writes to `path`, which ends in ".txt". Throws InvalidParametersException "Invalid radix." or, when
@@ -30,6 +31,7 @@ class BasicTextWriter final : public DigitWriter {
 /// "x.txt" becomes "x (incomplete).txt".
 std::string unfinished_text_name(const std::string& path);
 
+/// A stream of digits in one text file.
 class BasicTextReader final : public DigitReader {
  public:
   /// radix 0: found out from the file's first 4096 bytes. A line end behind the digits, as editors leave it,

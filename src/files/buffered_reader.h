@@ -6,6 +6,7 @@
 
 namespace orl {
 
+/// Bytes of a raw file in order, through a buffer of whole pages.
 class BufferedReader {
  public:
   /// Reads from `offset` on, a multiple of 4096. File and buffer are borrowed.

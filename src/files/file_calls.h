@@ -10,9 +10,11 @@
 
 namespace orl {
 
+/// The system's calls; a test derives and fails them.
 class FileCalls {
  public:
   virtual ~FileCalls() = default;
+  /// Each behaves as its namesake and sets errno; read and write may be short.
   virtual int open(const char* path, int flags, mode_t mode);
   virtual int close(int fd);
   virtual s64 read(int fd, void* buffer, u64 bytes);

@@ -12,8 +12,10 @@
 
 namespace orl {
 
+/// An open file, read and written at any offset.
 class RawFile {
  public:
+  /// What to open a file for; kCreate keeps one that is there.
   enum class Mode : u8 { kCreate = 0, kRead = 1, kReadWrite = 2 };
 
   RawFile() = default;
@@ -44,6 +46,7 @@ class RawFile {
   /// Reads up to `length` bytes, fewer at the end of the file. Returns the bytes read.
   u64 load_up_to(void* buffer, u64 offset, u64 length) const;
 
+  /// Cuts or extends the file. Throws FileException.
   void set_size(u64 length);
   /// Flushes and closes. Throws "Unable to flush file." or "Unable to close file.".
   void close();

@@ -9,11 +9,13 @@
 
 namespace orl::Polynomials {
 
+/// A value: copies are deep, no two share words.
 class SimpleInt {
  public:
   using stype = s64;
 
   SimpleInt() = default;  ///< zero
+  /// Implicit, as integers are.
   SimpleInt(s64 value);
   /// |value| = words, least significant first; top zeros are dropped.
   SimpleInt(bool not_negative, std::vector<u64> words);
@@ -21,6 +23,7 @@ class SimpleInt {
   bool sign() const { return sign_; }  ///< true: not negative
   u64 L() const { return L_; }         ///< words of the magnitude; 0 for zero
   bool is_zero() const { return L_ == 0; }
+  /// Word i of the magnitude, i < L().
   u64 operator[](u64 i) const { return words_[i]; }
 
   /// Throws ArithmeticException "Number doesn't fit into an stype.".

@@ -10,6 +10,7 @@
 
 namespace orl {
 
+/// A source of large blocks, with its settings.
 class MemoryAllocator {
  public:
   virtual ~MemoryAllocator() = default;
@@ -19,6 +20,7 @@ class MemoryAllocator {
   virtual std::unique_ptr<LargeMemory> allocate(u64 bytes, const ParallelContext& parallel,
                                                 std::vector<std::string>& errors) const = 0;
 
+  /// The word of the command line and of configuration files; the name in menus and reports.
   virtual const char* key() const = 0;
   virtual const char* name() const = 0;
   /// One line for reports.

@@ -14,6 +14,7 @@
 
 namespace orl {
 
+/// See the head of this file.
 class Heap {
  public:
   /// Manages `size` bytes (rounded down to a multiple of 8) at `base`, which stay the caller's. Fatal
@@ -29,6 +30,7 @@ class Heap {
   /// memory; without a parent they are reported as "Memory leak detected".
   ~Heap();
 
+  /// The heap to which blocks that are left over go; null when there is none.
   Heap* parent() const;
   u64 active_allocations() const { return count_; }
   u64 peak_allocations() const { return peak_count_; }

@@ -10,6 +10,7 @@
 
 namespace orl {
 
+/// What a user may choose.
 struct InterleaveSettings {
   std::vector<u32> nodes;  ///< not empty; a node that stands there twice gets two shares
   bool hashed = true;
@@ -22,6 +23,7 @@ struct InterleaveSettings {
 u64 interleave_block_bytes(u64 length_bytes);
 u64 interleave_entry(u64 block, u64 n, bool hashed);
 
+/// Blocks whose pages the program places itself.
 class InterleaveAllocator final : public MemoryAllocator {
  public:
   static constexpr const char* kName = "Node Interleaving";
@@ -40,6 +42,7 @@ class InterleaveAllocator final : public MemoryAllocator {
   void read_object(const Object& object) override;
 
   const InterleaveSettings& settings() const { return settings_; }
+  /// Takes the settings as they are; allocate() says what the machine refuses.
   void set(InterleaveSettings settings) { settings_ = std::move(settings); }
 
  private:

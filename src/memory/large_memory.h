@@ -28,6 +28,7 @@ Mode word_to_bind_mode(const std::string& word);
 /// Disabled, attempt, forced, disabled ...: what a menu does.
 Mode next_mode(Mode mode);
 
+/// What became of the pages of a block.
 struct AllocationReport {
   u64 total_bytes = 0;
   u64 large_page_bytes = 0;

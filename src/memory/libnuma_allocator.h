@@ -5,6 +5,7 @@
 
 namespace orl {
 
+/// Blocks that the library spreads over nodes.
 class LibNumaAllocator final : public MemoryAllocator {
  public:
   static constexpr const char* kName = "Node Interleaving (libnuma)";

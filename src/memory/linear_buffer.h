@@ -14,6 +14,7 @@ namespace orl {
 /// are.
 struct CutObserver {
   virtual ~CutObserver() = default;
+  /// `bytes` were cut at `begin`.
   virtual void on_cut(const void* begin, u64 bytes) = 0;
 };
 /// Null (the default) turns observation off. Not to be changed while anything runs.
@@ -42,10 +43,11 @@ struct LinearHeapBuffer {
   }
   /// Cuts `bytes`, rounded up to a multiple of 64, as a buffer of its own: a branch's share.
   LinearHeapBuffer cut_buffer(u64 bytes);
-  /// States that a call that gets the rest cuts up to `bytes` from it; a layout says so here and sizing_arena.h
-  /// counts it. Throws BufferTooSmallException when they do not fit.
+  /// States that a call that gets the rest cuts up to `bytes` from it; a layout says so here and
+  /// sizing_arena.h counts it. Throws BufferTooSmallException when they do not fit.
   void leave(u64 bytes) const;
 
+  /// `count` words, rounded up to whole lines of 64 bytes.
   template <class W>
   static constexpr u64 round_up_words(u64 count) {
     static_assert(64 % sizeof(W) == 0, "cuts are whole multiples of 64 bytes");

@@ -9,8 +9,10 @@
 
 namespace orl {
 
+/// A mapping that is unmapped when the object goes.
 class MappedMemory final : public LargeMemory {
  public:
+  /// Takes over a mapping of `length` bytes in pages of `page_size`.
   MappedMemory(void* address, u64 length, u64 page_size);
   ~MappedMemory() override;
 

@@ -11,6 +11,7 @@
 
 namespace orl {
 
+/// The system's calls; a test derives and stands in for another machine.
 class MemoryCalls {
  public:
   virtual ~MemoryCalls() = default;
@@ -21,6 +22,7 @@ class MemoryCalls {
   virtual int mlockall(int flags);
   virtual int munlockall();
 
+  /// Each behaves as its namesake in libnuma or the system.
   virtual int numa_available();
   virtual int numa_max_node();
   virtual s64 mbind(void* address, u64 length, int mode, const unsigned long* mask, u64 maxnode, u32 flags);

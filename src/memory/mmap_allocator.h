@@ -24,6 +24,7 @@ class MmapAllocator final : public MemoryAllocator {
 
   Mode large_pages() const { return large_pages_; }
   Mode lock_pages() const { return lock_pages_; }
+  /// Off, attempted or forced.
   void set_large_pages(Mode mode) { large_pages_ = mode; }
   void set_lock_pages(Mode mode) { lock_pages_ = mode; }
 

@@ -1,5 +1,5 @@
-// Keys of a configuration object that hold a mode of the allocators (off, try, force). A word that is no mode throws
-// ConfigException.
+// Keys of a configuration object that hold a mode of the allocators (off, try, force). A word that is no mode
+// throws ConfigException.
 #pragma once
 
 #include <string>
@@ -9,6 +9,7 @@
 
 namespace orl {
 
+/// The mode under `key`, `otherwise` when the key is absent.
 inline Mode mode_or(const Object& object, const std::string& key, Mode otherwise) {
   const auto word = optional_string(object, key);
   return word ? word_to_mode(key, *word) : otherwise;

@@ -23,6 +23,7 @@ int node_of_page(const void* page);
 /// Keeps the calling thread on a node's cores until the end of the scope.
 class NodeThread {
  public:
+  /// Binds; bound() tells whether the system let it.
   explicit NodeThread(u32 node);
   ~NodeThread();
   NodeThread(const NodeThread&) = delete;

@@ -31,6 +31,7 @@ struct BigInt {
   /// Bytes of scratch of a product or square of at most `words` words.
   static u64 mul_scratch(u64 words, u64 tds);
 
+  /// Each sets the number afresh, in its own buffer.
   void set_zero();
   void set_uW(W w);
   void set_BasicInt(const BasicInt<W>& b);
@@ -41,6 +42,7 @@ struct BigInt {
   void set_BigFloat(const BigFloat<W>& f, ParallelContext parallel);
 
   int signum() const { return L == 0 ? 0 : (sign ? 1 : -1); }
+  /// Internal error when the top word is zero.
   void check_normalization() const;
   /// Compares with signs: -1, 0 or 1.
   static int cmp(const BigInt& a, const BigInt& b);

@@ -41,6 +41,7 @@ struct ExactFloat {
   /// Bytes of scratch of a product or square of at most `words` words, whatever the operands.
   static u64 mul_scratch(u64 words, u64 tds);
 
+  /// Each sets number and hash afresh.
   void set_zero();
   void set_uW(W w);
   /// The hash of b, negated for positive = 0. "ExactFloat::set_BasicInt()".
@@ -49,7 +50,9 @@ struct ExactFloat {
 
   int signum() const { return L == 0 ? 0 : (sign ? 1 : -1); }
   s64 magnitude() const { return exp + static_cast<s64>(L); }
+  /// The word at exponent e; zero outside of [exp, magnitude()).
   W word_at(s64 e) const;
+  /// Internal error when the top word is zero.
   void check_normalization() const;
 
   /// The residue of the words, sign and exponent as they stand.

@@ -12,6 +12,7 @@
 
 namespace orl {
 
+/// Numbers, digits and scratch in memory.
 template <class W>
 struct RamStore {
   using Word = W;

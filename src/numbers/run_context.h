@@ -7,11 +7,13 @@ namespace orl {
 
 class StatusNode;
 
+/// Passed by reference; a branch makes one of its own.
 struct RunContext {
   ParallelContext parallel;
   const TransformTables& tables;  ///< made for the plan's Need::table_bits
   StatusNode& status;             ///< a branch that runs beside others passes silent_status()
 
+  /// This context for a product with `scratch`; with fewer tasks, a share of them, or another status.
   MultiplyContext multiply(LinearHeapBuffer scratch) const { return {parallel, tables, scratch}; }
   RunContext with_tds(u64 tds) const { return {parallel.with_tds(tds), tables, status}; }
   RunContext with_parallel(ParallelContext share) const { return {share, tables, status}; }

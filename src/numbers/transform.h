@@ -19,6 +19,7 @@
 
 namespace orl {
 
+/// The shape and the scratch that products of up to a length share.
 template <class W>
 class TransformHelper {
  public:
@@ -72,6 +73,7 @@ struct BigFloatTransformR {
   using Helper = TransformHelper<W>;
   using Number = BigFloat<W>;
 
+  /// Forgets the transform; its memory is the helper's.
   void clear() { *this = {}; }
   /// The top p + 2 words of a, transformed into helper.kept(index). Throws TransformTooSmallException
   /// "Transform length is too small.".
@@ -115,9 +117,11 @@ struct ExactFloatTransformR {
   using Number = ExactFloat<W>;
   static constexpr s64 kNoExtend = Number::kNoExtend;
 
+  /// Each works as that of BigFloatTransformR with its name, on whole products.
   void clear() { *this = {}; }
   void forward(const Helper& helper, const Number& a, u64 index = 0);
 
+  /// `extend`: the exponent down to which the result is filled with zeros.
   static void inverse_fsqr(const Helper& helper, Number& T, ExactFloatTransformR& A, s64 extend = kNoExtend);
   static void inverse_fmul(const Helper& helper, Number& T, ExactFloatTransformR& A, ExactFloatTransformR& B,
                            s64 extend = kNoExtend);

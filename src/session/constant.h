@@ -47,6 +47,7 @@ struct CatalogueRow {
   const char* value;       ///< empty where it depends on an argument
   const char* difficulty;  ///< cost in radix conversions, a figure per algorithm
 };
+/// All rows, by catalogue index.
 std::span<const CatalogueRow, kConstantCount> catalogue();
 
 /// A row of a constant's algorithm menu. Index 0 is the default and the fastest.
@@ -61,9 +62,12 @@ class Constant {
  public:
   virtual ~Constant() = default;
 
+  /// A copy of its own.
   virtual std::unique_ptr<Constant> clone() const = 0;
 
   ConstantIndex index() const { return index_; }
+  /// The word of the command line and of files; the colour of the name in menus; the name of its algorithm
+  /// menu.
   const char* key() const;
   char display_colour() const;
   const char* menu_tag() const;
@@ -90,6 +94,7 @@ class Constant {
   virtual bool on_select() { return true; }
 
   u64 precision() const { return precision_; }
+  /// Decimal digits; algorithm names may depend on it.
   void set_precision(u64 decimal_digits) { precision_ = decimal_digits; }
   virtual u64 max_digits() const { return kMaxDecimalDigits; }
 
@@ -131,6 +136,7 @@ struct ConstantWord {
   const char* word;
   u64 index;
 };
+/// All words, those of a constant side by side.
 std::span<const ConstantWord> constant_words();
 
 /// Catalogue index of a command-line word. Throws InvalidParametersException "Invalid Constant: " with the

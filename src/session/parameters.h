@@ -20,6 +20,7 @@ namespace orvane {
 /// Digits asked for plus guard digits, and how many words hold them.
 struct Precision {
   u64 digits = 0;
+  /// Words of the number objects, integer part included.
   u64 words() const;
 };
 
@@ -57,6 +58,7 @@ class ComputeParameters {
   void settle_digits_per_file();
   u64 digits_per_file() const { return digits_per_file_; }
 
+  /// Throws InvalidParametersException for an unknown key.
   void set_allocator(const std::string& key) { allocator = orl::create_allocator(key); }
   /// Throws InvalidParametersException "Path is not writable."
   void set_output_path(const std::string& path);

@@ -21,6 +21,7 @@ struct DiskUse {
   u64 peak_bytes = 0, read_bytes = 0, written_bytes = 0;
 };
 
+/// See the head of this file.
 struct RunReport {
   std::string user;                        ///< from Username.txt
   std::vector<orl::ReportSection> system;  ///< the machine
@@ -62,6 +63,7 @@ std::string lines_text(const ReportLines& lines);
 /// Where times are shown: the labels differ.
 enum class ReportForm { kConsole, kFile };
 
+/// Start, end, computation and wall time; use of the processors.
 ReportLines time_lines(const RunReport& report, ReportForm form);
 ReportLines utilization_lines(const RunReport& report);
 /// Last digits, the decimal digits' SHA-256, counts and hashes, each of both radices before the next.

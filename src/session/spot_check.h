@@ -8,7 +8,9 @@
 
 namespace orvane {
 
+/// What the comparison with stored digits found.
 struct SpotCheck {
+  /// kNotAvailable: there are no stored digits.
   enum Result { kNotAvailable, kPassed, kFailed } result = kNotAvailable;
   std::string file;  ///< the stored digits; empty when there are none
   u64 compared = 0;  ///< digits after the point that were compared and agree

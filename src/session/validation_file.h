@@ -21,6 +21,7 @@ std::string validation_text(const RunReport& report);
 /// Its name without ".txt", such as "Validation - Pi - Chudnovsky - 1000000 - 20261121-160502".
 std::string validation_stem(const RunReport& report);
 
+/// What a check of a validation file may answer.
 enum class Validation {
   kPassed,
   kInvalidHash,  ///< something was changed
@@ -29,11 +30,13 @@ enum class Validation {
   kNoLongerSupported,
   kTooNew,
 };
+/// The answer, and what else the file says of itself.
 struct ValidationResult {
   Validation outcome = Validation::kInvalidFile;
   std::string version;                     ///< as the file states it; empty when it does not
   std::vector<std::string> failed_checks;  ///< that the file itself reports, such as "Spot Check"
 };
+/// Checks a whole file's text: hash, form, contents.
 ValidationResult check_validation_text(std::string_view text);
 
 /// The action: asks for the path, prints the outcome. Status 0 for "Validation Passed!", else 1.

@@ -29,6 +29,7 @@ inline F64 from_bits(U64 a) {
 /// Where the eight fields of a group lie: in which pair of 32-bit words, and how far up.
 struct FieldPositions {
   static constexpr unsigned kMinWidth = 9, kMaxWidth = 21;
+  /// For one width.
   struct Row {
     alignas(64) std::uint32_t index[16];
     std::uint64_t shift[8];
@@ -50,6 +51,7 @@ inline constexpr FieldPositions kFieldPositions;
 /// is addressed by bytes; read() touches the 32 bytes from `p`.
 class BitFields {
  public:
+  /// For fields of w bits, kMinWidth <= w <= kMaxWidth.
   explicit BitFields(unsigned w) {
     [[maybe_unused]] const FieldPositions::Row& row = kFieldPositions.rows[w - FieldPositions::kMinWidth];
 #if defined(SIMD_ISA_AVX512)

@@ -1,13 +1,15 @@
-// F64: a vector of `lanes` doubles, and the shuffles that transforms need.
-// Every operation rounds as the scalar form does, so kernels written over F64
-// give the same bits in every instruction set.
+// F64: a vector of `lanes` doubles, and the shuffles that transforms need. Choice: lanes of either of two
+// vectors. Every operation rounds as the scalar form does, so kernels written over F64 give the same bits in
+// every instruction set.
 namespace orl::simd::SIMD_ISA {
 
 #if defined(SIMD_ISA_AVX512)
 
 struct F64 {
   static constexpr int lanes = 8;
+  /// Loads and stores ask for no alignment; all() has x in every lane.
   static F64 load(const double* p) { return {_mm512_loadu_pd(p)}; }
+  /// lanes / 2 doubles, each in two neighbouring lanes.
   static F64 load_pairs(const double* p) {
     return {_mm512_permutexvar_pd(_mm512_set_epi64(3, 3, 2, 2, 1, 1, 0, 0),
                                   _mm512_castpd256_pd512(_mm256_loadu_pd(p)))};
@@ -21,17 +23,20 @@ inline F64 operator+(F64 a, F64 b) { return {_mm512_add_pd(a.v, b.v)}; }
 inline F64 operator-(F64 a, F64 b) { return {_mm512_sub_pd(a.v, b.v)}; }
 inline F64 operator*(F64 a, F64 b) { return {_mm512_mul_pd(a.v, b.v)}; }
 inline F64 operator/(F64 a, F64 b) { return {_mm512_div_pd(a.v, b.v)}; }
+/// a b + c, a b - c, c - a b, each rounded once; the larger of two, the second when they compare neither way.
 inline F64 fma(F64 a, F64 b, F64 c) { return {_mm512_fmadd_pd(a.v, b.v, c.v)}; }
 inline F64 fms(F64 a, F64 b, F64 c) { return {_mm512_fmsub_pd(a.v, b.v, c.v)}; }
 inline F64 fnma(F64 a, F64 b, F64 c) { return {_mm512_fnmadd_pd(a.v, b.v, c.v)}; }
 inline F64 max(F64 a, F64 b) { return {_mm512_max_pd(a.v, b.v)}; }
 /// Lanes, bit j for lane j, between two vectors.
 struct Choice {
+  /// `chosen` in the lanes of the bits that are set, `other` elsewhere.
   static Choice of(std::uint32_t bits) { return {static_cast<__mmask8>(bits)}; }
   F64 operator()(F64 chosen, F64 other) const { return {_mm512_mask_blend_pd(mask, other.v, chosen.v)}; }
 
   __mmask8 mask;
 };
+/// Without the sign.
 inline F64 abs(F64 a) { return {_mm512_andnot_pd(_mm512_set1_pd(-0.0), a.v)}; }
 /// Keeps a loaded value in a register: compilers fold a load into each of its
 /// uses, and then loads are the limit.

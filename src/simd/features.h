@@ -7,6 +7,7 @@
 
 namespace orl::simd {
 
+/// One feature, and whether it can be used.
 struct FeatureState {
   const char* name;
   bool present;  ///< the processor has it, and the system saves the registers that it needs

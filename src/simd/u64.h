@@ -1,6 +1,7 @@
 // U64: a vector of 64-bit words; `lanes` of them. Loads and stores ask for no alignment.
 namespace orl::simd::SIMD_ISA {
 
+/// Eight bytes at any address.
 inline long long load_word(const std::uint8_t* p) {
   long long word;
   __builtin_memcpy(&word, p, sizeof word);
@@ -13,6 +14,7 @@ struct U64 {
   static constexpr int lanes = 8;
   using Mask = std::uint32_t;  // bit j stands for lane j
 
+  /// All lanes from memory; x in every lane.
   static U64 load(const void* p) { return {_mm512_loadu_si512(p)}; }
   static U64 all(std::uint64_t x) { return {_mm512_set1_epi64(static_cast<long long>(x))}; }
   /// Words `stride` bytes apart.
@@ -30,6 +32,7 @@ struct U64 {
   }
   void store(void* p) const { _mm512_storeu_si512(p, v); }
 
+  /// All lanes by one count below 64.
   U64 shl(unsigned n) const { return {_mm512_maskz_slli_epi64(kAll, v, n)}; }
   U64 shr(unsigned n) const { return {_mm512_maskz_srli_epi64(kAll, v, n)}; }
   /// Each lane by its own count; 64 and more give 0.
@@ -70,6 +73,7 @@ inline U64 operator+(U64 a, U64 b) { return {_mm512_add_epi64(a.v, b.v)}; }
 inline U64 operator-(U64 a, U64 b) { return {_mm512_sub_epi64(a.v, b.v)}; }
 inline U64 operator&(U64 a, U64 b) { return {_mm512_and_si512(a.v, b.v)}; }
 inline U64 operator|(U64 a, U64 b) { return {_mm512_or_si512(a.v, b.v)}; }
+/// The high words of the products, unsigned.
 inline U64 mul_high(U64 a, U64 b) {
   const U64 a1 = a.shr(32), b1 = b.shr(32);
   const U64 middle = U64::mul_low(a1, b) + U64::mul_low(a, b).shr(32);
@@ -126,6 +130,7 @@ struct U64 {
   static U64 mul_low(U64 a, U64 b) { return {_mm256_mul_epu32(a.v, b.v)}; }
   static U64 min_halves(U64 a, U64 b) { return {_mm256_min_epu32(a.v, b.v)}; }
 
+  /// The top bit of each lane.
   static Mask lane_mask(__m256i m) { return static_cast<Mask>(_mm256_movemask_pd(_mm256_castsi256_pd(m))); }
 
   __m256i v;

@@ -41,6 +41,7 @@ struct KnownAnswerResult {
   bool passed() const { return expected == actual; }
 };
 
+/// See the head of this file. Not for several threads at once.
 template <class W>
 class KnownAnswerRounds {
  public:
@@ -63,6 +64,7 @@ class KnownAnswerRounds {
 
   u64 words() const { return words_; }
   u64 operands() const { return operands_; }
+  /// Operand i, after prepare().
   W* operand(u64 i) { return A_ + i * stride_; }
   /// The tables, as they lie in memory.
   LinearHeapBuffer tables() { return table_block_; }

@@ -12,6 +12,7 @@ namespace orvane {
 
 using orl::u32;
 
+/// All settings, with their defaults.
 struct StressSettings {
   static constexpr u64 kMaxSeconds = 1000000;
   static constexpr u64 kMaxMemory = 0x6ffffffffffffff9;

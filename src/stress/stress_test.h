@@ -12,6 +12,7 @@ namespace orvane {
 /// One row of the list of tests.
 class StressTest {
  public:
+  /// Which part of a processor the test loads most.
   enum class Component { kScalarInteger, kInteger, kFloat, kMixed, kMixedWorkload };
 
   /// `weight` from 1 to 10: how much the test leans on memory rather than on the processor.

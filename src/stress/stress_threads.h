@@ -23,6 +23,7 @@ using orl::u32;
 
 /// What a thread did in one test.
 struct StressReport {
+  /// kOutOfMemory: the thread got no memory for its share.
   enum class Outcome { kPassed, kFailed, kOutOfMemory };
 
   u32 core = 0;
@@ -32,6 +33,7 @@ struct StressReport {
   double wall_seconds = 0;  ///< from the command to the report
 };
 
+/// What the threads are started with.
 struct StressSetup {
   std::vector<u32> cores;
   u64 share_bytes = 0;  ///< for each thread
@@ -42,6 +44,7 @@ struct StressSetup {
       allocate;
 };
 
+/// The threads, and the control block that they share.
 class StressThreads {
  public:
   /// Starts the threads. Where the system refuses one, ends those started and throws.

@@ -16,6 +16,7 @@ namespace orvane {
 
 using orl::u64;
 
+/// See the head of this file.
 class StressWork {
  public:
   StressWork() = default;

@@ -12,12 +12,14 @@
 
 namespace orl {
 
+/// The settings that depend on the hardware.
 struct Environment {
   /// Where threads are pinned, in turn. By default every core, first threads of physical cores before second
   /// ones.
   std::vector<u32> static_pin_order;
 };
 
+/// What holds without a file.
 Environment default_environment(const Topology& topology);
 /// The whole text of the file for this hardware, with the defaults.
 std::string environment_text(const Topology& topology);

@@ -28,6 +28,7 @@ std::vector<u32> parse_id_list(std::string_view text);
 /// "0-3,7"; "none" for an empty list.
 std::string id_list_text(const std::vector<u32>& rising_ids);
 
+/// Without blanks at its ends.
 std::string_view trimmed(std::string_view text);
 /// Without blanks at its ends and with "?" for every byte that is no printable ASCII: what firmware says may
 /// hold anything, and reports are made of lines.

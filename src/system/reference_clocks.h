@@ -14,6 +14,7 @@
 
 namespace orl {
 
+/// Whether clocks agree; the third is told where they prove nothing.
 enum class ClockCheck { kPassed, kFailed, kUnableToValidate };
 /// "Passed", "Failed", "Unable to Validate".
 const char* clock_check_text(ClockCheck check);
@@ -23,8 +24,10 @@ struct ClockSample {
   std::optional<s64> raw_ns, real_ns;
   std::optional<u64> ticks;  ///< time-stamp counter; only one that runs at a constant rate is used
 };
+/// Reads all that can be used, now.
 ClockSample read_clocks();
 
+/// What a run's clocks say about it.
 struct ClockReport {
   ClockCheck timer;                   ///< the elapsed times agree
   ClockCheck frequency;               ///< the counter ran at the frequency that was measured at the start

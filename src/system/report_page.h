@@ -8,6 +8,7 @@
 
 namespace orl {
 
+/// Title, then each section under its heading, values in a column.
 void print_report_page(std::string_view title, const std::vector<ReportSection>& sections);
 
 }  // namespace orl

@@ -10,6 +10,7 @@
 
 namespace orl {
 
+/// One module, as the firmware describes it.
 struct MemoryModule {
   u64 bytes = 0;
   u32 megatransfers = 0;  ///< per second, as it runs; 0: not told

@@ -8,12 +8,14 @@
 
 namespace orl {
 
+/// A node and its logical cores.
 struct NumaNode {
   u32 id = 0;
   std::vector<u32> cores;  ///< logical core ids, rising
   u64 memory_bytes = 0;    ///< 0: a node without memory of its own
 };
 
+/// Which logical cores there are, and on which nodes.
 struct Topology {
   std::vector<u32> cores;         ///< ids of the online logical cores, rising
   std::vector<NumaNode> nodes;    ///< rising ids; at least one, which then holds every core

@@ -8,6 +8,7 @@
 
 namespace orl {
 
+/// Owns the framework that it names; may be moved, not copied.
 class Parallelism {
  public:
   /// The defaults for this machine.

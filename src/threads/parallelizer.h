@@ -19,6 +19,7 @@ class Object;
 /// A unit of work. Owned by the caller; lives on the caller's stack until the fork-join returns.
 struct ParallelTask {
   virtual ~ParallelTask() = default;
+  /// Does unit `index`; 0 for a task of run_pair.
   virtual void run(u64 index) = 0;
 };
 
@@ -36,6 +37,7 @@ class Parallelizer {
   virtual void reserve() {}
   virtual void reset() {}
 
+  /// The word of the command line and of configuration files; the name in menus and reports.
   virtual const char* key() const = 0;
   virtual const char* name() const = 0;
   /// One line for reports: name, tds, number of threads ("?" when unlimited), details.
@@ -61,6 +63,7 @@ struct ParallelContext {
   Parallelizer& parallelizer;
   u64 tds;
 
+  /// The framework with another number of tasks.
   ParallelContext with_tds(u64 share) const { return {parallelizer, share}; }
   /// Shares of a binary split: the left branch gets the larger half. tds >= 2.
   ParallelContext left() const { return {parallelizer, tds - (tds >> 1)}; }

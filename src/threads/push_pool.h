@@ -35,6 +35,7 @@ struct PoolWorker;
 /// Completion record of one pushed task.
 class TaskLatch {
  public:
+  /// For one push of `task`.
   explicit TaskLatch(ParallelTask& task) : task_(task) {}
   TaskLatch(const TaskLatch&) = delete;
   TaskLatch& operator=(const TaskLatch&) = delete;
@@ -66,6 +67,7 @@ class TaskLatch {
   std::atomic<u8> released_{0};
 };
 
+/// See the head of this file.
 class PushPool {
  public:
   using ThreadStart = std::function<void(u64 worker_index)>;

@@ -16,6 +16,7 @@ struct RegistryEntry {
   std::unique_ptr<Product> (*create)();
 };
 
+/// Types by key, in the order in which they were added.
 template <class Product>
 class Registry {
  public:

@@ -41,6 +41,7 @@ class Parallelizer_Async final : public Parallelizer {
   void read_object(const Object& object) override;
 
   bool async_only() const { return async_only_; }
+  /// Whether std::async must start a thread, or may run a task when it is waited for.
   void set_async_only(bool async_only);
 
  private:

@@ -28,6 +28,7 @@ class Parallelizer_Tbb final : public Parallelizer {
   void write_settings(Object& object) const override;
   void read_object(const Object& object) override;
 
+  /// Makes an arena of this many threads in place of the former one.
   void set_threads(u64 threads);
 
  private:

@@ -13,9 +13,11 @@
 
 namespace orl {
 
+/// An edge that the library guarantees and the sanitizer does not see; empty in other builds.
 class TsanEdge {
  public:
 #ifdef ORVANE_TSAN
+  /// What happened before depart() is visible after arrive().
   void depart() { __tsan_release(this); }
   void arrive() { __tsan_acquire(this); }
 #else

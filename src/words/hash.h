@@ -43,6 +43,7 @@ constexpr u64 hash_sub(u64 a, u64 b) {
 /// -a for a stored hash: -8 modulo 2^64 is 8 times the modulus.
 constexpr u64 hash_neg(u64 a) { return hash_fold(hash_fold(u64(0) - 8 - a)); }
 
+/// a * b, lazy; any a and b.
 constexpr u64 hash_mul(u64 a, u64 b) { return hash_fold_128(u128{a} * b); }
 
 /// h * b + w: one Horner step; any w.

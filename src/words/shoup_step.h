@@ -6,9 +6,11 @@
 
 namespace orl {
 
+/// For one loop; the compiler keeps the fields in registers.
 template <class W>
 class ShoupStep {
  public:
+  /// For arrays of W.
   explicit ShoupStep(const ShoupDivider<W>& s) : d_(s.divisor), lo_(s.inverse_lo), hi_(s.inverse_hi) {}
 
   // Quotient of r * W, r < d; r becomes the remainder. The reciprocal is W^2 / d less a fraction, which costs

@@ -22,6 +22,7 @@ inline constexpr u64 kLeastHenselWords = 28;
 /// Remainders by d.
 class WordFold {
  public:
+  /// Precomputes powers of the base modulo the divisor.
   explicit WordFold(const ShoupDivider<u64>& divider);
   const ShoupDivider<u64>& divider() const { return divider_; }
   /// The remainder of top * W^L + A[at, at + L).
@@ -36,6 +37,7 @@ class WordFold {
 /// stretch does not end as it must.
 class WordDivision {
  public:
+  /// For any number of arrays.
   explicit WordDivision(const ShoupDivider<u64>& divider);
 
   /// T = the quotient of top * W^L + A, L >= 1; returns the remainder.

@@ -36,6 +36,7 @@ inline constexpr const WordKernels* kWordKernelTables[] = {
     &scalar::word_kernel_table, &avx2::word_kernel_table, &avx512::word_kernel_table,
     &avx512::word_kernel_table};
 
+/// The loops that a target runs.
 inline const WordKernels& word_kernels(simd::Target target) {
   return *kWordKernelTables[static_cast<int>(target)];
 }

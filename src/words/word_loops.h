@@ -18,17 +18,20 @@ using Double = std::conditional_t<sizeof(W) == 4, u64, u128>;
 template <class W>
 inline constexpr int kBits = sizeof(W) * 8;
 
+/// Word i of an array at any address.
 template <class W>
 inline W load(const void* A, u64 i) {
   W w;
   std::memcpy(&w, static_cast<const char*>(A) + i * sizeof(W), sizeof(W));
   return w;
 }
+/// Word i of an array at any address.
 template <class W>
 inline void store(void* T, u64 i, W w) {
   std::memcpy(static_cast<char*>(T) + i * sizeof(W), &w, sizeof(W));
 }
 
+/// T = A + B + carry, all of L words; returns the carry out.
 template <class W>
 W add(void* T, const void* A, const void* B, u64 L, W carry) {
   for (u64 i = 0; i < L; ++i) {
@@ -39,6 +42,7 @@ W add(void* T, const void* A, const void* B, u64 L, W carry) {
   return carry;
 }
 
+/// T = A - B - borrow, all of L words; returns the borrow out.
 template <class W>
 W sub(void* T, const void* A, const void* B, u64 L, W borrow) {
   for (u64 i = 0; i < L; ++i) {
@@ -49,6 +53,7 @@ W sub(void* T, const void* A, const void* B, u64 L, W borrow) {
   return borrow;
 }
 
+/// T = A * w + carry, all of L words; returns the word above.
 template <class W>
 W mul(void* T, const void* A, u64 L, W w, W carry) {
   for (u64 i = 0; i < L; ++i) {
