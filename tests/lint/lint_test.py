@@ -17,6 +17,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "tools"))
 import check_docs  # noqa: E402
 import check_includes  # noqa: E402
+import check_pages  # noqa: E402
 import check_shape  # noqa: E402
 from cpp_declarations import blanked, declarations  # noqa: E402
 
@@ -108,7 +109,23 @@ class Includes(Tree):
                 self.assertNotEqual(self.faults(), [])
 
 
-class Shape(Tree):
+class Pages(unittest.TestCase):
+    def test_a_name_of_no_file_is_listed(self):
+        with tempfile.TemporaryDirectory() as folder:
+            root = pathlib.Path(folder)
+            (root / "src/words").mkdir(parents=True)
+            (root / "src/words/hash.h").write_text("")
+            (root / "README.md").write_text("")
+            (root / "src/words/README.md").write_text("`hash.h` and `words/hash.h`, not hash.cpp.\n")
+            status, text = run(check_pages, root)
+            self.assertEqual(status, 0, text)
+            (root / "README.md").write_text("In `src/words/hash.cpp`.\n")
+            status, text = run(check_pages, root)
+            self.assertEqual(status, 1, text)
+            self.assertIn("src/words/hash.cpp", text)
+
+
+class Shape(unittest.TestCase):
     def test_what_goes_against_a_rule_is_listed(self):
         passing = {"--over-eight": 0, "--over-six": 1, "--console": 0, "--shells": 0}
         sources = {
