@@ -17,9 +17,8 @@ A LIST has records of `key: value` lines with blank lines between; `#` opens a r
   equivalent: why no test can see it (may be missing; the record is then only counted)
 
 Tests run in this order until one fails: those named, those of the folder of the file, those of folders that may include it,
-nearest first, then whole runs of the program. Within a group the quickest go first. Only what a group needs is built. The
-first run tests the copy without a fault: it shows how long each test takes, and a test that fails there is left out; when
-the sources have changed since, a test that kills a fault is run once more without it.
+nearest first, slow programs, then scripts that run finished programs. Within a group the quickest go first. Only what a
+group needs is built. A test that kills a fault is run once without any; one that fails there too is left out.
 
 Ends: "killed" (a test failed, or did not end), "survived", "equivalent", "not found" (the line is not there, or not once), "no
 build" (the compiler sees it; the record is wrong). Status 1 when a fault survived."""
@@ -31,15 +30,17 @@ import os
 import pathlib
 import re
 import shutil
+import signal
 import subprocess
 import sys
 import time
+import typing
 
 from check_includes import closure, graph_of
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 KEYS = {"fault", "file", "line", "after", "with", "tests", "equivalent", "note"}
-SHORTEST_LIMIT = 60  # seconds; a test that hangs is killed by ten times what it takes, or by this
+SHORTEST_LIMIT = 60  # seconds; a test that hangs is ended after ten times what it takes, or after these
 
 
 def records_of(path):
@@ -81,6 +82,12 @@ def place_of(lines, record):
     return found[0]
 
 
+class Test(typing.NamedTuple):
+    folder: str    # of tests/
+    targets: list  # what must be built; a script may run any program, so it needs all
+    slow: bool
+
+
 class Copy:
     """The copy of the tree, and what is known about its tests."""
 
@@ -89,8 +96,9 @@ class Copy:
         self.tree = options.work / "tree"
         self.build = self.tree / "build" / "release"
         self.results_file = options.work / "results.json"
+        self.listed = {}
         self.state = ""  # of all sources of the copy
-        self.known = json.loads(self.results_file.read_text()) if self.results_file.exists() else {"clean": {}, "faults": {}}
+        self.known = json.loads(self.results_file.read_text()) if self.results_file.exists() else {"clean": {}, "seconds": {}, "faults": {}}
 
     def save(self):
         partial = self.results_file.with_suffix(".new")
@@ -98,9 +106,20 @@ class Copy:
         partial.replace(self.results_file)
 
     def command(self, *words, limit=None):
-        return subprocess.run([str(word) for word in words], cwd=self.tree, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                              stderr=subprocess.STDOUT, text=True, errors="replace", timeout=limit, check=False,
-                              env={**os.environ, "GTEST_FAIL_FAST": "1", "CCACHE_BASEDIR": str(self.tree)})
+        """(status, output); one that takes too long is ended with all that it started, and has status 1."""
+        process = subprocess.Popen([str(word) for word in words], cwd=self.tree, stdin=subprocess.DEVNULL,
+                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace",
+                                   start_new_session=True,
+                                   env={**os.environ, "GTEST_FAIL_FAST": "1", "CCACHE_BASEDIR": str(self.tree)})
+        try:
+            text, _ = process.communicate(timeout=limit)
+            return process.returncode, text
+        except subprocess.TimeoutExpired:
+            return 1, ""
+        finally:
+            if process.poll() is None:
+                os.killpg(process.pid, signal.SIGKILL)
+                process.communicate()
 
     def update(self):
         """Makes the copy equal to the tree; files that did not change keep their times."""
@@ -120,17 +139,18 @@ class Copy:
             contents.update(name.encode() + b"\0" + (self.tree / name).read_bytes() + b"\0")
         self.state = contents.hexdigest()
         launcher = ["-DCMAKE_CXX_COMPILER_LAUNCHER=ccache"] if shutil.which("ccache") else []
-        done = self.command("cmake", "--preset", "release", "-DORVANE_WERROR=OFF", "-DORVANE_BUILD_BENCH=OFF", *launcher)
-        if done.returncode:
-            raise SystemExit(done.stdout)
+        status, text = self.command("cmake", "--preset", "release", "-DORVANE_WERROR=OFF", "-DORVANE_BUILD_BENCH=OFF", *launcher)
+        if status:
+            raise SystemExit(text)
         self.graph = graph_of(self.tree)
 
     def make(self, targets):
         return self.command("cmake", "--build", self.build, "-j", self.options.side_by_side, "--target", *targets)
 
     def tests(self):
-        """{name: (folder, targets)}; a script needs everything, as it may run any program."""
-        found = {}
+        """{name: Test}."""
+        if self.listed:
+            return self.listed
         text = subprocess.run(["ctest", "--test-dir", self.build, "--show-only=json-v1"], check=True, capture_output=True,
                               text=True).stdout
         for test in json.loads(text)["tests"]:
@@ -139,50 +159,40 @@ class Copy:
                 continue
             folder = pathlib.Path(properties["WORKING_DIRECTORY"]).relative_to(self.build / "tests").as_posix()
             program = re.search(rf"orvane_test\({test['name']}\b", (self.tree / "tests" / folder / "CMakeLists.txt").read_text())
-            found[test["name"]] = (folder, [test["name"]] if program else ["all"])
-        return found
+            self.listed[test["name"]] = Test(folder, [test["name"]] if program else ["all"], "slow" in properties["LABELS"])
+        return self.listed
 
-    def clean_run(self):
-        """Runs the tests that were never run without a fault."""
-        missing = [name for name in self.tests() if name not in self.known["clean"]]
-        if missing:
-            done = self.make(["all"])
-            if done.returncode:
-                raise SystemExit(done.stdout[-3000:])
-        for name in missing:
-            self.run_clean(name)
+    def passes_without(self, name):
+        """Whether a test that killed a fault passes without it, in the copy as it is now. One that does not is left out."""
+        known = self.known["clean"].get(name)
+        if known and known["state"] == self.state:
+            return known["passes"]
+        status, text = self.make(self.tests()[name].targets)
+        if status:
+            raise SystemExit(f"without a fault, {name} does not build:\n{text[-3000:]}")
+        passes = self.run(name)
+        self.known["clean"][name] = {"state": self.state, "passes": passes}
+        if not passes:
+            print(f"{name} fails without a fault and is left out", flush=True)
+        return passes
 
-    def run_clean(self, name):
-        """Whether a test passes without a fault; notes how long it takes."""
+    def seconds(self, name, test):
+        """What the test takes, or a guess."""
+        return self.known["seconds"].get(name, 60 if test.slow else 5)
+
+    def run(self, name):
+        """Whether a test passes."""
+        limit = max(SHORTEST_LIMIT, 10 * self.seconds(name, self.tests()[name]))
         begin = time.monotonic()
-        passed, _ = self.run([name], 1800)
-        self.known["clean"][name] = {"seconds": time.monotonic() - begin if passed else None, "state": self.state}
-        self.save()
-        print(f"{'passes' if passed else 'FAILS, is left out'} in {time.monotonic() - begin:6.1f} s  {name}", flush=True)
-        return passed
-
-    def seconds(self, name):
-        """What the test takes, or None where it fails by itself."""
-        return self.known["clean"].get(name, {"seconds": None})["seconds"]
-
-    def run(self, names, limit):
-        """(whether all passed, the name of the first that did not)."""
-        done = self.command("ctest", "--test-dir", self.build, "-R", "^(" + "|".join(names) + ")$", "--stop-on-failure",
-                            "--timeout", int(limit))
-        failed = re.search(r"Test\s+#\d+: (\S+) \.*\s*\**(?:Failed|Timeout|Exception|Subprocess|Not Run|SEGFAULT|Skipped)", done.stdout)
-        return done.returncode == 0, failed.group(1) if failed else "?"
-
-    def still_passes(self, name):
-        """Whether a test that killed a fault passes without it, in the copy as it is now."""
-        if self.known["clean"].get(name, {}).get("state") == self.state:
-            return True
-        self.make(self.tests().get(name, ("", ["all"]))[1])
-        return self.run_clean(name)
+        status, _ = self.command("ctest", "--test-dir", self.build, "-R", f"^{name}$", limit=limit)
+        if status == 0:
+            self.known["seconds"][name] = time.monotonic() - begin
+        return status == 0
 
     def groups(self, record):
         """Lists of tests in the order in which they are to run."""
         tests = self.tests()
-        usable = [name for name in tests if self.seconds(name) is not None]
+        failing = {name for name, known in self.known["clean"].items() if known["state"] == self.state and not known["passes"]}
         folder = pathlib.PurePosixPath(record["file"]).relative_to("src").parent.as_posix()
         distance = {folder: 0}
         while True:
@@ -195,14 +205,15 @@ class Copy:
         hints = record.get("tests", "").split()
 
         def rank(name):
-            where, targets = tests[name]
+            test = tests[name]
             if any(hint in name for hint in hints):
                 return -1
-            quick = targets != ["all"] and self.seconds(name) < SHORTEST_LIMIT / 4
-            return distance.get(where, 50) if quick else 100
+            if test.folder not in distance and test.targets != ["all"]:
+                return None  # below the folder, or beside it: cannot see the fault
+            return 100 if test.targets == ["all"] else 50 if self.seconds(name, test) > 20 else distance[test.folder]
         ranks = collections.defaultdict(list)
-        for name in sorted(usable, key=self.seconds):
-            if rank(name) != 50:  # below the folder, or beside it: cannot see the fault
+        for name in sorted(set(tests) - failing, key=lambda name: self.seconds(name, tests[name])):
+            if rank(name) is not None:
                 ranks[rank(name)].append(name)
         return [ranks[key] for key in sorted(ranks)], tests
 
@@ -212,7 +223,7 @@ class Copy:
         place = place_of(lines, record)
         if place is None:
             return "not found", ""
-        text = "".join(lines)
+        whole = "".join(lines)
         indent = lines[place][:len(lines[place]) - len(lines[place].lstrip())]
         lines[place] = indent + record["with"] + "\n" if record["with"] else ""
         begin = time.monotonic()
@@ -220,18 +231,17 @@ class Copy:
         try:
             groups, tests = self.groups(record)
             for group in groups:
-                done = self.make(sorted({target for name in group for target in tests[name][1]}))
-                if done.returncode:
-                    return "no build", next((line for line in done.stdout.splitlines() if "error" in line), "")
+                status, text = self.make(sorted({target for name in group for target in tests[name].targets}))
+                if status:
+                    return "no build", next((line for line in text.splitlines() if "error" in line), "")
                 for name in group:
-                    passed, failed = self.run([name], max(SHORTEST_LIMIT, 10 * self.seconds(name)))
-                    if not passed:
-                        return "killed", failed
+                    if not self.run(name):
+                        return "killed", name
                 if time.monotonic() - begin > self.options.limit:
                     return "survived", f"until {group[-1]}, when the time was up"
             return "survived", ""
         finally:
-            path.write_text(text)
+            path.write_text(whole)
 
 
 def report(lists, known):
@@ -270,7 +280,6 @@ def main():
         report(lists, copy.known)
         return 0
     copy.update()
-    copy.clean_run()
     for _, records in lists:
         for record in records:
             if options.only not in record["fault"] + record["file"]:
@@ -280,7 +289,7 @@ def main():
                 continue
             begin = time.monotonic()
             end = ("equivalent", record["equivalent"]) if "equivalent" in record else copy.try_fault(record)
-            if end[0] == "killed" and not copy.still_passes(end[1]):
+            while end[0] == "killed" and not copy.passes_without(end[1]):
                 end = copy.try_fault(record)
             copy.known["faults"][record["fault"]] = {"record": record, "end": end}
             copy.save()
