@@ -46,7 +46,7 @@ double forward_root_pass(double bound, u32 levels, double& largest) {
   return largest_of(row, levels);
 }
 
-// The same on the way back, at the root or elsewhere.
+// The largest value of a pass on the way back, at the root or elsewhere.
 double inverse_pass(double bound, u32 levels, bool at_root, double& largest) {
   Rows row;
   row.fill(bound);
@@ -64,7 +64,7 @@ double inverse_pass(double bound, u32 levels, bool at_root, double& largest) {
   return largest_of(row, levels);
 }
 
-// Of an inverse transform of k 2^n points.
+// The largest value of an inverse transform of k 2^n points.
 double inverse_bound(u32 n, u32 k) {
   double bound = kReduced, largest = 0;
   const u32 stage = residue_stage_levels(n);

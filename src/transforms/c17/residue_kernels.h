@@ -1,10 +1,10 @@
 // The vector kernels of the residue transforms, one table a target, and the plan they read.
 //
-// A transform is k sequences of M = 2^n doubles a prime, one after the other, each cut into subtrees with
-// gaps between them (residue_shape.h). Sequence j holds the polynomial modulo x^M - 1 that Good and Thomas'
-// map gives it, so all k share one twiddle table. A node of the transform is a polynomial modulo x^m - t;
-// node j splits by the square root s[j] of t into 2 j (x^(m/2) - s) and 2 j + 1 (x^(m/2) + s). Transforms end
-// at polynomials of eight terms, which are multiplied as such.
+// A transform is, for each prime, k sequences of M = 2^n doubles, one after the other, each cut into subtrees
+// with gaps between them (residue_shape.h). Sequence j holds the polynomial modulo x^M - 1 that Good and
+// Thomas' map gives it, so all k share one twiddle table. A node of the transform is a polynomial modulo x^m
+// - t; node j splits by the square root s[j] of t into 2 j (x^(m/2) - s) and 2 j + 1 (x^(m/2) + s).
+// Transforms end at polynomials of eight terms, which are multiplied as such.
 #pragma once
 
 #include "simd/target.h"
@@ -24,6 +24,7 @@ struct ResidueModulus {
   const ResidueFactor* odd;  ///< powers of a root of order k
 };
 
+/// What kernels read of one multiplication.
 struct ResiduePlan {
   ResidueRow row;
   ResidueForm form;
@@ -51,7 +52,7 @@ struct ResidueOperand {
   u64 bytes;
 };
 
-/// The same subtree of sequences of a prime, one `apart` doubles after the other.
+/// One subtree in each of several sequences of a prime, `apart` doubles from one to the next.
 struct ResidueSubtrees {
   u64 points, node;
   u64 count, apart;
@@ -59,6 +60,7 @@ struct ResidueSubtrees {
   void* roots;  ///< room for residue_roots_bytes(points), aligned to 64 bytes
 };
 
+/// One instruction set's stages.
 struct ResidueKernels {
   const char* name;
   /// Words to residues, the odd factor, and the first levels() of columns [begin, end) (multiples of 8) of
@@ -78,6 +80,7 @@ struct ResidueKernels {
   void (*join)(const ResiduePlan&, const double* x, u64 stride, u64 count, ResidueJoinRun& run);
 };
 
+/// The kernels that a target runs.
 const ResidueKernels& residue_kernels(simd::Target target);
 
 }  // namespace orl

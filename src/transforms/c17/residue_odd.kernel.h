@@ -1,8 +1,8 @@
 // The odd factor of a length, k = 3, 5 or 7, on the arithmetic of residue_mod.kernel.h.
 //
-// Position i of sequence j is sum over t of x[t M + i] w^(j (t + i / M)), 1 / M taken modulo k (Good, 1958).
-// So the k points of a position are rotated by i / M, a choice a lane, and then transformed with constant
-// factors.
+// Position i of sequence j is sum over t of x[t M + i] w^(j (t + i / M)), 1 / M taken modulo k (I. Good, "The
+// interaction algorithm and practical Fourier analysis", 1958). So the k points of a position are rotated by
+// i / M, a choice for each lane, and then transformed with constant factors.
 namespace orl::SIMD_ISA {
 namespace {
 
@@ -61,7 +61,7 @@ class OddFactor {
     v[1] = a - c + t;
     v[2] = a - b - t;
   }
-  // Five products (Winograd, 1978).
+  // Five products (S. Winograd, "On computing the discrete Fourier transform", 1978).
   static RESIDUE_INLINE void transform(const Mod& mod, const ResidueFactor* f, F64 (&v)[5]) {
     const F64 p1 = v[1] + v[4], q1 = v[1] - v[4], p2 = v[2] + v[3], q2 = v[2] - v[3];
     const F64 even = v[0] + mod.times(p1 + p2, f[0]), uneven = mod.times(p1 - p2, f[1]);

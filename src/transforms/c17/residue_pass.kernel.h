@@ -65,11 +65,11 @@ struct Roots {
   }
 };
 
-// Of a subtree of up to kBlockPoints, down to eight points.
+// The roots of a subtree of up to kBlockPoints, down to eight points.
 using BlockRoots = Roots<kResidueLowRoots>;
 static_assert(kBlockPoints / 8 == kResidueLowRoots && sizeof(BlockRoots) == kResidueBlockRootsBytes);
 
-// Of one pass.
+// The roots of one pass.
 template <u32 Levels>
 struct PassRoots : Roots<1u << Levels> {
   PassRoots(const ResidueModulus& modulus, u64 node, bool inverse) {
@@ -245,7 +245,7 @@ void inverse_block(const Mod& mod, const BlockRoots& roots, double* x, u64 point
                 [&](auto n) { inverse_nodes<n>(mod, roots, x, points, points); });
 }
 
-// L polynomials of eight terms, from rows of memory into one vector a term.
+// L polynomials of eight terms, from rows of memory into one vector per term.
 RESIDUE_INLINE void load_terms(const Mod& mod, const double* x, F64 (&v)[8]) {
   for (u32 b = 0; b < 8 / L; ++b) {
     F64 t[L];
@@ -275,7 +275,7 @@ struct ProductSum {
   }
 };
 
-// c = a b modulo x^8 - t, t one a lane.
+// c = a b modulo x^8 - t; each lane has a t of its own.
 RESIDUE_INLINE void multiply_terms(const Mod& mod, F64 t, F64 ratio, const F64 (&a)[8], F64 (&b)[8],
                                    F64 (&c)[8]) {
   ProductSum sum[8];
@@ -358,8 +358,8 @@ void multiply_tiles(const Mod& mod, const BlockRoots& roots, const BlockRoots& i
 
 // Subtrees --------------------------------------------------------------------------------------------------
 //
-// The same subtree of several sequences goes through one after the other. The first one makes the roots of
-// its blocks, two tables a block, for all. A subtree that is larger than what stays in cache has room for the
+// One subtree of several sequences: they go through one after the other. The first one makes the roots of its
+// blocks, two tables per block, for all. A subtree that is larger than what stays in cache has room for the
 // tables of one of its own subtrees, which are made anew.
 
 void forward_subtree(const ResidueModulus& modulus, double* x, u64 m, u64 node, BlockRoots* roots,
@@ -639,7 +639,9 @@ void last_stage_of(const ResiduePlan& plan, double* F, u64 begin, u64 end, doubl
   }
 }
 
-// Interim.
+// The entries of the table
+// ------------------------------------------------------------------------------------
+
 void first_stage(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin, u64 end, double* tile) {
   with_odd_factor(plan.row.k, [&](auto k) { first_stage_of<k>(plan, F, a, begin, end, tile); });
 }

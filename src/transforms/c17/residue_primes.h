@@ -27,10 +27,12 @@ struct ResiduePrime {
   u32 e;             ///< largest power of two in p - 1
   u64 two_root[48];  ///< root of order 2^i; each is the square of the next
   u64 half[48];      ///< 2^-i
+  /// Arithmetic modulo p, of canonical residues.
   u64 power(u64 base, u64 exponent) const;
   u64 multiply(u64 a, u64 b) const { return static_cast<u64>(static_cast<u128>(a) * b % p); }
   u64 inverse(u64 a) const { return power(a, p - 2); }
   u64 root_of_order(u64 order) const;  ///< of an odd order that divides p - 1
+  /// A residue as a factor of the vector kernels.
   ResidueFactor factor(u64 value) const;
 };
 
@@ -50,7 +52,7 @@ struct ResidueSet {
   ResidueFactor dft[kMaxResiduePrimes][6];
 };
 
-/// One row of the size table: k * 2^n points modulo P primes, 24 (P - 1) bits a point.
+/// One row of the size table: k * 2^n points modulo P primes, 24 (P - 1) bits per point.
 struct ResidueRow {
   u8 P, k, n;
 

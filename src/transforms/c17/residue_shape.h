@@ -62,7 +62,7 @@ constexpr u64 residue_roots_bytes(u64 m) {
   return residue_block_roots(std::min(m, u64{1} << kResidueSubtreeLevels)) * kResidueBlockRootsBytes;
 }
 
-/// Columns of a tile, a multiple of 8: at most 2^12 points a sequence and 2^16 in all where 8 columns allow
+/// Columns of a tile, a multiple of 8: at most 2^12 points per sequence and 2^16 in all where 8 columns allow
 /// it.
 constexpr u64 residue_tile_columns(const ResidueRow& row) {
   const u64 rows = u64{1} << residue_stage_levels(row.n);

@@ -22,6 +22,7 @@ struct ResidueRoots {
   u64 count = 0;                          ///< how many s[] these give
 };
 
+/// Roots of all primes in use; grows, and keeps what it has.
 class ResidueTables final : public FamilyTables {
  public:
   /// How many s[] a shape of 2^n points reads, modulo x^N + 1 too.

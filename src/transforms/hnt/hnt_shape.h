@@ -30,7 +30,7 @@ struct HntRow {
 
   constexpr VstRow residues() const { return {P, k, n}; }
   constexpr u64 wrapped_words() const { return residues().bits() / 32; }
-  /// Of the product that the FFT makes, whose upper half is left out.
+  /// Bits of the product that the FFT makes, whose upper half is left out.
   constexpr u64 remainder_bits() const { return u64{64} * remainder; }
   constexpr u64 bits() const { return 32 * (wrapped_words() + remainder - 1); }
   constexpr bool operator==(const HntRow&) const = default;

@@ -27,6 +27,7 @@ struct NttModulus {
 /// The ring of a product: its node 0 or 1.
 enum class NttRing : u8 { kCyclic = 0, kNegacyclic = 1 };
 
+/// What kernels read of one multiplication.
 template <class R>
 struct NttPlan {
   NttRow<R> row;
@@ -47,6 +48,7 @@ struct NttOperand {
   u64 bytes;
 };
 
+/// One instruction set's stages.
 template <class R>
 struct NttKernels {
   const char* name;
@@ -64,6 +66,7 @@ struct NttKernels {
   void (*finish)(const NttPlan<R>&, R* F, u64 begin, u64 end);
 };
 
+/// The kernels that a target runs.
 template <class R>
 const NttKernels<R>& ntt_kernels(simd::Target target);
 

@@ -65,7 +65,7 @@ struct Mod {
   U64 p;
   explicit NTT_INLINE Mod(const NttModulus<R>& m) : p(U64::all(m.p)) {}
 
-  // Of [0, 2p).
+  // [0, 2p) to [0, p).
   NTT_INLINE U64 reduce(U64 a) const { return V::min(a, a - p); }
   NTT_INLINE U64 add(U64 a, U64 b) const { return reduce(a + b); }
   NTT_INLINE U64 sub(U64 a, U64 b) const {
@@ -75,7 +75,8 @@ struct Mod {
   // Any a that fits a word.
   NTT_INLINE U64 times(U64 a, U64 w, U64 quotient) const { return reduce(V::shoup(a, w, quotient, p)); }
   NTT_INLINE U64 times(U64 a, NttFactor<R> f) const { return times(a, U64::all(f.w), U64::all(f.quotient)); }
-  // A sum of up to four products, times 2^-bits. Its upper word is below 2 p, for 4 p^2 < 2 p 2^bits.
+  // A sum of up to four products, times 2^-bits (P. Montgomery, "Modular multiplication without trial
+  // division", Math. Comp. 44, 1985). Its upper word is below 2 p, for 4 p^2 < 2 p 2^bits.
   NTT_INLINE U64 collapse(const typename V::Sum& sum, U64 inverse) const {
     return sub(reduce(sum.high()), sum.multiple(p, inverse));
   }

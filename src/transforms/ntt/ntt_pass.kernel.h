@@ -125,7 +125,7 @@ NTT_INLINE void transpose(U64 (&v)[L]) {
   for (u32 i = 0; i < L; ++i) v[i] = bits_of(t[i]);
 }
 
-// L polynomials of eight terms, from rows of memory into one vector a term.
+// L polynomials of eight terms, from rows of memory into one vector per term.
 template <class R>
 NTT_INLINE void load_terms(const R* x, U64 (&v)[8]) {
   for (u32 b = 0; b < 8 / L; ++b) {

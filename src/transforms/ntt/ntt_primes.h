@@ -16,7 +16,8 @@ inline constexpr u32 kMaxNttPrimes = 8;
 inline constexpr u32 kMaxNttOdd = 7;
 inline constexpr u32 kSmallestNttLevel = 6;  ///< least n of a shape
 
-/// A factor modulo p and floor(w 2^bits / p), 0 < w < p.
+/// A factor modulo p and floor(w 2^bits / p), 0 < w < p: V. Shoup's form of a product by a constant (D.
+/// Harvey, "Faster arithmetic for number-theoretic transforms", J. Symbolic Computation 60, 2014).
 template <class R>
 struct NttFactor {
   R w;
@@ -32,10 +33,12 @@ struct NttPrime {
   u32 e;             ///< largest power of two in p - 1
   u64 word_inverse;  ///< of p modulo 2^64
   u64 two_root[64];  ///< root of order 2^i; each is the square of the next
+  /// Arithmetic modulo p, of canonical residues.
   u64 multiply(u64 a, u64 b) const { return static_cast<u64>(static_cast<u128>(a) * b % p); }
   u64 power(u64 base, u64 exponent) const;
   u64 inverse(u64 a) const { return power(a, p - 2); }
   u64 root_of_order(u64 order) const;  ///< of an odd prime order that divides p - 1, or of order 1
+  /// A residue with its quotient.
   NttFactor<R> factor(u64 value) const {
     return {static_cast<R>(value), static_cast<R>((static_cast<u128>(value) << kBits) / p)};
   }
@@ -56,7 +59,7 @@ struct NttSet {
   NttFactor<R> sine[kMaxNttPrimes][kMaxNttOdd];    ///< (w^j - w^-j) / 2
 };
 
-/// One row of a size table: k * 2^n points modulo P primes; P - 1 half words a point.
+/// One row of a size table: k * 2^n points modulo P primes; P - 1 half words per point.
 template <class R>
 struct NttRow {
   u8 P, k, n;
@@ -86,7 +89,7 @@ u32 ntt_coefficient_bits(const NttRow<R>& row, u64 terms);
 /// sum of at most half of its points.
 template <class R>
 bool ntt_row_is_sound(const NttRow<R>& row);
-/// The same for the products modulo W^n - 1 and W^n + 1: all points are terms, and may be subtracted; one
+/// As above for the products modulo W^n - 1 and W^n + 1: all points are terms, and may be subtracted; one
 /// level of roots more.
 template <class R>
 bool ntt_row_wraps(const NttRow<R>& row);

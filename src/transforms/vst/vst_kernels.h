@@ -14,6 +14,7 @@
 
 namespace orl {
 
+/// What kernels read of one multiplication.
 struct VstPlan {
   VstShape shape;
   ResiduePlan primes;  ///< set and moduli; roots are null
@@ -21,6 +22,7 @@ struct VstPlan {
   VstRoots roots[kMaxResiduePrimes];
   u8 exponent[7][48];  ///< of w, by sequence and level
 
+  /// The node of subtree `child` at its level.
   u64 node(u64 child) const { return (u64{root} << shape.a) + child; }
   /// First double of subtree `child` of sequence j.
   u64 child(u64 j, u64 child) const {
@@ -28,8 +30,10 @@ struct VstPlan {
   }
 };
 
+/// Whether an operand has been transformed.
 enum class VstForm { raw, transformed };
 
+/// One instruction set's stages.
 struct VstKernels {
   const char* name;
   /// Columns of rows [begin, end) of each child: residues of the operand's points, the odd factor's butterfly
@@ -43,6 +47,7 @@ struct VstKernels {
   void (*last_stage)(const VstPlan&, double* F, u64 begin, u64 end);
 };
 
+/// The kernels that a target runs.
 const VstKernels& vst_kernels(simd::Target target);
 
 }  // namespace orl

@@ -201,8 +201,8 @@ RESIDUE_INLINE void tile_forward(const Mod& mod, const double* x, u64 stride, co
   }
 }
 
-// Polynomials [n, n + L) of eight terms become a vector a term and go to four terms: v[0, 4) modulo x^4 - s,
-// v[4, 8) modulo x^4 + s.
+// Polynomials [n, n + L) of eight terms become a vector per term and go to four terms: v[0, 4) modulo x^4 -
+// s, v[4, 8) modulo x^4 + s.
 RESIDUE_INLINE void load_terms(const Mod& mod, const double* tile, u32 n, F64 w, F64 ratio, F64 (&v)[8]) {
   for (u32 b = 0; b < 8 / L; ++b) {
     F64 t[L];

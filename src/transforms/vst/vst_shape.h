@@ -26,6 +26,7 @@ struct VstRow {
   constexpr u64 bits() const { return row().bits(); }
 };
 
+/// A row, and how its levels are cut into passes.
 struct VstShape {
   ResidueRow row;
   u32 a, b, c;

@@ -19,6 +19,7 @@ struct VstRoots {
       *high_inverse;  ///< as many as transforms of 2^n points need, modulo x^M + 1 too: 2^(n - 2) / kVstLow
 };
 
+/// Roots of all primes in use; grows, and keeps what it has.
 class VstTables final : public FamilyTables {
  public:
   /// Bytes that grow() cuts from an empty table for all of `rows`.

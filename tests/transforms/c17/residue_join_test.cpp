@@ -88,7 +88,7 @@ struct Joining {
     }
   }
 
-  /// Runs of the points split at multiples of 8, joined side by side a few points a call.
+  /// Runs of the points split at multiples of 8, joined side by side a few points per call.
   std::vector<ResidueJoinRun> join(Random& random, simd::Target target, ResidueForm form,
                                    ResidueWindow window) const {
     const u64 count = coefficients.size();
