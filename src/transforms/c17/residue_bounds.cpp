@@ -46,7 +46,7 @@ double forward_root_pass(double bound, u32 levels, double& largest) {
   return largest_of(row, levels);
 }
 
-// The largest value of a pass on the way back, at the root or elsewhere.
+// One pass on the way back, at the root or elsewhere; results as those of the forward pass.
 double inverse_pass(double bound, u32 levels, bool at_root, double& largest) {
   Rows row;
   row.fill(bound);

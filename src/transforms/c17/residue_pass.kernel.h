@@ -639,8 +639,7 @@ void last_stage_of(const ResiduePlan& plan, double* F, u64 begin, u64 end, doubl
   }
 }
 
-// The entries of the table
-// ------------------------------------------------------------------------------------
+// Table ----------------------------------------------------------------------------------------------------
 
 void first_stage(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin, u64 end, double* tile) {
   with_odd_factor(plan.row.k, [&](auto k) { first_stage_of<k>(plan, F, a, begin, end, tile); });
