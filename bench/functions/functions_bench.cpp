@@ -100,7 +100,7 @@ class Bench {
     std::vector<u64> out_words(division_.need().out_words);
     BigFloat<u64> out(out_words.data(), out_words.size());
     const BigFloat<u64> x = view(a), y = view(b);
-    const auto ours = [&] { division_.run(ctx_, out, x, y, heap_.buffer()); };
+    const auto ours = [&] { division_.run(ctx_, frame_, out, x, y, heap_.buffer()); };
     const auto peer = [&] { mpf_div(q, a, b); };
     ours();
     peer();
@@ -115,7 +115,7 @@ class Bench {
     std::vector<u64> out_words(root_.need().out_words);
     BigFloat<u64> out(out_words.data(), out_words.size());
     row(
-        "1/sqrt", root_.need(), [&] { root_.run(ctx_, out, 10005, heap_.buffer()); },
+        "1/sqrt", root_.need(), [&] { root_.run(ctx_, frame_, out, 10005, heap_.buffer()); },
         [&] { mpf_sqrt_ui(s, 10005); });
     mpf_clear(s);
   }
@@ -165,6 +165,7 @@ class Bench {
   TransformTables tables_;
   std::unique_ptr<Parallelizer> framework_;
   RunContext ctx_;
+  NullStackFrame frame_;
 };
 
 Options parse(int argc, char** argv) {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/exceptions.h"
+#include "core/fault_point.h"
 #include "multiply/algorithm_table.h"
 #include "words/words.h"
 
@@ -63,13 +64,14 @@ void check_tops(const char* function, const BigFloat<W>& a, const BigFloat<W>& p
 template <class W>
 Estimate subtract_product(BigFloat<W>& difference, u64 n, const BigFloat<W>& a, const BigFloat<W>& product,
                           const char* function, ParallelContext parallel) {
-  check_tops(function, a, product);
-  const int order = BigFloat<W>::cmp(a, product);
+  const BigFloat<W> dividend = top_words(a, n + 2);
+  check_tops(function, dividend, product);
+  const int order = BigFloat<W>::cmp(dividend, product);
   if (order == 0) return Estimate::kExact;
   if (order > 0)
-    difference.set_usub(n + 1, a, product, parallel);
+    difference.set_usub(n + 1, dividend, product, parallel);
   else
-    difference.set_usub(n + 1, product, a, parallel);
+    difference.set_usub(n + 1, product, dividend, parallel);
   return order > 0 ? Estimate::kUnder : Estimate::kOver;
 }
 
@@ -93,14 +95,16 @@ LevelShape LevelShape::wrapped(u64 n, u64 tds) {
 }
 
 template <class W>
-LevelProducts<W>::LevelProducts(const MultiplyContext& ctx, const LevelShape& shape, W* buffer)
-    : helper_(ctx, shape.product_words, shape.kept), shape_(shape), buffer_(buffer, shape.buffer_words()) {
+RamLevelProducts<W>::RamLevelProducts(const RunContext& ctx, const LevelShape& shape, LinearHeapBuffer heap)
+    : shape_(shape),
+      areas_(lay_out(shape, ctx.parallel.tds, heap)),
+      helper_(ctx.multiply(heap), shape.product_words, shape.kept) {
   if (shape.wrap && helper_.parameters().cyclic_words() != shape.wrap * kHalfWords<W>)
     throw InvalidParametersException("LevelProducts::LevelProducts()", "The plan has another shape.");
 }
 
 template <class W>
-void LevelProducts<W>::keep(const BigFloat<W>& t, u64 index) {
+void RamLevelProducts<W>::keep(const BigFloat<W>& t, u64 index) {
   used_ = index;
   kept_[index].top = t.to_double(&kept_[index].top_exp);
   if (!shape_.wrap) return kept().forward(helper_, shape_.below, t, index);
@@ -110,19 +114,16 @@ void LevelProducts<W>::keep(const BigFloat<W>& t, u64 index) {
   kept().L = used.L;
   kept().sign = used.sign;
   kept().magnitude = used.magnitude();
+  kept_[index].check = RingCheck(shape_.wrap * kHalfWords<W>);
+  kept_[index].check.take(reinterpret_cast<const u32*>(used.T), used.L * kHalfWords<W>, helper_.parallel());
   helper_.parameters().forward_cyclic(helper_.kept(used_), reinterpret_cast<const u32*>(used.T),
                                       used.L * kHalfWords<W>, helper_.scratch(), helper_.parallel());
-}
-
-template <class W>
-void LevelProducts<W>::keep_and_square(BigFloat<W>& T, const BigFloat<W>& t) {
-  BigFloatTransformR<W>::sqr_rx_xf(helper_, T, shape_.n + 1, t, kept());
 }
 
 // Of the product of a and the kept number over `ideal`, which is 1 when zero: as far as doubles tell. 0 and
 // infinity stand for what is out of their reach.
 template <class W>
-double LevelProducts<W>::top_ratio(const BigFloat<W>& a, const BigFloat<W>& ideal) const {
+double RamLevelProducts<W>::top_ratio(const BigFloat<W>& a, const BigFloat<W>& ideal) const {
   s64 exp_a = 0, exp_ideal = 0;
   double x = a.to_double(&exp_a) * kept_[used_].top;
   if (ideal.L != 0) x /= ideal.to_double(&exp_ideal);
@@ -132,12 +133,17 @@ double LevelProducts<W>::top_ratio(const BigFloat<W>& a, const BigFloat<W>& idea
 
 // The residue of a times the kept number fills the buffer.
 template <class W>
-void LevelProducts<W>::residue(const BigFloat<W>& a) {
+void RamLevelProducts<W>::residue(const BigFloat<W>& a) {
   const Parameters& parameters = helper_.parameters();
+  const ParallelContext parallel = helper_.parallel();
+  RingCheck check = kept_[used_].check;
+  check.multiply(reinterpret_cast<const u32*>(a.T), a.L * kHalfWords<W>, parallel);
+  u32* const product = reinterpret_cast<u32*>(buffer_.base);
   parameters.forward_cyclic(helper_.working(), reinterpret_cast<const u32*>(a.T), a.L * kHalfWords<W>,
-                            helper_.scratch(), helper_.parallel());
-  parameters.pointwise_cyclic(helper_.working(), helper_.kept(used_), reinterpret_cast<u32*>(buffer_.base),
-                              helper_.scratch(), helper_.parallel());
+                            helper_.scratch(), parallel);
+  parameters.pointwise_cyclic(helper_.working(), helper_.kept(used_), product, helper_.scratch(), parallel);
+  fault_point("newton product", product, shape_.wrap * sizeof(W));
+  check.compare(product, false, "LevelProducts::residue()", parallel);
   buffer_.T = buffer_.base;
   buffer_.L = shape_.wrap;
   buffer_.exp = a.exp + kept().exp;
@@ -146,7 +152,7 @@ void LevelProducts<W>::residue(const BigFloat<W>& a) {
 
 // The residue less A W^at, `at` of any size, L <= m.
 template <class W>
-void LevelProducts<W>::subtract(const W* A, u64 L, u64 at) {
+void RamLevelProducts<W>::subtract(const W* A, u64 L, u64 at) {
   const ParallelContext parallel = helper_.parallel();
   const u64 m = shape_.wrap;
   W* const C = buffer_.base;
@@ -164,7 +170,7 @@ void LevelProducts<W>::subtract(const W* A, u64 L, u64 at) {
 
 // The number of least magnitude with the residue in the buffer; minus a residue is its complement.
 template <class W>
-Estimate LevelProducts<W>::take_residue(s64 exp) {
+Estimate RamLevelProducts<W>::take_residue(s64 exp) {
   const u64 m = shape_.wrap;
   const bool negative = buffer_.base[m - 1] >> (8 * sizeof(W) - 1) != 0;
   if (negative) bp_not(buffer_.base, buffer_.base, m, helper_.parallel());
@@ -179,7 +185,7 @@ Estimate LevelProducts<W>::take_residue(s64 exp) {
 
 // The product of the top h + 2 words of a in the buffer: whole when wrapped, else to p + 2 words.
 template <class W>
-void LevelProducts<W>::into_buffer(u64 p, const BigFloat<W>& a) {
+void RamLevelProducts<W>::into_buffer(u64 p, const BigFloat<W>& a) {
   const BigFloat<W> used = top_words(a, shape_.below + 2);
   if (!shape_.wrap) return BigFloatTransformR<W>::mul_rf_xf(helper_, buffer_, p, used, kept());
   residue(used);
@@ -187,7 +193,7 @@ void LevelProducts<W>::into_buffer(u64 p, const BigFloat<W>& a) {
 }
 
 template <class W>
-void LevelProducts<W>::multiply(BigFloat<W>& T, u64 p, const BigFloat<W>& a) {
+void RamLevelProducts<W>::multiply(BigFloat<W>& T, u64 p, const BigFloat<W>& a) {
   if (!shape_.wrap)
     return BigFloatTransformR<W>::mul_rf_xf(helper_, T, p, top_words(a, shape_.below + 2), kept());
   into_buffer(p, a);
@@ -195,7 +201,7 @@ void LevelProducts<W>::multiply(BigFloat<W>& T, u64 p, const BigFloat<W>& a) {
 }
 
 template <class W>
-void LevelProducts<W>::multiply_long(BigFloat<W>& T, const BigFloat<W>& a) {
+void RamLevelProducts<W>::multiply_long(BigFloat<W>& T, const BigFloat<W>& a) {
   const BigFloat<W> used = top_words(a, shape_.n + 3);
   const BigFloat<W> lower = words_below(used, shape_.below + 2);
   multiply(T, shape_.n + 1, used);
@@ -205,17 +211,25 @@ void LevelProducts<W>::multiply_long(BigFloat<W>& T, const BigFloat<W>& a) {
 }
 
 template <class W>
-Estimate LevelProducts<W>::error_of(BigFloat<W>& e, const char* function) {
+Estimate RamLevelProducts<W>::take_error_of(BigFloat<W>& e, const char* function) {
   const Estimate side = take_error(e, shape_.below, function, helper_.parallel());
   error_ = e;
   return side;
 }
 
 template <class W>
-Estimate LevelProducts<W>::error(BigFloat<W>& work, const BigFloat<W>& a, const char* function) {
+Estimate RamLevelProducts<W>::square_error(BigFloat<W>& work, const BigFloat<W>& t, W w,
+                                           const char* function) {
+  BigFloatTransformR<W>::sqr_rx_xf(helper_, work, shape_.n + 1, t, kept());
+  work.mul_uW(w, helper_.parallel());
+  return take_error_of(work, function);
+}
+
+template <class W>
+Estimate RamLevelProducts<W>::error(BigFloat<W>& work, const BigFloat<W>& a, const char* function) {
   if (!shape_.wrap) {
     multiply_long(work, a);
-    return error_of(work, function);
+    return take_error_of(work, function);
   }
   const BigFloat<W> used = top_words(a, shape_.n + 3);
   const double e = top_ratio(used, BigFloat<W>());
@@ -234,15 +248,15 @@ Estimate LevelProducts<W>::error(BigFloat<W>& work, const BigFloat<W>& a, const 
 }
 
 template <class W>
-Estimate LevelProducts<W>::difference(BigFloat<W>& work, BigFloat<W>& plain_difference, const BigFloat<W>& a,
-                                      const BigFloat<W>& b, const char* function) {
+Estimate RamLevelProducts<W>::difference(BigFloat<W>& work, const BigFloat<W>& a, const BigFloat<W>& b,
+                                         const char* function) {
   const ParallelContext parallel = helper_.parallel();
   const BigFloat<W> dividend = top_words(a, shape_.n + 2);
   BigFloat<W> divisor = top_words(b, shape_.n + 3);
   if (!shape_.wrap) {
     multiply_long(work, divisor);
-    const Estimate side = subtract_product(plain_difference, shape_.n, dividend, work, function, parallel);
-    error_ = plain_difference;
+    const Estimate side = subtract_product(areas_.difference, shape_.n, dividend, work, function, parallel);
+    error_ = areas_.difference;
     return side;
   }
   const double ratio = top_ratio(divisor, dividend);
@@ -274,9 +288,14 @@ Estimate LevelProducts<W>::difference(BigFloat<W>& work, BigFloat<W>& plain_diff
 }
 
 template <class W>
-void LevelProducts<W>::correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate side) {
-  into_buffer(shape_.below + 1, error_);
+void RamLevelProducts<W>::correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate side) {
+  if (side != Estimate::kExact) into_buffer(shape_.below + 1, error_);
   apply_correction(y, shape_.n, t, buffer_, side, helper_.parallel());
+}
+
+template <class W>
+void RamLevelProducts<W>::keep_exact(BigFloat<W>& y, const BigFloat<W>& t) const {
+  orl::keep_exact(y, shape_.n, t, helper_.parallel());
 }
 
 #define ORVANE_INSTANTIATE(W)                                                                                \
@@ -284,7 +303,7 @@ void LevelProducts<W>::correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate si
   template LevelShape LevelShape::wrapped<W>(u64, u64);                                                      \
   template Estimate subtract_product(BigFloat<W>&, u64, const BigFloat<W>&, const BigFloat<W>&, const char*, \
                                      ParallelContext);                                                       \
-  template class LevelProducts<W>;
+  template class RamLevelProducts<W>;
 ORVANE_INSTANTIATE(u32)
 ORVANE_INSTANTIATE(u64)
 #undef ORVANE_INSTANTIATE

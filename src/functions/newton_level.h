@@ -13,7 +13,9 @@
 #pragma once
 
 #include "functions/newton_steps.h"
+#include "functions/ring_check.h"
 #include "numbers/big_float.h"
+#include "numbers/run_context.h"
 #include "numbers/transform.h"
 
 namespace orl {
@@ -25,82 +27,104 @@ struct LevelShape {
   u64 product_words = 0;  ///< that the shape is asked for
   u64 wrap = 0;           ///< m; 0: plain
   u64 kept = 1;           ///< numbers whose transforms are kept at once, 1 or 2
+  bool dividend = false;  ///< the ideal product is a dividend, else 1
 
   template <class W>
   static LevelShape plain(u64 n);
   /// Wrapped when the shape of that length offers it.
   template <class W>
   static LevelShape wrapped(u64 n, u64 tds);
-
-  /// Words of the buffer of LevelProducts.
-  u64 buffer_words() const { return wrap ? wrap : below + 3; }
-  template <class W>
-  u64 bytes(u64 tds) const {
-    return TransformHelper<W>::bytes(product_words, tds, kept);
-  }
 };
 
-/// difference = |a - product| to n + 3 words; kUnder when a is larger. Throws AlgorithmFailedException
-/// "Convergence Failure: ..." when the tops disagree.
+/// difference = |a - product| to n + 3 words, a cut to its top n + 2; kUnder when a is larger. Throws
+/// AlgorithmFailedException "Convergence Failure: ..." when the tops disagree.
 template <class W>
 Estimate subtract_product(BigFloat<W>& difference, u64 n, const BigFloat<W>& a, const BigFloat<W>& product,
                           const char* function, ParallelContext parallel);
 
+/// The products of a level in RAM.
 template <class W>
-class LevelProducts {
+class RamLevelProducts {
  public:
-  /// `buffer` holds shape.buffer_words(); ctx.scratch the shape's bytes. Throws BufferTooSmallException, and
-  /// InvalidParametersException when ctx leads to another shape than the plan's.
-  LevelProducts(const MultiplyContext& ctx, const LevelShape& shape, W* buffer);
-  LevelProducts(const LevelProducts&) = delete;
-  LevelProducts& operator=(const LevelProducts&) = delete;
+  struct Areas {
+    BigFloat<W> buffer;      ///< m words, or a short product
+    BigFloat<W> difference;  ///< from a dividend, where nothing wraps
+  };
+  /// Cuts what the products of a level take; transforms come last and are left to the rest of `arena`.
+  template <class Arena>
+  static Areas lay_out(const LevelShape& shape, u64 tds, Arena& arena) {
+    const auto number = [&](u64 words) { return BigFloat<W>(arena.template cut<W>(words), words); };
+    Areas areas;
+    areas.buffer = number(shape.wrap ? shape.wrap : shape.below + 3);
+    if (shape.dividend && !shape.wrap) areas.difference = number(shape.n + 3);
+    arena.leave(TransformHelper<W>::bytes(shape.product_words, tds, shape.kept));
+    return areas;
+  }
+
+  /// `heap` holds what lay_out takes for as many tasks as the shape was planned for. Throws
+  /// BufferTooSmallException, and InvalidParametersException when ctx leads to another shape than the plan's.
+  RamLevelProducts(const RunContext& ctx, const LevelShape& shape, LinearHeapBuffer heap);
+  RamLevelProducts(const RamLevelProducts&) = delete;
+  RamLevelProducts& operator=(const RamLevelProducts&) = delete;
 
   /// Transforms the top h + 2 words of t, to keep them as number `index` of shape.kept, and uses them.
   void keep(const BigFloat<W>& t, u64 index = 0);
   /// Uses number `index` again: "the kept number" below.
   void use(u64 index) { used_ = index; }
-  /// T = t^2 to n + 3 words, and t is kept. Plain shapes only.
-  void keep_and_square(BigFloat<W>& T, const BigFloat<W>& t);
   /// T = the top h + 2 words of a times the kept number, to p + 2 words.
   void multiply(BigFloat<W>& T, u64 p, const BigFloat<W>& a);
   /// T = the top n + 3 words of a times the kept number, to n + 3 words.
   void multiply_long(BigFloat<W>& T, const BigFloat<W>& a);
 
-  /// Of e = a times the kept number, ideally 1, finds |e - 1|, and says on which side e is. `work` holds n +
-  /// 4 words. Fails as take_error.
+  /// Computes |e - 1| for e = a * kept, which is 1 in exact arithmetic, and says on which side e is. `work`
+  /// holds n + 4 words. Fails as take_error.
   Estimate error(BigFloat<W>& work, const BigFloat<W>& a, const char* function);
-  /// The same for an e that is at hand; it stays in use.
-  Estimate error_of(BigFloat<W>& e, const char* function);
-  /// Finds |a - b * kept|: kUnder when a is larger. The plain way needs both numbers of n + 4 and n + 3
-  /// words, the wrapped way none. Throws AlgorithmFailedException "Convergence Failure: ..." when the tops
-  /// disagree.
-  Estimate difference(BigFloat<W>& work, BigFloat<W>& plain_difference, const BigFloat<W>& a,
-                      const BigFloat<W>& b, const char* function);
+  /// Computes |e - 1| for e = w t^2, and keeps t. `work` holds e afterwards and stays in use. Plain shapes
+  /// only.
+  Estimate square_error(BigFloat<W>& work, const BigFloat<W>& t, W w, const char* function);
+  /// Computes |a - b * kept|: kUnder when a is larger. The plain way uses `work`, of n + 4 words. Throws
+  /// AlgorithmFailedException "Convergence Failure: ..." when the tops disagree.
+  Estimate difference(BigFloat<W>& work, const BigFloat<W>& a, const BigFloat<W>& b, const char* function);
   /// The error that was found, halved.
   void halve_error() { error_.mp2(-1, helper_.parallel()); }
-  /// y = t -+ the error found times the kept number, to n + 2 words.
+  /// y = t -+ the error found times the kept number, to n + 2 words; y = t where there was none.
   void correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate side);
+  /// y = t, a unit of its lowest place up: the iteration found t exact.
+  void keep_exact(BigFloat<W>& y, const BigFloat<W>& t) const;
 
  private:
   struct Kept {
     BigFloatTransformR<W> transform;
     double top = 0;  ///< the number as a double times W^top_exp
     s64 top_exp = 0;
+    RingCheck check{1};  ///< of wrapped products with the number
   };
 
   BigFloatTransformR<W>& kept() { return kept_[used_].transform; }
+  Estimate take_error_of(BigFloat<W>& e, const char* function);
   double top_ratio(const BigFloat<W>& a, const BigFloat<W>& ideal) const;
   void residue(const BigFloat<W>& a);
   void subtract(const W* A, u64 L, u64 at);
   Estimate take_residue(s64 exp);
   void into_buffer(u64 p, const BigFloat<W>& a);
 
-  const TransformHelper<W> helper_;
   const LevelShape shape_;
-  BigFloat<W> buffer_;
+  Areas areas_;
+  const TransformHelper<W> helper_;
+  BigFloat<W>& buffer_ = areas_.buffer;
   BigFloat<W> error_;
   Kept kept_[2];
   u64 used_ = 0;
 };
+
+/// The products of a level on numbers of one kind.
+template <class Number>
+struct LevelBodies;
+template <class W>
+struct LevelBodies<BigFloat<W>> {
+  using Products = RamLevelProducts<W>;
+};
+template <class Store>
+using LevelProducts = typename LevelBodies<typename Store::Number>::Products;
 
 }  // namespace orl

@@ -1,8 +1,8 @@
-// The _E layer: plain products on small word buffers, in one thread.
+#include "functions/newton_small.h"
+
 #include <cmath>
 
 #include "core/exceptions.h"
-#include "functions/newton.h"
 #include "functions/newton_steps.h"
 
 namespace orl {

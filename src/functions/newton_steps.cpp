@@ -39,7 +39,7 @@ Estimate take_error(BigFloat<W>& e, u64 below, const char* function, ParallelCon
 template <class W>
 void apply_correction(BigFloat<W>& y, u64 n, const BigFloat<W>& t, const BigFloat<W>& d, Estimate side,
                       ParallelContext parallel) {
-  if (d.L == 0)
+  if (d.L == 0 || side == Estimate::kExact)
     y.set_BigFloat(n, t, parallel);
   else if (side == Estimate::kOver)
     y.set_usub(n + 1, t, d, parallel);

@@ -43,7 +43,7 @@ inline s64 error_bound(u64 below) { return 2 - static_cast<s64>(below); }
 template <class W>
 Estimate take_error(BigFloat<W>& e, u64 below, const char* function, ParallelContext parallel);
 
-/// y = t - d or t + d to n + 2 words, with the sign of t; y shares no memory with either.
+/// y = t - d or t + d to n + 2 words, with the sign of t; y = t for kExact. y shares no memory with either.
 template <class W>
 void apply_correction(BigFloat<W>& y, u64 n, const BigFloat<W>& t, const BigFloat<W>& d, Estimate side,
                       ParallelContext parallel);

@@ -5,16 +5,14 @@
 #include <cstdlib>
 
 #include "core/exceptions.h"
+#include "core/fault_point.h"
 #include "core/status.h"
 #include "functions/newton_steps.h"
+#include "functions/ring_check.h"
+#include "memory/sizing_arena.h"
 #include "multiply/algorithm_table.h"
-#include "multiply/product_areas.h"
 #include "multiply/transform_words.h"
 #include "words/words.h"
-
-// Bounds. q keeps p + 2 words, b and a are cut to p + 3, all relative errors are below c W^-(p+1) with c far
-// below W, so |a - q b| < W^(magnitude of a - p). The lowest words of the product lie at the sum of the two
-// exponents, which leaves at most p + 6 words for the residual; 1 - w y^2 in the same way.
 
 namespace orl {
 namespace {
@@ -50,6 +48,17 @@ bool is_one(double x, s64 e) {
 }
 
 template <class W>
+inline constexpr u64 kHalfWords = sizeof(W) / sizeof(u32);
+template <class W>
+const u32* u32_words(const W* words) {
+  return reinterpret_cast<const u32*>(words);
+}
+template <class W>
+u32* u32_words(W* words) {
+  return reinterpret_cast<u32*>(words);
+}
+
+template <class W>
 u64 whole_words(u64 words_u32) {
   return words_u32 * sizeof(u32) % sizeof(W) == 0 ? words_u32 * sizeof(u32) / sizeof(W) : 0;
 }
@@ -57,77 +66,89 @@ u64 whole_words(u64 words_u32) {
 }  // namespace
 
 template <class W>
-Residual<W>::Residual(Of kind, u64 p, u64 tds) : p_(p), n_(p + kResidualWords + kGuardWords) {
+RamResidual<W>::RamResidual(Of kind, u64 p, u64 tds) : p_(p), n_(p + kResidualWords + kGuardWords) {
   const u64 word_bits = 8 * sizeof(W);
   ParametersBox box;
   const Parameters& shape = basic_table<W>().parameters_for(box, nullptr, n_, tds);
-  u64 ring_bytes = 0, product_bytes = 0;
+  MultiplySizes sizes = shape.sizes();
   if (const u64 ring = whole_words<W>(shape.cyclic_words()); ring >= n_) {
     need_.table_bits = n_ * word_bits;
     n_ = ring;
-    areas_ = kind == Of::kInverseRoot ? 1 : 2;
-    product_bytes = areas_ * shape.transform_size() + shape.scratch_size();
-    if (areas_ == 1) ring_bytes = LinearHeapBuffer::cut_bytes<W>(n_);
+    areas_ = kind == Of::kSquare ? 1 : 2;
   } else {
     half_ = (n_ + 1) / 2;
     need_.table_bits = 2 * half_ * word_bits;
-    ring_bytes = LinearHeapBuffer::cut_bytes<W>(n_);
-    product_bytes =
-        LinearHeapBuffer::cut_bytes<W>(2 * half_) + basic_table<W>().sizes(2 * half_, tds).total_bytes();
+    sizes = basic_table<W>().sizes(2 * half_, tds);
   }
-  need_.ram_bytes = ring_bytes + LinearHeapBuffer::cut_bytes<u8>(product_bytes);
+  need_.ram_bytes = layout_bytes([&](auto& arena) { lay_out(arena, sizes); });
 }
 
-// Of two transforms the second makes room for the product.
 template <class W>
-W* Residual<W>::product_of_shape(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
-                                 LinearHeapBuffer heap) const {
-  W* P = areas_ == 1 ? heap.cut<W>(n_) : nullptr;
-  const auto u32_words = [](const W* words) { return reinterpret_cast<const u32*>(words); };
-  const u64 ratio = sizeof(W) / sizeof(u32);
+template <class Arena>
+typename RamResidual<W>::Areas RamResidual<W>::lay_out(Arena& arena, const MultiplySizes& sizes) const {
+  Areas areas{};
+  if (half_ != 0 || areas_ == 1) areas.product = arena.template cut<W>(n_);
+  if (half_ != 0) areas.part = arena.template cut<W>(2 * half_);
+  for (u64 i = 0; i < areas_; ++i) areas.transforms[i] = arena.template cut<u8>(sizes.transform_bytes);
+  areas.tmp = arena.template cut<u8>(sizes.scratch_bytes);
+  return areas;
+}
+
+template <class W>
+W* RamResidual<W>::product_of_shape(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
+                                    LinearHeapBuffer heap) const {
   ParametersBox box;
   const Parameters& shape =
       basic_table<W>().parameters_for(box, &ctx.tables, p_ + kResidualWords + kGuardWords, ctx.parallel.tds);
-  void* areas[2];
-  void* tmp = cut_product_areas(heap, shape.sizes(), areas, areas_, "Residual::run()");
-  shape.forward_cyclic(areas[0], u32_words(x.T), ratio * x.L, tmp, ctx.parallel);
+  const Areas areas = lay_out(heap, shape.sizes());
+  void *const F = areas.transforms[0], *const tmp = areas.tmp;
+  RingCheck check(kHalfWords<W> * n_);
+  check.take(u32_words(x.T), kHalfWords<W> * x.L, ctx.parallel);
+  shape.forward_cyclic(F, u32_words(x.T), kHalfWords<W> * x.L, tmp, ctx.parallel);
   if (areas_ == 1) {
-    areas[1] = areas[0];
-  } else {
-    shape.forward_cyclic(areas[1], u32_words(y.T), ratio * y.L, tmp, ctx.parallel);
-    P = static_cast<W*>(areas[1]);
+    W* const own = areas.product;
+    check.square();
+    shape.pointwise_cyclic(F, F, u32_words(own), tmp, ctx.parallel);
+    fault_point("residual product", own, n_ * sizeof(W));
+    check.compare(u32_words(own), false, "Residual::run()", ctx.parallel);
+    return own;
   }
-  shape.pointwise_cyclic(areas[0], areas[1], reinterpret_cast<u32*>(P), tmp, ctx.parallel);
+  void* const G = areas.transforms[1];
+  W* const P = static_cast<W*>(G);
+  check.multiply(u32_words(y.T), kHalfWords<W> * y.L, ctx.parallel);
+  shape.forward_cyclic(G, u32_words(y.T), kHalfWords<W> * y.L, tmp, ctx.parallel);
+  shape.pointwise_cyclic(F, G, u32_words(P), tmp, ctx.parallel);
+  fault_point("residual product", P, n_ * sizeof(W));
+  check.compare(u32_words(P), false, "Residual::run()", ctx.parallel);
   return P;
 }
 
 template <class W>
-W* Residual<W>::product_in_halves(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
-                                  LinearHeapBuffer heap) const {
-  W* P = heap.cut<W>(n_);
-  W* part = heap.cut<W>(2 * half_);
+W* RamResidual<W>::product_in_halves(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
+                                     LinearHeapBuffer heap) const {
   ParametersBox box;
   const Parameters& shape = basic_table<W>().parameters_for(box, &ctx.tables, 2 * half_, ctx.parallel.tds);
-  void* areas[2];
-  void* tmp = cut_product_areas(heap, shape.sizes(), areas, 2, "Residual::run()");
-  bp_fill(P, n_, 0, ctx.parallel);
+  const Areas areas = lay_out(heap, shape.sizes());
+  void *const F = areas.transforms[0], *const G = areas.transforms[1];
+  bp_fill(areas.product, n_, 0, ctx.parallel);
   for (u64 j = 0; j < y.L; j += half_) {
     const u64 y_words = std::min(half_, y.L - j);
-    forward_words(shape, areas[1], y.T + j, y_words, tmp, ctx.parallel);
+    forward_words(shape, G, y.T + j, y_words, areas.tmp, ctx.parallel);
     for (u64 i = 0; i < x.L; i += half_) {
       const u64 words = std::min(half_, x.L - i);
-      forward_words(shape, areas[0], x.T + i, words, tmp, ctx.parallel);
-      inverse_words(shape, areas[0], areas[1], part, 0, words + y_words, tmp, ctx.parallel);
-      add_wrapped(P, n_, i + j, part, words + y_words, ctx.parallel);
+      forward_words(shape, F, x.T + i, words, areas.tmp, ctx.parallel);
+      inverse_words(shape, F, G, areas.part, 0, words + y_words, areas.tmp, ctx.parallel);
+      add_wrapped(areas.product, n_, i + j, areas.part, words + y_words, ctx.parallel);
     }
   }
-  return P;
+  fault_point("residual product", areas.product, n_ * sizeof(W));
+  return areas.product;
 }
 
 /// x * y modulo W^n - 1, relative to the sum of their exponents.
 template <class W>
-BigFloat<W> Residual<W>::wrapped_product(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
-                                         LinearHeapBuffer heap) const {
+BigFloat<W> RamResidual<W>::wrapped_product(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
+                                            LinearHeapBuffer heap) const {
   if (heap.size < need_.ram_bytes)
     throw BufferTooSmallException("Residual::run()", heap.size, need_.ram_bytes);
   BigFloat<W> product(half_ == 0 ? product_of_shape(ctx, x, y, heap) : product_in_halves(ctx, x, y, heap),
@@ -137,59 +158,83 @@ BigFloat<W> Residual<W>::wrapped_product(const RunContext& ctx, const BigFloat<W
   return product;
 }
 
+/// Whether w x y is `ideal` but for less than W^(magnitude of ideal - p).
 template <class W>
-void Residual<W>::check_quotient(const RunContext& ctx, const BigFloat<W>& quotient, const BigFloat<W>& a,
-                                 const BigFloat<W>& b, LinearHeapBuffer heap) const {
+bool RamResidual<W>::leaves_little(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y, W w,
+                                   const BigFloat<W>& ideal, LinearHeapBuffer heap) const {
   const StatusFrame status(ctx.status, "Verify");
-  const BigFloat<W> q = top_words(quotient, p_ + 2), divisor = top_words(b, p_ + 3);
-  BigFloat<W> dividend = top_words(a, p_ + 3);
-  const s64 magnitude = dividend.magnitude();
+  if (x.L == 0 || y.L == 0) return false;
   // The leading bits, which the ring may fold onto the lowest words.
-  s64 q_exp = 0, b_exp = 0, a_exp = 0;
-  const double leading =
-      q.L == 0 ? 0 : q.to_double(&q_exp) * divisor.to_double(&b_exp) / dividend.to_double(&a_exp);
-  bool right = is_one<W>(leading, q_exp + b_exp - a_exp);
-  if (right) {
-    const BigFloat<W> product = wrapped_product(ctx, q, divisor, heap);
-    if (dividend.exp < product.exp) {
-      const u64 below = std::min(dividend.L, static_cast<u64>(product.exp - dividend.exp));
-      dividend = top_words(dividend, dividend.L - below);
-    }
-    bp_not(product.T, product.T, n_, ctx.parallel);
-    const u64 at = static_cast<u64>(dividend.exp - product.exp);
-    add_wrapped(product.T, n_, at, dividend.T, dividend.L, ctx.parallel);
-    const s64 words = std::max<s64>(magnitude - static_cast<s64>(p_) - product.exp, 1);
-    right = is_small(product.T, n_, static_cast<u64>(words), ctx.parallel);
+  s64 x_exp = 0, y_exp = 0, ideal_exp = 0;
+  const double product_top = x.to_double(&x_exp) * y.to_double(&y_exp) * static_cast<double>(w);
+  const double leading = product_top / ideal.to_double(&ideal_exp);
+  const s64 above = x_exp + y_exp - ideal_exp;
+  if (!is_one<W>(leading, above)) return false;
+
+  const BigFloat<W> product = wrapped_product(ctx, x, y, heap);
+  if (w != 1) {
+    const W carry = bp_mul_uW(product.T, product.T, n_, w, 0, ctx.parallel);
+    add_wrapped(product.T, n_, 0, &carry, 1, ctx.parallel);
   }
-  if (!right)
+  // What the ideal value has below the product is less than the bound.
+  BigFloat<W> used = ideal;
+  if (used.exp < product.exp)
+    used = top_words(ideal, ideal.L - std::min(ideal.L, static_cast<u64>(product.exp - ideal.exp)));
+  bp_not(product.T, product.T, n_, ctx.parallel);
+  add_wrapped(product.T, n_, static_cast<u64>(used.exp - product.exp), used.T, used.L, ctx.parallel);
+  const bool power = ideal.L == 1 && ideal.T[0] == 1;
+  const s64 magnitude = power ? ideal.exp : ideal.magnitude();
+  const s64 words = std::max<s64>(magnitude - static_cast<s64>(p_) - product.exp, 1);
+  return is_small(product.T, n_, static_cast<u64>(words), ctx.parallel);
+}
+
+template <class W>
+void RamResidual<W>::check_quotient(const RunContext& ctx, const BigFloat<W>& q, const BigFloat<W>& a,
+                                    const BigFloat<W>& b, LinearHeapBuffer heap) const {
+  if (!leaves_little(ctx, top_words(q, p_ + 2), top_words(b, p_ + 3), 1, top_words(a, p_ + 3), heap))
     throw AlgorithmFailedException("Division_BigFloatR<wtype>::run()",
                                    "Residual is too large. Division failed.");
 }
 
 template <class W>
-void Residual<W>::check_inverse_root(const RunContext& ctx, const BigFloat<W>& root, W w,
-                                     LinearHeapBuffer heap) const {
-  const StatusFrame status(ctx.status, "Verify");
+void RamResidual<W>::check_square_root(const RunContext& ctx, const BigFloat<W>& b, const BigFloat<W>& a,
+                                       LinearHeapBuffer heap) const {
+  const BigFloat<W> root = top_words(b, p_ + 2);
+  if (!leaves_little(ctx, root, root, 1, top_words(a, p_ + 3), heap))
+    throw AlgorithmFailedException("SqrtFloat_BigFloatR::run()",
+                                   "Residual is too large. Square root failed.");
+}
+
+namespace {
+
+template <class W>
+struct One {
+  W word = 1;
+  BigFloat<W> number{&word, 1};
+  One() { number.L = 1, number.sign = 1; }
+};
+
+}  // namespace
+
+template <class W>
+void RamResidual<W>::check_inverse_root(const RunContext& ctx, const BigFloat<W>& root, W w,
+                                        LinearHeapBuffer heap) const {
   const BigFloat<W> y = top_words(root, p_ + 2);
-  s64 exp = 0;
-  const double leading = y.L == 0 ? 0 : y.to_double(&exp);
-  bool right = y.exp <= 0 && leading > 0 && is_one<W>(leading * leading * static_cast<double>(w), 2 * exp);
-  if (right) {
-    const BigFloat<W> product = wrapped_product(ctx, y, y, heap);
-    const W carry = bp_mul_uW(product.T, product.T, n_, w, 0, ctx.parallel);
-    add_wrapped(product.T, n_, 0, &carry, 1, ctx.parallel);
-    bp_not(product.T, product.T, n_, ctx.parallel);
-    const W one = 1;
-    add_wrapped(product.T, n_, static_cast<u64>(-product.exp), &one, 1, ctx.parallel);
-    const s64 words = std::max<s64>(-static_cast<s64>(p_) - product.exp, 1);
-    right = is_small(product.T, n_, static_cast<u64>(words), ctx.parallel);
-  }
-  if (!right)
+  if (y.signum() <= 0 || !leaves_little(ctx, y, y, w, One<W>().number, heap))
     throw AlgorithmFailedException("InvsqrtWord_BigFloatR::run()",
                                    "Residual is too large. Inverse root failed.");
 }
 
-template class Residual<u32>;
-template class Residual<u64>;
+template <class W>
+void RamResidual<W>::check_inverse_root(const RunContext& ctx, const BigFloat<W>& y, const BigFloat<W>& b,
+                                        LinearHeapBuffer heap) const {
+  if (y.signum() <= 0 ||
+      !leaves_little(ctx, top_words(y, p_ + 2), top_words(b, p_ + 3), 1, One<W>().number, heap))
+    throw AlgorithmFailedException("InvsqrtFloat_BigFloatR::run()",
+                                   "Residual is too large. Inverse root failed.");
+}
+
+template class RamResidual<u32>;
+template class RamResidual<u64>;
 
 }  // namespace orl

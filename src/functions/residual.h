@@ -1,14 +1,19 @@
-// Proof of a quotient or of an inverse root: multiplied back, it must give what it was made from.
+// Proof of quotients and roots: multiplied back, they must give what they were made from.
 //
 // A Newton iteration proves the estimate of each level by the next one; nothing proves the last correction.
-// So a - q b, or 1 - w y^2, is formed once. Only its size matters, and it is known to be small: of the
-// product the words above are those of a (or of 1), so it is taken modulo W^n - 1, with n a few words above
-// the precision p. A residual that is larger than the bound of newton.cpp leaves words that are neither all
-// zero nor all ones above it; a random one passes with a chance of W^-4.
+// So the product x y that is ideally a is formed once more: q b for a quotient q of a and b, b^2 for a root b
+// of a, w y^2 for y = 1/sqrt(w), b y for y = 1/b. Only the size of a - x y matters, and it is known to be
+// small: the upper words of the product are those of a, so it is taken modulo W^n - 1, with n a few words
+// above the precision p. A residual that is larger than the bound leaves words that are neither all zero nor
+// all ones above it; a random one passes with a chance of W^-4.
 //
-// Cost     one product of n words where the shape multiplies modulo W^n - 1; four of them, taken in halves,
-//          where it does not, so that no product is longer than n + 1 words.
-// Threads  a plan may be shared; its heap belongs to one run.
+// Bound    |a - x y| < W^(magnitude of a - p): x keeps p + 2 words, y and a are cut to p + 3, and all relative
+//          errors are below c W^-(p+1) with c far below W (newton.body.h). The lowest words of the product
+//          lie at the sum of the two exponents, which leaves at most p + 6 words for the residual.
+// Cost     One product of n words where the shape multiplies modulo W^n - 1, whose operands and result are
+//          folded besides (ring_check.h); four of them, taken in halves, where it does not, so that no
+//          product is longer than n + 1 words.
+// Threads  A plan may be shared; its heap belongs to one run.
 #pragma once
 
 #include "numbers/big_float.h"
@@ -18,22 +23,42 @@
 namespace orl {
 
 template <class W>
-class Residual {
+class RamResidual {
  public:
-  enum class Of { kQuotient, kInverseRoot };
+  enum class Of {
+    kProduct,  ///< of two numbers
+    kSquare    ///< of one, which takes one transform instead of two
+  };
 
-  /// Results of precision p, as Division_BigFloatR or InvsqrtWord_BigFloatR gives them; p >= 1.
-  Residual(Of kind, u64 p, u64 tds);
+  /// Results of precision p, as the plans of newton.h give them; p >= 1.
+  RamResidual(Of kind, u64 p, u64 tds);
 
   Need need() const { return need_; }
 
-  /// Throws AlgorithmFailedException "Residual is too large. Division failed." unless q is a / b.
+  /// Throws AlgorithmFailedException `function`, "Residual is too large. Division failed." unless q is a / b.
   void check_quotient(const RunContext& ctx, const BigFloat<W>& q, const BigFloat<W>& a, const BigFloat<W>& b,
                       LinearHeapBuffer heap) const;
+  /// Throws AlgorithmFailedException "Residual is too large. Square root failed." unless b is sqrt(a).
+  void check_square_root(const RunContext& ctx, const BigFloat<W>& b, const BigFloat<W>& a,
+                         LinearHeapBuffer heap) const;
   /// Throws AlgorithmFailedException "Residual is too large. Inverse root failed." unless y is 1/sqrt(w).
   void check_inverse_root(const RunContext& ctx, const BigFloat<W>& y, W w, LinearHeapBuffer heap) const;
+  /// As above unless y is 1/b, where b is the root of the number that y was made from.
+  void check_inverse_root(const RunContext& ctx, const BigFloat<W>& y, const BigFloat<W>& b,
+                          LinearHeapBuffer heap) const;
 
  private:
+  struct Areas {
+    W* product;  ///< of the ring; null where the second transform makes room for it
+    W* part;     ///< a product of two halves
+    void* transforms[2];
+    void* tmp;
+  };
+  template <class Arena>
+  Areas lay_out(Arena& arena, const MultiplySizes& sizes) const;
+
+  bool leaves_little(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y, W w,
+                     const BigFloat<W>& ideal, LinearHeapBuffer heap) const;
   BigFloat<W> wrapped_product(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
                               LinearHeapBuffer heap) const;
   W* product_of_shape(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
@@ -47,5 +72,15 @@ class Residual {
   u64 areas_ = 2;  ///< transforms held at once
   Need need_;
 };
+
+/// The residual of numbers of one kind.
+template <class Number>
+struct ResidualBodies;
+template <class W>
+struct ResidualBodies<BigFloat<W>> {
+  using Type = RamResidual<W>;
+};
+template <class Store>
+using Residual = typename ResidualBodies<typename Store::Number>::Type;
 
 }  // namespace orl

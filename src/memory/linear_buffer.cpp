@@ -62,6 +62,8 @@ void LinearHeapBuffer::leave(u64 bytes) const {
   if (bytes > size) throw BufferTooSmallException("LinearHeapBuffer::leave()", size, bytes);
 }
 
+void LinearHeapBuffer::leave(const Need& need) const { leave(need.ram_bytes); }
+
 template <class W>
 W* LinearWordBuffer<W>::cut_from_bottom(u64 count) {
   if (count > size) throw BufferTooSmallException("LinearWordBuffer::cut_from_bottom()", size, count);

@@ -22,6 +22,7 @@ void set_cut_observer(CutObserver* observer);
 
 template <class W>
 struct LinearWordBuffer;
+struct Need;
 
 /// `size` bytes at `ptr`, 64-byte aligned.
 struct LinearHeapBuffer {
@@ -46,6 +47,7 @@ struct LinearHeapBuffer {
   /// States that a call that gets the rest cuts up to `bytes` from it; a layout says so here and
   /// sizing_arena.h counts it. Throws BufferTooSmallException when they do not fit.
   void leave(u64 bytes) const;
+  void leave(const Need& need) const;
 
   /// `count` words, rounded up to whole lines of 64 bytes.
   template <class W>

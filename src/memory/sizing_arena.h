@@ -34,6 +34,7 @@ class SizingArena {
   }
   /// A call that gets the rest of this arena cuts up to `bytes` from it.
   void leave(u64 bytes) const { SizingArena(*this).take(bytes); }
+  void leave(const Need& need) const { leave(need.ram_bytes); }
 
  private:
   static constexpr u64 kTooMuch = std::numeric_limits<u64>::max();

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "memory/sizing_arena.h"
+#include "multiply/algorithm_table.h"
 #include "numbers/big_float.h"
 #include "numbers/exact_float.h"
 #include "numbers/run_context.h"
@@ -52,6 +53,13 @@ struct RamStore {
   static Need need_of(Layout&& layout) {
     Need need;
     need.ram_bytes = layout_bytes(layout);
+    return need;
+  }
+  /// Scratch and tables of set_mul for a product of `words` words whose top `window` words are wanted.
+  static Need product_need(u64 words, u64 window, const Budget& budget) {
+    Need need;
+    need.ram_bytes = basic_table<W>().max_bounded_sizes(words, budget.tds, window).product_bytes;
+    need.table_bits = words * 8 * sizeof(W);
     return need;
   }
   static Scratch scratch(const RunContext& ctx, Arena arena) { return ctx.multiply(arena); }

@@ -104,6 +104,9 @@ class Runner {
   TransformTables tables_;
 };
 
+/// The frame of the plans that a test runs; it holds nothing.
+inline NullStackFrame frame;
+
 /// A number that owns its words; `spare` words of room above.
 template <class W>
 struct OwnedFloat {

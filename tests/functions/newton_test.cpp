@@ -56,7 +56,7 @@ class Newton : public ::testing::Test {
     Runner<W> runner(plan.need().table_bits, framework);
     OwnedFloat<W> y(plan.need().out_words);
     runner.run(plan.need(), tds,
-               [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, y.x, w, heap); });
+               [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, frame, y.x, w, heap); });
     expect_close(y.x, inverse_root<W>(Mpz(u64{w}), 0, n + 4), n + 4, n);
   }
 
@@ -65,7 +65,7 @@ class Newton : public ::testing::Test {
     Runner<W> runner(plan.need().table_bits);
     OwnedFloat<W> y(plan.need().out_words);
     runner.run(plan.need(), tds,
-               [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, y.x, a, heap); });
+               [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, frame, y.x, a, heap); });
     const u64 words = n + 6 + static_cast<u64>(std::abs(a.magnitude()));
     expect_close(y.x, inverse_root<W>(Mpz(a.T, a.L), a.exp, words), words, n);
   }
@@ -75,7 +75,7 @@ class Newton : public ::testing::Test {
     Runner<W> runner(plan.need().table_bits);
     OwnedFloat<W> y(plan.need().out_words);
     runner.run(plan.need(), tds,
-               [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, y.x, a, heap); });
+               [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, frame, y.x, a, heap); });
     const s64 words = static_cast<s64>(n) + 6 + std::abs(a.magnitude());
     const Mpz want = word_power<W>(static_cast<u64>(words - a.exp)) / Mpz(a.T, a.L);
     EXPECT_EQ(y.x.sign, a.sign);
@@ -89,7 +89,7 @@ class Newton : public ::testing::Test {
     OwnedFloat<W> q(plan.need().out_words);
     runner.run(
         plan.need(), tds,
-        [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, q.x, a, b, heap); },
+        [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, frame, q.x, a, b, heap); },
         a.L == 0 || division == DivisionMemory::kLeast ? ~u64{0} : 4096);
     if (a.L == 0) {
       EXPECT_EQ(q.x.L, 0u);
@@ -265,14 +265,15 @@ TYPED_TEST(Newton, RefusesWhatItCannotDo) {
   const InvsqrtWord_BigFloatR<W> root(n, 2);
   const Reciprocal_BigFloatR<W> reciprocal(n, 2);
   const Division_BigFloatR<W> division(n, 2);
-  EXPECT_THROW(root.run(runner.context(2), out.x, 0, memory.buffer()), ArithmeticException);
-  EXPECT_THROW(reciprocal.run(runner.context(2), out.x, zero.x, memory.buffer()), ArithmeticException);
-  EXPECT_THROW(division.run(runner.context(2), out.x, one.x, zero.x, memory.buffer()), ArithmeticException);
-  EXPECT_THROW(root.run(runner.context(3), out.x, 5, memory.buffer()), InvalidParametersException);
-  EXPECT_THROW(division.run(runner.context(1), out.x, one.x, one.x, memory.buffer()),
+  EXPECT_THROW(root.run(runner.context(2), frame, out.x, 0, memory.buffer()), ArithmeticException);
+  EXPECT_THROW(reciprocal.run(runner.context(2), frame, out.x, zero.x, memory.buffer()), ArithmeticException);
+  EXPECT_THROW(division.run(runner.context(2), frame, out.x, one.x, zero.x, memory.buffer()),
+               ArithmeticException);
+  EXPECT_THROW(root.run(runner.context(3), frame, out.x, 5, memory.buffer()), InvalidParametersException);
+  EXPECT_THROW(division.run(runner.context(1), frame, out.x, one.x, one.x, memory.buffer()),
                InvalidParametersException);
   const LinearHeapBuffer small(memory.data(), root.need().ram_bytes - 64);
-  EXPECT_THROW(root.run(runner.context(1), out.x, 5, small), BufferTooSmallException);
+  EXPECT_THROW(root.run(runner.context(1), frame, out.x, 5, small), BufferTooSmallException);
 }
 
 // What a miscomputed product looks like to an iteration.
@@ -314,12 +315,11 @@ TYPED_TEST(Newton, WrappedErrorOutsideItsBoundIsAFailure) {
   const Reciprocal_BigFloatR<W> plan(n / 2, 1);
   Runner<W> runner(1 << 16);
   runner.run(plan.need(), 1,
-             [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, t.x, a.x, heap); });
+             [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, frame, t.x, a.x, heap); });
   const LevelShape shape = LevelShape::wrapped<W>(n, 1);
   ASSERT_GE(shape.wrap, n);
-  std::vector<W> buffer(shape.buffer_words());
-  AlignedBytes memory(shape.bytes<W>(1));
-  LevelProducts<W> products(runner.context(1).multiply(memory.buffer()), shape, buffer.data());
+  AlignedBytes memory(layout_bytes([&](auto& arena) { RamLevelProducts<W>::lay_out(shape, 1, arena); }));
+  RamLevelProducts<W> products(runner.context(1), shape, memory.buffer());
   OwnedFloat<W> none(1), one({1}, 0);
   const auto fails = [&](u64 word, W flip, s64 exp) {
     t.x.T[word] ^= flip;
@@ -329,7 +329,7 @@ TYPED_TEST(Newton, WrappedErrorOutsideItsBoundIsAFailure) {
     try {
       products.error(none.x, a.x, "test()");
     } catch (const AlgorithmFailedException&) {
-      EXPECT_THROW(products.difference(none.x, none.x, one.x, a.x, "test()"), AlgorithmFailedException);
+      EXPECT_THROW(products.difference(none.x, one.x, a.x, "test()"), AlgorithmFailedException);
       failed = true;
     }
     t.x.T[word] ^= flip;

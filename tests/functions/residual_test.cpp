@@ -14,12 +14,13 @@ namespace {
 template <class W>
 class ResidualTest : public ::testing::Test {
  protected:
+  using Of = typename RamResidual<W>::Of;
   Random random;
   ::testing::ScopedTrace trace{__FILE__, __LINE__, random.replay()};
 
   /// Runs `plan` with exactly its memory and tables; true when it lets the numbers pass.
   template <class Check>
-  bool passes(const Residual<W>& residual, u64 tds, const Check& check) {
+  bool passes(const RamResidual<W>& residual, u64 tds, const Check& check) {
     Runner<W> runner(residual.need().table_bits, tds > 1 ? "spawn" : "none");
     GuardedHeap heap(residual.need().ram_bytes);
     bool passed = true;
@@ -53,9 +54,11 @@ class ResidualTest : public ::testing::Test {
     Runner<W>(division.need().table_bits)
         .run(
             division.need(), tds,
-            [&](const RunContext& ctx, LinearHeapBuffer heap) { division.run(ctx, q.x, a.x, b.x, heap); },
+            [&](const RunContext& ctx, LinearHeapBuffer heap) {
+              division.run(ctx, frame, q.x, a.x, b.x, heap);
+            },
             ~u64{0});
-    const Residual<W> residual(Residual<W>::Of::kQuotient, p, tds);
+    const RamResidual<W> residual(Of::kProduct, p, tds);
     const auto right = [&] {
       return passes(residual, tds, [&](const RunContext& ctx, LinearHeapBuffer heap) {
         residual.check_quotient(ctx, q.x, a.x, b.x, heap);
@@ -83,8 +86,9 @@ class ResidualTest : public ::testing::Test {
     Runner<W>(root.need().table_bits)
         .run(
             root.need(), tds,
-            [&](const RunContext& ctx, LinearHeapBuffer heap) { root.run(ctx, y.x, w, heap); }, ~u64{0});
-    const Residual<W> residual(Residual<W>::Of::kInverseRoot, p, tds);
+            [&](const RunContext& ctx, LinearHeapBuffer heap) { root.run(ctx, frame, y.x, w, heap); },
+            ~u64{0});
+    const RamResidual<W> residual(Of::kSquare, p, tds);
     const auto right = [&](W word) {
       return passes(residual, tds, [&](const RunContext& ctx, LinearHeapBuffer heap) {
         residual.check_inverse_root(ctx, y.x, word, heap);
