@@ -86,6 +86,7 @@ class InvsqrtFloat : public NewtonPlan<Store, InvsqrtFloat<Store>> {
   using typename Plan::Arena, typename Plan::Budget, typename Plan::Frame, typename Plan::Number,
       typename Plan::W;
 
+  /// A plan for p words and at most tds tasks.
   InvsqrtFloat(u64 p, const Budget& budget);
 
   /// out = 1/sqrt(a), else as InvsqrtWord::run. `a` may be of any length; its top p + 2 words count.
@@ -108,6 +109,7 @@ class Reciprocal : public NewtonPlan<Store, Reciprocal<Store>> {
   using typename Plan::Arena, typename Plan::Budget, typename Plan::Frame, typename Plan::Number,
       typename Plan::W;
 
+  /// A plan for p words and at most tds tasks.
   Reciprocal(u64 p, const Budget& budget);
 
   /// out = 1/a, else as InvsqrtWord::run. `a` may be of any length; its top p + 2 words count.
@@ -136,6 +138,7 @@ class Division : public NewtonPlan<Store, Reciprocal<Store>> {
   using typename Plan::Arena, typename Plan::Budget, typename Plan::Frame, typename Plan::Number,
       typename Plan::W;
 
+  /// A plan for p words and tds tasks.
   Division(u64 p, const Budget& budget, DivisionMemory memory = DivisionMemory::kKeep);
 
   /// out = a / b; out holds need().out_words words. `a` may be zero, `b` not. Throws

@@ -24,7 +24,7 @@ namespace orl {
 namespace {
 
 constexpr u64 kWrapGuard = 12;
-// Of a product of doubles that are right to 53 bits.
+// Relative error of a product of doubles that are right to 53 bits, and more.
 constexpr double kTopError = 0x1p-40;
 template <class W>
 inline constexpr u64 kHalfWords = sizeof(W) / sizeof(u32);
@@ -120,7 +120,7 @@ void RamLevelProducts<W>::keep(const BigFloat<W>& t, u64 index) {
                                       used.L * kHalfWords<W>, helper_.scratch(), helper_.parallel());
 }
 
-// Of the product of a and the kept number over `ideal`, which is 1 when zero: as far as doubles tell. 0 and
+// The product of a and the kept number over `ideal` (over 1 when that is zero), as far as doubles tell. 0 and
 // infinity stand for what is out of their reach.
 template <class W>
 double RamLevelProducts<W>::top_ratio(const BigFloat<W>& a, const BigFloat<W>& ideal) const {

@@ -4,8 +4,7 @@
 // t is transformed once for all of them.
 //
 // Plain    a shape of 2 (h + 2) words. A full-length operand is taken in two halves, and the product is cut
-// to
-//          n + 3 words.
+//          to n + 3 words.
 // Wrapped  a shape with products modulo W^m - 1, m a few words above n. The product of n + h + 5 words is
 //          known but for about n: its top is that of 1, or of the dividend. The residue less what is ideal is
 //          congruent to the error, which is shorter than m words and so is found whole, with its sign. Five
@@ -29,6 +28,7 @@ struct LevelShape {
   u64 kept = 1;           ///< numbers whose transforms are kept at once, 1 or 2
   bool dividend = false;  ///< the ideal product is a dividend, else 1
 
+  /// Two halves of a full-length operand.
   template <class W>
   static LevelShape plain(u64 n);
   /// Wrapped when the shape of that length offers it.
@@ -46,6 +46,7 @@ Estimate subtract_product(BigFloat<W>& difference, u64 n, const BigFloat<W>& a, 
 template <class W>
 class RamLevelProducts {
  public:
+  /// Where the buffers of a level lie.
   struct Areas {
     BigFloat<W> buffer;      ///< m words, or a short product
     BigFloat<W> difference;  ///< from a dividend, where nothing wraps

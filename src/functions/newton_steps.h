@@ -29,6 +29,7 @@ BigFloat<W> words_below(const BigFloat<W>& a, u64 count) {
   return view;
 }
 
+/// On which side of the ideal value an estimate's product lies.
 enum class Estimate { kExact, kOver, kUnder };
 
 /// Largest magnitude of the error of a product with an estimate of `below` words, relative to the ideal

@@ -14,6 +14,7 @@ namespace orl {
 
 namespace proved {
 
+/// The canonical hash of the words as they stand.
 template <class Number>
 u64 hash_of(const Number& x, const RunContext& ctx) {
   return hash_canon(x.computed_hash(ctx.parallel));

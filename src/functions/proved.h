@@ -1,5 +1,5 @@
-// Products, quotients and roots that end only when they are proved. Each is a plan as those of newton.h, in the
-// same memory or a little more.
+// Products, quotients and roots that end only when they are proved. Each is a plan as those of newton.h, in
+// the same memory or a little more.
 //
 // Hashes   run() returns the hash of its result, canonical, taken before the residual read the words. Who
 //          compares the words with it later proves that they are still those. Operands come with the hash
@@ -33,9 +33,9 @@ class ProvedProduct {
   ProvedProduct(u64 p, const Budget& budget);
 
   Need need() const { return need_; }
-  /// out = a * b; `a` and `b` may be one number, which is squared. The whole product is made and its hash compared
-  /// with the product of the operands' hashes. Throws InvalidParametersException for longer operands,
-  /// AlgorithmFailedException "Checksum Mismatch. Multiplication Failed.".
+  /// out = a * b; `a` and `b` may be one number, which is squared. The whole product is made and its hash
+  /// compared with the product of the operands' hashes. Throws InvalidParametersException for longer
+  /// operands, AlgorithmFailedException "Checksum Mismatch. Multiplication Failed.".
   u64 run(const RunContext& ctx, Frame& frame, Number& out, const Hashed<Number>& a, const Hashed<Number>& b,
           Arena arena) const;
 
@@ -58,6 +58,7 @@ class ProvedInvsqrtWord {
   using Frame = typename Store::Frame;
   using Budget = typename Store::Budget;
 
+  /// A plan for p words and `tds` tasks.
   ProvedInvsqrtWord(u64 p, const Budget& budget);
 
   Need need() const { return need_; }
@@ -85,12 +86,13 @@ class ProvedSqrtFloat {
   using Frame = typename Store::Frame;
   using Budget = typename Store::Budget;
 
+  /// A plan for p words.
   ProvedSqrtFloat(u64 p, const Budget& budget);
 
   Need need() const { return need_; }
-  /// root = sqrt(a) to p words, of need().out_words words. Throws as InvsqrtFloat::run, AlgorithmFailedException
-  /// "Residual is too large. Square root failed." and "Checksum Mismatch. Square root failed." when `a` has
-  /// not its hash.
+  /// root = sqrt(a) to p words, of need().out_words words. Throws as InvsqrtFloat::run,
+  /// AlgorithmFailedException "Residual is too large. Square root failed." and "Checksum Mismatch. Square
+  /// root failed." when `a` has not its hash.
   u64 run(const RunContext& ctx, Frame& frame, Number& root, const Hashed<Number>& a, Arena arena) const;
 
  private:
@@ -103,6 +105,7 @@ class ProvedSqrtFloat {
   Need need_;
 };
 
+/// 1/sqrt(a) of a positive number a, proved as ProvedSqrtFloat says.
 template <class Store>
 class ProvedInvsqrtFloat {
  public:
@@ -112,6 +115,7 @@ class ProvedInvsqrtFloat {
   using Frame = typename Store::Frame;
   using Budget = typename Store::Budget;
 
+  /// A plan for p words.
   ProvedInvsqrtFloat(u64 p, const Budget& budget);
 
   Need need() const { return need_; }

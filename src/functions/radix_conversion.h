@@ -7,13 +7,13 @@
 //          converted from as many binary words as its digits can depend on; the high half yields one word
 //          more, which must agree with the top word of the low half.
 // Powers   r^e = odd^e * 2^(s e), whole words of zeros cut into an exponent: a stored power of 10^19 has 0.69
-// words
-//          a digit word, and the operand loses the words that would only reach the integer part. A power's
-//          transform is made once and kept, in memory that the first and largest product has left.
+//          words per digit word, and the operand loses the words that would only reach the integer part. A
+//          power's transform is made once and kept, in memory that the first and largest product has left.
 // Products middle products: neither the integer part is wanted nor what lies below the digits, so transforms
 //          that wrap are as long as the operand and not as the product.
 // Threads  the upper log2(tds) levels fork, at most 8, a large top level excepted; table and plan are
-// read-only then.
+//          read-only then.
+// Source   the scaled fractions of D. J. Bernstein, "Scaled remainder trees", 2004, for one modulus.
 #pragma once
 
 #include <array>
@@ -56,7 +56,7 @@ class ConvertPlanP {
   static constexpr u64 kBaseDigits = 16;
   /// Binary words beyond what the digits of a node span: the errors of all levels stay below one of them.
   static constexpr u64 kGuardWords = 2;
-  /// Of the digit words that make a top level large.
+  /// Bits of the digit words from which on a top level counts as large.
   static constexpr u64 kInTurnBits = 0x400000;
 
   /// Throws InvalidParametersException ("ConvertPlanP::make()", "Invalid Parameters") for a radix below 2, no
@@ -128,11 +128,13 @@ class VerifyConversion {
 
   Need need() const { return need_; }
 
+  /// Both sides of the identity.
   struct Result {
     u64 digits_hash = 0;  ///< R: of D * W^m + E, canonical
     u64 binary_hash = 0;  ///< B: of F * r^n, canonical
     bool ok = false;      ///< they agree
   };
+  /// `digits` as ConvertPlanP::run gave them for `x`. Throws BufferTooSmallException for a short heap.
   Result run(const RunContext& ctx, const W* digits, const BigFloat<W>& x, LinearHeapBuffer heap) const;
 
  private:

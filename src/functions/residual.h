@@ -7,9 +7,9 @@
 // above the precision p. A residual that is larger than the bound leaves words that are neither all zero nor
 // all ones above it; a random one passes with a chance of W^-4.
 //
-// Bound    |a - x y| < W^(magnitude of a - p): x keeps p + 2 words, y and a are cut to p + 3, and all relative
-//          errors are below c W^-(p+1) with c far below W (newton.body.h). The lowest words of the product
-//          lie at the sum of the two exponents, which leaves at most p + 6 words for the residual.
+// Bound    |a - x y| < W^(magnitude of a - p): x keeps p + 2 words, y and a are cut to p + 3, and all
+//          relative errors are below c W^-(p+1) with c far below W (newton.body.h). The lowest words of the
+//          product lie at the sum of the two exponents, which leaves at most p + 6 words for the residual.
 // Cost     One product of n words where the shape multiplies modulo W^n - 1, whose operands and result are
 //          folded besides (ring_check.h); four of them, taken in halves, where it does not, so that no
 //          product is longer than n + 1 words.
@@ -22,9 +22,11 @@
 
 namespace orl {
 
+/// The plan of one check in memory; see the head of this file.
 template <class W>
 class RamResidual {
  public:
+  /// What is proved.
   enum class Of {
     kProduct,  ///< of two numbers
     kSquare    ///< of one, which takes one transform instead of two

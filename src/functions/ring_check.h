@@ -16,8 +16,10 @@
 
 namespace orl {
 
+/// One product's check, from its operands to its result.
 class RingCheck {
  public:
+  /// Modulo W^n - 1, modulo W^n + 1.
   enum class Ring { kMinusOne, kPlusOne };
 
   /// For products modulo W^n - 1 or W^n + 1, W = 2^32.
