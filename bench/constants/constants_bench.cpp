@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 
+#include "console/console_status.h"
 #include "constants/e.h"
 #include "constants/pi.h"
 #include "constants/roots.h"

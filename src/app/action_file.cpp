@@ -6,7 +6,7 @@
 #include "config/located.h"
 #include "config/parser.h"
 #include "config/writer.h"
-#include "core/console.h"
+#include "console/console.h"
 #include "core/exceptions.h"
 #include "stress/stress_tester.h"
 

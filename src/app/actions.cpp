@@ -10,9 +10,10 @@
 #include "app/options.h"
 #include "app/stress_menu.h"
 #include "bbp/bbp_extractor.h"
-#include "core/console.h"
+#include "console/console.h"
 #include "core/exceptions.h"
 #include "core/settings.h"
+#include "menus/report_page.h"
 #include "session/validation_file.h"
 #include "stress/stress_tester.h"
 #include "system/machine.h"
@@ -191,12 +192,12 @@ int advanced_menu() {
       {"Log(n) Formula Generator", 'T', [] { return not_available("The formula generator"); }},
       {"Hardware Features", 'T',
        [] {
-         orl::print_hardware_features();
+         orl::print_report_page("Hardware Features", orl::hardware_sections());
          return 0;
        }},
       {"Compilation Options", 'T',
        [] {
-         orl::print_compilation_options();
+         orl::print_report_page("Compilation Options", orl::compilation_sections());
          return 0;
        }},
       {"Test Swap Multiply", 'Y', [] { return not_available("The test of swap multiplication"); }},

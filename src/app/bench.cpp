@@ -3,8 +3,9 @@
 #include <span>
 #include <string>
 
-#include "core/console.h"
+#include "console/console.h"
 #include "core/exceptions.h"
+#include "core/format.h"
 #include "system/machine.h"
 
 namespace orvane {
@@ -30,9 +31,9 @@ Fit fit(RamParameters& parameters, u64 decimal_digits) {
   }
   const u64 available = orl::available_memory_bytes();
   if (result.needed > available)
-    result.refusal = "This size needs " + console::format_bytes(result.needed) +
-                     " of memory.\nThis machine has " + console::format_bytes(orl::total_memory_bytes()) +
-                     ", of which " + console::format_bytes(available) +
+    result.refusal = "This size needs " + orl::format_bytes(result.needed) +
+                     " of memory.\nThis machine has " + orl::format_bytes(orl::total_memory_bytes()) +
+                     ", of which " + orl::format_bytes(available) +
                      " are available.\nChoose a smaller size, or end what else uses memory.";
   return result;
 }
@@ -47,7 +48,7 @@ void print_size(u64 option, const BenchSize& size, RamParameters& parameters) {
   constexpr u64 kOptionColumn = 3, kDigitColumn = 23, kMemoryColumn = 21;
   const Fit need = fit(parameters, size.decimal_digits);
   const bool fits = need.refusal.empty();
-  std::string memory = need.needed == 0 ? "Too Large" : console::format_binary_size(need.needed);
+  std::string memory = need.needed == 0 ? "Too Large" : orl::format_binary_size(need.needed);
   if (memory.size() < kMemoryColumn) memory.insert(0, kMemoryColumn - memory.size(), ' ');
   console::print_number(kOptionColumn, option, fits ? 'T' : 't');
   console::print_number(kDigitColumn, size.decimal_digits, fits ? 'G' : 'g');

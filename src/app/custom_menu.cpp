@@ -4,10 +4,13 @@
 
 #include "app/action_file.h"
 #include "app/menu_steps.h"
+#include "console/console.h"
 #include "console/menu_input.h"
-#include "core/console.h"
 #include "core/exceptions.h"
-#include "memory/allocator_menu.h"
+#include "core/format.h"
+#include "menus/allocator_menu.h"
+#include "menus/parallelism_menu.h"
+#include "menus/raid_menu.h"
 #include "session/parameters.h"
 #include "system/machine.h"
 
@@ -26,7 +29,7 @@ void print_row(const char* number, const char* label, const std::string& value, 
   console::println(value, colour);
 }
 
-std::string count_text(u64 digits) { return digits == 0 ? "Disabled" : console::format_with_commas(digits); }
+std::string count_text(u64 digits) { return digits == 0 ? "Disabled" : orl::format_with_commas(digits); }
 
 class CustomMenu {
  public:
@@ -95,7 +98,7 @@ class CustomMenu {
     const SwapParameters* const swap = mode_.swap();
     if (!swap) return;
     const auto with_default = [](u64 bytes, bool is_default) {
-      return console::format_bytes(bytes) + (is_default ? "  (default)" : "");
+      return orl::format_bytes(bytes) + (is_default ? "  (default)" : "");
     };
     print_row(" 12     ", "Memory:", with_default(swap->memory_bytes(), swap->memory_setting() == 0));
     print_row(" 13     ",
@@ -109,14 +112,14 @@ class CustomMenu {
     std::string trouble = parameters().unavailable();
     try {
       const u64 needed = parameters().memory_needed();
-      print_row(kNoNumber, "Memory Needed:", console::format_bytes(needed), needed <= available ? 'G' : 'R');
+      print_row(kNoNumber, "Memory Needed:", orl::format_bytes(needed), needed <= available ? 'G' : 'R');
       if (trouble.empty() && needed > available)
         trouble = "Warning: this is more than the memory that is available.";
     } catch (const InvalidParametersException& e) {
       trouble = e.message();
     }
-    print_row(kNoNumber, "Memory Available:", console::format_bytes(available));
-    print_row(kNoNumber, "Digit Files:", console::format_bytes(parameters().output_bytes()));
+    print_row(kNoNumber, "Memory Available:", orl::format_bytes(available));
+    print_row(kNoNumber, "Digit Files:", orl::format_bytes(parameters().output_bytes()));
     if (!trouble.empty()) console::println("\n" + trouble, 'Y');
   }
 
@@ -148,7 +151,7 @@ class CustomMenu {
       case 10:
         return orl::run_allocator_menu(parameters().allocator);
       case 11:
-        return parameters().parallelism.run_menu();
+        return orl::run_parallelism_menu(parameters().parallelism);
       case 15:
         parameters().json_results = !parameters().json_results;
         return;
@@ -170,7 +173,7 @@ class CustomMenu {
         ask_bytes_per_seek(swap);
         break;
       case 14:
-        swap.raid.run_menu();
+        orl::R03::run_raid_menu(swap.raid);
     }
   }
 

@@ -4,7 +4,7 @@
 
 #include "app/actions.h"
 #include "app/help_sections.h"
-#include "core/console.h"
+#include "console/console.h"
 #include "core/version.h"
 #include "simd/target.h"
 

@@ -1,7 +1,7 @@
 #include "app/menu_steps.h"
 
 #include "app/action_file.h"
-#include "core/console.h"
+#include "console/console.h"
 #include "core/exceptions.h"
 
 namespace orvane {

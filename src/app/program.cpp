@@ -9,7 +9,7 @@
 #include "app/actions.h"
 #include "app/command_line.h"
 #include "app/options.h"
-#include "core/console.h"
+#include "console/console.h"
 #include "core/ending.h"
 #include "core/exceptions.h"
 #include "core/settings.h"
@@ -110,7 +110,8 @@ void register_everything() {
 }
 
 int run_program(int argc, char** argv) {
-  orl::restore_colours_at_signals();
+  console::install();
+  console::restore_colours_at_signals();
   store_own_path();
   orl::CommandLine::Parameters line(argc, argv);
   try {

@@ -5,8 +5,9 @@
 
 #include "app/action_file.h"
 #include "app/menu_steps.h"
+#include "console/console.h"
 #include "console/menu_input.h"
-#include "core/console.h"
+#include "core/format.h"
 #include "stress/stress_tester.h"
 #include "system/machine.h"
 #include "system/topology.h"
@@ -27,7 +28,7 @@ void print_row(u64 number, const std::string& label, const std::string& value) {
 
 // " 1.18 MiB" of "1,234,567 ( 1.18 MiB)".
 std::string short_bytes(u64 bytes) {
-  const std::string text = console::format_bytes(bytes);
+  const std::string text = orl::format_bytes(bytes);
   const std::size_t open = text.find('(');
   return text.substr(open + 1, text.size() - open - 2);
 }
@@ -116,7 +117,7 @@ void choose_cores(StressSettings& settings) {
 
 void choose_memory(StressSettings& settings) {
   console::println("\nMemory to test, in bytes. The suffixes K, M, G and T are powers of 1024.", 'w');
-  console::label_value("Available Memory:  ", console::format_bytes(orl::available_memory_bytes()), 'G');
+  console::label_value("Available Memory:  ", orl::format_bytes(orl::available_memory_bytes()), 'G');
   console::newline();
   u64 bytes = 0;
   while (bytes == 0) bytes = orl::ask_byte_size("Memory: ", settings.total_memory);
@@ -131,9 +132,9 @@ void print_menu(const StressSettings& settings) {
   console::println("\nComponent Stress Tester\n", 'Y');
   print_row(1, "Logical Cores:", core_list(settings));
   print_row(2, "Memory Allocation:", policy_text(settings.allocate_locally));
-  print_row(3, "Memory to Test:", console::format_bytes(settings.total_memory));
+  print_row(3, "Memory to Test:", orl::format_bytes(settings.total_memory));
   print_row(4, "Time per Test:",
-            console::format_with_commas(settings.seconds) + " seconds" +
+            orl::format_with_commas(settings.seconds) + " seconds" +
                 (settings.seconds == 0 ? "  (one round)" : ""));
   print_row(5, "Stop on Error:", settings.stop_on_error ? "Yes" : "No");
   print_row(6, "Enable All Tests / Disable All Tests", "");

@@ -32,6 +32,9 @@ const char* raid_type_key(RaidType type);
 /// "RAID 0 - No Redundancy" or "RAID 3 - Parity".
 const char* raid_type_text(RaidType type);
 
+/// The path, or what stands for the empty one: "** Default Path **".
+std::string shown_path(const std::string& path);
+
 /// The settings of an array: its groups and the buffer of each file.
 class Raid03Descriptor {
  public:
@@ -56,10 +59,6 @@ class Raid03Descriptor {
 
   /// One line: the arrangement in words.
   std::string to_string() const;
-  /// Every path with its group, on the console.
-  void print() const;
-  /// Asks for a new arrangement or buffer.
-  void run_menu();
 
  private:
   std::vector<RaidGroup> groups_{RaidGroup{}};

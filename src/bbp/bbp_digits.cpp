@@ -5,7 +5,7 @@
 #include <system_error>
 #include <thread>
 
-#include "core/console.h"
+#include "console/console.h"
 #include "core/exceptions.h"
 #include "system/topology.h"
 #include "threads/frameworks.h"

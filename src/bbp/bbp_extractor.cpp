@@ -3,17 +3,19 @@
 #include <algorithm>
 
 #include "bbp/bbp_digits.h"
-#include "core/console.h"
+#include "console/console.h"
+#include "console/console_status.h"
+#include "console/menu_row.h"
+#include "core/format.h"
 #include "core/run_timer.h"
 #include "system/environment.h"
 #include "threads/frameworks.h"
-#include "threads/menu_row.h"
 
 namespace orvane {
 namespace {
 
 namespace console = orl::console;
-using console::format_with_commas;
+using orl::format_with_commas;
 
 constexpr orl::u32 kStatusWidth = 79;
 constexpr double kStatusRefresh = 0.1;

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include "console/console.h"
 #include "console/number_forms.h"
-#include "core/console.h"
 
 namespace orl {
 

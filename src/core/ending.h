@@ -2,10 +2,10 @@
 //
 // leave()        after the guarded body, from the main thread.
 // fatal_exit()   from any thread, at a failure that nothing can handle. The first caller speaks and ends the
-// process;
-//                a second one waits for that end. No static destructor runs, so a worker cannot deadlock in a
-//                join.
-// a signal       which someone sends; restore_colours_at_signals() is all that is done about it.
+//                process; a second one waits for that end. No static destructor runs, so a worker cannot
+//                deadlock in a join.
+//
+// Both give the terminal its colours back and ask for ENTER through the output in force (core/output.h).
 #pragma once
 
 #include <string_view>
@@ -15,10 +15,6 @@ namespace orl {
 /// Ends the program after an action: resets the colours, prints a newline and asks for ENTER where the pause
 /// level says so (status 0: pause_level >= 1; any other: pause_level >= -1).
 [[noreturn]] void leave(int status);
-
-/// From now on SIGINT, SIGQUIT and SIGTERM give a terminal its colours back before they end the process as
-/// they would have done. One that is ignored stays ignored.
-void restore_colours_at_signals();
 
 /// Resets the colours, flushes, asks for ENTER if settings().pause_on_fatal, and ends the process.
 [[noreturn]] void fatal_exit(int status);

@@ -6,7 +6,8 @@
 #include <map>
 #include <utility>
 
-#include "core/console.h"
+#include "core/format.h"
+#include "core/output.h"
 
 namespace orl {
 
@@ -50,26 +51,24 @@ std::string hexadecimal(u64 value) {
 }
 
 void print_field(std::string_view label, std::string_view value, char colour = 'Y') {
-  console::label_value(label, value, colour);
-  console::newline();
+  notice_value(label, value, colour);
+  notice("\n", ' ');
 }
 
-void print_count(std::string_view label, u64 value) {
-  print_field(label, console::format_with_commas(value));
-}
+void print_count(std::string_view label, u64 value) { print_field(label, format_with_commas(value)); }
 
 void print_function(const std::string& function) {
   if (!function.empty()) print_field("In Function: ", function);
 }
 
 void print_title(std::string_view title) {
-  console::newline();
-  console::println(title, 'R');
+  notice("\n", ' ');
+  notice_line(title, 'R');
 }
 
 void print_end() {
-  console::newline();
-  console::set_colour('w');
+  notice("\n", ' ');
+  output().set_colour('w');
 }
 
 void print_hashes(const std::vector<u64>& hashes) {
@@ -82,9 +81,9 @@ void print_hashes(const std::vector<u64>& hashes) {
 void print_file_fault(std::string_view title, const Exception& fault, s32 code, const std::string& path) {
   print_title(title);
   print_function(fault.function());
-  console::newline();
-  console::println(fault.message(), ' ');
-  console::newline();
+  notice("\n", ' ');
+  notice_line(fault.message(), ' ');
+  notice("\n", ' ');
   print_field("Error Code: ", std::to_string(code));
   print_field("Path: ", path);
   print_end();
@@ -162,10 +161,10 @@ ExceptionBlob::~ExceptionBlob() {
 Exception::~Exception() = default;
 
 void Exception::print() const {
-  console::newline();
+  notice("\n", ' ');
   print_field("Exception Encountered: ", get_typename(), 'R');
   print_function(function_);
-  console::println(message_, ' ');
+  notice_line(message_, ' ');
   print_end();
 }
 
@@ -174,9 +173,9 @@ ExceptionBlob StringException::serialize() const {
 }
 
 void StdException::print() const {
-  console::newline();
+  notice("\n", ' ');
   print_field("Exception Encountered: ", kTypeName, 'R');
-  console::println(message_, ' ');
+  notice_line(message_, ' ');
   print_end();
 }
 
@@ -185,9 +184,9 @@ ExceptionBlob StdException::serialize() const { return BlobWriter(kTypeName).str
 void SystemException::print() const {
   print_title("System Exception Encountered");
   print_function(function_);
-  console::newline();
-  console::println(message_, ' ');
-  console::newline();
+  notice("\n", ' ');
+  notice_line(message_, ' ');
+  notice("\n", ' ');
   print_field("Error Code: ", std::to_string(code_));
   print_end();
 }
@@ -228,7 +227,7 @@ void LimitExceededException::print() const {
   print_title("Limit Exceeded:");
   if (!message_.empty()) print_field("    Message: ", message_);
   print_field("    Function: ", function_);
-  print_field("    Limit: ", limit_ == 0 ? "Unknown" : console::format_with_commas(limit_));
+  print_field("    Limit: ", limit_ == 0 ? "Unknown" : format_with_commas(limit_));
   print_count("    Attempted: ", attempted_);
   print_end();
 }
@@ -290,9 +289,9 @@ ExceptionBlob FarMemoryOutOfBoundsException::serialize() const {
 }
 
 void ConvolutionTooSmallException::print() const {
-  console::newline();
+  notice("\n", ' ');
   print_function(function_);
-  console::println("Limit Exceeded:", 'R');
+  notice_line("Limit Exceeded:", 'R');
   print_field("    Message: ", message_);
   print_count("    Convolution Size: ", convolution_size_);
   print_count("    Requested Size: ", requested_size_);
@@ -309,9 +308,9 @@ ExceptionBlob ConvolutionTooSmallException::serialize() const {
 }
 
 void ConvolutionFailedException::print() const {
-  console::newline();
+  notice("\n", ' ');
   print_function(function_);
-  console::println(message_, 'R');
+  notice_line(message_, 'R');
   print_count("    Convolution Size: ", convolution_size_);
   print_count("    Requested Size: ", requested_size_);
   print_hashes(hashes_);
@@ -329,9 +328,9 @@ ExceptionBlob ConvolutionFailedException::serialize() const {
 }
 
 void BSRModularCheckFailedException::print() const {
-  console::newline();
+  notice("\n", ' ');
   print_function(function_);
-  console::println(message_ + ": " + std::to_string(a_) + " : " + std::to_string(b_), 'R');
+  notice_line(message_ + ": " + std::to_string(a_) + " : " + std::to_string(b_), 'R');
   print_count("    a = ", a_);
   print_count("    b = ", b_);
   print_hashes(hashes_);
@@ -348,7 +347,7 @@ ExceptionBlob BSRModularCheckFailedException::serialize() const {
       .blob();
 }
 
-void UnknownException::print() const { console::print(kUnknownText, 'R'); }
+void UnknownException::print() const { notice(kUnknownText, 'R'); }
 
 ExceptionBlob UnknownException::serialize() const { return ExceptionBlob(std::string_view(blob_)); }
 

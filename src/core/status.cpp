@@ -1,16 +1,12 @@
 #include "core/status.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <charconv>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
 #include <new>
 
-#include "core/console.h"
 #include "core/exceptions.h"
 
 namespace orl {
@@ -35,10 +31,6 @@ StatusRecord make_record(std::string_view text, StatusFrameId id) {
   record.id = id;
   record.progress = -1;
   return record;
-}
-
-u64 now_ns() {
-  return static_cast<u64>(std::chrono::steady_clock::now().time_since_epoch() / std::chrono::nanoseconds(1));
 }
 
 float clamped(double fraction) { return static_cast<float>(std::clamp(fraction, 0.0, 1.0)); }
@@ -72,7 +64,7 @@ void add_percent(LineBuilder& line, double fraction) {
   line.add(text);
 }
 
-/// With thousands separators; `text` has room for 27 bytes. console::format_with_commas() would allocate.
+/// With thousands separators; `text` has room for 27 bytes. format_with_commas() would allocate.
 std::string_view format_count(char (&text)[32], u64 count) {
   char digits[24];
   const u64 length = static_cast<u64>(std::to_chars(digits, digits + sizeof digits, count).ptr - digits);
@@ -132,6 +124,12 @@ StatusNode& silent_status() {
 
 void LinearNode::refuse(const char* operation, const char* message) const {
   throw InvalidParametersException(std::string(class_name_) + "::" + operation + "()", message);
+}
+
+std::unique_ptr<StatusNode> LinearNode::push_node(std::string_view) { refuse("push_node", kForked); }
+
+std::unique_ptr<StatusIteration> LinearNode::make_iteration(std::string_view text, u64 total) {
+  return std::make_unique<LinearConsoleIteration>(*this, text, total);
 }
 
 StatusFrameId LinearNode::push_frame(std::string_view text) {
@@ -206,50 +204,10 @@ StatusTree LinearNode::tree() const {
   return tree;
 }
 
-LinearConsoleNode::LinearConsoleNode(u32 width, double refresh_seconds)
-    : LinearNode("LinearConsoleNode"),
-      width_(width),
-      terminal_(isatty(STDOUT_FILENO) != 0),
-      refresh_ns_(static_cast<u64>(std::max(refresh_seconds, 0.0) * 1e9)) {}
-
-LinearConsoleNode::~LinearConsoleNode() { console::clear_live_line(); }
-
-std::unique_ptr<StatusNode> LinearConsoleNode::push_node(std::string_view) { refuse("push_node", kForked); }
-
-StatusTree LinearConsoleNode::get_tree() const { refuse("get_tree", kNoPolling); }
-
-std::unique_ptr<StatusIteration> LinearConsoleNode::make_iteration(std::string_view text, u64 total) {
-  return std::make_unique<LinearConsoleIteration>(*this, text, total);
-}
-
-void LinearConsoleNode::print(std::string_view text, char colour) { console::print(text, colour); }
-
-void LinearConsoleNode::changed(bool structure) {
-  if (!terminal_) return;
-  if (depth() == 0) {
-    console::clear_live_line();
-    last_ns_ = 0;
-    return;
-  }
-  // A stage that opens is shown sooner than a percentage that moves, since nothing may follow it for hours.
-  const u64 now = now_ns();
-  if (last_ns_ != 0 && now - last_ns_ < (structure ? refresh_ns_ / 20 : refresh_ns_)) return;
-  last_ns_ = now;
-  Line line;
-  compose(line, width_);
-  console::show_live_line(line.label, line.value, line.tail);
-}
-
 LinearNetworkNode::LinearNetworkNode(StatusTransport& transport, u32 width)
     : LinearNode("LinearNetworkNode"), transport_(transport), width_(width) {}
 
-std::unique_ptr<StatusNode> LinearNetworkNode::push_node(std::string_view) { refuse("push_node", kForked); }
-
 StatusTree LinearNetworkNode::get_tree() const { return tree(); }
-
-std::unique_ptr<StatusIteration> LinearNetworkNode::make_iteration(std::string_view text, u64 total) {
-  return std::make_unique<LinearConsoleIteration>(*this, text, total);
-}
 
 void LinearNetworkNode::print(std::string_view text, char colour) { transport_.permanent(text, colour); }
 

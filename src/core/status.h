@@ -112,6 +112,9 @@ inline constexpr u32 kMaxStatusFrames = 32;
 /// What linear nodes have in common: a chain of frames without branches.
 class LinearNode : public StatusNode {
  public:
+  /// Throws InvalidParametersException "Attempted to fork a linear status chain."
+  std::unique_ptr<StatusNode> push_node(std::string_view text) override;
+  std::unique_ptr<StatusIteration> make_iteration(std::string_view text, u64 total) override;
   void pop_frame(std::span<const StatusFrameId> frames) override;
   StatusFrameId push_frame(std::string_view text) override;
   void set_progress(double fraction) override;
@@ -157,28 +160,6 @@ class LinearNode : public StatusNode {
   u64 completed_ = 0;
 };
 
-/// The console's node. On a terminal the frames stand on one line that is rewritten in place; elsewhere only
-/// permanent text appears.
-class LinearConsoleNode final : public LinearNode {
- public:
-  /// `width`: characters of the line. `refresh_seconds`: the least time between two rewritings.
-  explicit LinearConsoleNode(u32 width = 79, double refresh_seconds = 1.0);
-  ~LinearConsoleNode() override;
-
-  std::unique_ptr<StatusNode> push_node(std::string_view text) override;
-  StatusTree get_tree() const override;
-  std::unique_ptr<StatusIteration> make_iteration(std::string_view text, u64 total) override;
-  void print(std::string_view text, char colour = 'w') override;
-
- private:
-  void changed(bool structure) override;
-
-  u32 width_;
-  bool terminal_;
-  u64 refresh_ns_;
-  u64 last_ns_ = 0;
-};
-
 /// Takes what a linear node would show to somewhere else than the console.
 class StatusTransport {
  public:
@@ -194,9 +175,7 @@ class LinearNetworkNode final : public LinearNode {
   /// `width`: characters of a line.
   LinearNetworkNode(StatusTransport& transport, u32 width);
 
-  std::unique_ptr<StatusNode> push_node(std::string_view text) override;
   StatusTree get_tree() const override;
-  std::unique_ptr<StatusIteration> make_iteration(std::string_view text, u64 total) override;
   void print(std::string_view text, char colour = 'w') override;
 
  private:

@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <vector>
 
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 #include "digits/digit_writer.h"
 #include "digits/ovd_set.h"
 #include "digits/text_file.h"
@@ -51,7 +51,7 @@ namespace {
 
 void take_name(const std::string& path, const std::string& unfinished) {
   if (file_calls().rename(path.c_str(), unfinished.c_str()) != 0)
-    console::println("Unable to rename file: " + path, 'R');
+    notice_line("Unable to rename file: " + path, 'R');
 }
 
 }  // namespace

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 #include "files/file_calls.h"
 #include "files/path_check.h"
 
@@ -183,9 +183,9 @@ OvdCommands BasicOvdSetReader::make_commands(u64 offset, u64 count) {
     }
   }
   if (missing.empty()) return commands;
-  console::println("The following needed files are missing or inaccessible:", 'R');
-  for (const std::string& name : missing) console::println(name, 'Y');
-  if (missing.size() == kMaxNames) console::println("There may be more.", 'Y');
+  notice_line("The following needed files are missing or inaccessible:", 'R');
+  for (const std::string& name : missing) notice_line(name, 'Y');
+  if (missing.size() == kMaxNames) notice_line("There may be more.", 'Y');
   throw InvalidParametersException(kFunction, "Missing required files.");
 }
 

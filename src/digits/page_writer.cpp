@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 #include "files/file_calls.h"
 
 namespace orl {
@@ -103,7 +103,7 @@ void PageFile::set_aside(std::string replaced_path) {
 void PageFile::put_back() noexcept {
   const auto give_back = [](const std::string& from, const std::string& to) {
     if (file_calls().rename(from.c_str(), to.c_str()) != 0)
-      console::println("Unable to rename file: " + from + "\n    to: " + to, 'R');
+      notice_line("Unable to rename file: " + from + "\n    to: " + to, 'R');
   };
   if (published_) give_back(final_path_, unfinished_path_);
   if (!replaced_path_.empty()) give_back(replaced_path_, final_path_);

@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <utility>
 
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 #include "files/file_calls.h"
 #include "files/raw_io_buffer.h"
 
@@ -22,11 +22,11 @@ constexpr u64 kMaxTransferBytes = 0x40000000;
 // Prints a warning the first time that `told` is asked.
 void warn_once(std::atomic<bool>& told, const std::string& text, const std::string& path) {
   if (told.exchange(true)) return;
-  console::newline();
-  console::print(text, 'Y');
-  console::println("Path: " + path, 'Y');
-  console::print("Further messages for this warning will be suppressed.\n", 'Y');
-  console::set_colour('w');
+  notice("\n", ' ');
+  notice(text, 'Y');
+  notice_line("Path: " + path, 'Y');
+  notice("Further messages for this warning will be suppressed.\n", 'Y');
+  output().set_colour('w');
 }
 
 std::atomic<bool> g_direct_told{false};
@@ -34,8 +34,8 @@ std::atomic<bool> g_fallocate_told{false};
 std::atomic<bool> g_ftruncate_told{false};
 
 void print_close_error(const char* text, const std::string& path) {
-  console::println(std::string("RawFile::~RawFile(): ") + text, 'R');
-  console::println("Path: " + path, 'R');
+  notice_line(std::string("RawFile::~RawFile(): ") + text, 'R');
+  notice_line("Path: " + path, 'R');
 }
 
 }  // namespace

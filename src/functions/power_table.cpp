@@ -1,6 +1,6 @@
-#include "core/console.h"
 #include "core/exceptions.h"
 #include "core/fault_point.h"
+#include "core/output.h"
 #include "core/status.h"
 #include "functions/radix_conversion.h"
 #include "multiply/algorithm_table.h"
@@ -16,9 +16,9 @@ void CheckP(W radix, u64 e, const Power<W>& power, ParallelContext parallel) {
   const u64 words = bp_hash(0, power.T, power.L, parallel);
   const u64 actual = hash_canon(hash_mul(words, hash_word_pow<W>(static_cast<s64>(power.exp))));
   if (expected == actual) return;
-  console::println("Radix Conversion: Power Hash Mismatch", 'R');
-  console::println("Expected = " + std::to_string(expected), 'R');
-  console::println("Actual   = " + std::to_string(actual), 'R');
+  notice_line("Radix Conversion: Power Hash Mismatch", 'R');
+  notice_line("Expected = " + std::to_string(expected), 'R');
+  notice_line("Actual   = " + std::to_string(actual), 'R');
   throw AlgorithmFailedException("CBRv2::CheckP()", "Power Hash Mismatch");
 }
 

@@ -1,8 +1,9 @@
 #include "memory/allocators.h"
 
 #include "config/object.h"
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/format.h"
+#include "core/output.h"
 #include "memory/interleave_allocator.h"
 #include "memory/libnuma_allocator.h"
 #include "memory/malloc_allocator.h"
@@ -59,11 +60,11 @@ std::unique_ptr<LargeMemory> allocate_or_exit(const MemoryAllocator& allocator, 
                                               std::vector<std::string>& errors) {
   std::unique_ptr<LargeMemory> memory = allocator.allocate(bytes, parallel, errors);
   if (memory != nullptr) return memory;
-  console::newline();
-  console::println("Large heap allocation failed.", 'R');
-  for (const std::string& error : errors) console::println("Allocation Error: " + error, 'R');
-  console::label_value("Failed Allocation", "  " + console::format_with_commas(bytes) + " bytes", 'R');
-  console::newline();
+  notice("\n", ' ');
+  notice_line("Large heap allocation failed.", 'R');
+  for (const std::string& error : errors) notice_line("Allocation Error: " + error, 'R');
+  notice_value("Failed Allocation", "  " + format_with_commas(bytes) + " bytes", 'R');
+  notice("\n", ' ');
   fatal_exit(1);
 }
 

@@ -26,8 +26,8 @@ class MemoryAllocator {
   /// One line for reports.
   virtual std::string to_string() const { return name(); }
   /// The allocator's own rows of the settings menu, and its answer to a choice among them.
-  virtual void print_menu_rows() const {}
-  virtual void handle_menu_choice(u64) {}
+  virtual void print_menu_rows(SettingsMenu&) const {}
+  virtual void handle_menu_choice(u64, SettingsMenu&) {}
   /// The allocator's settings as an object of their own, with the key under "Allocator".
   virtual Object to_object() const;
   /// Adds the allocator's own keys to `object`; read_object takes them from there. A key that is absent

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 #include "memory/raw_words.h"
 
 namespace orl {
@@ -28,8 +28,8 @@ u64 round_up_8(u64 size) {
 std::uintptr_t malloc_region(u64 size) {
   void* region = std::malloc(size);
   if (region == nullptr) {
-    console::println("Insufficient Memory or address space.", 'R');
-    console::label_value("Failed Allocation", "  " + std::to_string(size), 'R');
+    notice_line("Insufficient Memory or address space.", 'R');
+    notice_value("Failed Allocation", "  " + std::to_string(size), 'R');
     fatal_exit(1);
   }
   return reinterpret_cast<std::uintptr_t>(region);
@@ -74,7 +74,7 @@ Heap::Heap(Heap* parent, u64 size)
 
 Heap::~Heap() {
   if (source_ != Source::from_parent) {
-    if (count_ != 0) console::print("Memory leak detected\n", 'R');
+    if (count_ != 0) notice("Memory leak detected\n", 'R');
     if (source_ == Source::from_malloc) std::free(reinterpret_cast<void*>(block_));
     return;
   }

@@ -3,13 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "core/console.h"
 #include "core/exceptions.h"
 #include "memory/mapped_memory.h"
 #include "memory/mode_keys.h"
 #include "memory/node_list.h"
 #include "memory/node_placement.h"
-#include "threads/menu_row.h"
 #include "threads/simple_frameworks.h"
 
 namespace orl {
@@ -172,19 +170,19 @@ std::string InterleaveAllocator::to_string() const {
   return text + ")";
 }
 
-void InterleaveAllocator::print_menu_rows() const {
-  print_menu_row("   3    NUMA nodes:", node_list_text(settings_.nodes));
-  print_menu_row("   4    Page Mapping:", settings_.hashed ? "Hashed" : "Round-Robin");
-  print_menu_row("   5    Lock Pages in Memory:", mode_to_string(settings_.lock_pages));
-  print_menu_row("   6    Attempt mbind():", settings_.call_mbind ? "Yes" : "No");
-  console::println("       mbind() may increase the quality of the interleaving. But it may", 'w');
-  console::println("       also cause spurious memory allocation failures.", 'w');
-  console::newline();
-  console::println(kInterleaveNote, 'w');
+void InterleaveAllocator::print_menu_rows(SettingsMenu& menu) const {
+  menu.row("   3    NUMA nodes:", node_list_text(settings_.nodes));
+  menu.row("   4    Page Mapping:", settings_.hashed ? "Hashed" : "Round-Robin");
+  menu.row("   5    Lock Pages in Memory:", mode_to_string(settings_.lock_pages));
+  menu.row("   6    Attempt mbind():", settings_.call_mbind ? "Yes" : "No");
+  menu.text("       mbind() may increase the quality of the interleaving. But it may");
+  menu.text("       also cause spurious memory allocation failures.");
+  menu.text("");
+  menu.text(kInterleaveNote);
 }
 
-void InterleaveAllocator::handle_menu_choice(u64 choice) {
-  if (choice == 3) settings_.nodes = ask_nodes();
+void InterleaveAllocator::handle_menu_choice(u64 choice, SettingsMenu& menu) {
+  if (choice == 3) settings_.nodes = ask_nodes(menu);
   if (choice == 4) settings_.hashed = !settings_.hashed;
   if (choice == 5) settings_.lock_pages = next_mode(settings_.lock_pages);
   if (choice == 6) settings_.call_mbind = !settings_.call_mbind;

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "core/console.h"
+#include "console/console.h"
 #include "core/exceptions.h"
+#include "core/format.h"
+#include "core/output.h"
 #include "memory/node_placement.h"
 
 namespace orl {
@@ -57,21 +59,21 @@ bool AllocationReport::is_ordinary() const {
 
 std::vector<std::pair<std::string, std::string>> AllocationReport::rows() const {
   std::vector<std::pair<std::string, std::string>> rows = {
-      {"Total Bytes:", console::format_bytes(total_bytes)},
-      {"Page Size:", console::format_with_commas(page_size)},
-      {"Large Page Bytes:", console::format_bytes(large_page_bytes)},
-      {"Locked Bytes:", console::format_bytes(locked_bytes)}};
+      {"Total Bytes:", format_bytes(total_bytes)},
+      {"Page Size:", format_with_commas(page_size)},
+      {"Large Page Bytes:", format_bytes(large_page_bytes)},
+      {"Locked Bytes:", format_bytes(locked_bytes)}};
   for (const auto& [node, bytes] : node_bytes)
-    rows.emplace_back("NUMA node " + std::to_string(node) + ":", console::format_bytes(bytes));
+    rows.emplace_back("NUMA node " + std::to_string(node) + ":", format_bytes(bytes));
   return rows;
 }
 
 void AllocationReport::print() const {
   for (const auto& [label, value] : rows()) {
-    console::print_padded(24, "    " + label, 'w');
-    console::println(value, 'G');
+    notice(padded("    " + label, 24), 'w');
+    notice_line(value, 'G');
   }
-  console::set_colour('w');
+  output().set_colour('w');
 }
 
 namespace {

@@ -4,13 +4,11 @@
 #include <cerrno>
 #include <set>
 
-#include "core/console.h"
 #include "core/exceptions.h"
 #include "memory/mapped_memory.h"
 #include "memory/memory_calls.h"
 #include "memory/node_list.h"
 #include "memory/node_placement.h"
-#include "threads/menu_row.h"
 
 namespace orl {
 
@@ -73,14 +71,14 @@ std::string LibNumaAllocator::to_string() const {
   return std::string(kName) + "  (nodes: " + node_list_text(nodes_) + ")";
 }
 
-void LibNumaAllocator::print_menu_rows() const {
-  print_menu_row("   3    NUMA nodes:", node_list_text(nodes_));
-  console::newline();
-  console::println(kInterleaveNote, 'w');
+void LibNumaAllocator::print_menu_rows(SettingsMenu& menu) const {
+  menu.row("   3    NUMA nodes:", node_list_text(nodes_));
+  menu.text("");
+  menu.text(kInterleaveNote);
 }
 
-void LibNumaAllocator::handle_menu_choice(u64 choice) {
-  if (choice == 3) nodes_ = ask_nodes();
+void LibNumaAllocator::handle_menu_choice(u64 choice, SettingsMenu& menu) {
+  if (choice == 3) nodes_ = ask_nodes(menu);
 }
 
 void LibNumaAllocator::write_settings(Object& object) const { write_nodes(object, nodes_); }

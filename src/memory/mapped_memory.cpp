@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "core/console.h"
+#include "core/output.h"
 #include "memory/memory_calls.h"
 
 namespace orl {
@@ -104,11 +104,11 @@ void test_page_locking() {
       memory_calls().munlockall();
       return true;
     }
-    console::print(
+    notice(
         "This process does not have \"CAP_IPC_LOCK\". Page locking will not be possible.\n"
         "Please run Orvane with elevation to enable page locking.\n",
         'Y');
-    console::set_colour('w');
+    output().set_colour('w');
     return false;
   }();
   static_cast<void>(possible);

@@ -5,7 +5,6 @@
 
 #include "memory/mapped_memory.h"
 #include "memory/mode_keys.h"
-#include "threads/menu_row.h"
 
 namespace orl {
 
@@ -48,12 +47,12 @@ std::string MmapAllocator::to_string() const {
   return text;
 }
 
-void MmapAllocator::print_menu_rows() const {
-  print_menu_row("   3    Large Pages:", mode_to_string(large_pages_));
-  print_menu_row("   4    Lock Pages in Memory:", mode_to_string(lock_pages_));
+void MmapAllocator::print_menu_rows(SettingsMenu& menu) const {
+  menu.row("   3    Large Pages:", mode_to_string(large_pages_));
+  menu.row("   4    Lock Pages in Memory:", mode_to_string(lock_pages_));
 }
 
-void MmapAllocator::handle_menu_choice(u64 choice) {
+void MmapAllocator::handle_menu_choice(u64 choice, SettingsMenu&) {
   if (choice == 3) large_pages_ = next_mode(large_pages_);
   if (choice == 4) lock_pages_ = next_mode(lock_pages_);
 }

@@ -17,8 +17,8 @@ class MmapAllocator final : public MemoryAllocator {
   const char* key() const override { return "mmap"; }
   const char* name() const override { return kName; }
   std::string to_string() const override;
-  void print_menu_rows() const override;
-  void handle_menu_choice(u64 choice) override;
+  void print_menu_rows(SettingsMenu& menu) const override;
+  void handle_menu_choice(u64 choice, SettingsMenu& menu) override;
   void write_settings(Object& object) const override;
   void read_object(const Object& object) override;
 

@@ -1,11 +1,8 @@
 #include "memory/node_list.h"
 
-#include <algorithm>
-
 #include "config/object.h"
-#include "console/number_forms.h"
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 #include "memory/memory_calls.h"
 
 namespace orl {
@@ -15,41 +12,29 @@ namespace {
 /// The kernel's own bound on node numbers (MAX_NUMNODES) is 1024.
 constexpr s64 kMostNodes = 1024;
 
-bool exists(u64 node) {
-  const std::vector<NumaNode>& nodes = memory_calls().nodes();
-  return std::any_of(nodes.begin(), nodes.end(), [=](const NumaNode& entry) { return entry.id == node; });
+std::vector<u32> all_nodes() {
+  std::vector<u32> ids;
+  for (const NumaNode& node : memory_calls().nodes()) ids.push_back(node.id);
+  return ids;
 }
 
 }  // namespace
 
 std::vector<u32> usable_nodes() {
   std::vector<u32> with_memory;
-  std::vector<u32> all;
   for (const NumaNode& node : memory_calls().nodes()) {
-    all.push_back(node.id);
     if (node.memory_bytes != 0) with_memory.push_back(node.id);
   }
   if (!with_memory.empty()) return with_memory;
-  console::println("Unable to find any usable NUMA nodes. Will attempt to use all of them...", 'Y');
-  console::println("Will assume all NUMA nodes have usable memory.", 'Y');
-  console::set_colour('w');
-  return all;
+  notice_line("Unable to find any usable NUMA nodes. Will attempt to use all of them...", 'Y');
+  notice_line("Will assume all NUMA nodes have usable memory.", 'Y');
+  output().set_colour('w');
+  return all_nodes();
 }
 
-std::vector<u32> ask_nodes() {
-  console::println("\n\nEnter NUMA node #'s one-by-one. Enter nothing to stop.", 'w');
-  std::vector<u32> nodes;
-  for (;;) {
-    const std::string line = console::read_line("node: ");
-    if (line.empty()) return nodes.empty() ? usable_nodes() : nodes;
-    const WholeNumber number = parse_whole_number(line);
-    if (number.kind == WholeNumber::kExact && exists(number.value)) {
-      nodes.push_back(static_cast<u32>(number.value));
-    } else {
-      console::println("There is no NUMA node \"" + line + "\" on this machine.", 'R');
-      console::set_colour('w');
-    }
-  }
+std::vector<u32> ask_nodes(SettingsMenu& menu) {
+  const std::vector<u32> nodes = menu.ask_nodes(all_nodes());
+  return nodes.empty() ? usable_nodes() : nodes;
 }
 
 std::string node_list_text(const std::vector<u32>& nodes) {

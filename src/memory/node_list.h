@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "core/settings_menu.h"
 #include "core/types.h"
 
 namespace orl {
@@ -17,12 +18,11 @@ inline constexpr const char* kNothingToInterleave =
     "This machine has only one NUMA node, or does not tell of more: interleaving changes nothing.";
 
 /// Ids of the nodes that have memory. A machine that tells of no memory on any node gets all its nodes, and
-/// the console says so.
+/// a notice says so.
 std::vector<u32> usable_nodes();
 
-/// Reads ids until an empty line. One that this machine does not have is refused by name. Without any: the
-/// usable nodes.
-std::vector<u32> ask_nodes();
+/// Lets the user choose among the nodes of this machine. Without a choice: the usable nodes.
+std::vector<u32> ask_nodes(SettingsMenu& menu);
 
 /// "0, 1, 5".
 std::string node_list_text(const std::vector<u32>& nodes);

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "core/console.h"
 #include "core/ending.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 #include "simd/target.h"
 
 namespace orl {
@@ -116,11 +116,11 @@ void AlgorithmTable<W>::add_list(const AlgorithmRegistry& registry, std::span<co
     const std::string id(row.id);
     const AlgorithmInstances* instances = registry.find(id);
     if (instances == nullptr) {
-      console::println("Skipping unknown algorithm: " + id, 'Y');
+      notice_line("Skipping unknown algorithm: " + id, 'Y');
       continue;
     }
     if (instances->basic<W>() == nullptr)
-      console::println("Warning: " + id + " does not support: \"" + name_ + "\"", 'Y');
+      notice_line("Warning: " + id + " does not support: \"" + name_ + "\"", 'Y');
     add(row.threshold_bits / word_bits, instances->basic<W>());
   }
 }

@@ -2,7 +2,7 @@
 #include <cmath>
 
 #include "config/located.h"
-#include "core/console.h"
+#include "console/console.h"
 #include "core/exceptions.h"
 #include "session/constant.h"
 

@@ -6,11 +6,11 @@
 
 #include "config/located.h"
 #include "config/parser.h"
+#include "console/console.h"
 #include "console/number_forms.h"
 #include "constants/e.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
-#include "core/console.h"
 #include "core/exceptions.h"
 #include "session/constant.h"
 

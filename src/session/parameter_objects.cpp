@@ -2,8 +2,8 @@
 #include <algorithm>
 
 #include "config/located.h"
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/format.h"
 #include "session/parameters.h"
 #include "session/ram_plan.h"
 #include "system/machine.h"
@@ -11,7 +11,6 @@
 namespace orvane {
 namespace {
 
-namespace console = orl::console;
 using orl::Object;
 using orl::read_key;
 using orl::read_optional_key;
@@ -60,7 +59,7 @@ Object output_object(const ComputeParameters& parameters, const std::string& pat
 Object dump_output(const ComputeParameters& parameters) {
   Object object = output_object(parameters, path_text(parameters.output_path()));
   const u64 bytes = parameters.output_bytes();
-  object.add_object("Size", with_text(bytes, console::format_bytes(bytes)));
+  object.add_object("Size", with_text(bytes, orl::format_bytes(bytes)));
   object.add_bool("OutputVerify", parameters.verify_conversion);
   object.add_bool("JsonResults", parameters.json_results);
   return object;
@@ -135,7 +134,7 @@ std::string path_text(const std::string& path) { return path.empty() ? "Default 
 std::string format_text(u64 digits_per_file) {
   if (digits_per_file == 0) return "None - Write digits to a text file.";
   if (digits_per_file == kOneFile) return "Compress digits into one .ovd file.";
-  return "Compress with " + console::format_with_commas(digits_per_file) + " digits per file.";
+  return "Compress with " + orl::format_with_commas(digits_per_file) + " digits per file.";
 }
 
 u64 ComputeParameters::output_bytes() const {
@@ -160,12 +159,12 @@ Object ComputeParameters::dump_memory() const {
   if (const std::string refusal = unavailable(); !refusal.empty()) errors.add_string(refusal);
   try {
     const u64 bytes = memory_needed();
-    object.add_object("RequiredRam", with_text(bytes, console::format_bytes(bytes)));
+    object.add_object("RequiredRam", with_text(bytes, orl::format_bytes(bytes)));
     if (bytes >= kAddressSpaceBytes)
       errors.add_string("Insufficient Address Space");
     else if (bytes > orl::total_memory_bytes())
       warnings.add_string("Insufficient Memory: this machine has " +
-                          console::format_bytes(orl::total_memory_bytes()) + ".");
+                          orl::format_bytes(orl::total_memory_bytes()) + ".");
   } catch (const orl::InvalidParametersException& e) {
     if (errors.size() == 0) errors.add_string(e.message());
   }
@@ -234,7 +233,7 @@ void SwapParameters::read_mode_settings(const Object& object) {
 }
 
 void SwapParameters::dump_mode_settings(Object& object) const {
-  object.add_object("BytesPerSeek", with_text(bytes_per_seek(), console::format_bytes(bytes_per_seek())));
+  object.add_object("BytesPerSeek", with_text(bytes_per_seek(), orl::format_bytes(bytes_per_seek())));
   object.add_object("RaidFile", raid.dump());
 }
 
@@ -255,7 +254,7 @@ u64 RamParameters::required_bytes() const {
   } catch (const orl::LimitExceededException&) {
     const u64 largest = largest_possible_digits(constant(), tds, verify_conversion, precision().digits);
     throw orl::InvalidParametersException(
-        "required_bytes()", "Computation size cannot be larger than " + console::format_with_commas(largest) +
+        "required_bytes()", "Computation size cannot be larger than " + orl::format_with_commas(largest) +
                                 " decimal digits with this version's multiplication.");
   }
 }

@@ -2,8 +2,9 @@
 
 #include <cmath>
 
-#include "core/console.h"
+#include "console/console.h"
 #include "core/exceptions.h"
+#include "core/format.h"
 #include "digits/digit_writer.h"
 #include "files/path_check.h"
 #include "system/machine.h"
@@ -36,7 +37,7 @@ void check_digits(u64 decimal_digits, const Constant& constant) {
     throw InvalidParametersException("set_digits()", "Computation size must be at least 100 decimal digits.");
   if (decimal_digits > constant.max_digits())
     throw InvalidParametersException("set_digits()", "Computation size cannot be larger than " +
-                                                         console::format_with_commas(constant.max_digits()) +
+                                                         orl::format_with_commas(constant.max_digits()) +
                                                          " decimal digits.");
 }
 

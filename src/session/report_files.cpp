@@ -1,7 +1,7 @@
 #include "session/report_files.h"
 
 #include "config/writer.h"
-#include "core/console.h"
+#include "console/console.h"
 #include "core/exceptions.h"
 #include "files/new_file.h"
 #include "session/run_results.h"

@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-#include "core/console.h"
+#include "console/console.h"
+#include "core/format.h"
 
 namespace orvane {
 namespace {
@@ -19,14 +20,14 @@ void add_last_digits(ReportLines& lines, const std::string& title, const OutputR
   lines.push_back({{title, 'w'}});
   const std::string& digits = result.last_digits.text();
   const u64 first = result.digit_count - digits.size();
-  const std::size_t index_width = console::format_with_commas(result.digit_count).size();
+  const std::size_t index_width = orl::format_with_commas(result.digit_count).size();
   for (std::size_t at = 0; at < digits.size(); at += kLine) {
     const std::size_t end = std::min(at + kLine, digits.size());
     std::string groups;
     for (std::size_t group = at; group < end; group += kGroup)
       groups += digits.substr(group, std::min(kGroup, end - group)) + " ";
     groups.resize(kWidth, ' ');
-    std::string index = console::format_with_commas(first + end);
+    std::string index = orl::format_with_commas(first + end);
     index.insert(0, index_width - index.size(), ' ');
     lines.push_back({{groups, 'G'}, {" :  " + index, 'w'}});
   }
@@ -39,7 +40,7 @@ ReportLine spot_check_line(const SpotCheck& check, ReportForm form) {
   if (form == ReportForm::kFile) return labelled(label, text, 'w');
   if (check.result == SpotCheck::kNotAvailable)
     return labelled(label, "Unavailable - Digit file not found.", 'Y');
-  text += " - " + console::format_with_commas(check.compared) + " digits agree with \"" + check.file + "\"";
+  text += " - " + orl::format_with_commas(check.compared) + " digits agree with \"" + check.file + "\"";
   return labelled(label, text, check.result == SpotCheck::kPassed ? 'G' : 'R');
 }
 

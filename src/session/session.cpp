@@ -1,11 +1,13 @@
 // The run of a computation in memory, stage by stage.
 #include <algorithm>
 
-#include "core/console.h"
+#include "console/console.h"
+#include "console/console_status.h"
 #include "core/ending.h"
 #include "core/event_log.h"
 #include "core/exceptions.h"
 #include "core/fault_point.h"
+#include "core/format.h"
 #include "core/run_timer.h"
 #include "core/settings.h"
 #include "core/status.h"
@@ -44,7 +46,7 @@ void print_line(std::string_view label, std::string_view value, char colour) {
 void print_count(const char* label, u64 value) {
   constexpr u64 kLabelWidth = 20, kNumberWidth = 22;
   console::print_padded(kLabelWidth, label, 'w');
-  const std::string number = console::format_with_commas(value);
+  const std::string number = orl::format_with_commas(value);
   console::println(std::string(number.size() < kNumberWidth ? kNumberWidth - number.size() : 0, ' ') + number,
                    'G');
 }
@@ -121,7 +123,7 @@ class RamSession {
     std::vector<std::string> errors;
     auto memory =
         orl::allocate_or_exit(*parameters_.allocator, std::max<u64>(bytes, 4096), parallel_, errors);
-    const std::string size = console::format_bytes(bytes);
+    const std::string size = orl::format_bytes(bytes);
     status_.println(size, 'G');
     events_.add_line(std::string(name) + ": ", size);
     for (const std::string& error : errors) {
@@ -299,10 +301,10 @@ bool RamParameters::check_parameters() {
     console::println(
         "Warning: The working folder is not writable. The run will end without a validation file.", 'Y');
   const u64 bytes = required_bytes();
-  print_line("Required Memory:   ", console::format_bytes(bytes), 'G');
+  print_line("Required Memory:   ", orl::format_bytes(bytes), 'G');
   const u64 installed = orl::total_memory_bytes();
   if (bytes <= installed) return true;
-  console::println("Warning: this is more than the " + console::format_bytes(installed) + " of this machine.",
+  console::println("Warning: this is more than the " + orl::format_bytes(installed) + " of this machine.",
                    'Y');
   return false;
 }

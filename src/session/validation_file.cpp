@@ -1,15 +1,13 @@
 #include "session/validation_file.h"
 
 #include "config/writer.h"
-#include "core/console.h"
+#include "core/format.h"
 #include "core/version.h"
 #include "digits/sha256.h"
 #include "simd/target.h"
 
 namespace orvane {
 namespace {
-
-namespace console = orl::console;
 
 constexpr std::string_view kLineEnd = "\r\n";
 constexpr std::size_t kValueColumn = 23;
@@ -45,7 +43,7 @@ void add_system(Text& text, const std::vector<orl::ReportSection>& sections) {
 }
 
 void add_computation(Text& text, const RunReport& report) {
-  const auto count = [](u64 digits) { return console::format_with_commas(digits); };
+  const auto count = [](u64 digits) { return orl::format_with_commas(digits); };
   text.value("Constant:", report.constant_long);
   text.value("Algorithm:", report.algorithm_long);
   text.value("Decimal Digits:", count(report.decimal_digits));
@@ -57,12 +55,12 @@ void add_computation(Text& text, const RunReport& report) {
 void add_mode(Text& text, const RunReport& report) {
   text.value("Computation Mode:", report.mode);
   text.value("Threading Mode:", report.threading);
-  text.value("Working Memory:", console::format_bytes(report.working_bytes));
-  text.value("Total Memory:", console::format_bytes(report.working_bytes + report.table_bytes));
+  text.value("Working Memory:", orl::format_bytes(report.working_bytes));
+  text.value("Total Memory:", orl::format_bytes(report.working_bytes + report.table_bytes));
   if (report.disk) {
-    text.line("Logical Peak Disk Usage:       " + console::format_bytes(report.disk->peak_bytes));
-    text.line("Logical Disk Bytes Read:       " + console::format_bytes(report.disk->read_bytes));
-    text.line("Logical Disk Bytes Written:    " + console::format_bytes(report.disk->written_bytes));
+    text.line("Logical Peak Disk Usage:       " + orl::format_bytes(report.disk->peak_bytes));
+    text.line("Logical Disk Bytes Read:       " + orl::format_bytes(report.disk->read_bytes));
+    text.line("Logical Disk Bytes Written:    " + orl::format_bytes(report.disk->written_bytes));
   }
   text.line();
 }

@@ -4,8 +4,8 @@
 #include <fstream>
 #include <numeric>
 
+#include "console/console.h"
 #include "console/number_forms.h"
-#include "core/console.h"
 #include "digits/sha256.h"
 #include "session/validation_file.h"
 

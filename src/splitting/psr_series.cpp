@@ -3,8 +3,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/format.h"
+#include "core/output.h"
 #include "numbers/transform.h"
 #include "splitting/binary_splitting.h"
 #include "splitting/stage_timer.h"
@@ -48,14 +49,14 @@ void warn_of_many_blocks(u64 count) {
   static bool warned = false;
   if (count == kManyBlocks && !warned) {
     warned = true;
-    console::println("Performance Warning: PSR plan has exceeded 10000 blocks.", 'Y');
+    notice_line("Performance Warning: PSR plan has exceeded 10000 blocks.", 'Y');
   }
 }
 
 void warn_of_plan_size(u64 count) {
   if (count < kManyBlocks) return;
-  console::println("PSR plan has reached a size of " + console::format_with_commas(count) + " blocks.", 'Y');
-  console::println("It is not recommended to proceed with such a computation.", 'Y');
+  notice_line("PSR plan has reached a size of " + format_with_commas(count) + " blocks.", 'Y');
+  notice_line("It is not recommended to proceed with such a computation.", 'Y');
 }
 
 template <class W>
@@ -89,8 +90,8 @@ PSR_Series<Store>::PSR_Series(std::unique_ptr<const Series<W>> series, const Ser
   const DoubleDouble whole = series_->size(0, series_->terms());
   expansion_ = (whole / words_to_nats<W>(p)).to_double();
   headline_ = std::string("Series ") + kind_name(series_->kind()) + "...  " +
-              console::format_with_commas(series_->terms()) +
-              " terms  (Expansion Factor = " + console::format_float(expansion_, 3) + ")";
+              format_with_commas(series_->terms()) +
+              " terms  (Expansion Factor = " + format_float(expansion_, 3) + ")";
 
   fraction_words_ = round_up_8(blocks_.front()->kept_words() + 2);
   const u64 sum_words = round_up_8(p + 5);

@@ -7,7 +7,7 @@
 #include <array>
 
 #include "bbp/bbp_sum.h"
-#include "core/console.h"
+#include "core/format.h"
 #include "stress/stress_work.h"
 
 namespace orvane {
@@ -53,8 +53,7 @@ class BbpWork final : public StressWork {
   u64 bytes() const override { return operand_bytes(); }
   u64 operand_bytes() const override { return count_ * sizeof(BbpOperand); }
   std::string size_text() const override {
-    return orl::console::format_with_commas(count_) + " x " +
-           orl::console::format_with_commas(kTermsPerRange);
+    return orl::format_with_commas(count_) + " x " + orl::format_with_commas(kTermsPerRange);
   }
 
   void prepare(LinearHeapBuffer memory, u64 seed) override {

@@ -3,15 +3,14 @@
 #include <algorithm>
 
 #include "config/located.h"
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/format.h"
 #include "system/environment.h"
 #include "system/machine.h"
 
 namespace orvane {
 namespace {
 
-namespace console = orl::console;
 using orl::s64;
 
 std::vector<u32> distinct(const std::vector<u32>& cores) {
@@ -86,11 +85,11 @@ std::string StressSettings::refusal() const {
   if (cores.empty()) return "No logical cores are selected. Select at least one.";
   const u64 available = orl::available_memory_bytes();
   if (total_memory > available)
-    return "The test needs " + console::format_bytes(total_memory) + " of memory, and " +
-           console::format_bytes(available) + " are available. Ask for less.";
+    return "The test needs " + orl::format_bytes(total_memory) + " of memory, and " +
+           orl::format_bytes(available) + " are available. Ask for less.";
   if (std::none_of(tests.begin(), tests.end(),
                    [&](const auto& test) { return test->enabled && test->plan(share_bytes()); }))
-    return console::format_bytes(total_memory) + " of memory for " + std::to_string(cores.size()) +
+    return orl::format_bytes(total_memory) + " of memory for " + std::to_string(cores.size()) +
            " thread(s) are too little for every selected test. Ask for more.";
   return {};
 }

@@ -5,8 +5,9 @@
 #include <algorithm>
 #include <atomic>
 
-#include "core/console.h"
+#include "console/console.h"
 #include "core/exceptions.h"
+#include "core/format.h"
 #include "core/run_timer.h"
 #include "memory/interleave_allocator.h"
 #include "memory/node_placement.h"
@@ -61,7 +62,7 @@ class StressRun {
     if (!threads_.ready()) return 1;
     bool go_on = true;
     for (u64 iteration = 1; go_on; ++iteration) {
-      console::println("\nIteration " + console::format_with_commas(iteration) + "\n", 'T');
+      console::println("\nIteration " + orl::format_with_commas(iteration) + "\n", 'T');
       const u64 ran = tally_.passed + tally_.failed;
       go_on = run_iteration() && tally_.passed + tally_.failed > ran;
       if (!go_on) console::println("\nTest Finished. Waiting for threads to terminate...", 'w');
@@ -104,15 +105,15 @@ class StressRun {
       ++tally_.skipped;
       console::println("", 'w');
       console::println(
-          "Skipped  It does not fit " + console::format_bytes(settings_.share_bytes()) + " a thread.", 'Y');
+          "Skipped  It does not fit " + orl::format_bytes(settings_.share_bytes()) + " a thread.", 'Y');
       return;
     }
     console::println("  (" + work->size_text() + " " + test.unit() + ")", 'w');
     const double begin = orl::monotonic_seconds();
-    const std::string limit = " / " + console::format_with_commas(settings_.seconds) + " seconds";
+    const std::string limit = " / " + orl::format_with_commas(settings_.seconds) + " seconds";
     const auto reports = threads_.run(test, static_cast<double>(settings_.seconds), [&](double passed) {
       console::show_live_line(std::string(test.tag()) + ":  ",
-                              console::format_with_commas(static_cast<u64>(passed)), limit);
+                              orl::format_with_commas(static_cast<u64>(passed)), limit);
       return !interrupted;
     });
     conclude(test, reports, orl::monotonic_seconds() - begin);
@@ -140,7 +141,7 @@ class StressRun {
     const auto least = std::min_element(reports.begin(), reports.end(), [](const auto& a, const auto& b) {
       return processor_share(a) < processor_share(b);
     });
-    const std::string share = console::format_float(100 * processor_share(*least), 4) + " %";
+    const std::string share = orl::format_float(100 * processor_share(*least), 4) + " %";
     console::label_value("  CPU: ", share, 'G');
     console::newline();
     if (!interrupted && processor_share(*least) < lowest_share_) {
@@ -153,7 +154,7 @@ class StressRun {
     console::println("\nAll tests completed:", 'w');
     const auto row = [](const char* label, u64 count, char colour) {
       console::print_padded(24, label, 'w');
-      console::println(console::format_with_commas(count), count == 0 ? 'w' : colour);
+      console::println(orl::format_with_commas(count), count == 0 ? 'w' : colour);
     };
     row("    Passed", tally_.passed, 'G');
     row("    Failed", tally_.failed, 'R');

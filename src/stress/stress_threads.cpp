@@ -5,9 +5,10 @@
 #include <algorithm>
 #include <chrono>
 
-#include "core/console.h"
+#include "console/console.h"
 #include "core/exceptions.h"
 #include "core/fault_point.h"
+#include "core/format.h"
 #include "core/run_timer.h"
 #include "system/topology.h"
 #include "threads/thread_start.h"
@@ -155,7 +156,7 @@ bool StressThreads::obtain_memory(Worker& worker) {
   const char colour = worker.memory ? 'Y' : 'R';
   const std::lock_guard lock(console::fault_mutex());
   console::println((worker.memory ? "The memory of logical core "
-                                  : "Memory Allocation Failed: " + console::format_bytes(setup_.share_bytes) +
+                                  : "Memory Allocation Failed: " + orl::format_bytes(setup_.share_bytes) +
                                         " for logical core ") +
                        std::to_string(worker.report.core),
                    colour);

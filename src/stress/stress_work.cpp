@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/format.h"
 #include "stress/known_answers.h"
 #include "threads/simple_frameworks.h"
 
@@ -27,8 +27,8 @@ class KnownAnswerWork final : public StressWork {
   u64 bytes() const override { return rounds_.bytes(); }
   u64 operand_bytes() const override { return rounds_.operands_bytes(); }
   std::string size_text() const override {
-    return orl::console::format_with_commas(rounds_.operands()) + " x " +
-           orl::console::format_with_commas(rounds_.words() * 64 / unit_bits_);
+    return orl::format_with_commas(rounds_.operands()) + " x " +
+           orl::format_with_commas(rounds_.words() * 64 / unit_bits_);
   }
 
   void prepare(LinearHeapBuffer memory, u64 seed) override {

@@ -1,11 +1,9 @@
-// The page "Compilation Options": what the compiler and the loader say about this very program.
+// What the page "Compilation Options" tells: what the compiler and the loader say about this very program.
 #include <gnu/libc-version.h>
 #include <link.h>
 
-#include "core/console.h"
 #include "simd/features.h"
 #include "system/machine.h"
-#include "system/report_page.h"
 
 namespace orl {
 namespace {
@@ -79,7 +77,5 @@ std::vector<ReportSection> compilation_sections() {
             {"Active:", simd::target_name(simd::active_target())}}},
           std::move(libraries)};
 }
-
-void print_compilation_options() { print_report_page("Compilation Options", compilation_sections()); }
 
 }  // namespace orl

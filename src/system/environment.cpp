@@ -12,8 +12,8 @@
 
 #include "config/parser.h"
 #include "config/writer.h"
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 
 namespace orl {
 namespace {
@@ -106,25 +106,25 @@ std::optional<std::string> write_whole(const std::string& path, const std::strin
 }
 
 Environment fall_back(const Topology& topology) {
-  console::println("Falling back to default settings...", 'Y');
+  notice_line("Falling back to default settings...", 'Y');
   return default_environment(topology);
 }
 
 Environment load_existing(const std::string& path, const Topology& topology) {
-  console::println("Loading configuration file...", 'w');
+  notice_line("Loading configuration file...", 'w');
   try {
     const std::unique_ptr<Value> file = load_file(path);
     const Object& root = root_object(*file);
     if (matches_hardware(root, topology)) return parse_environment(root, topology);
   } catch (const Exception& e) {
     e.print();
-    console::println("Please fix or delete \"" + path + "\".", 'Y');
+    notice_line("Please fix or delete \"" + path + "\".", 'Y');
     return fall_back(topology);
   }
-  console::println("Unable to load configuration file. The \"DetectedHardware\" section does not", 'Y');
-  console::println("match the current hardware configuration.", 'Y');
+  notice_line("Unable to load configuration file. The \"DetectedHardware\" section does not", 'Y');
+  notice_line("match the current hardware configuration.", 'Y');
   const Environment defaults = fall_back(topology);
-  console::println("Delete \"" + path + "\" to have it made for this hardware.", 'w');
+  notice_line("Delete \"" + path + "\" to have it made for this hardware.", 'w');
   return defaults;
 }
 
@@ -156,13 +156,13 @@ Environment parse_environment(const Object& root, const Topology& topology) {
 }
 
 Environment load_environment(const std::string& path, const Topology& topology) {
-  console::println("Loading Environment Configuration...", 'w');
+  notice_line("Loading Environment Configuration...", 'w');
   std::error_code error;
   if (std::filesystem::exists(std::filesystem::symlink_status(path, error)))
     return load_existing(path, topology);
-  console::println("No configuration found. Generating default file...", 'w');
+  notice_line("No configuration found. Generating default file...", 'w');
   if (const auto failure = write_whole(path, environment_text(topology))) {
-    console::println("Unable to write \"" + path + "\": " + *failure + ". Using default settings.", 'Y');
+    notice_line("Unable to write \"" + path + "\": " + *failure + ". Using default settings.", 'Y');
     return default_environment(topology);
   }
   return load_existing(path, topology);
@@ -178,7 +178,7 @@ Environment on_usable_cores(Environment environment, const std::vector<u32>& usa
       left_out += " " + std::to_string(core);
   }
   if (left_out.empty() || kept.empty()) return environment;
-  console::println("This process may not use all cores. Threads are not pinned to:" + left_out, 'Y');
+  notice_line("This process may not use all cores. Threads are not pinned to:" + left_out, 'Y');
   environment.static_pin_order = std::move(kept);
   return environment;
 }

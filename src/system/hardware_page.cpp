@@ -1,16 +1,15 @@
-// The page "Hardware Features".
+// What the page "Hardware Features" tells.
 #include <sys/resource.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <map>
 
-#include "core/console.h"
+#include "core/format.h"
 #include "core/settings.h"
 #include "simd/features.h"
 #include "system/kernel_files.h"
 #include "system/machine.h"
-#include "system/report_page.h"
 
 namespace orl {
 namespace {
@@ -45,7 +44,7 @@ ReportSection caches(const std::string& root, u32 core) {
     const auto level = read_kernel_number(own + "level");
     const auto kilobytes = read_kernel_number(own + "size");  // always given as "48K"
     if (!level || !kilobytes) break;
-    std::string text = console::format_bytes(static_cast<u64>(*kilobytes) << 10);
+    std::string text = format_bytes(static_cast<u64>(*kilobytes) << 10);
     const auto ways = read_kernel_number(own + "ways_of_associativity");
     const auto line = read_kernel_number(own + "coherency_line_size");
     if (ways.value_or(0) > 0) text += ", " + std::to_string(*ways) + " ways";
@@ -64,7 +63,7 @@ ReportSection nodes(const Topology& topology) {
   for (const NumaNode& node : topology.nodes)
     section.rows.emplace_back(
         "Node " + std::to_string(node.id) + ":",
-        "cores " + id_list_text(node.cores) + ", memory " + console::format_bytes(node.memory_bytes));
+        "cores " + id_list_text(node.cores) + ", memory " + format_bytes(node.memory_bytes));
   return section;
 }
 
@@ -78,13 +77,13 @@ std::string chosen_word(const std::string& text) {
 std::string lockable_memory() {
   rlimit limit{};
   if (getrlimit(RLIMIT_MEMLOCK, &limit) != 0) return "Unknown";
-  return limit.rlim_cur == RLIM_INFINITY ? "Unlimited" : console::format_bytes(limit.rlim_cur);
+  return limit.rlim_cur == RLIM_INFINITY ? "Unlimited" : format_bytes(limit.rlim_cur);
 }
 
 ReportSection pages(const std::string& root) {
   ReportSection section{
       "Memory Pages:",
-      {{"Page Size:", console::format_bytes(static_cast<u64>(sysconf(_SC_PAGESIZE)))},
+      {{"Page Size:", format_bytes(static_cast<u64>(sysconf(_SC_PAGESIZE)))},
        {"Transparent Huge Pages:",
         chosen_word(read_kernel_line(root + "sys/kernel/mm/transparent_hugepage/enabled"))}}};
   std::map<s64, std::string> folders;  // by size in KiB
@@ -116,10 +115,9 @@ ReportSection clocks(const std::string& root) {
 ReportSection measured() {
   const double hz = measure_tsc_frequency(0.05);
   return {"Measured Now:",
-          {{"Available Memory:", console::format_bytes(available_memory_bytes())},
+          {{"Available Memory:", format_bytes(available_memory_bytes())},
            {"Time-Stamp Counter:",
-            hz > 0 ? console::format_with_commas(static_cast<u64>(hz)) + " Hz, constant rate"
-                   : "no constant rate"},
+            hz > 0 ? format_with_commas(static_cast<u64>(hz)) + " Hz, constant rate" : "no constant rate"},
            {"Is Debugger Present:", yes_no(debugger_is_present())}}};
 }
 
@@ -129,14 +127,14 @@ std::vector<ReportSection> read_hardware_sections(const std::string& root, const
   return {caches(root, topology.cores.front()), nodes(topology), pages(root), clocks(root)};
 }
 
-void print_hardware_features() {
+std::vector<ReportSection> hardware_sections() {
   std::vector<ReportSection> sections = system_report(settings().print_pii);
   sections.push_back(features());
   sections.push_back(targets());
   for (ReportSection& section : read_hardware_sections("/", topology()))
     sections.push_back(std::move(section));
   sections.push_back(measured());
-  print_report_page("Hardware Features", sections);
+  return sections;
 }
 
 }  // namespace orl

@@ -44,11 +44,9 @@ double measure_tsc_frequency(double seconds);
 /// What the page "Hardware Features" adds to the system report: the processor's features and targets, caches,
 /// nodes, pages and clocks.
 std::vector<ReportSection> read_hardware_sections(const std::string& root, const Topology& topology);
+/// All of the page "Hardware Features" of this machine, measured values included.
+std::vector<ReportSection> hardware_sections();
 /// Compiler, instruction targets and libraries of this very program.
 std::vector<ReportSection> compilation_sections();
-
-/// The pages "Hardware Features" and "Compilation Options" of the advanced options.
-void print_hardware_features();
-void print_compilation_options();
 
 }  // namespace orl

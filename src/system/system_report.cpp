@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "core/console.h"
+#include "core/format.h"
 #include "system/kernel_files.h"
 #include "system/machine.h"
 #include "system/smbios.h"
@@ -106,7 +106,7 @@ ReportSection motherboard(const std::string& root, bool identifying) {
 }
 
 std::string module_text(const MemoryModule& module) {
-  std::string text = console::format_float(std::ldexp(static_cast<double>(module.bytes), -30), 3) + " GiB";
+  std::string text = format_float(std::ldexp(static_cast<double>(module.bytes), -30), 3) + " GiB";
   if (!module.type.empty()) text += " " + module.type;
   if (module.megatransfers != 0) text += " " + std::to_string(module.megatransfers) + " MT/s";
   for (const std::string& part : {module.locator, module.manufacturer, module.part})
@@ -134,8 +134,8 @@ ReportSection memory(const std::string& root) {
   for (const MemoryModule& module : modules) total += module.bytes;
   total = std::max({total, modules.empty() ? memory_block_bytes(root) : 0, usable});
   ReportSection section{"Memory:",
-                        {{"Usable Memory:", usable ? console::format_bytes(usable) : kUnknown},
-                         {"Total Memory:", total ? console::format_bytes(total) : kUnknown}}};
+                        {{"Usable Memory:", usable ? format_bytes(usable) : kUnknown},
+                         {"Total Memory:", total ? format_bytes(total) : kUnknown}}};
   for (const MemoryModule& module : modules) section.rows.emplace_back("DIMM:", module_text(module));
   if (modules.empty()) {
     std::error_code error;

@@ -9,7 +9,7 @@
 #include <set>
 #include <string_view>
 
-#include "core/console.h"
+#include "core/output.h"
 #include "system/kernel_files.h"
 
 namespace orl {
@@ -100,8 +100,8 @@ std::vector<NumaNode> read_nodes(const std::string& root, const std::vector<u32>
 }
 
 Topology announce_and_read() {
-  console::println("Parsing Core -> Handle Mappings...", 'w');
-  console::println("Parsing NUMA -> Core Mappings...", 'w');
+  notice_line("Parsing Core -> Handle Mappings...", 'w');
+  notice_line("Parsing NUMA -> Core Mappings...", 'w');
   return read_topology("/");
 }
 

@@ -1,9 +1,8 @@
 #include "threads/cilk_framework.h"
 
 #include "config/settings_keys.h"
-#include "core/console.h"
+#include "core/format.h"
 #include "threads/frameworks.h"
-#include "threads/menu_row.h"
 #include "threads/task_entry.h"
 #include "threads/tsan_edge.h"
 
@@ -56,12 +55,12 @@ void Parallelizer_Cilk::run_range(ParallelTask& task, u64 start, u64 end) {
 
 void Parallelizer_Cilk::reserve() { __cilkrts_set_param("nworkers", std::to_string(cilk_threads_).c_str()); }
 
-void Parallelizer_Cilk::print_menu_rows() const {
-  print_menu_row("   4    Cilk Threads:", console::format_with_commas(cilk_threads_));
+void Parallelizer_Cilk::print_menu_rows(SettingsMenu& menu) const {
+  menu.row("   4    Cilk Threads:", format_with_commas(cilk_threads_));
 }
 
-void Parallelizer_Cilk::handle_menu_choice(u64 choice) {
-  if (choice == 4) cilk_threads_ = ask_thread_count("Threads: ");
+void Parallelizer_Cilk::handle_menu_choice(u64 choice, SettingsMenu& menu) {
+  if (choice == 4) cilk_threads_ = ask_thread_count(menu, "Threads: ");
 }
 
 void Parallelizer_Cilk::write_settings(Object& object) const {

@@ -16,8 +16,8 @@ class Parallelizer_Cilk final : public Parallelizer {
   const char* key() const override { return "cilk"; }
   const char* name() const override { return "Cilk Plus Work-Stealing"; }
   u64 threads() const override { return cilk_threads_; }
-  void print_menu_rows() const override;
-  void handle_menu_choice(u64 choice) override;
+  void print_menu_rows(SettingsMenu& menu) const override;
+  void handle_menu_choice(u64 choice, SettingsMenu& menu) override;
   void write_settings(Object& object) const override;
   void read_object(const Object& object) override;
 

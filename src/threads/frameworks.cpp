@@ -5,8 +5,8 @@
 #include <bit>
 
 #include "config/object.h"
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 #include "threads/push_pool_framework.h"
 #include "threads/simple_frameworks.h"
 #include "threads/tbb_framework.h"
@@ -92,7 +92,9 @@ u64 checked_thread_count(s64 threads) {
       "checked_thread_count()", "WorkerThreads must be between 0 and " + std::to_string(kMaxThreads) + ".");
 }
 
-u64 ask_thread_count(const char* prompt) { return std::min(console::read_number(prompt, 'G'), kMaxThreads); }
+u64 ask_thread_count(SettingsMenu& menu, const char* prompt) {
+  return std::min(menu.ask_number(prompt), kMaxThreads);
+}
 
 std::string Parallelizer::to_string(u64 tds) const {
   const u64 count = threads();
@@ -102,12 +104,12 @@ std::string Parallelizer::to_string(u64 tds) const {
 
 void Parallelizer::print_status(u64 tds) const {
   const u64 count = threads();
-  console::print(name(), 'G');
-  console::print("  ->  ", 'w');
-  console::print(std::to_string(tds), 'Y');
-  console::print(" / ", 'w');
-  console::print(count == 0 ? "?" : std::to_string(count), 'Y');
-  console::print(details(), 'w');
+  notice(name(), 'G');
+  notice("  ->  ", 'w');
+  notice(std::to_string(tds), 'Y');
+  notice(" / ", 'w');
+  notice(count == 0 ? "?" : std::to_string(count), 'Y');
+  notice(details(), 'w');
 }
 
 Object Parallelizer::to_object() const {

@@ -35,7 +35,7 @@ std::string default_framework_key(u64 logical_cores);
 void check_task_decomposition(u64 tds);
 /// A WorkerThreads value of a configuration. Throws InvalidParametersException unless in 0 to kMaxThreads.
 u64 checked_thread_count(s64 threads);
-/// Asks on the console; an answer above kMaxThreads is taken as kMaxThreads.
-u64 ask_thread_count(const char* prompt);
+/// An answer above kMaxThreads is taken as kMaxThreads.
+u64 ask_thread_count(SettingsMenu& menu, const char* prompt);
 
 }  // namespace orl

@@ -2,23 +2,12 @@
 
 #include "config/located.h"
 #include "config/settings_keys.h"
-#include "core/console.h"
 #include "core/exceptions.h"
-#include "threads/menu_row.h"
+#include "core/format.h"
 
 namespace orl {
 
 namespace {
-
-constexpr const char* kDecompositionHelp[] = {
-    "In order to parallelize a task, it must be decomposed to smaller tasks.",
-    "However, decomposing tasks incurs CPU and memory overhead.",
-    "  - With fewer tasks, you have less overhead, but you may not achieve high",
-    "    utilization of the processor cores.",
-    "  - With more tasks, you have more overhead, but better CPU utilization.",
-    "At minimum value, this should be at least the # of logical cores. But it may",
-    "be optimal to go even higher. This is known as \"over-decomposition\".",
-};
 
 /// TaskDecomposition is an integer in a configuration file and an object with a Value in a dump.
 std::optional<s64> read_decomposition(const Object& object) {
@@ -26,13 +15,6 @@ std::optional<s64> read_decomposition(const Object& object) {
   const Value& value = object.get("TaskDecomposition");
   if (value.kind() == ValueKind::kObject) return optional_integer(value.as_object(""), "Value");
   return optional_integer(object, "TaskDecomposition");
-}
-
-u64 ask_decomposition() {
-  console::newline();
-  for (const char* line : kDecompositionHelp) console::println(line, 'w');
-  console::newline();
-  return console::read_bounded("Task Decomposition: ", 1, kMaxTaskDecomposition, 'G');
 }
 
 }  // namespace
@@ -60,7 +42,7 @@ void Parallelism::write_settings(Object& object) const {
 Object Parallelism::to_object() const {
   Object decomposition;
   decomposition.add_integer("Value", static_cast<s64>(tds_));
-  decomposition.add_string("DisplayText", console::format_with_commas(tds_));
+  decomposition.add_string("DisplayText", format_with_commas(tds_));
   Object object;
   object.add_object("TaskDecomposition", std::move(decomposition));
   object.add_string("Framework", framework_->key());
@@ -80,41 +62,6 @@ void Parallelism::read_object(const Object& object) {
   framework->read_object(object);
   if (decomposition) tds_ = static_cast<u64>(*decomposition);
   framework_ = std::move(framework);
-}
-
-void Parallelism::choose_framework() {
-  const auto& types = frameworks();
-  console::newline();
-  console::println("Parallel Frameworks:", 'T');
-  console::newline();
-  for (std::size_t i = 0; i < types.size(); ++i) {
-    console::println("   " + std::to_string(i) + "    " + types[i].name, 'T');
-  }
-  console::newline();
-  const u64 choice = console::read_bounded("Enter your choice:\noption: ", 0, types.size() - 1, 'G');
-  set_framework(types[choice].key);
-}
-
-void Parallelism::run_menu() {
-  for (;;) {
-    const u64 cores = logical_core_count();
-    console::newline();
-    console::println("Multi-Threading Settings:", 'Y');
-    console::newline();
-    console::println("   0    Return", 'T');
-    console::println("   1    Restore defaults for " + console::format_with_commas(cores) + " logical cores.",
-                     'T');
-    print_menu_row("   2    Framework:", framework_->name());
-    print_menu_row("   3    Task Decomposition:", console::format_with_commas(tds_));
-    framework_->print_menu_rows();
-    console::newline();
-    const u64 choice = console::read_bounded("Enter # to change option:\n", 0, 9, 'G');
-    if (choice == 0) return;
-    if (choice == 1) restore_defaults(cores);
-    if (choice == 2) choose_framework();
-    if (choice == 3) tds_ = ask_decomposition();
-    if (choice >= 4) framework_->handle_menu_choice(choice);
-  }
 }
 
 }  // namespace orl

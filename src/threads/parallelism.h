@@ -30,12 +30,7 @@ class Parallelism {
   /// Reads either form. Throws InvalidParametersException; nothing has changed then.
   void read_object(const Object& object);
 
-  /// The settings menu; returns when the user leaves it.
-  void run_menu();
-
  private:
-  void choose_framework();
-
   u64 tds_;
   std::unique_ptr<Parallelizer> framework_;
 };

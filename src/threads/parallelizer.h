@@ -10,6 +10,7 @@
 #include <exception>
 #include <string>
 
+#include "core/settings_menu.h"
 #include "core/types.h"
 
 namespace orl {
@@ -49,8 +50,8 @@ class Parallelizer {
   /// The end of the report line: the framework's own settings in words.
   virtual std::string details() const { return {}; }
   /// The framework's own rows of the settings menu, and its answer to a choice among them.
-  virtual void print_menu_rows() const {}
-  virtual void handle_menu_choice(u64) {}
+  virtual void print_menu_rows(SettingsMenu&) const {}
+  virtual void handle_menu_choice(u64, SettingsMenu&) {}
   /// The framework's settings as an object of their own, with the key under "Framework".
   virtual Object to_object() const;
   /// Adds the framework's own keys to `object`; read_object takes them from there. A key that is absent

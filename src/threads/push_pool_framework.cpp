@@ -5,9 +5,8 @@
 #include <new>
 
 #include "config/settings_keys.h"
-#include "core/console.h"
+#include "core/format.h"
 #include "threads/frameworks.h"
-#include "threads/menu_row.h"
 #include "threads/range_split.h"
 #include "threads/task_entry.h"
 
@@ -130,14 +129,13 @@ std::string Parallelizer_PushPool::details() const {
   return randomization_ ? "  (randomization on)" : "  (randomization off)";
 }
 
-void Parallelizer_PushPool::print_menu_rows() const {
-  print_menu_row("   4    Worker Threads:",
-                 worker_limit_ == 0 ? "Unlimited" : console::format_with_commas(worker_limit_));
-  print_menu_row("   5    Thread Randomization:", randomization_ ? "Enabled" : "Disabled");
+void Parallelizer_PushPool::print_menu_rows(SettingsMenu& menu) const {
+  menu.row("   4    Worker Threads:", worker_limit_ == 0 ? "Unlimited" : format_with_commas(worker_limit_));
+  menu.row("   5    Thread Randomization:", randomization_ ? "Enabled" : "Disabled");
 }
 
-void Parallelizer_PushPool::handle_menu_choice(u64 choice) {
-  if (choice == 4) set_worker_limit(ask_thread_count("Threads (0 for unlimited threads): "));
+void Parallelizer_PushPool::handle_menu_choice(u64 choice, SettingsMenu& menu) {
+  if (choice == 4) set_worker_limit(ask_thread_count(menu, "Threads (0 for unlimited threads): "));
   if (choice == 5) set_randomization(!randomization_);
 }
 

@@ -25,8 +25,8 @@ class Parallelizer_PushPool final : public Parallelizer {
   const char* name() const override { return "Push Pool"; }
   u64 threads() const override { return worker_limit_; }
   std::string details() const override;
-  void print_menu_rows() const override;
-  void handle_menu_choice(u64 choice) override;
+  void print_menu_rows(SettingsMenu& menu) const override;
+  void handle_menu_choice(u64 choice, SettingsMenu& menu) override;
   void write_settings(Object& object) const override;
   void read_object(const Object& object) override;
 

@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "config/settings_keys.h"
-#include "threads/menu_row.h"
 #include "threads/range_split.h"
 #include "threads/task_entry.h"
 #include "threads/thread_start.h"
@@ -51,12 +50,12 @@ std::string Parallelizer_Async::details() const {
   return async_only_ ? "  (async only)" : "  (async | deferred)";
 }
 
-void Parallelizer_Async::print_menu_rows() const {
-  print_menu_row("   4    Launch Policy:",
-                 async_only_ ? "std::launch::async" : "std::launch::async | std::launch::deferred");
+void Parallelizer_Async::print_menu_rows(SettingsMenu& menu) const {
+  menu.row("   4    Launch Policy:",
+           async_only_ ? "std::launch::async" : "std::launch::async | std::launch::deferred");
 }
 
-void Parallelizer_Async::handle_menu_choice(u64 choice) {
+void Parallelizer_Async::handle_menu_choice(u64 choice, SettingsMenu&) {
   if (choice == 4) set_async_only(!async_only_);
 }
 

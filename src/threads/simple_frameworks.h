@@ -35,8 +35,8 @@ class Parallelizer_Async final : public Parallelizer {
   const char* key() const override { return "cppasync"; }
   const char* name() const override { return "C++ std::async()"; }
   std::string details() const override;
-  void print_menu_rows() const override;
-  void handle_menu_choice(u64 choice) override;
+  void print_menu_rows(SettingsMenu& menu) const override;
+  void handle_menu_choice(u64 choice, SettingsMenu& menu) override;
   void write_settings(Object& object) const override;
   void read_object(const Object& object) override;
 

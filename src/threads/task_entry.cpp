@@ -2,8 +2,8 @@
 
 #include <mutex>
 
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 
 namespace orl {
 
@@ -26,23 +26,23 @@ void take_the_word() {
   } catch (const Exception& failure) {
     failure.print();
   } catch (const std::exception& failure) {
-    console::println(failure.what(), 'R');
-    console::println(kChildText, 'R');
+    notice_line(failure.what(), 'R');
+    notice_line(kChildText, 'R');
   } catch (...) {
-    console::println(kChildText, 'R');
+    notice_line(kChildText, 'R');
   }
   fatal_exit(1);
 }
 
 [[noreturn]] void end_after_worker_failure() {
   take_the_word();
-  console::println(kPoolText, 'R');
+  notice_line(kPoolText, 'R');
   try {
     throw;
   } catch (const Exception& failure) {
     failure.print();
   } catch (const std::exception& failure) {
-    console::println(failure.what(), 'R');
+    notice_line(failure.what(), 'R');
   } catch (...) {
     // Nothing is known about it beyond the line above.
   }

@@ -10,9 +10,8 @@
 #include <optional>
 
 #include "config/settings_keys.h"
-#include "core/console.h"
+#include "core/format.h"
 #include "threads/frameworks.h"
-#include "threads/menu_row.h"
 #include "threads/task_entry.h"
 #include "threads/tsan_edge.h"
 
@@ -83,12 +82,12 @@ void Parallelizer_Tbb::reserve() {
 
 void Parallelizer_Tbb::reset() { arena_ = std::make_unique<Arena>(tbb_threads_); }
 
-void Parallelizer_Tbb::print_menu_rows() const {
-  print_menu_row("   4    TBB Threads:", console::format_with_commas(tbb_threads_));
+void Parallelizer_Tbb::print_menu_rows(SettingsMenu& menu) const {
+  menu.row("   4    TBB Threads:", format_with_commas(tbb_threads_));
 }
 
-void Parallelizer_Tbb::handle_menu_choice(u64 choice) {
-  if (choice == 4) set_threads(ask_thread_count("Threads: "));
+void Parallelizer_Tbb::handle_menu_choice(u64 choice, SettingsMenu& menu) {
+  if (choice == 4) set_threads(ask_thread_count(menu, "Threads: "));
 }
 
 void Parallelizer_Tbb::write_settings(Object& object) const {

@@ -23,8 +23,8 @@ class Parallelizer_Tbb final : public Parallelizer {
   const char* key() const override { return "tbb"; }
   const char* name() const override { return kName; }
   u64 threads() const override { return tbb_threads_; }
-  void print_menu_rows() const override;
-  void handle_menu_choice(u64 choice) override;
+  void print_menu_rows(SettingsMenu& menu) const override;
+  void handle_menu_choice(u64 choice, SettingsMenu& menu) override;
   void write_settings(Object& object) const override;
   void read_object(const Object& object) override;
 

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <string>
 
-#include "core/console.h"
+#include "core/output.h"
 
 namespace orl {
 
@@ -17,12 +17,12 @@ void report_failure(int error) {
   static std::atomic<unsigned> failures{0};
   if (failures.fetch_add(1, std::memory_order_relaxed) != 0) return;
   if (error == EPERM) {
-    console::println("Insufficient permissions to set thread priority. Please retry as root.", 'Y');
+    notice_line("Insufficient permissions to set thread priority. Please retry as root.", 'Y');
   } else {
-    console::println("Unable to set thread priority: errno = " + std::to_string(error), 'Y');
+    notice_line("Unable to set thread priority: errno = " + std::to_string(error), 'Y');
   }
-  console::println("Further messages for this warning will be suppressed.", 'Y');
-  console::set_colour('w');
+  notice_line("Further messages for this warning will be suppressed.", 'Y');
+  output().set_colour('w');
 }
 
 }  // namespace

@@ -6,8 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "core/console.h"
+#include "console/console.h"
+#include "console/console_status.h"
 #include "core/exceptions.h"
+#include "core/format.h"
 #include "core/status.h"
 #include "digits/digit_text.h"
 #include "digits/ovd_set.h"
@@ -129,9 +131,9 @@ void FileMenu::print_head() const {
   print_label("First Digits:", reader_->first_digits());
   const u64 total = reader_->total_digits();
   print_label("Digits after Decimal Place: ",
-              total ? console::format_with_commas(total) : "Unknown - Extended File Format");
+              total ? orl::format_with_commas(total) : "Unknown - Extended File Format");
   if (set_) {
-    print_label("Digits per File:", console::format_with_commas(set_->digits_per_file()));
+    print_label("Digits per File:", orl::format_with_commas(set_->digits_per_file()));
     console::println("\nSearch paths:", 'w');
     for (const std::string& path : set_->search_paths())
       console::println("    " + (path.empty() ? "./" : path), 'G');
@@ -214,13 +216,13 @@ orl::DigitStats FileMenu::read_stats(DigitRange range, u64 top) {
     const u64 length = std::min(kStatsDigits, range.count() - done);
     reader_->load_stats(stats, range.begin + done, length, window(), parallelism_.context());
     done += length;
-    const std::string offset = "Current Offset: " + console::format_with_commas(range.begin + done) + "  ";
+    const std::string offset = "Current Offset: " + orl::format_with_commas(range.begin + done) + "  ";
     if (range.begin == 0)
       console::show_live_line(offset + "Hash(start - current): ", start_hash(stats, top, done));
     else
       console::show_live_line(offset + range_label, std::to_string(orl::hash_canon(stats.hash)));
   }
-  print_label("Current Offset:", console::format_with_commas(range.end));
+  print_label("Current Offset:", orl::format_with_commas(range.end));
   if (range.begin == 0) print_label("Hash(start - current):", start_hash(stats, top, range.count()));
   print_label(range_label.c_str(), std::to_string(orl::hash_canon(stats.hash)));
   return stats;
@@ -231,9 +233,9 @@ void FileMenu::compute_stats() {
   const u64 top = top_hash(reader_->first_digits(), reader_->radix());
   const DigitRange range = ask_range();
   console::print("\nProcessing ", 'w');
-  console::print(console::format_with_commas(range.count()), 'G');
+  console::print(orl::format_with_commas(range.count()), 'G');
   console::println(" digits..", 'w');
-  const u64 width = console::format_with_commas(range.end).size();
+  const u64 width = orl::format_with_commas(range.end).size();
   console::print("    From: ", 'w');
   console::print_number(width, range.begin + 1);
   console::print("\n    To  : ", 'w');
@@ -255,7 +257,7 @@ void FileMenu::compute_stats() {
 }
 
 void print_written(DigitRange range) {
-  console::println("\n" + console::format_with_commas(range.count()) + " digits written.", 'w');
+  console::println("\n" + orl::format_with_commas(range.count()) + " digits written.", 'w');
 }
 
 void FileMenu::extract() {
@@ -285,8 +287,7 @@ void FileMenu::extract() {
 
 bool FileMenu::enough_digits(u64 digits) const {
   if (digits >= kMinDigitsPerFile) return true;
-  console::println("Please select at least " + console::format_with_commas(kMinDigitsPerFile) + " digits.",
-                   'Y');
+  console::println("Please select at least " + orl::format_with_commas(kMinDigitsPerFile) + " digits.", 'Y');
   return false;
 }
 

@@ -4,7 +4,6 @@
 
 #include <thread>
 
-#include "core/console.h"
 #include "core/event_log.h"
 #include "core/exceptions.h"
 #include "core/settings.h"
@@ -14,8 +13,6 @@
 namespace orl {
 namespace {
 
-using test::ChildOutput;
-using test::ChildResult;
 using test::run_child;
 
 /// Keeps the last line without allocating.
@@ -74,9 +71,10 @@ TEST(LinearStatus, CountStandsUntilTheFrameChanges) {
 }
 
 TEST(LinearStatus, PopsOnlyTheInnermostFrames) {
-  LinearConsoleNode node;
+  Recorder recorder;
+  LinearNetworkNode node(recorder, 79);
   const StatusFrameId outer = node.push_frame("outer"), inner = node.push_frame("inner");
-  const std::string refused = "LinearConsoleNode::pop_frame() Attempted to pop a non-existent node.";
+  const std::string refused = "LinearNetworkNode::pop_frame() Attempted to pop a non-existent node.";
   EXPECT_EQ(refusal([&] { node.pop_frame({&outer, 1}); }), refused);
   const StatusFrameId both[] = {inner, outer, 99};
   EXPECT_EQ(refusal([&] { node.pop_frame(both); }), refused);  // after closing the two that are there
@@ -97,14 +95,10 @@ TEST(LinearStatus, FramesBeyondTheRoomAreCountedAndPopInOrder) {
 
 TEST(LinearStatus, RefusesWhatOnlyATreeCanDo) {
   Recorder recorder;
-  LinearConsoleNode console_node;
-  LinearNetworkNode network_node(recorder, 79);
-  const std::unique_ptr<StatusIteration> iteration = console_node.make_iteration("steps", 4);
-  const std::string fork = "::push_node() Attempted to fork a linear status chain.";
-  EXPECT_EQ(refusal([&] { console_node.push_node("x"); }), "LinearConsoleNode" + fork);
-  EXPECT_EQ(refusal([&] { network_node.push_node("x"); }), "LinearNetworkNode" + fork);
-  EXPECT_EQ(refusal([&] { console_node.get_tree(); }),
-            "LinearConsoleNode::get_tree() Polling is not supported.");
+  LinearNetworkNode node(recorder, 79);
+  const std::unique_ptr<StatusIteration> iteration = node.make_iteration("steps", 4);
+  EXPECT_EQ(refusal([&] { node.push_node("x"); }),
+            "LinearNetworkNode::push_node() Attempted to fork a linear status chain.");
   EXPECT_EQ(refusal([&] { iteration->get_completed(); }),
             "LinearConsoleIteration::get_completed() Polling is not supported.");
   EXPECT_EQ(refusal([&] { iteration->make_iteration("x", 1); }),
@@ -140,56 +134,14 @@ void use_like_mathematics(Node& node) {
 
 TEST(Status, WhatTheMathematicsUsesDoesNotAllocate) {
   Recorder recorder;
-  LinearConsoleNode console_node(79, 0.0);
   LinearNetworkNode network_node(recorder, 79);
   ParallelLocalNode parallel_node("section");
   use_like_mathematics(network_node);  // what the C library sets up at first use
   const test::AllocationWatch watch;
-  use_like_mathematics(console_node);
   use_like_mathematics(network_node);
   use_like_mathematics(parallel_node);
   use_like_mathematics(silent_status());
   EXPECT_EQ(watch.calls(), 0u);
-}
-
-TEST(ConsoleStatus, OnlyPermanentTextLeavesTheProgramWithoutATerminal) {
-  const ChildResult result = run_child("", [] {
-    LinearConsoleNode node(79, 0.0);
-    StatusFrame stage(node, "Reciprocal");
-    node.set_progress(0.5);
-    node.println("Base Converting:", 'G');
-    return 0;
-  });
-  EXPECT_EQ(result.output, "Base Converting:\n");
-}
-
-TEST(ConsoleStatus, LiveLineGivesWayToPermanentTextAndGoesAtTheEnd) {
-  const ChildResult result = run_child(
-      "",
-      [] {
-        LinearConsoleNode node(79, 0.0);
-        console::newline();
-        StatusFrame stage(node, "Root");
-        node.println("Done");
-        node.set_progress(0.5);
-        return 0;
-      },
-      ChildOutput::kTerminal);
-  EXPECT_EQ(result.output, "\n\rRoot\r    \rDone\n\rRoot 50.0%\r          \r");
-}
-
-TEST(ConsoleStatus, NumbersThatMoveAreShownOncePerInterval) {
-  const ChildResult result = run_child(
-      "",
-      [] {
-        LinearConsoleNode node(79, 3600.0);
-        console::newline();
-        StatusFrame stage(node, "Root");
-        for (int i = 0; i < 1000; i++) node.set_progress(0.001 * i);
-        return 0;
-      },
-      ChildOutput::kTerminal);
-  EXPECT_EQ(result.output, "\n\rRoot\r    \r");
 }
 
 TEST(ParallelStatus, SumsTheStepsOfOpenAndClosedNodesOverAllThreads) {

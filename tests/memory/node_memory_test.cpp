@@ -271,19 +271,6 @@ TEST(NodeList, HoldsTheNodesWithMemory) {
   EXPECT_EQ(all, (std::vector<u32>{0, 1, 2}));
 }
 
-TEST(NodeList, IsTypedNodeByNode) {
-  FakeMemoryCalls machine({0, 1, 2});
-  std::vector<u32> nodes;
-  EXPECT_EQ(screen_of("2\n7\nx\n0\n\n", [&] { nodes = ask_nodes(); }),
-            "\n\nEnter NUMA node #'s one-by-one. Enter nothing to stop.\n"
-            "node: node: There is no NUMA node \"7\" on this machine.\n"
-            "node: There is no NUMA node \"x\" on this machine.\n"
-            "node: node: ");
-  EXPECT_EQ(nodes, (std::vector<u32>{2, 0}));
-  screen_of("\n", [&] { nodes = ask_nodes(); });
-  EXPECT_EQ(nodes, (std::vector<u32>{0, 1, 2})) << "none typed: all of them";
-}
-
 TEST(NodeList, RefusesWhatIsNoListOfNodes) {
   const auto refusal = [](const std::vector<s64>& numbers) {
     Object object;
@@ -301,38 +288,6 @@ TEST(NodeList, RefusesWhatIsNoListOfNodes) {
   EXPECT_EQ(refusal({0, -1}), "Invalid NUMA node: -1. Expected 0 to 1023.");
   EXPECT_EQ(refusal({1024}), "Invalid NUMA node: 1024. Expected 0 to 1023.");
   EXPECT_EQ(refusal({1023}), "accepted");
-}
-
-TEST(InterleaveAllocator, MenuChangesWhatItShows) {
-  FakeMemoryCalls machine({0, 1});
-  InterleaveAllocator allocator;
-  const auto rows = [&] { return screen_of("", [&] { allocator.print_menu_rows(); }); };
-  const std::string note =
-      "       mbind() may increase the quality of the interleaving. But it may\n"
-      "       also cause spurious memory allocation failures.\n"
-      "\n"
-      "        (This allocator is useful only when there are multiple NUMA nodes.)\n";
-  EXPECT_EQ(rows(),
-            "   3    NUMA nodes:             0, 1\n"
-            "   4    Page Mapping:           Hashed\n"
-            "   5    Lock Pages in Memory:   Disabled\n"
-            "   6    Attempt mbind():        Yes\n" +
-                note);
-  screen_of("1\n\n", [&] {
-    for (const u64 choice : {3, 4, 5, 5, 6, 9}) allocator.handle_menu_choice(choice);
-  });
-  EXPECT_EQ(rows(),
-            "   3    NUMA nodes:             1\n"
-            "   4    Page Mapping:           Round-Robin\n"
-            "   5    Lock Pages in Memory:   Forced\n"
-            "   6    Attempt mbind():        No\n" +
-                note);
-  EXPECT_EQ(allocator.to_string(), "Node Interleaving  (nodes: 1; round-robin; lock pages: forced)");
-  LibNumaAllocator libnuma;
-  EXPECT_EQ(screen_of("", [&] { libnuma.print_menu_rows(); }),
-            "   3    NUMA nodes:             0, 1\n"
-            "\n"
-            "        (This allocator is useful only when there are multiple NUMA nodes.)\n");
 }
 
 TEST(InterleaveAllocator, SettingsSurviveTheTrip) {

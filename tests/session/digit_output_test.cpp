@@ -1,12 +1,13 @@
 // From words to files and back, and the ends of a run whose digits prove wrong.
 #include "session/digit_output.h"
+#include "console/console.h"
+#include "console/console_status.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <functional>
 
-#include "core/console.h"
 #include "core/exceptions.h"
 #include "core/fault_point.h"
 #include "core/settings.h"

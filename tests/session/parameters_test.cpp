@@ -1,9 +1,9 @@
 #include "session/parameters.h"
+#include "console/console.h"
 
 #include <gtest/gtest.h>
 
 #include "config/writer.h"
-#include "core/console.h"
 #include "core/exceptions.h"
 #include "support/child.h"
 #include "support/files.h"

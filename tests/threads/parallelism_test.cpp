@@ -117,60 +117,6 @@ TEST_F(ParallelismTest, RefusedSettingsChangeNothing) {
   refuse(4, "tbb", 65537);
 }
 
-/// Runs the menu with `answers` typed and returns what it printed.
-std::string menu_output(Parallelism& settings, const std::string& answers) {
-  return testing_parallel::screen_of(answers, [&] { settings.run_menu(); });
-}
-
-TEST_F(ParallelismTest, MenuChangesWhatItShows) {
-  Parallelism settings;
-  settings.set_framework("pushpool");
-  std::string shown = menu_output(settings, "4\n70000\n5\n3\n1000\n0\n");
-  EXPECT_EQ(settings.framework().to_string(settings.tds()),
-            "Push Pool  ->  1000 / 65536  (randomization off)");
-  EXPECT_NE(shown.find("   4    Worker Threads:"), std::string::npos);
-  EXPECT_NE(shown.find("65,536"), std::string::npos);
-  EXPECT_NE(shown.find("Unlimited"), std::string::npos);
-  EXPECT_NE(shown.find("This is known as \"over-decomposition\"."), std::string::npos);
-
-  shown = menu_output(settings, "2\n2\n4\n0\n");
-  EXPECT_EQ(settings.framework().to_string(settings.tds()),
-            "C++ std::async()  ->  1000 / ?  (async | deferred)");
-  EXPECT_NE(shown.find("std::launch::async | std::launch::deferred"), std::string::npos);
-  menu_output(settings, "1\n0\n");
-  EXPECT_EQ(settings.tds(), default_task_decomposition(logical_core_count()));
-  EXPECT_EQ(settings.framework().key(), default_framework_key(logical_core_count()));
-}
-
-TEST_F(ParallelismTest, MenuShowsTheRowsOfEachFramework) {
-  const std::string cores = std::to_string(logical_core_count());
-  const std::pair<const char*, std::string> rows[] = {
-      {"none", ""},
-      {"spawn", ""},
-      {"cppasync", "   4    Launch Policy:          std::launch::async\n"},
-      {"pushpool",
-       "   4    Worker Threads:         Unlimited\n"
-       "   5    Thread Randomization:   Enabled\n"},
-      {"tbb", "   4    TBB Threads:            " + cores + "\n"}};
-  for (const auto& [key, own_rows] : rows) {
-    Parallelism settings;
-    settings.set_framework(key);
-    settings.set_tds(1234);
-    std::string framework_row = "   2    Framework:";
-    framework_row.resize(32, ' ');
-    EXPECT_EQ(menu_output(settings, "0\n"),
-              "\nMulti-Threading Settings:\n\n   0    Return\n"
-              "   1    Restore defaults for " +
-                  cores + " logical cores.\n" + framework_row + settings.framework().name() +
-                  "\n   3    Task Decomposition:     1,234\n" + own_rows + "\nEnter # to change option:\n");
-  }
-  Parallelism settings;
-  settings.set_framework("tbb");
-  const std::string shown = menu_output(settings, "4\n70000\n3\n0\n65537\n7\n0\n");
-  EXPECT_NE(shown.find("Threads: "), std::string::npos);
-  EXPECT_EQ(settings.framework().to_string(settings.tds()), "oneTBB Work-Stealing  ->  7 / 65536");
-}
-
 TEST(FrameworksDeathTest, DoubleRegistrationEndsTheProcess) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   const auto register_twice = [] {

@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <cfenv>
 
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 #include "transforms/c17/residue.h"
 #include "transforms/c17/residue_bounds.h"
 #include "transforms/c17/residue_kernels.h"
@@ -100,7 +100,7 @@ class ResidueRun {
   u64 runs_of(u64 tasks) const { return tasks * row_.k << residue_stage_levels(row_.n); }
 
   [[noreturn]] static void coefficient_failed(u32 limit_bits, u32 excess_bits) {
-    if (std::fegetround() != 0) console::println("The FPU Control Word has been corrupted.", 'Y');
+    if (std::fegetround() != 0) notice_line("The FPU Control Word has been corrupted.", 'Y');
     throw ConvolutionFailedException(kId, "Coefficient is too large.", limit_bits, limit_bits + excess_bits);
   }
 

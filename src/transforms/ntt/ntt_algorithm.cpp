@@ -3,8 +3,8 @@
 #include <bit>
 #include <cfenv>
 
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 #include "transforms/common/product_algorithm.h"
 #include "transforms/ntt/ntt.h"
 #include "transforms/ntt/ntt_join.h"
@@ -137,7 +137,7 @@ class NttRun {
   }
 
   [[noreturn]] static void coefficient_failed(u32 limit_bits, u64 above) {
-    if (std::fegetround() != 0) console::println("The FPU Control Word has been corrupted.", 'Y');
+    if (std::fegetround() != 0) notice_line("The FPU Control Word has been corrupted.", 'Y');
     throw ConvolutionFailedException(Family<R>::kId, "Coefficient is too large.", limit_bits,
                                      limit_bits + static_cast<u64>(std::bit_width(above)));
   }

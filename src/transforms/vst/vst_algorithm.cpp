@@ -2,8 +2,8 @@
 #include <atomic>
 #include <cfenv>
 
-#include "core/console.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 #include "transforms/c17/residue_bounds.h"
 #include "transforms/common/product_algorithm.h"
 #include "transforms/vst/vst.h"
@@ -117,7 +117,7 @@ class VstRun {
   }
 
   [[noreturn]] static void coefficient_failed(u32 limit_bits, u32 excess_bits) {
-    if (std::fegetround() != 0) console::println("The FPU Control Word has been corrupted.", 'Y');
+    if (std::fegetround() != 0) notice_line("The FPU Control Word has been corrupted.", 'Y');
     throw ConvolutionFailedException(kId, "Coefficient is too large.", limit_bits, limit_bits + excess_bits);
   }
 

@@ -1,13 +1,14 @@
 // Everything that the user sees or types goes through here.
 //
 // Colours  one letter each: R error, Y warning, G value, T menu entry, B blue, P magenta, lower case for the
-//          dim form, 'w' and any other letter the default text colour, ' ' no change.
-//          settings().colors_enabled = false writes no escape sequence at all. A colour stays until the next
-//          one is set.
+//          dim form, 'w' and any other letter the default text colour, ' ' no change. A colour stays until the
+//          next one is set. settings().colors_enabled = false writes no escape sequence at all.
 // Output   std::cout, or std::wcout if standard output has been put in wide orientation. Every call flushes.
-// Input    a prompt for ENTER returns at the end of input; any other reader then ends the program with status
-//          1.
+// Input    a prompt for ENTER returns at the end of input; any other reader then ends the program with
+//          status 1.
 // Threads  printing takes no lock; one call's text is written in one piece.
+// Below    the libraries include nothing of this: they speak through core/output.h, where install() puts the
+//          console.
 #pragma once
 
 #include <mutex>
@@ -49,16 +50,6 @@ std::string read_line(std::string_view prompt);
 /// "Press ENTER to continue . . .", then waits for a line or the end of input.
 void pause();
 
-/// "1,234,567".
-std::string format_with_commas(u64 value);
-/// "1,234,567 ( 1.18 MiB)": bytes, then three significant digits in a unit of a power of 1024.
-std::string format_bytes(u64 bytes);
-/// format_bytes() without the count of bytes: "1.18 MiB".
-std::string format_binary_size(u64 bytes);
-/// `digits` significant digits without an exponent: format_float(12.345, 3) is "12.3". Large values keep all
-/// digits before the point.
-std::string format_float(double value, u32 digits);
-
 /// Number of print calls so far, of all threads.
 u64 print_calls();
 /// Held by whoever asks the user about a fault while other threads run.
@@ -71,5 +62,12 @@ std::mutex& fault_mutex();
 void show_live_line(std::string_view label, std::string_view value = {}, std::string_view tail = {},
                     char colour = 'G');
 void clear_live_line();
+
+/// Makes the console the output of the libraries (core/output.h). Every main that has a user calls it first.
+void install();
+
+/// From now on SIGINT, SIGQUIT and SIGTERM give a terminal its colours back before they end the process as
+/// they would have done. One that is ignored stays ignored.
+void restore_colours_at_signals();
 
 }  // namespace orl::console

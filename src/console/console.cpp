@@ -1,5 +1,6 @@
-#include "core/console.h"
+#include "console/console.h"
 
+#include <signal.h>
 #include <stdio.h>
 #include <unistd.h>
 #include <wchar.h>
@@ -7,11 +8,12 @@
 #include <algorithm>
 #include <atomic>
 #include <charconv>
-#include <cstdlib>
 #include <iostream>
 #include <optional>
 
 #include "core/ending.h"
+#include "core/format.h"
+#include "core/output.h"
 #include "core/settings.h"
 
 namespace orl::console {
@@ -228,40 +230,6 @@ void pause() {
   next_line();
 }
 
-std::string format_with_commas(u64 value) {
-  std::string text = std::to_string(value);
-  for (u64 digits = text.size(); digits > 3; digits -= 3) text.insert(digits - 3, 1, ',');
-  return text;
-}
-
-std::string format_bytes(u64 bytes) {
-  std::string size = format_binary_size(bytes);
-  // The number takes five columns.
-  if (const auto blank = size.find(' '); blank < 5) size.insert(0, 5 - blank, ' ');
-  return format_with_commas(bytes) + " (" + size + ")";
-}
-
-std::string format_binary_size(u64 bytes) {
-  static constexpr const char* units[] = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB", "EiB"};
-  double value = static_cast<double>(bytes);
-  u32 unit = 0;
-  // 1023.5 and more would be shown as 1024.
-  for (; value >= 1023.5; value /= 1024) unit++;
-  return (unit == 0 ? std::to_string(bytes) : format_float(value, 3)) + " " + units[unit];
-}
-
-std::string format_float(double value, u32 digits) {
-  char text[512];
-  const int precision = static_cast<int>(std::clamp<u32>(digits, 1, 17)) - 1;
-  // The exponent after rounding: 9.996 has three digits as "10.0".
-  snprintf(text, sizeof text, "%.*e", precision, value);
-  const char* exponent = std::find(text, text + sizeof text - 1, 'e');
-  if (*exponent != 'e') return text;
-  const int decimals = std::max(0, precision - std::atoi(exponent + 1));
-  snprintf(text, sizeof text, "%.*f", decimals, value);
-  return text;
-}
-
 u64 print_calls() { return print_call_count.load(std::memory_order_relaxed); }
 
 std::mutex& fault_mutex() {
@@ -295,6 +263,45 @@ void show_live_line(std::string_view label, std::string_view value, std::string_
 void clear_live_line() {
   const OnePiece piece;
   erase_live_line();
+}
+
+namespace {
+
+class ConsoleOutput final : public Output {
+ public:
+  void print(std::string_view text, char colour) override { console::print(text, colour); }
+  void print_line(std::string_view text, char colour) override { console::println(text, colour); }
+  void set_colour(char colour) override { console::set_colour(colour); }
+  void reset_colours() override { console::reset_colours(); }
+  void wait_for_user() override { console::pause(); }
+};
+
+/// Only what a signal handler may do. The disposition is the default one again when it is called.
+void end_by_signal(int signal) {
+  constexpr std::string_view kReset = "\033[39;49m\n";
+  if (settings().colors_enabled && ::write(STDOUT_FILENO, kReset.data(), kReset.size()) < 0) {
+    // The terminal is gone.
+  }
+  raise(signal);
+}
+
+}  // namespace
+
+void install() {
+  // Never destroyed: a thread may speak while the process ends.
+  static ConsoleOutput* const console = new ConsoleOutput;
+  set_output(console);
+}
+
+void restore_colours_at_signals() {
+  if (!isatty(STDOUT_FILENO)) return;
+  for (const int signal : {SIGINT, SIGQUIT, SIGTERM}) {
+    struct sigaction action {};
+    if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
+    action.sa_handler = end_by_signal;
+    action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
+    sigaction(signal, &action, nullptr);
+  }
 }
 
 }  // namespace orl::console

@@ -1,8 +1,8 @@
-#include "memory/allocator_menu.h"
+#include "menus/allocator_menu.h"
 
-#include "core/console.h"
+#include "console/console.h"
 #include "core/exceptions.h"
-#include "threads/menu_row.h"
+#include "menus/console_settings_menu.h"
 
 namespace orl {
 
@@ -22,18 +22,19 @@ void choose_allocator(std::unique_ptr<MemoryAllocator>& allocator) {
 
 // False when the user leaves.
 bool change_setting(std::unique_ptr<MemoryAllocator>& allocator) {
+  ConsoleSettingsMenu menu;
   console::newline();
   console::println("Memory Allocator Settings:", 'Y');
   console::newline();
   console::println("   0    Return", 'T');
   console::println("   1    Restore defaults.", 'T');
-  print_menu_row("   2    Allocator:", allocator->name());
-  allocator->print_menu_rows();
+  menu.row("   2    Allocator:", allocator->name());
+  allocator->print_menu_rows(menu);
   console::newline();
   const u64 choice = console::read_bounded("Enter # to change option:\n", 0, 9, 'G');
   if (choice == 1) allocator = create_allocator(default_allocator_key());
   if (choice == 2) choose_allocator(allocator);
-  if (choice >= 3) allocator->handle_menu_choice(choice);
+  if (choice >= 3) allocator->handle_menu_choice(choice, menu);
   return choice != 0;
 }
 

@@ -1,6 +1,6 @@
-#include "system/report_page.h"
+#include "menus/report_page.h"
 
-#include "core/console.h"
+#include "console/console.h"
 
 namespace orl {
 namespace {

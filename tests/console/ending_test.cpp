@@ -1,4 +1,5 @@
 #include "core/ending.h"
+#include "console/console.h"
 
 #include <gtest/gtest.h>
 #include <pty.h>
@@ -10,7 +11,6 @@
 #include <thread>
 #include <vector>
 
-#include "core/console.h"
 #include "core/settings.h"
 #include "support/child.h"
 
@@ -48,7 +48,7 @@ std::string output_at(int signal) {
   if (child == 0) {
     ::signal(signal, SIG_DFL);  // a job in the background ignores it
     settings().colors_enabled = true;
-    restore_colours_at_signals();
+    console::restore_colours_at_signals();
     console::print("in red", 'R');
     raise(signal);
     _exit(0);

@@ -1,11 +1,11 @@
 // Rows of the settings menus.
 #pragma once
 
-#include <string>
+#include <string_view>
 
 namespace orl {
 
 /// The label padded to the column of values, then the value in green and a line feed.
-void print_menu_row(const std::string& label, const std::string& value);
+void print_menu_row(std::string_view label, std::string_view value);
 
 }  // namespace orl
