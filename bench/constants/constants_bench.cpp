@@ -11,7 +11,6 @@
 #include <memory>
 #include <string>
 
-#include "console/console_status.h"
 #include "constants/e.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
@@ -85,15 +84,13 @@ void measure(const std::string& name, u64 digits, u64 tds, const std::string& fr
   Block heap(need.ram_bytes), words(need.out_words * sizeof(u64));
   const auto parallelizer = create_framework(framework);
   parallelizer->reserve();
-  LinearConsoleNode console;
   BigFloat<u64> out(static_cast<u64*>(words.data), need.out_words);
   Watermark watermark(heap.data);
   set_cut_observer(&watermark);
   std::vector<double> ns;
   for (int run = 0; run < runs; ++run) {
-    StatusNode& status = run == 0 ? static_cast<StatusNode&>(console) : silent_status();
     const double start = bench::now_ns();
-    plan->run({{*parallelizer, tds}, tables, status}, out, heap.buffer());
+    plan->run({{*parallelizer, tds}, tables, silent_status()}, out, heap.buffer());
     ns.push_back(bench::now_ns() - start);
   }
   set_cut_observer(nullptr);

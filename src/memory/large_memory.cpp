@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "console/console.h"
 #include "core/exceptions.h"
 #include "core/format.h"
 #include "core/output.h"
