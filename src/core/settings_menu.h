@@ -9,6 +9,7 @@
 
 namespace orl {
 
+/// What an object with settings needs of a menu.
 class SettingsMenu {
  public:
   virtual ~SettingsMenu() = default;

@@ -5,6 +5,7 @@
 
 namespace orl {
 
+/// The menu on the console.
 class ConsoleSettingsMenu final : public SettingsMenu {
  public:
   void row(std::string_view label, std::string_view value) override;
