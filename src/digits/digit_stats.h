@@ -18,7 +18,7 @@ class DigitCounts {
   explicit DigitCounts(u32 radix);
 
   u32 radix() const { return radix_; }
-  /// Of one digit, below 16; of all; with those of another stretch.
+  /// How often `digit` occurs, below 16; how many digits there are; adds the counts of another stretch.
   u64 count(u32 digit) const { return counts_[digit]; }
   u64 total() const;
   void add(const DigitCounts& other);
@@ -34,7 +34,7 @@ class DigitCounts {
 
 /// Counts and hash of a stretch of digits.
 struct DigitStats {
-  /// Of the empty stretch. Throws as DigitCounts.
+  /// The empty stretch. Throws as DigitCounts.
   explicit DigitStats(u32 radix) : counts(radix) {}
 
   DigitCounts counts;

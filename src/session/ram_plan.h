@@ -22,7 +22,7 @@ class RamPlan {
   RamPlan(const Constant& constant, u64 precision_words, u64 decimal_digits, u64 tds, bool verify);
 
   u64 working_bytes() const { return working_bytes_; }
-  /// Of the twiddle tables.
+  /// Bytes of the twiddle tables.
   u64 table_bytes() const;
   u64 table_bits() const { return table_bits_; }
 
