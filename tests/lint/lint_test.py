@@ -130,9 +130,10 @@ class Shape(unittest.TestCase):
         passing = {"--over-eight": 0, "--over-six": 1, "--console": 0, "--shells": 0}
         sources = {
             "src/core/CMakeLists.txt": "orvane_folder()",
+            "src/console/CMakeLists.txt": "orvane_folder(USES core)",
             "src/functions/CMakeLists.txt": "orvane_folder(USES core)",
-            "src/session/CMakeLists.txt": "orvane_folder(USES functions)",
-            "src/core/console.cpp": "namespace console { void print() { console::print(); } }",
+            "src/session/CMakeLists.txt": "orvane_folder(USES functions console)",
+            "src/console/console.cpp": "namespace console { void print() { console::print(); } }",
             "src/session/stages.cpp": "void stages() { console::print(); }",
             "src/functions/residual.cpp": "void inner(LinearHeapBuffer heap, BigFloat<W>& x) {}",
             "src/functions/shell.cpp": "// No console::print(), no BigFloat<W>.\ntemplate class Shell<BigFloat<u64>>;\n"
