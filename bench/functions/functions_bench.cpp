@@ -128,7 +128,7 @@ class Bench {
     std::vector<u64> out(digit_words_);
     std::unique_ptr<char[]> text(new char[digits_ + 16]);
     mp_exp_t exponent;
-    const auto ours = [&] { conversion_.run(ctx_, out.data(), x, heap_.buffer()); };
+    const auto ours = [&] { conversion_.run(ctx_, frame_, out.data(), x, heap_.buffer()); };
     const auto peer = [&] { mpf_get_str(text.get(), &exponent, 10, digits_, s); };
     ours();
     peer();
@@ -139,8 +139,8 @@ class Bench {
     }
     row("conversion", conversion_.need(), ours, peer);
     row(
-        "proof", proof_.need(), [&] { require(proof_.run(ctx_, out.data(), x, heap_.buffer()).ok, "proof"); },
-        peer);
+        "proof", proof_.need(),
+        [&] { require(proof_.run(ctx_, frame_, out.data(), x, heap_.buffer()).ok, "proof"); }, peer);
     mpf_clear(s);
   }
 

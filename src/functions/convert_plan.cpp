@@ -1,5 +1,4 @@
 #include <bit>
-#include <cmath>
 
 #include "core/exceptions.h"
 #include "functions/radix_conversion.h"
@@ -21,7 +20,38 @@ constexpr u64 round_up_64(u64 bytes) { return (bytes + 63) & ~u64{63}; }
 template <class W>
 constexpr u32 kWordBits = 8 * sizeof(W);
 
+using Quad = __float128;
+
+// log(m) for m in [1, 2) by the series of 2 atanh((m - 1) / (m + 1)), whose terms fall by 9 at least.
+Quad log_of_mantissa(Quad m) {
+  const Quad z = (m - 1) / (m + 1), square = z * z;
+  Quad sum = 0;
+  for (int k = 37; k >= 0; --k) sum = sum * square + Quad(1) / (2 * k + 1);
+  return 2 * z * sum;
+}
+
+Quad log2_of(u64 radix) {
+  const int exponent = 63 - std::countl_zero(radix);
+  const Quad mantissa = static_cast<Quad>(radix) / static_cast<Quad>(u64{1} << exponent);
+  const Quad ln2 = 2 * log_of_mantissa(static_cast<Quad>(4) / 3) + log_of_mantissa(static_cast<Quad>(9) / 8);
+  return exponent + log_of_mantissa(mantissa) / ln2;
+}
+
 }  // namespace
+
+PowerWords::PowerWords(u64 radix, u32 word_bits) : exact_(log2_of(radix) / static_cast<Quad>(word_bits)) {
+  rough_ = static_cast<double>(exact_);
+}
+
+// A double decides unless it comes near a whole number. n log2(r) stays 2^-57 away from multiples of the word's
+// bits for n below 2^50, as its continued fractions say, and the long product is right to 2^-58.
+u64 PowerWords::of(u64 n) const {
+  const double words = static_cast<double>(n) * rough_, margin = words * 0x1p-50;
+  const u64 floor = static_cast<u64>(words);
+  const double rest = words - static_cast<double>(floor);
+  if (rest > margin && rest < 1 - margin) return floor;
+  return static_cast<u64>(static_cast<Quad>(n) * exact_);
+}
 
 // Guard words. Let u be a unit of the lowest word of a node's fraction. A node of n digits holds at least
 // n log2(r)/bits + 2 words, so u * r^n < W^-2. Multiplying by r^h turns an error of c units into at most c
@@ -33,12 +63,12 @@ constexpr u32 kWordBits = 8 * sizeof(W);
 // run() answers those of less than W^2 units with zeros, and W^2 units are W^-1 of the last digit or more.
 template <class W>
 u64 ConvertPlanP<W>::fraction_words(u64 n) const {
-  return static_cast<u64>(static_cast<double>(n) * words_per_digit_) + 1 + kGuardWords;
+  return words_.of(n) + 1 + kGuardWords;
 }
 
 template <class W>
 u64 ConvertPlanP<W>::odd_power_words(u64 e) const {
-  return static_cast<u64>(static_cast<double>(e) * odd_words_per_digit_) + 1;
+  return odd_words_.of(e) + 1;
 }
 
 template <class W>
@@ -48,8 +78,8 @@ ConvertPlanP<W> ConvertPlanP<W>::make(W radix, u64 digit_words, u64 tds) {
   ConvertPlanP plan;
   plan.radix_ = radix;
   plan.shift_ = static_cast<u32>(std::countr_zero(radix));
-  plan.words_per_digit_ = std::log2(static_cast<double>(radix)) / kWordBits<W>;
-  plan.odd_words_per_digit_ = std::log2(static_cast<double>(plan.odd())) / kWordBits<W>;
+  plan.words_ = PowerWords(radix, kWordBits<W>);
+  plan.odd_words_ = PowerWords(plan.odd(), kWordBits<W>);
   plan.digit_words_ = digit_words;
   plan.tds_ = tds;
   plan.plan_levels();

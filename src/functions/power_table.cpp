@@ -1,6 +1,5 @@
 #include "core/exceptions.h"
 #include "core/fault_point.h"
-#include "core/output.h"
 #include "core/status.h"
 #include "functions/radix_conversion.h"
 #include "multiply/algorithm_table.h"
@@ -10,15 +9,15 @@
 namespace orl::CBRv2 {
 
 template <class W>
-void CheckP(W radix, u64 e, const Power<W>& power, ParallelContext parallel) {
+void CheckP(W radix, u64 e, const Power<W>& power, const RunContext& ctx) {
   if (radix < 2) throw InvalidParametersException("CBRv2::CheckP()", "Radix is less than 2.");
   const u64 expected = hash_canon(hash_pow(radix, e));
-  const u64 words = bp_hash(0, power.T, power.L, parallel);
+  const u64 words = bp_hash(0, power.T, power.L, ctx.parallel);
   const u64 actual = hash_canon(hash_mul(words, hash_word_pow<W>(static_cast<s64>(power.exp))));
   if (expected == actual) return;
-  notice_line("Radix Conversion: Power Hash Mismatch", 'R');
-  notice_line("Expected = " + std::to_string(expected), 'R');
-  notice_line("Actual   = " + std::to_string(actual), 'R');
+  ctx.status.println("Radix Conversion: Power Hash Mismatch", 'R');
+  ctx.status.println("Expected = " + std::to_string(expected), 'R');
+  ctx.status.println("Actual   = " + std::to_string(actual), 'R');
   throw AlgorithmFailedException("CBRv2::CheckP()", "Power Hash Mismatch");
 }
 
@@ -32,11 +31,11 @@ void trim(Power<W>& power) {
 }
 
 template <class W>
-void check_stored(const ConvertPlanP<W>& plan, u64 level, const Power<W>& power, ParallelContext parallel) {
+void check_stored(const ConvertPlanP<W>& plan, u64 level, const Power<W>& power, const RunContext& ctx) {
   fault_point("conversion power", power.T, power.L * sizeof(W));
   if (power.exp != plan.level(level).power_exp)
     throw AlgorithmFailedException("orl_CBRv2_ci_btrf_build_table()", "Mismatching exponents.");
-  CheckP(plan.radix(), plan.level(level).digits, power, parallel);
+  CheckP(plan.radix(), plan.level(level).digits, power, ctx);
 }
 
 // r^n0 in a few words: odd^n0, then the bits of zeros that are no whole word.
@@ -62,7 +61,7 @@ void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<W>& plan, const RunContext
   if (plan.levels() == 0) return;
   StatusFrame frame(ctx.status, "Powering...   ");
   powers[0] = base_power(plan, heap.cut<W>(plan.level(0).power_words + 1));
-  check_stored(plan, 0, powers[0], ctx.parallel);
+  check_stored(plan, 0, powers[0], ctx);
   for (u64 i = 1; i < plan.levels(); ++i) {
     const Power<W>& root = powers[i - 1];
     const u64 length = std::min(2 * root.L, plan.level(i).power_words + 1);
@@ -71,13 +70,13 @@ void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<W>& plan, const RunContext
     basic_table<W>().sqr_window(ctx.multiply(heap), power.T, 0, length, root.T, root.L);
     trim(power);
     powers[i] = power;
-    check_stored(plan, i, power, ctx.parallel);
+    check_stored(plan, i, power, ctx);
     ctx.status.set_progress(1.0 / static_cast<double>(u64{1} << (plan.levels() - 1 - i)));
   }
 }
 
-template void CheckP(u32, u64, const Power<u32>&, ParallelContext);
-template void CheckP(u64, u64, const Power<u64>&, ParallelContext);
+template void CheckP(u32, u64, const Power<u32>&, const RunContext&);
+template void CheckP(u64, u64, const Power<u64>&, const RunContext&);
 template void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<u32>&, const RunContext&, Power<u32>*,
                                             LinearHeapBuffer&);
 template void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<u64>&, const RunContext&, Power<u64>*,

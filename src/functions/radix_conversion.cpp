@@ -5,10 +5,12 @@
 #include <cstring>
 
 #include "core/exceptions.h"
+#include "core/fault_point.h"
 #include "core/status.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/basecase.h"
 #include "multiply/transform_words.h"
+#include "words/hash.h"
 #include "words/words.h"
 
 namespace orl {
@@ -67,6 +69,7 @@ class Conversion {
     u64 high;  // of the high part without the overlap
   };
 
+  void settle(const RunContext& ctx, Fraction f);
   void make_shapes();
   const Parameters& shape(u64 level, u64 tds, ParametersBox& box) const;
   void keep_transforms(const RunContext& ctx, LinearHeapBuffer& heap);
@@ -81,15 +84,14 @@ class Conversion {
                        ParallelContext parallel, Product&& product) const;
   template <class Window>
   void multiply_windows(u64 level, W* T, u64 skip, u64 end, ParallelContext parallel, Window&& window) const;
-  W halves(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high,
-           LinearHeapBuffer heap) const;
+  W halves(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high, LinearHeapBuffer heap);
   W join(const Split& s, W* D, W low_bottom, W overlap) const;
-  W convert(const RunContext& ctx, W* D, Fraction f, u64 n, u64 levels, LinearHeapBuffer heap) const;
+  W convert(const RunContext& ctx, W* D, Fraction f, u64 n, u64 levels, LinearHeapBuffer heap);
   W convert_T(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high,
-              LinearHeapBuffer heap) const;
+              LinearHeapBuffer heap);
   W convert_L(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high,
-              LinearHeapBuffer heap) const;
-  W base_case(W* D, Fraction f, u64 n) const;
+              LinearHeapBuffer heap);
+  W base_case(W* D, Fraction f, u64 n);
   // The low part of every node comes first, so all digits below D are done in a serial run.
   double progress(const W* D) const {
     return static_cast<double>(D - digits_) / static_cast<double>(plan_.digit_words());
@@ -101,6 +103,7 @@ class Conversion {
   Power<W> powers_[Plan::kMaxLevels];
   ParametersBox shapes_[Plan::kMaxLevels];
   void* kept_[Plan::kMaxLevels] = {};
+  bool near_above_ = false;  // set by the leaf of the lowest digits
 };
 
 template <class W>
@@ -117,9 +120,28 @@ void Conversion<W>::run(const RunContext& ctx, Fraction f, LinearHeapBuffer heap
   make_shapes();
   const Split top = split(n, plan_.levels());
   // The largest product comes first and needs all the scratch; the kept transforms take its place.
-  const Fraction low = low_fraction(ctx, top, f, heap.cut<W>(plan_.level(top.level).low_words), heap);
+  W* const out = heap.cut<W>(plan_.level(top.level).low_words);
+  const Fraction low = low_fraction(ctx, top, f, out, heap);
   keep_transforms(ctx, heap);
   digits_[0] = halves(ctx, top, digits_, low, cut(f, top.high + 1), heap);
+  if (near_above_) settle(ctx, f);
+}
+
+// What is left behind the last digit came within W^-1 of 1. All errors make it smaller, so the digits may be a
+// unit short: they are when f is the fraction of one unit more exactly, or lies k units of its own lowest word
+// above it. k is found modulo 2^61 - 1, where a k that is not small means something else.
+template <class W>
+void Conversion<W>::settle(const RunContext& ctx, Fraction f) {
+  constexpr u64 kOrder = (u64{1} << 61) - 2, kSmall = u64{1} << 24;
+  const u64 n = plan_.digit_words(), radix = hash_fold(plan_.radix());
+  const u64 next = hash_add(bp_hash_base(0, radix, digits_, n, ctx.parallel), 1);
+  const u64 ideal =
+      hash_mul(hash_mul(next, hash_word_pow<W>(static_cast<s64>(f.L))), hash_pow(radix, kOrder - n % kOrder));
+  const u64 k = hash_canon(hash_sub(bp_hash(0, f.T, f.L, ctx.parallel), ideal));
+  if (k >= kSmall) return;
+  u64 i = 0;
+  while (i + 1 < n && digits_[i] == plan_.radix() - 1) digits_[i++] = 0;
+  ++digits_[i];
 }
 
 template <class W>
@@ -179,6 +201,7 @@ typename Conversion<W>::Fraction Conversion<W>::low_fraction(const RunContext& c
   f.L -= lifted;
   const u64 length = std::min(f.L, plan_.fraction_words(s.low));
   if (length != 0) multiply(ctx, s.level, out, f.L - length, f.L, f, heap);
+  fault_point("conversion fraction", out, length * sizeof(W));
   return {out, length};
 }
 
@@ -231,28 +254,22 @@ void Conversion<W>::multiply_pieces(u64 level, W* T, u64 skip, u64 end, Fraction
   bp_add(at, at, upper, count, 0, parallel);
 }
 
-// By middle products of pieces of the window. The upper piece is off by a few units of its lowest word, which
-// is also the lower piece's highest: their difference there, added to the upper piece, makes one number of
-// both.
+// By middle products of pieces of the window, whose shared word joins them.
 template <class W>
 template <class Window>
 void Conversion<W>::multiply_windows(u64 level, W* T, u64 skip, u64 end, ParallelContext parallel,
                                      Window&& window) const {
-  constexpr std::make_signed_t<W> kMaxOff = 4;
   if (end - skip <= plan_.level(level).piece_words) return window(T, skip, end);
   const u64 shared = skip + (end - skip - 1) / 2;
   W* upper = T + (shared - skip);
   window(T, skip, shared + 1);
   const W below = *upper;
   window(upper, shared, end);
-  const auto off = static_cast<std::make_signed_t<W>>(below - *upper);
-  if (off < -kMaxOff || off > kMaxOff) throw_overlap_mismatch(end - skip, *upper, below);
-  bp_carry<W>(off, upper, end - shared, parallel);
+  join_windows(upper, end - shared, below, parallel);
 }
 
 template <class W>
-W Conversion<W>::convert(const RunContext& ctx, W* D, Fraction f, u64 n, u64 levels,
-                         LinearHeapBuffer heap) const {
+W Conversion<W>::convert(const RunContext& ctx, W* D, Fraction f, u64 n, u64 levels, LinearHeapBuffer heap) {
   f = cut(f, n);
   if (levels == 0 || n < Plan::kBaseDigits) return base_case(D, f, n);
   const Split s = split(n, levels);
@@ -263,7 +280,7 @@ W Conversion<W>::convert(const RunContext& ctx, W* D, Fraction f, u64 n, u64 lev
 
 template <class W>
 W Conversion<W>::halves(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high,
-                        LinearHeapBuffer heap) const {
+                        LinearHeapBuffer heap) {
   const bool upper = s.level >= plan_.thread_level();
   if (upper) show_size<W>(ctx.status, plan_.level(s.level).low_words, progress(D));
   return plan_.forks(s.level, ctx.parallel.tds) ? convert_T(ctx, s, D, low, high, heap)
@@ -272,7 +289,7 @@ W Conversion<W>::halves(const RunContext& ctx, const Split& s, W* D, Fraction lo
 
 template <class W>
 W Conversion<W>::convert_L(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high,
-                           LinearHeapBuffer heap) const {
+                           LinearHeapBuffer heap) {
   const W bottom = convert(ctx, D, low, s.low, s.level, heap);
   const W overlap = convert(ctx, D + s.low - 1, high, s.high + 1, s.level, heap);
   return join(s, D, bottom, overlap);
@@ -280,7 +297,7 @@ W Conversion<W>::convert_L(const RunContext& ctx, const Split& s, W* D, Fraction
 
 template <class W>
 W Conversion<W>::convert_T(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high,
-                           LinearHeapBuffer heap) const {
+                           LinearHeapBuffer heap) {
   const RunContext left = ctx.with_parallel(ctx.parallel.left()).with_status(silent_status());
   const RunContext right = ctx.with_parallel(ctx.parallel.right()).with_status(silent_status());
   LinearHeapBuffer left_heap = heap.cut_buffer(plan_.node_bytes(s.level, left.parallel.tds));
@@ -301,7 +318,7 @@ W Conversion<W>::join(const Split& s, W* D, W low_bottom, W overlap) const {
 }
 
 template <class W>
-W Conversion<W>::base_case(W* D, Fraction f, u64 n) const {
+W Conversion<W>::base_case(W* D, Fraction f, u64 n) {
   // fraction_words(n) <= n + 1 + kGuardWords, as a digit word holds at most one word of binary.
   W buffer[Plan::kBaseDigits + 1 + Plan::kGuardWords];
   const u64 length = plan_.fraction_words(n);
@@ -313,7 +330,9 @@ W Conversion<W>::base_case(W* D, Fraction f, u64 n) const {
     D[i] = bp_mul_uW(buffer + start, buffer + start, length - start, plan_.radix());
   }
   const u64 start = length - plan_.fraction_words(1);
-  return bp_mul_uW(buffer + start, buffer + start, length - start, plan_.radix());
+  const W last = bp_mul_uW(buffer + start, buffer + start, length - start, plan_.radix());
+  if (D == digits_) near_above_ = buffer[length - 1] == static_cast<W>(~W{0});
+  return last;
 }
 
 }  // namespace
@@ -339,24 +358,39 @@ void match_overlap(W radix, W* high, u64 length, W low_word, W high_word, u64 di
   throw_overlap_mismatch(digits, high_word, low_word);
 }
 
+template <class W>
+void join_windows(W* upper, u64 length, W below, ParallelContext parallel) {
+  const auto off = static_cast<std::make_signed_t<W>>(below - *upper);
+  if (off < -kMaxWindowOff || off > kMaxWindowOff) throw_overlap_mismatch(length, *upper, below);
+  bp_carry<W>(off, upper, length, parallel);
+}
+
+template void join_windows(u32*, u64, u32, ParallelContext);
+template void join_windows(u64*, u64, u64, ParallelContext);
 template void match_overlap(u32, u32*, u64, u32, u32, u64);
 template void match_overlap(u64, u64*, u64, u64, u64, u64);
 
 }  // namespace CBRv2
 
 template <class W>
-void ConvertPlanP<W>::run(const RunContext& ctx, W* digits, const BigFloat<W>& x,
+void ConvertPlanP<W>::run(const RunContext& ctx, NullStackFrame& parent, W* digits, const BigFloat<W>& x,
                           LinearHeapBuffer heap) const {
   if (ctx.parallel.tds != tds_)
     throw InvalidParametersException("ConvertPlanP::populate_fft_plans()", "Thread Inconsistency");
-  if (heap.size < need_.ram_bytes)
-    throw BufferTooSmallException("ConvertPlanP::run()", heap.size, need_.ram_bytes);
-  StatusFrame frame(ctx.status, "Multiplying...    ");
-  CBRv2::Conversion<W> conversion(*this, ctx, digits);
-  conversion.run(ctx, fraction_of(x, fraction_words()), heap);
+  heap.leave(need_);
+  NullStackFrame frame = parent.enter("ConvertPlanP::run()");
+  frame.assert_sL("digits", digit_words_);
+  const StatusFrame status(ctx.status, "Multiplying...    ");
+  frame.stage([&] {
+    CBRv2::Conversion<W> conversion(*this, ctx, digits);
+    conversion.run(ctx, fraction_of(x, fraction_words()), heap);
+    fault_point("conversion digits", digits, digit_words_ * sizeof(W));
+  });
 }
 
-template void ConvertPlanP<u32>::run(const RunContext&, u32*, const BigFloat<u32>&, LinearHeapBuffer) const;
-template void ConvertPlanP<u64>::run(const RunContext&, u64*, const BigFloat<u64>&, LinearHeapBuffer) const;
+template void ConvertPlanP<u32>::run(const RunContext&, NullStackFrame&, u32*, const BigFloat<u32>&,
+                                     LinearHeapBuffer) const;
+template void ConvertPlanP<u64>::run(const RunContext&, NullStackFrame&, u64*, const BigFloat<u64>&,
+                                     LinearHeapBuffer) const;
 
 }  // namespace orl

@@ -1,8 +1,8 @@
 // From a binary fraction to digit words in radix r, and the proof that nothing was lost on the way.
 //
 // Digits   n words, little-endian in word order: digits[n-1] is the most significant, the value is
-//          sum digits[i] * r^i = floor(fraction * r^n), or one less when the fraction lies within 2^-56 of a
-//          unit above the floor. The usual radix is 10^19 for u64 and 10^9 for u32.
+//          sum digits[i] * r^i = floor(fraction * r^n). Where fraction * r^n is less than 2^-32 above a whole
+//          number, but not one, it may be one less. The usual radix is 10^19 for u64 and 10^9 for u32.
 // Method   scaled fractions: the fraction of f * r^h holds the digits below the top h. Each half of a node is
 //          converted from as many binary words as its digits can depend on; the high half yields one word
 //          more, which must agree with the top word of the low half.
@@ -45,6 +45,20 @@ struct ConvertLevel {
   u64 product_words = 0;   ///< length of the shape that a piece takes
   bool transform = false;  ///< large enough for a kept transform
   ProductForm form = ProductForm::whole;
+};
+
+/// Words of binary that powers of one radix take, exactly.
+class PowerWords {
+ public:
+  PowerWords() = default;
+  /// For words of `word_bits` bits.
+  PowerWords(u64 radix, u32 word_bits);
+  /// Whole words of radix^n: floor(n log2(radix) / word_bits), for n below 2^50.
+  u64 of(u64 n) const;
+
+ private:
+  double rough_ = 0;      // log2(radix) / word_bits
+  __float128 exact_ = 0;  // to 2^-108
 };
 
 /// A conversion of fractions to `digit_words` words in one radix. Built once, immutable, may be shared.
@@ -98,7 +112,8 @@ class ConvertPlanP {
   /// zero. Throws InvalidParametersException when x is below 1/W or ctx has other tds than the plan,
   /// AlgorithmFailedException "Overlap Mismatch" (CBRv2::convert_L()) or "Power Hash Mismatch"
   /// (CBRv2::CheckP()) when something has miscomputed.
-  void run(const RunContext& ctx, W* digits, const BigFloat<W>& x, LinearHeapBuffer heap) const;
+  void run(const RunContext& ctx, NullStackFrame& frame, W* digits, const BigFloat<W>& x,
+           LinearHeapBuffer heap) const;
 
  private:
   ConvertPlanP() = default;
@@ -107,8 +122,8 @@ class ConvertPlanP {
 
   W radix_ = 0;
   u32 shift_ = 0;
-  double words_per_digit_ = 0;      // log2(r) / bits of a word
-  double odd_words_per_digit_ = 0;  // the same of the odd part
+  PowerWords words_;      // of r
+  PowerWords odd_words_;  // of its odd part
   u64 digit_words_ = 0;
   u64 tds_ = 1;
   u64 levels_ = 0;
@@ -132,12 +147,14 @@ class VerifyConversion {
   struct Result {
     u64 digits_hash = 0;  ///< R: of D * W^m + E, canonical
     u64 binary_hash = 0;  ///< B: of F * r^n, canonical
-    bool ok = false;      ///< they agree
+    bool ok = false;      ///< they agree, and every digit word is below the radix
   };
   /// `digits` as ConvertPlanP::run gave them for `x`. Throws BufferTooSmallException for a short heap.
-  Result run(const RunContext& ctx, const W* digits, const BigFloat<W>& x, LinearHeapBuffer heap) const;
+  Result run(const RunContext& ctx, NullStackFrame& frame, const W* digits, const BigFloat<W>& x,
+             LinearHeapBuffer heap) const;
 
  private:
+  Result prove(const RunContext& ctx, const W* digits, const BigFloat<W>& x, LinearHeapBuffer heap) const;
   struct Areas {
     W* power;    ///< r^n, and every other power on the way to it
     W* dropped;  ///< E, and the powers in between
@@ -177,7 +194,7 @@ struct Power {
 /// Compares the hash of a power with radix^e. Prints both hashes and throws AlgorithmFailedException
 /// "Power Hash Mismatch" when they differ; InvalidParametersException "Radix is less than 2.".
 template <class W>
-void CheckP(W radix, u64 e, const Power<W>& power, ParallelContext parallel);
+void CheckP(W radix, u64 e, const Power<W>& power, const RunContext& ctx);
 
 /// Makes the two halves of `digits` words agree: high[0, length) stands above a word that both have computed,
 /// the low part as `low_word`, which stays, and the high part as `high_word`. A difference of a unit across
@@ -185,6 +202,15 @@ void CheckP(W radix, u64 e, const Power<W>& power, ParallelContext parallel);
 /// more than a unit.
 template <class W>
 void match_overlap(W radix, W* high, u64 length, W low_word, W high_word, u64 digits);
+
+/// Makes one number of two windows of a product: upper[0, length), whose lowest word the lower window has too, as
+/// `below`. The upper one is off by a few units there, which are added. Throws AlgorithmFailedException "Overlap
+/// Mismatch" when it is off by more than kMaxWindowOff.
+template <class W>
+void join_windows(W* upper, u64 length, W below, ParallelContext parallel);
+/// A wrapped product is off by at most two units of its lowest word, and one more for operand words left out; a carry
+/// into the lower window's highest word is one more.
+inline constexpr int kMaxWindowOff = 4;
 
 /// powers[i] = radix^(n0 << i) for every level of the plan, each checked, cut from the front of `heap`, which
 /// is moved past them; what is left of it is scratch meanwhile.

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "core/exceptions.h"
+#include "core/fault_point.h"
 #include "functions/radix_conversion.h"
 #include "memory/sizing_arena.h"
 #include "multiply/algorithm_table.h"
@@ -99,6 +99,44 @@ void low_product(const RunContext& ctx, W* E, u64 words, const W* A, u64 AL, con
   add_cross(a.high, a.high_L, b.low_L);
 }
 
+// Digits D modulo W, and whether each of its words is below the radix.
+template <class W>
+struct LowDigits {
+  W value = 0;
+  bool in_range = true;
+};
+
+// By Horner's rule in blocks, each of which is then raised to its place.
+template <class W>
+LowDigits<W> low_digits(W radix, const W* digits, u64 n, ParallelContext parallel) {
+  constexpr u64 kMaxTasks = 64, kBlock = 1 << 14;
+  const auto of_block = [&](u64 from, u64 to) {
+    LowDigits<W> low;
+    for (u64 i = to; i-- > from;) {
+      low.value = static_cast<W>(low.value * radix + digits[i]);
+      low.in_range &= digits[i] < radix;
+    }
+    return low;
+  };
+  const u64 tasks = std::clamp<u64>(n / kBlock, 1, std::min(parallel.tds, kMaxTasks));
+  if (tasks == 1) return of_block(0, n);
+  const u64 block = (n - 1) / tasks + 1;
+  LowDigits<W> blocks[kMaxTasks];
+  fork_range(parallel.parallelizer, 0, tasks,
+             [&](u64 k) { blocks[k] = of_block(std::min(n, k * block), std::min(n, (k + 1) * block)); });
+  W step = 1;
+  for (u64 bit = u64{1} << 63; bit != 0; bit >>= 1) {
+    step *= step;
+    if (block & bit) step *= radix;
+  }
+  LowDigits<W> low;
+  for (u64 k = tasks; k-- > 0;) {
+    low.value = static_cast<W>(low.value * step + blocks[k].value);
+    low.in_range &= blocks[k].in_range;
+  }
+  return low;
+}
+
 }  // namespace
 
 template <class W>
@@ -126,11 +164,21 @@ typename VerifyConversion<W>::Areas VerifyConversion<W>::lay_out(Arena& arena) c
 }
 
 template <class W>
-typename VerifyConversion<W>::Result VerifyConversion<W>::run(const RunContext& ctx, const W* digits,
-                                                              const BigFloat<W>& x,
+typename VerifyConversion<W>::Result VerifyConversion<W>::run(const RunContext& ctx, NullStackFrame& parent,
+                                                              const W* digits, const BigFloat<W>& x,
                                                               LinearHeapBuffer heap) const {
-  if (heap.size < need_.ram_bytes)
-    throw BufferTooSmallException("VerifyConversion::run()", heap.size, need_.ram_bytes);
+  heap.leave(need_);
+  NullStackFrame frame = parent.enter("VerifyConversion::run()");
+  frame.assert_sL("digits", plan_.digit_words());
+  Result result;
+  frame.stage([&] { result = prove(ctx, digits, x, heap); });
+  return result;
+}
+
+template <class W>
+typename VerifyConversion<W>::Result VerifyConversion<W>::prove(const RunContext& ctx, const W* digits,
+                                                                const BigFloat<W>& x,
+                                                                LinearHeapBuffer heap) const {
   const u64 n = plan_.digit_words();
   const FractionView<W> F = fraction_of(x, plan_.fraction_words());
   const Areas areas = lay_out(heap);
@@ -141,7 +189,8 @@ typename VerifyConversion<W>::Result VerifyConversion<W>::run(const RunContext& 
   const W carry = bp_mul_uW(power.T, power.T, power.L, W{1} << bits, 0, ctx.parallel);
   if (carry != 0) power.T[power.L++] = carry;
   power.exp = zero_words_;
-  CBRv2::CheckP(plan_.radix(), n, power, ctx.parallel);
+  fault_point("verified power", power.T, power.L * sizeof(W));
+  CBRv2::CheckP(plan_.radix(), n, power, ctx);
 
   // F * r^n below W^(m+1), without the zeros at its bottom: E and one word, the lowest of the quotient.
   const u64 m = F.L;
@@ -149,19 +198,22 @@ typename VerifyConversion<W>::Result VerifyConversion<W>::run(const RunContext& 
   const u64 used = std::min(m, words);
   low_product(ctx, E, words, F.T, used, power.T, power.L, half_words_, heap);
 
-  // D modulo W by Horner's rule. D may be one less than the floor, and then E is a whole W^m larger.
-  W low = 0;
-  for (u64 i = n; i-- > 0;) low = static_cast<W>(low * plan_.radix() + digits[i]);
-  const W excess = words == 0 ? W{0} - low : static_cast<W>(E[words - 1] - low);
+  fault_point("dropped part", E, words * sizeof(W));
+
+  // D may be one less than the floor where F * r^n is hardly above a whole number; E is a whole W^m larger then,
+  // and nothing but that.
+  const LowDigits<W> low = low_digits(plan_.radix(), digits, n, ctx.parallel);
+  const W excess = words == 0 ? W{0} - low.value : static_cast<W>(E[words - 1] - low.value);
+  const bool above = excess == 1 && words != 0 && (words == 1 || E[words - 2] == 0);
   const u64 radix_hash = hash_fold(plan_.radix());
-  u64 dropped = bp_hash(excess == 1 ? 1 : 0, E, words == 0 ? 0 : words - 1, ctx.parallel);
+  u64 dropped = bp_hash(above ? 1 : 0, E, words == 0 ? 0 : words - 1, ctx.parallel);
   if (words != 0) dropped = hash_mul(dropped, hash_word_pow<W>(static_cast<s64>(zero_words_)));
   const u64 D = bp_hash_base(0, radix_hash, digits, n, ctx.parallel);
 
   Result result;
   result.digits_hash = hash_canon(hash_add(hash_mul(D, hash_word_pow<W>(static_cast<s64>(m))), dropped));
   result.binary_hash = hash_canon(hash_mul(bp_hash(0, F.T, m, ctx.parallel), hash_pow(radix_hash, n)));
-  result.ok = result.digits_hash == result.binary_hash;
+  result.ok = low.in_range && (excess == 0 || above) && result.digits_hash == result.binary_hash;
   return result;
 }
 

@@ -196,7 +196,7 @@ class RamSession {
   void convert(const orl::RunContext& context, const orl::BigFloat<Word>& binary, LinearHeapBuffer& heap) {
     event("Base Converting", "Base Converting:");
     Word* const digits = heap.cut<Word>(plan_.decimal_words());
-    plan_.conversion().run(context, digits, binary, heap);
+    plan_.conversion().run(context, frame_, digits, binary, heap);
     decimal_ = {10, binary.base[binary.size - 1], digits, plan_.decimal_words()};
     orl::fault_point("binary number", binary.base, binary.size * sizeof(Word));
     finish_stage(kConversionStage);
@@ -221,7 +221,7 @@ class RamSession {
                          const orl::BigFloat<Word>& binary, LinearHeapBuffer heap) {
     event("Verifying Base Conversion", "Verifying Base Conversion:");
     check_number(number);
-    const auto proof = plan_.verification()->run(context, decimal_.words, binary, heap);
+    const auto proof = plan_.verification()->run(context, frame_, decimal_.words, binary, heap);
     if (proof.ok) return;
     status_.println("R = " + std::to_string(proof.digits_hash), 'R');
     status_.println("B = " + std::to_string(proof.binary_hash), 'R');
@@ -281,6 +281,7 @@ class RamSession {
   RamPlan plan_;
   orl::ReferenceClocks clocks_;
   orl::RunTimer timer_;
+  orl::NullStackFrame frame_;
   orl::EventLog events_;
   orl::LinearConsoleNode status_;
   orl::ParallelContext parallel_;

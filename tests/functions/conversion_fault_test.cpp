@@ -42,14 +42,14 @@ TEST(ConversionFault, FlippedBitInAPowerIsCaught) {
   std::vector<u64> digits(n);
   const OwnedFloat<u64> x(random.number<u64>(n), -static_cast<s64>(n));
   fault = {};
-  plan.run(runner.context(1), digits.data(), x.x, memory.buffer());
+  plan.run(runner.context(1), frame, digits.data(), x.x, memory.buffer());
   const u64 powers = fault.calls;
   ASSERT_EQ(powers, plan.levels());
   for (u64 i = 1; i <= powers; ++i) {
     for (int repeat = 0; repeat < 5; ++repeat) {
       fault = {i, random.next(), 0};
       try {
-        plan.run(runner.context(1), digits.data(), x.x, memory.buffer());
+        plan.run(runner.context(1), frame, digits.data(), x.x, memory.buffer());
         ADD_FAILURE() << "power " << i;
       } catch (const AlgorithmFailedException& failure) {
         EXPECT_EQ(failure.function(), "CBRv2::CheckP()");

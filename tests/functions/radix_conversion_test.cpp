@@ -1,6 +1,8 @@
 #include "functions/radix_conversion.h"
 
+#include <gmp.h>
 #include <gtest/gtest.h>
+#include <mpfr.h>
 
 #include "core/exceptions.h"
 #include "functions/function_runner.h"
@@ -30,6 +32,19 @@ Mpz value_of(const std::vector<W>& digits, W radix) {
   return level[0];
 }
 
+// floor(log2(x) * 2^bits) by MPFR.
+Mpz log2_scaled(u64 x, u64 bits) {
+  mpfr_t log;
+  mpfr_init2(log, static_cast<mpfr_prec_t>(bits) + 80);
+  mpfr_set_ui(log, x, MPFR_RNDD);
+  mpfr_log2(log, log, MPFR_RNDD);
+  mpfr_mul_2ui(log, log, bits, MPFR_RNDD);
+  Mpz scaled;
+  mpfr_get_z(scaled, log, MPFR_RNDD);
+  mpfr_clear(log);
+  return scaled;
+}
+
 template <class W>
 class Conversion : public ::testing::Test {
  protected:
@@ -45,7 +60,7 @@ class Conversion : public ::testing::Test {
     EXPECT_EQ(plan.need().out_words, n);
     runner.run(
         plan.need(), tds,
-        [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, digits.data(), x, heap); },
+        [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, frame, digits.data(), x, heap); },
         tight_from(plan, x));
     EXPECT_TRUE(digits.intact());
     return digits.words();
@@ -57,7 +72,9 @@ class Conversion : public ::testing::Test {
     bool ok = false;
     runner.run(
         proof.need(), tds,
-        [&](const RunContext& ctx, LinearHeapBuffer heap) { ok = proof.run(ctx, digits.data(), x, heap).ok; },
+        [&](const RunContext& ctx, LinearHeapBuffer heap) {
+          ok = proof.run(ctx, frame, digits.data(), x, heap).ok;
+        },
         tight_from(ConvertPlanP<W>::make(radix, digits.size(), 1), x));
     return ok;
   }
@@ -264,7 +281,7 @@ TYPED_TEST(Conversion, ShortZeroAndFullFractionsConvert) {
   Runner<W> runner(plan.need().table_bits);
   const OwnedFloat<W> tiny({1}, -2);
   std::vector<W> digits(20);
-  EXPECT_THROW(plan.run(runner.context(1), digits.data(), tiny.x, memory.buffer()),
+  EXPECT_THROW(plan.run(runner.context(1), frame, digits.data(), tiny.x, memory.buffer()),
                InvalidParametersException);
   EXPECT_THROW(ConvertPlanP<W>::make(1, 20, 1), InvalidParametersException);
   EXPECT_THROW(ConvertPlanP<W>::make(radix, 0, 1), InvalidParametersException);
@@ -324,8 +341,6 @@ TYPED_TEST(Conversion, ProofSeesEveryChangedBit) {
     for (int repeat = 0; repeat < 30; ++repeat) {
       W& digit = digits[this->random.below(n)];
       const W bit = static_cast<W>(W{1} << this->random.below(8 * sizeof(W)));
-      // The lowest digit may be one less than the floor, so a change of one there is none.
-      if (&digit == &digits[0] && bit == 1) continue;
       digit ^= bit;
       EXPECT_FALSE(this->verify(radix, digits, x.x, 1));
       digit ^= bit;
@@ -338,15 +353,98 @@ TYPED_TEST(Conversion, ProofSeesEveryChangedBit) {
   }
 }
 
+// Fractions that end are not shown as the number just below them, neither alone nor a few units above.
+TYPED_TEST(Conversion, FractionsThatEndAreExact) {
+  using W = TypeParam;
+  const W radix = kDecimalRadix<W>;
+  for (const bool wrapped : {false, true}) {
+    CountedProducts<W> products(wrapped ? 1 : 0);
+    for (const u64 n : {5, 17, 40, 300, 1500}) {
+      const auto plan = ConvertPlanP<W>::make(radix, n, 1);
+      for (const u64 more : {0, 1, 9}) {
+        std::vector<W> words(plan.fraction_words());
+        words.front() = static_cast<W>(more);
+        // Few enough bits for n digits to show all of them.
+        for (u64 i = 0; i < 1 + n / 40; ++i)
+          words[words.size() - 1 - i] = this->random.template word<W>() | 1;
+        const OwnedFloat<W> x(words, -static_cast<s64>(words.size()));
+        const Mpz floor = (Mpz(x.x.T, x.x.L) * radix_power(radix, n)) >> (words.size() * 8 * sizeof(W));
+        const std::vector<W> digits = this->convert(radix, n, x.x, 1);
+        EXPECT_TRUE(value_of(digits, radix) == floor) << n << ", " << more;
+        EXPECT_TRUE(this->verify(radix, digits, x.x, 1));
+      }
+    }
+  }
+}
+
+// Digits of a right value that are not in range, and digits that are a unit off where nothing is near.
+TYPED_TEST(Conversion, ProofTakesNothingButTheDigits) {
+  using W = TypeParam;
+  const W radix = kDecimalRadix<W>;
+  for (const u64 n : {40, 700, 40000}) {
+    auto x = this->fraction(n + 1, 3);
+    const std::vector<W> digits = this->convert(radix, n, x.x, 1);
+    const auto refuses = [&](u64 place, W more, W less_above) {
+      std::vector<W> changed = digits;
+      changed[place] += more;
+      changed[place + 1] -= less_above;
+      return !this->verify(radix, changed, x.x, 1) && !this->verify(radix, changed, x.x, 3);
+    };
+    u64 place = n / 2;
+    while (digits[place] >= static_cast<W>(0) - radix || digits[place + 1] == 0) ++place;
+    EXPECT_TRUE(refuses(place, radix, 1)) << "a digit word of the radix and more";
+    EXPECT_TRUE(refuses(0, static_cast<W>(~W{0}), 0)) << "a unit less";
+    EXPECT_TRUE(refuses(0, 1, 0)) << "a unit more";
+  }
+}
+
+// Lengths of powers up to 10^15 digits of each radix, at the exponents that come nearest to whole words.
+TYPED_TEST(Conversion, LengthsAreExact) {
+  constexpr u32 bits = 8 * sizeof(TypeParam);
+  for (const u64 radix :
+       {u64{5}, u64{1953125}, u64{19073486328125}, u64{1000000000}, u64{3}, u64{8}, ~u64{0}}) {
+    if (radix >> (bits - 1) > 1) continue;
+    const PowerWords words(radix, bits);
+    const Mpz scale = log2_scaled(radix, 300);
+    std::vector<u64> exponents = {1000, 526315789474, 52631578947369};
+    // Denominators of the continued fraction of log2(radix) / bits.
+    Mpz x = scale, y = Mpz(u64{bits}) << 300, before(u64{1}), last(u64{0});
+    while (!(y == Mpz(u64{0})) && mpz_sizeinbase(last, 2) < 51) {
+      const Mpz quotient = x / y, next = quotient * last + before, rest = x % y;
+      before = std::exchange(last, next);
+      x = std::exchange(y, rest);
+      if (mpz_sizeinbase(last, 2) <= 50) exponents.push_back(last.low_u64());
+    }
+    for (const u64 e : exponents)
+      for (u64 n = std::max<u64>(e, 2) - 1; n <= e + 1; ++n)
+        EXPECT_TRUE(Mpz(words.of(n)) == ((Mpz(n) * scale) / Mpz(u64{bits})) >> 300) << radix << "^" << n;
+  }
+}
+
+TYPED_TEST(Conversion, WindowsJoinWithinTheirBound) {
+  using W = TypeParam;
+  Runner<W> runner(64);
+  const ParallelContext serial = runner.context(1).parallel;
+  for (int off = -CBRv2::kMaxWindowOff - 1; off <= CBRv2::kMaxWindowOff + 1; ++off) {
+    std::vector<W> upper = {100, 7, 7};
+    const auto join = [&] { CBRv2::join_windows(upper.data(), 3, static_cast<W>(100 + off), serial); };
+    if (std::abs(off) > CBRv2::kMaxWindowOff) {
+      EXPECT_THROW(join(), AlgorithmFailedException) << off;
+    } else {
+      join();
+      EXPECT_EQ(upper, (std::vector<W>{static_cast<W>(100 + off), 7, 7})) << off;
+    }
+  }
+}
+
 TYPED_TEST(Conversion, PowersAreCheckedAgainstTheRadix) {
   using W = TypeParam;
   Runner<W> runner(1 << 12);
   W words[] = {kDecimalRadix<W>};
   CBRv2::Power<W> power{words, 1, 0};
-  CBRv2::CheckP(kDecimalRadix<W>, 1, power, runner.context(1).parallel);
-  EXPECT_THROW(CBRv2::CheckP(kDecimalRadix<W>, 2, power, runner.context(1).parallel),
-               AlgorithmFailedException);
-  EXPECT_THROW(CBRv2::CheckP(W{1}, 1, power, runner.context(1).parallel), InvalidParametersException);
+  CBRv2::CheckP(kDecimalRadix<W>, 1, power, runner.context(1));
+  EXPECT_THROW(CBRv2::CheckP(kDecimalRadix<W>, 2, power, runner.context(1)), AlgorithmFailedException);
+  EXPECT_THROW(CBRv2::CheckP(W{1}, 1, power, runner.context(1)), InvalidParametersException);
 }
 
 }  // namespace
