@@ -20,8 +20,8 @@ Tests run in this order until one fails: those named, those of the folder of the
 nearest first, slow programs, then scripts that run finished programs. Within a group the quickest go first. Only what a
 group needs is built. A test that kills a fault is run once without any; one that fails there too is left out.
 
-Ends: "killed" (a test failed, or did not end), "survived", "equivalent", "not found" (the line is not there, or not once), "no
-build" (the compiler sees it; the record is wrong). Status 1 when a fault survived."""
+Ends: "killed" (a test failed, or did not end), "survived", "unfinished" (no time for all tests), "equivalent", "not found" (the
+line is not there, or not once), "no build" (the compiler sees it; the record is wrong). Status 1 when a fault survived."""
 import argparse
 import collections
 import hashlib
@@ -231,19 +231,20 @@ class Copy:
         whole = "".join(lines)
         indent = lines[place][:len(lines[place]) - len(lines[place].lstrip())]
         lines[place] = indent + record["with"] + "\n" if record["with"] else ""
-        begin = time.monotonic()
+        begin = None
         path.write_text(QUIET + "".join(lines))
         try:
             groups, tests = self.groups(record)
             for group in groups:
                 status, text = self.make(sorted({target for name in group for target in tests[name].targets}))
+                begin = begin or time.monotonic()  # behind the first build, which may be that of a changed tree
                 if status:
                     return "no build", next((line for line in text.splitlines() if "error" in line), "")
                 for name in group:
                     if not self.run(name):
                         return "killed", name
                 if time.monotonic() - begin > self.options.limit:
-                    return "survived", f"until {group[-1]}, when the time was up"
+                    return "unfinished", f"passes until {group[-1]}"
             return "survived", ""
         finally:
             path.write_text(whole)
@@ -266,7 +267,7 @@ def report(lists, known):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--work", type=lambda text: pathlib.Path(text).resolve(), required=True)
-    parser.add_argument("--limit", type=float, default=900, help="seconds for one fault; no further group begins behind them")
+    parser.add_argument("--limit", type=float, default=900, help="seconds for one fault, behind its first build; no further group begins then")
     parser.add_argument("--side-by-side", type=int, default=1, help="compilers at a time")
     parser.add_argument("--only", default="", help="faults whose name or file holds these words")
     parser.add_argument("--again", action="store_true")
@@ -290,7 +291,7 @@ def main():
             if options.only not in record["fault"] + record["file"]:
                 continue
             before = copy.known["faults"].get(record["fault"])
-            if before and before["record"] == record and not options.again and before["end"][0] not in ("not found", "no build"):
+            if before and before["record"] == record and not options.again and before["end"][0] in ("killed", "survived", "equivalent"):
                 continue
             begin = time.monotonic()
             end = ("equivalent", record["equivalent"]) if "equivalent" in record else copy.try_fault(record)
