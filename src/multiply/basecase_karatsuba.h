@@ -29,6 +29,7 @@ struct Karatsuba {
   u64 sqr_cutoff;  ///< from 2
   u64 mul_cutoff;  ///< from 2
 
+  /// By the kernel below the cutoff, by Karatsuba above. Arguments as in basecase.h.
   void sqr(W* T, const W* A, u64 L, W* tmp) const {
     if (L < sqr_cutoff)
       kernels.sqr(T, A, L);
@@ -36,6 +37,7 @@ struct Karatsuba {
       sqrK(T, A, L, tmp);
   }
 
+  /// As sqr().
   void elm(W* T, const W* A, const W* B, u64 L, W* tmp) const {
     if (L < mul_cutoff)
       kernels.elm(T, A, B, L);
@@ -43,6 +45,7 @@ struct Karatsuba {
       elmK(T, A, B, L, tmp);
   }
 
+  /// As sqr(), operands of any two lengths.
   void mul(W* T, const W* A, u64 AL, const W* B, u64 BL, W* tmp) const {
     if (AL < BL) {
       std::swap(A, B);

@@ -1,4 +1,4 @@
-// Small strictly positive integers that carry their hash: what the leaves of a binary splitting produce.
+// Small strictly positive integers that carry their hash.
 //
 // BasicInt   a view on words and the operations that need no storage of their own;
 // BasicIntR  writes into a buffer that its caller supplies;
@@ -19,6 +19,7 @@ class BasicInt {
   u64 size() const { return size_; }  ///< capacity in words
   u64 hash() const { return hash_; }  ///< lazy hash of the value
   const W* words() const { return T_; }
+  /// Word i, below length().
   W operator[](u64 i) const { return T_[i]; }
 
   /// Takes the hash from the words.
@@ -70,6 +71,7 @@ class BasicIntR : public BasicInt<W> {
 class WordAllocator {
  public:
   virtual ~WordAllocator() = default;
+  /// As malloc and free.
   virtual void* allocate(u64 bytes) = 0;
   virtual void release(void* allocation) = 0;
 };

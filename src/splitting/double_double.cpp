@@ -14,7 +14,7 @@ DoubleDouble two_sum(double a, double b) {
   return {s, (a - (s - t)) + (b - t)};
 }
 
-// The same for |a| >= |b|.
+// two_sum() for |a| >= |b|.
 DoubleDouble quick_two_sum(double a, double b) {
   const double s = a + b;
   return {s, b - (s - a)};

@@ -1,8 +1,9 @@
 // Double-double arithmetic: an unevaluated sum of two doubles, about 31 decimal digits.
 //
 // Every size and term estimate is made in it: term counts pass 2^53, and a size is a small difference of
-// large Stirling sums. Results are good to a few units of 2^-104; infinities and NaN do not occur. Source  T.
-// J. Dekker, "A floating-point technique for extending the available precision", 1971.
+// large Stirling sums. Results are good to a few units of 2^-104; infinities and NaN do not occur.
+//
+// Source  T. J. Dekker, "A floating-point technique for extending the available precision", 1971.
 #pragma once
 
 #include <string_view>
@@ -11,6 +12,7 @@
 
 namespace orl {
 
+/// The value hi + lo.
 struct DoubleDouble {
   double hi = 0;
   double lo = 0;
@@ -32,6 +34,7 @@ struct DoubleDouble {
   /// Largest whole number not above the value, for values in [0, 2^64).
   u64 floor_u64() const;
 
+  /// The natural logarithm of 2.
   static const DoubleDouble& ln2();
 };
 

@@ -8,6 +8,7 @@
 
 namespace orl {
 
+/// A stage on the live line and, when it is finished, a line with its time.
 class StageTimer {
  public:
   /// `text` such as "Large Multiply..."; it must outlive the stage.

@@ -301,7 +301,7 @@ constexpr RowConstants kRows = {
       0.471396736825997648556, 0.290284677254462367636, 0.634393284163645498215}},
 };
 
-/// The twiddles of L rows, a lane a row.
+/// The twiddles of L rows, one lane per row.
 FFT_INLINE NodeTwiddles row_twiddles(const FftTwiddles& t, u32 first_row) {
   const auto constant = [&](u32 level) {
     return Complex{F64::load(kRows.re[level] + first_row), F64::load(kRows.im[level] + first_row)};

@@ -3,13 +3,13 @@
 // A transform is a first stage, then independent branches, then (on the way
 // back) a last stage.
 //
-//   small    the first stage is one pass of radix first_radix(): 1, 2, 4 or 8,
-//   or the odd factor. Everything runs
+//   small    the first stage is one pass of radix first_radix(): 1, 2, 4 or 8, or the odd factor. Everything
+//   runs
 //            in one task, in cache.
-//   blocked  kFftBlockedPoints complex points and more: two passes,
-//   first_radix() and 8, over chunks of columns
-//            that stay in cache between them, so that memory is crossed once.
-//            Chunks and branches are spread over tasks.
+//   blocked  kFftBlockedPoints complex points and more: two passes, first_radix() and 8, over chunks of
+//   columns
+//            that stay in cache between them, so that memory is crossed once. Chunks and branches are spread
+//            over tasks.
 #pragma once
 
 #include <algorithm>
@@ -36,11 +36,12 @@ struct FftBranch {
   u64 node;
 };
 
+/// How one shape is cut; what kernels read of it.
 struct FftPlan {
   u32 k;
   u32 levels;  ///< halvings between a root of the odd factor and its bottom
                ///< blocks
-  u32 w;       ///< bits a point
+  u32 w;       ///< bits per point
   const FftTables* tables;
 
   u64 blocks() const { return u64{k} << levels; }
@@ -53,6 +54,7 @@ struct FftPlan {
   u32 first_radix() const { return k > 1 ? k : 1u << first_bits(); }
   u32 branches() const { return first_radix() * (blocked() ? kFftSecondRadix : 1); }
   u64 branch_points() const { return complex_points() / branches(); }
+  /// The node at which branch `index` begins.
   FftBranch branch(u32 index) const {
     const u32 below = k > 1 ? 0 : first_bits();
     if (!blocked())

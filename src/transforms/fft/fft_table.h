@@ -13,11 +13,12 @@ struct FftRow {
   u64 bits;
   u32 k;  ///< odd factor: 1, 3 or 5
   u32 s;  ///< power of two, at least 7
-  u32 w;  ///< bits a point
+  u32 w;  ///< bits per point
 
   constexpr u64 points() const { return u64{k} << s; }
 };
 
+/// All rows.
 std::span<const FftRow> fft_rows();
 
 /// First row with row.bits >= bits. Throws LimitExceededException past the last

@@ -95,7 +95,7 @@ void node_step(const Source& source, double* x, double* g, u32 level, u64 n, u32
   if constexpr (S != FftStep::forward) inverse_node_pass(x, stride, bits, t);
 }
 
-/// The same above the subtrees of a blocked transform.
+/// node_step() above the subtrees of a blocked transform.
 template <FftStep S>
 void upper_node_step(const FftPlan& plan, u32 root, u64 ahead, double* x, double* g, u32 level, u64 n,
                      u32 height) {

@@ -5,8 +5,7 @@
 // + j) / R); they are kept in bit-reversed order of j, so that node number n of
 // level l below a root `rho` has
 //
-//     theta(rho, l, n) = rho / 2^l + bitreverse(n),         bitreverse(n) =
-//     0.b0 b1 b2 ... in binary,
+//     theta(rho, l, n) = rho / 2^l + bitreverse(n),    bitreverse(n) = 0.b0 b1 b2 ... in binary,
 //
 // which depends on n alone but for the first term: one table serves every level
 // and every size. Passes read the powers of e(theta / 8), bottom kernels
@@ -64,7 +63,7 @@ inline constexpr u32 kFftBlockLevels = 6;
 /// the bottom.
 inline constexpr std::array<u32, 4> kFftPassLevels = {0, 3, 6, 8};
 
-/// The tables of the shapes up to some size; one object a TransformTables.
+/// The tables of the shapes up to some size; one object per TransformTables.
 class FftTables final : public FamilyTables {
  public:
   static constexpr u32 kOdd[3] = {1, 3, 5};
@@ -82,7 +81,7 @@ class FftTables final : public FamilyTables {
   /// the node.
   const FftTwiddles* const* root(u32 k, u32 j) const { return roots_[k / 2][j].data(); }
   /// Base records of the subtrees whose roots lie `depth` levels below the root
-  /// (1/4 + j) / k, base_count(k, depth) of them a subtree: those of every
+  /// (1/4 + j) / k, base_count(k, depth) of them per subtree: those of every
   /// level, or, where subtrees have the full height, of kFftPassLevels.
   const FftTwiddles* subtree_bases(u32 k, u32 j, u32 depth) const { return bases_[k / 2][j][depth]; }
   static constexpr u32 base_count(u32 k, u32 depth) {
