@@ -4,12 +4,10 @@
 // back) a last stage.
 //
 //   small    the first stage is one pass of radix first_radix(): 1, 2, 4 or 8, or the odd factor. Everything
-//   runs
-//            in one task, in cache.
+//            runs in one task, in cache.
 //   blocked  kFftBlockedPoints complex points and more: two passes, first_radix() and 8, over chunks of
-//   columns
-//            that stay in cache between them, so that memory is crossed once. Chunks and branches are spread
-//            over tasks.
+//            columns that stay in cache between them, so that memory is crossed once. Chunks and branches are
+//            spread over tasks.
 #pragma once
 
 #include <algorithm>
