@@ -70,15 +70,16 @@ void measure(ParallelContext parallel, u64 L) {
     const MultiplyContext direct_ctx{parallel, tables, direct_block.buffer()};
     const auto bounded_way = [&] {
       if (square)
-        algorithm.sqr_bounded(ctx, t.data(), skip, len, a.data(), L);
+        algorithm.sqr_bounded(ctx, Window{t.data(), skip, len}, Words{a.data(), L});
       else
-        algorithm.mul_bounded(ctx, t.data(), skip, len, a.data(), L, b.data(), L);
+        algorithm.mul_bounded(ctx, Window{t.data(), skip, len}, Words{a.data(), L}, Words{b.data(), L});
     };
     const auto direct_way = [&] {
       if (square)
-        algorithm.sqr_window(direct_ctx, expected.data(), skip, len, a.data(), L);
+        algorithm.sqr_window(direct_ctx, Window{expected.data(), skip, len}, Words{a.data(), L});
       else
-        algorithm.mul_window(direct_ctx, expected.data(), skip, len, a.data(), L, b.data(), L);
+        algorithm.mul_window(direct_ctx, Window{expected.data(), skip, len}, Words{a.data(), L},
+                             Words{b.data(), L});
     };
     bounded_way();
     direct_way();

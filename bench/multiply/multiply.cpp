@@ -75,12 +75,12 @@ struct Column {
   void run(const MultiplyContext& ctx, Case& c, bool square) const {
     u64* const T = c.product.data();
     if (algorithm == nullptr)
-      square ? basic_table<u64>().sqr(ctx, T, c.a.data(), c.n)
-             : basic_table<u64>().mul(ctx, T, c.a.data(), c.n, c.b.data(), c.n);
+      square ? basic_table<u64>().sqr(ctx, T, Words{c.a.data(), c.n})
+             : basic_table<u64>().mul(ctx, T, Words{c.a.data(), c.n}, Words{c.b.data(), c.n});
     else if (square)
-      algorithm->sqr_window(ctx, T, 0, 2 * c.n, c.a.data(), c.n);
+      algorithm->sqr_window(ctx, Window{T, 0, 2 * c.n}, Words{c.a.data(), c.n});
     else
-      algorithm->mul_window(ctx, T, 0, 2 * c.n, c.a.data(), c.n, c.b.data(), c.n);
+      algorithm->mul_window(ctx, Window{T, 0, 2 * c.n}, Words{c.a.data(), c.n}, Words{c.b.data(), c.n});
   }
 };
 

@@ -55,7 +55,8 @@ class Products {
     const u64 calls = std::max<u64>(1, 20000 / words);
     const double start = bench::now_ns();
     for (u64 i = 0; i < calls; ++i)
-      basic_table<u64>().mul({parallel_, tables_, scratch_.buffer()}, T, a, words, a + words, words);
+      basic_table<u64>().mul({parallel_, tables_, scratch_.buffer()}, T, Words{a, words},
+                             Words{a + words, words});
     return (bench::now_ns() - start) / static_cast<double>(calls);
   }
 

@@ -53,14 +53,17 @@ void bench(const Algorithm& algorithm, Parallelizer& parallelizer, u64 threads, 
     a[i] = x = x * 6364136223846793005 + 1442695040888963407;
     b[i] = x = (x ^ x >> 33) * 6364136223846793005 + 1;
   }
-  const double own =
-      least_ns(n, [&] { algorithm.mul_window(ctx, t.data(), 0, 2 * n, a.data(), n, b.data(), n); });
+  const double own = least_ns(n, [&] {
+    algorithm.mul_window(ctx, Window{t.data(), 0, 2 * n}, Words{a.data(), n}, Words{b.data(), n});
+  });
   const double peer = least_ns(n, [&] {
     mpn_mul_n(reinterpret_cast<mp_limb_t*>(g.data()), reinterpret_cast<mp_limb_t*>(a.data()),
               reinterpret_cast<mp_limb_t*>(b.data()), static_cast<mp_size_t>(n));
   });
   const bool right = t == g;
-  const double square = least_ns(n, [&] { algorithm.sqr_window(ctx, t.data(), 0, 2 * n, a.data(), n); });
+  const double square = least_ns(n, [&] {
+    algorithm.sqr_window(ctx, Window{t.data(), 0, 2 * n}, Words{a.data(), n});
+  });
   std::printf("%10lu  %7.1f ns  square %7.1f  gmp %7.1f  ratio %5.2f  %5.1f bytes/word  %s\n", n, own, square,
               peer, peer / own, static_cast<double>(bytes) / static_cast<double>(n),
               right ? "right" : "WRONG");

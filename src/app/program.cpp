@@ -106,7 +106,7 @@ void register_everything() {
   orl::register_exceptions();
   orl::register_frameworks();
   orl::register_allocators();
-  orl::register_multiplication();
+  for (const std::string& warning : orl::register_multiplication()) orl::console::println(warning, 'Y');
 }
 
 int run_program(int argc, char** argv) {

@@ -131,7 +131,7 @@ u64 ConvertPlanP<W>::product_bytes(u64 level, u64 tds, bool kept) const {
                               ? LinearHeapBuffer::cut_bytes<W>(level_[level].piece_words)
                               : 0;
   return (kept ? 1 : 2) * round_up_64(shape.transform_size()) + round_up_64(shape.scratch_size()) +
-         MiddleProduct<W>::result_bytes(level_[level].form, shape) + upper_piece;
+         MiddleShape<W>{level_[level].form, shape}.result_bytes() + upper_piece;
 }
 
 template <class W>

@@ -116,8 +116,8 @@ void RamLevelProducts<W>::keep(const BigFloat<W>& t, u64 index) {
   kept().magnitude = used.magnitude();
   kept_[index].check = RingCheck(shape_.wrap * kHalfWords<W>);
   kept_[index].check.take(reinterpret_cast<const u32*>(used.T), used.L * kHalfWords<W>, helper_.parallel());
-  helper_.parameters().forward_cyclic(helper_.kept(used_), reinterpret_cast<const u32*>(used.T),
-                                      used.L * kHalfWords<W>, helper_.scratch(), helper_.parallel());
+  helper_.parameters().wrapped()->forward_cyclic(helper_.kept(used_), Words<W>{used.T, used.L},
+                                                 helper_.scratch(), helper_.parallel());
 }
 
 // The product of a and the kept number over `ideal` (over 1 when that is zero), as far as doubles tell. 0 and
@@ -134,14 +134,13 @@ double RamLevelProducts<W>::top_ratio(const BigFloat<W>& a, const BigFloat<W>& i
 // The residue of a times the kept number fills the buffer.
 template <class W>
 void RamLevelProducts<W>::residue(const BigFloat<W>& a) {
-  const Parameters& parameters = helper_.parameters();
+  const WrappedProducts& wrapped = *helper_.parameters().wrapped();
   const ParallelContext parallel = helper_.parallel();
   RingCheck check = kept_[used_].check;
   check.multiply(reinterpret_cast<const u32*>(a.T), a.L * kHalfWords<W>, parallel);
   u32* const product = reinterpret_cast<u32*>(buffer_.base);
-  parameters.forward_cyclic(helper_.working(), reinterpret_cast<const u32*>(a.T), a.L * kHalfWords<W>,
-                            helper_.scratch(), parallel);
-  parameters.pointwise_cyclic(helper_.working(), helper_.kept(used_), product, helper_.scratch(), parallel);
+  wrapped.forward_cyclic(helper_.working(), Words<W>{a.T, a.L}, helper_.scratch(), parallel);
+  wrapped.pointwise_cyclic(helper_.working(), helper_.kept(used_), product, helper_.scratch(), parallel);
   fault_point("newton product", product, shape_.wrap * sizeof(W));
   check.compare(product, false, "LevelProducts::residue()", parallel);
   buffer_.T = buffer_.base;

@@ -67,7 +67,7 @@ void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<W>& plan, const RunContext
     const u64 length = std::min(2 * root.L, plan.level(i).power_words + 1);
     Power<W> power{heap.cut<W>(plan.level(i).power_words + 1), length, 2 * root.exp};
     // The scratch lies where the next levels' powers will: they are cut when this product is done.
-    basic_table<W>().sqr_window(ctx.multiply(heap), power.T, 0, length, root.T, root.L);
+    basic_table<W>().sqr_window(ctx.multiply(heap), {power.T, 0, length}, {root.T, root.L});
     trim(power);
     powers[i] = power;
     check_stored(plan, i, power, ctx);

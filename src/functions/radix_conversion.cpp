@@ -170,8 +170,8 @@ void Conversion<W>::keep_transforms(const RunContext& ctx, LinearHeapBuffer& hea
     const Parameters& parallel_shape = shape(i, ctx.parallel.tds, box);
     LinearHeapBuffer scratch = heap;
     void* tmp = scratch.cut<u8>(parallel_shape.scratch_size());
-    MiddleProduct<W>::forward(plan_.level(i).form, parallel_shape, kept_[i], powers_[i].T, powers_[i].L, tmp,
-                              ctx.parallel);
+    const MiddleShape<W> middle{plan_.level(i).form, parallel_shape};
+    middle.forward(kept_[i], {powers_[i].T, powers_[i].L}, tmp, ctx.parallel);
   }
 }
 
@@ -212,7 +212,7 @@ void Conversion<W>::multiply(const RunContext& ctx, u64 level, W* T, u64 skip, u
   const Power<W>& power = powers_[level];
   if (!plan_.level(level).transform) {
     W* tmp = heap.cut<W>(mul_window_scratch<W>(skip, end, f.L, power.L) / sizeof(W));
-    return mul_window(T, skip, end, f.T, f.L, power.T, power.L, tmp);
+    return mul_window({T, skip, end}, {f.T, f.L}, {power.T, power.L}, tmp);
   }
   ParametersBox box;
   const ProductForm form = plan_.level(level).form;
@@ -220,11 +220,11 @@ void Conversion<W>::multiply(const RunContext& ctx, u64 level, W* T, u64 skip, u
   void* F = heap.cut<u8>(sized.transform_size());
   void* G = kept_[level] ? kept_[level] : heap.cut<u8>(sized.transform_size());
   void* tmp = heap.cut<u8>(sized.scratch_size());
-  W* result = heap.cut<W>(MiddleProduct<W>::result_bytes(form, sized) / sizeof(W));
-  if (!kept_[level]) MiddleProduct<W>::forward(form, sized, G, power.T, power.L, tmp, ctx.parallel);
+  const MiddleShape<W> middle{form, sized};
+  W* result = heap.cut<W>(middle.result_bytes() / sizeof(W));
+  if (!kept_[level]) middle.forward(G, {power.T, power.L}, tmp, ctx.parallel);
   const auto product = [&](W* out, u64 begin, u64 stop, const W* words, u64 count) {
-    MiddleProduct<W>::run(form, sized, F, G, power.L, out, begin, stop, words, count, result, tmp,
-                          ctx.parallel);
+    middle.run({F, G, tmp}, power.L, {out, begin, stop}, {words, count}, result, ctx.parallel);
   };
   if (form == ProductForm::whole) return multiply_pieces(level, T, skip, end, f, heap, ctx.parallel, product);
   multiply_windows(level, T, skip, end, ctx.parallel, [&](W* out, u64 begin, u64 stop) {

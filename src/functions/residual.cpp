@@ -104,11 +104,11 @@ W* RamResidual<W>::product_of_shape(const RunContext& ctx, const BigFloat<W>& x,
   void *const F = areas.transforms[0], *const tmp = areas.tmp;
   RingCheck check(kHalfWords<W> * n_);
   check.take(u32_words(x.T), kHalfWords<W> * x.L, ctx.parallel);
-  shape.forward_cyclic(F, u32_words(x.T), kHalfWords<W> * x.L, tmp, ctx.parallel);
+  shape.wrapped()->forward_cyclic(F, Words<W>{x.T, x.L}, tmp, ctx.parallel);
   if (areas_ == 1) {
     W* const own = areas.product;
     check.square();
-    shape.pointwise_cyclic(F, F, u32_words(own), tmp, ctx.parallel);
+    shape.wrapped()->pointwise_cyclic(F, F, u32_words(own), tmp, ctx.parallel);
     fault_point("residual product", own, n_ * sizeof(W));
     check.compare(u32_words(own), false, "Residual::run()", ctx.parallel);
     return own;
@@ -116,8 +116,8 @@ W* RamResidual<W>::product_of_shape(const RunContext& ctx, const BigFloat<W>& x,
   void* const G = areas.transforms[1];
   W* const P = static_cast<W*>(G);
   check.multiply(u32_words(y.T), kHalfWords<W> * y.L, ctx.parallel);
-  shape.forward_cyclic(G, u32_words(y.T), kHalfWords<W> * y.L, tmp, ctx.parallel);
-  shape.pointwise_cyclic(F, G, u32_words(P), tmp, ctx.parallel);
+  shape.wrapped()->forward_cyclic(G, Words<W>{y.T, y.L}, tmp, ctx.parallel);
+  shape.wrapped()->pointwise_cyclic(F, G, u32_words(P), tmp, ctx.parallel);
   fault_point("residual product", P, n_ * sizeof(W));
   check.compare(u32_words(P), false, "Residual::run()", ctx.parallel);
   return P;
@@ -133,11 +133,11 @@ W* RamResidual<W>::product_in_halves(const RunContext& ctx, const BigFloat<W>& x
   bp_fill(areas.product, n_, 0, ctx.parallel);
   for (u64 j = 0; j < y.L; j += half_) {
     const u64 y_words = std::min(half_, y.L - j);
-    forward_words(shape, G, y.T + j, y_words, areas.tmp, ctx.parallel);
+    shape.forward(G, Words<W>{y.T + j, y_words}, areas.tmp, ctx.parallel);
     for (u64 i = 0; i < x.L; i += half_) {
       const u64 words = std::min(half_, x.L - i);
-      forward_words(shape, F, x.T + i, words, areas.tmp, ctx.parallel);
-      inverse_words(shape, F, G, areas.part, 0, words + y_words, areas.tmp, ctx.parallel);
+      shape.forward(F, Words<W>{x.T + i, words}, areas.tmp, ctx.parallel);
+      shape.inverse_fmul(F, G, Window<W>{areas.part, 0, words + y_words}, areas.tmp, ctx.parallel);
       add_wrapped(areas.product, n_, i + j, areas.part, words + y_words, ctx.parallel);
     }
   }

@@ -28,7 +28,7 @@ CBRv2::Power<W> odd_power(const ConvertPlanP<W>& plan, u64 e, W* result, W* othe
     const u64 reached = e >> bit;
     W* T = power.T == result ? other : result;
     u64 L = std::min(2 * power.L, plan.odd_power_words(reached & ~u64{1}));
-    basic_table<W>().sqr_window(ctx, T, 0, L, power.T, power.L);
+    basic_table<W>().sqr_window(ctx, {T, 0, L}, {power.T, power.L});
     L = bp_strip<W>(0, T, L, ctx.parallel);
     if (reached & 1) {
       const W carry = bp_mul_uW(T, T, L, plan.odd(), 0, ctx.parallel);
@@ -81,8 +81,8 @@ void low_product(const RunContext& ctx, W* E, u64 words, const W* A, u64 AL, con
   // `kept` is what G transforms; T receives the product below `limit`, and its length is returned.
   const auto multiply = [&](W* T, u64 limit, const W* words_a, u64 length, u64 kept) -> u64 {
     const u64 end = std::min(limit, length + kept);
-    forward_words(shape, F, words_a, length, tmp, ctx.parallel);
-    inverse_words(shape, F, G, T, 0, end, tmp, ctx.parallel);
+    shape.forward(F, Words<W>{words_a, length}, tmp, ctx.parallel);
+    shape.inverse_fmul(F, G, Window<W>{T, 0, end}, tmp, ctx.parallel);
     return end;
   };
   const auto add_cross = [&](const W* words_a, u64 length, u64 kept) {
@@ -91,11 +91,11 @@ void low_product(const RunContext& ctx, W* E, u64 words, const W* A, u64 AL, con
     const W carry = bp_add(E + half, E + half, cross, count, 0, ctx.parallel);
     bp_carry<W>(carry, E + half + count, words - half - count, ctx.parallel);
   };
-  forward_words(shape, G, a.low, a.low_L, tmp, ctx.parallel);
+  shape.forward(G, Words<W>{a.low, a.low_L}, tmp, ctx.parallel);
   multiply(E, words, b.low, b.low_L, a.low_L);
   add_cross(b.high, b.high_L, a.low_L);
   if (a.high_L == 0) return;
-  forward_words(shape, G, b.low, b.low_L, tmp, ctx.parallel);
+  shape.forward(G, Words<W>{b.low, b.low_L}, tmp, ctx.parallel);
   add_cross(a.high, a.high_L, b.low_L);
 }
 

@@ -4,11 +4,12 @@
 // multiplication, built in place into a ParametersBox (no allocation). A multiplication takes
 // 2 * transform_size + scratch_size bytes: first transform, second transform, working scratch.
 //
-// Word types   transforms see u32 arrays only. The u64 entries (suffix _w) double all counts and call their
-//              u32 sisters; an algorithm with kernels of its own for u64 (Basecase/Karatsuba) overrides them.
+// Word types   everything here speaks of 32-bit words, in views (words/word_view.h) to which arrays of 64-bit
+//              words convert with doubled counts. An algorithm with kernels of its own for 64-bit words
+//              (Basecase/Karatsuba) has an instance for them, whose views are of such arrays.
 // Planning     sizes() and a Parameters built without tables can be asked for sizes; only running needs
-// tables. Threads      Algorithm and Parameters are immutable and may be shared; scratch belongs to one
-// product.
+//              tables.
+// Threads      Algorithm and Parameters are immutable and may be shared; scratch belongs to one product.
 #pragma once
 
 #include <array>
@@ -20,6 +21,7 @@
 #include "core/types.h"
 #include "memory/linear_buffer.h"
 #include "threads/parallelizer.h"
+#include "words/word_view.h"
 
 namespace orl {
 
@@ -71,10 +73,63 @@ struct BoundedSizes {
   u64 square_bytes = 0;
 };
 
-/// The shape of one multiplication. Word arrays are least significant word first. `skip` and `len` select the
-/// product words [skip, len) that are written to T[0, len - skip).
+/// Where a product of two operands finds its transforms and its working scratch. G is F for a square.
+struct TransformAreas {
+  void* F;
+  void* G;
+  void* tmp;
+};
+
+/// The two rings of wrapped products, for words W = 2^32: modulo W^n - 1, and modulo W^n + 1.
+enum class Wrap : u8 { cyclic, negacyclic };
+
+/// Products modulo W^n - 1 and W^n + 1, W = 2^32, of a shape that has them. The transforms of the two rings do
+/// not mix with each other or with Parameters::forward(). tmp holds scratch_size() bytes of the shape.
+class WrappedProducts {
+ public:
+  u64 words() const { return words_; }  ///< n
+
+  /// Transforms A, of n words at most, for products modulo W^n - 1.
+  void forward_cyclic(void* F, Words<u32> A, void* tmp, ParallelContext parallel) const {
+    forward_wrapped(Wrap::cyclic, F, A, tmp, parallel);
+  }
+  /// T[0, n) = the product of what F and G transform modulo W^n - 1, where W^n - 1 itself stands for 0 too. F
+  /// is destroyed, G (which may be F) kept otherwise. T may lie in G's memory unless G is F; G is lost then.
+  void pointwise_cyclic(void* F, const void* G, u32* T, void* tmp, ParallelContext parallel) const {
+    pointwise_wrapped(Wrap::cyclic, F, G, T, tmp, parallel);
+  }
+  /// Transforms A, of n words at most, for products modulo W^n + 1.
+  void forward_negacyclic(void* F, Words<u32> A, void* tmp, ParallelContext parallel) const {
+    forward_wrapped(Wrap::negacyclic, F, A, tmp, parallel);
+  }
+  /// pointwise_cyclic() modulo W^n + 1. True when the product is W^n, whose words T then holds: all zero.
+  bool pointwise_negacyclic(void* F, const void* G, u32* T, void* tmp, ParallelContext parallel) const {
+    return pointwise_wrapped(Wrap::negacyclic, F, G, T, tmp, parallel);
+  }
+
+  /// The operations above, by ring; what pointwise_wrapped returns in the cyclic one means nothing.
+  virtual void forward_wrapped(Wrap ring, void* F, Words<u32> A, void* tmp,
+                               ParallelContext parallel) const = 0;
+  virtual bool pointwise_wrapped(Wrap ring, void* F, const void* G, u32* T, void* tmp,
+                                 ParallelContext parallel) const = 0;
+  /// T[0, n) = A * B in the ring, for operands that nobody transformed, and what pointwise_wrapped returns: in
+  /// fewer sweeps where the family can. The transforms are lost; areas.G is areas.F when A is B. A may lie in
+  /// G's memory, and T as above.
+  virtual bool product_wrapped(Wrap ring, const TransformAreas& areas, Words<u32> A, Words<u32> B, u32* T,
+                               ParallelContext parallel) const;
+
+ protected:
+  ~WrappedProducts() = default;
+  u64 words_ = 0;
+};
+
+/// The shape of one multiplication. Word arrays are least significant word first. tmp holds scratch_size()
+/// bytes everywhere.
 class Parameters {
  public:
+  Parameters() = default;
+  Parameters(const Parameters&) = delete;
+  Parameters& operator=(const Parameters&) = delete;
   virtual ~Parameters() = default;
 
   u64 max_bits() const { return max_bits_; }              ///< largest product
@@ -82,26 +137,14 @@ class Parameters {
   u64 scratch_size() const { return scratch_size_; }      ///< bytes of working scratch
   MultiplySizes sizes() const { return {transform_size_, scratch_size_}; }
 
-  /// Forward transform of A[0, AL) into F. Throws ConvolutionTooSmallException "Convolution length is too
-  /// small." when A does not fit. tmp holds scratch_size() bytes here and below.
-  virtual void forward(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const = 0;
-  /// Words [skip, len) of the square of what F transforms; F is destroyed.
-  virtual void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp,
+  /// Forward transform of A into F. Throws ConvolutionTooSmallException "Convolution length is too small."
+  /// when A does not fit.
+  virtual void forward(void* F, Words<u32> A, void* tmp, ParallelContext parallel) const = 0;
+  /// The window of the square of what F transforms; F is destroyed.
+  virtual void inverse_fsqr(void* F, Window<u32> T, void* tmp, ParallelContext parallel) const = 0;
+  /// The window of the product of what F and G transform; F is destroyed, G kept.
+  virtual void inverse_fmul(void* F, const void* G, Window<u32> T, void* tmp,
                             ParallelContext parallel) const = 0;
-  /// Words [skip, len) of the product of F and G; F is destroyed, G kept.
-  virtual void inverse_fmul(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
-                            ParallelContext parallel) const = 0;
-
-  virtual void forward_w(void* F, const u64* A, u64 AL, void* tmp, ParallelContext parallel) const {
-    forward(F, reinterpret_cast<const u32*>(A), 2 * AL, tmp, parallel);
-  }
-  virtual void inverse_fsqr_w(void* F, u64* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const {
-    inverse_fsqr(F, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, tmp, parallel);
-  }
-  virtual void inverse_fmul_w(void* F, const void* G, u64* T, u64 skip, u64 len, void* tmp,
-                              ParallelContext parallel) const {
-    inverse_fmul(F, G, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, tmp, parallel);
-  }
 
   /// True when a forward transform made with one can be used with the other.
   virtual bool compatible(const Parameters& other) const = 0;
@@ -112,34 +155,17 @@ class Parameters {
   /// of the lowest of them that is asked for. One operand must have at most n / 2 words.
   u64 folding_words() const { return folding_words_; }
 
-  /// n, in u32 words, when the shape multiplies modulo W^n - 1 and W^n + 1 (W = 2^32); 0 when it does not,
-  /// and then the four operations below throw. The transforms of the two forms do not mix with each other or
-  /// with forward().
-  u64 cyclic_words() const { return cyclic_words_; }
-  /// Transforms A[0, AL), AL <= n, for products modulo W^n - 1.
-  virtual void forward_cyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const;
-  /// T[0, n) = the product of what F and G transform modulo W^n - 1, where W^n - 1 itself stands for 0 too. F
-  /// is destroyed, G (which may be F) kept otherwise. T may lie in G's memory unless G is F; G is lost then.
-  virtual void pointwise_cyclic(void* F, const void* G, u32* T, void* tmp, ParallelContext parallel) const;
-  /// Transforms A[0, AL), AL <= n, for products modulo W^n + 1.
-  virtual void forward_negacyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const;
-  /// The same modulo W^n + 1. True when the product is W^n, whose words T then holds: all zero.
-  virtual bool pointwise_negacyclic(void* F, const void* G, u32* T, void* tmp,
-                                    ParallelContext parallel) const;
-  /// T[0, n) = A * B modulo W^n - 1 and W^n + 1, for operands that nobody transformed: what the operations
-  /// above give, in fewer sweeps where the family can. F and G are lost; G is F when A is B. A may lie in G's
-  /// memory, and T as above.
-  virtual void product_cyclic(void* F, void* G, const u32* A, u64 AL, const u32* B, u64 BL, u32* T, void* tmp,
-                              ParallelContext parallel) const;
-  virtual bool product_negacyclic(void* F, void* G, const u32* A, u64 AL, const u32* B, u64 BL, u32* T,
-                                  void* tmp, ParallelContext parallel) const;
+  /// The shape's wrapped products; null when it has none.
+  const WrappedProducts* wrapped() const { return wrapped_; }
+  /// Their length in u32 words, 0 when there are none.
+  u64 cyclic_words() const { return wrapped_ ? wrapped_->words() : 0; }
 
  protected:
   u64 max_bits_ = 0;
   u64 folding_words_ = 0;
-  u64 cyclic_words_ = 0;
   u64 transform_size_ = 0;
   u64 scratch_size_ = 0;
+  const WrappedProducts* wrapped_ = nullptr;  ///< the object itself, as a rule
 };
 
 /// Room for any Parameters object, on the stack or in a plan.
@@ -192,30 +218,28 @@ class Algorithm {
   virtual const Parameters& parameters_for(ParametersBox& out, const TransformTables* tables, u64 bits,
                                            u64 tds) const = 0;
 
-  /// Whole-product and window forms; ctx.scratch must hold sizes(...).total_bytes() of the (trimmed) product,
-  /// or square_bytes() for a square. The defaults build Parameters and run forward / inverse. T may not
-  /// overlap an operand.
-  virtual void sqr_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const;
-  virtual void sqr_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 L) const;
-  virtual void mul_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL,
-                          const u32* B, u64 BL) const;
-  virtual void mul_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL,
-                          const u64* B, u64 BL) const;
+  /// The largest product, in words of the instance's type, that mulB and sqrB of the operands where they lie
+  /// make best; 0 when there is none. A table whose smallest products are this algorithm's then calls these.
+  virtual u64 schoolbook_words() const { return 0; }
+  /// True when a forward transform saves a second product nothing worth having: it is a copy of the operand.
+  virtual bool transforms_are_copies() const { return false; }
 
-  /// The same in less memory, where the family has products modulo W^n - 1 and W^n + 1: CRT_mulp at the shape
-  /// for half the product. A shape that offers no fitting length throws TransformTooSmallException within,
-  /// and the product is made by mul_window (a square by sqr_window). Which way is known beforehand, so
-  /// ctx.scratch holds bounded_sizes() of the product's bits and the window's, and no more. Where that is
-  /// less than sizes(), T may overlap the operands, for which it holds bounded_sizes() of a window of 0 bits.
-  virtual void sqr_bounded(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const;
-  virtual void sqr_bounded(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 L) const;
-  virtual void mul_bounded(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL,
-                           const u32* B, u64 BL) const;
-  virtual void mul_bounded(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL,
-                           const u64* B, u64 BL) const;
+  /// The window of a square or product; ctx.scratch must hold sizes(...).total_bytes() of the (trimmed)
+  /// product, or square_bytes() for a square. The defaults build Parameters and run forward / inverse. T may
+  /// not overlap an operand.
+  virtual void sqr_window(const MultiplyContext& ctx, Window<u32> T, Words<u32> A) const;
+  virtual void mul_window(const MultiplyContext& ctx, Window<u32> T, Words<u32> A, Words<u32> B) const;
+
+  /// What sqr_window and mul_window give, in less memory where the family has products modulo W^n - 1 and
+  /// W^n + 1: CRT_mulp at the shape for half the product. Where the shape offers no fitting length, the
+  /// product is made by mul_window (a square by sqr_window). Which way is known beforehand, so ctx.scratch
+  /// holds bounded_sizes() of the product's bits and the window's, and no more. Where that is less than
+  /// sizes(), T may overlap the operands, for which it holds bounded_sizes() of a window of 0 bits.
+  void sqr_bounded(const MultiplyContext& ctx, Window<u32> T, Words<u32> A) const;
+  void mul_bounded(const MultiplyContext& ctx, Window<u32> T, Words<u32> A, Words<u32> B) const;
   /// Bytes of the bounded forms for a product of exactly `bits` with a window of `window_bits` or more, both
   /// whole words. Never above those of sizes(bits, tds). Throws LimitExceededException past max_bits.
-  virtual BoundedSizes bounded_sizes(u64 bits, u64 window_bits, u64 tds) const;
+  BoundedSizes bounded_sizes(u64 bits, u64 window_bits, u64 tds) const;
 
  protected:
   Algorithm(u64 max_bits, const char* id, const char* name, const char* module, const char* variant)

@@ -5,7 +5,6 @@
 
 #include "core/ending.h"
 #include "core/exceptions.h"
-#include "core/output.h"
 #include "simd/target.h"
 
 namespace orl {
@@ -38,8 +37,9 @@ AlgorithmTable<W>& default_table() {
 }
 
 template <class W>
-void initialize_table() {
-  default_table<W>().add_list(mutable_registry(), default_basic_rows());
+void initialize_table(std::vector<std::string>& warnings) {
+  for (std::string& warning : default_table<W>().add_list(mutable_registry(), default_basic_rows()))
+    warnings.push_back(std::move(warning));
   detail::active_table<W> = &default_table<W>();
 }
 
@@ -99,8 +99,7 @@ void AlgorithmTable<W>::add(u64 threshold, const Algorithm* algorithm) {
     throw StringException("AlgorithmTable::add()", "Thresholds must be increasing.");
   if (threshold > algorithm->max_bits() / word_bits)
     throw StringException("AlgorithmTable::add()", "Thresholds is larger than maximum size.");
-  if (entries_.empty() && std::string_view(algorithm->id()) == "BKT")
-    schoolbook_words_ = std::min(threshold, 2 * std::min(kKaratsubaMulWords<W>, kKaratsubaSqrWords<W>) - 1);
+  if (entries_.empty()) schoolbook_words_ = std::min(threshold, algorithm->schoolbook_words());
   entries_.push_back({threshold, algorithm});
 }
 
@@ -111,18 +110,21 @@ void AlgorithmTable<W>::add(u64 threshold, std::unique_ptr<Algorithm> owned) {
 }
 
 template <class W>
-void AlgorithmTable<W>::add_list(const AlgorithmRegistry& registry, std::span<const AlgorithmRow> rows) {
+std::vector<std::string> AlgorithmTable<W>::add_list(const AlgorithmRegistry& registry,
+                                                     std::span<const AlgorithmRow> rows) {
+  std::vector<std::string> warnings;
   for (const AlgorithmRow& row : rows) {
     const std::string id(row.id);
     const AlgorithmInstances* instances = registry.find(id);
     if (instances == nullptr) {
-      notice_line("Skipping unknown algorithm: " + id, 'Y');
+      warnings.push_back("Skipping unknown algorithm: " + id);
       continue;
     }
     if (instances->basic<W>() == nullptr)
-      notice_line("Warning: " + id + " does not support: \"" + name_ + "\"", 'Y');
+      warnings.push_back("Warning: " + id + " does not support: \"" + name_ + "\"");
     add(row.threshold_bits / word_bits, instances->basic<W>());
   }
+  return warnings;
 }
 
 template <class W>
@@ -180,18 +182,15 @@ BoundedSizes AlgorithmTable<W>::cost(u64 p, u64 tds) const {
 }
 
 template <class W>
-void AlgorithmTable<W>::sqr_trimmed(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A,
-                                    u64 L) const {
-  const TrimmedProduct t = trim_square(skip, len, L);
-  get_algorithm(2 * t.a_length).sqr_window(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length);
+void AlgorithmTable<W>::sqr_trimmed(const MultiplyContext& ctx, Window<W> T, Words<W> A) const {
+  const TrimmedProduct t = trim_square(T.skip, T.len, A.count);
+  get_algorithm(2 * t.a_length).sqr_window(ctx, t.window(T.T), t.a(A));
 }
 
 template <class W>
-void AlgorithmTable<W>::mul_trimmed(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL,
-                                    const W* B, u64 BL) const {
-  const TrimmedProduct t = trim_product(skip, len, AL, BL);
-  get_algorithm(t.a_length + t.b_length)
-      .mul_window(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length, B + t.b_offset, t.b_length);
+void AlgorithmTable<W>::mul_trimmed(const MultiplyContext& ctx, Window<W> T, Words<W> A, Words<W> B) const {
+  const TrimmedProduct t = trim_product(T.skip, T.len, A.count, B.count);
+  get_algorithm(t.a_length + t.b_length).mul_window(ctx, t.window(T.T), t.a(A), t.b(B));
 }
 
 template <class W>
@@ -220,28 +219,26 @@ BoundedSizes AlgorithmTable<W>::max_bounded_sizes(u64 words, u64 tds, u64 window
 }
 
 template <class W>
-void AlgorithmTable<W>::sqr_bounded(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A,
-                                    u64 L) const {
-  if (2 * L <= schoolbook_words_ && skip == 0 && len == 2 * L) return sqrB(T, A, L);
-  const TrimmedProduct t = trim_square(skip, len, L);
+void AlgorithmTable<W>::sqr_bounded(const MultiplyContext& ctx, Window<W> T, Words<W> A) const {
+  if (schoolbook(T, 2 * A.count)) return sqrB(T.T, A.ptr, A.count);
+  const TrimmedProduct t = trim_square(T.skip, T.len, A.count);
   const Algorithm& algorithm = get_algorithm(2 * t.a_length);
   if (ctx.scratch.size >= algorithm.sizes(2 * t.a_length * word_bits, ctx.parallel.tds).square_bytes())
-    algorithm.sqr_window(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length);
+    algorithm.sqr_window(ctx, t.window(T.T), t.a(A));
   else
-    algorithm.sqr_bounded(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length);
+    algorithm.sqr_bounded(ctx, t.window(T.T), t.a(A));
 }
 
 template <class W>
-void AlgorithmTable<W>::mul_bounded(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL,
-                                    const W* B, u64 BL) const {
-  if (AL + BL <= schoolbook_words_ && skip == 0 && len == AL + BL) return mulB(T, A, AL, B, BL);
-  const TrimmedProduct t = trim_product(skip, len, AL, BL);
+void AlgorithmTable<W>::mul_bounded(const MultiplyContext& ctx, Window<W> T, Words<W> A, Words<W> B) const {
+  if (schoolbook(T, A.count + B.count)) return mulB(T.T, A.ptr, A.count, B.ptr, B.count);
+  const TrimmedProduct t = trim_product(T.skip, T.len, A.count, B.count);
   const u64 words = t.a_length + t.b_length;
   const Algorithm& algorithm = get_algorithm(words);
   if (ctx.scratch.size >= algorithm.sizes(words * word_bits, ctx.parallel.tds).total_bytes())
-    algorithm.mul_window(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length, B + t.b_offset, t.b_length);
+    algorithm.mul_window(ctx, t.window(T.T), t.a(A), t.b(B));
   else
-    algorithm.mul_bounded(ctx, T, t.skip, t.len, A + t.a_offset, t.a_length, B + t.b_offset, t.b_length);
+    algorithm.mul_bounded(ctx, t.window(T.T), t.a(A), t.b(B));
 }
 
 template <class W>
@@ -287,11 +284,13 @@ std::span<const AlgorithmRow> default_basic_rows() {
   internal_error("default_basic_rows()", "Unknown target.");
 }
 
-void initialize_multiplication(AlgorithmRegistry&& registry) {
+std::vector<std::string> initialize_multiplication(AlgorithmRegistry&& registry) {
   if (detail::active_table<u32> != nullptr) internal_error("initialize_multiplication()", "Called twice.");
   mutable_registry() = std::move(registry);
-  initialize_table<u32>();
-  initialize_table<u64>();
+  std::vector<std::string> warnings;
+  initialize_table<u32>(warnings);
+  initialize_table<u64>(warnings);
+  return warnings;
 }
 
 const AlgorithmRegistry& algorithm_registry() { return mutable_registry(); }

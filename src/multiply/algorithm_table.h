@@ -5,8 +5,7 @@
 // Windows  sqr_window and mul_window trim operand words that cannot reach the window. Carries from what was
 //          trimmed are lost, so the lowest two words of a window with skip > 0 may be wrong.
 // Lifetime initialize_multiplication() is called once, before any product; the tables do not change
-// afterwards.
-//          The algorithms a list names but nobody registered are reported and left out.
+//          afterwards. An algorithm that a list names but nobody registered is left out, with a warning.
 // Threads  read-only while products run.
 #pragma once
 
@@ -83,8 +82,9 @@ class AlgorithmTable {
   void add(u64 threshold, const Algorithm* algorithm);
   /// Adds a row and keeps the object.
   void add(u64 threshold, std::unique_ptr<Algorithm> owned);
-  /// Adds rows by id, warning on the console about ids that are unknown or have no object for this word type.
-  void add_list(const AlgorithmRegistry& registry, std::span<const AlgorithmRow> rows);
+  /// Adds rows by id. Ids that are unknown or have no object for this word type are left out; returns a
+  /// warning for each.
+  std::vector<std::string> add_list(const AlgorithmRegistry& registry, std::span<const AlgorithmRow> rows);
 
   /// The algorithm of a product of `words` words. Throws LimitExceededException past the last row.
   const Algorithm& get_algorithm(u64 words) const;
@@ -109,32 +109,30 @@ class AlgorithmTable {
   u64 sqr_cost(u64 p, u64 tds) const { return cost(p, tds).square_bytes; }
   u64 mul_cost(u64 p, u64 tds) const { return cost(p, tds).product_bytes; }
 
-  /// T[0, 2L) = A^2.
-  void sqr(const MultiplyContext& ctx, W* T, const W* A, u64 L) const { sqr_window(ctx, T, 0, 2 * L, A, L); }
-  /// T[0, AL+BL) = A * B.
-  void mul(const MultiplyContext& ctx, W* T, const W* A, u64 AL, const W* B, u64 BL) const {
-    mul_window(ctx, T, 0, AL + BL, A, AL, B, BL);
+  /// T[0, 2 A.count) = A^2.
+  void sqr(const MultiplyContext& ctx, W* T, Words<W> A) const { sqr_window(ctx, {T, 0, 2 * A.count}, A); }
+  /// T[0, A.count + B.count) = A * B.
+  void mul(const MultiplyContext& ctx, W* T, Words<W> A, Words<W> B) const {
+    mul_window(ctx, {T, 0, A.count + B.count}, A, B);
   }
-  /// T[0, len-skip) = words [skip, len) of A^2, skip < len <= 2L. T overlaps no operand. ctx.scratch holds
-  /// max_sizes(2L, tds, 1).square_bytes().
-  void sqr_window(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 L) const {
-    if (2 * L <= schoolbook_words_ && skip == 0 && len == 2 * L) return sqrB(T, A, L);
-    sqr_trimmed(ctx, T, skip, len, A, L);
+  /// T = its words of A^2, T.skip < T.len <= 2 A.count. T overlaps no operand. ctx.scratch holds
+  /// max_sizes(2 A.count, tds, 1).square_bytes().
+  void sqr_window(const MultiplyContext& ctx, Window<W> T, Words<W> A) const {
+    if (schoolbook(T, 2 * A.count)) return sqrB(T.T, A.ptr, A.count);
+    sqr_trimmed(ctx, T, A);
   }
-  /// T[0, len-skip) = words [skip, len) of A * B, skip < len <= AL+BL, AL and BL at least 1. ctx.scratch
-  /// holds max_sizes(AL+BL, tds).total_bytes().
-  void mul_window(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL, const W* B,
-                  u64 BL) const {
-    if (AL + BL <= schoolbook_words_ && skip == 0 && len == AL + BL) return mulB(T, A, AL, B, BL);
-    mul_trimmed(ctx, T, skip, len, A, AL, B, BL);
+  /// T = its words of A * B, T.skip < T.len <= A.count + B.count, both counts at least 1. ctx.scratch holds
+  /// max_sizes(A.count + B.count, tds).total_bytes().
+  void mul_window(const MultiplyContext& ctx, Window<W> T, Words<W> A, Words<W> B) const {
+    if (schoolbook(T, A.count + B.count)) return mulB(T.T, A.ptr, A.count, B.ptr, B.count);
+    mul_trimmed(ctx, T, A, B);
   }
 
   /// sqr_window and mul_window in the memory at hand: made directly when ctx.scratch holds that, and
   /// otherwise by the algorithm's bounded form, which gives the same words. ctx.scratch holds at least
-  /// max_bounded_sizes(AL+BL, tds, len - skip).
-  void sqr_bounded(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 L) const;
-  void mul_bounded(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL, const W* B,
-                   u64 BL) const;
+  /// max_bounded_sizes(A.count + B.count, tds, T.count()).
+  void sqr_bounded(const MultiplyContext& ctx, Window<W> T, Words<W> A) const;
+  void mul_bounded(const MultiplyContext& ctx, Window<W> T, Words<W> A, Words<W> B) const;
 
   /// Makes the tables of every algorithm that products of up to `bits` bits reach, each up to the largest
   /// product it gets; all ones means every row to its full size.
@@ -143,9 +141,11 @@ class AlgorithmTable {
   u64 table_bytes(u64 bits) const;
 
  private:
-  void sqr_trimmed(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 L) const;
-  void mul_trimmed(const MultiplyContext& ctx, W* T, u64 skip, u64 len, const W* A, u64 AL, const W* B,
-                   u64 BL) const;
+  bool schoolbook(const Window<W>& T, u64 words) const {
+    return words <= schoolbook_words_ && T.skip == 0 && T.len == words;
+  }
+  void sqr_trimmed(const MultiplyContext& ctx, Window<W> T, Words<W> A) const;
+  void mul_trimmed(const MultiplyContext& ctx, Window<W> T, Words<W> A, Words<W> B) const;
   BoundedSizes cost(u64 p, u64 tds) const;
   const Algorithm& find(u64 words, const char* function) const;
   template <class Body>
@@ -165,14 +165,28 @@ struct TrimmedProduct {
   u64 a_offset, a_length;
   u64 b_offset, b_length;
   u64 skip, len;
+
+  template <class W>
+  Words<W> a(Words<W> A) const {
+    return A.part(a_offset, a_length);
+  }
+  template <class W>
+  Words<W> b(Words<W> B) const {
+    return B.part(b_offset, b_length);
+  }
+  template <class W>
+  Window<W> window(W* T) const {
+    return {T, skip, len};
+  }
 };
 /// Drops what cannot reach words [skip, len) of a product of AL by BL words, but for carries.
 TrimmedProduct trim_product(u64 skip, u64 len, u64 AL, u64 BL);
-/// The same for a square; both operands of the result are the same words.
+/// trim_product() for a square; both operands of the result are the same words.
 TrimmedProduct trim_square(u64 skip, u64 len, u64 L);
 
-/// Takes the registered algorithms and builds the tables from the lists of the active target.
-void initialize_multiplication(AlgorithmRegistry&& registry);
+/// Takes the registered algorithms and builds the tables from the lists of the active target. Returns the
+/// warnings of add_list.
+std::vector<std::string> initialize_multiplication(AlgorithmRegistry&& registry);
 /// What initialize_multiplication was given.
 const AlgorithmRegistry& algorithm_registry();
 /// The rows of the active target's list for products in RAM.

@@ -71,22 +71,22 @@ void sqr(W* T, const W* A, u64 L, W* tmp) {
 }
 
 template <class W>
-void mul_window(W* T, u64 skip, u64 len, const W* A, u64 AL, const W* B, u64 BL, W* tmp) {
-  const TrimmedProduct t = trim_product(skip, len, AL, BL);
+void mul_window(Window<W> T, Words<W> A, Words<W> B, W* tmp) {
+  const TrimmedProduct t = trim_product(T.skip, T.len, A.count, B.count);
   const u64 size = t.a_length + t.b_length;
   const bool whole = t.skip == 0 && t.len == size;
-  W* product = whole ? T : tmp;
-  mul(product, A + t.a_offset, t.a_length, B + t.b_offset, t.b_length, whole ? tmp : tmp + size);
-  if (!whole) std::copy(tmp + t.skip, tmp + t.len, T);
+  W* product = whole ? T.T : tmp;
+  mul(product, A.ptr + t.a_offset, t.a_length, B.ptr + t.b_offset, t.b_length, whole ? tmp : tmp + size);
+  if (!whole) std::copy(tmp + t.skip, tmp + t.len, T.T);
 }
 
 template <class W>
-void sqr_window(W* T, u64 skip, u64 len, const W* A, u64 L, W* tmp) {
-  const TrimmedProduct t = trim_square(skip, len, L);
+void sqr_window(Window<W> T, Words<W> A, W* tmp) {
+  const TrimmedProduct t = trim_square(T.skip, T.len, A.count);
   const u64 size = 2 * t.a_length;
   const bool whole = t.skip == 0 && t.len == size;
-  sqr(whole ? T : tmp, A + t.a_offset, t.a_length, whole ? tmp : tmp + size);
-  if (!whole) std::copy(tmp + t.skip, tmp + t.len, T);
+  sqr(whole ? T.T : tmp, A.ptr + t.a_offset, t.a_length, whole ? tmp : tmp + size);
+  if (!whole) std::copy(tmp + t.skip, tmp + t.len, T.T);
 }
 
 template <class W>
@@ -128,23 +128,23 @@ u64 transform_style_scratch(u64 n) {
   return recursive + (sizeof(W) == 4 ? 12 * n + 4 : 24 * n + 8);
 }
 
-#define ORL_BASECASE(W)                                                        \
-  template void mulB<W>(W*, const W*, u64, const W*, u64);                     \
-  template void elmB<W>(W*, const W*, const W*, u64);                          \
-  template void sqrB<W>(W*, const W*, u64);                                    \
-  template void mulK<W>(W*, const W*, u64, const W*, u64, W*);                 \
-  template void elmK<W>(W*, const W*, const W*, u64, W*);                      \
-  template void sqrK<W>(W*, const W*, u64, W*);                                \
-  template void mul<W>(W*, const W*, u64, const W*, u64, W*);                  \
-  template void elm<W>(W*, const W*, const W*, u64, W*);                       \
-  template void sqr<W>(W*, const W*, u64, W*);                                 \
-  template void mul_window<W>(W*, u64, u64, const W*, u64, const W*, u64, W*); \
-  template void sqr_window<W>(W*, u64, u64, const W*, u64, W*);                \
-  template u64 mul_scratch<W>(u64, u64);                                       \
-  template u64 elm_scratch<W>(u64);                                            \
-  template u64 sqr_scratch<W>(u64);                                            \
-  template u64 mul_window_scratch<W>(u64, u64, u64, u64);                      \
-  template u64 sqr_window_scratch<W>(u64, u64, u64);                           \
+#define ORL_BASECASE(W)                                           \
+  template void mulB<W>(W*, const W*, u64, const W*, u64);        \
+  template void elmB<W>(W*, const W*, const W*, u64);             \
+  template void sqrB<W>(W*, const W*, u64);                       \
+  template void mulK<W>(W*, const W*, u64, const W*, u64, W*);    \
+  template void elmK<W>(W*, const W*, const W*, u64, W*);         \
+  template void sqrK<W>(W*, const W*, u64, W*);                   \
+  template void mul<W>(W*, const W*, u64, const W*, u64, W*);     \
+  template void elm<W>(W*, const W*, const W*, u64, W*);          \
+  template void sqr<W>(W*, const W*, u64, W*);                    \
+  template void mul_window<W>(Window<W>, Words<W>, Words<W>, W*); \
+  template void sqr_window<W>(Window<W>, Words<W>, W*);           \
+  template u64 mul_scratch<W>(u64, u64);                          \
+  template u64 elm_scratch<W>(u64);                               \
+  template u64 sqr_scratch<W>(u64);                               \
+  template u64 mul_window_scratch<W>(u64, u64, u64, u64);         \
+  template u64 sqr_window_scratch<W>(u64, u64, u64);              \
   template u64 transform_style_scratch<W>(u64);
 
 ORL_BASECASE(u32)

@@ -11,6 +11,7 @@
 #pragma once
 
 #include "core/types.h"
+#include "words/word_view.h"
 
 namespace orl {
 
@@ -47,12 +48,13 @@ void elm(W* T, const W* A, const W* B, u64 L, W* tmp);
 template <class W>
 void sqr(W* T, const W* A, u64 L, W* tmp);
 
-/// T[0, len - skip) = words [skip, len) of the product. Operands are trimmed to what can reach the window, so
-/// that carries from below it are lost: the lowest words of the window may be wrong unless skip is 0.
+/// T = its words of the product. Operands are trimmed to what can reach the window, so that carries from below
+/// it are lost: the lowest words of the window may be wrong unless T.skip is 0. tmp: mul_window_scratch() or
+/// sqr_window_scratch().
 template <class W>
-void mul_window(W* T, u64 skip, u64 len, const W* A, u64 AL, const W* B, u64 BL, W* tmp);
+void mul_window(Window<W> T, Words<W> A, Words<W> B, W* tmp);
 template <class W>
-void sqr_window(W* T, u64 skip, u64 len, const W* A, u64 L, W* tmp);
+void sqr_window(Window<W> T, Words<W> A, W* tmp);
 
 /// Bytes of scratch.
 template <class W>

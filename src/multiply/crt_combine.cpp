@@ -19,7 +19,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "multiply/crt_mulp.h"
 #include "words/block_carry.h"
 #include "words/words.h"
 
@@ -301,13 +300,6 @@ CrtPieces crt_pieces_in_place(const CrtWindow& window, u32* rest) {
 void crt_combine(const CrtWindow& window, const CrtPieces& Cc, const u32* Cn, bool flag,
                  ParallelContext parallel) {
   Combination(window, Cc, Cn, parallel).run(flag);
-}
-
-void crt_combine(u32* T, u64 skip, u64 len, const u32* Cc, const u32* Cn, bool flag, u64 n,
-                 ParallelContext parallel) {
-  CrtPieces whole;
-  whole.add(0, const_cast<u32*>(Cc));  // only read
-  crt_combine({T, skip, len, n}, whole, Cn, flag, parallel);
 }
 
 }  // namespace orl

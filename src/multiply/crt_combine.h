@@ -5,13 +5,13 @@
 
 #include "core/types.h"
 #include "threads/parallelizer.h"
+#include "words/word_view.h"
 
 namespace orl {
 
-/// Words [skip, len) of a product of at most 2n, to T[0, len - skip).
-struct CrtWindow {
-  u32* T;
-  u64 skip, len, n;
+/// A window of a product of at most 2n words, len <= 2n.
+struct CrtWindow : Window<u32> {
+  u64 n = 0;
 
   /// The indices i in [0, n) whose words i (low) and n + i (high) stand in the window.
   u64 low_begin() const { return skip < n ? skip : n; }
@@ -40,7 +40,9 @@ struct CrtPieces {
 /// `rest`, which holds n - min(n, len - skip) of them. crt_combine() takes pieces laid so.
 CrtPieces crt_pieces_in_place(const CrtWindow& window, u32* rest);
 
-/// crt_combine with Cc in pieces.
+/// The window of the X in [0, W^2n - 1) that is Cc modulo W^n - 1 and Cn[0, n) modulo W^n + 1. Cc all ones
+/// stands for 0; `flag` says that Cn is W^n, and then its words are zero. The window does not overlap Cn, and
+/// Cc only as crt_pieces_in_place() lays it.
 void crt_combine(const CrtWindow& window, const CrtPieces& Cc, const u32* Cn, bool flag,
                  ParallelContext parallel);
 

@@ -2,9 +2,9 @@
 //
 // Memory   two transforms of half the length (a square: one), their scratch, and n words for what the second
 //          residue may not overwrite. The first residue lies in the words of the result as far as they reach,
-//          so a product whose window is n words or more holds nothing for it,
-//          unless it is written over an operand. The second lies in the second
-//          operand's transform (a square: in n words of its own), as do the folded halves of a long operand.
+//          so a product whose window is n words or more holds nothing for it, unless it is written over an
+//          operand. The second lies in the second operand's transform (a square: in n words of its own), as
+//          do the folded halves of a long operand.
 // Windows  exact: both residues are known whole, and so is every carry from below the window.
 // Source   the Chinese remainder theorem for the coprime moduli W^n - 1 and (W^n + 1), which differ by 2.
 #pragma once
@@ -19,21 +19,15 @@ u64 crt_mulp_bytes(const Parameters& params, u64 window);
 /// Bytes that CRT_sqrp takes.
 u64 crt_sqrp_bytes(const Parameters& params, u64 window);
 
-/// T[0, len - skip) = words [skip, len) of A * B, skip < len <= AL + BL <= 2n with n = params.cyclic_words().
-/// tmp, which T does not overlap, holds crt_mulp_bytes(params, len - skip); when T overlaps an operand, as it
-/// may, crt_mulp_bytes(params, 0): BufferTooSmallException "CRT_mulp()" otherwise. Internal errors
+/// T = its words of A * B, T.skip < T.len <= A.count + B.count <= 2n with n = params.cyclic_words(). tmp, which
+/// T does not overlap, holds crt_mulp_bytes(params, T.count()); when T overlaps an operand, as it may,
+/// crt_mulp_bytes(params, 0): BufferTooSmallException "CRT_mulp()" otherwise. Internal errors
 /// "CRT_mulp(): Convolution length is not divisible by the word-size." and
 /// "CRT_mulp(): Convolution length is not long enough.".
-void CRT_mulp(const Parameters& params, u32* T, u64 skip, u64 len, const u32* A, u64 AL, const u32* B, u64 BL,
-              LinearHeapBuffer tmp, ParallelContext parallel);
-/// The same for A * A, with crt_sqrp_bytes.
-void CRT_sqrp(const Parameters& params, u32* T, u64 skip, u64 len, const u32* A, u64 L, LinearHeapBuffer tmp,
+void CRT_mulp(const Parameters& params, Window<u32> T, Words<u32> A, Words<u32> B, LinearHeapBuffer tmp,
               ParallelContext parallel);
-
-/// Words [skip, len) of the X in [0, W^2n - 1) that is Cc modulo W^n - 1 and Cn modulo W^n + 1, len <= 2n. Cc
-/// and Cn have n words each; Cc all ones stands for 0, `flag` says that Cn is W^n, and then its words are
-/// zero. T overlaps neither.
-void crt_combine(u32* T, u64 skip, u64 len, const u32* Cc, const u32* Cn, bool flag, u64 n,
-                 ParallelContext parallel);
+/// CRT_mulp for A * A, with crt_sqrp_bytes.
+void CRT_sqrp(const Parameters& params, Window<u32> T, Words<u32> A, LinearHeapBuffer tmp,
+              ParallelContext parallel);
 
 }  // namespace orl

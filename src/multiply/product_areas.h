@@ -1,7 +1,5 @@
-// How a multiplication divides its scratch and calls a shape for either word type.
+// How a multiplication divides its scratch.
 #pragma once
-
-#include <functional>
 
 #include "core/exceptions.h"
 #include "core/types.h"
@@ -19,40 +17,6 @@ inline void* cut_product_areas(LinearHeapBuffer scratch, const MultiplySizes& si
   for (u64 i = 0; i < count; ++i) areas[i] = scratch.spawn_words<u8>(sizes.transform_bytes);
   // The last piece may end inside a line of 64 bytes: the required size is not rounded up.
   return scratch.spawn_words<u8>(sizes.scratch_bytes & ~u64{63});
-}
-
-/// Whether T[0, L) and A[0, AL) have a word in common.
-template <class W>
-bool words_overlap(const W* T, u64 L, const W* A, u64 AL) {
-  const std::less<const W*> before;
-  return before(T, A + AL) && before(A, T + L);
-}
-
-template <class W>
-void shape_forward(const Parameters& shape, void* F, const W* A, u64 AL, void* tmp,
-                   ParallelContext parallel) {
-  if constexpr (sizeof(W) == 4)
-    shape.forward(F, A, AL, tmp, parallel);
-  else
-    shape.forward_w(F, A, AL, tmp, parallel);
-}
-
-template <class W>
-void shape_inverse_fsqr(const Parameters& shape, void* F, W* T, u64 skip, u64 len, void* tmp,
-                        ParallelContext parallel) {
-  if constexpr (sizeof(W) == 4)
-    shape.inverse_fsqr(F, T, skip, len, tmp, parallel);
-  else
-    shape.inverse_fsqr_w(F, T, skip, len, tmp, parallel);
-}
-
-template <class W>
-void shape_inverse_fmul(const Parameters& shape, void* F, const void* G, W* T, u64 skip, u64 len, void* tmp,
-                        ParallelContext parallel) {
-  if constexpr (sizeof(W) == 4)
-    shape.inverse_fmul(F, G, T, skip, len, tmp, parallel);
-  else
-    shape.inverse_fmul_w(F, G, T, skip, len, tmp, parallel);
 }
 
 }  // namespace orl

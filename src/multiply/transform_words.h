@@ -1,4 +1,4 @@
-// Parameters' entries by word type, and middle products by wrapped ones.
+// Middle products by wrapped ones.
 //
 // Words [skip, end) of a product whose end is at most its longer operand's length are a middle product: the
 // words above `end` are not wanted, nor those below `skip`. A product modulo W^n - 1, or one that folds, is
@@ -13,24 +13,6 @@
 
 namespace orl {
 
-inline void forward_words(const Parameters& shape, void* F, const u32* A, u64 L, void* tmp,
-                          ParallelContext parallel) {
-  shape.forward(F, A, L, tmp, parallel);
-}
-inline void forward_words(const Parameters& shape, void* F, const u64* A, u64 L, void* tmp,
-                          ParallelContext parallel) {
-  shape.forward_w(F, A, L, tmp, parallel);
-}
-/// T[0, len - skip) = words [skip, len) of the product; F is destroyed, G kept.
-inline void inverse_words(const Parameters& shape, void* F, const void* G, u32* T, u64 skip, u64 len,
-                          void* tmp, ParallelContext parallel) {
-  shape.inverse_fmul(F, G, T, skip, len, tmp, parallel);
-}
-inline void inverse_words(const Parameters& shape, void* F, const void* G, u64* T, u64 skip, u64 len,
-                          void* tmp, ParallelContext parallel) {
-  shape.inverse_fmul_w(F, G, T, skip, len, tmp, parallel);
-}
-
 /// How products of one kind are made.
 enum class ProductForm : u8 {
   whole,   ///< the shape holds all words
@@ -38,6 +20,46 @@ enum class ProductForm : u8 {
   cyclic   ///< modulo W^n - 1
 };
 
+/// A shape, and how middle products are made by it.
+template <class W>
+struct MiddleShape {
+  ProductForm form;
+  const Parameters& shape;
+
+  /// Bytes of run() beside transforms and scratch.
+  u64 result_bytes() const {
+    return form == ProductForm::cyclic ? LinearHeapBuffer::cut_bytes<u32>(shape.cyclic_words()) : 0;
+  }
+
+  void forward(void* F, Words<W> A, void* tmp, ParallelContext parallel) const {
+    if (form == ProductForm::cyclic)
+      shape.wrapped()->forward_cyclic(F, A, tmp, parallel);
+    else
+      shape.forward(F, A, tmp, parallel);
+  }
+
+  /// T = its words of A * B, B of B_count words being what areas.G transforms and keeps, and 0 to 2 units of
+  /// the lowest word less when the product is longer than the shape. `result` has result_bytes().
+  void run(const TransformAreas& areas, u64 B_count, Window<W> T, Words<W> A, W* result,
+           ParallelContext parallel) const {
+    constexpr u64 k = sizeof(W) / sizeof(u32);
+    forward(areas.F, A, areas.tmp, parallel);
+    u64 length = shape.folding_words();
+    if (form == ProductForm::cyclic) {
+      length = shape.cyclic_words();
+      shape.wrapped()->pointwise_cyclic(areas.F, areas.G, reinterpret_cast<u32*>(result), areas.tmp,
+                                        parallel);
+      bp_copy(T.T, result + T.skip, T.count(), parallel);
+    } else {
+      shape.inverse_fmul(areas.F, areas.G, T, areas.tmp, parallel);
+    }
+    // A carry too many may have come from below, or one too few.
+    if (form != ProductForm::whole && k * (A.count + B_count) > length)
+      bp_carry<W>(-1, T.T, T.count(), parallel);
+  }
+};
+
+/// The length and the form of middle products that a plan chooses.
 template <class W>
 class MiddleProduct {
  public:
@@ -65,34 +87,6 @@ class MiddleProduct {
   ProductForm form() const { return form_; }
   /// What basic_table() is asked for.
   u64 words() const { return words_; }
-  /// Bytes of run() beside transforms and scratch.
-  static u64 result_bytes(ProductForm form, const Parameters& shape) {
-    return form == ProductForm::cyclic ? LinearHeapBuffer::cut_bytes<u32>(shape.cyclic_words()) : 0;
-  }
-
-  static void forward(ProductForm form, const Parameters& shape, void* F, const W* A, u64 L, void* tmp,
-                      ParallelContext parallel) {
-    if (form != ProductForm::cyclic) return forward_words(shape, F, A, L, tmp, parallel);
-    shape.forward_cyclic(F, reinterpret_cast<const u32*>(A), sizeof(W) / sizeof(u32) * L, tmp, parallel);
-  }
-
-  /// T[0, end - skip) = words [skip, end) of A * B, B of BL words being what G transforms, and 0 to 2 units
-  /// of the lowest word less when the product is longer than the shape. `result` has result_bytes().
-  static void run(ProductForm form, const Parameters& shape, void* F, const void* G, u64 BL, W* T, u64 skip,
-                  u64 end, const W* A, u64 AL, W* result, void* tmp, ParallelContext parallel) {
-    constexpr u64 k = sizeof(W) / sizeof(u32);
-    forward(form, shape, F, A, AL, tmp, parallel);
-    u64 length = shape.folding_words();
-    if (form == ProductForm::cyclic) {
-      length = shape.cyclic_words();
-      shape.pointwise_cyclic(F, G, reinterpret_cast<u32*>(result), tmp, parallel);
-      bp_copy(T, result + skip, end - skip, parallel);
-    } else {
-      inverse_words(shape, F, G, T, skip, end, tmp, parallel);
-    }
-    // A carry too many may have come from below, or one too few.
-    if (form != ProductForm::whole && k * (AL + BL) > length) bp_carry<W>(-1, T, end - skip, parallel);
-  }
 
  private:
   ProductForm form_ = ProductForm::whole;

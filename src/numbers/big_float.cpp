@@ -495,7 +495,7 @@ void BigFloat<W>::set_mul(u64 p, const BigFloat& a, const BigFloat& b, const Mul
   exp = x.exp + y.exp + static_cast<s64>(skip);
   sign = a.sign == b.sign;
   if (skip > 0 || std::min(x.L, y.L) > kShortWords)
-    basic_table<W>().mul_bounded(ctx, T, skip, c, x.T, x.L, y.T, y.L);
+    basic_table<W>().mul_bounded(ctx, {T, skip, c}, {x.T, x.L}, {y.T, y.L});
   else if (c == 2)
     store_product(T, x.T[0], y.T[0]);
   else
@@ -521,7 +521,7 @@ void BigFloat<W>::set_sqr(u64 p, const BigFloat& a, const MultiplyContext& ctx) 
   exp = 2 * x.exp + static_cast<s64>(skip);
   sign = 1;
   if (skip > 0 || c >= kShortSquareWords)
-    basic_table<W>().sqr_bounded(ctx, T, skip, c, x.T, x.L);
+    basic_table<W>().sqr_bounded(ctx, {T, skip, c}, {x.T, x.L});
   else if (c == 2)
     store_product(T, x.T[0], x.T[0]);
   else

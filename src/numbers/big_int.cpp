@@ -177,7 +177,7 @@ void BigInt<W>::set_sqr(const BigInt& a, const MultiplyContext& ctx) {
   if (a.L == 0) return;
   L = 2 * a.L;
   if (L >= kBasecaseWords)
-    basic_table<W>().sqr_bounded(ctx, T, 0, 2 * a.L, a.T, a.L);
+    basic_table<W>().sqr_bounded(ctx, {T, 0, 2 * a.L}, {a.T, a.L});
   else
     sqrB(T, a.T, a.L);
   if (T[L - 1] == 0) --L;
@@ -191,7 +191,7 @@ void BigInt<W>::set_mul(const BigInt& a, const BigInt& b, const MultiplyContext&
   L = a.L + b.L;
   sign = a.sign == b.sign;
   if (L >= kBasecaseWords)
-    basic_table<W>().mul_bounded(ctx, T, 0, a.L + b.L, a.T, a.L, b.T, b.L);
+    basic_table<W>().mul_bounded(ctx, {T, 0, a.L + b.L}, {a.T, a.L}, {b.T, b.L});
   else
     mulB(T, a.T, a.L, b.T, b.L);
   if (T[L - 1] == 0) --L;

@@ -367,7 +367,7 @@ void ExactFloat<W>::set_mul(const ExactFloat& a, const ExactFloat& b, const Mult
   sign = a.sign == b.sign;
   hash = hash_mul(a.hash, b.hash);
   if (c >= kExactFloatBasecase)
-    basic_table<W>().mul_bounded(ctx, product, 0, a.L + b.L, a.T, a.L, b.T, b.L);
+    basic_table<W>().mul_bounded(ctx, {product, 0, a.L + b.L}, {a.T, a.L}, {b.T, b.L});
   else
     mulB(product, a.T, a.L, b.T, b.L);
   if (T[L - 1] == 0) --L;
@@ -381,7 +381,7 @@ void ExactFloat<W>::set_sqr(const ExactFloat& a, const MultiplyContext& ctx) {
   sign = 1;
   hash = hash_mul(a.hash, a.hash);
   if (c >= kExactFloatBasecase)
-    basic_table<W>().sqr_bounded(ctx, product, 0, 2 * a.L, a.T, a.L);
+    basic_table<W>().sqr_bounded(ctx, {product, 0, 2 * a.L}, {a.T, a.L});
   else
     sqrB(product, a.T, a.L);
   if (T[L - 1] == 0) --L;

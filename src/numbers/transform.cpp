@@ -27,6 +27,8 @@ struct Factor {
 template <class W>
 struct RawFactor : Factor {
   const W* T = nullptr;
+
+  Words<W> words() const { return {T, L}; }
 };
 
 template <class W>
@@ -58,17 +60,11 @@ void check_product(const TransformHelper<W>& helper, u64 words, const char* func
     throw ConvolutionTooSmallException(function, kTooSmall, helper.parameters().max_bits(), bits);
 }
 
-// The words [skip, c) of a product and where they go. Made before anything is written, so that a result may
-// be one of the operands.
-template <class W>
-struct Target {
-  W* T;
-  u64 skip, c;
-};
+// The windows that follow are made before anything is written, so that a result may be one of the operands.
 
 // Result at precision p. Not for zero factors.
 template <class W>
-Target<W> start_product(BigFloat<W>& result, u64 p, const Factor& a, const Factor& b, const char* function) {
+Window<W> start_product(BigFloat<W>& result, u64 p, const Factor& a, const Factor& b, const char* function) {
   const u64 n = p + kBigFloatExtraPrecision;
   const u64 c = a.L + b.L;
   const u64 skip = c > n ? c - n : 0;
@@ -82,7 +78,7 @@ Target<W> start_product(BigFloat<W>& result, u64 p, const Factor& a, const Facto
 
 // Exact result, extended down to `extend`. The zero words are written at the end.
 template <class W>
-Target<W> start_product(ExactFloat<W>& result, s64 extend, const Factor& a, const Factor& b,
+Window<W> start_product(ExactFloat<W>& result, s64 extend, const Factor& a, const Factor& b,
                         const char* function) {
   const u64 c = a.L + b.L;
   const s64 exp = a.exp + b.exp;
@@ -98,14 +94,14 @@ Target<W> start_product(ExactFloat<W>& result, s64 extend, const Factor& a, cons
 
 // What follows every product: zero words below it, and a zero top word dropped.
 template <class Number, class W>
-void finish_product(Number& result, const Target<W>& target, ParallelContext parallel) {
+void finish_product(Number& result, const Window<W>& target, ParallelContext parallel) {
   bp_fill(result.T, static_cast<u64>(target.T - result.T), 0, parallel);
   if (result.T[result.L - 1] == 0) --result.L;
 }
 
 template <class W>
 void forward_raw(const TransformHelper<W>& helper, void* F, const RawFactor<W>& a) {
-  shape_forward(helper.parameters(), F, a.T, a.L, helper.scratch(), helper.parallel());
+  helper.parameters().forward(F, a.words(), helper.scratch(), helper.parallel());
 }
 
 // The operations, for either kind of number: `limit` is the precision or the exponent to extend to.
@@ -114,9 +110,8 @@ template <class W, class Number, class Limit>
 void multiply_transforms(const TransformHelper<W>& helper, Number& result, Limit limit, const Factor& a,
                          void* F, const Factor& b, const void* G, const char* function) {
   check_product(helper, a.L + b.L, function);
-  const Target<W> target = start_product<W>(result, limit, a, b, function);
-  shape_inverse_fmul(helper.parameters(), F, G, target.T, target.skip, target.c, helper.scratch(),
-                     helper.parallel());
+  const Window<W> target = start_product<W>(result, limit, a, b, function);
+  helper.parameters().inverse_fmul(F, G, target, helper.scratch(), helper.parallel());
   finish_product(result, target, helper.parallel());
 }
 
@@ -124,9 +119,8 @@ template <class W, class Number, class Limit>
 void square_transform(const TransformHelper<W>& helper, Number& result, Limit limit, const Factor& a, void* F,
                       const char* function) {
   check_product(helper, 2 * a.L, function);
-  const Target<W> target = start_product<W>(result, limit, a, a, function);
-  shape_inverse_fsqr(helper.parameters(), F, target.T, target.skip, target.c, helper.scratch(),
-                     helper.parallel());
+  const Window<W> target = start_product<W>(result, limit, a, a, function);
+  helper.parameters().inverse_fsqr(F, target, helper.scratch(), helper.parallel());
   finish_product(result, target, helper.parallel());
 }
 
@@ -191,19 +185,17 @@ void op_mul_rr_xx(const MultiplyContext& ctx, Number& T, Limit limit, const RawF
                   const RawFactor<W>& b, const char* function) {
   if (a.L == 0 || b.L == 0) return T.set_zero();
   const u64 words = a.L + b.L;
-  const Target<W> target = start_product<W>(T, limit, a, b, function);
-  const u64 length = target.c - target.skip;
-  if (!words_overlap<W>(target.T, length, a.T, a.L) && !words_overlap<W>(target.T, length, b.T, b.L)) {
-    basic_table<W>().mul_bounded(ctx, target.T, target.skip, target.c, a.T, a.L, b.T, b.L);
+  const Window<W> target = start_product<W>(T, limit, a, b, function);
+  if (!words_overlap(target, a.words()) && !words_overlap(target, b.words())) {
+    basic_table<W>().mul_bounded(ctx, target, a.words(), b.words());
   } else if (ctx.scratch.size >= TransformHelper<W>::bytes(words, ctx.parallel.tds)) {
     const TransformHelper<W> helper(ctx, words);
     forward_raw(helper, helper.working(), a);
     forward_raw(helper, helper.kept(0), b);
-    shape_inverse_fmul(helper.parameters(), helper.working(), helper.kept(0), target.T, target.skip, target.c,
-                       helper.scratch(), ctx.parallel);
+    helper.parameters().inverse_fmul(helper.working(), helper.kept(0), target, helper.scratch(),
+                                     ctx.parallel);
   } else {
-    basic_table<W>().get_algorithm(words).mul_bounded(ctx, target.T, target.skip, target.c, a.T, a.L, b.T,
-                                                      b.L);
+    basic_table<W>().get_algorithm(words).mul_bounded(ctx, target, a.words(), b.words());
   }
   finish_product(T, target, ctx.parallel);
 }
@@ -377,7 +369,7 @@ bool shared_product_pays(u64 first_words, u64 second_words, u64 tds) {
   const u64 smaller = std::min(first_words, second_words);
   const AlgorithmTable<W>& table = basic_table<W>();
   // A forward transform of Basecase/Karatsuba is a copy: there is nothing to save.
-  if (std::string_view(table.get_algorithm(larger).id()) == "BKT") return false;
+  if (table.get_algorithm(larger).transforms_are_copies()) return false;
   const u64 large = table.sizes(larger, tds).transform_bytes;
   const u64 small = table.sizes(smaller, tds).transform_bytes;
   // Five transforms against 3 + 3 * small / large: even at 2/3 on paper. A shorter product also fills less of

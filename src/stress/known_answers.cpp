@@ -59,14 +59,15 @@ void KnownAnswerRounds<W>::prepare(LinearHeapBuffer memory, u64 s, ParallelConte
 
 template <class W>
 KnownAnswerResult KnownAnswerRounds<W>::square(ParallelContext parallel, u64 i) {
-  algorithm_.sqr_window({parallel, *tables_, scratch_}, T_, 0, 2 * words_, operand(i), words_);
+  algorithm_.sqr_window({parallel, *tables_, scratch_}, Window<W>{T_, 0, 2 * words_},
+                        Words<W>{operand(i), words_});
   return result_of(hash_mul(hashes_[i], hashes_[i]), parallel);
 }
 
 template <class W>
 KnownAnswerResult KnownAnswerRounds<W>::product(ParallelContext parallel, u64 i, u64 j) {
-  algorithm_.mul_window({parallel, *tables_, scratch_}, T_, 0, 2 * words_, operand(i), words_, operand(j),
-                        words_);
+  algorithm_.mul_window({parallel, *tables_, scratch_}, Window<W>{T_, 0, 2 * words_},
+                        Words<W>{operand(i), words_}, Words<W>{operand(j), words_});
   return result_of(hash_mul(hashes_[i], hashes_[j]), parallel);
 }
 

@@ -12,7 +12,7 @@
 
 namespace orl {
 
-void register_multiplication() {
+std::vector<std::string> register_multiplication() {
   AlgorithmRegistry registry;
   register_basecase(registry);
   const auto add = [&](const Algorithm& algorithm) {
@@ -24,7 +24,7 @@ void register_multiplication() {
   add(hnt_algorithm());
   add(vst_algorithm());
   add(c17_algorithm());
-  initialize_multiplication(std::move(registry));
+  return initialize_multiplication(std::move(registry));
 }
 
 }  // namespace orl

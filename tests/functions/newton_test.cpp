@@ -118,8 +118,8 @@ class Newton : public ::testing::Test {
   }
 };
 
-using Words = ::testing::Types<u32, u64>;
-TYPED_TEST_SUITE(Newton, Words);
+using WordTypes = ::testing::Types<u32, u64>;
+TYPED_TEST_SUITE(Newton, WordTypes);
 
 TYPED_TEST(Newton, InverseRootOfAWordIsRight) {
   using W = TypeParam;

@@ -133,8 +133,8 @@ class Conversion : public ::testing::Test {
   }
 };
 
-using Words = ::testing::Types<u32, u64>;
-TYPED_TEST_SUITE(Conversion, Words);
+using WordTypes = ::testing::Types<u32, u64>;
+TYPED_TEST_SUITE(Conversion, WordTypes);
 
 TYPED_TEST(Conversion, DigitsAreTheFloor) {
   using W = TypeParam;
@@ -175,16 +175,16 @@ TYPED_TEST(Conversion, MiddleProductsLoseTwoUnitsAtMost) {
       ParametersBox box;
       const Parameters& shape =
           basic_table<W>().parameters_for(box, &ctx.tables, middle.words(), ctx.parallel.tds);
+      const MiddleShape<W> way{middle.form(), shape};
       const W ones = static_cast<W>(~W{0});
       std::vector<W> A(power + window, ones), B(power, ones), out(window);
       if (repeat != 0)
         A = this->random.template words<W>(A.size()), B = this->random.template words<W>(power);
       AlignedBytes F(shape.transform_size()), G(shape.transform_size()), tmp(shape.scratch_size() + 64),
-          result(MiddleProduct<W>::result_bytes(middle.form(), shape) + 64);
-      MiddleProduct<W>::forward(middle.form(), shape, G.data(), B.data(), power, tmp.data(), ctx.parallel);
-      MiddleProduct<W>::run(middle.form(), shape, F.data(), G.data(), power, out.data(), power, A.size(),
-                            A.data(), A.size(), reinterpret_cast<W*>(result.data()), tmp.data(),
-                            ctx.parallel);
+          result(way.result_bytes() + 64);
+      way.forward(G.data(), {B.data(), power}, tmp.data(), ctx.parallel);
+      way.run({F.data(), G.data(), tmp.data()}, power, {out.data(), power, A.size()}, {A.data(), A.size()},
+              reinterpret_cast<W*>(result.data()), ctx.parallel);
       const Mpz modulus = word_power<W>(window);
       const Mpz exact = ((Mpz(A.data(), A.size()) * Mpz(B.data(), power)) >> (power * kBits)) % modulus;
       const Mpz lost = (exact + modulus - Mpz(out.data(), window)) % modulus;

@@ -119,8 +119,8 @@ class ResidualTest : public ::testing::Test {
   }
 };
 
-using Words = ::testing::Types<u32, u64>;
-TYPED_TEST_SUITE(ResidualTest, Words);
+using WordTypes = ::testing::Types<u32, u64>;
+TYPED_TEST_SUITE(ResidualTest, WordTypes);
 
 TYPED_TEST(ResidualTest, PassesWhatIsRightAndNothingElse) { this->check_all(3000); }
 

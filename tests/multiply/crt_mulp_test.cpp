@@ -1,4 +1,5 @@
 #include "multiply/crt_mulp.h"
+#include "multiply/crt_combine.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -35,9 +36,12 @@ void expect_combined(const Mpz& X, u64 n, u64 skip, u64 len, bool ones_for_zero,
   if (mpz_cmp(c, whole - Mpz(1)) >= 0) c = c - (whole - Mpz(1));
   if (mpz_cmp(d, Mpz(0)) < 0) d = d + (whole + Mpz(1));
   if (ones_for_zero && c == Mpz(0)) c = whole - Mpz(1);
-  const std::vector<u32> Cc = c.words<u32>(n), Cn = d.words<u32>(n);
+  std::vector<u32> Cc = c.words<u32>(n);
+  const std::vector<u32> Cn = d.words<u32>(n);
   GuardedWords<u32> T(len - skip, skip);
-  crt_combine(T.data(), skip, len, Cc.data(), Cn.data(), d == whole, n, parallel);
+  CrtPieces pieces;
+  pieces.add(0, Cc.data());
+  crt_combine({{T.data(), skip, len}, n}, pieces, Cn.data(), d == whole, parallel);
   ASSERT_EQ(T.words(), part<u32>(X, skip, len)) << "n " << n << ", words " << skip << " to " << len;
   ASSERT_TRUE(T.intact());
 }
@@ -94,7 +98,8 @@ void expect_product(const Parameters& shape, const std::vector<u32>& A, const st
                     u64 len, ParallelContext parallel) {
   GuardedWords<u32> T(len - skip, skip);
   const GuardedBlock tmp(crt_mulp_bytes(shape, len - skip));
-  CRT_mulp(shape, T.data(), skip, len, A.data(), A.size(), B.data(), B.size(), tmp.buffer(), parallel);
+  CRT_mulp(shape, Window{T.data(), skip, len}, Words{A.data(), A.size()}, Words{B.data(), B.size()},
+           tmp.buffer(), parallel);
   ASSERT_EQ(T.words(), part<u32>(Mpz(A) * Mpz(B), skip, len))
       << A.size() << " by " << B.size() << ", words " << skip << " to " << len << ", n "
       << shape.cyclic_words();
@@ -105,7 +110,7 @@ void expect_square(const Parameters& shape, const std::vector<u32>& A, u64 skip,
                    ParallelContext parallel) {
   GuardedWords<u32> T(len - skip, skip);
   const GuardedBlock tmp(crt_sqrp_bytes(shape, len - skip));
-  CRT_sqrp(shape, T.data(), skip, len, A.data(), A.size(), tmp.buffer(), parallel);
+  CRT_sqrp(shape, Window{T.data(), skip, len}, Words{A.data(), A.size()}, tmp.buffer(), parallel);
   ASSERT_EQ(T.words(), part<u32>(Mpz(A) * Mpz(A), skip, len)) << A.size() << ", " << skip << " to " << len;
   ASSERT_TRUE(T.intact() && tmp.intact());
 }
@@ -168,13 +173,15 @@ TEST(CrtMulp, ResultsMayLieOverOperands) {
     std::copy(B.begin(), B.end(), words.begin() + static_cast<s64>(AL));
     u32* const T = words.data() + random.below(c);
     const GuardedBlock tmp(crt_mulp_bytes(shape, 0));
-    CRT_mulp(shape, T, skip, c, words.data(), AL, words.data() + AL, BL, tmp.buffer(), {none, 1});
+    CRT_mulp(shape, Window{T, skip, c}, Words{words.data(), AL}, Words{words.data() + AL, BL}, tmp.buffer(),
+             {none, 1});
     ASSERT_EQ(std::vector<u32>(T, T + (c - skip)), expected) << AL << " by " << BL << " from " << skip;
     ASSERT_TRUE(tmp.intact());
     std::copy(A.begin(), A.end(), words.begin());
     const ToyParameters square(AL, AL);
     const GuardedBlock square_tmp(crt_sqrp_bytes(square, 0));
-    CRT_sqrp(square, words.data(), 0, 2 * AL, words.data(), AL, square_tmp.buffer(), {none, 1});
+    CRT_sqrp(square, Window{words.data(), 0, 2 * AL}, Words{words.data(), AL}, square_tmp.buffer(),
+             {none, 1});
     words.resize(2 * AL);
     ASSERT_EQ(words, part<u32>(Mpz(A) * Mpz(A), 0, 2 * AL)) << AL;
     ASSERT_TRUE(square_tmp.intact());
@@ -207,7 +214,7 @@ TEST(CrtMulp, RefusesWhatDoesNotFit) {
   std::vector<u32> T(9);
   const GuardedBlock tmp(4096);
   const auto run = [&](const ToyParameters& shape, LinearHeapBuffer buffer) {
-    CRT_mulp(shape, T.data(), 0, 9, A.data(), 5, A.data(), 4, buffer, {none, 1});
+    CRT_mulp(shape, Window{T.data(), 0, 9}, Words{A.data(), 5}, Words{A.data(), 4}, buffer, {none, 1});
   };
   const auto aloud = [&](const ToyParameters& shape) {
     dup2(STDERR_FILENO, STDOUT_FILENO);
@@ -226,8 +233,8 @@ TEST(CrtMulp, RefusesWhatDoesNotFit) {
 
 template <class W>
 class BoundedProduct : public testing::Test {};
-using Words = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(BoundedProduct, Words);
+using WordTypes = testing::Types<u32, u64>;
+TYPED_TEST_SUITE(BoundedProduct, WordTypes);
 
 constexpr u64 kNoWrappedProducts = ~u64{0};
 
@@ -253,7 +260,8 @@ TYPED_TEST(BoundedProduct, StaysWithinTheStatedMemory) {
       saved += sizes.product_bytes < direct;
       const GuardedBlock scratch(sizes.product_bytes);
       GuardedWords<W> T(len - skip, skip);
-      toy.mul_bounded({{none, 1}, tables, scratch.buffer()}, T.data(), skip, len, A.data(), AL, B.data(), BL);
+      toy.mul_bounded({{none, 1}, tables, scratch.buffer()}, Window{T.data(), skip, len}, Words{A.data(), AL},
+                      Words{B.data(), BL});
       ASSERT_EQ(T.words(), part<W>(Mpz(A) * Mpz(B), skip, len))
           << AL << ' ' << BL << ' ' << skip << ' ' << len;
       ASSERT_TRUE(T.intact() && scratch.intact());
@@ -261,8 +269,8 @@ TYPED_TEST(BoundedProduct, StaysWithinTheStatedMemory) {
       const GuardedBlock square_scratch(
           toy.bounded_sizes(2 * AL * bits, (square_len - square_skip) * bits, 1).square_bytes);
       GuardedWords<W> S(square_len - square_skip);
-      toy.sqr_bounded({{none, 1}, tables, square_scratch.buffer()}, S.data(), square_skip, square_len,
-                      A.data(), AL);
+      toy.sqr_bounded({{none, 1}, tables, square_scratch.buffer()}, Window{S.data(), square_skip, square_len},
+                      Words{A.data(), AL});
       ASSERT_EQ(S.words(), part<W>(Mpz(A) * Mpz(A), square_skip, square_len)) << AL;
       ASSERT_TRUE(S.intact() && square_scratch.intact());
     }
@@ -313,15 +321,16 @@ TYPED_TEST(BoundedProduct, MemoryAtHandDecides) {
       const GuardedBlock scratch(direct ? table.max_sizes(c, 1).total_bytes()
                                         : table.max_bounded_sizes(c, 1, len - skip).product_bytes);
       GuardedWords<W> T(len - skip);
-      table.mul_bounded({{none, 1}, tables, scratch.buffer()}, T.data(), skip, len, A.data(), AL, B.data(),
-                        BL);
+      table.mul_bounded({{none, 1}, tables, scratch.buffer()}, Window{T.data(), skip, len},
+                        Words{A.data(), AL}, Words{B.data(), BL});
       ASSERT_TRUE(T.intact() && scratch.intact());
       results[direct] = T.words();
       const u64 end = 2 * AL, begin = std::min(skip, end - 1);
       const GuardedBlock square(direct ? table.max_sizes(end, 1, 1).square_bytes()
                                        : table.max_bounded_sizes(end, 1, end - begin).square_bytes);
       GuardedWords<W> S(end - begin);
-      table.sqr_bounded({{none, 1}, tables, square.buffer()}, S.data(), begin, end, A.data(), AL);
+      table.sqr_bounded({{none, 1}, tables, square.buffer()}, Window{S.data(), begin, end},
+                        Words{A.data(), AL});
       ASSERT_TRUE(S.intact() && square.intact());
       const std::vector<W> words = S.words();
       results[direct].insert(results[direct].end(), words.begin(), words.end());

@@ -13,56 +13,51 @@ namespace orl::test {
 
 /// A shape for products of up to `words` words, with wrapped products of `cyclic_words`, or none. Every
 /// operation overwrites all that it may: the first transform, and the scratch.
-class ToyParameters final : public Parameters {
+class ToyParameters final : public Parameters, public WrappedProducts {
  public:
   ToyParameters(u64 words, u64 cyclic_words, u64 extra_bits = 0) {
     max_bits_ = 32 * words + extra_bits;
-    cyclic_words_ = cyclic_words;
+    words_ = cyclic_words;
+    if (cyclic_words > 0) wrapped_ = this;
     transform_size_ = LinearHeapBuffer::cut_bytes<u8>(4 * std::max(words, cyclic_words) + 1);
     scratch_size_ = 4 * words + 5;
   }
 
-  void forward(void* F, const u32* A, u64 AL, void* tmp, ParallelContext) const override {
-    put(F, A, AL, tmp, 'd', max_bits_ / 32);
+  void forward(void* F, Words<u32> A, void* tmp, ParallelContext) const override {
+    put(F, A, tmp, 'd', max_bits_ / 32);
   }
-  void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const override {
-    inverse_fmul(F, F, T, skip, len, tmp, parallel);
+  void inverse_fsqr(void* F, Window<u32> T, void* tmp, ParallelContext parallel) const override {
+    inverse_fmul(F, F, T, tmp, parallel);
   }
-  void inverse_fmul(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
-                    ParallelContext) const override {
-    write(T, product(F, G, tmp, 'd') >> (32 * skip), len - skip);
+  void inverse_fmul(void* F, const void* G, Window<u32> T, void* tmp, ParallelContext) const override {
+    write(T.T, product(F, G, tmp, 'd') >> (32 * T.skip), T.count());
   }
   bool compatible(const Parameters&) const override { return false; }
 
-  void forward_cyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext) const override {
-    put(F, A, AL, tmp, 'c', cyclic_words_);
+  void forward_wrapped(Wrap ring, void* F, Words<u32> A, void* tmp, ParallelContext) const override {
+    put(F, A, tmp, kind(ring), words_);
   }
-  void forward_negacyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext) const override {
-    put(F, A, AL, tmp, 'n', cyclic_words_);
-  }
-  // Zero comes as W^n - 1.
-  void pointwise_cyclic(void* F, const void* G, u32* T, void* tmp, ParallelContext) const override {
-    const Mpz modulus = (Mpz(1) << (32 * cyclic_words_)) - Mpz(1);
-    const Mpz residue = product(F, G, tmp, 'c') % modulus;
-    write(T, residue == Mpz(0) ? modulus : residue, cyclic_words_);
-  }
-  bool pointwise_negacyclic(void* F, const void* G, u32* T, void* tmp, ParallelContext) const override {
-    const Mpz whole = Mpz(1) << (32 * cyclic_words_);
-    const Mpz residue = product(F, G, tmp, 'n') % (whole + Mpz(1));
-    write(T, residue, cyclic_words_);
+  // Zero comes as W^n - 1 in the cyclic ring.
+  bool pointwise_wrapped(Wrap ring, void* F, const void* G, u32* T, void* tmp,
+                         ParallelContext) const override {
+    const bool cyclic = ring == Wrap::cyclic;
+    const Mpz whole = Mpz(1) << (32 * words_), modulus = cyclic ? whole - Mpz(1) : whole + Mpz(1);
+    const Mpz residue = product(F, G, tmp, kind(ring)) % modulus;
+    write(T, cyclic && residue == Mpz(0) ? modulus : residue, words_);
     return residue == whole;
   }
 
  private:
   static constexpr u8 kTrash = 0x6b;
 
-  void put(void* F, const u32* A, u64 AL, void* tmp, char kind, u64 limit) const {
-    if (AL > limit) throw TransformTooSmallException("ToyParameters", "Transform length is too small.");
-    const std::vector<u32> copy(A, A + AL);
+  static char kind(Wrap ring) { return ring == Wrap::cyclic ? 'c' : 'n'; }
+  void put(void* F, Words<u32> A, void* tmp, char kind, u64 limit) const {
+    if (A.count > limit) throw TransformTooSmallException("ToyParameters", "Transform length is too small.");
+    const std::vector<u32> copy(A.ptr, A.ptr + A.count);
     std::memset(tmp, kTrash, scratch_size_);
     std::memset(F, 0, transform_size_);
     static_cast<char*>(F)[transform_size_ - 1] = kind;
-    if (AL > 0) std::memcpy(F, copy.data(), 4 * AL);
+    if (A.count > 0) std::memcpy(F, copy.data(), 4 * A.count);
   }
   Mpz get(const void* F, char kind) const {
     if (static_cast<const char*>(F)[transform_size_ - 1] != kind)
@@ -90,18 +85,17 @@ class ToyAlgorithm final : public Algorithm {
 
   u64 table_bytes(u64) const override { return 0; }
   void ensure_tables(TransformTables&, u64) const override {}
-  MultiplySizes sizes(u64 bits, u64) const override { return shape(bits).sizes(); }
+  MultiplySizes sizes(u64 bits, u64 tds) const override {
+    ParametersBox box;
+    return parameters_for(box, nullptr, bits, tds).sizes();
+  }
   const Parameters& parameters_for(ParametersBox& out, const TransformTables*, u64 bits, u64) const override {
-    return out.emplace<ToyParameters>(shape(bits));
+    u64 words = 1;
+    for (u64 before = 1; 32 * words < bits;) before = std::exchange(words, words + before);
+    return out.emplace<ToyParameters>(words, words - std::min(words, missing_));
   }
 
  private:
-  ToyParameters shape(u64 bits) const {
-    u64 words = 1;
-    for (u64 before = 1; 32 * words < bits;) before = std::exchange(words, words + before);
-    return {words, words - std::min(words, missing_)};
-  }
-
   u64 missing_;
 };
 

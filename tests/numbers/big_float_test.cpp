@@ -35,8 +35,8 @@ class BigFloatTest : public testing::Test {
   test::ReverseOrder reverse;
   ParallelContext serial{reverse, 1};
 };
-using Words = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(BigFloatTest, Words);
+using WordTypes = testing::Types<u32, u64>;
+TYPED_TEST_SUITE(BigFloatTest, WordTypes);
 
 #define ORL_TRACE_SEED SCOPED_TRACE(this->random.replay())
 

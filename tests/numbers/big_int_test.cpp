@@ -49,8 +49,8 @@ class BigIntTest : public testing::Test {
   test::ReverseOrder reverse;
   ParallelContext serial{reverse, 1};
 };
-using Words = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(BigIntTest, Words);
+using WordTypes = testing::Types<u32, u64>;
+TYPED_TEST_SUITE(BigIntTest, WordTypes);
 
 #define ORL_TRACE_SEED SCOPED_TRACE(this->random.replay())
 

@@ -35,8 +35,8 @@ class ExactFloatTest : public testing::Test {
   test::ReverseOrder reverse;
   ParallelContext serial{reverse, 1};
 };
-using Words = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(ExactFloatTest, Words);
+using WordTypes = testing::Types<u32, u64>;
+TYPED_TEST_SUITE(ExactFloatTest, WordTypes);
 
 #define ORL_TRACE_SEED SCOPED_TRACE(this->random.replay())
 

@@ -28,8 +28,8 @@ class FloatStringTest : public testing::Test {
     return text(number, digits, radix);
   }
 };
-using Words = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(FloatStringTest, Words);
+using WordTypes = testing::Types<u32, u64>;
+TYPED_TEST_SUITE(FloatStringTest, WordTypes);
 
 TYPED_TEST(FloatStringTest, PlainAndScientificForms) {
   EXPECT_EQ(this->text(0.5, 5), "0.5");

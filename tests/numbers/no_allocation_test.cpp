@@ -32,8 +32,8 @@ TEST(AllocationCounter, SeesEveryKindOfAllocation) {
 
 template <class W>
 class NoAllocation : public testing::Test {};
-using Words = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(NoAllocation, Words);
+using WordTypes = testing::Types<u32, u64>;
+TYPED_TEST_SUITE(NoAllocation, WordTypes);
 
 TYPED_TEST(NoAllocation, InAnyOperation) {
   using W = TypeParam;

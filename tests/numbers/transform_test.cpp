@@ -60,8 +60,8 @@ class TransformTest : public testing::Test {
   test::ReverseOrder reverse;
   ParallelContext serial{reverse, 1};
 };
-using Words = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(TransformTest, Words);
+using WordTypes = testing::Types<u32, u64>;
+TYPED_TEST_SUITE(TransformTest, WordTypes);
 
 #define ORL_TRACE_SEED SCOPED_TRACE(this->random.replay())
 

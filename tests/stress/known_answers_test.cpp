@@ -16,8 +16,8 @@ namespace {
 
 template <class W>
 class KnownAnswers : public testing::Test {};
-using Words = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(KnownAnswers, Words);
+using WordTypes = testing::Types<u32, u64>;
+TYPED_TEST_SUITE(KnownAnswers, WordTypes);
 
 // Worked out with unbounded integers and cut to a word.
 TEST(KnownWords, AreTheCubicOfTheirIndexAndSeed) {

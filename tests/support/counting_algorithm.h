@@ -21,76 +21,69 @@ struct TransformCounts {
 /// A shape around a shape of another algorithm. With `wrap` u32 words its wrapped products are whole products
 /// of the shape within, which then holds twice as many words, folded. The last byte of a transform tells the
 /// kinds apart.
-class CountingParameters final : public Parameters {
+class CountingParameters final : public Parameters, public WrappedProducts {
  public:
   CountingParameters(std::unique_ptr<ParametersBox> inner, u64 wrap, TransformCounts& counts)
       : inner_(std::move(inner)), counts_(counts) {
     max_bits_ = wrap ? 32 * wrap : (*inner_)->max_bits();
-    cyclic_words_ = wrap;
+    words_ = wrap;
+    if (wrap) wrapped_ = this;
     transform_size_ = (*inner_)->transform_size() + kMark;
     scratch_size_ = (*inner_)->scratch_size();
   }
 
-  void forward(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const override {
+  void forward(void* F, Words<u32> A, void* tmp, ParallelContext parallel) const override {
     ++counts_.forward;
-    (*inner_)->forward(F, A, AL, tmp, parallel);
+    (*inner_)->forward(F, A, tmp, parallel);
     mark(F) = 'w';
   }
-  void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const override {
+  void inverse_fsqr(void* F, Window<u32> T, void* tmp, ParallelContext parallel) const override {
     ++counts_.inverse;
     check(F, 'w');
-    (*inner_)->inverse_fsqr(F, T, skip, len, tmp, parallel);
+    (*inner_)->inverse_fsqr(F, T, tmp, parallel);
     mark(F) = 0;
   }
-  void inverse_fmul(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
+  void inverse_fmul(void* F, const void* G, Window<u32> T, void* tmp,
                     ParallelContext parallel) const override {
     ++counts_.inverse;
     check(F, 'w');
     check(G, 'w');
-    (*inner_)->inverse_fmul(F, G, T, skip, len, tmp, parallel);
+    (*inner_)->inverse_fmul(F, G, T, tmp, parallel);
     mark(F) = 0;
   }
   bool compatible(const Parameters& other) const override {
     const auto* o = dynamic_cast<const CountingParameters*>(&other);
-    return o && o->cyclic_words_ == cyclic_words_ && (*inner_)->compatible(**o->inner_);
+    return o && o->words_ == words_ && (*inner_)->compatible(**o->inner_);
   }
 
-  void forward_cyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const override {
-    forward_wrapped(F, A, AL, tmp, parallel, 'c');
+  void forward_wrapped(Wrap ring, void* F, Words<u32> A, void* tmp, ParallelContext parallel) const override {
+    if (A.count > words_) throw TransformTooSmallException("CountingParameters", "Too long.");
+    ++counts_.forward_cyclic;
+    (*inner_)->forward(F, A, tmp, parallel);
+    mark(F) = kind(ring);
   }
-  void pointwise_cyclic(void* F, const void* G, u32* T, void* tmp, ParallelContext parallel) const override {
-    const std::vector<u32> whole = product(F, G, tmp, parallel, 'c');
-    const u64 n = cyclic_words_;
-    if (bp_add(T, whole.data(), whole.data() + n, n, 0)) bp_carry<u32>(1, T, n);
-  }
-  void forward_negacyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const override {
-    forward_wrapped(F, A, AL, tmp, parallel, 'n');
-  }
-  bool pointwise_negacyclic(void* F, const void* G, u32* T, void* tmp,
-                            ParallelContext parallel) const override {
-    const std::vector<u32> whole = product(F, G, tmp, parallel, 'n');
-    const u64 n = cyclic_words_;
+  bool pointwise_wrapped(Wrap ring, void* F, const void* G, u32* T, void* tmp,
+                         ParallelContext parallel) const override {
+    const std::vector<u32> whole = product(F, G, tmp, parallel, kind(ring));
+    const u64 n = words_;
+    if (ring == Wrap::cyclic)
+      return bp_add(T, whole.data(), whole.data() + n, n, 0) && bp_carry<u32>(1, T, n);
     return bp_sub(T, whole.data(), whole.data() + n, n, 0) && bp_carry<u32>(1, T, n);
   }
 
  private:
   static constexpr u64 kMark = 64;
 
-  void forward_wrapped(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel, u8 kind) const {
-    if (AL > cyclic_words_) throw TransformTooSmallException("CountingParameters", "Too long.");
-    ++counts_.forward_cyclic;
-    (*inner_)->forward(F, A, AL, tmp, parallel);
-    mark(F) = kind;
-  }
+  static u8 kind(Wrap ring) { return ring == Wrap::cyclic ? 'c' : 'n'; }
   std::vector<u32> product(void* F, const void* G, void* tmp, ParallelContext parallel, u8 kind) const {
     ++counts_.inverse_cyclic;
     check(F, kind);
     check(G, kind);
-    std::vector<u32> whole(2 * cyclic_words_);
+    std::vector<u32> whole(2 * words_);
     if (F == G)
-      (*inner_)->inverse_fsqr(F, whole.data(), 0, whole.size(), tmp, parallel);
+      (*inner_)->inverse_fsqr(F, Window{whole.data(), 0, whole.size()}, tmp, parallel);
     else
-      (*inner_)->inverse_fmul(F, G, whole.data(), 0, whole.size(), tmp, parallel);
+      (*inner_)->inverse_fmul(F, G, Window{whole.data(), 0, whole.size()}, tmp, parallel);
     mark(F) = 0;
     return whole;
   }

@@ -56,8 +56,8 @@ void expect_product(const Algorithm& algorithm, const OwnTables& tables, Paralle
   const u64 c = A.size() + B.size();
   const GuardedBlock scratch(bytes(c).product_bytes);
   GuardedWords<W> T(len - skip, skip);
-  algorithm.mul_bounded({parallel, tables, scratch.buffer()}, T.data(), skip, len, A.data(), A.size(),
-                        B.data(), B.size());
+  algorithm.mul_bounded({parallel, tables, scratch.buffer()}, Window{T.data(), skip, len},
+                        Words{A.data(), A.size()}, Words{B.data(), B.size()});
   ASSERT_TRUE(T.words() == part<W>(Mpz(A) * Mpz(B), skip, len))
       << A.size() << " by " << B.size() << ", words " << skip << " to " << len << ", " << bits << " bits";
   ASSERT_TRUE(T.intact() && scratch.intact());
@@ -70,7 +70,8 @@ void expect_square(const Algorithm& algorithm, const OwnTables& tables, Parallel
   const GuardedBlock scratch(
       algorithm.bounded_sizes(2 * A.size() * bits, (len - skip) * bits, parallel.tds).square_bytes);
   GuardedWords<W> T(len - skip, skip);
-  algorithm.sqr_bounded({parallel, tables, scratch.buffer()}, T.data(), skip, len, A.data(), A.size());
+  algorithm.sqr_bounded({parallel, tables, scratch.buffer()}, Window{T.data(), skip, len},
+                        Words{A.data(), A.size()});
   ASSERT_TRUE(T.words() == part<W>(Mpz(A) * Mpz(A), skip, len))
       << A.size() << ", words " << skip << " to " << len;
   ASSERT_TRUE(T.intact() && scratch.intact());
@@ -78,8 +79,8 @@ void expect_square(const Algorithm& algorithm, const OwnTables& tables, Parallel
 
 template <class W>
 class BoundedProducts : public testing::Test {};
-using Words = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(BoundedProducts, Words);
+using WordTypes = testing::Types<u32, u64>;
+TYPED_TEST_SUITE(BoundedProducts, WordTypes);
 
 TYPED_TEST(BoundedProducts, ManySizesShapesAndWindows) {
   using W = TypeParam;

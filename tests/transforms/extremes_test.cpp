@@ -40,10 +40,12 @@ TEST(LargestCoefficients, AreExactForEveryTableShape) {
     const std::vector<u32> ones(a, ~u32{0});
     const GuardedBlock scratch(c17.sizes(row.bits(), 1).total_bytes());
     std::vector<u32> T(words);
-    c17.mul_window({{none, 1}, tables, scratch.buffer()}, T.data(), 0, words, ones.data(), a, ones.data(), b);
+    c17.mul_window({{none, 1}, tables, scratch.buffer()}, Window{T.data(), 0, words}, Words{ones.data(), a},
+                   Words{ones.data(), b});
     EXPECT_EQ(T, product_of_ones(a, b));
     if (a == b) {
-      c17.sqr_window({{none, 1}, tables, scratch.buffer()}, T.data(), 0, words, ones.data(), a);
+      c17.sqr_window({{none, 1}, tables, scratch.buffer()}, Window{T.data(), 0, words},
+                     Words{ones.data(), a});
       EXPECT_EQ(T, product_of_ones(a, a));
     }
     EXPECT_TRUE(scratch.intact());

@@ -123,10 +123,10 @@ void bench_size(const Options& options, Parallelizer& parallelizer, u64 words, R
   for (u64& x : b) x = next_random(state);
   const auto limbs = [](std::vector<u64>& v) { return reinterpret_cast<mp_limb_t*>(v.data()); };
 
-  algorithm.mul_window(ctx, t.data(), 0, 2 * words, a.data(), words, b.data(), words);
+  algorithm.mul_window(ctx, Window{t.data(), 0, 2 * words}, Words{a.data(), words}, Words{b.data(), words});
   mpn_mul_n(limbs(g), limbs(a), limbs(b), static_cast<mp_size_t>(words));
   bool right = t == g;
-  algorithm.sqr_window(ctx, t.data(), 0, 2 * words, a.data(), words);
+  algorithm.sqr_window(ctx, Window{t.data(), 0, 2 * words}, Words{a.data(), words});
   mpn_sqr(limbs(g), limbs(a), static_cast<mp_size_t>(words));
   right = right && t == g;
 
@@ -139,11 +139,18 @@ void bench_size(const Options& options, Parallelizer& parallelizer, u64 words, R
   const int rounds = bits < 1000000 ? 31 : bits < 20000000 ? 11 : 5;
   const auto s = measure(
       rounds, 2e5,
-      [&] { algorithm.mul_window(ctx, t.data(), 0, 2 * words, a.data(), words, b.data(), words); },
+      [&] {
+        algorithm.mul_window(ctx, Window{t.data(), 0, 2 * words}, Words{a.data(), words},
+                             Words{b.data(), words});
+      },
       [&] { mpn_mul_n(limbs(g), limbs(a), limbs(b), static_cast<mp_size_t>(words)); },
-      [&] { algorithm.sqr_window(ctx, t.data(), 0, 2 * words, a.data(), words); },
+      [&] {
+        algorithm.sqr_window(ctx, Window{t.data(), 0, 2 * words}, Words{a.data(), words});
+      },
       [&] { mpn_sqr(limbs(g), limbs(a), static_cast<mp_size_t>(words)); },
-      [&] { p.forward_w(F, a.data(), words, tmp, ctx.parallel); });
+      [&] {
+        p.forward(F, Words{a.data(), words}, tmp, ctx.parallel);
+      });
 
   const FftRow& row = find_fft_row(bits);
   const double n = static_cast<double>(words), points = static_cast<double>(row.points());

@@ -160,52 +160,54 @@ void check_length(const ResidueRow& row, u64 words) {
     throw ConvolutionTooSmallException(kId, "Convolution length is too small.", row.bits(), words * 32);
 }
 
-ResidueOperand operand(const u32* A, u64 AL) { return {reinterpret_cast<const u8*>(A), 4 * AL}; }
+ResidueOperand operand(Words<u32> A) { return {reinterpret_cast<const u8*>(A.ptr), 4 * A.count}; }
 
-class ResidueParameters final : public Parameters {
+class ResidueParameters final : public Parameters, public WrappedProducts {
  public:
   ResidueParameters(const ResidueRow& row, const ResidueTables* tables, u64 tds) : run_(row, tables, tds) {
     max_bits_ = row.bits();
     transform_size_ = run_.transform_bytes();
     scratch_size_ = run_.scratch_bytes();
-    cyclic_words_ = row.bits() / 32;
+    words_ = row.bits() / 32;
+    wrapped_ = this;
   }
-  void forward(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const override {
-    check_length(run_.row(), AL);
-    run_.forward(run_.plan(ResidueForm::kPlain), static_cast<double*>(F), operand(A, AL), tmp, parallel);
+  void forward(void* F, Words<u32> A, void* tmp, ParallelContext parallel) const override {
+    check_length(run_.row(), A.count);
+    run_.forward(run_.plan(ResidueForm::kPlain), static_cast<double*>(F), operand(A), tmp, parallel);
   }
-  void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const override {
-    inverse_fmul(F, F, T, skip, len, tmp, parallel);
+  void inverse_fsqr(void* F, Window<u32> T, void* tmp, ParallelContext parallel) const override {
+    inverse_fmul(F, F, T, tmp, parallel);
   }
-  void inverse_fmul(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
+  void inverse_fmul(void* F, const void* G, Window<u32> T, void* tmp,
                     ParallelContext parallel) const override {
-    check_length(run_.row(), len);
+    check_length(run_.row(), T.len);
     const ResiduePlan plan = run_.plan(ResidueForm::kPlain);
     // G is only read.
     run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(const_cast<void*>(G)), false, tmp,
                   parallel);
-    run_.finish(plan, static_cast<double*>(F), {T, skip, len}, tmp, parallel);
+    run_.finish(plan, static_cast<double*>(F), {T.T, T.skip, T.len}, tmp, parallel);
   }
-  void forward_cyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const override {
-    wrapped_forward(ResidueForm::kCyclic, F, A, AL, tmp, parallel);
+  void forward_wrapped(Wrap ring, void* F, Words<u32> A, void* tmp, ParallelContext parallel) const override {
+    check_length(run_.row(), A.count);
+    run_.forward(run_.plan(form_of(ring)), static_cast<double*>(F), operand(A), tmp, parallel);
   }
-  void pointwise_cyclic(void* F, const void* G, u32* T, void* tmp, ParallelContext parallel) const override {
-    wrapped_product(ResidueForm::kCyclic, F, G, T, tmp, parallel);
+  bool pointwise_wrapped(Wrap ring, void* F, const void* G, u32* T, void* tmp,
+                         ParallelContext parallel) const override {
+    const ResiduePlan plan = run_.plan(form_of(ring));
+    run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(const_cast<void*>(G)), false, tmp,
+                  parallel);
+    return run_.finish(plan, static_cast<double*>(F), {T, 0, words_}, tmp, parallel);
   }
-  void forward_negacyclic(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const override {
-    wrapped_forward(ResidueForm::kNegacyclic, F, A, AL, tmp, parallel);
-  }
-  bool pointwise_negacyclic(void* F, const void* G, u32* T, void* tmp,
-                            ParallelContext parallel) const override {
-    return wrapped_product(ResidueForm::kNegacyclic, F, G, T, tmp, parallel);
-  }
-  void product_cyclic(void* F, void* G, const u32* A, u64 AL, const u32* B, u64 BL, u32* T, void* tmp,
-                      ParallelContext parallel) const override {
-    raw_product(ResidueForm::kCyclic, F, G, operand(A, AL), operand(B, BL), T, tmp, parallel);
-  }
-  bool product_negacyclic(void* F, void* G, const u32* A, u64 AL, const u32* B, u64 BL, u32* T, void* tmp,
-                          ParallelContext parallel) const override {
-    return raw_product(ResidueForm::kNegacyclic, F, G, operand(A, AL), operand(B, BL), T, tmp, parallel);
+  bool product_wrapped(Wrap ring, const TransformAreas& areas, Words<u32> A, Words<u32> B, u32* T,
+                       ParallelContext parallel) const override {
+    check_length(run_.row(), std::max(A.count, B.count));
+    const ResiduePlan plan = run_.plan(form_of(ring));
+    double* const F = static_cast<double*>(areas.F);
+    double* const G = static_cast<double*>(areas.G);
+    run_.start(plan, F, operand(A), areas.tmp, parallel);
+    if (G != F) run_.start(plan, G, operand(B), areas.tmp, parallel);
+    run_.multiply(plan, F, G, true, areas.tmp, parallel);
+    return run_.finish(plan, F, {T, 0, words_}, areas.tmp, parallel);
   }
   bool compatible(const Parameters& other) const override {
     const auto* o = dynamic_cast<const ResidueParameters*>(&other);
@@ -214,26 +216,8 @@ class ResidueParameters final : public Parameters {
   }
 
  private:
-  void wrapped_forward(ResidueForm form, void* F, const u32* A, u64 AL, void* tmp,
-                       ParallelContext parallel) const {
-    check_length(run_.row(), AL);
-    run_.forward(run_.plan(form), static_cast<double*>(F), operand(A, AL), tmp, parallel);
-  }
-  bool wrapped_product(ResidueForm form, void* F, const void* G, u32* T, void* tmp,
-                       ParallelContext parallel) const {
-    const ResiduePlan plan = run_.plan(form);
-    run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(const_cast<void*>(G)), false, tmp,
-                  parallel);
-    return run_.finish(plan, static_cast<double*>(F), {T, 0, cyclic_words_}, tmp, parallel);
-  }
-  bool raw_product(ResidueForm form, void* F, void* G, ResidueOperand a, ResidueOperand b, u32* T, void* tmp,
-                   ParallelContext parallel) const {
-    check_length(run_.row(), std::max(a.bytes, b.bytes) / 4);
-    const ResiduePlan plan = run_.plan(form);
-    run_.start(plan, static_cast<double*>(F), a, tmp, parallel);
-    if (G != F) run_.start(plan, static_cast<double*>(G), b, tmp, parallel);
-    run_.multiply(plan, static_cast<double*>(F), static_cast<double*>(G), true, tmp, parallel);
-    return run_.finish(plan, static_cast<double*>(F), {T, 0, cyclic_words_}, tmp, parallel);
+  static ResidueForm form_of(Wrap ring) {
+    return ring == Wrap::cyclic ? ResidueForm::kCyclic : ResidueForm::kNegacyclic;
   }
 
   ResidueRun run_;
@@ -273,20 +257,20 @@ class ResidueAlgorithm final : public ProductAlgorithm {
 
  private:
   // Subtrees go forward, through the product and back while they are in cache.
-  void product(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL, const u32* B,
-               u64 BL) const override {
-    const ResidueRow& row = row_of((AL + BL) * 32);
-    check_length(row, len);
+  void product(const MultiplyContext& ctx, Window<u32> T, Words<u32> A, Words<u32> B) const override {
+    const bool square = B.count == 0;
+    const ResidueRow& row = row_of((square ? 2 * A.count : A.count + B.count) * 32);
+    check_length(row, T.len);
     const ResidueRun run(row, find_tables(ctx.tables), ctx.parallel.tds);
     const ResiduePlan plan = run.plan(ResidueForm::kPlain);
     LinearHeapBuffer scratch = ctx.scratch;
     double* F = scratch.cut<double>(residue_doubles(row));
-    double* G = B ? scratch.cut<double>(residue_doubles(row)) : F;
+    double* G = square ? F : scratch.cut<double>(residue_doubles(row));
     void* tmp = scratch.cut<u8>(run.scratch_bytes());
-    run.start(plan, F, operand(A, AL), tmp, ctx.parallel);
-    if (B) run.start(plan, G, operand(B, BL), tmp, ctx.parallel);
+    run.start(plan, F, operand(A), tmp, ctx.parallel);
+    if (!square) run.start(plan, G, operand(B), tmp, ctx.parallel);
     run.multiply(plan, F, G, true, tmp, ctx.parallel);
-    run.finish(plan, F, {T, skip, len}, tmp, ctx.parallel);
+    run.finish(plan, F, {T.T, T.skip, T.len}, tmp, ctx.parallel);
   }
 };
 

@@ -131,8 +131,8 @@ void check_length(u64 max_bits, u64 words) {
     throw ConvolutionTooSmallException("FFT", "Convolution length is too small.", max_bits, words * 32);
 }
 
-FftOperand operand(const u32* A, u64 AL) { return {reinterpret_cast<const u8*>(A), 4 * AL}; }
-FftWindow window_of(u32* T, u64 skip, u64 len) { return {reinterpret_cast<u8*>(T), 4 * skip, 4 * len}; }
+FftOperand operand(Words<u32> A) { return {reinterpret_cast<const u8*>(A.ptr), 4 * A.count}; }
+FftWindow window_of(Window<u32> T) { return {reinterpret_cast<u8*>(T.T), 4 * T.skip, 4 * T.len}; }
 
 /// The tables of a product that will run: those of the row, or an exception.
 const FftTables* covering_tables(const TransformTables& tables, const FftRow& row) {
@@ -154,24 +154,24 @@ class FftParameters final : public Parameters {
     scratch_size_ = run_.scratch_bytes();
   }
 
-  void forward(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const override {
-    check_length(max_bits_, AL);
+  void forward(void* F, Words<u32> A, void* tmp, ParallelContext parallel) const override {
+    check_length(max_bits_, A.count);
     double* x = static_cast<double*>(F);
-    run_.first_stage(x, operand(A, AL), nullptr, {}, tmp, parallel);
+    run_.first_stage(x, operand(A), nullptr, {}, tmp, parallel);
     run_.branches(FftStep::forward, x, nullptr, parallel);
   }
-  void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const override {
-    check_length(max_bits_, len);
+  void inverse_fsqr(void* F, Window<u32> T, void* tmp, ParallelContext parallel) const override {
+    check_length(max_bits_, T.len);
     run_.branches(FftStep::square, static_cast<double*>(F), nullptr, parallel);
-    run_.last_stage(static_cast<double*>(F), window_of(T, skip, len), tmp, parallel);
+    run_.last_stage(static_cast<double*>(F), window_of(T), tmp, parallel);
   }
-  void inverse_fmul(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
+  void inverse_fmul(void* F, const void* G, Window<u32> T, void* tmp,
                     ParallelContext parallel) const override {
-    check_length(max_bits_, len);
+    check_length(max_bits_, T.len);
     // FftStep::multiply only reads G.
     run_.branches(FftStep::multiply, static_cast<double*>(F), static_cast<double*>(const_cast<void*>(G)),
                   parallel);
-    run_.last_stage(static_cast<double*>(F), window_of(T, skip, len), tmp, parallel);
+    run_.last_stage(static_cast<double*>(F), window_of(T), tmp, parallel);
   }
 
   bool compatible(const Parameters& other) const override {
@@ -209,37 +209,28 @@ class FftAlgorithm final : public Algorithm {
 
   // Both operands go down a branch together, and the product comes back while
   // the branch is in cache.
-  void sqr_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 L) const override {
-    const FftRow& row = find_fft_row(2 * L * 32);
-    check_length(row.bits, len);
+  void sqr_window(const MultiplyContext& ctx, Window<u32> T, Words<u32> A) const override {
+    const FftRow& row = find_fft_row(2 * A.count * 32);
+    check_length(row.bits, T.len);
     const FftRun run(row, covering_tables(ctx.tables, row), ctx.parallel.tds);
     LinearHeapBuffer scratch = ctx.scratch;
     double* F = scratch.cut<double>(row.points());
     void* tmp = scratch.cut<u8>(run.scratch_bytes());
-    run.first_stage(F, operand(A, L), nullptr, {}, tmp, ctx.parallel);
+    run.first_stage(F, operand(A), nullptr, {}, tmp, ctx.parallel);
     run.branches(FftStep::convolve_square, F, nullptr, ctx.parallel);
-    run.last_stage(F, window_of(T, skip, len), tmp, ctx.parallel);
+    run.last_stage(F, window_of(T), tmp, ctx.parallel);
   }
-  void sqr_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 L) const override {
-    sqr_window(ctx, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, reinterpret_cast<const u32*>(A), 2 * L);
-  }
-  void mul_window(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL, const u32* B,
-                  u64 BL) const override {
-    const FftRow& row = find_fft_row((AL + BL) * 32);
-    check_length(row.bits, len);
+  void mul_window(const MultiplyContext& ctx, Window<u32> T, Words<u32> A, Words<u32> B) const override {
+    const FftRow& row = find_fft_row((A.count + B.count) * 32);
+    check_length(row.bits, T.len);
     const FftRun run(row, covering_tables(ctx.tables, row), ctx.parallel.tds);
     LinearHeapBuffer scratch = ctx.scratch;
     double* F = scratch.cut<double>(row.points());
     double* G = scratch.cut<double>(row.points());
     void* tmp = scratch.cut<u8>(run.scratch_bytes());
-    run.first_stage(F, operand(A, AL), G, operand(B, BL), tmp, ctx.parallel);
+    run.first_stage(F, operand(A), G, operand(B), tmp, ctx.parallel);
     run.branches(FftStep::convolve_multiply, F, G, ctx.parallel);
-    run.last_stage(F, window_of(T, skip, len), tmp, ctx.parallel);
-  }
-  void mul_window(const MultiplyContext& ctx, u64* T, u64 skip, u64 len, const u64* A, u64 AL, const u64* B,
-                  u64 BL) const override {
-    mul_window(ctx, reinterpret_cast<u32*>(T), 2 * skip, 2 * len, reinterpret_cast<const u32*>(A), 2 * AL,
-               reinterpret_cast<const u32*>(B), 2 * BL);
+    run.last_stage(F, window_of(T), tmp, ctx.parallel);
   }
 
  private:

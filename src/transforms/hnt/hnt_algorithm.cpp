@@ -45,25 +45,26 @@ class HntParameters final : public Parameters {
                     LinearHeapBuffer::cut_bytes<u8>(parts.scratch_bytes());
   }
 
-  void forward(void* F, const u32* A, u64 AL, void* tmp, ParallelContext parallel) const override {
-    check_length(AL);
+  void forward(void* F, Words<u32> A, void* tmp, ParallelContext parallel) const override {
+    check_length(A.count);
     const Parts parts = running_parts();
     const Areas areas(*this, tmp);
     const u64 n = row_.wrapped_words();
-    const u32* a = A;
-    if (AL > n) {
-      fold(areas.wrapped, A, AL, parallel);
-      a = areas.wrapped;
+    Words<u32> a = A;
+    if (A.count > n) {
+      fold(areas.wrapped, A.ptr, A.count, parallel);
+      a = {areas.wrapped, n};
     }
-    parts.residues.forward_cyclic(F, a, std::min(AL, n), areas.rest, parallel);
-    parts.remainder.forward(second(parts, F), A, std::min<u64>(AL, row_.remainder), areas.rest, parallel);
+    parts.residues.wrapped()->forward_cyclic(F, a, areas.rest, parallel);
+    parts.remainder.forward(second(parts, F), A.part(0, std::min<u64>(A.count, row_.remainder)), areas.rest,
+                            parallel);
   }
-  void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const override {
-    inverse(F, nullptr, T, skip, len, tmp, parallel);
+  void inverse_fsqr(void* F, Window<u32> T, void* tmp, ParallelContext parallel) const override {
+    inverse(F, nullptr, T, tmp, parallel);
   }
-  void inverse_fmul(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
+  void inverse_fmul(void* F, const void* G, Window<u32> T, void* tmp,
                     ParallelContext parallel) const override {
-    inverse(F, G, T, skip, len, tmp, parallel);
+    inverse(F, G, T, tmp, parallel);
   }
   bool compatible(const Parameters& other) const override {
     const auto* o = dynamic_cast<const HntParameters*>(&other);
@@ -105,23 +106,22 @@ class HntParameters final : public Parameters {
     if (bp_carry<u32>(static_cast<s32>(carry), T + above, n - above, parallel)) bp_carry<u32>(1, T, n);
   }
 
-  void inverse(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const {
-    check_length(len);
+  void inverse(void* F, const void* G, Window<u32> T, void* tmp, ParallelContext parallel) const {
+    check_length(T.len);
     const Parts parts = running_parts();
     const Areas areas(*this, tmp);
     try {
-      parts.residues.pointwise_cyclic(F, G ? G : F, areas.wrapped, areas.rest, parallel);
+      parts.residues.wrapped()->pointwise_cyclic(F, G ? G : F, areas.wrapped, areas.rest, parallel);
     } catch (const ConvolutionFailedException&) {
       throw AlgorithmFailedException(kId, "Coefficient is too large.");
     }
+    const Window<u32> remainder{areas.remainder, 0, row_.remainder};
     if (G)
-      parts.remainder.inverse_fmul(second(parts, F), second(parts, G), areas.remainder, 0, row_.remainder,
-                                   areas.rest, parallel);
+      parts.remainder.inverse_fmul(second(parts, F), second(parts, G), remainder, areas.rest, parallel);
     else
-      parts.remainder.inverse_fsqr(second(parts, F), areas.remainder, 0, row_.remainder, areas.rest,
-                                   parallel);
+      parts.remainder.inverse_fsqr(second(parts, F), remainder, areas.rest, parallel);
     combine(areas.wrapped, areas.remainder, parallel);
-    write(areas, T, skip, len, parallel);
+    write(areas, T, parallel);
   }
 
   // C, D become Q, H.
@@ -134,11 +134,12 @@ class HntParameters final : public Parameters {
     // No product reaches the last word.
     if (D[r - 1] != 0) throw AlgorithmFailedException(kId, "The parts of a product disagree.");
   }
-  void write(const Areas& areas, u32* T, u64 skip, u64 len, ParallelContext parallel) const {
+  void write(const Areas& areas, Window<u32> T, ParallelContext parallel) const {
     const u64 n = row_.wrapped_words();
-    if (skip < n) bp_copy<u32>(T, areas.wrapped + skip, std::min(len, n) - skip, parallel);
-    const u64 from = std::max(skip, n);
-    if (len > from) bp_copy<u32>(T + (from - skip), areas.remainder + (from - n), len - from, parallel);
+    if (T.skip < n) bp_copy<u32>(T.T, areas.wrapped + T.skip, std::min(T.len, n) - T.skip, parallel);
+    const u64 from = std::max(T.skip, n);
+    if (T.len > from)
+      bp_copy<u32>(T.T + (from - T.skip), areas.remainder + (from - n), T.len - from, parallel);
   }
 
   HntRow row_;

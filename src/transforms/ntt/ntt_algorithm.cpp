@@ -187,44 +187,41 @@ void check_length(const NttRow<R>& row, u64 words) {
                                        words * 32);
 }
 
-NttOperand operand(const u32* A, u64 AL) { return {reinterpret_cast<const u8*>(A), 4 * AL}; }
+NttOperand operand(Words<u32> A) { return {reinterpret_cast<const u8*>(A.ptr), 4 * A.count}; }
 
 template <class R>
-class NttParameters final : public Parameters {
+class NttParameters final : public Parameters, public WrappedProducts {
  public:
   NttParameters(const NttRow<R>& row, const NttTables<R>* tables) : run_(row, tables) {
     max_bits_ = row.bits();
-    cyclic_words_ = ntt_row_wraps(row) ? row.bits() / 32 : 0;
+    if (ntt_row_wraps(row)) {
+      words_ = row.bits() / 32;
+      wrapped_ = this;
+    }
     transform_size_ = run_.transform_bytes();
     scratch_size_ = run_.scratch_bytes();
   }
-  void forward(void* F, const u32* A, u64 AL, void*, ParallelContext parallel) const override {
-    transform(NttRing::kCyclic, F, A, AL, parallel);
+  void forward(void* F, Words<u32> A, void*, ParallelContext parallel) const override {
+    transform(NttRing::kCyclic, F, A, parallel);
   }
-  void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const override {
-    inverse_fmul(F, F, T, skip, len, tmp, parallel);
+  void inverse_fsqr(void* F, Window<u32> T, void* tmp, ParallelContext parallel) const override {
+    inverse_fmul(F, F, T, tmp, parallel);
   }
-  void inverse_fmul(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
+  void inverse_fmul(void* F, const void* G, Window<u32> T, void* tmp,
                     ParallelContext parallel) const override {
-    check_length(run_.row(), len);
+    check_length(run_.row(), T.len);
     const NttPlan<R> plan = run_.plan(NttRing::kCyclic);
     multiply(plan, F, G, parallel);
-    run_.finish(plan, static_cast<R*>(F), {T, skip, len}, tmp, parallel);
+    run_.finish(plan, static_cast<R*>(F), {T.T, T.skip, T.len}, tmp, parallel);
   }
-  void forward_cyclic(void* F, const u32* A, u64 AL, void*, ParallelContext parallel) const override {
-    check_wraps();
-    transform(NttRing::kCyclic, F, A, AL, parallel);
+  void forward_wrapped(Wrap ring, void* F, Words<u32> A, void*, ParallelContext parallel) const override {
+    transform(ring_of(ring), F, A, parallel);
   }
-  void pointwise_cyclic(void* F, const void* G, u32* T, void* tmp, ParallelContext parallel) const override {
-    wrapped(NttRing::kCyclic, F, G, T, tmp, parallel);
-  }
-  void forward_negacyclic(void* F, const u32* A, u64 AL, void*, ParallelContext parallel) const override {
-    check_wraps();
-    transform(NttRing::kNegacyclic, F, A, AL, parallel);
-  }
-  bool pointwise_negacyclic(void* F, const void* G, u32* T, void* tmp,
-                            ParallelContext parallel) const override {
-    return wrapped(NttRing::kNegacyclic, F, G, T, tmp, parallel);
+  bool pointwise_wrapped(Wrap ring, void* F, const void* G, u32* T, void* tmp,
+                         ParallelContext parallel) const override {
+    const NttPlan<R> plan = run_.plan(ring_of(ring));
+    multiply(plan, F, G, parallel);
+    return run_.finish_wrapped(plan, static_cast<R*>(F), T, tmp, parallel);
   }
   bool compatible(const Parameters& other) const override {
     const auto* o = dynamic_cast<const NttParameters*>(&other);
@@ -233,24 +230,15 @@ class NttParameters final : public Parameters {
   }
 
  private:
-  void check_wraps() const {
-    if (cyclic_words_ == 0) invalid_parameters<R>();
-  }
-  void transform(NttRing ring, void* F, const u32* A, u64 AL, ParallelContext parallel) const {
-    check_length(run_.row(), AL);
-    run_.forward(run_.plan(ring), static_cast<R*>(F), operand(A, AL), parallel);
+  static NttRing ring_of(Wrap ring) { return ring == Wrap::cyclic ? NttRing::kCyclic : NttRing::kNegacyclic; }
+  void transform(NttRing ring, void* F, Words<u32> A, ParallelContext parallel) const {
+    check_length(run_.row(), A.count);
+    run_.forward(run_.plan(ring), static_cast<R*>(F), operand(A), parallel);
   }
   void multiply(const NttPlan<R>& plan, void* F, const void* G, ParallelContext parallel) const {
     // G is only read.
     run_.multiply(plan, static_cast<R*>(F), static_cast<R*>(const_cast<void*>(G)), false, parallel);
   }
-  bool wrapped(NttRing ring, void* F, const void* G, u32* T, void* tmp, ParallelContext parallel) const {
-    check_wraps();
-    const NttPlan<R> plan = run_.plan(ring);
-    multiply(plan, F, G, parallel);
-    return run_.finish_wrapped(plan, static_cast<R*>(F), T, tmp, parallel);
-  }
-
   NttRun<R> run_;
 };
 
@@ -294,20 +282,20 @@ class NttAlgorithm final : public ProductAlgorithm {
 
  private:
   // Subtrees go forward, through the product and back while they are in cache.
-  void product(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL, const u32* B,
-               u64 BL) const override {
-    const NttRow<R>& row = row_of<R>((AL + BL) * 32);
-    check_length(row, len);
+  void product(const MultiplyContext& ctx, Window<u32> T, Words<u32> A, Words<u32> B) const override {
+    const bool square = B.count == 0;
+    const NttRow<R>& row = row_of<R>((square ? 2 * A.count : A.count + B.count) * 32);
+    check_length(row, T.len);
     const NttRun<R> run(row, find_tables<R>(ctx.tables));
     const NttPlan<R> plan = run.plan(NttRing::kCyclic);
     LinearHeapBuffer scratch = ctx.scratch;
     R* x = scratch.cut<R>(row.P * row.points());
-    R* y = B ? scratch.cut<R>(row.P * row.points()) : x;
+    R* y = square ? x : scratch.cut<R>(row.P * row.points());
     void* tmp = scratch.cut<u8>(run.scratch_bytes());
-    run.start(plan, x, operand(A, AL), ctx.parallel);
-    if (B) run.start(plan, y, operand(B, BL), ctx.parallel);
+    run.start(plan, x, operand(A), ctx.parallel);
+    if (!square) run.start(plan, y, operand(B), ctx.parallel);
     run.multiply(plan, x, y, true, ctx.parallel);
-    run.finish(plan, x, {T, skip, len}, tmp, ctx.parallel);
+    run.finish(plan, x, {T.T, T.skip, T.len}, tmp, ctx.parallel);
   }
 };
 

@@ -149,50 +149,48 @@ void check_length(const VstShape& shape, u64 words) {
     throw ConvolutionTooSmallException(kId, "Convolution length is too small.", shape.row.bits(), words * 32);
 }
 
-ResidueOperand operand(const u32* A, u64 AL) { return {reinterpret_cast<const u8*>(A), 4 * AL}; }
+ResidueOperand operand(Words<u32> A) { return {reinterpret_cast<const u8*>(A.ptr), 4 * A.count}; }
 
-class VstParameters final : public Parameters {
+class VstParameters final : public Parameters, public WrappedProducts {
  public:
   VstParameters(const VstShape& shape, const VstTables* tables) : run_(shape, tables) {
     max_bits_ = shape.row.bits();
-    cyclic_words_ = max_bits_ / 32;
+    words_ = max_bits_ / 32;
+    wrapped_ = this;
     transform_size_ = run_.transform_bytes();
     scratch_size_ = run_.scratch_bytes();
   }
-  void forward(void* F, const u32* A, u64 AL, void*, ParallelContext parallel) const override {
-    transform(ResidueForm::kPlain, F, A, AL, parallel);
+  void forward(void* F, Words<u32> A, void*, ParallelContext parallel) const override {
+    transform(ResidueForm::kPlain, F, A, parallel);
   }
-  void inverse_fsqr(void* F, u32* T, u64 skip, u64 len, void* tmp, ParallelContext parallel) const override {
-    inverse_fmul(F, F, T, skip, len, tmp, parallel);
+  void inverse_fsqr(void* F, Window<u32> T, void* tmp, ParallelContext parallel) const override {
+    inverse_fmul(F, F, T, tmp, parallel);
   }
-  void inverse_fmul(void* F, const void* G, u32* T, u64 skip, u64 len, void* tmp,
+  void inverse_fmul(void* F, const void* G, Window<u32> T, void* tmp,
                     ParallelContext parallel) const override {
-    check_length(run_.shape(), len);
-    multiply(ResidueForm::kPlain, F, G, {T, skip, len}, tmp, parallel);
+    check_length(run_.shape(), T.len);
+    multiply(ResidueForm::kPlain, F, G, {T.T, T.skip, T.len}, tmp, parallel);
   }
   bool compatible(const Parameters& other) const override {
     const auto* o = dynamic_cast<const VstParameters*>(&other);
     return o && o->run_.shape() == run_.shape() && &o->run_.kernels() == &run_.kernels();
   }
 
-  void forward_cyclic(void* F, const u32* A, u64 AL, void*, ParallelContext parallel) const override {
-    transform(ResidueForm::kCyclic, F, A, AL, parallel);
+  void forward_wrapped(Wrap ring, void* F, Words<u32> A, void*, ParallelContext parallel) const override {
+    transform(form_of(ring), F, A, parallel);
   }
-  void pointwise_cyclic(void* F, const void* G, u32* T, void* tmp, ParallelContext parallel) const override {
-    multiply(ResidueForm::kCyclic, F, G, {T, 0, cyclic_words_}, tmp, parallel);
-  }
-  void forward_negacyclic(void* F, const u32* A, u64 AL, void*, ParallelContext parallel) const override {
-    transform(ResidueForm::kNegacyclic, F, A, AL, parallel);
-  }
-  bool pointwise_negacyclic(void* F, const void* G, u32* T, void* tmp,
-                            ParallelContext parallel) const override {
-    return multiply(ResidueForm::kNegacyclic, F, G, {T, 0, cyclic_words_}, tmp, parallel);
+  bool pointwise_wrapped(Wrap ring, void* F, const void* G, u32* T, void* tmp,
+                         ParallelContext parallel) const override {
+    return multiply(form_of(ring), F, G, {T, 0, words_}, tmp, parallel);
   }
 
  private:
-  void transform(ResidueForm form, void* F, const u32* A, u64 AL, ParallelContext parallel) const {
-    check_length(run_.shape(), AL);
-    run_.forward(run_.plan(form), static_cast<double*>(F), operand(A, AL), parallel);
+  static ResidueForm form_of(Wrap ring) {
+    return ring == Wrap::cyclic ? ResidueForm::kCyclic : ResidueForm::kNegacyclic;
+  }
+  void transform(ResidueForm form, void* F, Words<u32> A, ParallelContext parallel) const {
+    check_length(run_.shape(), A.count);
+    run_.forward(run_.plan(form), static_cast<double*>(F), operand(A), parallel);
   }
   bool multiply(ResidueForm form, void* F, const void* G, ResidueWindow window, void* tmp,
                 ParallelContext parallel) const {
@@ -240,20 +238,20 @@ class VstAlgorithm final : public ProductAlgorithm {
 
  private:
   // Subtrees go forward, through the product and back while they are in cache.
-  void product(const MultiplyContext& ctx, u32* T, u64 skip, u64 len, const u32* A, u64 AL, const u32* B,
-               u64 BL) const override {
-    const VstShape shape(row_of((AL + BL) * 32));
-    check_length(shape, len);
+  void product(const MultiplyContext& ctx, Window<u32> T, Words<u32> A, Words<u32> B) const override {
+    const bool square = B.count == 0;
+    const VstShape shape(row_of((square ? 2 * A.count : A.count + B.count) * 32));
+    check_length(shape, T.len);
     const VstRun run(shape, find_tables(ctx.tables));
     const VstPlan plan = run.plan(ResidueForm::kPlain);
     LinearHeapBuffer scratch = ctx.scratch;
     double* F = scratch.cut<double>(shape.doubles());
-    double* G = B ? scratch.cut<double>(shape.doubles()) : F;
+    double* G = square ? F : scratch.cut<double>(shape.doubles());
     void* tmp = scratch.cut<u8>(run.scratch_bytes());
-    run.start(plan, F, operand(A, AL), ctx.parallel);
-    if (B) run.start(plan, G, operand(B, BL), ctx.parallel);
+    run.start(plan, F, operand(A), ctx.parallel);
+    if (!square) run.start(plan, G, operand(B), ctx.parallel);
     run.multiply(plan, F, G, VstForm::raw, ctx.parallel);
-    run.finish(plan, ResidueForm::kPlain, F, {T, skip, len}, tmp, ctx.parallel);
+    run.finish(plan, ResidueForm::kPlain, F, {T.T, T.skip, T.len}, tmp, ctx.parallel);
   }
 };
 

@@ -67,9 +67,9 @@ inline void check_window(const Algorithm& algorithm, const TransformTables& tabl
   const GuardedBlock target((4 * (len - skip) + 63) / 64 * 64);
   u32* T = static_cast<u32*>(target.buffer().ptr);
   if (square)
-    algorithm.sqr_window(ctx, T, skip, len, a.data(), a.size());
+    algorithm.sqr_window(ctx, Window{T, skip, len}, Words{a.data(), a.size()});
   else
-    algorithm.mul_window(ctx, T, skip, len, a.data(), a.size(), b.data(), b.size());
+    algorithm.mul_window(ctx, Window{T, skip, len}, Words{a.data(), a.size()}, Words{b.data(), b.size()});
   const std::vector<u32> right = gmp_product(a, b);
   ASSERT_TRUE(std::equal(right.begin() + static_cast<s64>(skip), right.begin() + static_cast<s64>(len), T));
   ASSERT_TRUE(scratch.intact() && target.intact());
@@ -119,21 +119,21 @@ inline void check_kept(const Parameters& p, Random& random, u64 threads) {
     const std::vector<u32> right = gmp_product(kept, other);
     EXPECT_EQ(std::memcmp(T, right.data() + 2 * skip, 8 * (len - skip)), 0) << skip << " to " << len;
   };
-  p.forward_w(g, as_u64(kept), kept.size() / 2, t, parallel);
+  p.forward(g, Words{as_u64(kept), kept.size() / 2}, t, parallel);
   const std::vector<u8> before(static_cast<u8*>(g), static_cast<u8*>(g) + p.transform_size());
   for (const u64 other_words : {words - words / 2, random.between(1, words / 2)}) {
     const std::vector<u32> other = operand(random, 2 * other_words, random.below(3));
     const u64 all = words / 2 + other_words, skip = random.below(all / 2) | 1,
               len = random.between(skip + 1, all);
     const GuardedBlock target((8 * (len - skip) + 63) / 64 * 64);
-    p.forward_w(f, as_u64(other), other_words, t, parallel);
-    p.inverse_fmul_w(f, g, static_cast<u64*>(target.buffer().ptr), skip, len, t, parallel);
+    p.forward(f, Words{as_u64(other), other_words}, t, parallel);
+    p.inverse_fmul(f, g, Window{static_cast<u64*>(target.buffer().ptr), skip, len}, t, parallel);
     expect_window(other, skip, len, static_cast<u64*>(target.buffer().ptr));
     EXPECT_EQ(std::memcmp(g, before.data(), before.size()), 0);
     EXPECT_TRUE(target.intact());
   }
   std::vector<u64> square(kept.size());
-  p.inverse_fsqr_w(g, square.data(), 0, square.size(), t, parallel);
+  p.inverse_fsqr(g, Window{square.data(), 0, square.size()}, t, parallel);
   expect_window(kept, 0, square.size(), square.data());
   EXPECT_TRUE(F.intact() && G.intact() && tmp.intact());
 }
@@ -151,17 +151,17 @@ inline void check_wrapped(const Parameters& p, Random& random, u64 threads) {
   for (u64 kind = 0; kind < 3; ++kind) {
     const std::vector<u32> a = operand(random, n, kind);
     const std::vector<u32> b = operand(random, kind == 1 ? n / 3 : n, 2 - kind);
-    p.forward_cyclic(f, a.data(), a.size(), t, parallel);
-    p.forward_cyclic(g, b.data(), b.size(), t, parallel);
-    p.pointwise_cyclic(f, g, T, t, parallel);
+    p.wrapped()->forward_cyclic(f, Words{a.data(), a.size()}, t, parallel);
+    p.wrapped()->forward_cyclic(g, Words{b.data(), b.size()}, t, parallel);
+    p.wrapped()->pointwise_cyclic(f, g, T, t, parallel);
     std::vector<u32> found(T, T + n);
     // W^n - 1 stands for 0.
     if (std::all_of(found.begin(), found.end(), [](u32 w) { return w == ~u32{0}; })) found.assign(n, 0);
     found.push_back(0);
     EXPECT_EQ(found, gmp_wrapped(a, b, n, false)) << "cyclic " << kind;
-    p.forward_negacyclic(f, a.data(), a.size(), t, parallel);
-    p.forward_negacyclic(g, b.data(), b.size(), t, parallel);
-    const bool top = p.pointwise_negacyclic(f, g, T, t, parallel);
+    p.wrapped()->forward_negacyclic(f, Words{a.data(), a.size()}, t, parallel);
+    p.wrapped()->forward_negacyclic(g, Words{b.data(), b.size()}, t, parallel);
+    const bool top = p.wrapped()->pointwise_negacyclic(f, g, T, t, parallel);
     found.assign(T, T + n);
     found.push_back(top);
     EXPECT_EQ(found, gmp_wrapped(a, b, n, true)) << "negacyclic " << kind;
@@ -170,8 +170,8 @@ inline void check_wrapped(const Parameters& p, Random& random, u64 threads) {
   if (n % 2 == 0) {
     std::vector<u32> half(n);  // its square is W^n
     half[n / 2] = 1;
-    p.forward_negacyclic(f, half.data(), n, t, parallel);
-    EXPECT_TRUE(p.pointwise_negacyclic(f, f, T, t, parallel));
+    p.wrapped()->forward_negacyclic(f, Words{half.data(), n}, t, parallel);
+    EXPECT_TRUE(p.wrapped()->pointwise_negacyclic(f, f, T, t, parallel));
     EXPECT_TRUE(std::all_of(T, T + n, [](u32 w) { return w == 0; }));
   }
   EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && target.intact());

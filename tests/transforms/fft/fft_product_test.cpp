@@ -11,9 +11,11 @@
 namespace orl::test {
 namespace {
 
-using Words = std::vector<u32>;
+using WordVector = std::vector<u32>;
 
-Words product(const Words& a, const Words& b) { return (Mpz(a) * Mpz(b)).words<u32>(a.size() + b.size()); }
+WordVector product(const WordVector& a, const WordVector& b) {
+  return (Mpz(a) * Mpz(b)).words<u32>(a.size() + b.size());
+}
 
 /// Runs products in scratch of exactly the stated size.
 class Runner {
@@ -21,45 +23,46 @@ class Runner {
   Runner(const TransformTables& tables, Parallelizer& parallelizer, u64 tds)
       : tables_(tables), parallelizer_(parallelizer), tds_(tds) {}
 
-  Words mul(const Words& a, const Words& b, u64 skip, u64 len) const {
+  WordVector mul(const WordVector& a, const WordVector& b, u64 skip, u64 len) const {
     return window(32 * (a.size() + b.size()), skip, len, [&](const MultiplyContext& ctx, u32* T) {
-      fft_algorithm().mul_window(ctx, T, skip, len, a.data(), a.size(), b.data(), b.size());
+      fft_algorithm().mul_window(ctx, Window{T, skip, len}, Words{a.data(), a.size()},
+                                 Words{b.data(), b.size()});
     });
   }
-  Words sqr(const Words& a, u64 skip, u64 len) const {
+  WordVector sqr(const WordVector& a, u64 skip, u64 len) const {
     return window(64 * a.size(), skip, len, [&](const MultiplyContext& ctx, u32* T) {
-      fft_algorithm().sqr_window(ctx, T, skip, len, a.data(), a.size());
+      fft_algorithm().sqr_window(ctx, Window{T, skip, len}, Words{a.data(), a.size()});
     });
   }
   /// By way of forward transforms in a shape for `bits`; b's is used twice, and must not change.
-  Words mul_kept(u64 bits, const Words& a, const Words& b, u64 skip, u64 len) const {
+  WordVector mul_kept(u64 bits, const WordVector& a, const WordVector& b, u64 skip, u64 len) const {
     return window(bits, skip, len, [&](MultiplyContext ctx, u32* T) {
       ParametersBox box;
       const Parameters& p = fft_algorithm().parameters_for(box, &tables_, bits, tds_);
       void* F = ctx.scratch.cut<u8>(p.transform_size());
       void* G = ctx.scratch.cut<u8>(p.transform_size());
       void* tmp = ctx.scratch.cut<u8>(p.scratch_size());
-      p.forward(G, b.data(), b.size(), tmp, ctx.parallel);
+      p.forward(G, Words{b.data(), b.size()}, tmp, ctx.parallel);
       for (int round = 0; round < 2; ++round) {
-        p.forward(F, a.data(), a.size(), tmp, ctx.parallel);
-        p.inverse_fmul(F, G, T, skip, len, tmp, ctx.parallel);
+        p.forward(F, Words{a.data(), a.size()}, tmp, ctx.parallel);
+        p.inverse_fmul(F, G, Window{T, skip, len}, tmp, ctx.parallel);
       }
     });
   }
-  Words sqr_kept(u64 bits, const Words& a, u64 skip, u64 len) const {
+  WordVector sqr_kept(u64 bits, const WordVector& a, u64 skip, u64 len) const {
     return window(bits, skip, len, [&](MultiplyContext ctx, u32* T) {
       ParametersBox box;
       const Parameters& p = fft_algorithm().parameters_for(box, &tables_, bits, tds_);
       void* F = ctx.scratch.cut<u8>(p.transform_size());
       void* tmp = ctx.scratch.cut<u8>(p.scratch_size());
-      p.forward(F, a.data(), a.size(), tmp, ctx.parallel);
-      p.inverse_fsqr(F, T, skip, len, tmp, ctx.parallel);
+      p.forward(F, Words{a.data(), a.size()}, tmp, ctx.parallel);
+      p.inverse_fsqr(F, Window{T, skip, len}, tmp, ctx.parallel);
     });
   }
 
  private:
   template <class Body>
-  Words window(u64 bits, u64 skip, u64 len, Body&& body) const {
+  WordVector window(u64 bits, u64 skip, u64 len, Body&& body) const {
     GuardedBytes scratch(fft_algorithm().sizes(bits, tds_).total_bytes());
     GuardedWords<u32> out(len - skip, skip % 16);
     body(MultiplyContext{{parallelizer_, tds_}, tables_, scratch.buffer()}, out.data());
@@ -73,7 +76,9 @@ class Runner {
   u64 tds_;
 };
 
-Words slice(const Words& full, u64 skip, u64 len) { return {full.begin() + skip, full.begin() + len}; }
+WordVector slice(const WordVector& full, u64 skip, u64 len) {
+  return {full.begin() + skip, full.begin() + len};
+}
 
 class FftProduct : public EachTarget {
  protected:
@@ -92,10 +97,10 @@ TEST_P(FftProduct, AgreesWithGmpAtEveryRow) {
     // The whole row, and just past the row before it; balanced or not.
     for (const u64 words : {row.bits / 32, smaller / 32 + 2}) {
       const u64 an = random.coin() ? words / 2 : random.between(1, words - 1);
-      const Words a = random.words<u32>(an), b = random.words<u32>(words - an);
+      const WordVector a = random.words<u32>(an), b = random.words<u32>(words - an);
       ASSERT_EQ(run.mul(a, b, 0, words), product(a, b)) << text_of(row) << ", " << an << " of " << words;
     }
-    const Words ones(row.bits / 64, ~u32{0});
+    const WordVector ones(row.bits / 64, ~u32{0});
     ASSERT_EQ(run.sqr(ones, 0, 2 * ones.size()), product(ones, ones)) << text_of(row);
     smaller = row.bits;
   }
@@ -111,8 +116,8 @@ TEST_P(FftProduct, AgreesOnWindowsKeptTransformsAndTasks) {
     if (GetParam() == simd::Target::kScalar && bits > 1300000) break;
     const u64 words = find_fft_row(bits).bits / 32;
     const u64 an = random.between(1, words - 1);
-    const Words a = random.words<u32>(an), b = random.words<u32>(words - an), full = product(a, b);
-    const Words c = random.words<u32>(words / 2), square = product(c, c);
+    const WordVector a = random.words<u32>(an), b = random.words<u32>(words - an), full = product(a, b);
+    const WordVector c = random.words<u32>(words / 2), square = product(c, c);
     for (const u64 tds : {1, 2, 3, 8}) {
       SCOPED_TRACE(std::to_string(bits) + " bits, " + std::to_string(tds) + " tasks");
       const Runner run(*tables, reverse, tds);
@@ -140,11 +145,11 @@ TEST_P(FftProduct, CarriesRunThroughAllOnes) {
     for (int round = 0; round < 6; ++round) {
       // x (2^n - 1) + x = x 2^n: the product of x = 1 + small and all ones ends in ones that x's low part
       // breaks.
-      Words a(random.between(1, words / 2), 0), b(words - a.size(), ~u32{0});
+      WordVector a(random.between(1, words / 2), 0), b(words - a.size(), ~u32{0});
       a[0] = random.coin() ? 1 : static_cast<u32>(random.below(1000) + 1);
       if (random.coin()) a.back() = random.edge_word<u32>();
       if (random.coin()) b[0] = random.edge_word<u32>();
-      const Words full = product(a, b);
+      const WordVector full = product(a, b);
       for (const u64 tds : {1, 3}) {
         const u64 skip = random.below(words), len = random.between(skip + 1, words);
         const Runner run(*tables, reverse, tds);
@@ -164,8 +169,8 @@ TEST(FftThreads, ResultsDoNotDependOnTasksOrThreads) {
   const Tables tables(9000000);
   Parallelizer_Spawn spawn;
   for (const u64 bits : {1228800, 8400000}) {
-    const Words a = random.words<u32>(bits / 64), b = random.words<u32>(bits / 64);
-    const Words full = product(a, b);
+    const WordVector a = random.words<u32>(bits / 64), b = random.words<u32>(bits / 64);
+    const WordVector full = product(a, b);
     for (const u64 tds : {1, 2, 3, 8})
       ASSERT_EQ(Runner(*tables, spawn, tds).mul(a, b, 0, full.size()), full) << tds;
   }
@@ -177,7 +182,7 @@ TEST(FftLargest, ProductOfTheLastRowIsExact) {
   const u64 bits = fft_algorithm().max_bits();
   const Tables tables(bits);
   Parallelizer_None none;
-  const Words ones(bits / 64, ~u32{0}), a = random.words<u32>(bits / 64);
+  const WordVector ones(bits / 64, ~u32{0}), a = random.words<u32>(bits / 64);
   ASSERT_TRUE(Runner(*tables, none, 1).mul(ones, a, 0, bits / 32) == product(ones, a));
 }
 
@@ -192,7 +197,7 @@ TEST(FftWordTypes, U64EntriesDoubleTheCounts) {
   GuardedBytes scratch(fft_algorithm().sizes(64 * (an + bn), 1).total_bytes());
   const MultiplyContext ctx{{none, 1}, *tables, scratch.buffer()};
   std::vector<u64> out(len - skip);
-  fft_algorithm().mul_window(ctx, out.data(), skip, len, a.data(), an, b.data(), bn);
+  fft_algorithm().mul_window(ctx, Window{out.data(), skip, len}, Words{a.data(), an}, Words{b.data(), bn});
   EXPECT_TRUE(std::equal(out.begin(), out.end(), full.begin() + skip));
 
   ParametersBox box;
@@ -201,9 +206,9 @@ TEST(FftWordTypes, U64EntriesDoubleTheCounts) {
   void* F = buffer.cut<u8>(p.transform_size());
   void* G = buffer.cut<u8>(p.transform_size());
   void* tmp = buffer.cut<u8>(p.scratch_size());
-  p.forward_w(F, a.data(), an, tmp, ctx.parallel);
-  p.forward_w(G, b.data(), bn, tmp, ctx.parallel);
-  p.inverse_fmul_w(F, G, out.data(), skip, len, tmp, ctx.parallel);
+  p.forward(F, Words{a.data(), an}, tmp, ctx.parallel);
+  p.forward(G, Words{b.data(), bn}, tmp, ctx.parallel);
+  p.inverse_fmul(F, G, Window{out.data(), skip, len}, tmp, ctx.parallel);
   EXPECT_TRUE(std::equal(out.begin(), out.end(), full.begin() + skip));
 }
 
@@ -220,9 +225,9 @@ TEST(FftParameters, RefuseWhatDoesNotFitAndKnowTheirLikes) {
   LinearHeapBuffer buffer = memory.buffer();
   void* F = buffer.cut<u8>(p.transform_size());
   void* tmp = buffer.cut<u8>(p.transform_size());
-  const Words a(row.bits / 32 + 1, 1);
+  const WordVector a(row.bits / 32 + 1, 1);
   try {
-    p.forward(F, a.data(), a.size(), tmp, {none, 1});
+    p.forward(F, Words{a.data(), a.size()}, tmp, {none, 1});
     FAIL() << "an operand longer than the shape was taken";
   } catch (const ConvolutionTooSmallException& e) {
     EXPECT_EQ(e.function(), "FFT");

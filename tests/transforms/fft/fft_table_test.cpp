@@ -122,9 +122,10 @@ TEST(FftTwiddles, AProductBeyondItsTablesIsRefused) {
   GuardedBytes scratch(fft.sizes(64 * words, 1).total_bytes());
   Parallelizer_None serial;
   const MultiplyContext ctx{{serial, 1}, tables, scratch.buffer()};
-  EXPECT_THROW(fft.sqr_window(ctx, product.data(), 0, 2 * words, a.data(), words),
+  EXPECT_THROW(fft.sqr_window(ctx, Window{product.data(), 0, 2 * words}, Words{a.data(), words}),
                InvalidParametersException);
-  EXPECT_THROW(fft.mul_window(ctx, product.data(), 0, 2 * words, a.data(), words, a.data(), words),
+  EXPECT_THROW(fft.mul_window(ctx, Window{product.data(), 0, 2 * words}, Words{a.data(), words},
+                              Words{a.data(), words}),
                InvalidParametersException);
 }
 

@@ -53,11 +53,11 @@ void check_row(const HntRow& row, Random& random, u64 threads) {
   const auto product = [&](const std::vector<u32>& a, const std::vector<u32>& b, u64 skip, u64 len) {
     const GuardedBlock target((4 * (len - skip) + 63) / 64 * 64);
     u32* T = static_cast<u32*>(target.buffer().ptr);
-    p.forward(f, a.data(), a.size(), t, parallel);
-    p.forward(g, b.data(), b.size(), t, parallel);
+    p.forward(f, Words{a.data(), a.size()}, t, parallel);
+    p.forward(g, Words{b.data(), b.size()}, t, parallel);
     const std::vector<u32> right = gmp_product(a, b);
     const std::vector<u8> before(static_cast<u8*>(g), static_cast<u8*>(g) + p.transform_size());
-    p.inverse_fmul(f, g, T, skip, len, t, parallel);
+    p.inverse_fmul(f, g, Window{T, skip, len}, t, parallel);
     EXPECT_EQ(std::memcmp(T, right.data() + skip, 4 * (len - skip)), 0) << skip << " to " << len;
     EXPECT_EQ(std::memcmp(g, before.data(), before.size()), 0);
     EXPECT_TRUE(target.intact());
@@ -78,8 +78,8 @@ void check_row(const HntRow& row, Random& random, u64 threads) {
 
   const std::vector<u32> s = operand(random, words / 2, 2);
   std::vector<u32> square(2 * s.size());
-  p.forward(g, s.data(), s.size(), t, parallel);
-  p.inverse_fsqr(g, square.data(), 0, square.size(), t, parallel);
+  p.forward(g, Words{s.data(), s.size()}, t, parallel);
+  p.inverse_fsqr(g, Window{square.data(), 0, square.size()}, t, parallel);
   EXPECT_EQ(square, gmp_product(s, s));
   EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && own.memory.intact());
 }
@@ -126,9 +126,11 @@ TEST(HntChecks, RefusesWhatDoesNotFit) {
   const GuardedBlock F(p.transform_size()), tmp(p.scratch_size());
   void *const f = F.buffer().ptr, *const t = tmp.buffer().ptr;
   std::vector<u32> a(row.bits() / 32 + 1, 5);
-  EXPECT_THROW(p.forward(f, a.data(), a.size(), t, {none, 1}), ConvolutionTooSmallException);
-  EXPECT_THROW(p.inverse_fmul(f, f, a.data(), 0, a.size(), t, {none, 1}), ConvolutionTooSmallException);
-  EXPECT_THROW(without_tables.forward(f, a.data(), a.size() / 2, t, {none, 1}), InvalidParametersException);
+  EXPECT_THROW(p.forward(f, Words{a.data(), a.size()}, t, {none, 1}), ConvolutionTooSmallException);
+  EXPECT_THROW(p.inverse_fmul(f, f, Window{a.data(), 0, a.size()}, t, {none, 1}),
+               ConvolutionTooSmallException);
+  EXPECT_THROW(without_tables.forward(f, Words{a.data(), a.size() / 2}, t, {none, 1}),
+               InvalidParametersException);
 }
 
 TEST(HntChecks, CatchesCorruptedData) {
@@ -140,19 +142,20 @@ TEST(HntChecks, CatchesCorruptedData) {
   void *const f = F.buffer().ptr, *const t = tmp.buffer().ptr;
   Parallelizer_None none;
   std::vector<u32> a(row.bits() / 64, 77), product(2 * a.size());
-  p.forward(f, a.data(), a.size(), t, {none, 1});
+  p.forward(f, Words{a.data(), a.size()}, t, {none, 1});
   static_cast<double*>(f)[17] += 1;
   try {
-    p.inverse_fsqr(f, product.data(), 0, product.size(), t, {none, 1});
+    p.inverse_fsqr(f, Window{product.data(), 0, product.size()}, t, {none, 1});
     FAIL() << "a changed residue went unseen";
   } catch (const AlgorithmFailedException& e) {
     EXPECT_EQ(e.message(), "Coefficient is too large.");
   }
   // A wrong remainder is wrong everywhere, and fills the word that no product reaches.
-  p.forward(f, a.data(), a.size(), t, {none, 1});
+  p.forward(f, Words{a.data(), a.size()}, t, {none, 1});
   double* last = static_cast<double*>(f) + p.transform_size() / 8 - 40;
   *last += 0x1p40;
-  EXPECT_THROW(p.inverse_fsqr(f, product.data(), 0, product.size(), t, {none, 1}), AlgorithmFailedException);
+  EXPECT_THROW(p.inverse_fsqr(f, Window{product.data(), 0, product.size()}, t, {none, 1}),
+               AlgorithmFailedException);
 }
 
 }  // namespace

@@ -22,18 +22,20 @@ namespace {
 using simd::Target;
 using test::GuardedBlock;
 using test::Random;
-using Words = std::vector<u32>;
+using WordVector = std::vector<u32>;
 
 /// An mpz_t that frees itself.
 struct Integer {
   Integer() { mpz_init(z); }
-  explicit Integer(const Words& words) : Integer() { mpz_import(z, words.size(), -1, 4, 0, 0, words.data()); }
+  explicit Integer(const WordVector& words) : Integer() {
+    mpz_import(z, words.size(), -1, 4, 0, 0, words.data());
+  }
   Integer(const Integer&) = delete;
   Integer& operator=(const Integer&) = delete;
   ~Integer() { mpz_clear(z); }
   /// The low `count` words; the value may have one more.
-  Words words(u64 count) const {
-    Words w(std::max<u64>(count, mpz_sizeinbase(z, 2) / 32 + 1));
+  WordVector words(u64 count) const {
+    WordVector w(std::max<u64>(count, mpz_sizeinbase(z, 2) / 32 + 1));
     mpz_export(w.data(), nullptr, -1, 4, 0, 0, z);
     w.resize(count);
     return w;
@@ -41,7 +43,7 @@ struct Integer {
   mpz_t z;
 };
 
-Words gmp_product(const Words& a, const Words& b) {
+WordVector gmp_product(const WordVector& a, const WordVector& b) {
   Integer x(a), y(b);
   mpz_mul(x.z, x.z, y.z);
   return x.words(a.size() + b.size());
@@ -97,25 +99,26 @@ struct Shape {
   GuardedBlock F{64}, G{64}, tmp{64};
 };
 
-Words ones(u64 words) { return Words(words, ~u32{0}); }
+WordVector ones(u64 words) { return WordVector(words, ~u32{0}); }
 
 template <class R>
 class NttTest : public testing::Test {
  protected:
   static const Algorithm& algorithm() { return FamilyOf<R>::algorithm(); }
 
-  static void check(const TransformTables& tables, Parallelizer& parallelizer, u64 threads, const Words& a,
-                    const Words& b, u64 skip, u64 len) {
+  static void check(const TransformTables& tables, Parallelizer& parallelizer, u64 threads,
+                    const WordVector& a, const WordVector& b, u64 skip, u64 len) {
     const bool square = &a == &b;
     const MultiplySizes sizes = algorithm().sizes((a.size() + b.size()) * 32, threads);
     const GuardedBlock scratch(square ? sizes.square_bytes() : sizes.total_bytes());
     const MultiplyContext ctx{{parallelizer, threads}, tables, scratch.buffer()};
     test::GuardedWords<u32> T(len - skip, 1);
     if (square)
-      algorithm().sqr_window(ctx, T.data(), skip, len, a.data(), a.size());
+      algorithm().sqr_window(ctx, Window{T.data(), skip, len}, Words{a.data(), a.size()});
     else
-      algorithm().mul_window(ctx, T.data(), skip, len, a.data(), a.size(), b.data(), b.size());
-    const Words right = gmp_product(a, b);
+      algorithm().mul_window(ctx, Window{T.data(), skip, len}, Words{a.data(), a.size()},
+                             Words{b.data(), b.size()});
+    const WordVector right = gmp_product(a, b);
     ASSERT_EQ(std::memcmp(T.data(), right.data() + skip, 4 * (len - skip)), 0)
         << a.size() << " by " << b.size() << ", " << skip << " to " << len;
     ASSERT_TRUE(scratch.intact() && T.intact());
@@ -138,7 +141,7 @@ class NttTest : public testing::Test {
       const u64 skip = random.below(words), len = random.between(skip + 1, words);
       check(tables, spawn, random.between(1, 5), random.words<u32>(al), random.words<u32>(words - al), skip,
             len);
-      const Words s = random.words<u32>(below / 64 + 1);
+      const WordVector s = random.words<u32>(below / 64 + 1);
       check(tables, none, 1, s, s, 0, 2 * s.size());
       below = row.bits();
       if (testing::Test::HasFatalFailure()) return;
@@ -157,30 +160,31 @@ class NttTest : public testing::Test {
     const std::vector<u64> kept = random.words<u64>(al);
     const auto as_u32 = [](const std::vector<u64>& v) {
       const u32* w = reinterpret_cast<const u32*>(v.data());
-      return Words(w, w + 2 * v.size());
+      return WordVector(w, w + 2 * v.size());
     };
-    p.forward_w(shape.g(), kept.data(), al, shape.t(), parallel);
+    p.forward(shape.g(), Words{kept.data(), al}, shape.t(), parallel);
     const u8* bytes = static_cast<const u8*>(shape.g());
     const std::vector<u8> before(bytes, bytes + p.transform_size());
     for (const u64 bl : {words - al, random.between(1, al)}) {
       const std::vector<u64> other = random.words<u64>(bl);
       const u64 skip = random.below(al + bl), len = random.between(skip + 1, al + bl);
       test::GuardedWords<u64> T(len - skip);
-      p.forward_w(shape.f(), other.data(), bl, shape.t(), parallel);
-      p.inverse_fmul_w(shape.f(), shape.g(), T.data(), skip, len, shape.t(), parallel);
-      const Words right = gmp_product(as_u32(kept), as_u32(other));
+      p.forward(shape.f(), Words{other.data(), bl}, shape.t(), parallel);
+      p.inverse_fmul(shape.f(), shape.g(), Window{T.data(), skip, len}, shape.t(), parallel);
+      const WordVector right = gmp_product(as_u32(kept), as_u32(other));
       EXPECT_EQ(std::memcmp(T.data(), right.data() + 2 * skip, 8 * (len - skip)), 0) << skip << " to " << len;
       EXPECT_TRUE(T.intact());
       EXPECT_EQ(std::memcmp(shape.g(), before.data(), before.size()), 0);
     }
     std::vector<u64> square(2 * al);
-    p.inverse_fsqr_w(shape.g(), square.data(), 0, 2 * al, shape.t(), parallel);
+    p.inverse_fsqr(shape.g(), Window{square.data(), 0, 2 * al}, shape.t(), parallel);
     EXPECT_EQ(as_u32(square), gmp_product(as_u32(kept), as_u32(kept)));
     EXPECT_TRUE(shape.intact());
   }
 
   // Both wrapped products of a and b; a square when they are one.
-  static void check_wrapped(const Shape<R>& shape, const Words& a, const Words& b, ParallelContext parallel) {
+  static void check_wrapped(const Shape<R>& shape, const WordVector& a, const WordVector& b,
+                            ParallelContext parallel) {
     const Parameters& p = *shape.p;
     const u64 n = p.cyclic_words();
     for (const bool negacyclic : {false, true}) {
@@ -190,18 +194,18 @@ class NttTest : public testing::Test {
       mpz_mul(x.z, x.z, y.z);
       mpz_mod(x.z, x.z, modulus.z);
       test::GuardedWords<u32> T(n, 1);
-      const auto forward = [&](void* F, const Words& v) {
-        negacyclic ? p.forward_negacyclic(F, v.data(), v.size(), shape.t(), parallel)
-                   : p.forward_cyclic(F, v.data(), v.size(), shape.t(), parallel);
+      const auto forward = [&](void* F, const WordVector& v) {
+        negacyclic ? p.wrapped()->forward_negacyclic(F, Words{v.data(), v.size()}, shape.t(), parallel)
+                   : p.wrapped()->forward_cyclic(F, Words{v.data(), v.size()}, shape.t(), parallel);
       };
       forward(shape.f(), a);
       if (&a != &b) forward(shape.g(), b);
       void* const g = &a == &b ? shape.f() : shape.g();
       bool whole = false;
       if (negacyclic)
-        whole = p.pointwise_negacyclic(shape.f(), g, T.data(), shape.t(), parallel);
+        whole = p.wrapped()->pointwise_negacyclic(shape.f(), g, T.data(), shape.t(), parallel);
       else
-        p.pointwise_cyclic(shape.f(), g, T.data(), shape.t(), parallel);
+        p.wrapped()->pointwise_cyclic(shape.f(), g, T.data(), shape.t(), parallel);
       Integer found(T.words());
       if (whole) {
         EXPECT_EQ(mpz_sgn(found.z), 0);
@@ -221,14 +225,14 @@ class NttTest : public testing::Test {
     const ParallelContext parallel{spawn, threads};
     const u64 n = shape.p->cyclic_words();
     ASSERT_EQ(n, row.bits() / 32);
-    const Words all = ones(n), one{1};
-    Words half(n / 2 + 1);  // W^(n/2): its square is W^n, which is -1 or 1
+    const WordVector all = ones(n), one{1};
+    WordVector half(n / 2 + 1);  // W^(n/2): its square is W^n, which is -1 or 1
     half.back() = 1;
     check_wrapped(shape, all, all, parallel);  // 0 and 4
     check_wrapped(shape, all, one, parallel);
     check_wrapped(shape, half, half, parallel);
     check_wrapped(shape, random.words<u32>(n), random.words<u32>(random.between(1, n)), parallel);
-    check_wrapped(shape, random.words<u32>(random.between(1, n)), Words(3, 0), parallel);
+    check_wrapped(shape, random.words<u32>(random.between(1, n)), WordVector(3, 0), parallel);
     EXPECT_TRUE(shape.intact());
   }
 };
@@ -278,12 +282,12 @@ TYPED_TEST(NttTest, ThreadsDoNotChangeAProduct) {
   const Shape<TypeParam> one(row), four(row);
   Parallelizer_Spawn spawn;
   const u64 n = row.bits() / 32;
-  const Words a = random.words<u32>(n), b = random.words<u32>(n);
-  Words T(n), U(n);
-  const auto run = [&](const Shape<TypeParam>& s, u64 threads, Words& out) {
-    s.p->forward_negacyclic(s.f(), a.data(), n, s.t(), {spawn, threads});
-    s.p->forward_negacyclic(s.g(), b.data(), n, s.t(), {spawn, threads});
-    return s.p->pointwise_negacyclic(s.f(), s.g(), out.data(), s.t(), {spawn, threads});
+  const WordVector a = random.words<u32>(n), b = random.words<u32>(n);
+  WordVector T(n), U(n);
+  const auto run = [&](const Shape<TypeParam>& s, u64 threads, WordVector& out) {
+    s.p->wrapped()->forward_negacyclic(s.f(), Words{a.data(), n}, s.t(), {spawn, threads});
+    s.p->wrapped()->forward_negacyclic(s.g(), Words{b.data(), n}, s.t(), {spawn, threads});
+    return s.p->wrapped()->pointwise_negacyclic(s.f(), s.g(), out.data(), s.t(), {spawn, threads});
   };
   EXPECT_EQ(run(one, 1, T), run(four, 4, U));
   EXPECT_EQ(T, U);
@@ -297,14 +301,14 @@ TYPED_TEST(NttTest, CarriesRunThroughBlocksBelowTheWindow) {
   const GuardedBlock memory(algorithm.table_bytes(32 * words));
   TransformTables tables(memory.buffer());
   algorithm.ensure_tables(tables, 32 * words);
-  Words a(words - 1, 0xaaaaaaaa);
+  WordVector a(words - 1, 0xaaaaaaaa);
   a[0] = 0xaaaaaaab;
   Parallelizer_Spawn spawn;
   Random random;
   SCOPED_TRACE(random.replay());
   for (u32 i = 0; i < 20; ++i) {
     const u64 skip = random.below(words - 1), len = random.between(skip + 1, words);
-    Words x = a;
+    WordVector x = a;
     if (i % 2) --x[skip - std::min(skip, random.between(1, 1500))];  // the carry ends here
     this->check(tables, spawn, 3, x, {3}, skip, len);
     if (this->HasFatalFailure()) return;
@@ -343,24 +347,24 @@ TYPED_TEST(NttTest, RefusesWhatDoesNotFit) {
   EXPECT_FALSE(shape.p->compatible(without_roots));
 
   Parallelizer_None none;
-  Words a(row.bits() / 32 + 1, 5);
+  WordVector a(row.bits() / 32 + 1, 5);
   const ParallelContext one{none, 1};
-  EXPECT_THROW(shape.p->forward(shape.f(), a.data(), a.size(), shape.t(), one), ConvolutionTooSmallException);
-  EXPECT_THROW(shape.p->forward_cyclic(shape.f(), a.data(), a.size(), shape.t(), one),
+  EXPECT_THROW(shape.p->forward(shape.f(), Words{a.data(), a.size()}, shape.t(), one),
                ConvolutionTooSmallException);
-  EXPECT_THROW(shape.p->inverse_fmul(shape.f(), shape.f(), a.data(), 0, a.size(), shape.t(), one),
+  EXPECT_THROW(shape.p->wrapped()->forward_cyclic(shape.f(), Words{a.data(), a.size()}, shape.t(), one),
                ConvolutionTooSmallException);
-  EXPECT_THROW(without_roots.forward(shape.f(), a.data(), 1, shape.t(), one), InvalidParametersException);
+  EXPECT_THROW(shape.p->inverse_fmul(shape.f(), shape.f(), Window{a.data(), 0, a.size()}, shape.t(), one),
+               ConvolutionTooSmallException);
+  EXPECT_THROW(without_roots.forward(shape.f(), Words{a.data(), 1}, shape.t(), one),
+               InvalidParametersException);
 }
 
 TEST(NttWrapping, LargestShapesDoNotWrap) {
   const auto expect_refused = [](const Algorithm& algorithm) {
     ParametersBox box;
     const Parameters& p = algorithm.parameters_for(box, nullptr, algorithm.max_bits(), 1);
-    Parallelizer_None none;
-    const u32 a = 1;
+    EXPECT_EQ(p.wrapped(), nullptr);
     EXPECT_EQ(p.cyclic_words(), 0u);
-    EXPECT_THROW(p.forward_negacyclic(nullptr, &a, 1, nullptr, {none, 1}), InvalidParametersException);
   };
   expect_refused(n64_algorithm());
   expect_refused(n32_algorithm());
@@ -378,15 +382,15 @@ TYPED_TEST(NttTest, AWrongResidueIsSeen) {
   const u64 words = p.max_bits() / 64;
   u32 thrown = 0;
   for (u32 i = 0; i < 30; ++i) {
-    Words a(words);
+    WordVector a(words);
     for (u32& w : a) w = random.word<u32>();
-    p.forward(shape.f(), a.data(), words, shape.t(), one);
-    p.forward(shape.g(), a.data(), words, shape.t(), one);
+    p.forward(shape.f(), Words{a.data(), words}, shape.t(), one);
+    p.forward(shape.g(), Words{a.data(), words}, shape.t(), one);
     static_cast<TypeParam*>(shape.g())[random.below(5 << 9)] ^= TypeParam{1}
                                                                 << random.below(8 * sizeof(TypeParam) - 1);
-    Words T(2 * words);
+    WordVector T(2 * words);
     try {
-      p.inverse_fmul(shape.f(), shape.g(), T.data(), 0, T.size(), shape.t(), one);
+      p.inverse_fmul(shape.f(), shape.g(), Window{T.data(), 0, T.size()}, shape.t(), one);
       EXPECT_NE(T, gmp_product(a, a));
     } catch (const ConvolutionFailedException&) {
       ++thrown;

@@ -111,9 +111,11 @@ TEST(VstChecks, RefusesWhatDoesNotFit) {
   const GuardedBlock F(without_tables.transform_size()), tmp(without_tables.scratch_size());
   void *const f = F.buffer().ptr, *const t = tmp.buffer().ptr;
   std::vector<u32> a(row.bits() / 32 + 1, 5);
-  EXPECT_THROW(p.forward(f, a.data(), a.size(), t, {none, 1}), ConvolutionTooSmallException);
-  EXPECT_THROW(p.inverse_fmul(f, f, a.data(), 0, a.size(), t, {none, 1}), ConvolutionTooSmallException);
-  EXPECT_THROW(without_tables.forward(f, a.data(), a.size(), t, {none, 1}), InvalidParametersException);
+  EXPECT_THROW(p.forward(f, Words{a.data(), a.size()}, t, {none, 1}), ConvolutionTooSmallException);
+  EXPECT_THROW(p.inverse_fmul(f, f, Window{a.data(), 0, a.size()}, t, {none, 1}),
+               ConvolutionTooSmallException);
+  EXPECT_THROW(without_tables.forward(f, Words{a.data(), a.size()}, t, {none, 1}),
+               InvalidParametersException);
 }
 
 TEST(VstChecks, RefusesCoefficientsThatAreTooLarge) {
@@ -124,9 +126,9 @@ TEST(VstChecks, RefusesCoefficientsThatAreTooLarge) {
   const GuardedBlock F(p.transform_size()), tmp(p.scratch_size());
   Parallelizer_None none;
   std::vector<u32> a(row.bits() / 64, 77), t(row.bits() / 32);
-  p.forward(F.buffer().ptr, a.data(), a.size(), tmp.buffer().ptr, {none, 1});
+  p.forward(F.buffer().ptr, Words{a.data(), a.size()}, tmp.buffer().ptr, {none, 1});
   static_cast<double*>(F.buffer().ptr)[17] += 1;
-  EXPECT_THROW(p.inverse_fsqr(F.buffer().ptr, t.data(), 0, t.size(), tmp.buffer().ptr, {none, 1}),
+  EXPECT_THROW(p.inverse_fsqr(F.buffer().ptr, Window{t.data(), 0, t.size()}, tmp.buffer().ptr, {none, 1}),
                ConvolutionFailedException);
 }
 
