@@ -30,8 +30,8 @@ struct FamilyTables {
   virtual ~FamilyTables() = default;
 };
 
-/// The shared tables of a computation: one FamilyTables a family, cut from one block that is allocated once.
-/// Grown by ensure_tables only while no multiplication runs; read-only otherwise.
+/// The shared tables of a computation: one FamilyTables per family, cut from one block that is allocated
+/// once. Grown by ensure_tables only while no multiplication runs; read-only otherwise.
 class TransformTables {
  public:
   /// Tables will be cut from `memory`, which the caller owns and keeps alive.
@@ -56,6 +56,7 @@ struct MultiplyContext {
   const TransformTables& tables;
   LinearHeapBuffer scratch;
 
+  /// This context with other scratch.
   MultiplyContext with_scratch(LinearHeapBuffer buffer) const { return {parallel, tables, buffer}; }
 };
 
@@ -83,8 +84,8 @@ struct TransformAreas {
 /// The two rings of wrapped products, for words W = 2^32: modulo W^n - 1, and modulo W^n + 1.
 enum class Wrap : u8 { cyclic, negacyclic };
 
-/// Products modulo W^n - 1 and W^n + 1, W = 2^32, of a shape that has them. The transforms of the two rings do
-/// not mix with each other or with Parameters::forward(). tmp holds scratch_size() bytes of the shape.
+/// Products modulo W^n - 1 and W^n + 1, W = 2^32, of a shape that has them. The transforms of the two rings
+/// do not mix with each other or with Parameters::forward(). tmp holds scratch_size() bytes of the shape.
 class WrappedProducts {
  public:
   u64 words() const { return words_; }  ///< n
@@ -112,9 +113,9 @@ class WrappedProducts {
                                ParallelContext parallel) const = 0;
   virtual bool pointwise_wrapped(Wrap ring, void* F, const void* G, u32* T, void* tmp,
                                  ParallelContext parallel) const = 0;
-  /// T[0, n) = A * B in the ring, for operands that nobody transformed, and what pointwise_wrapped returns: in
-  /// fewer sweeps where the family can. The transforms are lost; areas.G is areas.F when A is B. A may lie in
-  /// G's memory, and T as above.
+  /// T[0, n) = A * B in the ring, for operands that nobody transformed, and what pointwise_wrapped returns:
+  /// in fewer sweeps where the family can. The transforms are lost; areas.G is areas.F when A is B. A may lie
+  /// in G's memory, and T as above.
   virtual bool product_wrapped(Wrap ring, const TransformAreas& areas, Words<u32> A, Words<u32> B, u32* T,
                                ParallelContext parallel) const;
 
@@ -176,6 +177,7 @@ class ParametersBox {
   ParametersBox& operator=(const ParametersBox&) = delete;
   ~ParametersBox() { clear(); }
 
+  /// Makes a P in place of what is held.
   template <class P, class... Args>
   P& emplace(Args&&... args) {
     static_assert(sizeof(P) <= kBytes && alignof(P) <= 64);
@@ -184,6 +186,7 @@ class ParametersBox {
     held_ = p;
     return *p;
   }
+  /// Destroys what is held.
   void clear() {
     if (held_) held_->~Parameters();
     held_ = nullptr;

@@ -30,6 +30,7 @@ struct AlgorithmInstances {
   const Algorithm* swap_u32 = nullptr;
   const Algorithm* swap_u64 = nullptr;
 
+  /// The object for products in RAM.
   template <class W>
   const Algorithm* basic() const {
     if constexpr (sizeof(W) == 4)
@@ -59,15 +60,18 @@ struct AlgorithmRow {
   u64 threshold_bits;
 };
 
+/// See the head of this file.
 template <class W>
 class AlgorithmTable {
  public:
   static constexpr u32 word_bits = 8 * sizeof(W);
+  /// A row as it is looked up.
   struct Entry {
     u64 threshold;  ///< largest product in words
     const Algorithm* algorithm;
   };
 
+  /// Without rows; `name` is for warnings.
   explicit AlgorithmTable(std::string name) : name_(std::move(name)) {}
   AlgorithmTable(AlgorithmTable&&) = default;
   AlgorithmTable& operator=(AlgorithmTable&&) = default;
@@ -95,9 +99,9 @@ class AlgorithmTable {
   /// Bytes of a product of exactly `words` words.
   MultiplySizes sizes(u64 words, u64 tds) const;
   /// Bytes of the most demanding of all products of 1 to `words` words. Shapes do not grow steadily, so a
-  /// plan whose products may turn out shorter asks here. Cost: one step a shape, some microseconds.
+  /// plan whose products may turn out shorter asks here. Cost: one step per shape, some microseconds.
   MultiplySizes max_sizes(u64 words, u64 tds) const { return max_sizes(words, tds, 2); }
-  /// The same when `transforms` transforms are held at once: the shape with the largest
+  /// max_sizes() when `transforms` transforms are held at once: the shape with the largest
   /// transforms * transform_bytes + scratch_bytes.
   MultiplySizes max_sizes(u64 words, u64 tds, u64 transforms) const;
   /// Bytes of the most demanding of all bounded products, and squares, of 1 to `words` words, whose windows
@@ -166,14 +170,17 @@ struct TrimmedProduct {
   u64 b_offset, b_length;
   u64 skip, len;
 
+  /// What is left of the first operand.
   template <class W>
   Words<W> a(Words<W> A) const {
     return A.part(a_offset, a_length);
   }
+  /// What is left of the second operand.
   template <class W>
   Words<W> b(Words<W> B) const {
     return B.part(b_offset, b_length);
   }
+  /// The window, to T[0, len - skip).
   template <class W>
   Window<W> window(W* T) const {
     return {T, skip, len};
@@ -209,6 +216,7 @@ inline const AlgorithmTable<W>& basic_table() {
 template <class W>
 class ScopedBasicTable {
  public:
+  /// Any table.
   explicit ScopedBasicTable(AlgorithmTable<W> table);
   /// A table built from registered algorithms.
   explicit ScopedBasicTable(std::span<const AlgorithmRow> rows);

@@ -1,9 +1,9 @@
 // Schoolbook and Karatsuba multiplication of word arrays, W = u32 or u64.
 //
 // Arrays   least significant word first; lengths are at least 1; a result overlaps neither operand nor
-// scratch. Names    sqr a square, elm a product of two arrays of one length, mul a product of any two
-// lengths; a final B
-//          means schoolbook, K Karatsuba, no letter chooses by length.
+//          scratch.
+// Names    sqr a square, elm a product of two arrays of one length, mul a product of any two lengths; a final
+//          B means schoolbook, K Karatsuba, no letter chooses by length.
 // Scratch  sized by the functions *_scratch, in bytes; B forms take none.
 // Threads  everything runs in the calling thread on the caller's buffers.
 // Source   A. Karatsuba, Y. Ofman, "Multiplication of many-digit numbers by automatic computers", 1962; the
@@ -32,7 +32,7 @@ void elmB(W* T, const W* A, const W* B, u64 L);
 template <class W>
 void sqrB(W* T, const W* A, u64 L);
 
-/// The same by Karatsuba down to the cutoffs; lengths from 2.
+/// Products by Karatsuba down to the cutoffs; lengths from 2.
 template <class W>
 void mulK(W* T, const W* A, u64 AL, const W* B, u64 BL, W* tmp);  ///< tmp: mul_scratch(AL, BL)
 template <class W>
@@ -40,7 +40,7 @@ void elmK(W* T, const W* A, const W* B, u64 L, W* tmp);  ///< tmp: elm_scratch(L
 template <class W>
 void sqrK(W* T, const W* A, u64 L, W* tmp);  ///< tmp: sqr_scratch(L)
 
-/// The same, whichever is faster at the length; tmp may be null where its size is 0.
+/// Products by whichever is faster at the length; tmp may be null where its size is 0.
 template <class W>
 void mul(W* T, const W* A, u64 AL, const W* B, u64 BL, W* tmp);
 template <class W>
@@ -48,9 +48,9 @@ void elm(W* T, const W* A, const W* B, u64 L, W* tmp);
 template <class W>
 void sqr(W* T, const W* A, u64 L, W* tmp);
 
-/// T = its words of the product. Operands are trimmed to what can reach the window, so that carries from below
-/// it are lost: the lowest words of the window may be wrong unless T.skip is 0. tmp: mul_window_scratch() or
-/// sqr_window_scratch().
+/// T = its words of the product. Operands are trimmed to what can reach the window, so that carries from
+/// below it are lost: the lowest words of the window may be wrong unless T.skip is 0. tmp:
+/// mul_window_scratch() or sqr_window_scratch().
 template <class W>
 void mul_window(Window<W> T, Words<W> A, Words<W> B, W* tmp);
 template <class W>

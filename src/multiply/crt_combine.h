@@ -25,6 +25,7 @@ struct CrtWindow : Window<u32> {
 /// Where the n words of a cyclic residue lie, in pieces from the lowest up; a piece ends where the next one
 /// begins, and the last at n.
 struct CrtPieces {
+  /// Words from `begin` on.
   struct Piece {
     u64 begin;
     u32* words;
@@ -32,6 +33,7 @@ struct CrtPieces {
   std::array<Piece, 3> piece{};
   u64 count = 0;
 
+  /// Appends a piece; the end of piece `index`.
   void add(u64 begin, u32* words) { piece[count++] = {begin, words}; }
   u64 end(u64 index, u64 n) const { return index + 1 < count ? piece[index + 1].begin : n; }
 };

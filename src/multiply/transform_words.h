@@ -4,6 +4,8 @@
 // words above `end` are not wanted, nor those below `skip`. A product modulo W^n - 1, or one that folds, is
 // then long enough with n of P + (end - skip) words, P the shorter operand's, instead of both lengths: what
 // is not wanted above falls on what is not wanted below.
+//
+// Source   G. Hanrot, M. Quercia, P. Zimmermann, "The middle product algorithm I", AAECC 14 (2004).
 #pragma once
 
 #include <algorithm>
@@ -31,6 +33,7 @@ struct MiddleShape {
     return form == ProductForm::cyclic ? LinearHeapBuffer::cut_bytes<u32>(shape.cyclic_words()) : 0;
   }
 
+  /// F = the transform of A for products of this form.
   void forward(void* F, Words<W> A, void* tmp, ParallelContext parallel) const {
     if (form == ProductForm::cyclic)
       shape.wrapped()->forward_cyclic(F, A, tmp, parallel);
@@ -60,6 +63,7 @@ struct MiddleShape {
 };
 
 /// The length and the form of middle products that a plan chooses.
+/// Middle products with one kept transform, in whichever form the shape offers.
 template <class W>
 class MiddleProduct {
  public:

@@ -21,6 +21,7 @@ struct Words {
     return {reinterpret_cast<const u32*>(ptr), 2 * count};
   }
 };
+/// A view of words of the type that the pointer has.
 template <class W>
 Words(const W*, u64) -> Words<W>;
 
@@ -36,10 +37,12 @@ struct Window {
     return {reinterpret_cast<u32*>(T), 2 * skip, 2 * len};
   }
 };
+/// A window of words of the type that the pointer has.
 template <class W>
 Window(W*, u64, u64) -> Window<W>;
 
-/// An array as its owner knows it, from the view of its 32-bit words; counts of 64-bit words are rounded down.
+/// An array as its owner knows it, from the view of its 32-bit words; counts of 64-bit words are rounded
+/// down.
 template <class W>
 Words<W> words_of(Words<u32> A) {
   return {reinterpret_cast<const W*>(A.ptr), A.count / (sizeof(W) / sizeof(u32))};
