@@ -28,8 +28,11 @@ int FileCalls::ftruncate(int fd, s64 length) { return ::ftruncate(fd, length); }
 int FileCalls::fallocate(int fd, s64 length) { return ::fallocate(fd, 0, 0, length); }
 int FileCalls::fsync(int fd) { return ::fsync(fd); }
 int FileCalls::rename(const char* from, const char* to) { return ::rename(from, to); }
+int FileCalls::rename_without_replacing(const char* from, const char* to) {
+  return ::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE);
+}
 int FileCalls::rename_new(const char* from, const char* to) {
-  if (::renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0) return 0;
+  if (rename_without_replacing(from, to) == 0) return 0;
   if (errno != EINVAL && errno != ENOSYS) return -1;
   // The file system does not know the flag; a second name is as exclusive.
   return ::link(from, to) == 0 ? ::unlink(from) : -1;

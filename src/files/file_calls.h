@@ -26,6 +26,8 @@ class FileCalls {
   virtual int rename(const char* from, const char* to);
   /// rename() that fails with EEXIST where something has the name `to`.
   virtual int rename_new(const char* from, const char* to);
+  /// renameat2() with RENAME_NOREPLACE, which not every file system knows: rename_new() does without it then.
+  virtual int rename_without_replacing(const char* from, const char* to);
   virtual int unlink(const char* path);
   virtual int mkdir(const char* path, mode_t mode);
 };

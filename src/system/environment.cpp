@@ -14,6 +14,7 @@
 #include "config/writer.h"
 #include "core/exceptions.h"
 #include "core/output.h"
+#include "files/file_calls.h"
 
 namespace orl {
 namespace {
@@ -98,11 +99,10 @@ std::optional<std::string> write_whole(const std::string& path, const std::strin
     std::remove(temporary.c_str());
     return std::strerror(e.code());
   }
-  std::error_code error;
-  std::filesystem::rename(temporary, path, error);
-  if (!error) return {};
+  if (file_calls().rename(temporary.c_str(), path.c_str()) == 0) return {};
+  const int code = errno;
   std::remove(temporary.c_str());
-  return error.message();
+  return std::strerror(code);
 }
 
 Environment fall_back(const Topology& topology) {

@@ -117,11 +117,14 @@ ClockReport compare_clocks(const ClockSample& start, const ClockSample& end, dou
   return report;
 }
 
-ReferenceClocks::ReferenceClocks() : hz_(measure_tsc_frequency(kCalibrationSeconds)), start_(read_clocks()) {}
+double ReferenceClocks::measured_frequency() { return measure_tsc_frequency(kCalibrationSeconds); }
+
+ReferenceClocks::ReferenceClocks(double (*measure_hz)())
+    : measure_hz_(measure_hz), hz_(measure_hz()), start_(read_clocks()) {}
 
 ClockReport ReferenceClocks::finish() const {
   const ClockSample end = read_clocks();
-  return compare_clocks(start_, end, hz_, measure_tsc_frequency(kCalibrationSeconds));
+  return compare_clocks(start_, end, hz_, measure_hz_());
 }
 
 double measure_tsc_frequency(double seconds) {

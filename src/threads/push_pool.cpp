@@ -12,6 +12,14 @@
 
 namespace orl {
 
+// A test compiles this file with pauses between the stores of a hand-over, where a wrong order would otherwise need
+// luck to show.
+#ifdef ORVANE_PAUSED_HANDOVER
+void handover_pause();
+#else
+inline void handover_pause() {}
+#endif
+
 /// The record of one thread: its mailbox and what it needs to sleep.
 struct alignas(128) PoolWorker {
   std::atomic<TaskLatch*> slot{nullptr};
@@ -65,6 +73,7 @@ bool PoolWorker::try_take(TaskLatch* latch) {
 
 void PoolWorker::empty_mailbox() {
   ready.store(0, std::memory_order_relaxed);
+  handover_pause();
   slot.store(nullptr, std::memory_order_release);
 }
 
@@ -87,6 +96,7 @@ void TaskLatch::signal() {
     std::lock_guard lock(mutex_);
     changed_.notify_all();
   }
+  handover_pause();
   released_.store(1, std::memory_order_release);
 }
 

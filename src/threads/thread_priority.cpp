@@ -27,10 +27,14 @@ void report_failure(int error) {
 
 }  // namespace
 
+int round_robin_priority(int level) {
+  return level < 0 ? sched_get_priority_min(SCHED_RR) : sched_get_priority_max(SCHED_RR);
+}
+
 void set_thread_priority(int level) {
   if (level == 0) return;
   sched_param parameters{};
-  parameters.sched_priority = level < 0 ? sched_get_priority_min(SCHED_RR) : sched_get_priority_max(SCHED_RR);
+  parameters.sched_priority = round_robin_priority(level);
   const int error = pthread_setschedparam(pthread_self(), SCHED_RR, &parameters);
   if (error != 0) report_failure(error);
 }

@@ -8,4 +8,7 @@ namespace orl {
 /// not fatal.
 void set_thread_priority(int level);
 
+/// What that is: the least priority of the policy for a level below 0, otherwise its highest.
+int round_robin_priority(int level);
+
 }  // namespace orl

@@ -7,7 +7,8 @@
 namespace orvane::test {
 namespace {
 
-// Runs tests for one round each, over and over, with the fault. `timeout` interrupts what nothing ends.
+// Runs tests for one round each, over and over, with the fault. `timeout` interrupts what nothing ends, and
+// in the foreground only that: not its own group as well.
 Outcome run_stress(const std::string& cores, const std::string& tests, const std::string& fault,
                    const char* stop_on_error, const char* timeout) {
   TemporaryFolder folder;
@@ -17,8 +18,8 @@ Outcome run_stress(const std::string& cores, const std::string& tests, const std
                         "LogicalCores : [" +
                             cores + "] StopOnError : \"" + stop_on_error + "\" Tests : [" + tests + "] } }");
   return run("/usr/bin/timeout",
-             {"--preserve-status", "-s", "INT", timeout, ORVANE_FAULTY_PROGRAM, "pause:-2", "priority:0",
-              "colors:0", "skip-warnings", "config", path},
+             {"--foreground", "--preserve-status", "-s", "INT", timeout, ORVANE_FAULTY_PROGRAM, "pause:-2",
+              "priority:0", "colors:0", "skip-warnings", "config", path},
              {.input = {}, .folder = folder.path(), .environment = {{"ORVANE_TEST_FAULT", fault}}});
 }
 

@@ -129,8 +129,8 @@ TEST(ConfigJson, TakesCommasAndQuotedKeysOnly) {
 
 TEST(ConfigParser, DeepNestingIsRefusedBeforeTheStackEnds) {
   for (const Parse parse : {parse_text, parse_json}) {
-    const std::string allowed = std::string(kMaxNesting, '[') + std::string(kMaxNesting, ']');
-    EXPECT_NO_THROW(parse(allowed));
+    EXPECT_NO_THROW(parse(std::string(500, '[') + std::string(500, ']')));
+    EXPECT_EQ(outcome(parse, std::string(501, '[') + std::string(501, ']')), "Line 1: Nesting is too deep.");
     EXPECT_NO_THROW(parse("[" + std::string(parse == parse_json ? "[],[]" : "[][]") + "]"));
     EXPECT_EQ(outcome(parse, std::string(1000000, '[')), "Line 1: Nesting is too deep.");
   }
@@ -208,6 +208,7 @@ TEST(ConfigFile, IsReadWholeOrRefusedByItsPath) {
   EXPECT_EQ(code([&] { load_file(path); }), 2);
   EXPECT_NE(code([&] { load_file(testing::TempDir()); }), 0);  // a folder
   EXPECT_EQ(code([&] { save_file(path + "/inside", "x"); }), 2);
+  EXPECT_EQ(code([&] { save_file("/dev/full", "x"); }), 28);
 }
 
 }  // namespace

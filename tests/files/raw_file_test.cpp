@@ -66,7 +66,9 @@ void expect_fault(const std::function<void()>& body, const char* function, const
 
 TEST_F(RawFileTest, KeepsWhatIsStoredAtItsOffset) {
   {
+    FakeFileCalls calls;
     RawFile file = filled();
+    EXPECT_EQ(calls.trace().at(0), "create 600") << "only its owner reads it";
     file.store(bytes_, 8192, 4096);
     file.close();
   }

@@ -164,6 +164,10 @@ TEST(InterleaveAllocator, LocksBlocksInTheModeAskedFor) {
   const Allocation forced = allocate(locking(Mode::forced), kBytes);
   EXPECT_EQ(forced.memory, nullptr);
   EXPECT_EQ(forced.errors, Texts({"Unable to force locked pages."}));
+
+  FakeMemoryCalls small_limit({0, 1});
+  small_limit.lock_limit = kBytes - 1;
+  EXPECT_EQ(allocate(locking(Mode::forced), kBytes).memory, nullptr) << "a part is not enough";
 }
 
 TEST(InterleaveBlocks, AreSpreadEvenlyAndHashedOnesMeetNoStride) {

@@ -37,7 +37,7 @@ inline int open_terminal(int& other_end) {
   return master;
 }
 
-/// Colours are off in the child unless `body` turns them on; its result is the status unless it ends the
+/// `input` has at most 64 KiB. Colours are off in the child unless `body` turns them on; its result is the status unless it ends the
 /// process.
 inline ChildResult run_child(const std::string& input, const std::function<int()>& body,
                              ChildOutput kind = ChildOutput::kPipe) {
@@ -49,6 +49,8 @@ inline ChildResult run_child(const std::string& input, const std::function<int()
   } else if (pipe(out) != 0) {
     return {-1, "pipe"};
   }
+  // Before there is a child that could be gone: what fits into a pipe waits there.
+  if (write(in[1], input.data(), input.size()) != static_cast<ssize_t>(input.size())) return {-1, "write"};
   fflush(stdout);
   const pid_t child = fork();
   if (child == 0) {
@@ -61,7 +63,6 @@ inline ChildResult run_child(const std::string& input, const std::function<int()
   close(in[0]);
   if (kind == ChildOutput::kPipe) close(out[1]);
   ChildResult result{-1, {}};
-  if (write(in[1], input.data(), input.size()) < 0) result.output = "write";
   close(in[1]);
   int status = 0;
   bool ended = false;

@@ -7,7 +7,10 @@
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstdio>
+#include <mutex>
 #include <string>
+#include <vector>
 
 #include "files/file_calls.h"
 
@@ -42,14 +45,23 @@ class FakeFileCalls final : public FileCalls {
   void heal() { rules_ = {}; }
   u64 count(FileCall call) const { return counts_[static_cast<std::size_t>(call)]; }
 
-  bool refuse_direct = false;  ///< open with O_DIRECT fails with EINVAL
-  u64 free_bytes = ~u64{0};    ///< what all writes together find room for; then a short count, then ENOSPC
-  u64 read_limit = ~u64{0};    ///< a read returns at most so many bytes
+  bool knows_no_replace = true;  ///< whether the file system knows the flag of rename_without_replacing()
+  bool refuse_direct = false;    ///< open with O_DIRECT fails with EINVAL
+  u64 free_bytes = ~u64{0};      ///< what all writes together find room for; then a short count, then ENOSPC
+  u64 read_limit = ~u64{0};      ///< a read returns at most so many bytes
   std::atomic<int> last_open_flags{0};
   std::atomic<u64> written{0};  ///< bytes of all writes
+  /// Asked of the system, in order; open() with what it asked for: "create 644", "open", "open folder".
+  std::vector<std::string> trace() const {
+    const std::lock_guard guard(trace_mutex_);
+    return trace_;
+  }
 
   int open(const char* path, int flags, mode_t mode) override {
     last_open_flags = flags;
+    char made[16];
+    std::snprintf(made, sizeof made, "create %o", static_cast<unsigned>(mode));
+    note((flags & O_CREAT) != 0 ? made : (flags & O_DIRECTORY) != 0 ? "open folder" : "open");
     if (struck(FileCall::kOpen)) return -1;
     if (refuse_direct && (flags & O_DIRECT) != 0) {
       errno = EINVAL;
@@ -58,6 +70,7 @@ class FakeFileCalls final : public FileCalls {
     return FileCalls::open(path, flags, mode);
   }
   int close(int fd) override {
+    note("close");
     const bool fault = struck(FileCall::kClose);  // the descriptor goes all the same, as on Linux
     const int code = errno;
     const int result = FileCalls::close(fd);
@@ -68,6 +81,7 @@ class FakeFileCalls final : public FileCalls {
     return struck(FileCall::kRead) ? -1 : FileCalls::read(fd, buffer, std::min(bytes, read_limit));
   }
   s64 write(int fd, const void* buffer, u64 bytes) override {
+    note("write");
     if (struck(FileCall::kWrite)) return -1;
     const u64 room = std::min(bytes, free_bytes & ~u64{4095});  // a file system gives whole blocks
     if (room == 0 && bytes != 0) {
@@ -89,11 +103,20 @@ class FakeFileCalls final : public FileCalls {
     return struck(FileCall::kAllocate) ? -1 : FileCalls::fallocate(fd, length);
   }
   /// Flushes nothing: no test pulls the plug, and flushing takes most of the time.
-  int fsync(int) override { return struck(FileCall::kSync) ? -1 : 0; }
+  int fsync(int) override {
+    note("sync");
+    return struck(FileCall::kSync) ? -1 : 0;
+  }
   int rename(const char* from, const char* to) override {
     return struck(FileCall::kRename) ? -1 : FileCalls::rename(from, to);
   }
+  int rename_without_replacing(const char* from, const char* to) override {
+    if (knows_no_replace) return FileCalls::rename_without_replacing(from, to);
+    errno = EINVAL;
+    return -1;
+  }
   int rename_new(const char* from, const char* to) override {
+    note("rename");
     return struck(FileCall::kRenameNew) ? -1 : FileCalls::rename_new(from, to);
   }
   int unlink(const char* path) override { return struck(FileCall::kUnlink) ? -1 : FileCalls::unlink(path); }
@@ -102,6 +125,11 @@ class FakeFileCalls final : public FileCalls {
   }
 
  private:
+  void note(const char* call) {
+    const std::lock_guard guard(trace_mutex_);
+    trace_.push_back(call);
+  }
+
   struct Rule {
     int code = 0;
     u64 skip = 0, times = 0;
@@ -122,6 +150,8 @@ class FakeFileCalls final : public FileCalls {
     return true;
   }
 
+  mutable std::mutex trace_mutex_;
+  std::vector<std::string> trace_;
   std::array<Rule, kCalls> rules_{};
   std::array<std::atomic<u64>, kCalls> counts_{};
 };

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "core/settings.h"
+#include "support/fake_file_calls.h"
 #include "support/files.h"
 
 namespace orl {
@@ -139,6 +140,15 @@ TEST_F(EnvironmentFile, InAFolderThatCannotBeWrittenIsNoFailure) {
   EXPECT_EQ(load(topology_).static_pin_order, (Ids{0, 1, 2, 3}));
   EXPECT_TRUE(shows("Unable to write \"/proc/environment.cfg\": ")) << screen_;
   EXPECT_FALSE(shows("Loading configuration file..."));
+}
+
+TEST_F(EnvironmentFile, ThatGetsNoNameLeavesNothingBehind) {
+  test::FakeFileCalls calls;
+  calls.fail(test::FileCall::kRename, EACCES);
+  EXPECT_EQ(load(topology_).static_pin_order, (Ids{0, 1, 2, 3}));
+  EXPECT_TRUE(shows("Unable to write \"" + path_ + "\": Permission denied. Using default settings."))
+      << screen_;
+  EXPECT_TRUE(folder_.names().empty());
 }
 
 TEST_F(EnvironmentFile, ThatIsAFolderIsNoFailure) {

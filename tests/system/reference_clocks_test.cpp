@@ -57,6 +57,18 @@ TEST(ReferenceClocks, SayWhenTheyCannotTell) {
   EXPECT_EQ(compare_clocks({0, {}, {}}, {1'000'000'000, {}, {}}, 0, 0).timer, ClockCheck::kUnableToValidate);
 }
 
+TEST(ReferenceClocks, MeasureTheFrequencyAgainAtTheEnd) {
+  if (!read_clocks().ticks) GTEST_SKIP() << "the time-stamp counter has no constant rate";
+  static double hz;
+  hz = measure_tsc_frequency(0.02);
+  const ReferenceClocks clocks([] { return hz; });
+  const timespec wait{0, 120'000'000};
+  clock_nanosleep(CLOCK_MONOTONIC, 0, &wait, nullptr);
+  EXPECT_EQ(clocks.finish().frequency, ClockCheck::kPassed);
+  hz *= 1.01;
+  EXPECT_EQ(clocks.finish().frequency, ClockCheck::kFailed);
+}
+
 // Real clocks: nothing here steps them, so a run long enough must not fail.
 TEST(ReferenceClocks, PassOnThisMachine) {
   const ReferenceClocks clocks;

@@ -128,6 +128,10 @@ TEST(FrameworksDeathTest, DoubleRegistrationEndsTheProcess) {
   EXPECT_EXIT(register_twice(), ::testing::ExitedWithCode(1), "Duplicate Framework Type");
 }
 
+TEST(ThreadPriority, IsLowestBelowZeroAndHighestAbove) {
+  EXPECT_LT(round_robin_priority(-1), round_robin_priority(1));
+}
+
 TEST(ThreadPriorityDeathTest, MissingPermissionIsSaidOnce) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   EXPECT_EXIT(testing_parallel::expect_printed_unprivileged(
