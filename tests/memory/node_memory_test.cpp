@@ -146,11 +146,12 @@ TEST(InterleaveAllocator, OneNodeNeedsNoBindingAndIsSaid) {
   EXPECT_TRUE(machine.calls("mbind").empty());
 }
 
+InterleaveAllocator locking(Mode mode) {
+  return allocator_with([=](InterleaveSettings& settings) { settings.lock_pages = mode; });
+}
+
 TEST(InterleaveAllocator, LocksBlocksInTheModeAskedFor) {
   FakeMemoryCalls machine({0, 1});
-  const auto locking = [](Mode mode) {
-    return allocator_with([=](InterleaveSettings& settings) { settings.lock_pages = mode; });
-  };
   const Allocation locked = allocate(locking(Mode::forced), kBytes);
   ASSERT_NE(locked.memory, nullptr);
   EXPECT_EQ(locked.memory->report().locked_bytes, locked.memory->length());
@@ -164,10 +165,12 @@ TEST(InterleaveAllocator, LocksBlocksInTheModeAskedFor) {
   const Allocation forced = allocate(locking(Mode::forced), kBytes);
   EXPECT_EQ(forced.memory, nullptr);
   EXPECT_EQ(forced.errors, Texts({"Unable to force locked pages."}));
+}
 
-  FakeMemoryCalls small_limit({0, 1});
-  small_limit.lock_limit = kBytes - 1;
-  EXPECT_EQ(allocate(locking(Mode::forced), kBytes).memory, nullptr) << "a part is not enough";
+TEST(InterleaveAllocator, ForcedToLockIsNotContentWithAPart) {
+  FakeMemoryCalls machine({0, 1});
+  machine.lock_limit = kBytes - 1;
+  EXPECT_EQ(allocate(locking(Mode::forced), kBytes).memory, nullptr);
 }
 
 TEST(InterleaveBlocks, AreSpreadEvenlyAndHashedOnesMeetNoStride) {
