@@ -26,17 +26,16 @@ namespace orl {
 namespace {
 
 std::unique_ptr<ConstantPlan<u64>> make_plan(const std::string& name, u64 p, u64 tds) {
-  const auto pi = [&](PiSeries series, bool reduced) {
-    return std::make_unique<Pi_Series_BigFloatR<u64>>(series, 1, reduced, p, tds);
-  };
-  if (name == "chudnovsky") return pi(PiSeries::kChudnovsky, false);
-  if (name == "ramanujan") return pi(PiSeries::kRamanujan, false);
-  if (name == "chudnovsky-reduced") return pi(PiSeries::kChudnovsky, true);
-  if (name == "ramanujan-reduced") return pi(PiSeries::kRamanujan, true);
-  if (name == "e") return std::make_unique<e_Taylor_BigFloatR<u64>>(false, 1, p, tds);
-  if (name == "e-alternating") return std::make_unique<e_Taylor_BigFloatR<u64>>(true, 1, p, tds);
-  if (name == "sqrt2") return std::make_unique<Sqrt_Newton_BigFloatR<u64>>(2, 1, p, tds);
-  if (name == "phi") return std::make_unique<GoldenRatio_Newton_BigFloatR<u64>>(1, p, tds);
+  using Store = RamStore<u64>;
+  constexpr auto kReduced = SeriesMemory::kReduced;
+  if (name == "chudnovsky") return make_pi<Store>({PiSeries::kChudnovsky}, p, tds);
+  if (name == "ramanujan") return make_pi<Store>({PiSeries::kRamanujan}, p, tds);
+  if (name == "chudnovsky-reduced") return make_pi<Store>({PiSeries::kChudnovsky, 1, kReduced}, p, tds);
+  if (name == "ramanujan-reduced") return make_pi<Store>({PiSeries::kRamanujan, 1, kReduced}, p, tds);
+  if (name == "e") return make_e<Store>({ETaylor::kPlain}, p, tds);
+  if (name == "e-alternating") return make_e<Store>({ETaylor::kAlternating}, p, tds);
+  if (name == "sqrt2") return make_sqrt<Store>({2}, p, tds);
+  if (name == "phi") return make_golden_ratio<Store>(1, p, tds);
   std::fprintf(stderr, "constants_bench: unknown constant %s\n", name.c_str());
   std::exit(1);
 }
@@ -89,8 +88,9 @@ void measure(const std::string& name, u64 digits, u64 tds, const std::string& fr
   set_cut_observer(&watermark);
   std::vector<double> ns;
   for (int run = 0; run < runs; ++run) {
+    NullStackFrame frame;
     const double start = bench::now_ns();
-    plan->run({{*parallelizer, tds}, tables, silent_status()}, out, heap.buffer());
+    plan->run({{*parallelizer, tds}, tables, silent_status()}, frame, out, heap.buffer());
     ns.push_back(bench::now_ns() - start);
   }
   set_cut_observer(nullptr);

@@ -5,6 +5,10 @@
 // LimitExceededException.
 #pragma once
 
+#include <memory>
+#include <string>
+#include <vector>
+
 #include "numbers/ram_store.h"
 
 namespace orl {
@@ -12,21 +16,39 @@ namespace orl {
 template <class Store>
 class BasicConstantPlan {
  public:
+  using Word = typename Store::Word;
   using Number = typename Store::Number;
   using Arena = typename Store::Arena;
+  using Frame = typename Store::Frame;
+  using Budget = typename Store::Budget;
 
   virtual ~BasicConstantPlan() = default;
 
   virtual Need need() const = 0;
+  /// What the user should be told of the plan before he runs it, a line each.
+  virtual std::vector<std::string> warnings() const { return {}; }
   /// The constant at the plan's precision of p words; `out` has a capacity of need().out_words, of which at
-  /// most p + 6 are filled, the lowest as guards. Cuts need().ram_bytes from `heap` and nothing else; ctx has
+  /// most p + 6 are filled, the lowest as guards. Returns the hash that out's words must have, a lazy residue of the
+  /// value that was known before the last proof read them. Cuts need().ram_bytes from `heap` and nothing else; ctx has
   /// the tds that the plan was built for. Prints its stages on ctx.status. Throws BufferTooSmallException for
   /// a short heap, BSRModularCheckFailedException or AlgorithmFailedException when the machine has
   /// miscomputed.
-  virtual void run(const RunContext& ctx, Number& out, Arena heap) const = 0;
+  virtual u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const = 0;
 };
 
 template <class W>
 using ConstantPlan = BasicConstantPlan<RamStore<W>>;
+
+/// A plan of the constant in its own words: `Plan(..., p, budget)`.
+template <class Store>
+using ConstantPlanPointer = std::unique_ptr<BasicConstantPlan<Store>>;
+
+/// For member initialisers: throws InvalidParametersException "Power must be 1 or -1." under `function`.
+s32 checked_power(const char* function, s32 power);
+
+/// Throws AlgorithmFailedException "Checksum Mismatch. Multiplication Failed." under `function` unless the words of x
+/// have this hash.
+template <class Number>
+void require_hash(const Number& x, u64 hash, const char* function, ParallelContext parallel);
 
 }  // namespace orl

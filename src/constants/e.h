@@ -1,38 +1,59 @@
 // e and 1/e by their Taylor series: kind Hyperdescent with P(k) = 1, Q(k) = k.
 //
-//   alternating   power   value
-//            no       1   (P + Q) / Q
-//           yes       1   Q / (Q - P)
-//           yes      -1   (Q - P) / Q
+//   series        power   value
+//   plain             1   (P + Q) / Q
+//   alternating       1   Q / (Q - P)
+//   alternating      -1   (Q - P) / Q
+//
+// Source  L. Euler, Introductio in analysin infinitorum, 1748.
 #pragma once
 
 #include "constants/constant_plan.h"
-#include "splitting/binary_splitting.h"
+#include "splitting/psr_series.h"
 
 namespace orl {
 
+enum class ETaylor {
+  kPlain,        ///< exp(1)
+  kAlternating,  ///< exp(-1), and e as its inverse
+};
+
+/// A row of the table.
+struct EFormula {
+  ETaylor series = ETaylor::kPlain;
+  s32 power = 1;
+};
+
 /// The Taylor series for its terms: 1 to p words.
 template <class W>
-std::unique_ptr<const Series<W>> make_e_series(bool alternating, u64 p);
+std::unique_ptr<const Series<W>> make_e_series(ETaylor series, u64 p);
 
 /// e (power 1) or 1/e (power -1) to p words. Throws InvalidParametersException "Power must be 1 or -1." and,
 /// for power -1 without the alternating series, "Inversion not supported for non-alternating series.".
 template <class Store>
 class e_Taylor final : public BasicConstantPlan<Store> {
  public:
-  using W = typename Store::Word;
-  using Number = typename Store::Number;
-  using Arena = typename Store::Arena;
+  using typename BasicConstantPlan<Store>::Word;
+  using typename BasicConstantPlan<Store>::Number;
+  using typename BasicConstantPlan<Store>::Arena;
+  using typename BasicConstantPlan<Store>::Frame;
+  using typename BasicConstantPlan<Store>::Budget;
 
-  e_Taylor(bool alternating, s32 power, u64 p, u64 tds);
+  e_Taylor(const EFormula& formula, u64 p, const Budget& budget);
 
   Need need() const override { return series_.need(); }
-  void run(const RunContext& ctx, Number& out, Arena heap) const override;
+  std::vector<std::string> warnings() const override { return series_.warnings(); }
+  u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const override;
 
  private:
   s32 power_;
   PSR_Series<Store> series_;
 };
+
+template <class Store>
+ConstantPlanPointer<Store> make_e(const EFormula& formula, u64 p, const typename Store::Budget& budget) {
+  return std::make_unique<e_Taylor<Store>>(formula, p, budget);
+}
 
 template <class W>
 using e_Taylor_BigFloatR = e_Taylor<RamStore<W>>;

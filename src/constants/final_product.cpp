@@ -2,13 +2,17 @@
 
 #include <algorithm>
 
+#include "constants/constant_plan.h"
 #include "core/exceptions.h"
 #include "numbers/transform.h"
+#include "splitting/exact_steps.h"
 #include "words/hash.h"
 #include "words/words.h"
 
 namespace orl {
 namespace {
+
+constexpr const char* kFunction = "FinalProduct::run()";
 
 /// Words [from, to) of x; a view.
 template <class W>
@@ -24,12 +28,6 @@ BigFloat<W> slice(const BigFloat<W>& x, u64 from, u64 to) {
 template <class W>
 u64 hash_of(const BigFloat<W>& x, ParallelContext parallel) {
   return hash_canon(x.computed_hash(parallel));
-}
-
-template <class W>
-void check_hash(const BigFloat<W>& x, u64 hash, ParallelContext parallel) {
-  if (hash_of(x, parallel) != hash_canon(hash))
-    throw AlgorithmFailedException("Pi_Series_BigFloatR::run()", "Checksum Mismatch. Multiplication Failed.");
 }
 
 /// Words [from, to) of a number and what they must hash to.
@@ -57,61 +55,82 @@ void add_below(BigFloat<W>& x, u64& x_hash, const BigFloat<W>& c, u64 c_hash, Pa
 
 }  // namespace
 
-template <class Store>
-FinalProduct<Store>::FinalProduct(u64 p, u64 tds)
-    : p_(p), half_((p + 3) / 2), product_words_(2 * (p + 3 - half_)) {
-  heap_ = LinearHeapBuffer::cut_bytes<W>(cross_words()) + LinearHeapBuffer::cut_bytes<W>(product_words_) +
-          TransformHelper<W>::max_bytes(product_words_, std::max<u64>(tds, 1));
+template <class W>
+FinalProduct<RamStore<W>>::FinalProduct(u64 p, const typename Store::Budget& budget)
+    : p_(p),
+      tds_(std::max<u64>(budget.tds, 1)),
+      half_((p + 3) / 2),
+      product_words_(2 * (p + 3 - half_)),
+      heap_bytes_(layout_bytes([&](SizingArena& arena) { cut(arena); })) {}
+
+template <class W>
+template <class Arena>
+typename FinalProduct<RamStore<W>>::Buffers FinalProduct<RamStore<W>>::cut(Arena& arena) const {
+  const Number cross = Store::number(arena, half_ + 3, "orv_C.sf");
+  const Number product = Store::number(arena, product_words_, "orv_P.sf");
+  arena.leave(TransformHelper<W>::max_bytes(product_words_, tds_));
+  return {cross, product};
 }
 
-template <class Store>
-void FinalProduct<Store>::run(const RunContext& ctx, Number& x, u64 x_hash, const Number& y, u64 y_hash,
-                              Arena heap) const {
+template <class W>
+u64 FinalProduct<RamStore<W>>::run(const RunContext& ctx, Frame& caller, const Factor& x_factor,
+                                   const Factor& y_factor, LinearHeapBuffer heap) const {
   using Transform = typename Store::Transform;
+  Frame frame = caller.enter(kFunction);
+  Number& x = x_factor.number;
+  const Number& y = y_factor.number;
   const u64 n = p_ + 3;
-  if (heap.size < heap_) throw BufferTooSmallException("FinalProduct::run()", heap.size, heap_);
-  if (x.size < out_words()) throw BufferTooSmallException("FinalProduct::run()", x.size, out_words());
-  if (x.L == 0 || y.L == 0) return x.set_zero();
+  if (heap.size < heap_bytes_) throw BufferTooSmallException(kFunction, heap.size, heap_bytes_);
+  if (x.size < out_words()) throw BufferTooSmallException(kFunction, x.size, out_words());
+  if (x.L == 0 || y.L == 0) {
+    x.set_zero();
+    return 0;
+  }
   // Words of x and of y below their top n go; a shorter number has a shorter lower half, or none. The upper
   // half gets the hash that the number's own leaves for it, so that a change in any of its words shows.
   const u64 upper = n - half_;
-  const auto halves = [&](const Number& z, u64 hash) {
+  const auto halves = [&](const Factor& factor) {
+    const Number& z = factor.number;
+    show_fault_point("last factor", z);
     const u64 middle = z.L > upper ? z.L - upper : 0;
     const u64 bottom = z.L > n ? z.L - n : 0;
     HashedPart<W> low{slice(z, bottom, middle), 0};
     low.hash = hash_of(low.words, ctx.parallel);
     const u64 below = hash_add(low.hash, hash_of(slice(z, 0, bottom), ctx.parallel));
-    return std::pair{HashedPart<W>{slice(z, middle, z.L), hash_canon(hash_sub(hash_canon(hash), below))},
-                     low};
+    return std::pair{
+        HashedPart<W>{slice(z, middle, z.L), hash_canon(hash_sub(hash_canon(factor.hash), below))}, low};
   };
-  const auto [x1, x0] = halves(x, x_hash);
-  const auto [y1, y0] = halves(y, y_hash);
+  const auto [x1, x0] = halves(x_factor);
+  const auto [y1, y0] = halves(y_factor);
   // x1 y0 and x0 y1 end below this exponent.
   const s64 cross_top = x.magnitude() + y.magnitude() - static_cast<s64>(upper);
-  Number cross(heap.template cut<W>(cross_words()), cross_words());
-  Number product(heap.template cut<W>(product_words_), product_words_);
-  bp_fill(cross.T, cross_words(), 0, ctx.parallel);
-  cross.L = cross_words();
-  cross.exp = cross_top + 1 - static_cast<s64>(cross_words());
+  auto [cross, product] = cut(heap);
+  bp_fill(cross.T, cross.size, 0, ctx.parallel);
+  cross.L = cross.size;
+  cross.exp = cross_top + 1 - static_cast<s64>(cross.size);
   cross.sign = 1;
   u64 hash = hash_mul(x1.hash, y1.hash), cross_hash = 0;
   const auto take_cross = [&](u64 product_hash) {
-    check_hash(product, product_hash, ctx.parallel);
+    show_fault_point("cross product", product);
     add_below(cross, cross_hash, product, product_hash, ctx.parallel);
   };
-  {
-    const TransformHelper<W> helper(ctx.multiply(heap), product_words_);
-    Transform fx;
-    Transform::mul_rr_xx(helper, product, product_words_, x0.words, y1.words);
-    take_cross(hash_mul(x0.hash, y1.hash));
-    Transform::mul_rr_xf(helper, product, product_words_, y0.words, x1.words, fx);
-    take_cross(hash_mul(y0.hash, x1.hash));
-    Transform::mul_rf_xf(helper, x, product_words_, y1.words, fx);
-  }
-  check_hash(x, hash, ctx.parallel);
+  frame.stage(
+      [&] {
+        const TransformHelper<W> helper(ctx.multiply(heap), product_words_);
+        Transform fx;
+        Transform::mul_rr_xx(helper, product, product_words_, x0.words, y1.words);
+        take_cross(hash_mul(x0.hash, y1.hash));
+        Transform::mul_rr_xf(helper, product, product_words_, y0.words, x1.words, fx);
+        take_cross(hash_mul(y0.hash, x1.hash));
+        Transform::mul_rf_xf(helper, x, product_words_, y1.words, fx);
+      },
+      x, cross);
   cross.strip_top_zeros(ctx.parallel);
+  show_fault_point("cross sum", cross);
   add_below(x, hash, cross, cross_hash, ctx.parallel);
-  check_hash(x, hash, ctx.parallel);
+  show_fault_point("last product", x);
+  require_hash(x, hash, "Pi_Series_BigFloatR::run()", ctx.parallel);
+  return hash;
 }
 
 template class FinalProduct<RamStore<u32>>;

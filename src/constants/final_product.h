@@ -5,6 +5,9 @@
 // half the memory in transforms and half the tables, for eight transforms of that length in place of three of
 // twice the length. One transform is kept; with two kept there would be seven, and a sixth more memory in
 // all. Each partial product is made whole, since only a whole product has a hash that is known.
+//
+// Proof    the halves' hashes follow from the numbers' own, those of the products from the halves', and what a sum cuts
+//          off is taken off its hash: one comparison at the end proves products, sums and that no operand has changed.
 #pragma once
 
 #include "numbers/ram_store.h"
@@ -12,33 +15,46 @@
 namespace orl {
 
 template <class Store>
-class FinalProduct {
- public:
-  using W = typename Store::Word;
-  using Number = typename Store::Number;
-  using Arena = typename Store::Arena;
+class FinalProduct;
 
-  FinalProduct(u64 p, u64 tds);
+/// In RAM.
+template <class W>
+class FinalProduct<RamStore<W>> {
+ public:
+  using Store = RamStore<W>;
+  using Number = typename Store::Number;
+  using Frame = typename Store::Frame;
+
+  /// A positive, normalised number and what it hashed to when it was proved.
+  struct Factor {
+    Number& number;
+    u64 hash;
+  };
+
+  FinalProduct(u64 p, const typename Store::Budget& budget);
 
   /// Capacity that x must have.
   u64 out_words() const { return p_ + 8; }
-  u64 heap_bytes() const { return heap_; }
+  u64 heap_bytes() const { return heap_bytes_; }
   u64 product_words() const { return product_words_; }
-  /// x *= y: the top p + 2 words or a few more, the lowest of them inexact; relative error below 8 W^-(p+1).
-  /// Both are positive and normalised; `x_hash` and `y_hash` are what they hashed to when they were proved.
-  /// Throws BufferTooSmallException "FinalProduct::run()"; AlgorithmFailedException "Checksum Mismatch.
-  /// Multiplication Failed." when a partial product, or what they add up to, has not the hash that those of
-  /// the operands give it.
-  void run(const RunContext& ctx, Number& x, u64 x_hash, const Number& y, u64 y_hash, Arena heap) const;
+  /// x *= y: the top p + 2 words or a few more, the lowest of them inexact; relative error below 8 W^-(p+1). Returns
+  /// the hash that x's words must have. Throws BufferTooSmallException "FinalProduct::run()"; AlgorithmFailedException
+  /// "Checksum Mismatch. Multiplication Failed." when the words have not the hash that those of the operands give them.
+  u64 run(const RunContext& ctx, Frame& frame, const Factor& x, const Factor& y, LinearHeapBuffer heap) const;
 
  private:
-  /// Words of the sum of the upper halves of x1 y0 and x0 y1, with one for its carry.
-  u64 cross_words() const { return half_ + 3; }
+  struct Buffers {
+    Number cross;    ///< sum of the upper halves of x1 y0 and x0 y1, with a word for its carry
+    Number product;  ///< a partial product
+  };
+  template <class Arena>
+  Buffers cut(Arena& arena) const;
 
   u64 p_;
+  u64 tds_;
   u64 half_;           ///< words of a lower half
   u64 product_words_;  ///< of the longest partial product
-  u64 heap_;
+  u64 heap_bytes_;
 };
 
 }  // namespace orl

@@ -1,6 +1,7 @@
 #include "constants/pi.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "constants/pi_terms.h"
 #include "core/exceptions.h"
@@ -11,20 +12,17 @@ namespace orl {
 namespace {
 
 constexpr u64 kLeafWidth = 8;
-constexpr u64 kTermWords = 23;  // R, P and Q together, wide form
 
-SizeModel chudnovsky_model() {
-  static const DoubleDouble rate = DoubleDouble::parse("32.65445004176851599077913804969300490729");
-  static const DoubleDouble growth = DoubleDouble::parse("36.93111616078457130182132488791258602081");
-  return {rate, growth, 3, 0, 1, -12.537};  // ln C: 3.59e-6
-}
+/// How fast a series converges and its numbers grow.
+struct Growth {
+  const char* rate;  ///< nats of precision per term
+  const char* A;     ///< nats of Q per term, beside k^3
+  double C;          ///< P(k)/Q(k) ~ C k
 
-SizeModel ramanujan_model() {
-  // Lower than ln(9801^2) in the sixth decimal, as it was given: the sum gets a few terms more than it needs.
-  static const DoubleDouble rate = DoubleDouble::parse("18.38047627747241588639166145022043732094");
-  static const DoubleDouble growth = DoubleDouble::parse("21.84621530333808625449589681453160567684");
-  return {rate, growth, 3, 0, 1, -8.198};  // ln C: 2.75e-4
-}
+  FactorialModel::Parameters model() const {
+    return {.A = DoubleDouble::parse(A), .B = 3, .e = 1, .ln_C = std::log(C)};
+  }
+};
 
 template <class W>
 struct ChudnovskyTerm {
@@ -40,7 +38,8 @@ struct ChudnovskyTerm {
   }
   static constexpr const char* kFunction = "Pi_Chudnovsky_BSR_End()";
   static constexpr bool kAlternating = true;
-  static constexpr u8 kSignP = 0;
+  static constexpr Growth kGrowth{"32.65445004176851599077913804969300490729",
+                                  "36.93111616078457130182132488791258602081", 3.59e-6};
 };
 
 template <class W>
@@ -58,90 +57,102 @@ struct RamanujanTerm {
   }
   static constexpr const char* kFunction = "Pi_Ramanujan_BSR_End()";
   static constexpr bool kAlternating = false;
-  static constexpr u8 kSignP = 1;
+  // The rate is lower than ln(9801^2) in the sixth decimal, as it was given: a few terms more than the sum needs.
+  static constexpr Growth kGrowth{"18.38047627747241588639166145022043732094",
+                                  "21.84621530333808625449589681453160567684", 2.75e-4};
 };
 
 template <class W, template <class> class Term>
-class PiTermSeries final : public Series<W> {
+class PiTermSeries final : public GeometricSeries<W> {
  public:
-  PiTermSeries(const SizeModel& model, u64 p)
-      : Series<W>(SeriesKind::kCommonP2B3, kLeafWidth, kTermWords, Term<W>::kAlternating, model) {
-    this->terms_ = Series<W>::terms_for(p, model.rate);
+  explicit PiTermSeries(u64 p)
+      : GeometricSeries<W>(common_P2B3<W>(), std::make_unique<FactorialModel>(Term<W>::kGrowth.model()),
+                           kLeafWidth, p, DoubleDouble::parse(Term<W>::kGrowth.rate), Term<W>::kAlternating) {
   }
 
   void end(u64 a, u64 b, SeriesNode<W>& out) const override {
-    LeafNode<W> node{leaf_number(out.P), leaf_number(out.Q), leaf_number(out.R)};
+    LeafNode<W> node{leaf_number(out.P()), leaf_number(out.Q()), leaf_number(out.R())};
     const Term<W> term;
-    LeafSplitter<W, kPiTermWords<W>, kLeafWidth, Term<W>>(Term<W>::kFunction, Term<W>::kAlternating, term)
-        .run(a, b, node);
-    finish_leaf(out.P, node.P, Term<W>::kSignP);
-    finish_leaf(out.Q, node.Q, 1);
-    finish_leaf(out.R, node.R, 1);
+    LeafSplitter<W, kPiTermWords<W>, kLeafWidth, Term<W>>(Term<W>::kFunction, *this, term).run(a, b, node);
+    finish_leaf(out.P(), node.P);
+    finish_leaf(out.Q(), node.Q);
+    finish_leaf(out.R(), node.R);
   }
 };
 
-/// a, b, c of the outer coefficients and the word under the root.
-struct Formula {
+constexpr const char* kFunction = "Pi_Series_BigFloatR()";
+constexpr const char* kRun = "Pi_Series_BigFloatR::run()";
+
+/// A row of the table in pi.h.
+struct Row {
   SeriesCoefficients coefficients;
   u64 x;
 };
 
-Formula formula(PiSeries series, s32 power) {
-  if (power != 1 && power != -1)
-    throw InvalidParametersException("Pi_Series_BigFloatR()", "Power must be 1 or -1.");
-  if (series == PiSeries::kChudnovsky) {
-    if (power == 1) return {{1, 13591409, 4270934400}, 10005};
-    return {{1, 13591409, 426880}, 10005};
-  }
-  if (power == 1) return {{1, 1103, 9801}, 8};
-  return {{4, 4412, 9801}, 2};
+Row row_of(const PiFormula& formula) {
+  const bool pi = checked_power(kFunction, formula.power) == 1;
+  if (formula.series == PiSeries::kChudnovsky)
+    return {{.P = 1, .Q = 13591409, .D = u64{pi ? 4270934400u : 426880u}}, 10005};
+  if (pi) return {{.P = 1, .Q = 1103, .D = 9801}, 8};
+  return {{.P = 4, .Q = 4412, .D = 9801}, 2};
+}
+
+// The series' own power is the opposite of the constant's: it is D Q / (a P + b Q) that Pi takes.
+template <class Store>
+typename PSR_Series<Store>::Value value_of(const PiFormula& formula) {
+  return {row_of(formula).coefficients, -formula.power, formula.memory};
 }
 
 }  // namespace
 
 template <class W>
 std::unique_ptr<const Series<W>> make_pi_series(PiSeries series, u64 p) {
-  if (series == PiSeries::kChudnovsky)
-    return std::make_unique<PiTermSeries<W, ChudnovskyTerm>>(chudnovsky_model(), p);
-  return std::make_unique<PiTermSeries<W, RamanujanTerm>>(ramanujan_model(), p);
+  if (series == PiSeries::kChudnovsky) return std::make_unique<PiTermSeries<W, ChudnovskyTerm>>(p);
+  return std::make_unique<PiTermSeries<W, RamanujanTerm>>(p);
 }
 
-// The series' own power is the opposite of the constant's: it is D Q / (a P + b Q) that Pi takes.
 template <class Store>
-Pi_Series<Store>::Pi_Series(PiSeries series, s32 power, bool reduced, u64 p, u64 tds)
-    : kind_(series),
-      p_(p),
-      x_(formula(series, power).x),
-      series_(make_pi_series<W>(series, p + 2), formula(series, power).coefficients, -power, p + 2, tds,
-              reduced),
-      root_(p + 1, tds),
-      product_(p + 1, tds) {
-  const Need sum = series_.need(), root = root_.need();
-  root_words_ = root.out_words;
-  const u64 root_bytes = LinearHeapBuffer::cut_bytes<W>(root_words_);
-  need_ = Need::max(sum, root);
+Pi_Series<Store>::Pi_Series(const PiFormula& formula, u64 p, const Budget& budget)
+    : kind_(formula.series),
+      x_(row_of(formula).x),
+      series_(make_pi_series<Word>(formula.series, p + 2), value_of<Store>(formula), p + 2, budget),
+      root_(p + 1, budget.tds),
+      product_(p + 1, budget) {
+  const Need sum = series_.need();
+  need_ = Need::max(sum, root_.need());
   need_.out_words = std::max(sum.out_words, product_.out_words());
-  need_.ram_bytes = std::max(sum.ram_bytes, root_bytes + std::max(root.ram_bytes, product_.heap_bytes()));
-  need_.table_bits = std::max(need_.table_bits, product_.product_words() * 8 * sizeof(W));
+  need_.ram_bytes = Store::need_of([&](auto& arena) {
+                      arena.leave(sum.ram_bytes);
+                      cut_root(arena);
+                    }).ram_bytes;
+  need_.table_bits = std::max(need_.table_bits, product_.product_words() * 8 * sizeof(Word));
 }
 
 template <class Store>
-void Pi_Series<Store>::run(const RunContext& ctx, Number& out, Arena heap) const {
-  if (heap.size < need_.ram_bytes)
-    throw BufferTooSmallException("Pi_Series_BigFloatR::run()", heap.size, need_.ram_bytes);
+template <class AnyArena>
+auto Pi_Series<Store>::cut_root(AnyArena& arena) const -> Number {
+  Number root = Store::number(arena, root_.need().out_words, "orv_R.sf");
+  arena.leave(std::max(root_.need().ram_bytes, product_.heap_bytes()));
+  return root;
+}
+
+template <class Store>
+u64 Pi_Series<Store>::run(const RunContext& ctx, Frame& caller, Number& out, Arena heap) const {
+  if (heap.size < need_.ram_bytes) throw BufferTooSmallException(kRun, heap.size, need_.ram_bytes);
+  Frame frame = caller.enter(kRun);
   ctx.status.println(kind_ == PiSeries::kChudnovsky ? "Pi - Chudnovsky (1989):" : "Pi - Ramaunjan (1910):");
-  series_.run(ctx, out, heap);
-  const u64 out_hash = out.computed_hash(ctx.parallel);
-  Number root(heap.template cut<W>(root_words_), root_words_);
+  u64 hash = 0, root_hash = 0;
+  frame.stage([&] { hash = series_.run(ctx, frame, out, heap); }, out);
+  Number root = cut_root(heap);
   {
-    StageTimer stage(ctx.status, "InvSqrt...");
-    root_.run(ctx, root, static_cast<W>(x_), heap);
-    stage.finish();
+    StageTimer timer(ctx.status, "InvSqrt...");
+    frame.stage([&] { root_hash = root_.run(ctx, root, static_cast<Word>(x_), heap); }, out, root);
+    timer.finish();
   }
-  const u64 root_hash = root.computed_hash(ctx.parallel);
-  StageTimer stage(ctx.status, "Large Multiply...");
-  product_.run(ctx, out, out_hash, root, root_hash, heap);
-  stage.finish();
+  StageTimer timer(ctx.status, "Large Multiply...");
+  frame.stage([&] { hash = product_.run(ctx, frame, {out, hash}, {root, root_hash}, heap); }, out);
+  timer.finish();
+  return hash;
 }
 
 template class Pi_Series<RamStore<u32>>;

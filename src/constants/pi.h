@@ -1,4 +1,4 @@
-// Pi and 1/Pi by the series of the Chudnovskys (1988) or of Ramanujan (1914), times 1/sqrt(x).
+// Pi and 1/Pi by the series of the Chudnovskys or of Ramanujan, times 1/sqrt(x).
 //
 //   series     power   value
 //   Chudnovsky     1   4270934400 Q / (P + 13591409 Q) / sqrt(10005)
@@ -8,45 +8,64 @@
 //
 // with P, Q of the whole sum (pi_terms.h). No product is longer than about 1.4 p words: those of the
 // largest block with the fraction behind it.
+// Source  D. and G. Chudnovsky, "Approximations and complex multiplication according to Ramanujan", 1988.
+//         S. Ramanujan, "Modular equations and approximations to Pi", Quart. J. Math. 45, 1914, found in 1910.
 #pragma once
 
 #include "constants/constant_plan.h"
 #include "constants/final_product.h"
 #include "functions/proved.h"
-#include "splitting/binary_splitting.h"
+#include "splitting/psr_series.h"
 
 namespace orl {
 
 enum class PiSeries { kChudnovsky, kRamanujan };
 
+/// Which of the table's rows, and how large the blocks of its series may be.
+struct PiFormula {
+  PiSeries series = PiSeries::kChudnovsky;
+  s32 power = 1;
+  SeriesMemory memory = SeriesMemory::kFast;
+};
+
 /// A series of Pi for its terms: 1 to p words. For tests and measurements of the splitting itself.
 template <class W>
 std::unique_ptr<const Series<W>> make_pi_series(PiSeries series, u64 p);
 
-/// Pi (power 1) or 1/Pi (power -1) to p words. `reduced` plans the series in blocks of at most half the
-/// precision. Any other power throws InvalidParametersException "Power must be 1 or -1.".
+/// Pi (power 1) or 1/Pi (power -1) to p words. Any other power throws InvalidParametersException
+/// "Pi_Series_BigFloatR()", "Power must be 1 or -1.".
 template <class Store>
 class Pi_Series final : public BasicConstantPlan<Store> {
  public:
-  using W = typename Store::Word;
-  using Number = typename Store::Number;
-  using Arena = typename Store::Arena;
+  using typename BasicConstantPlan<Store>::Word;
+  using typename BasicConstantPlan<Store>::Number;
+  using typename BasicConstantPlan<Store>::Arena;
+  using typename BasicConstantPlan<Store>::Frame;
+  using typename BasicConstantPlan<Store>::Budget;
 
-  Pi_Series(PiSeries series, s32 power, bool reduced, u64 p, u64 tds);
+  Pi_Series(const PiFormula& formula, u64 p, const Budget& budget);
 
   Need need() const override { return need_; }
-  void run(const RunContext& ctx, Number& out, Arena heap) const override;
+  std::vector<std::string> warnings() const override { return series_.warnings(); }
+  u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const override;
 
  private:
+  /// The root's place; the root and then the last product get the rest.
+  template <class AnyArena>
+  Number cut_root(AnyArena& arena) const;
+
   PiSeries kind_;
-  u64 p_;
   u64 x_;  ///< the word under the root
   PSR_Series<Store> series_;
   ProvedInvsqrtWord<Store> root_;
   FinalProduct<Store> product_;
-  u64 root_words_ = 0;
   Need need_;
 };
+
+template <class Store>
+ConstantPlanPointer<Store> make_pi(const PiFormula& formula, u64 p, const typename Store::Budget& budget) {
+  return std::make_unique<Pi_Series<Store>>(formula, p, budget);
+}
 
 template <class W>
 using Pi_Series_BigFloatR = Pi_Series<RamStore<W>>;

@@ -22,36 +22,33 @@ void linear_multiple(LeafNumber<W>& P, const LeafNumber<W>& R, u64 constant, u64
     P.mul(k);
     // R constant is far smaller than P, and longer than R by two words of u32 at most.
     W words[kPiTermWords<W> + 2];
-    LeafNumber<W> rest{words, kPiTermWords<W> + 2, 0, 0};
+    LeafNumber<W> rest{words, kPiTermWords<W> + 2};
     rest.copy(R);
     rest.mul(constant);
     P.add(rest, false);
   }
-  P.take_hash();
 }
 
 template <class W>
 void chudnovsky_R(LeafNumber<W>& R, u64 k) {
   product_of(R, 6 * k - 5, 2 * k - 1, 6 * k - 1);
-  R.take_hash();
 }
 
 template <class W>
 void chudnovsky_P(LeafNumber<W>& P, const LeafNumber<W>& R, u64 k) {
   linear_multiple(P, R, 13591409, 545140134, k);
+  P.negate();
 }
 
 template <class W>
 void chudnovsky_Q(LeafNumber<W>& Q, u64 k) {
   product_of(Q, k, k, k);
   Q.mul(10939058860032000);
-  Q.take_hash();
 }
 
 template <class W>
 void ramanujan_R(LeafNumber<W>& R, u64 k) {
   product_of(R, 2 * k - 1, 4 * k - 3, 4 * k - 1);
-  R.take_hash();
 }
 
 template <class W>
@@ -63,7 +60,6 @@ template <class W>
 void ramanujan_Q(LeafNumber<W>& Q, u64 k) {
   product_of(Q, k, k, k);
   Q.mul(3073907232);
-  Q.take_hash();
 }
 
 }  // namespace

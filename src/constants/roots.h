@@ -1,4 +1,5 @@
-// Square roots and the golden ratio: one Newton iteration and one linear step.
+// Square roots and the golden ratio: one Newton iteration and linear steps. The iteration is proved by its residual, the
+// steps behind it by the hash that the root had before that proof.
 #pragma once
 
 #include "constants/constant_plan.h"
@@ -6,44 +7,64 @@
 
 namespace orl {
 
-/// sqrt(n) for power 1, 1/sqrt(n) for power -1, to p words, n >= 1. Any other power throws
-/// InvalidParametersException "Power must be 1 or -1.", n = 0 throws ArithmeticException "Divide by zero.".
+/// sqrt(n) for power 1, 1/sqrt(n) for power -1.
+struct SqrtFormula {
+  u64 n = 2;
+  s32 power = 1;
+};
+
+/// A square root to p words, n >= 1 and of one word. Any other power throws InvalidParametersException "Power must be 1
+/// or -1.", n = 0 throws ArithmeticException "Divide by zero.".
 template <class Store>
 class Sqrt_Newton final : public BasicConstantPlan<Store> {
  public:
-  using W = typename Store::Word;
-  using Number = typename Store::Number;
-  using Arena = typename Store::Arena;
+  using typename BasicConstantPlan<Store>::Word;
+  using typename BasicConstantPlan<Store>::Number;
+  using typename BasicConstantPlan<Store>::Arena;
+  using typename BasicConstantPlan<Store>::Frame;
+  using typename BasicConstantPlan<Store>::Budget;
 
-  Sqrt_Newton(W n, s32 power, u64 p, u64 tds);
+  Sqrt_Newton(const SqrtFormula& formula, u64 p, const Budget& budget);
 
   Need need() const override { return root_.need(); }
-  void run(const RunContext& ctx, Number& out, Arena heap) const override;
+  u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const override;
 
  private:
-  W n_;
+  Word n_;
   s32 power_;
   ProvedInvsqrtWord<Store> root_;
 };
 
-/// phi = (5v + 1)/2 for power 1, 1/phi = (5v - 1)/2 for power -1, v = 1/sqrt(5), to p words. Any other power
+/// phi = (5v + 1)/2 for power 1, 1/phi = phi - 1 for power -1, v = 1/sqrt(5), to p words. Any other power
 /// throws InvalidParametersException "Power must be 1 or -1.".
 template <class Store>
 class GoldenRatio_Newton final : public BasicConstantPlan<Store> {
  public:
-  using W = typename Store::Word;
-  using Number = typename Store::Number;
-  using Arena = typename Store::Arena;
+  using typename BasicConstantPlan<Store>::Word;
+  using typename BasicConstantPlan<Store>::Number;
+  using typename BasicConstantPlan<Store>::Arena;
+  using typename BasicConstantPlan<Store>::Frame;
+  using typename BasicConstantPlan<Store>::Budget;
 
-  GoldenRatio_Newton(s32 power, u64 p, u64 tds);
+  GoldenRatio_Newton(s32 power, u64 p, const Budget& budget);
 
   Need need() const override { return root_.need(); }
-  void run(const RunContext& ctx, Number& out, Arena heap) const override;
+  u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const override;
 
  private:
-  bool negative_power_;
+  s32 power_;
   ProvedInvsqrtWord<Store> root_;
 };
+
+template <class Store>
+ConstantPlanPointer<Store> make_sqrt(const SqrtFormula& formula, u64 p,
+                                     const typename Store::Budget& budget) {
+  return std::make_unique<Sqrt_Newton<Store>>(formula, p, budget);
+}
+template <class Store>
+ConstantPlanPointer<Store> make_golden_ratio(s32 power, u64 p, const typename Store::Budget& budget) {
+  return std::make_unique<GoldenRatio_Newton<Store>>(power, p, budget);
+}
 
 template <class W>
 using Sqrt_Newton_BigFloatR = Sqrt_Newton<RamStore<W>>;

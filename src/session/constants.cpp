@@ -35,7 +35,8 @@ class PiConstant final : public Constant {
   std::string unavailable() const override { return {}; }
   std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const override {
     const auto series = algorithm_ & 1 ? orl::PiSeries::kRamanujan : orl::PiSeries::kChudnovsky;
-    return std::make_unique<orl::Pi_Series_BigFloatR<Word>>(series, 1, algorithm_ >= 2, precision_words, tds);
+    const orl::SeriesMemory memory = algorithm_ >= 2 ? orl::SeriesMemory::kReduced : orl::SeriesMemory::kFast;
+    return orl::make_pi<orl::RamStore<Word>>({series, 1, memory}, precision_words, tds);
   }
 };
 
@@ -46,7 +47,8 @@ class EConstant final : public Constant {
   std::string name() const override { return "e"; }
   std::string unavailable() const override { return {}; }
   std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const override {
-    return std::make_unique<orl::e_Taylor_BigFloatR<Word>>(algorithm_ == 1, 1, precision_words, tds);
+    const orl::ETaylor series = algorithm_ == 1 ? orl::ETaylor::kAlternating : orl::ETaylor::kPlain;
+    return orl::make_e<orl::RamStore<Word>>({series, 1}, precision_words, tds);
   }
 };
 
@@ -57,7 +59,7 @@ class GoldenRatioConstant final : public Constant {
   std::string name() const override { return "Golden Ratio"; }
   std::string unavailable() const override { return {}; }
   std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const override {
-    return std::make_unique<orl::GoldenRatio_Newton_BigFloatR<Word>>(1, precision_words, tds);
+    return orl::make_golden_ratio<orl::RamStore<Word>>(1, precision_words, tds);
   }
 };
 
@@ -151,7 +153,7 @@ class SqrtConstant final : public ArgumentConstant {
   std::string name() const override { return "Sqrt(" + std::to_string(argument_) + ")"; }
   std::string unavailable() const override { return {}; }
   std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const override {
-    return std::make_unique<orl::Sqrt_Newton_BigFloatR<Word>>(argument_, 1, precision_words, tds);
+    return orl::make_sqrt<orl::RamStore<Word>>({argument_, 1}, precision_words, tds);
   }
 
  protected:

@@ -173,8 +173,8 @@ class RamSession {
   /// The constant in its fixed layout, at the start of the working memory.
   FixedNumber compute(const orl::RunContext& context, LinearHeapBuffer& heap) {
     orl::BigFloat<Word> result(heap.cut<Word>(plan_.number_words()), plan_.number_words());
-    plan_.constant().run(context, result, heap);
-    const u64 hash = result.computed_hash(parallel_);
+    orl::NullStackFrame frame;
+    const u64 hash = plan_.constant().run(context, frame, result, heap);
     orl::fault_point("binary number", result.T, result.L * sizeof(Word));
     const FixedNumber number = lay_out(result, hash, plan_.precision_words(), parallel_);
     check_number(number);

@@ -1,6 +1,8 @@
-// The bottom of the recursion: magnitudes of a few words on the stack, multiplied by the schoolbook loop,
-// hashes beside.
+// The bottom of the recursion: signed integers of a few words on the stack, multiplied by the schoolbook loop, with
+// their hashes beside them. BasicInt knows neither zero nor a sign, both of which a term's P may have.
 #pragma once
+
+#include <algorithm>
 
 #include "core/exceptions.h"
 #include "multiply/basecase.h"
@@ -20,21 +22,26 @@ struct DoubleWord<u64> {
   using type = u128;
 };
 
-/// A magnitude in a buffer of `capacity` words, with the hash that it must have.
+/// A signed integer of a few words in a buffer of `capacity` words, and the hash of its value. No operation takes the
+/// hash from the words: it follows from the factors and summands, so a comparison proves the words. Zero has L = 0.
 template <class W>
 struct LeafNumber {
   W* T = nullptr;
   u64 capacity = 0;
   u64 L = 0;
   u64 hash = 0;
+  bool negative = false;
 
   /// value; two words of u32 at most.
   void set(u64 value) {
     L = 0;
+    hash = hash_fold(value);
+    negative = false;
     for (; value != 0; value = shifted(value)) T[L++] = static_cast<W>(value);
   }
-  /// *= w; grows by one word, two of u32.
+  /// *= w, w > 0; grows by one word, two of u32.
   void mul(u64 w) {
+    hash = hash_mul(hash, w);
     if constexpr (sizeof(W) == 8) {
       u64 carry = 0;
       for (u64 i = 0; i < L; ++i) {
@@ -53,69 +60,82 @@ struct LeafNumber {
       for (; carry != 0; carry >>= 32) T[L++] = static_cast<u32>(carry);
     }
   }
-  /// += c or -= c; at least c before a subtraction.
-  void add_small(W c, bool subtract) {
-    u64 i = 0;
-    if (subtract) {
-      while (c != 0 && i < L) {
-        const W before = T[i];
-        T[i++] = before - c;
-        c = before < c;
-      }
-      strip();
-    } else {
-      for (; c != 0 && i < L; ++i) {
-        T[i] += c;
-        c = T[i] < c;
-      }
-      if (c != 0) T[L++] = c;
-    }
+  void negate() {
+    negative = !negative;
+    hash = hash_neg(hash);
   }
   void copy(const LeafNumber& a) {
-    for (u64 i = 0; i < a.L; ++i) T[i] = a.T[i];
-    L = a.L;
+    copy_words(a);
+    negative = a.negative;
+    hash = a.hash;
   }
-  void strip() {
-    while (L != 0 && T[L - 1] == 0) --L;
-  }
-  /// a * b, which are not zero.
+  /// a * b; capacity a.L + b.L.
   void set_product(const LeafNumber& a, const LeafNumber& b) {
+    hash = hash_mul(a.hash, b.hash);
+    negative = a.negative != b.negative;
+    L = 0;
+    if (a.L == 0 || b.L == 0) return;
     mulB(T, a.T, a.L, b.T, b.L);
     L = a.L + b.L;
     L -= T[L - 1] == 0;
-    hash = hash_mul(a.hash, b.hash);
   }
-  /// += b or -= b; |this| >= |b| for a subtraction.
+  /// += b or -= b; capacity of the longer and one word.
   void add(const LeafNumber& b, bool subtract) {
-    using D = typename DoubleWord<W>::type;
     hash = subtract ? hash_sub(hash, b.hash) : hash_add(hash, b.hash);
-    while (L < b.L) T[L++] = 0;
-    W carry = 0;
-    if (subtract) {
-      for (u64 i = 0; i < L && (i < b.L || carry != 0); ++i) {
-        const D d = D{T[i]} - (i < b.L ? b.T[i] : 0) - carry;
-        T[i] = static_cast<W>(d);
-        carry = static_cast<W>(d >> (8 * sizeof(W))) & 1;
-      }
-      if (carry != 0) internal_error("LeafNumber::add()", "A negative value was encountered.");
-      strip();
+    if (b.L == 0) return;
+    const bool b_negative = b.negative != subtract;
+    if (L == 0) {
+      copy_words(b);
+      negative = b_negative;
+    } else if (negative == b_negative) {
+      add_words(b);
+    } else if (is_below(b)) {
+      subtract_words(b.T, b.L, T, L);
+      negative = b_negative;
     } else {
-      for (u64 i = 0; i < L && (i < b.L || carry != 0); ++i) {
-        const D d = D{T[i]} + (i < b.L ? b.T[i] : 0) + carry;
-        T[i] = static_cast<W>(d);
-        carry = static_cast<W>(d >> (8 * sizeof(W)));
-      }
-      if (carry != 0) T[L++] = carry;
+      subtract_words(T, L, b.T, b.L);
     }
   }
-  void take_hash() { hash = bp_hash<W>(0, T, L); }
 
  private:
+  using D = typename DoubleWord<W>::type;
+
   static u64 shifted(u64 value) {
     if constexpr (sizeof(W) == 8)
       return 0;
     else
       return value >> 32;
+  }
+  void copy_words(const LeafNumber& a) {
+    for (u64 i = 0; i < a.L; ++i) T[i] = a.T[i];
+    L = a.L;
+  }
+  bool is_below(const LeafNumber& b) const {
+    if (L != b.L) return L < b.L;
+    for (u64 i = L; i-- > 0;)
+      if (T[i] != b.T[i]) return T[i] < b.T[i];
+    return false;
+  }
+  void add_words(const LeafNumber& b) {
+    while (L < b.L) T[L++] = 0;
+    W carry = 0;
+    for (u64 i = 0; i < L && (i < b.L || carry != 0); ++i) {
+      const D d = D{T[i]} + (i < b.L ? b.T[i] : 0) + carry;
+      T[i] = static_cast<W>(d);
+      carry = static_cast<W>(d >> (8 * sizeof(W)));
+    }
+    if (carry != 0) T[L++] = carry;
+  }
+  /// |x| - |y| for |x| >= |y|; T may be either of them.
+  void subtract_words(const W* x, u64 x_words, const W* y, u64 y_words) {
+    W borrow = 0;
+    for (u64 i = 0; i < x_words; ++i) {
+      const D d = D{x[i]} - (i < y_words ? y[i] : 0) - borrow;
+      T[i] = static_cast<W>(d);
+      borrow = static_cast<W>(d >> (8 * sizeof(W))) & 1;
+    }
+    L = x_words;
+    while (L != 0 && T[L - 1] == 0) --L;
   }
 };
 
@@ -124,19 +144,19 @@ void check_end_capacity(const char* function, const LeafNumber<W>& number, u64 w
   if (number.capacity < words) throw BufferTooSmallException(function, number.capacity, words);
 }
 
-/// Hands a leaf's number over: buffer, sign, hash.
+/// Hands a leaf's number over to the buffer's number, whose words it wrote.
 template <class W>
-void finish_leaf(ExactFloat<W>& out, const LeafNumber<W>& number, u8 sign) {
+void finish_leaf(ExactFloat<W>& out, const LeafNumber<W>& number) {
   out.T = out.base;
   out.L = number.L;
   out.exp = 0;
-  out.sign = sign;
-  out.hash = sign ? number.hash : hash_neg(number.hash);
+  out.sign = number.L == 0 || !number.negative;
+  out.hash = number.hash;
 }
 
 template <class W>
 LeafNumber<W> leaf_number(const ExactFloat<W>& out) {
-  return {out.base, out.size, 0, 0};
+  return {out.base, out.size};
 }
 
 /// P, Q, R of a range of kind CommonP2B3.
@@ -145,14 +165,13 @@ struct LeafNode {
   LeafNumber<W> P, Q, R;
 };
 
-/// Splits (a, b] down to single terms, which `term(k, node)` fills with magnitudes and hashes. The magnitudes
-/// of P must fall fast enough that a subtraction in a merge leaves a positive P. `TermWords` bounds one
-/// number of one term.
+/// Splits (a, b] of kind CommonP2B3 down to single terms, which `term(k, node)` fills, of any sign and zero P or R
+/// included. `TermWords` bounds one number of one term. `function` names the end case in a BufferTooSmallException.
 template <class W, u64 TermWords, u64 Width, class Term>
 class LeafSplitter {
  public:
-  LeafSplitter(const char* function, bool alternating, const Term& term)
-      : function_(function), alternating_(alternating), term_(term) {}
+  LeafSplitter(const char* function, const Series<W>& series, const Term& term)
+      : function_(function), series_(series), term_(term) {}
 
   void run(u64 a, u64 b, LeafNode<W>& out) const {
     if (b - a == 1) {
@@ -166,26 +185,26 @@ class LeafSplitter {
     LeafNode<W> l, r;
     W* next = store;
     for (LeafNumber<W>* n : {&l.P, &l.Q, &l.R, &r.P, &r.Q, &r.R}) {
-      *n = {next, kHalf, 0, 0};
+      *n = {next, kHalf};
       next += kHalf;
     }
     const u64 m = (a + b) >> 1;
     run(a, m, l);
     run(m, b, r);
-    check_end_capacity(function_, out.P, l.P.L + r.Q.L + 1);
+    check_end_capacity(function_, out.P, std::max(l.P.L + r.Q.L, l.R.L + r.P.L) + 1);
     check_end_capacity(function_, out.Q, l.Q.L + r.Q.L);
     check_end_capacity(function_, out.R, l.R.L + r.R.L);
-    LeafNumber<W> t{sum, 2 * kHalf, 0, 0};
+    LeafNumber<W> t{sum, 2 * kHalf};
     t.set_product(l.R, r.P);
     out.P.set_product(l.P, r.Q);
     out.Q.set_product(l.Q, r.Q);
     out.R.set_product(l.R, r.R);
-    out.P.add(t, alternating_ && ((m ^ a) & 1));
+    out.P.add(t, series_.subtracts(a, m));
   }
 
  private:
   const char* function_;
-  bool alternating_;
+  const Series<W>& series_;
   const Term& term_;
 };
 

@@ -1,25 +1,19 @@
-// The list of blocks of a series, and its value.
+#include "splitting/psr_series.h"
+
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 
 #include "core/exceptions.h"
-#include "core/format.h"
-#include "core/output.h"
-#include "numbers/transform.h"
-#include "splitting/binary_splitting.h"
+#include "core/number_text.h"
+#include "splitting/exact_steps.h"
 #include "splitting/stage_timer.h"
 
 namespace orl {
 namespace {
 
-// Forks below the last thread: none, halves of equal size finish together.
-constexpr u64 kExtraLevels = 0;
 // The smallest block worth giving to one thread, in bits.
 constexpr u64 kThreadBits = 221185;
 constexpr u64 kManyBlocks = 10000;
-
-u64 round_up_8(u64 n) { return (n + 7) & ~u64{7}; }
 
 /// First m in (a, b] with reached(m), which stays true from there on; b when there is none before it.
 template <class Predicate>
@@ -45,68 +39,56 @@ u64 block_end(const Series<W>& series, u64 a, DoubleDouble smallest, DoubleDoubl
   return m;
 }
 
-void warn_of_many_blocks(u64 count) {
-  static bool warned = false;
-  if (count == kManyBlocks && !warned) {
-    warned = true;
-    notice_line("Performance Warning: PSR plan has exceeded 10000 blocks.", 'Y');
-  }
-}
-
-void warn_of_plan_size(u64 count) {
-  if (count < kManyBlocks) return;
-  notice_line("PSR plan has reached a size of " + format_with_commas(count) + " blocks.", 'Y');
-  notice_line("It is not recommended to proceed with such a computation.", 'Y');
-}
-
-template <class W>
-BigFloat<W> as_big_float(const ExactFloat<W>& x) {
-  BigFloat<W> f(x.base, x.size);
-  f.T = x.T;
-  f.L = x.L;
-  f.exp = x.exp;
-  f.sign = x.sign;
-  return f;
-}
-
 /// For member initialisers: what must hold before a plan is built.
 s32 checked_power(s32 power) {
   if (power != 1 && power != -1) throw InvalidParametersException("PSR_SeriesB()", "Power must be 1 or -1.");
   return power;
 }
 
+/// The longest fraction of a series to p words.
+template <class W>
+u64 fraction_words(const Series<W>& series, u64 p) {
+  return std::min(series.remaining_words(0), p + 1) + 2;
+}
+
 }  // namespace
 
 template <class Store>
-PSR_Series<Store>::PSR_Series(std::unique_ptr<const Series<W>> series, const SeriesCoefficients& coefficients,
-                              s32 power, u64 p, u64 tds, bool reduced)
+PSR_Series<Store>::PSR_Series(std::unique_ptr<const Series<W>> series, const Value& value, u64 p,
+                              const Budget& budget)
     : series_(std::move(series)),
-      coefficients_(coefficients),
-      inverse_(checked_power(power) < 0),
+      inverse_(checked_power(value.power) < 0),
       p_(p),
-      tds_(std::max<u64>(tds, 1)),
-      division_(p, tds) {
-  plan_blocks(reduced);
+      budget_(budget),
+      outer_(value.coefficients, p, fraction_words(*series_, p)),
+      division_(p, budget.tds) {
+  plan_blocks(value.memory);
   const DoubleDouble whole = series_->size(0, series_->terms());
   expansion_ = (whole / words_to_nats<W>(p)).to_double();
-  headline_ = std::string("Series ") + kind_name(series_->kind()) + "...  " +
-              format_with_commas(series_->terms()) +
-              " terms  (Expansion Factor = " + format_float(expansion_, 3) + ")";
+  headline_ = std::string("Series ") + series_->kind().name() + "...  " + with_commas(series_->terms()) +
+              " terms  (Expansion Factor = " + significant_digits(expansion_, 3) + ")";
+  plan_need(value.memory);
+}
 
-  fraction_words_ = round_up_8(blocks_.front()->kept_words() + 2);
-  const u64 sum_words = round_up_8(p + 5);
-  // U, T, Q U and their sum; then U, the sum and the division.
-  const u64 one = LinearHeapBuffer::cut_bytes<W>(fraction_words_),
-            sum = LinearHeapBuffer::cut_bytes<W>(sum_words);
-  const u64 linear = 2 * one + 2 * sum;
-  const auto quotient = [&] { return one + sum + division_.need().ram_bytes; };
-  u64 others = linear;
-  for (const auto& block : blocks_) others = std::max(others, block->total_bytes());
+template <class Store>
+void PSR_Series<Store>::plan_need(SeriesMemory memory) {
+  const auto blocks = [&](auto& arena) {
+    for (const auto& block : blocks_) arena.leave(block->total_bytes());
+  };
+  const auto finish = [&](auto& arena) {
+    outer_.cut(arena);
+    arena.leave(division_.need().ram_bytes);
+  };
   // The reciprocal's transform is kept where that does not decide the memory.
-  if (quotient() > others)
-    division_ = ProvedDivision<Store>(p, tds_, reduced ? DivisionMemory::kLeast : DivisionMemory::kLess);
+  const Need sums = Store::need_of([&](auto& arena) {
+    blocks(arena);
+    outer_.cut(arena);
+  });
+  if (Store::need_of(finish).ram_bytes > sums.ram_bytes)
+    division_ = ProvedDivision<Store>(
+        p_, budget_.tds, memory == SeriesMemory::kReduced ? DivisionMemory::kLeast : DivisionMemory::kLess);
   need_ = division_.need();
-  need_.ram_bytes = std::max(others, quotient());
+  need_.ram_bytes = std::max(sums.ram_bytes, Store::need_of(finish).ram_bytes);
   for (const auto& block : blocks_) {
     block->use_memory(need_.ram_bytes);
     need_.table_bits = std::max(need_.table_bits, block->product_words() * 8 * sizeof(W));
@@ -114,107 +96,104 @@ PSR_Series<Store>::PSR_Series(std::unique_ptr<const Series<W>> series, const Ser
 }
 
 template <class Store>
-void PSR_Series<Store>::plan_blocks(bool reduced) {
+void PSR_Series<Store>::plan_blocks(SeriesMemory memory) {
   u64 width = 1;
-  while (width < tds_ << kExtraLevels) width *= 2;
+  while (width < budget_.tds) width *= 2;
   const DoubleDouble smallest = DoubleDouble::from_u64(width * kThreadBits) * DoubleDouble::ln2();
-  const DoubleDouble largest = words_to_nats<W>(reduced ? std::max<u64>(p_ / 2, 1) : p_);
+  const DoubleDouble largest =
+      words_to_nats<W>(memory == SeriesMemory::kReduced ? std::max<u64>(p_ / 2, 1) : p_);
   u64 highest = 0;
-  const auto total_with = [&](const PSR_BlockB<W>& block) { return std::max(highest, block.total_bytes()); };
+  const auto total_with = [&](const PSR_Block<Store>& block) {
+    return std::max(highest, block.total_bytes());
+  };
+  BlockShape shape{p_, std::max<u64>(budget_.tds, 1), 0, memory};
   for (u64 a = 0; a < series_->terms(); a = blocks_.back()->b()) {
-    const u64 b = block_end(*series_, a, smallest, largest);
-    auto block = std::make_unique<PSR_BlockB<W>>(*series_, a, b, p_, tds_, kExtraLevels, 0, reduced);
-    if (tds_ >= 2 && total_with(*block) > highest) {
+    const TermRange range{a, block_end(*series_, a, smallest, largest)};
+    const auto with_halving = [&](u64 levels) {
+      shape.halving = levels;
+      return std::make_unique<PSR_Block<Store>>(*series_, range, shape);
+    };
+    auto block = with_halving(0);
+    if (shape.tds >= 2 && total_with(*block) > highest) {
       // A halving level costs time; it is worth a ninth of the memory.
-      auto halved = std::make_unique<PSR_BlockB<W>>(*series_, a, b, p_, tds_, kExtraLevels, 1, reduced);
+      auto halved = with_halving(1);
       const u64 total = total_with(*halved);
       if (total <= highest || total + total / 8 < total_with(*block)) block = std::move(halved);
     }
     highest = total_with(*block);
     blocks_.push_back(std::move(block));
-    warn_of_many_blocks(blocks_.size());
   }
-  warn_of_plan_size(blocks_.size());
 }
 
 template <class Store>
-void PSR_Series<Store>::sum_blocks(const RunContext& ctx, SeriesFraction<W>& fraction, Arena heap) const {
-  StatusFrame frame(ctx.status, "Series");
+std::vector<std::string> PSR_Series<Store>::warnings() const {
+  if (blocks_.size() < kManyBlocks) return {};
+  return {"Performance Warning: PSR plan has exceeded 10000 blocks.",
+          "PSR plan has reached a size of " + with_commas(blocks_.size()) + " blocks.",
+          "It is not recommended to proceed with such a computation."};
+}
+
+template <class Store>
+void PSR_Series<Store>::run_fraction(const RunContext& ctx, Frame& caller, Fraction& fraction,
+                                     Arena heap) const {
+  Frame frame = caller.enter("PSR_SeriesB::run_fraction()");
+  frame.assert_sL("Terms", series_->terms());
+  ctx.status.println(headline_);
+  fraction = {};
+  StatusFrame status(ctx.status, "Series");
   const double whole = series_->size(0, series_->terms()).to_double();
   double done = 0;
   for (u64 i = blocks_.size(); i-- > 0;) {
-    const PSR_BlockB<W>& block = *blocks_[i];
+    const PSR_Block<Store>& block = *blocks_[i];
     char line[64];
     const bool leaf = block.b() - block.a() <= series_->leaf_width();
     std::snprintf(line, sizeof line, "Series: %c  %llu )", leaf ? 'E' : 'A',
                   static_cast<unsigned long long>(i));
     ctx.status.set_line(line, done / whole);
-    Arena rest = heap;
-    W* const area = rest.template cut<W>(block.area_words());
-    block.run(ctx, fraction, area, rest);
+    frame.stage([&] { block.run(ctx, frame, fraction, heap); }, fraction);
     done += series_->size(block.a(), block.b()).to_double();
   }
 }
 
 template <class Store>
-void PSR_Series<Store>::finish(const RunContext& ctx, Frame& frame, SeriesFraction<W>& fraction, Number& out,
-                               Arena heap) const {
-  const u64 sum_words = round_up_8(p_ + 5);
-  Arena rest = heap;
-  W* const u_words = rest.template cut<W>(fraction_words_);
-  Number u = as_big_float(fraction.U), t = as_big_float(fraction.T);
-  u.size = fraction_words_;
-  t.size = fraction_words_;
-  // n = P t + Q u, beyond both of them.
-  Arena above = rest;
-  above.template cut<W>(fraction_words_);
-  Number y(above.template cut<W>(sum_words), sum_words);
-  Number sum(above.template cut<W>(sum_words), sum_words);
-  t.mul_uW(static_cast<W>(coefficients_.P < 0 ? -coefficients_.P : coefficients_.P), ctx.parallel);
-  if (coefficients_.P < 0) t.negate();
-  if (coefficients_.Q != 0) {
-    y.set_mul_uW(p_ + 1, u, static_cast<W>(coefficients_.Q < 0 ? -coefficients_.Q : coefficients_.Q),
-                 ctx.parallel);
-    if (coefficients_.Q < 0) y.negate();
+u64 PSR_Series<Store>::finish(const RunContext& ctx, Frame& frame, Fraction& fraction, Number& out,
+                              Arena heap) const {
+  OuterFraction<Store> value;
+  frame.stage([&] { value = outer_.run(ctx, fraction, heap); }, value.n, value.d);
+  if (value.n.signum() == 0) {
+    if (inverse_) throw ArithmeticException("PSR_SeriesB::run()", "Divide by zero.");
+    out.set_zero();
+    return 0;
   }
-  sum.set_add(p_ + 1, t, y, ctx.parallel);
-  // d = D u takes u's place, n comes down behind it, the division gets the rest.
-  if (u.T != u_words) std::memmove(u_words, u.T, u.L * sizeof(W));
-  u.T = u.base = u_words;
-  u.mul_uW(static_cast<W>(coefficients_.D), ctx.parallel);
-  W* const n_words = rest.template cut<W>(sum_words);
-  std::memmove(n_words, sum.T, sum.L * sizeof(W));
-  sum.T = sum.base = n_words;
-  if (inverse_)
-    division_.run(ctx, frame, out, u, sum, rest);
-  else
-    division_.run(ctx, frame, out, sum, u, rest);
+  show_fault_point("division operand", value.n);
+  show_fault_point("division operand", value.d);
+  u64 hash = 0;
+  frame.stage(
+      [&] {
+        hash = inverse_ ? division_.run(ctx, frame, out, value.d, value.n, heap)
+                        : division_.run(ctx, frame, out, value.n, value.d, heap);
+      },
+      out);
+  // The division has read its operands; if they are right now, they were right then.
+  if (!value.is_right(ctx.parallel))
+    throw AlgorithmFailedException("PSR_SeriesB::run()", "Checksum Mismatch. Division failed.");
+  return hash;
 }
 
 template <class Store>
-void PSR_Series<Store>::run_fraction(const RunContext& ctx, SeriesFraction<W>& fraction, Arena heap) const {
+u64 PSR_Series<Store>::run(const RunContext& ctx, Frame& caller, Number& out, Arena heap) const {
   if (heap.size < need_.ram_bytes)
     throw BufferTooSmallException("PSR_SeriesB::run()", heap.size, need_.ram_bytes);
-  ctx.status.println(headline_);
-  fraction = {};
-  sum_blocks(ctx, fraction, heap);
-}
-
-template <class Store>
-void PSR_Series<Store>::run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const {
-  SeriesFraction<W> fraction;
+  Frame frame = caller.enter("PSR_SeriesB::run()");
+  frame.assert_sL("p", p_);
+  Fraction fraction;
   StageTimer summing(ctx.status, "Summing Series");
-  run_fraction(ctx, fraction, heap);
+  frame.stage([&] { run_fraction(ctx, frame, fraction, heap); }, fraction);
   summing.finish();
   StageTimer finishing(ctx.status, "Finishing Series");
-  finish(ctx, frame, fraction, out, heap);
+  const u64 hash = finish(ctx, frame, fraction, out, heap);
   finishing.finish();
-}
-
-template <class Store>
-void PSR_Series<Store>::run(const RunContext& ctx, Number& out, Arena heap) const {
-  Frame frame;
-  run(ctx, frame, out, heap);
+  return hash;
 }
 
 template class PSR_Series<RamStore<u32>>;

@@ -1,48 +1,18 @@
-// A series as binary splitting sees it: how many terms, how large their numbers, and what a short range is.
+// A series as binary splitting sees it: its kind, how many terms, how large their numbers, and what a short range is.
 //
-// Range    (a, b] holds the terms k = a + 1 .. b; a node of the recursion carries P, Q and, in most kinds, R
-// of a range:
-//            CommonP2B3     P/Q = sum of P(k)/Q(k) * prod over a < j < k of R(j)/Q(j)
-//            Hyperdescent   the same with R(j) = 1, and P(k) counted once: sum of P(k) / prod over a < j <= k
-//            of Q(j)
-// Signs    Q and R are positive. In an alternating series a merge subtracts when its left half holds an odd
-// number of
-//          terms, and so does the fold of a block into the tail when the block does.
-// Sizes    in nats, as double-doubles; F(x) = ln x! but for less than 1/(12 (x + 1)):
-//            size(a, b) = A (b - a) + B (F(b) - F(a))
-//            bound      = size + max(0, s) ln((b + 1)/(a + 1)) + max(0, e ln b + ln C) + 1     for P, Q and R
-//          with s = -(sum of the roots of Q) and P(k)/Q(k) ~ C k^e: the model of Q leaves out what P has
-//          more.
+// Range    (a, b] holds the terms k = a + 1 .. b; a node of the recursion carries the numbers of its kind (kind.h).
+// Signs    A term's numbers may have any sign and P may be zero. An alternating series may leave the signs to the kind
+//          instead: its terms are then those of the series of magnitudes, and a join subtracts where the left part has
+//          an odd number of terms.
+// Sizes    in nats, by the series' SizeModel; in words here.
 #pragma once
 
-#include "numbers/exact_float.h"
-#include "splitting/double_double.h"
+#include <memory>
+
+#include "splitting/kind.h"
+#include "splitting/size_model.h"
 
 namespace orl {
-
-enum class SeriesKind { kCommonP2B3, kHyperdescent };
-
-/// "CommonP2B3", "Hyperdescent".
-const char* kind_name(SeriesKind kind);
-constexpr bool kind_has_R(SeriesKind kind) { return kind == SeriesKind::kCommonP2B3; }
-
-/// (x + 1/2) ln(1 + x) - x - (1 - ln(2 pi)/2); finite at 0.
-DoubleDouble stirling(u64 x);
-
-struct SizeModel {
-  DoubleDouble rate;  ///< nats of precision a term; not used where remaining() is overridden
-  DoubleDouble A;     ///< nats of Q a term
-  double B = 0;       ///< weight of the factorial
-  double s = 0;
-  double e = 0;
-  double ln_C = 0;
-};
-
-/// The numbers of a node. Their buffers are the plan's; exponents are 0 as long as nothing is cut.
-template <class W>
-struct SeriesNode {
-  ExactFloat<W> P, Q, R;
-};
 
 template <class W>
 class Series {
@@ -51,67 +21,74 @@ class Series {
 
   virtual ~Series() = default;
 
-  SeriesKind kind() const { return kind_; }
+  const SeriesKind<W>& kind() const { return kind_; }
+  const SizeModel& sizes() const { return *sizes_; }
   u64 terms() const { return terms_; }
   /// Largest number of terms that the recursion hands to end() as a unit.
   u64 leaf_width() const { return leaf_width_; }
-  /// Largest size in words of one term's numbers together.
-  u64 term_words() const { return term_words_; }
-  bool alternating() const { return alternating_; }
-  /// Whether the merge of (a, m] with what follows subtracts.
-  bool subtracts(u64 a, u64 m) const { return alternating_ && ((m ^ a) & 1); }
+  /// Whether joining (a, m] to what follows subtracts.
+  bool subtracts(u64 a, u64 m) const { return kind_.subtracts(alternating_, m - a); }
 
-  /// Nats that the terms after a can still contribute.
-  virtual DoubleDouble remaining(u64 a) const;
+  /// Nats that the terms after a can still contribute: not rising with a, and in no need of being linear.
+  virtual DoubleDouble remaining(u64 a) const = 0;
   /// The same in words, rounded, and one more.
   u64 remaining_words(u64 a) const;
-  /// Nats of the largest number of (a, b], but for what bound_words adds.
-  virtual DoubleDouble size(u64 a, u64 b) const;
-  /// No number of (a, b] is longer than this.
-  u64 bound_words(u64 a, u64 b) const;
-  /// Words of each buffer in which (a, b] can be split without further threads: the bound, and room for the
-  /// rounding of every right half's start to a multiple of 8.
-  u64 scratch_words(u64 a, u64 b) const;
-  /// The m at which both halves have the same size, a < m < b; b - a >= 2.
-  virtual u64 midpoint(u64 a, u64 b) const;
-  /// Fills P, Q, R of (a, b], 1 <= b - a <= leaf_width(), in their buffers. A term's hash comes from its
-  /// words, that of more terms from the hashes of their parts. Throws BufferTooSmallException under the end
-  /// case's name.
+  /// Nats of the largest number of (a, b], but for the excess.
+  DoubleDouble size(u64 a, u64 b) const { return sizes_->size(a, b); }
+  /// Number `number` of (a, b] is not longer than this.
+  u64 bound_words(u32 number, u64 a, u64 b) const;
+  NodeWords bound_words(u64 a, u64 b) const;
+  /// Fills the numbers of (a, b], 1 <= b - a <= leaf_width(), in the node's buffers, of bound_words() each. A number's
+  /// hash comes from those of its factors and summands, not from its words. Throws BufferTooSmallException under the
+  /// end case's name.
   virtual void end(u64 a, u64 b, SeriesNode<W>& out) const = 0;
 
   // For plans, which bound all nodes of one depth at once --------------------------------------------------
-  /// Words of a product of numbers of two neighbouring ranges whose sizes add up to `nats`, up to term b.
-  u64 product_words(DoubleDouble nats, u64 b) const;
-  /// scratch_words of any range of at most `nats` inside (a, b].
-  u64 scratch_words(DoubleDouble nats, u64 a, u64 b) const;
-  /// Nats by which two halves of a range up to b may differ.
-  DoubleDouble imbalance(u64 b) const;
+  /// Words of a product of number `number` of two neighbouring ranges whose sizes add up to `nats`, up to term b.
+  u64 product_words(u32 number, DoubleDouble nats, u64 b) const;
+  NodeWords product_words(DoubleDouble nats, u64 b) const;
+  /// Words of each buffer in which any range of at most `nats` inside (a, b] can be split without further threads: the
+  /// bound, and room for the rounding of every right half's start to a multiple of 8.
+  NodeWords scratch_words(DoubleDouble nats, u64 a, u64 b) const;
+
+  // Above this a range is split by size, below it by count.
+  static constexpr u64 kCountedRange = 100;
 
  protected:
-  Series(SeriesKind kind, u64 leaf_width, u64 term_words, bool alternating, const SizeModel& model)
+  /// `kind` outlives the series. `alternating`: as "Signs" has it.
+  Series(const SeriesKind<W>& kind, std::unique_ptr<const SizeModel> sizes, u64 leaf_width, u64 terms,
+         bool alternating)
       : kind_(kind),
+        sizes_(std::move(sizes)),
         leaf_width_(leaf_width),
-        term_words_(term_words),
-        alternating_(alternating),
-        model_(model) {}
+        terms_(terms),
+        alternating_(alternating) {}
+
+ private:
+  const SeriesKind<W>& kind_;
+  std::unique_ptr<const SizeModel> sizes_;
+  u64 leaf_width_;
+  u64 terms_;
+  bool alternating_;
+};
+
+/// A series whose terms fall by `rate` nats each, up to factors that do not matter.
+template <class W>
+class GeometricSeries : public Series<W> {
+ public:
+  DoubleDouble remaining(u64 a) const override { return DoubleDouble::from_u64(this->terms() - a) * rate_; }
 
   /// rint(p W ln 2 / rate + 1.5): the first term left out is below 2^-(p W).
   static u64 terms_for(u64 p, DoubleDouble rate);
 
-  u64 terms_ = 0;
+ protected:
+  /// The series to p words.
+  GeometricSeries(const SeriesKind<W>& kind, std::unique_ptr<const SizeModel> sizes, u64 leaf_width, u64 p,
+                  DoubleDouble rate, bool alternating)
+      : Series<W>(kind, std::move(sizes), leaf_width, terms_for(p, rate), alternating), rate_(rate) {}
 
  private:
-  DoubleDouble excess(u64 a, u64 b) const;
-
-  SeriesKind kind_;
-  u64 leaf_width_;
-  u64 term_words_;
-  bool alternating_;
-  SizeModel model_;
+  DoubleDouble rate_;
 };
-
-/// p words in nats.
-template <class W>
-DoubleDouble words_to_nats(u64 p);
 
 }  // namespace orl

@@ -34,14 +34,15 @@ void orc_Verify_BSR(const ExactFloat<W>& A, const ExactFloat<W>& B, u64 a, u64 b
 }
 
 template <class W>
-void verify_node(const SeriesNode<W>& node, SeriesKind kind, u64 a, u64 b, const RunContext& ctx) {
-  orc_Verify_BSR(node.P, node.Q, a, b, ctx);
-  if (kind_has_R(kind)) orc_Verify_BSR(node.R, ExactFloat<W>(), a, b, ctx);
+void verify_node(const SeriesNode<W>& node, u64 a, u64 b, const RunContext& ctx) {
+  static const ExactFloat<W> none;
+  for (u32 i = 0; i < node.count; i += 2)
+    orc_Verify_BSR(node[i], i + 1 < node.count ? node[i + 1] : none, a, b, ctx);
 }
 
 template void orc_Verify_BSR(const ExactFloat<u32>&, const ExactFloat<u32>&, u64, u64, const RunContext&);
 template void orc_Verify_BSR(const ExactFloat<u64>&, const ExactFloat<u64>&, u64, u64, const RunContext&);
-template void verify_node(const SeriesNode<u32>&, SeriesKind, u64, u64, const RunContext&);
-template void verify_node(const SeriesNode<u64>&, SeriesKind, u64, u64, const RunContext&);
+template void verify_node(const SeriesNode<u32>&, u64, u64, const RunContext&);
+template void verify_node(const SeriesNode<u64>&, u64, u64, const RunContext&);
 
 }  // namespace orl

@@ -4,7 +4,7 @@
 
 #include "numbers/exact_float.h"
 #include "numbers/run_context.h"
-#include "splitting/series.h"
+#include "splitting/node.h"
 
 namespace orl {
 
@@ -16,6 +16,6 @@ void orc_Verify_BSR(const ExactFloat<W>& A, const ExactFloat<W>& B, u64 a, u64 b
 
 /// All numbers of a node over (a, b].
 template <class W>
-void verify_node(const SeriesNode<W>& node, SeriesKind kind, u64 a, u64 b, const RunContext& ctx);
+void verify_node(const SeriesNode<W>& node, u64 a, u64 b, const RunContext& ctx);
 
 }  // namespace orl

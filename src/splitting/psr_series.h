@@ -1,0 +1,78 @@
+// The value of a series: the list of its blocks, walked from the last to the first, and the division at the end.
+//
+// Blocks   a block ends where its numbers are as long as the precision that is still needed behind it, so that nothing
+//          longer than that is ever multiplied.
+// Proof    one chain of hashes runs from the terms (leaf.h) through merges, folds and cuts and the outer sums to the
+//          operands of the division, which is proved by its residual.
+// Source   binary splitting: see kind.h. Truncation of the tail at each block: X. Gourdon, P. Sebah, "Binary splitting
+//          method", 2001, describes the truncated form; the choice of the blocks is this system's own.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "functions/proved.h"
+#include "splitting/outer_sum.h"
+#include "splitting/psr_block.h"
+
+namespace orl {
+
+/// The value of a whole series at a precision of p words, or its inverse.
+template <class Store>
+class PSR_Series {
+ public:
+  using W = typename Store::Word;
+  using Number = typename Store::Number;
+  using Arena = typename Store::Arena;
+  using Frame = typename Store::Frame;
+  using Budget = typename Store::Budget;
+  using Fraction = SeriesFraction<Store>;
+
+  /// What is computed from the series' sum.
+  struct Value {
+    SeriesCoefficients coefficients;
+    s32 power = 1;  ///< 1: the value, -1: its inverse
+    SeriesMemory memory = SeriesMemory::kFast;
+  };
+
+  /// A power other than 1 and -1 throws InvalidParametersException "PSR_SeriesB()", "Power must be 1 or -1.".
+  PSR_Series(std::unique_ptr<const Series<W>> series, const Value& value, u64 p, const Budget& budget);
+
+  Need need() const { return need_; }
+  u64 precision() const { return p_; }
+  const Series<W>& series() const { return *series_; }
+  const std::vector<std::unique_ptr<PSR_Block<Store>>>& blocks() const { return blocks_; }
+  /// How much larger than the precision the numbers of the whole range would be.
+  double expansion_factor() const { return expansion_; }
+  /// What the user should be told of the plan before he runs it.
+  std::vector<std::string> warnings() const;
+
+  /// out = the value; out holds need().out_words. Returns the hash that out's words must have, known before they were
+  /// proved. Throws BufferTooSmallException "PSR_SeriesB::run()", AlgorithmFailedException "Checksum Mismatch. Division
+  /// failed." when the division's operands are not what the series gave, and what blocks and the division throw.
+  u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const;
+  /// The sum's fraction P/Q alone, to p + 2 words or a few more; numbers lie in `heap`.
+  void run_fraction(const RunContext& ctx, Frame& frame, Fraction& fraction, Arena heap) const;
+
+ private:
+  void plan_blocks(SeriesMemory memory);
+  void plan_need(SeriesMemory memory);
+  u64 finish(const RunContext& ctx, Frame& frame, Fraction& fraction, Number& out, Arena heap) const;
+
+  std::unique_ptr<const Series<W>> series_;
+  bool inverse_;
+  u64 p_;
+  Budget budget_;
+  std::vector<std::unique_ptr<PSR_Block<Store>>> blocks_;
+  double expansion_ = 0;
+  std::string headline_;  ///< the line on the console, made here because a run allocates nothing
+  OuterSum<Store> outer_;
+  ProvedDivision<Store> division_;
+  Need need_;
+};
+
+template <class W>
+using PSR_SeriesB = PSR_Series<RamStore<W>>;
+
+}  // namespace orl
