@@ -73,11 +73,10 @@ typename FinalProduct<RamStore<W>>::Buffers FinalProduct<RamStore<W>>::cut(Arena
 }
 
 template <class W>
-u64 FinalProduct<RamStore<W>>::run(const RunContext& ctx, Frame& caller, const Factor& x_factor,
-                                   const Factor& y_factor, LinearHeapBuffer heap) const {
+u64 FinalProduct<RamStore<W>>::run(const RunContext& ctx, Frame& caller, Number& x, u64 x_hash,
+                                   const Hashed<Number>& y_factor, LinearHeapBuffer heap) const {
   using Transform = typename Store::Transform;
   Frame frame = caller.enter(kFunction);
-  Number& x = x_factor.number;
   const Number& y = y_factor.number;
   const u64 n = p_ + 3;
   if (heap.size < heap_bytes_) throw BufferTooSmallException(kFunction, heap.size, heap_bytes_);
@@ -89,7 +88,7 @@ u64 FinalProduct<RamStore<W>>::run(const RunContext& ctx, Frame& caller, const F
   // Words of x and of y below their top n go; a shorter number has a shorter lower half, or none. The upper
   // half gets the hash that the number's own leaves for it, so that a change in any of its words shows.
   const u64 upper = n - half_;
-  const auto halves = [&](const Factor& factor) {
+  const auto halves = [&](const Hashed<Number>& factor) {
     const Number& z = factor.number;
     show_fault_point("last factor", z);
     const u64 middle = z.L > upper ? z.L - upper : 0;
@@ -100,7 +99,7 @@ u64 FinalProduct<RamStore<W>>::run(const RunContext& ctx, Frame& caller, const F
     return std::pair{
         HashedPart<W>{slice(z, middle, z.L), hash_canon(hash_sub(hash_canon(factor.hash), below))}, low};
   };
-  const auto [x1, x0] = halves(x_factor);
+  const auto [x1, x0] = halves({x, x_hash});
   const auto [y1, y0] = halves(y_factor);
   // x1 y0 and x0 y1 end below this exponent.
   const s64 cross_top = x.magnitude() + y.magnitude() - static_cast<s64>(upper);

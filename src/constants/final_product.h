@@ -10,6 +10,7 @@
 //          off is taken off its hash: one comparison at the end proves products, sums and that no operand has changed.
 #pragma once
 
+#include "functions/proved.h"
 #include "numbers/ram_store.h"
 
 namespace orl {
@@ -25,22 +26,18 @@ class FinalProduct<RamStore<W>> {
   using Number = typename Store::Number;
   using Frame = typename Store::Frame;
 
-  /// A positive, normalised number and what it hashed to when it was proved.
-  struct Factor {
-    Number& number;
-    u64 hash;
-  };
-
   FinalProduct(u64 p, const typename Store::Budget& budget);
 
   /// Capacity that x must have.
   u64 out_words() const { return p_ + 8; }
   u64 heap_bytes() const { return heap_bytes_; }
   u64 product_words() const { return product_words_; }
-  /// x *= y: the top p + 2 words or a few more, the lowest of them inexact; relative error below 8 W^-(p+1). Returns
-  /// the hash that x's words must have. Throws BufferTooSmallException "FinalProduct::run()"; AlgorithmFailedException
-  /// "Checksum Mismatch. Multiplication Failed." when the words have not the hash that those of the operands give them.
-  u64 run(const RunContext& ctx, Frame& frame, const Factor& x, const Factor& y, LinearHeapBuffer heap) const;
+  /// x *= y: the top p + 2 words or a few more, the lowest of them inexact; relative error below 8 W^-(p+1). Both are
+  /// positive and normalised; `x_hash` is what x hashed to when it was proved. Returns the hash that x's words must
+  /// have. Throws BufferTooSmallException "FinalProduct::run()"; AlgorithmFailedException "Checksum Mismatch.
+  /// Multiplication Failed." when the words have not the hash that those of the operands give them.
+  u64 run(const RunContext& ctx, Frame& frame, Number& x, u64 x_hash, const Hashed<Number>& y,
+          LinearHeapBuffer heap) const;
 
  private:
   struct Buffers {

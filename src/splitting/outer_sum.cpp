@@ -74,25 +74,24 @@ typename OuterSum<RamStore<W>>::Cuts OuterSum<RamStore<W>>::cut_all(Arena& arena
 }
 
 template <class W>
-typename OuterSum<RamStore<W>>::Outer OuterSum<RamStore<W>>::run(const RunContext& ctx, Fraction& fraction,
-                                                                 LinearHeapBuffer& heap) const {
+void OuterSum<RamStore<W>>::run(const RunContext& ctx, Fraction& fraction, Outer& outer,
+                                LinearHeapBuffer heap) const {
   const ParallelContext parallel = ctx.parallel;
-  Cuts cuts = cut_all(heap);
-  ExactFloat<W>& n = cuts.work;
+  ExactFloat<W> n = cut_all(heap).work;
   ExactFloat<W> t = fraction.T, u = fraction.U;
   t.size = u.size = d_words_;
   multiply(t, coefficients_.P, n, parallel);
   set_product(n, u, coefficients_.Q, parallel);
   add_exact(n, t, false, parallel);
   cut_exact(n, p_ + 3, parallel);
-  move_exact(n, cuts.outer.n.base, n_words_, parallel);
-  move_exact(u, cuts.outer.d.base, d_words_, parallel);
+  move_exact(n, outer.n.base, n_words_, parallel);
+  move_exact(u, outer.d.base, d_words_, parallel);
   // Behind n, where T and the work were.
-  ExactFloat<W> aside(n.base + n_words_, d_words_ + 2);
+  const ExactFloat<W> aside(n.base + n_words_, d_words_ + 2);
   multiply(u, static_cast<s64>(coefficients_.D), aside, parallel);
   show_fault_point("outer sum", n);
   show_fault_point("outer sum", u);
-  return {as_number(n), as_number(u), n.hash, u.hash};
+  outer = {as_number(n), as_number(u), n.hash, u.hash};
 }
 
 template class OuterSum<RamStore<u32>>;

@@ -13,18 +13,11 @@ struct SeriesCoefficients {
   u64 D = 1;
 };
 
-/// n = P T + Q U and d = D U of a fraction T/U, and the hashes that follow from those of T and U: whoever compares them
-/// with the words when he has read them proves these sums, and that nothing has changed since.
+/// n = P T + Q U and d = D U of a fraction T/U, and the hashes that follow from those of T and U.
 template <class Store>
 struct OuterFraction {
   typename Store::Number n, d;
   u64 n_hash = 0, d_hash = 0;
-
-  /// Whether the words of both are still those of T and U.
-  bool is_right(ParallelContext parallel) const {
-    return hash_canon(n.computed_hash(parallel)) == hash_canon(n_hash) &&
-           hash_canon(d.computed_hash(parallel)) == hash_canon(d_hash);
-  }
 };
 
 template <class Store>
@@ -40,13 +33,13 @@ class OuterSum<RamStore<W>> {
   /// For a fraction of at most `fraction_words` words each and a value to p words.
   OuterSum(const SeriesCoefficients& coefficients, u64 p, u64 fraction_words);
 
-  /// Cuts n and d from `arena`, and has room for the work left behind them.
+  /// Cuts n and d from `arena`; the work of run() takes some of what is left.
   template <class Arena>
   Outer cut(Arena& arena) const {
     return cut_all(arena).outer;
   }
-  /// The sums of a fraction as PSR_Block leaves it at the start of `heap`; what n and d take is cut from `heap`.
-  Outer run(const RunContext& ctx, Fraction& fraction, LinearHeapBuffer& heap) const;
+  /// The sums of a fraction as PSR_Block leaves it at the start of `heap`, into `outer`, which was cut from that heap.
+  void run(const RunContext& ctx, Fraction& fraction, Outer& outer, LinearHeapBuffer heap) const;
 
  private:
   struct Cuts {

@@ -172,14 +172,18 @@ void PSR_Block<RamStore<W>>::fold(const RunContext& ctx, Frame& frame, Fraction&
         },
         node, fraction.U, t);
   if (fold_.direct) {
-    using Transform = ExactFloatTransformR<W>;
-    const TransformHelper<W> helper(ctx.multiply(memory.heap),
-                                    std::max(node.P().L, node.Q().L) + fraction.U.L);
-    Transform kept;
-    sum = product = ExactFloat<W>(buffers.words, fold_.sum_words);
-    Transform::mul_rr_xf(helper, sum, node.P(), fraction.U, kept);
-    add();
-    Transform::mul_rf_xf(helper, product, node.Q(), kept);
+    frame.stage(
+        [&] {
+          using Transform = ExactFloatTransformR<W>;
+          const TransformHelper<W> helper(ctx.multiply(memory.heap),
+                                          std::max(node.P().L, node.Q().L) + fraction.U.L);
+          Transform kept;
+          sum = product = ExactFloat<W>(buffers.words, fold_.sum_words);
+          Transform::mul_rr_xf(helper, sum, node.P(), fraction.U, kept);
+          add();
+          Transform::mul_rf_xf(helper, product, node.Q(), kept);
+        },
+        sum, product);
   } else {
     frame.stage(
         [&] {

@@ -49,8 +49,8 @@ class PSR_Series {
   std::vector<std::string> warnings() const;
 
   /// out = the value; out holds need().out_words. Returns the hash that out's words must have, known before they were
-  /// proved. Throws BufferTooSmallException "PSR_SeriesB::run()", AlgorithmFailedException "Checksum Mismatch. Division
-  /// failed." when the division's operands are not what the series gave, and what blocks and the division throw.
+  /// proved. Throws BufferTooSmallException "PSR_SeriesB::run()" and what blocks and the division throw: "Checksum
+  /// Mismatch. Division failed." when its operands are not what the series gave.
   u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const;
   /// The sum's fraction P/Q alone, to p + 2 words or a few more; numbers lie in `heap`.
   void run_fraction(const RunContext& ctx, Frame& frame, Fraction& fraction, Arena heap) const;

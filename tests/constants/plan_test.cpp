@@ -1,8 +1,10 @@
 // Block plans: what they cover, how large blocks become, what truncation may cost, what run() refuses.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 
+#include "constants/roots.h"
 #include "constants/series_oracles.h"
 #include "core/exceptions.h"
 #include "support/counting_algorithm.h"
@@ -215,6 +217,34 @@ TYPED_TEST(Plans, HoldForTrillionsOfDigitsInSizesAndTime) {
     const double left = series->size(a, m).to_double(), right = series->size(m, b).to_double();
     EXPECT_LE(std::fabs(left - right), 2 * series->sizes().imbalance(b).to_double());
   }
+}
+
+TEST(ConstantPlans, OfAnySizeAndWidthAreBuiltAtOnceAndStayBounded) {
+  using Store = RamStore<u64>;
+  const std::pair<const char*, std::function<ConstantPlanPointer<Store>(u64, u64)>> constants[] = {
+      {"Chudnovsky", [](u64 p, u64 tds) { return make_pi<Store>({}, p, tds); }},
+      {"Ramanujan, reduced",
+       [](u64 p, u64 tds) {
+         return make_pi<Store>({PiSeries::kRamanujan, 1, SeriesMemory::kReduced}, p, tds);
+       }},
+      {"e", [](u64 p, u64 tds) { return make_e<Store>({ETaylor::kPlain}, p, tds); }},
+      {"e, alternating", [](u64 p, u64 tds) { return make_e<Store>({ETaylor::kAlternating}, p, tds); }},
+      {"square root", [](u64 p, u64 tds) { return make_sqrt<Store>({2}, p, tds); }},
+      {"golden ratio", [](u64 p, u64 tds) { return make_golden_ratio<Store>(1, p, tds); }},
+  };
+  for (const auto& [name, make] : constants)
+    for (const u64 p : {u64{51905127000}, u64{51905127000000}}) {  // 10^12 and 10^15 digits
+      u64 alone = 0;
+      for (const u64 tds : {1, 2, 7, 128, 65536}) {
+        SCOPED_TRACE(std::string(name) + ", p = " + std::to_string(p) + ", tds = " + std::to_string(tds));
+        const auto start = std::chrono::steady_clock::now();
+        const Need need = make(p, tds)->need();
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(1));
+        if (tds == 1) alone = need.ram_bytes;
+        EXPECT_LE(need.ram_bytes, alone + alone / 4);
+        EXPECT_GE(need.ram_bytes, 8 * p);
+      }
+    }
 }
 
 }  // namespace

@@ -68,7 +68,6 @@ class NodeBuffers {
 template <class W>
 void run_fraction(const PSR_SeriesB<W>& plan, const RunContext& ctx, SeriesFraction<RamStore<W>>& fraction,
                   LinearHeapBuffer heap) {
-  NullStackFrame frame;
   plan.run_fraction(ctx, frame, fraction, heap);
 }
 
