@@ -6,8 +6,6 @@
 #pragma once
 
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "numbers/ram_store.h"
 
@@ -25,8 +23,6 @@ class BasicConstantPlan {
   virtual ~BasicConstantPlan() = default;
 
   virtual Need need() const = 0;
-  /// What the user should be told of the plan before he runs it, a line each.
-  virtual std::vector<std::string> warnings() const { return {}; }
   /// The constant at the plan's precision of p words; `out` has a capacity of need().out_words, of which at
   /// most p + 6 are filled, the lowest as guards. Returns the hash that out's words must have, a lazy residue of the
   /// value that was known before the last proof read them. Cuts need().ram_bytes from `heap` and nothing else; ctx has

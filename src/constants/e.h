@@ -42,7 +42,6 @@ class e_Taylor final : public BasicConstantPlan<Store> {
   e_Taylor(const EFormula& formula, u64 p, const Budget& budget);
 
   Need need() const override { return series_.need(); }
-  std::vector<std::string> warnings() const override { return series_.warnings(); }
   u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const override;
 
  private:

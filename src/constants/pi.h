@@ -46,7 +46,6 @@ class Pi_Series final : public BasicConstantPlan<Store> {
   Pi_Series(const PiFormula& formula, u64 p, const Budget& budget);
 
   Need need() const override { return need_; }
-  std::vector<std::string> warnings() const override { return series_.warnings(); }
   u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const override;
 
  private:

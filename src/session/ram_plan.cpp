@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "core/console.h"
 #include "core/exceptions.h"
 #include "multiply/algorithm_table.h"
 #include "session/digit_output.h"
@@ -22,7 +21,6 @@ RamPlan::RamPlan(const Constant& constant, u64 precision_words, u64 decimal_digi
   if (verify)
     verification_ = std::make_unique<orl::VerifyConversion<Word>>(orl::kDecimalRadix<Word>,
                                                                   decimal_words_for(decimal_digits), tds);
-  for (const std::string& line : constant_->warnings()) orl::console::println(line, 'Y');
   const orl::Need compute = constant_->need();
   const orl::Need convert = conversion_.need();
   const orl::Need prove = verification_ ? verification_->need() : orl::Need{};

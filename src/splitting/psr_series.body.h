@@ -5,7 +5,8 @@
 #include <cstdio>
 
 #include "core/exceptions.h"
-#include "core/number_text.h"
+#include "core/format.h"
+#include "core/output.h"
 #include "functions/proved.body.h"
 #include "splitting/exact_steps.h"
 #include "splitting/psr_series.h"
@@ -43,6 +44,20 @@ u64 block_end(const Series<W>& series, u64 a, DoubleDouble smallest, DoubleDoubl
   return m;
 }
 
+inline void warn_of_many_blocks(u64 count) {
+  static bool warned = false;
+  if (count == kManyBlocks && !warned) {
+    warned = true;
+    notice_line("Performance Warning: PSR plan has exceeded 10000 blocks.", 'Y');
+  }
+}
+
+inline void warn_of_plan_size(u64 count) {
+  if (count < kManyBlocks) return;
+  notice_line("PSR plan has reached a size of " + format_with_commas(count) + " blocks.", 'Y');
+  notice_line("It is not recommended to proceed with such a computation.", 'Y');
+}
+
 /// For member initialisers: what must hold before a plan is built.
 inline s32 checked_power(s32 power) {
   if (power != 1 && power != -1) throw InvalidParametersException("PSR_SeriesB()", "Power must be 1 or -1.");
@@ -69,8 +84,9 @@ PSR_Series<Store>::PSR_Series(std::unique_ptr<const Series<W>> series, const Val
   plan_blocks(value.memory);
   const DoubleDouble whole = series_->size(0, series_->terms());
   expansion_ = (whole / words_to_nats<W>(p)).to_double();
-  headline_ = std::string("Series ") + series_->kind().name() + "...  " + with_commas(series_->terms()) +
-              " terms  (Expansion Factor = " + significant_digits(expansion_, 3) + ")";
+  headline_ = std::string("Series ") + series_->kind().name() + "...  " +
+              format_with_commas(series_->terms()) +
+              " terms  (Expansion Factor = " + format_float(expansion_, 3) + ")";
   plan_need(value.memory);
 }
 
@@ -126,15 +142,9 @@ void PSR_Series<Store>::plan_blocks(SeriesMemory memory) {
     }
     highest = total_with(*block);
     blocks_.push_back(std::move(block));
+    psr_series::warn_of_many_blocks(blocks_.size());
   }
-}
-
-template <class Store>
-std::vector<std::string> PSR_Series<Store>::warnings() const {
-  if (blocks_.size() < psr_series::kManyBlocks) return {};
-  return {"Performance Warning: PSR plan has exceeded 10000 blocks.",
-          "PSR plan has reached a size of " + with_commas(blocks_.size()) + " blocks.",
-          "It is not recommended to proceed with such a computation."};
+  psr_series::warn_of_plan_size(blocks_.size());
 }
 
 template <class Store>

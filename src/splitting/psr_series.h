@@ -45,8 +45,6 @@ class PSR_Series {
   const std::vector<std::unique_ptr<PSR_Block<Store>>>& blocks() const { return blocks_; }
   /// How much larger than the precision the numbers of the whole range would be.
   double expansion_factor() const { return expansion_; }
-  /// What the user should be told of the plan before he runs it.
-  std::vector<std::string> warnings() const;
 
   /// out = the value; out holds need().out_words. Returns the hash that out's words must have, known before they were
   /// proved. Throws BufferTooSmallException "PSR_SeriesB::run()" and what blocks and the division throw: "Checksum
