@@ -9,10 +9,9 @@
 
 namespace orl {
 
-/// `site` is one of "merge operand", "merge result", "conversion power", "digit words", "digit file",
-/// "stress operands TAG CORE", "stress tables TAG CORE"; `data`
-/// holds `bytes` bytes that are about to be used, or, for "digit file", the NUL-terminated path of the file
-/// just written.
+/// `site` names the place, as in "merge operand", "conversion power", "digit words" or "stress operands TAG
+/// CORE"; `data` holds `bytes` bytes that are about to be used, or, for "digit file", the NUL-terminated path
+/// of the file just written.
 void fault_point(const char* site, void* data, u64 bytes);
 
 }  // namespace orl

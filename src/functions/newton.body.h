@@ -327,6 +327,7 @@ void Division<Store>::run_least(const RunContext& ctx, Frame& frame, Number& out
       [&] {
         const StatusFrame status(ctx.status, " 1M ");
         out.set_mul(p + 1, b, q0, Store::scratch(ctx, arena));
+        fault_point("quotient times divisor", out);
       },
       r, q0, out);
   frame.stage(
@@ -337,6 +338,7 @@ void Division<Store>::run_least(const RunContext& ctx, Frame& frame, Number& out
         Arena rest = arena;
         Number d = lay_out_correction(rest);
         if (side != Estimate::kExact) d.set_mul(h + 1, difference, r, Store::scratch(ctx, rest));
+        fault_point("newton correction", d);
         apply_correction(out, p, q0, d, side, ctx.parallel);
       },
       out);

@@ -5,7 +5,6 @@
 #include <string>
 
 #include "core/exceptions.h"
-#include "core/fault_point.h"
 #include "multiply/algorithm_table.h"
 #include "words/words.h"
 
@@ -105,6 +104,7 @@ RamLevelProducts<W>::RamLevelProducts(const RunContext& ctx, const LevelShape& s
 
 template <class W>
 void RamLevelProducts<W>::keep(const BigFloat<W>& t, u64 index) {
+  fault_point("newton estimate", t);
   used_ = index;
   kept_[index].top = t.to_double(&kept_[index].top_exp);
   if (!shape_.wrap) return kept().forward(helper_, shape_.below, t, index);
@@ -219,6 +219,7 @@ Estimate RamLevelProducts<W>::take_error_of(BigFloat<W>& e, const char* function
 template <class W>
 Estimate RamLevelProducts<W>::square_error(BigFloat<W>& work, const BigFloat<W>& t, W w,
                                            const char* function) {
+  fault_point("newton estimate", t);
   BigFloatTransformR<W>::sqr_rx_xf(helper_, work, shape_.n + 1, t, kept());
   work.mul_uW(w, helper_.parallel());
   return take_error_of(work, function);
@@ -289,6 +290,7 @@ Estimate RamLevelProducts<W>::difference(BigFloat<W>& work, const BigFloat<W>& a
 template <class W>
 void RamLevelProducts<W>::correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate side) {
   if (side != Estimate::kExact) into_buffer(shape_.below + 1, error_);
+  fault_point("newton correction", buffer_);
   apply_correction(y, shape_.n, t, buffer_, side, helper_.parallel());
 }
 

@@ -4,9 +4,16 @@
 // computes rightly never leaves more than W^(2 - n') of it, n' being the precision of the estimate.
 #pragma once
 
+#include "core/fault_point.h"
 #include "numbers/big_float.h"
 
 namespace orl {
+
+/// A fault site that shows the words of a number.
+template <class W>
+void fault_point(const char* site, const BigFloat<W>& x) {
+  fault_point(site, x.T, x.L * sizeof(W));
+}
 
 /// The top `count` words of a, sharing its memory.
 template <class W>

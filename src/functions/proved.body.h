@@ -4,7 +4,6 @@
 #include <algorithm>
 
 #include "core/exceptions.h"
-#include "core/fault_point.h"
 #include "functions/newton.body.h"
 #include "functions/proved.h"
 #include "functions/proved_window.h"
@@ -82,7 +81,7 @@ u64 ProvedInvsqrtWord<Store>::run(const RunContext& ctx, Frame& parent, Number& 
       [&] {
         root_.run(ctx, frame, out, w, arena);
         hash = proved::hash_of(out, ctx);
-        fault_point("inverse root", out.T, out.L * sizeof(W));
+        fault_point("inverse root", out);
       },
       out, hash);
   frame.stage([&] { residual_.check_inverse_root(ctx, out, w, arena); }, out, hash);
@@ -122,7 +121,7 @@ u64 ProvedSqrtFloat<Store>::run(const RunContext& ctx, Frame& parent, Number& ro
       [&] {
         root.set_mul(inverse_.precision(), a.number, inverse, Store::scratch(ctx, rest));
         hash = proved::hash_of(root, ctx);
-        fault_point("square root", root.T, root.L * sizeof(W));
+        fault_point("square root", root);
       },
       root, hash);
   frame.stage(
@@ -168,14 +167,14 @@ u64 ProvedInvsqrtFloat<Store>::run(const RunContext& ctx, Frame& parent, Number&
       [&] {
         inverse_.run(ctx, frame, out, a.number, arena);
         hash = proved::hash_of(out, ctx);
-        fault_point("inverse root", out.T, out.L * sizeof(W));
+        fault_point("inverse root", out);
       },
       out, hash);
   frame.stage(
       [&] {
         Number root = lay_out(arena);
         root.set_mul(inverse_.precision(), a.number, out, Store::scratch(ctx, arena));
-        fault_point("square root", root.T, root.L * sizeof(W));
+        fault_point("square root", root);
         square_.check_square_root(ctx, root, a.number, arena);
         product_.check_inverse_root(ctx, out, root, arena);
         proved::expect_hash(a, ctx, kFunction, "Checksum Mismatch. Inverse root failed.");
@@ -202,14 +201,14 @@ u64 ProvedDivision<Store>::run(const RunContext& ctx, Frame& parent, Number& out
       [&] {
         division_.run(ctx, frame, out, a.number, b.number, arena);
         hash = proved::hash_of(out, ctx);
-        fault_point("quotient", out.T, out.L * sizeof(W));
+        fault_point("quotient", out);
       },
       out, hash);
   frame.stage(
       [&] {
         residual_.check_quotient(ctx, out, a.number, b.number, arena);
-        fault_point("dividend", a.number.T, a.number.L * sizeof(W));
-        fault_point("divisor", b.number.T, b.number.L * sizeof(W));
+        fault_point("dividend", a.number);
+        fault_point("divisor", b.number);
         proved::expect_hash(a, ctx, kFunction, "Checksum Mismatch. Division failed.");
         proved::expect_hash(b, ctx, kFunction, "Checksum Mismatch. Division failed.");
       },

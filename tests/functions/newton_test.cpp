@@ -304,6 +304,22 @@ TYPED_TEST(Newton, ErrorOutsideItsBoundIsAFailure) {
   EXPECT_EQ(message({7, 0, 2}, -2, 1), "Convergence Failure:\n    top = 2");
 }
 
+// The top words of a dividend and of what was made of it differ by one at most.
+TYPED_TEST(Newton, TopsThatDisagreeAreAFailure) {
+  using W = TypeParam;
+  Runner<W> runner(64);
+  const ParallelContext serial = runner.context(1).parallel;
+  const auto side = [&](W a, W b) {
+    OwnedFloat<W> x({5, a}, 0), y({5, b}, 0), out(6);
+    return subtract_product(out.x, 2, x.x, y.x, "test()", serial);
+  };
+  EXPECT_EQ(side(7, 7), Estimate::kExact);
+  EXPECT_EQ(side(8, 7), Estimate::kUnder);
+  EXPECT_EQ(side(7, 8), Estimate::kOver);
+  EXPECT_THROW(side(9, 7), AlgorithmFailedException);
+  EXPECT_THROW(side(7, 9), AlgorithmFailedException);
+}
+
 // A wrapped product does not show the words that must be those of 1 or of the dividend; an estimate that is
 // off is found all the same.
 TYPED_TEST(Newton, WrappedErrorOutsideItsBoundIsAFailure) {

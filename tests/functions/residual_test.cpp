@@ -122,6 +122,39 @@ class ResidualTest : public ::testing::Test {
 using WordTypes = ::testing::Types<u32, u64>;
 TYPED_TEST_SUITE(ResidualTest, WordTypes);
 
+// a / 1 and 1 / 1 with the quotient off by less than the bound, and by the bound.
+TYPED_TEST(ResidualTest, BoundIsMetExactly) {
+  using W = TypeParam;
+  const W most = static_cast<W>(~W{0});
+  for (const u64 p : {8, 30, 200}) {
+    const RamResidual<W> product(RamResidual<W>::Of::kProduct, p, 1);
+    std::vector<W> top(p + 2);
+    top.back() = 1;
+    OwnedFloat<W> q(top, -static_cast<s64>(p + 1)), a(top, q.x.exp), unit({1}, 0);
+    const auto passes_with = [&](u64 place, W word, auto&& check) {
+      q.x.T[place] = word;
+      const bool passed = this->passes(product, 1, check);
+      q.x.T[place] = 0;
+      return passed;
+    };
+    const auto quotient = [&](const RunContext& ctx, LinearHeapBuffer heap) {
+      product.check_quotient(ctx, q.x, a.x, unit.x, heap);
+    };
+    const auto inverse = [&](const RunContext& ctx, LinearHeapBuffer heap) {
+      product.check_inverse_root(ctx, q.x, unit.x, heap);
+    };
+    // a is a power of W, W^0 here: a residual of W^-p is too large.
+    EXPECT_TRUE(passes_with(0, most, quotient));
+    EXPECT_FALSE(passes_with(1, 1, quotient));
+    EXPECT_TRUE(passes_with(0, most, inverse));
+    EXPECT_FALSE(passes_with(1, 1, inverse));
+    // Not a power: W^(1 - p).
+    a.x.T[p + 1] = q.x.T[p + 1] = 3;
+    EXPECT_TRUE(passes_with(1, most, quotient));
+    EXPECT_FALSE(passes_with(2, 1, quotient));
+  }
+}
+
 TYPED_TEST(ResidualTest, PassesWhatIsRightAndNothingElse) { this->check_all(3000); }
 
 TYPED_TEST(ResidualTest, TheSameModuloCyclicRings) {
