@@ -12,8 +12,9 @@
 #include <memory>
 
 #include "core/status.h"
-#include "functions/newton.h"
+#include "functions/proved.h"
 #include "functions/radix_conversion.h"
+#include "functions/ring_check.h"
 #include "multiply/algorithm_table.h"
 #include "simd/target.h"
 #include "support/measure.h"
@@ -72,6 +73,7 @@ class Bench {
     divide();
     take_root();
     convert();
+    prove();
   }
 
  private:
@@ -142,6 +144,49 @@ class Bench {
         "proof", proof_.need(),
         [&] { require(proof_.run(ctx_, frame_, out.data(), x, heap_.buffer()).ok, "proof"); }, peer);
     mpf_clear(s);
+  }
+
+  // Proved against bare: sqrt(3) by sqrt(10005), their quotient, roots of sqrt(3).
+  void prove() {
+    mpf_t a, b;
+    mpf_inits(a, b, nullptr);
+    mpf_sqrt_ui(a, 3);
+    mpf_sqrt_ui(b, 10005);
+    const u64 p = words_;
+    BigFloat<u64> x = view(a), y = view(b);
+    x.truncate(p), y.truncate(p);
+    const Hashed<BigFloat<u64>> hx{x, x.computed_hash(ctx_.parallel)}, hy{y, y.computed_hash(ctx_.parallel)};
+    using Store = RamStore<u64>;
+    const u64 tds = ctx_.parallel.tds;
+    const ProvedProduct<Store> product(p, tds);
+    const ProvedDivision<Store> division(p, tds);
+    const ProvedSqrtFloat<Store> root(p, tds);
+    const ProvedInvsqrtFloat<Store> inverse(p, tds);
+    const InvsqrtFloat_BigFloatR<u64> bare(p, tds);
+    const Need need =
+        Need::max(Need::max(product.need(), division.need()), Need::max(root.need(), inverse.need()));
+    const Memory heap(std::max(need.ram_bytes, BigFloat<u64>::mul_scratch(p, tds))),
+        tables_of(basic_table<u64>().table_bytes(need.table_bits));
+    TransformTables tables(tables_of.buffer());
+    basic_table<u64>().ensure_tables(tables, need.table_bits);
+    const RunContext ctx{ctx_.parallel, tables, silent_status()};
+    std::vector<u64> out_words(p + 8);
+    BigFloat<u64> out(out_words.data(), out_words.size());
+    const auto multiply = [&] { out.set_mul(p, x, y, ctx.multiply(heap.buffer())); };
+    const auto bare_root = [&] { bare.run(ctx, frame_, out, x, heap.buffer()); };
+    row("product", product.need(), multiply, [&] { product.run(ctx, frame_, out, hx, hy, heap.buffer()); });
+    row(
+        "quotient", division.need(), [&] { division_.run(ctx, frame_, out, x, y, heap.buffer()); },
+        [&] { division.run(ctx, frame_, out, hx, hy, heap.buffer()); });
+    row("sqrt", root.need(), bare_root, [&] { root.run(ctx, frame_, out, hx, heap.buffer()); });
+    row("1/sqrt(a)", inverse.need(), bare_root, [&] { inverse.run(ctx, frame_, out, hx, heap.buffer()); });
+    row("ring check", Need(), multiply, [&] {
+      multiply();
+      const u32* const words = reinterpret_cast<const u32*>(x.T);
+      RingCheck check(2 * p);
+      for (int i = 0; i < 3; ++i) check.take(words, 2 * x.L, ctx.parallel);
+    });
+    mpf_clears(a, b, nullptr);
   }
 
   static BigFloat<u64> view(mpf_srcptr f) {

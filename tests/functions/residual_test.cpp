@@ -143,9 +143,7 @@ TYPED_TEST(ResidualTest, BoundIsMetExactly) {
     const auto inverse = [&](const RunContext& ctx, LinearHeapBuffer heap) {
       product.check_inverse_root(ctx, q.x, unit.x, heap);
     };
-    // a is a power of W, W^0 here: a residual of W^-p is too large.
-    EXPECT_TRUE(passes_with(0, most, quotient));
-    EXPECT_FALSE(passes_with(1, 1, quotient));
+    // The ideal product is 1: a residual of W^-p is too large.
     EXPECT_TRUE(passes_with(0, most, inverse));
     EXPECT_FALSE(passes_with(1, 1, inverse));
     // Not a power: W^(1 - p).
