@@ -11,6 +11,7 @@
 
 namespace orl {
 
+/// A constant over a store; see the head of this file.
 template <class Store>
 class BasicConstantPlan {
  public:
@@ -22,13 +23,14 @@ class BasicConstantPlan {
 
   virtual ~BasicConstantPlan() = default;
 
+  /// What run() takes: bytes of heap, words of `out`, the largest product.
   virtual Need need() const = 0;
   /// The constant at the plan's precision of p words; `out` has a capacity of need().out_words, of which at
-  /// most p + 6 are filled, the lowest as guards. Returns the hash that out's words must have, a lazy residue of the
-  /// value that was known before the last proof read them. Cuts need().ram_bytes from `heap` and nothing else; ctx has
-  /// the tds that the plan was built for. Prints its stages on ctx.status. Throws BufferTooSmallException for
-  /// a short heap, BSRModularCheckFailedException or AlgorithmFailedException when the machine has
-  /// miscomputed.
+  /// most p + 6 are filled, the lowest as guards. Returns the hash that out's words must have, a lazy residue
+  /// of the value that was known before the last proof read them. Cuts need().ram_bytes from `heap` and
+  /// nothing else; ctx has the tds that the plan was built for. Prints its stages on ctx.status. Throws
+  /// BufferTooSmallException for a short heap, BSRModularCheckFailedException or AlgorithmFailedException
+  /// when the machine has miscomputed.
   virtual u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const = 0;
 };
 
@@ -42,8 +44,8 @@ using ConstantPlanPointer = std::unique_ptr<BasicConstantPlan<Store>>;
 /// For member initialisers: throws InvalidParametersException "Power must be 1 or -1." under `function`.
 s32 checked_power(const char* function, s32 power);
 
-/// Throws AlgorithmFailedException "Checksum Mismatch. Multiplication Failed." under `function` unless the words of x
-/// have this hash.
+/// Throws AlgorithmFailedException "Checksum Mismatch. Multiplication Failed." under `function` unless the
+/// words of x have this hash.
 template <class Number>
 void require_hash(const Number& x, u64 hash, const char* function, ParallelContext parallel);
 

@@ -13,6 +13,7 @@
 
 namespace orl {
 
+/// Which series: that of exp(1), or of exp(-1).
 enum class ETaylor {
   kPlain,        ///< exp(1)
   kAlternating,  ///< exp(-1), and e as its inverse
@@ -39,6 +40,7 @@ class e_Taylor final : public BasicConstantPlan<Store> {
   using typename BasicConstantPlan<Store>::Frame;
   using typename BasicConstantPlan<Store>::Budget;
 
+  /// A plan for p words.
   e_Taylor(const EFormula& formula, u64 p, const Budget& budget);
 
   Need need() const override { return series_.need(); }
@@ -49,6 +51,7 @@ class e_Taylor final : public BasicConstantPlan<Store> {
   PSR_Series<Store> series_;
 };
 
+/// A plan of e or 1/e.
 template <class Store>
 ConstantPlanPointer<Store> make_e(const EFormula& formula, u64 p, const typename Store::Budget& budget) {
   return std::make_unique<e_Taylor<Store>>(formula, p, budget);

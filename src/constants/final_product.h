@@ -1,13 +1,14 @@
 // The last product of a constant, x *= y to a precision of p words, from parts of half the length.
 //
-// Of x = x1 W^h + x0 and y = y1 W^h + y0 the product needs x1 y1 whole, and only the upper halves of x1 y0
+// For x = x1 W^h + x0 and y = y1 W^h + y0 the product needs x1 y1 whole, and only the upper halves of x1 y0
 // and x0 y1; x0 y0 lies below the precision. So no product is longer than p plus a few words, in place of 2p:
 // half the memory in transforms and half the tables, for eight transforms of that length in place of three of
 // twice the length. One transform is kept; with two kept there would be seven, and a sixth more memory in
 // all. Each partial product is made whole, since only a whole product has a hash that is known.
 //
-// Proof    the halves' hashes follow from the numbers' own, those of the products from the halves', and what a sum cuts
-//          off is taken off its hash: one comparison at the end proves products, sums and that no operand has changed.
+// Proof    the halves' hashes follow from the numbers' own, those of the products from the halves', and what
+//          a sum cuts off is taken off its hash: one comparison at the end proves products, sums and that no
+//          operand has changed.
 #pragma once
 
 #include "functions/proved.h"
@@ -26,16 +27,18 @@ class FinalProduct<RamStore<W>> {
   using Number = typename Store::Number;
   using Frame = typename Store::Frame;
 
+  /// For results of p words.
   FinalProduct(u64 p, const typename Store::Budget& budget);
 
   /// Capacity that x must have.
   u64 out_words() const { return p_ + 8; }
   u64 heap_bytes() const { return heap_bytes_; }
   u64 product_words() const { return product_words_; }
-  /// x *= y: the top p + 2 words or a few more, the lowest of them inexact; relative error below 8 W^-(p+1). Both are
-  /// positive and normalised; `x_hash` is what x hashed to when it was proved. Returns the hash that x's words must
-  /// have. Throws BufferTooSmallException "FinalProduct::run()"; AlgorithmFailedException "Checksum Mismatch.
-  /// Multiplication Failed." when the words have not the hash that those of the operands give them.
+  /// x *= y: the top p + 2 words or a few more, the lowest of them inexact; relative error below 8 W^-(p+1).
+  /// Both are positive and normalised; `x_hash` is what x hashed to when it was proved. Returns the hash that
+  /// x's words must have. Throws BufferTooSmallException "FinalProduct::run()"; AlgorithmFailedException
+  /// "Checksum Mismatch. Multiplication Failed." when the words have not the hash that those of the operands
+  /// give them.
   u64 run(const RunContext& ctx, Frame& frame, Number& x, u64 x_hash, const Hashed<Number>& y,
           LinearHeapBuffer heap) const;
 

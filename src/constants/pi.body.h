@@ -22,6 +22,7 @@ struct Row {
   u64 x;
 };
 
+/// The row of the table in pi.h that a formula means.
 inline Row row_of(const PiFormula& formula) {
   const bool pi = checked_power(kFunction, formula.power) == 1;
   if (formula.series == PiSeries::kChudnovsky)

@@ -8,8 +8,8 @@
 //
 // with P, Q of the whole sum (pi_terms.h). No product is longer than about 1.4 p words: those of the
 // largest block with the fraction behind it.
-// Source  D. and G. Chudnovsky, "Approximations and complex multiplication according to Ramanujan", 1988.
-//         S. Ramanujan, "Modular equations and approximations to Pi", Quart. J. Math. 45, 1914, found in 1910.
+// Source  D. and G. Chudnovsky, "Approximations and complex multiplication according to Ramanujan", 1988. S.
+//         Ramanujan, "Modular equations and approximations to Pi", Quart. J. Math. 45, 1914, found in 1910.
 #pragma once
 
 #include "constants/constant_plan.h"
@@ -19,6 +19,7 @@
 
 namespace orl {
 
+/// Whose series.
 enum class PiSeries { kChudnovsky, kRamanujan };
 
 /// Which of the table's rows, and how large the blocks of its series may be.
@@ -43,6 +44,7 @@ class Pi_Series final : public BasicConstantPlan<Store> {
   using typename BasicConstantPlan<Store>::Frame;
   using typename BasicConstantPlan<Store>::Budget;
 
+  /// A plan for p words.
   Pi_Series(const PiFormula& formula, u64 p, const Budget& budget);
 
   Need need() const override { return need_; }
@@ -61,6 +63,7 @@ class Pi_Series final : public BasicConstantPlan<Store> {
   Need need_;
 };
 
+/// A plan of Pi or 1/Pi.
 template <class Store>
 ConstantPlanPointer<Store> make_pi(const PiFormula& formula, u64 p, const typename Store::Budget& budget) {
   return std::make_unique<Pi_Series<Store>>(formula, p, budget);

@@ -1,5 +1,5 @@
-// Square roots and the golden ratio: one Newton iteration and linear steps. The iteration is proved by its residual, the
-// steps behind it by the hash that the root had before that proof.
+// Square roots and the golden ratio: one Newton iteration and linear steps. The iteration is proved by its
+// residual, the steps behind it by the hash that the root had before that proof.
 #pragma once
 
 #include "constants/constant_plan.h"
@@ -13,8 +13,8 @@ struct SqrtFormula {
   s32 power = 1;
 };
 
-/// A square root to p words, n >= 1 and of one word. Any other power throws InvalidParametersException "Power must be 1
-/// or -1.", n = 0 throws ArithmeticException "Divide by zero.".
+/// A square root to p words, n >= 1 and of one word. Any other power throws InvalidParametersException "Power
+/// must be 1 or -1.", n = 0 throws ArithmeticException "Divide by zero.".
 template <class Store>
 class Sqrt_Newton final : public BasicConstantPlan<Store> {
  public:
@@ -24,6 +24,7 @@ class Sqrt_Newton final : public BasicConstantPlan<Store> {
   using typename BasicConstantPlan<Store>::Frame;
   using typename BasicConstantPlan<Store>::Budget;
 
+  /// A plan for p words.
   Sqrt_Newton(const SqrtFormula& formula, u64 p, const Budget& budget);
 
   Need need() const override { return root_.need(); }
@@ -46,6 +47,7 @@ class GoldenRatio_Newton final : public BasicConstantPlan<Store> {
   using typename BasicConstantPlan<Store>::Frame;
   using typename BasicConstantPlan<Store>::Budget;
 
+  /// A plan for p words and `tds` tasks.
   GoldenRatio_Newton(s32 power, u64 p, const Budget& budget);
 
   Need need() const override { return root_.need(); }
@@ -56,11 +58,13 @@ class GoldenRatio_Newton final : public BasicConstantPlan<Store> {
   ProvedInvsqrtWord<Store> root_;
 };
 
+/// A plan of sqrt(n) or its inverse.
 template <class Store>
 ConstantPlanPointer<Store> make_sqrt(const SqrtFormula& formula, u64 p,
                                      const typename Store::Budget& budget) {
   return std::make_unique<Sqrt_Newton<Store>>(formula, p, budget);
 }
+/// A plan of phi or its inverse.
 template <class Store>
 ConstantPlanPointer<Store> make_golden_ratio(s32 power, u64 p, const typename Store::Budget& budget) {
   return std::make_unique<GoldenRatio_Newton<Store>>(power, p, budget);

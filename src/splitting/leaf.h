@@ -1,5 +1,6 @@
-// The bottom of the recursion: signed integers of a few words on the stack, multiplied by the schoolbook loop, with
-// their hashes beside them. BasicInt knows neither zero nor a sign, both of which a term's P may have.
+// The bottom of the recursion: signed integers of a few words on the stack, multiplied by the schoolbook
+// loop, with their hashes beside them. BasicInt knows neither zero nor a sign, both of which a term's P may
+// have.
 #pragma once
 
 #include <algorithm>
@@ -22,8 +23,9 @@ struct DoubleWord<u64> {
   using type = u128;
 };
 
-/// A signed integer of a few words in a buffer of `capacity` words, and the hash of its value. No operation takes the
-/// hash from the words: it follows from the factors and summands, so a comparison proves the words. Zero has L = 0.
+/// A signed integer of a few words in a buffer of `capacity` words, and the hash of its value. No operation
+/// takes the hash from the words: it follows from the factors and summands, so a comparison proves the words.
+/// Zero has L = 0.
 template <class W>
 struct LeafNumber {
   W* T = nullptr;
@@ -139,6 +141,7 @@ struct LeafNumber {
   }
 };
 
+/// Throws BufferTooSmallException under `function` unless the buffer holds `words`.
 template <class W>
 void check_end_capacity(const char* function, const LeafNumber<W>& number, u64 words) {
   if (number.capacity < words) throw BufferTooSmallException(function, number.capacity, words);
@@ -154,6 +157,7 @@ void finish_leaf(ExactFloat<W>& out, const LeafNumber<W>& number) {
   out.hash = number.hash;
 }
 
+/// An empty leaf number in the buffer of `out`.
 template <class W>
 LeafNumber<W> leaf_number(const ExactFloat<W>& out) {
   return {out.base, out.size};
@@ -165,11 +169,13 @@ struct LeafNode {
   LeafNumber<W> P, Q, R;
 };
 
-/// Splits (a, b] of kind CommonP2B3 down to single terms, which `term(k, node)` fills, of any sign and zero P or R
-/// included. `TermWords` bounds one number of one term. `function` names the end case in a BufferTooSmallException.
+/// Splits (a, b] of kind CommonP2B3 down to single terms, which `term(k, node)` fills, of any sign and zero P
+/// or R included. `TermWords` bounds one number of one term. `function` names the end case in a
+/// BufferTooSmallException.
 template <class W, u64 TermWords, u64 Width, class Term>
 class LeafSplitter {
  public:
+  /// `function` is the name in exceptions; `term` is borrowed.
   LeafSplitter(const char* function, const Series<W>& series, const Term& term)
       : function_(function), series_(series), term_(term) {}
 

@@ -1,7 +1,7 @@
 // A node of a binary splitting: up to four exact numbers of one range of terms, as many as its kind has.
 //
-// Numbers are counted in the order of the kind's leaf. In the kinds of a fraction they are P, Q and, where there is
-// one, R. Each has a buffer of its own, and a plan states the capacity of each (NodeWords).
+// Numbers are counted in the order of the kind's leaf. In the kinds of a fraction they are P, Q and, where
+// there is one, R. Each has a buffer of its own, and a plan states the capacity of each (NodeWords).
 #pragma once
 
 #include <array>
@@ -26,6 +26,7 @@ struct SeriesNode {
 
   static constexpr u32 kP = 0, kQ = 1, kR = 2;
 
+  /// Number `i`, below count.
   ExactFloat<W>& operator[](u32 i) { return numbers[i]; }
   const ExactFloat<W>& operator[](u32 i) const { return numbers[i]; }
   ExactFloat<W>& P() { return numbers[kP]; }

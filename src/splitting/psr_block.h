@@ -1,10 +1,11 @@
 // One block of a series: its recursion, and the fold into the fraction of the terms behind it.
 //
-// Fold     T' = P U + X T and U' = Q U with a block P, Q, R and the fraction T/U of the terms behind it, where X is what
-//          the kind multiplies P_R by; minus where the series subtracts.
+// Fold     T' = P U + X T and U' = Q U with a block P, Q, R and the fraction T/U of the terms behind it,
+//          where X is what the kind multiplies P_R by; minus where the series subtracts.
 // Cut      T' and U' keep the words that are needed at the block's left end: the only rounding in a sum.
-// Memory   in RAM a running area holds U | Q | P | X | T. Each product of the fold is made beside it and then takes the
-//          place of its operands: X T that of both, P U + X T that of P, X and T, Q U that of U and Q.
+// Memory   in RAM a running area holds U | Q | P | X | T. Each product of the fold is made beside it and then
+//          takes the place of its operands: X T that of both, P U + X T that of P, X and T, Q U that of U and
+//          Q.
 // Proof    the fold's results must have the hashes that those of T, U, P, Q and X give them.
 #pragma once
 
@@ -43,6 +44,7 @@ class PSR_Block<RamStore<W>> {
   using Frame = typename RamStore<W>::Frame;
   using Fraction = SeriesFraction<RamStore<W>>;
 
+  /// A plan for the terms of `range`.
   PSR_Block(const Series<W>& series, const TermRange& range, const BlockShape& shape);
 
   u64 a() const { return range_.a; }
@@ -58,8 +60,9 @@ class PSR_Block<RamStore<W>> {
   u64 total_bytes() const { return total_bytes_; }
   const BSR_BlockB<W>& recursion() const { return recursion_; }
 
-  /// fraction = that of the terms after a(), from that of the terms after b(), which lies at the start of `heap`, U
-  /// before T, and stays there. Throws BufferTooSmallException "PSR_BlockB::run()", BSRModularCheckFailedException.
+  /// fraction = that of the terms after a(), from that of the terms after b(), which lies at the start of
+  /// `heap`, U before T, and stays there. Throws BufferTooSmallException "PSR_BlockB::run()",
+  /// BSRModularCheckFailedException.
   void run(const RunContext& ctx, Frame& frame, Fraction& fraction, LinearHeapBuffer heap) const;
 
  private:

@@ -44,6 +44,7 @@ u64 block_end(const Series<W>& series, u64 a, DoubleDouble smallest, DoubleDoubl
   return m;
 }
 
+/// Says so once, when a plan passes kManyBlocks.
 inline void warn_of_many_blocks(u64 count) {
   static bool warned = false;
   if (count == kManyBlocks && !warned) {
@@ -52,6 +53,7 @@ inline void warn_of_many_blocks(u64 count) {
   }
 }
 
+/// Says how many blocks a plan of that many has.
 inline void warn_of_plan_size(u64 count) {
   if (count < kManyBlocks) return;
   notice_line("PSR plan has reached a size of " + format_with_commas(count) + " blocks.", 'Y');
