@@ -8,8 +8,8 @@
 //
 // with P, Q of the whole sum (pi_terms.h). No product is longer than about 1.4 p words: those of the
 // largest block with the fraction behind it.
-// Source  D. and G. Chudnovsky, "Approximations and complex multiplication according to Ramanujan", 1988. S.
-//         Ramanujan, "Modular equations and approximations to Pi", Quart. J. Math. 45, 1914, found in 1910.
+// Source  D. and G. Chudnovsky, "Approximations and complex multiplication according to Ramanujan", 1988.
+//         S. Ramanujan, "Modular equations and approximations to Pi", Quart. J. Math. 45, 1914.
 #pragma once
 
 #include "constants/constant_plan.h"

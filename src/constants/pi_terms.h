@@ -1,7 +1,9 @@
 // The terms of the two series of Pi, k = 1, 2, ...
 //
-//   Chudnovsky   R = (6k-5)(2k-1)(6k-1)    P = -R (13591409 + 545140134 k)   Q = 10939058860032000 k^3
-//   alternating Ramanujan    R = (2k-1)(4k-3)(4k-1)    P =  R (1103 + 26390 k)           Q = 3073907232 k^3
+//   Chudnovsky   R = (6k-5)(2k-1)(6k-1)   P = -R (13591409 + 545140134 k)   Q = 10939058860032000 k^3
+//   Ramanujan    R = (2k-1)(4k-3)(4k-1)   P =  R (1103 + 26390 k)           Q = 3073907232 k^3
+//
+// That of the Chudnovskys alternates.
 //
 // Each number's hash is the product of those of its factors, so a wrong product shows. End cases with the
 // digit 1 hold while every linear factor fits a word; those with a 2 take factors of two words. With 64-bit
