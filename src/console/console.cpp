@@ -134,26 +134,22 @@ std::optional<u64> leading_number(std::string_view line) {
   return value;
 }
 
+/// Returns the length of the text.
+u64 write_piece(std::string_view text, char colour, std::string_view end) {
+  print_call_count.fetch_add(1, std::memory_order_relaxed);
+  const OnePiece piece;
+  erase_live_line();
+  write_colour(colour);
+  write_text(text);
+  write_text(end);
+  return text.size();
+}
+
 }  // namespace
 
-u64 print(std::string_view text, char colour) {
-  print_call_count.fetch_add(1, std::memory_order_relaxed);
-  const OnePiece piece;
-  erase_live_line();
-  write_colour(colour);
-  write_text(text);
-  return text.size();
-}
+u64 print(std::string_view text, char colour) { return write_piece(text, colour, {}); }
 
-u64 println(std::string_view text, char colour) {
-  print_call_count.fetch_add(1, std::memory_order_relaxed);
-  const OnePiece piece;
-  erase_live_line();
-  write_colour(colour);
-  write_text(text);
-  write_text("\n");
-  return text.size();
-}
+u64 println(std::string_view text, char colour) { return write_piece(text, colour, "\n"); }
 
 void newline() { print("\n", ' '); }
 

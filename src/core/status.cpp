@@ -76,11 +76,11 @@ std::string_view format_count(char (&text)[32], u64 count) {
   return {text, at};
 }
 
-class SilentIteration;
-
-class SilentNode final : public StatusNode {
+/// A node or an iteration that drops everything.
+template <class Interface>
+class Silent : public Interface {
  public:
-  std::unique_ptr<StatusNode> push_node(std::string_view) override { return std::make_unique<SilentNode>(); }
+  std::unique_ptr<StatusNode> push_node(std::string_view) override;
   StatusTree get_tree() const override { return {}; }
   std::unique_ptr<StatusIteration> make_iteration(std::string_view, u64) override;
   u64 get_completed() const override { return 0; }
@@ -92,24 +92,20 @@ class SilentNode final : public StatusNode {
   void print(std::string_view, char) override {}
 };
 
-class SilentIteration final : public StatusIteration {
+using SilentNode = Silent<StatusNode>;
+
+class SilentIteration final : public Silent<StatusIteration> {
  public:
-  std::unique_ptr<StatusNode> push_node(std::string_view) override { return std::make_unique<SilentNode>(); }
-  StatusTree get_tree() const override { return {}; }
-  std::unique_ptr<StatusIteration> make_iteration(std::string_view, u64) override {
-    return std::make_unique<SilentIteration>();
-  }
-  u64 get_completed() const override { return 0; }
-  void pop_frame(std::span<const StatusFrameId>) override {}
-  StatusFrameId push_frame(std::string_view) override { return 0; }
-  void set_progress(double) override {}
-  void set_line(std::string_view, double) override {}
-  void show_count(std::string_view, u64, std::string_view) override {}
-  void print(std::string_view, char) override {}
   void advance(u64) override {}
 };
 
-std::unique_ptr<StatusIteration> SilentNode::make_iteration(std::string_view, u64) {
+template <class Interface>
+std::unique_ptr<StatusNode> Silent<Interface>::push_node(std::string_view) {
+  return std::make_unique<SilentNode>();
+}
+
+template <class Interface>
+std::unique_ptr<StatusIteration> Silent<Interface>::make_iteration(std::string_view, u64) {
   return std::make_unique<SilentIteration>();
 }
 

@@ -1,6 +1,7 @@
 #include "threads/task_entry.h"
 
 #include <mutex>
+#include <string_view>
 
 #include "core/exceptions.h"
 #include "core/output.h"
@@ -18,33 +19,23 @@ void take_the_word() {
   word->lock();
 }
 
-/// Called inside a catch clause.
-[[noreturn]] void end_after_child_failure() {
+/// Called inside a catch clause. Says `before`, then what is known of the failure, then, unless it was one of the
+/// family, `behind`; an empty line is left out.
+[[noreturn]] void end_after_failure(std::string_view before, std::string_view behind) {
   take_the_word();
+  const auto say = [](std::string_view line) {
+    if (!line.empty()) notice_line(line, 'R');
+  };
+  say(before);
   try {
     throw;
   } catch (const Exception& failure) {
     failure.print();
   } catch (const std::exception& failure) {
     notice_line(failure.what(), 'R');
-    notice_line(kChildText, 'R');
+    say(behind);
   } catch (...) {
-    notice_line(kChildText, 'R');
-  }
-  fatal_exit(1);
-}
-
-[[noreturn]] void end_after_worker_failure() {
-  take_the_word();
-  notice_line(kPoolText, 'R');
-  try {
-    throw;
-  } catch (const Exception& failure) {
-    failure.print();
-  } catch (const std::exception& failure) {
-    notice_line(failure.what(), 'R');
-  } catch (...) {
-    // Nothing is known about it beyond the line above.
+    say(behind);
   }
   fatal_exit(1);
 }
@@ -55,7 +46,7 @@ void run_task(ParallelTask& task, u64 index) {
   try {
     task.run(index);
   } catch (...) {
-    end_after_child_failure();
+    end_after_failure({}, kChildText);
   }
 }
 
@@ -63,7 +54,7 @@ void run_task_in_pool(ParallelTask& task, u64 index) {
   try {
     task.run(index);
   } catch (...) {
-    end_after_worker_failure();
+    end_after_failure(kPoolText, {});
   }
 }
 
