@@ -6,7 +6,7 @@
 // to 40 words, then lengths a factor apart, and those on both sides of each threshold of the table. All of a
 // row run in turns; times are medians in ns per word of one operand, ratios are medians of GMP's time over
 // ours in the same turn, so above 1 ours is faster. An algorithm stands at "-" where the product is beyond
-// it. --csv adds the figures to FILE, one line a length and algorithm. Ends with the figures of the bars: the
+// it. --csv adds the figures to FILE, one line per length and algorithm. Ends with the figures of the bars: the
 // geometric mean and the worst over products of 5121 to 221184 bits (lengths a factor apart), the worst up to
 // 5120 bits, and the ratios at powers of ten words.
 #include <gmp.h>
