@@ -22,7 +22,7 @@ class ResidueRun {
       : kernels_(residue_kernels(simd::active_target())),
         row_(row),
         tables_(tables),
-        tasks_(std::max<u64>(tds, 1)) {
+        tasks_(std::clamp<u64>(tds, 1, std::max<u64>(transform_bytes() / 2 / own_bytes(), 1))) {
     check_residue_bounds(row);
   }
 
@@ -104,6 +104,11 @@ class ResidueRun {
     throw ConvolutionFailedException(kId, "Coefficient is too large.", limit_bits, limit_bits + excess_bits);
   }
 
+  /// Bytes that one task more takes. Scratch stays below half of a transform: with as many tasks as that
+  /// allows, each has the work of a few tiles and subtrees.
+  u64 own_bytes() const {
+    return LinearHeapBuffer::cut_bytes<u8>(task_bytes()) + sizeof(ResidueJoinRun) * runs_of(1);
+  }
   /// What a task has of its own: a tile of columns or the roots of a subtree.
   u64 task_bytes() const {
     return std::max(residue_tile_bytes(row_),

@@ -15,10 +15,13 @@ ResidueFactor factor_times(const ResidueModulus& modulus, ResidueFactor a, Resid
 }
 
 ResidueFactor root(const ResidueModulus& modulus, u64 node) {
-  const u64 low = node % kResidueLowRoots, high = node / kResidueLowRoots;
+  const u64 low = node % kResidueLowRoots, above = node / kResidueLowRoots;
+  const u64 middle = above % kResidueMiddleRoots, top = above / kResidueMiddleRoots;
   const ResidueRoots& roots = modulus.roots;
-  const ResidueFactor f{roots.low_w[low], roots.low_ratio[low]};
-  return high ? factor_times(modulus, f, roots.high[high]) : f;
+  ResidueFactor f{roots.low_w[low], roots.low_ratio[low]};
+  if (middle) f = factor_times(modulus, f, roots.middle[middle]);
+  if (top) f = factor_times(modulus, f, roots.top[top]);
+  return f;
 }
 
 // s[2^l + r] s[2^l + (2^l - 1 - r)] = -1.

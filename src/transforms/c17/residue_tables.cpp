@@ -29,12 +29,29 @@ ResidueRoots make_low(LinearHeapBuffer& memory, const ResiduePrime& prime) {
     inverse[j] = prime.factor(prime.inverse(value)).w;
   }
   for (double* table : {w, ratio, inverse}) std::fill_n(table + kResidueLowRoots, kOverread, 0.0);
-  return {w, ratio, inverse, nullptr, 0};
+  return {w, ratio, inverse, nullptr, nullptr, 0};
+}
+
+// How many s[] tables up to one level give, and how many entries they have for the first `count` of s[].
+constexpr u64 kMiddleStep = kResidueLowRoots, kTopStep = kResidueLowRoots * kResidueMiddleRoots;
+u64 middle_count(u64 count) { return std::min(count, kTopStep) / kMiddleStep; }
+u64 top_count(u64 count) { return count > kTopStep ? count / kTopStep : 0; }
+
+// s[i step] for i < count; null for none.
+ResidueFactor* make_level(LinearHeapBuffer& memory, const ResiduePrime& prime, u64 count, u64 step) {
+  if (count == 0) return nullptr;
+  ResidueFactor* level = memory.cut<ResidueFactor>(count);
+  level[0] = prime.factor(1);
+  for (u64 i = 1; i < count; ++i)
+    level[i] = prime.factor(next_root(prime, i * step, level[i ^ std::bit_floor(i)].w));
+  return level;
 }
 
 u64 bytes_of(u64 count) {
-  return 3 * LinearHeapBuffer::cut_bytes<double>(kResidueLowRoots + kOverread) +
-         LinearHeapBuffer::cut_bytes<ResidueFactor>(count / kResidueLowRoots);
+  u64 bytes = 3 * LinearHeapBuffer::cut_bytes<double>(kResidueLowRoots + kOverread);
+  for (u64 entries : {middle_count(count), top_count(count)})
+    if (entries) bytes += LinearHeapBuffer::cut_bytes<ResidueFactor>(entries);
+  return bytes;
 }
 
 }  // namespace
@@ -63,12 +80,10 @@ void ResidueTables::grow(LinearHeapBuffer& memory, std::span<const ResidueRow> r
     if (wanted[i] <= roots.count) continue;
     const ResiduePrime& prime = residue_primes()[i];
     if (roots.count == 0) roots = make_low(memory, prime);
-    const u64 count = wanted[i] / kResidueLowRoots;
-    ResidueFactor* high = memory.cut<ResidueFactor>(count);
-    high[0] = prime.factor(1);
-    for (u64 h = 1; h < count; ++h)
-      high[h] = prime.factor(next_root(prime, h * kResidueLowRoots, high[h ^ std::bit_floor(h)].w));
-    roots.high = high;
+    if (middle_count(wanted[i]) > middle_count(roots.count))
+      roots.middle = make_level(memory, prime, middle_count(wanted[i]), kMiddleStep);
+    if (top_count(wanted[i]) > top_count(roots.count))
+      roots.top = make_level(memory, prime, top_count(wanted[i]), kTopStep);
     roots.count = wanted[i];
   }
 }
