@@ -1,8 +1,7 @@
 // A seam for fault tests: proofs are only proofs if a changed bit is caught.
 //
-// Libraries call it where data could be damaged; they do not define it. The program links the empty
-// definition (target orvane_no_faults, fault_point_none.cpp), a fault test links its own, which may change
-// what it is shown.
+// Libraries call it where data could be damaged. The definition in this library is empty; a fault test has one
+// of its own in its sources, which comes first and may change what it is shown.
 #pragma once
 
 #include "core/types.h"

@@ -152,7 +152,7 @@ class Parameters {
 
   /// n, in u32 words, when forward and inverse_fmul also make middle products of operands of up to n words
   /// whose product is longer; 0 when they do not. What such a product has above n words falls on its lowest
-  /// ones and spoils them and 64 bits above; the words over these, up to n, are the product's but for a unit
+  /// ones and spoils them and 66 bits above; the words over these, up to n, are the product's but for a unit
   /// of the lowest of them that is asked for. One operand must have at most n / 2 words.
   u64 folding_words() const { return folding_words_; }
 

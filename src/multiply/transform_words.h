@@ -67,8 +67,8 @@ struct MiddleShape {
 template <class W>
 class MiddleProduct {
  public:
-  /// Words between what a folded product spoils and what is read.
-  static constexpr u64 kGuardWords = 2;
+  /// Words between what wraps and what is read; a folded product spoils 66 bits of them.
+  static constexpr u64 kGuardWords = sizeof(W) == 4 ? 3 : 2;
 
   MiddleProduct() = default;
   /// Middle products of at most `window` words with an operand of `power` words.
@@ -76,14 +76,24 @@ class MiddleProduct {
     constexpr u64 k = sizeof(W) / sizeof(u32);
     words_ = power + window + kGuardWords;
     ParametersBox box;
-    const auto shape = [&]() -> const Parameters& {
-      return basic_table<W>().parameters_for(box, nullptr, words_, 1);
+    const auto shape = [&](u64 words) -> const Parameters& {
+      return basic_table<W>().parameters_for(box, nullptr, words, 1);
     };
-    if (shape().cyclic_words() >= k * words_) {
+    if (shape(words_).cyclic_words() >= k * words_) {
       form_ = ProductForm::cyclic;
-    } else if (shape().folding_words() != 0) {
-      words_ = std::max(words_, 2 * power);
-      if (shape().folding_words() >= k * words_) form_ = ProductForm::folded;
+      return;
+    }
+    const u64 length = std::max(words_, 2 * power);
+    if (shape(length).folding_words() >= k * length) {
+      form_ = ProductForm::folded;
+      words_ = length;
+      return;
+    }
+    // A shape at the limit of its accuracy does not fold, but then the next one does.
+    const u64 next = shape(length).max_bits() / (8 * sizeof(W)) + 1;
+    if (next < length + length / 2 && shape(next).folding_words() >= k * next) {
+      form_ = ProductForm::folded;
+      words_ = next;
     }
   }
 

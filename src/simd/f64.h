@@ -38,6 +38,9 @@ struct Choice {
 };
 /// Without the sign.
 inline F64 abs(F64 a) { return {_mm512_andnot_pd(_mm512_set1_pd(-0.0), a.v)}; }
+/// The larger of |a| and |b|.
+inline F64 max_abs(F64 a, F64 b) { return {_mm512_range_pd(a.v, b.v, 0xb)}; }
+inline double largest_lane(F64 a) { return _mm512_reduce_max_pd(a.v); }
 /// Keeps a loaded value in a register: compilers fold a load into each of its
 /// uses, and then loads are the limit.
 inline F64 in_register(F64 a) {
@@ -93,6 +96,11 @@ struct Choice {
   __m256d mask;
 };
 inline F64 abs(F64 a) { return {_mm256_andnot_pd(_mm256_set1_pd(-0.0), a.v)}; }
+inline F64 max_abs(F64 a, F64 b) { return max(abs(a), abs(b)); }
+inline double largest_lane(F64 a) {
+  const __m128d half = _mm_max_pd(_mm256_castpd256_pd128(a.v), _mm256_extractf128_pd(a.v, 1));
+  return _mm_cvtsd_f64(_mm_max_sd(half, _mm_unpackhi_pd(half, half)));
+}
 /// Keeps a loaded value in a register: compilers fold a load into each of its
 /// uses, and then loads are the limit.
 inline F64 in_register(F64 a) {
@@ -135,6 +143,8 @@ struct Choice {
   bool mask;
 };
 inline F64 abs(F64 a) { return {__builtin_fabs(a.v)}; }
+inline F64 max_abs(F64 a, F64 b) { return max(abs(a), abs(b)); }
+inline double largest_lane(F64 a) { return a.v; }
 inline F64 in_register(F64 a) { return a; }
 inline void transpose(F64 (&)[1]) {}
 

@@ -53,6 +53,7 @@ CHECKS = [
     "Checksum Mismatch. Division failed.",
     "Residual is too large.",
     "Coefficient is too large.",
+    " from an integer; limit: ",
     "Convergence Failure",
     "Mismatching block residuals.",
     "Power Hash Mismatch",

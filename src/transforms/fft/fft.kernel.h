@@ -11,7 +11,7 @@ namespace orl::SIMD_ISA {
 
 extern const FftKernels fft_kernel_table;
 constinit const FftKernels fft_kernel_table{
-    SIMD_ISA_NAME, L, &first_stage, &branches, &finish, &last_stage, &rounding_error,
+    SIMD_ISA_NAME, L, &first_stage, &branches, &finish, &last_stage,
 };
 
 }  // namespace orl::SIMD_ISA

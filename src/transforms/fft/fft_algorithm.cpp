@@ -1,10 +1,15 @@
 #include <algorithm>
+#include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 
 #include "core/exceptions.h"
+#include "core/fault_point.h"
 #include "simd/target.h"
+#include "transforms/common/coefficient_check.h"
 #include "transforms/fft/fft.h"
+#include "transforms/fft/fft_bounds.h"
 #include "transforms/fft/fft_kernels.h"
 #include "transforms/fft/fft_table.h"
 
@@ -13,8 +18,7 @@ namespace {
 
 constexpr const char* kId = "FFT";
 constexpr u64 kMaxBits = 0x6000000;
-// Tasks get at least this many chunks of columns each, so that their scratch
-// stays small against the transform.
+// Tasks get at least this many chunks of columns each, so that their scratch stays small against the transform.
 constexpr u64 kChunksPerTask = 4;
 
 u64 round_up_bytes(u64 bytes) { return LinearHeapBuffer::cut_bytes<u8>(bytes); }
@@ -50,25 +54,40 @@ class FftRun {
     });
   }
   void branches(FftStep step, double* F, double* G, ParallelContext parallel) const {
+    fault_point("fft points", F, transform_bytes());
     const u64 tasks = plan_.blocked() ? std::min<u64>(parallel.tds, plan_.branches()) : 1;
     for_tasks(parallel, tasks, [&](u64 t) {
       kernels_.branches(plan_, step, F, G, static_cast<u32>(plan_.branches() * t / tasks),
                         static_cast<u32>(plan_.branches() * (t + 1) / tasks));
     });
   }
+  /// From the points of a product to the words of the window. Throws ConvolutionFailedException or
+  /// AlgorithmFailedException when a coefficient is no integer to within kFftErrorLimit.
   void last_stage(double* F, FftWindow window, void* tmp, ParallelContext parallel) const {
-    if (!plan_.blocked()) {
-      kernels_.finish(plan_, F, window, static_cast<u8*>(tmp));
-      return;
-    }
+    if (!plan_.blocked()) return check_rounding(kernels_.finish(plan_, F, window, static_cast<u8*>(tmp)));
     const u64 tasks = task_count(parallel);
     for_tasks(parallel, tasks, [&](u64 t) {
-      kernels_.last_stage(plan_, F, window, first_chunk(t, tasks), first_chunk(t + 1, tasks), work(tmp, t));
+      const FftStageWork own = work(tmp, t);
+      own.groups->error =
+          kernels_.last_stage(plan_, F, window, first_chunk(t, tasks), first_chunk(t + 1, tasks), own);
     });
+    for (u64 t = 0; t < tasks; ++t) check_rounding(work(tmp, t).groups->error);
     resolve_carries(window, tmp, tasks);
   }
 
  private:
+  static void check_rounding(double error) {
+    if (error > kFftErrorLimit) [[unlikely]]
+      rounding_failed(error);
+  }
+  [[noreturn]] static void rounding_failed(double error) {
+    if (std::isinf(error)) coefficient_failed(kId, kFftLargestBits, kFftLargestBits + 1);
+    char text[64];
+    std::snprintf(text, sizeof text, "Coefficient is %.3f from an integer; limit: %.1f.", error,
+                  kFftErrorLimit);
+    throw AlgorithmFailedException(kId, text);
+  }
+
   u64 task_count(ParallelContext parallel) const { return std::min(std::max<u64>(parallel.tds, 1), tasks_); }
   u64 first_chunk(u64 task, u64 tasks) const { return plan_.chunks() * task / tasks; }
   template <class Body>
@@ -146,10 +165,10 @@ class FftParameters final : public Parameters {
  public:
   FftParameters(const FftRow& row, const FftTables* tables, u64 tds) : run_(row, tables, tds) {
     max_bits_ = row.bits;
-    // Points wrap with their sign turned; a negative one is packed modulo 2^51, and with the carry that it
-    // passes on it reaches less than 2^52 units of its own point. The coefficients of a product of at most
-    // points / 2 points by any others are none larger than those of fft_bounds.h.
-    folding_words_ = row.bits / 32;
+    // Points wrap with their sign turned. A negative one is packed modulo 2^64 in units of its own point or the one
+    // before it: all together reach less than 2^65 units of the last that wraps. The coefficients of a product of
+    // at most points / 2 points by any others are none larger than those of fft_bounds.h.
+    folding_words_ = fft_folds_safely(row.points(), row.w) ? row.bits / 32 : 0;
     transform_size_ = run_.transform_bytes();
     scratch_size_ = run_.scratch_bytes();
   }

@@ -10,6 +10,9 @@ namespace orl::SIMD_ISA {
 namespace {
 
 using simd::SIMD_ISA::bits_of;
+using simd::SIMD_ISA::largest_lane;
+using simd::SIMD_ISA::or_of;
+using simd::SIMD_ISA::or_of_lanes;
 using simd::SIMD_ISA::store_fields;
 using simd::SIMD_ISA::U64;
 using simd::SIMD_ISA::operator&;
@@ -22,15 +25,23 @@ constexpr u32 kClutter = 15;
 
 /// How values become points and points words: constants of a shape. Shift counts are vectors: a shift by one
 /// count for all lanes holds up the multiply-add ports.
+///
+/// Adding kMagic leaves an integer x as kMagicBits + x in the sum's bits. Carries are kept less what these add to a
+/// sum modulo 2^64, so that they need no operation of their own; `bias` is its negative:
+///     w > 16   a sum is x + c, of one point;
+///     w <= 16  a sum is x0 + 2^w x1 + c < 2^64, of two: x < 2^63 / 2^w (fft_table.cpp).
+/// A negative sum, which folded products have among their lowest points, is thus taken modulo 2^64.
 struct Packing {
-  static constexpr double kMagic =
-      6755399441055744.0;  // 1.5 * 2^52: adding it leaves an integer in the low bits
-  static constexpr u64 kMagicMask = (u64{1} << 51) - 1;
+  static constexpr double kMagic = 6755399441055744.0;  // 1.5 * 2^52
+  static constexpr u64 kMagicBits = 0x4338000000000000;
+  static constexpr u64 kMagicExponent = 0x433;
 
   explicit Packing(const FftPlan& plan)
       : w(plan.w),
         scale(F64::all(1.0 / static_cast<double>(plan.complex_points()))),
-        mask(U64::all((u64{1} << w) - 1)),
+        magic(F64::all(kMagic)),
+        bias(U64::all(u64{0} - (w <= 16 ? kMagicBits + (kMagicBits << w) : kMagicBits))),
+        mask(U64::all((u64{1} << (w <= 16 ? 2 * w : w)) - 1)),
         by_w(U64::all(w)),
         by_2w(U64::all(2 * w)),
         up(U64::all(w <= 16 ? 4 * w : 4 * w - 64)),
@@ -38,33 +49,74 @@ struct Packing {
         pair_down(U64::all(64 - 2 * w)) {}
 
   u32 w;
-  F64 scale;
-  U64 mask, by_w, by_2w, up, down, pair_down;
+  F64 scale, magic;
+  U64 bias, mask, by_w, by_2w, up, down, pair_down;
 };
 
-/// Eight points of L runs: scaled, rounded and with carries taken into account;
-/// d[b] < 2^w.
+/// What rounding shows of the errors of points.
+struct Rounding {
+  // Vectors of four hold few constants in registers and have no maximum of absolute values: there a full check
+  // takes 5 % of a product, and every second point is looked at.
+  static constexpr u32 kStep = L == 4 ? 2 : 1;
+  static constexpr u32 kChains = L > 1 ? L / 2 / kStep : 1;  // a maximum takes four cycles
+  F64 error[kChains];                                        ///< largest distance from an integer
+  U64 seen;                                                  ///< all rounded values with magic added, or-ed
+
+  FFT_INLINE Rounding() : seen(U64::all(Packing::kMagicExponent << 52)) {
+    for (F64& e : error) e = F64::all(0);
+  }
+  /// value * scale + magic, which rounds it; `i` numbers the calls.
+  FFT_INLINE U64 round(F64 value, const Packing& p, u32 i) {
+    const F64 sum = fma(value, p.scale, p.magic);
+    if (i % kStep == 0) {
+      F64& largest_error = error[i / kStep % kChains];
+      largest_error = max_abs(largest_error, fms(value, p.scale, sum - p.magic));
+    }
+    return bits_of(sum);
+  }
+  FFT_INLINE void see(U64 a, U64 b) { seen = or_of(seen, a, b); }
+  /// The largest error; infinite when a value was no number or 2^51 and more, which magic does not round: its
+  /// sum then has another exponent. (The exponents that or-ing hides are those of sums below 2^52, so of values
+  /// from -2^54 to -2^51.)
+  double largest() const {
+    F64 all = error[0];
+    for (u32 c = 1; c < kChains; ++c) all = max(all, error[c]);
+    return or_of_lanes(seen) >> 52 == Packing::kMagicExponent ? largest_lane(all) : __builtin_inf();
+  }
+};
+
+/// Eight points of L runs, scaled, rounded and carried, as pairs of 2 w bits.
+template <bool kWide>
 FFT_INLINE void carry_step(const double* const (&run)[L], u64 offset, const Packing& p, U64& carry,
-                           U64 (&d)[8]) {
-  const F64 magic = F64::all(Packing::kMagic);
-  const U64 magic_mask = U64::all(Packing::kMagicMask);
-  for (u32 c = 0; c < 8 / L; ++c) {
-    F64 row[L];
-    for (u32 l = 0; l < L; ++l) row[l] = F64::load(run[l] + offset + c * kGroup);
-    transpose(row);
-    for (u32 i = 0; i < L; ++i) {
-      const U64 sum = (bits_of(fma(row[i], p.scale, magic)) & magic_mask) + carry;
-      d[c * L + i] = sum & p.mask;
-      carry = sum.shr(p.by_w);
+                           U64 (&pair)[4], Rounding& rounding) {
+  constexpr u32 kTogether = L > 1 ? L : 2;
+  for (u32 c = 0; c < 8 / kTogether; ++c) {
+    U64 x[kTogether];
+    for (u32 h = 0; h < kTogether; h += L) {
+      F64 row[L];
+      for (u32 l = 0; l < L; ++l) row[l] = F64::load(run[l] + offset + (c * kTogether + h) / L * kGroup);
+      transpose(row);
+      for (u32 i = 0; i < L; ++i) x[h + i] = rounding.round(row[i], p, i);
+    }
+    for (u32 i = 0; i < kTogether; i += 2) {
+      rounding.see(x[i], x[i + 1]);
+      U64& result = pair[(c * kTogether + i) / 2];
+      if constexpr (kWide) {
+        const U64 low = x[i] + carry, high = x[i + 1] + (low.shr(p.by_w) + p.bias);
+        result = (low & p.mask) | (high & p.mask).shl(p.by_w);
+        carry = high.shr(p.by_w) + p.bias;
+      } else {
+        const U64 sum = (x[i] + x[i + 1].shl(p.by_w)) + carry;
+        result = sum & p.mask;
+        carry = sum.shr(p.by_2w) + p.bias;
+      }
     }
   }
 }
 
-/// Eight fields of w bits a lane as three words a lane; two are enough while w <= 16.
+/// Four pairs of fields per lane as three words per lane; two are enough while w <= 16.
 template <bool kWide>
-FFT_INLINE void pack_step(const U64 (&d)[8], const Packing& p, U64 (&q)[3]) {
-  U64 pair[4];
-  for (u32 m = 0; m < 4; ++m) pair[m] = d[2 * m] | d[2 * m + 1].shl(p.by_w);
+FFT_INLINE void pack_step(const U64 (&pair)[4], const Packing& p, U64 (&q)[3]) {
   const U64 low = pair[0] | pair[1].shl(p.by_2w), high = pair[2] | pair[3].shl(p.by_2w);
   if constexpr (!kWide) {
     q[0] = low | high.shl(p.up);
@@ -77,31 +129,35 @@ FFT_INLINE void pack_step(const U64 (&d)[8], const Packing& p, U64 (&q)[3]) {
   }
 }
 
-/// `steps` steps of L runs from `run` on; run l is written to out[l]. Step 0 goes to kept[8 * word + l]
-/// instead when `keep_first`.
+/// `steps` steps of L runs from `run` on; run l is written to out[l]. Unless `kept` is null, step 0 goes to
+/// kept[8 * word + l] instead.
 template <bool kWide>
 FFT_INLINE void pack_runs_of(const double* const (&run)[L], u64 steps, const Packing& p, U64& carry,
-                             u8* const (&out)[L], bool keep_first, u64* kept) {
-  U64 d[8], q[3];
+                             u8* const (&out)[L], u64* kept, Rounding& result) {
+  U64 pair[4], q[3];
+  U64 biased = carry + p.bias;
+  Rounding rounding = result;
   u64 i = 0;
-  if (keep_first) {
-    carry_step(run, 0, p, carry, d);
-    pack_step<kWide>(d, p, q);
+  if (kept) {
+    carry_step<kWide>(run, 0, p, biased, pair, rounding);
+    pack_step<kWide>(pair, p, q);
     for (u32 j = 0; j < 3; ++j) q[j].store(kept + j * kRuns);
     i = 1;
   }
   for (; i < steps; ++i) {
-    carry_step(run, i * kPointGroup, p, carry, d);
-    pack_step<kWide>(d, p, q);
+    carry_step<kWide>(run, i * kPointGroup, p, biased, pair, rounding);
+    pack_step<kWide>(pair, p, q);
     store_fields<kWide ? 3 : 2>(out, i * p.w, q);
   }
+  carry = biased - p.bias;
+  result = rounding;
 }
 void pack_runs(const double* const (&run)[L], u64 steps, const Packing& p, U64& carry, u8* const (&out)[L],
-               bool keep_first, u64* kept) {
+               u64* kept, Rounding& rounding) {
   if (p.w <= 16)
-    pack_runs_of<false>(run, steps, p, carry, out, keep_first, kept);
+    pack_runs_of<false>(run, steps, p, carry, out, kept, rounding);
   else
-    pack_runs_of<true>(run, steps, p, carry, out, keep_first, kept);
+    pack_runs_of<true>(run, steps, p, carry, out, kept, rounding);
 }
 
 /// The last pass of a small transform, in place.
@@ -146,12 +202,13 @@ FFT_INLINE void store_first(u8* out, u32 w, u64 word0, u64 word1, u64 word2) {
   }
 }
 
-/// Packs all points into `fields` in eight runs.
-void pack_small(const FftPlan& plan, const double* F, u8* fields) {
+/// Packs all points into `fields` in eight runs; returns the largest rounding error.
+double pack_small(const FftPlan& plan, const double* F, u8* fields) {
   const Packing p(plan);
   const u64 steps = plan.points() / (8 * kRuns), bytes = steps * p.w;
   alignas(64) u64 kept[3 * kRuns], leaving[kRuns + 1];
   leaving[0] = 0;
+  Rounding rounding;
   for (u32 s = 0; s < kRuns; s += L) {
     // Runs 0 to 3 are real parts, 4 to 7 imaginary parts.
     const double* run[L];
@@ -161,7 +218,7 @@ void pack_small(const FftPlan& plan, const double* F, u8* fields) {
       out[l] = fields + (s + l) * bytes;
     }
     U64 carry = U64::all(0);
-    pack_runs(run, steps, p, carry, out, true, kept + s);
+    pack_runs(run, steps, p, carry, out, kept + s, rounding);
     carry.store(leaving + 1 + s);
   }
   // A carry seldom goes beyond the first word of a run.
@@ -172,7 +229,7 @@ void pack_small(const FftPlan& plan, const double* F, u8* fields) {
     store_first(fields + s * bytes, p.w, sum, kept[kRuns + s], kept[2 * kRuns + s]);
   }
   if (!passing) [[likely]]
-    return;
+    return rounding.largest();
   u64 carry = 0;
   for (u32 s = 0; s < kRuns; ++s) {
     u8* out = fields + s * bytes;
@@ -182,12 +239,14 @@ void pack_small(const FftPlan& plan, const double* F, u8* fields) {
     for (u64 i = p.w; on && i < bytes; ++i) on = ++out[i] == 0;
     carry = leaving[s + 1] + on;
   }
+  return rounding.largest();
 }
 
-void finish(const FftPlan& plan, double* F, FftWindow window, u8* fields) {
+double finish(const FftPlan& plan, double* F, FftWindow window, u8* fields) {
   last_pass(plan, F);
-  pack_small(plan, F, fields);
+  const double error = pack_small(plan, F, fields);
   __builtin_memcpy(window.target, fields + window.begin, window.end - window.begin);
+  return error;
 }
 
 /// Where a group of eight runs writes a chunk, run by run: into the window, or
@@ -235,8 +294,8 @@ class ChunkTargets {
 };
 
 template <u32 R>
-void blocked_last_stage(const FftPlan& plan, const double* F, FftWindow window, u64 chunk_begin,
-                        u64 chunk_end, const FftStageWork& work) {
+double blocked_last_stage(const FftPlan& plan, const double* F, FftWindow window, u64 chunk_begin,
+                          u64 chunk_end, const FftStageWork& work) {
   const Packing p(plan);
   const u64 groups = plan.chunk_groups(), row = groups * kPointGroup;
   const u64 stream = plan.branch_points() / 8;  // groups of eight points in a run of the whole column range
@@ -247,6 +306,7 @@ void blocked_last_stage(const FftPlan& plan, const double* F, FftWindow window, 
       work.groups[g].dropped_ones[l] = true;
     }
   ChunkTargets targets(plan, window);
+  Rounding rounding;
   for (u64 c = chunk_begin; c < chunk_end; ++c) {
     for (u32 i = 0; i < R; ++i)
       inverse_pass<kFftSecondRadix>(F + i * kFftSecondRadix * stream * kPointGroup + c * row,
@@ -266,16 +326,17 @@ void blocked_last_stage(const FftPlan& plan, const double* F, FftWindow window, 
           out[l] = targets.out(s + l);
         }
         U64 carry = U64::load(group.carry + s);
-        pack_runs(run, groups, p, carry, out, c == chunk_begin, &group.first[0][s]);
+        pack_runs(run, groups, p, carry, out, c == chunk_begin ? &group.first[0][s] : nullptr, rounding);
         carry.store(group.carry + s);
       }
       targets.end(c == chunk_begin ? p.w : 0, group);
     }
   }
+  return rounding.largest();
 }
 
-void last_stage(const FftPlan& plan, const double* F, FftWindow window, u64 chunk_begin, u64 chunk_end,
-                const FftStageWork& work) {
+double last_stage(const FftPlan& plan, const double* F, FftWindow window, u64 chunk_begin, u64 chunk_end,
+                  const FftStageWork& work) {
   switch (plan.k) {
     case 1:
       return blocked_last_stage<8>(plan, F, window, chunk_begin, chunk_end, work);
@@ -284,29 +345,6 @@ void last_stage(const FftPlan& plan, const double* F, FftWindow window, u64 chun
     default:
       return blocked_last_stage<5>(plan, F, window, chunk_begin, chunk_end, work);
   }
-}
-
-double rounding_error(const FftPlan& plan, double* F) {
-  if (plan.blocked()) {
-    const u64 stride = 2 * plan.branch_points();
-    for (u32 i = 0; i < plan.first_radix(); ++i) {
-      double* x = F + i * kFftSecondRadix * stride;
-      inverse_pass<kFftSecondRadix>(x, stride, x, stride, stride, second_twiddles(plan, i));
-    }
-  }
-  last_pass(plan, F);
-  const F64 scale = Packing(plan).scale, magic = F64::all(Packing::kMagic);
-  F64 largest = F64::all(0.0);
-  for (u64 i = 0; i < plan.points(); i += L) {
-    const F64 value = F64::load(F + i);
-    const F64 rounded = fma(value, scale, magic) - magic;
-    largest = max(largest, abs(fms(value, scale, rounded)));
-  }
-  alignas(64) double lane[L];
-  largest.store(lane);
-  double result = 0;
-  for (double e : lane) result = e > result ? e : result;
-  return result;
 }
 
 }  // namespace

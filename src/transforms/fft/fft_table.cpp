@@ -29,6 +29,14 @@ constexpr bool rows_are_safe() {
 }
 static_assert(rows_are_safe());
 
+// The last stage adds two neighbouring coefficients of narrow points, and the carry, in a word.
+constexpr bool pairs_fit() {
+  for (const FftRow& row : kRows)
+    if (row.w <= 16 && row.points() / 2 > u64{1} << (63 - 3 * row.w)) return false;
+  return true;
+}
+static_assert(pairs_fit());
+
 // Rows are found from the top bits of the size: an octave has 2^kStepBits steps, and kFirst holds the first
 // row that can serve the sizes of a step, from which the right one is few rows away.
 constexpr u32 kStepBits = 4, kOctaves = 28;

@@ -112,14 +112,16 @@ class HntParameters final : public Parameters {
     const Areas areas(*this, tmp);
     try {
       parts.residues.wrapped()->pointwise_cyclic(F, G ? G : F, areas.wrapped, areas.rest, parallel);
-    } catch (const ConvolutionFailedException&) {
-      throw AlgorithmFailedException(kId, "Coefficient is too large.");
+      const Window<u32> remainder{areas.remainder, 0, row_.remainder};
+      if (G)
+        parts.remainder.inverse_fmul(second(parts, F), second(parts, G), remainder, areas.rest, parallel);
+      else
+        parts.remainder.inverse_fsqr(second(parts, F), remainder, areas.rest, parallel);
+    } catch (const ConvolutionFailedException& failure) {
+      throw AlgorithmFailedException(kId, failure.message());
+    } catch (const AlgorithmFailedException& failure) {
+      throw AlgorithmFailedException(kId, failure.message());
     }
-    const Window<u32> remainder{areas.remainder, 0, row_.remainder};
-    if (G)
-      parts.remainder.inverse_fmul(second(parts, F), second(parts, G), remainder, areas.rest, parallel);
-    else
-      parts.remainder.inverse_fsqr(second(parts, F), remainder, areas.rest, parallel);
     combine(areas.wrapped, areas.remainder, parallel);
     write(areas, T, parallel);
   }

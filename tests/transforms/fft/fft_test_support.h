@@ -63,6 +63,8 @@ class EachTarget : public testing::TestWithParam<simd::Target> {
   void TearDown() override { simd::set_active_target(simd::best_target()); }
 };
 
+class FftEachTarget : public EachTarget {};
+
 inline FftPlan plan_of(const FftRow& row, const Tables& tables) {
   return {row.k, row.s - 1 - kFftBlockLevels, row.w, tables.fft()};
 }
