@@ -42,7 +42,9 @@ struct FftStageWork {
   double* chunk;        ///< chunk_doubles(plan) of them: a chunk of columns
   FftRunGroup* groups;  ///< group_count(plan) of them: those of the real parts, then of the imaginary parts
 
+  /// Doubles of a chunk: the 16 of each group in each branch.
   static u64 chunk_doubles(const FftPlan& plan) { return plan.branches() * plan.chunk_groups() * 16; }
+  /// One group for each run of the first stage, of real and of imaginary parts.
   static u64 group_count(const FftPlan& plan) { return 2 * plan.first_radix(); }
 };
 
@@ -50,6 +52,7 @@ struct FftStageWork {
 /// transforms the branch of G as well.
 enum class FftStep { forward, square, multiply, convolve_square, convolve_multiply };
 
+/// The stages of a transform, compiled for one instruction set of `lanes` doubles.
 struct FftKernels {
   const char* name;
   u32 lanes;
@@ -83,6 +86,7 @@ struct FftFirstStep {
   u64 word[3];
   u64 leaving;  ///< what does not fit in 8 w bits
 
+  /// `first` holds the words of the sum without the carry, fields of w bits each.
   FftFirstStep(const u64 (&first)[3], u32 w, u64 carry) {
     u128 sum = carry;
     for (u32 i = 0; i < 3; ++i) {
