@@ -1,0 +1,9 @@
+#include "simd/lanes.h"
+
+#include <immintrin.h>
+
+#include "simd/begin_avx2.h"
+
+#include "simd/lanes.kernel.h"
+
+#include "simd/end.h"
