@@ -2,6 +2,7 @@
 
 #include "core/exceptions.h"
 #include "functions/radix_conversion.h"
+#include "memory/sizing_arena.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/basecase.h"
 
@@ -14,8 +15,6 @@ namespace {
 // transform, of 177 words 16.1 against 16.4. Legal: any.
 template <class W>
 constexpr u64 kBasecaseBits = sizeof(W) == 8 ? 8192 : 4096;
-
-constexpr u64 round_up_64(u64 bytes) { return (bytes + 63) & ~u64{63}; }
 
 template <class W>
 constexpr u32 kWordBits = 8 * sizeof(W);
@@ -123,15 +122,11 @@ template <class W>
 u64 ConvertPlanP<W>::product_bytes(u64 level, u64 tds, bool kept) const {
   const u64 words = level_[level].product_words;
   if (!level_[level].transform)
-    return round_up_64(
+    return LinearHeapBuffer::cut_bytes<u8>(
         mul_window_scratch<W>(0, words, words - level_[level].power_words, level_[level].power_words));
   ParametersBox box;
   const Parameters& shape = basic_table<W>().parameters_for(box, nullptr, words, tds);
-  const u64 upper_piece = level_[level].form == ProductForm::whole && level + 1 == levels_
-                              ? LinearHeapBuffer::cut_bytes<W>(level_[level].piece_words)
-                              : 0;
-  return (kept ? 1 : 2) * round_up_64(shape.transform_size()) + round_up_64(shape.scratch_size()) +
-         MiddleShape<W>{level_[level].form, shape}.result_bytes() + upper_piece;
+  return layout_bytes([&](auto& arena) { cut_product(arena, level, shape, kept); });
 }
 
 template <class W>
@@ -139,12 +134,15 @@ u64 ConvertPlanP<W>::node_bytes(u64 count, u64 tds) const {
   if (count == 0) return 0;
   if (tds == 1 && serial_bytes_[count] != 0) return serial_bytes_[count];
   const u64 level = count - 1;
+  const u64 half = tds >> 1;
   const bool forked = forks(level, tds);
-  const u64 single = node_bytes(level, forked ? tds - (tds >> 1) : tds);
-  const u64 children = forked ? single + node_bytes(level, tds >> 1) : single;
-  const u64 product = product_bytes(level, tds, true);
-  const u64 own = LinearHeapBuffer::cut_bytes<W>(level_[level].low_words) + std::max(product, children);
-  return std::max(own, single);
+  const u64 below = node_bytes(level, forked ? tds - half : tds);
+  return layout_bytes([&](auto& arena) {
+    arena.leave(below);  // of a node that is too short for this level
+    arena.template cut<W>(level_[level].low_words);
+    arena.leave(product_bytes(level, tds, true));
+    arena.leave(forked ? below + node_bytes(level, half) : below);
+  });
 }
 
 template <class W>
@@ -153,27 +151,17 @@ void ConvertPlanP<W>::plan_need() {
   need_.out_words = digit_words_;
   if (levels_ == 0) return;
   for (u64 count = 1; count <= levels_; ++count) serial_bytes_[count] = node_bytes(count, 1);
-  const u64 top = levels_ - 1;
-  u64 table_bytes = 0, kept_bytes = 0, squaring_bytes = 0, keeping_bytes = 0;
-  for (u64 i = 0; i < levels_; ++i) {
-    table_bytes += LinearHeapBuffer::cut_bytes<W>(level_[i].power_words + 1);
-    if (i > 0) {
-      const u64 square = 2 * level_[i - 1].power_words;
-      squaring_bytes = std::max(squaring_bytes, basic_table<W>().max_sizes(square, tds_).total_bytes());
-    }
-    if (i < top && level_[i].transform) {
-      const MultiplySizes sizes = basic_table<W>().sizes(level_[i].product_words, tds_);
-      kept_bytes += round_up_64(sizes.transform_bytes);
-      keeping_bytes = std::max(keeping_bytes, round_up_64(sizes.scratch_bytes));
-    }
+  for (u64 i = 0; i < levels_; ++i)
     need_.table_bits = std::max(need_.table_bits, level_[i].product_words * kWordBits<W>);
-  }
-  const u64 children = forks(top, tds_) ? node_bytes(top, tds_ - (tds_ >> 1)) + node_bytes(top, tds_ >> 1)
-                                        : node_bytes(top, tds_);
-  const u64 converting =
-      LinearHeapBuffer::cut_bytes<W>(level_[top].low_words) +
-      std::max(product_bytes(top, tds_, false), kept_bytes + std::max(children, keeping_bytes));
-  need_.ram_bytes = table_bytes + std::max(squaring_bytes, converting);
+  const u64 top = levels_ - 1, half = tds_ >> 1;
+  need_.ram_bytes = layout_bytes([&](auto& arena) {
+    cut_powers(arena);
+    arena.template cut<W>(level_[top].low_words);
+    arena.leave(product_bytes(top, tds_, false));
+    cut_kept(arena);
+    arena.leave(forks(top, tds_) ? node_bytes(top, tds_ - half) + node_bytes(top, half)
+                                 : node_bytes(top, tds_));
+  });
 }
 
 template class ConvertPlanP<u32>;

@@ -60,13 +60,13 @@ void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<W>& plan, const RunContext
                                    LinearHeapBuffer& heap) {
   if (plan.levels() == 0) return;
   StatusFrame frame(ctx.status, "Powering...   ");
-  powers[0] = base_power(plan, heap.cut<W>(plan.level(0).power_words + 1));
+  const auto areas = plan.cut_powers(heap);
+  powers[0] = base_power(plan, areas[0]);
   check_stored(plan, 0, powers[0], ctx);
   for (u64 i = 1; i < plan.levels(); ++i) {
     const Power<W>& root = powers[i - 1];
     const u64 length = std::min(2 * root.L, plan.level(i).power_words + 1);
-    Power<W> power{heap.cut<W>(plan.level(i).power_words + 1), length, 2 * root.exp};
-    // The scratch lies where the next levels' powers will: they are cut when this product is done.
+    Power<W> power{areas[i], length, 2 * root.exp};
     basic_table<W>().sqr_window(ctx.multiply(heap), {power.T, 0, length}, {root.T, root.L});
     trim(power);
     powers[i] = power;

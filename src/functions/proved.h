@@ -64,10 +64,6 @@ class ProvedInvsqrtWord {
   Need need() const { return need_; }
   /// As InvsqrtWord::run, and check_inverse_root of what it gave.
   u64 run(const RunContext& ctx, Frame& frame, Number& out, W w, Arena arena) const;
-  u64 run(const RunContext& ctx, Number& out, W w, Arena arena) const {
-    Frame frame;
-    return run(ctx, frame, out, w, arena);
-  }
 
  private:
   InvsqrtWord<Store> root_;
@@ -152,12 +148,6 @@ class ProvedDivision {
   /// end.
   u64 run(const RunContext& ctx, Frame& frame, Number& out, const Hashed<Number>& a, const Hashed<Number>& b,
           Arena arena) const;
-  /// For operands whose hashes nobody has carried.
-  u64 run(const RunContext& ctx, Frame& frame, Number& out, const Number& a, const Number& b,
-          Arena arena) const {
-    return run(ctx, frame, out, Hashed<Number>{a, a.computed_hash(ctx.parallel)},
-               Hashed<Number>{b, b.computed_hash(ctx.parallel)}, arena);
-  }
 
  private:
   Division<Store> division_;

@@ -80,8 +80,8 @@ class Conversion {
   void multiply(const RunContext& ctx, u64 level, W* T, u64 skip, u64 end, Fraction f,
                 LinearHeapBuffer heap) const;
   template <class Product>
-  void multiply_pieces(u64 level, W* T, u64 skip, u64 end, Fraction f, LinearHeapBuffer heap,
-                       ParallelContext parallel, Product&& product) const;
+  void multiply_pieces(u64 level, W* T, u64 skip, u64 end, Fraction f, W* upper, ParallelContext parallel,
+                       Product&& product) const;
   template <class Window>
   void multiply_windows(u64 level, W* T, u64 skip, u64 end, ParallelContext parallel, Window&& window) const;
   W halves(const RunContext& ctx, const Split& s, W* D, Fraction low, Fraction high, LinearHeapBuffer heap);
@@ -102,7 +102,7 @@ class Conversion {
   W* digits_;
   Power<W> powers_[Plan::kMaxLevels];
   ParametersBox shapes_[Plan::kMaxLevels];
-  void* kept_[Plan::kMaxLevels] = {};
+  std::array<void*, Plan::kMaxLevels> kept_{};
   bool near_above_ = false;  // set by the leaf of the lowest digits
 };
 
@@ -160,10 +160,7 @@ const Parameters& Conversion<W>::shape(u64 level, u64 tds, ParametersBox& box) c
 
 template <class W>
 void Conversion<W>::keep_transforms(const RunContext& ctx, LinearHeapBuffer& heap) {
-  for (u64 i = 0; i + 1 < plan_.levels(); ++i) {
-    if (!plan_.level(i).transform) continue;
-    kept_[i] = heap.cut<u8>(shapes_[i]->transform_size());
-  }
+  kept_ = plan_.cut_kept(heap);
   for (u64 i = 0; i + 1 < plan_.levels(); ++i) {
     if (!kept_[i]) continue;
     ParametersBox box;
@@ -217,16 +214,16 @@ void Conversion<W>::multiply(const RunContext& ctx, u64 level, W* T, u64 skip, u
   ParametersBox box;
   const ProductForm form = plan_.level(level).form;
   const Parameters& sized = shape(level, ctx.parallel.tds, box);
-  void* F = heap.cut<u8>(sized.transform_size());
-  void* G = kept_[level] ? kept_[level] : heap.cut<u8>(sized.transform_size());
-  void* tmp = heap.cut<u8>(sized.scratch_size());
+  const auto areas = plan_.cut_product(heap, level, sized, kept_[level] != nullptr);
+  void* const G = kept_[level] ? kept_[level] : areas.G;
   const MiddleShape<W> middle{form, sized};
-  W* result = heap.cut<W>(middle.result_bytes() / sizeof(W));
-  if (!kept_[level]) middle.forward(G, {power.T, power.L}, tmp, ctx.parallel);
+  if (!kept_[level]) middle.forward(G, {power.T, power.L}, areas.tmp, ctx.parallel);
   const auto product = [&](W* out, u64 begin, u64 stop, const W* words, u64 count) {
-    middle.run({F, G, tmp}, power.L, {out, begin, stop}, {words, count}, result, ctx.parallel);
+    middle.run({areas.F, G, areas.tmp}, power.L, {out, begin, stop}, {words, count}, areas.result,
+               ctx.parallel);
   };
-  if (form == ProductForm::whole) return multiply_pieces(level, T, skip, end, f, heap, ctx.parallel, product);
+  if (form == ProductForm::whole)
+    return multiply_pieces(level, T, skip, end, f, areas.upper, ctx.parallel, product);
   multiply_windows(level, T, skip, end, ctx.parallel, [&](W* out, u64 begin, u64 stop) {
     // Words of f further down reach less than a unit of the window.
     const u64 from = begin > power.L ? begin - power.L : 0;
@@ -238,7 +235,7 @@ void Conversion<W>::multiply(const RunContext& ctx, u64 level, W* T, u64 skip, u
 // By whole products of pieces of f.
 template <class W>
 template <class Product>
-void Conversion<W>::multiply_pieces(u64 level, W* T, u64 skip, u64 end, Fraction f, LinearHeapBuffer heap,
+void Conversion<W>::multiply_pieces(u64 level, W* T, u64 skip, u64 end, Fraction f, W* upper,
                                     ParallelContext parallel, Product&& product) const {
   const u64 piece = plan_.level(level).piece_words;
   if (f.L <= piece) return product(T, skip, end, f.T, f.L);
@@ -248,7 +245,6 @@ void Conversion<W>::multiply_pieces(u64 level, W* T, u64 skip, u64 end, Fraction
   bp_fill(T + (low_end - skip), end - low_end, 0, parallel);
   const u64 from = skip > piece ? skip - piece : 0;
   const u64 count = end - piece - from;
-  W* upper = heap.cut<W>(count);
   product(upper, from, end - piece, f.T + piece, f.L - piece);
   W* at = T + (piece + from - skip);
   bp_add(at, at, upper, count, 0, parallel);

@@ -108,6 +108,51 @@ class ConvertPlanP {
   /// Bytes of one product of a level: with its kept transform at hand, or making the power's transform too.
   u64 product_bytes(u64 level, u64 tds, bool kept) const;
 
+  /// What a product by transforms works in.
+  struct ProductAreas {
+    void* F;    ///< of the fraction
+    void* G;    ///< of the power; null where it is kept
+    void* tmp;  ///< working scratch
+    W* result;  ///< of a wrapped product
+    W* upper;   ///< the upper piece of a top product in pieces
+  };
+  template <class Arena>
+  ProductAreas cut_product(Arena& arena, u64 level, const Parameters& shape, bool kept) const {
+    const ConvertLevel& l = level_[level];
+    ProductAreas areas{};
+    areas.F = arena.template cut<u8>(shape.transform_size());
+    if (!kept) areas.G = arena.template cut<u8>(shape.transform_size());
+    areas.tmp = arena.template cut<u8>(shape.scratch_size());
+    areas.result = arena.template cut<W>(MiddleShape<W>{l.form, shape}.result_bytes() / sizeof(W));
+    if (l.form == ProductForm::whole && level + 1 == levels_)
+      areas.upper = arena.template cut<W>(l.piece_words);
+    return areas;
+  }
+  /// The powers of all levels. Their squares are made in what lies behind them.
+  template <class Arena>
+  std::array<W*, kMaxLevels> cut_powers(Arena& arena) const {
+    std::array<W*, kMaxLevels> powers{};
+    for (u64 i = 0; i < levels_; ++i) powers[i] = arena.template cut<W>(level_[i].power_words + 1);
+    for (u64 i = 0; i + 1 < levels_; ++i)
+      arena.leave(basic_table<W>().max_sizes(2 * level_[i].power_words, tds_).total_bytes());
+    return powers;
+  }
+  /// The kept transforms of the powers below the top; null where a level has none. They are made in what lies
+  /// behind them.
+  template <class Arena>
+  std::array<void*, kMaxLevels> cut_kept(Arena& arena) const {
+    std::array<void*, kMaxLevels> kept{};
+    for (u64 i = 0; i + 1 < levels_; ++i)
+      if (level_[i].transform)
+        kept[i] =
+            arena.template cut<u8>(basic_table<W>().sizes(level_[i].product_words, tds_).transform_bytes);
+    for (u64 i = 0; i + 1 < levels_; ++i)
+      if (level_[i].transform)
+        arena.leave(LinearHeapBuffer::cut_bytes<u8>(
+            basic_table<W>().sizes(level_[i].product_words, tds_).scratch_bytes));
+    return kept;
+  }
+
   /// digits[0, n) = frac(|x|) in radix r; the integer part of x is not converted, x is not changed and may be
   /// zero. Throws InvalidParametersException when x is below 1/W or ctx has other tds than the plan,
   /// AlgorithmFailedException "Overlap Mismatch" (CBRv2::convert_L()) or "Power Hash Mismatch"

@@ -23,12 +23,15 @@
 
 namespace orl {
 
+/// An algorithm whose operands and transforms lie on disks. None exists yet; it will not take pointers to words.
+class SwapAlgorithm;
+
 /// The objects of one algorithm; null where the word type or the kind of memory has none.
 struct AlgorithmInstances {
   const Algorithm* basic_u32 = nullptr;
   const Algorithm* basic_u64 = nullptr;
-  const Algorithm* swap_u32 = nullptr;
-  const Algorithm* swap_u64 = nullptr;
+  const SwapAlgorithm* swap_u32 = nullptr;
+  const SwapAlgorithm* swap_u64 = nullptr;
 
   /// The object for products in RAM.
   template <class W>
