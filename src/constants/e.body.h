@@ -25,14 +25,14 @@ typename PSR_Series<Store>::Value value_of(const EFormula& formula) {
 
 template <class Store>
 e_Taylor<Store>::e_Taylor(const EFormula& formula, u64 p, const Budget& budget)
-    : power_(formula.power),
+    : kind_(formula.series),
       series_(make_e_series<Word>(formula.series, p + 1), e_constant::value_of<Store>(formula), p + 1,
               budget) {}
 
 template <class Store>
 u64 e_Taylor<Store>::run(const RunContext& ctx, Frame& caller, Number& out, Arena heap) const {
   Frame frame = caller.enter("e_Taylor_BigFloatR::run()");
-  ctx.status.println(power_ == 1 ? "e - exp(1)" : "e - exp(-1):");
+  ctx.status.println(kind_ == ETaylor::kPlain ? "e - exp(1)" : "e - exp(-1):");
   u64 hash = 0;
   frame.stage([&] { hash = series_.run(ctx, frame, out, heap); }, out, hash);
   require_hash(out, hash, "e_Taylor_BigFloatR::run()", ctx.parallel);

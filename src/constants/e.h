@@ -47,7 +47,7 @@ class e_Taylor final : public BasicConstantPlan<Store> {
   u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const override;
 
  private:
-  s32 power_;
+  ETaylor kind_;
   PSR_Series<Store> series_;
 };
 
