@@ -1,6 +1,7 @@
 #include <bit>
 
 #include "core/exceptions.h"
+#include "core/round_up.h"
 #include "functions/radix_conversion.h"
 #include "memory/sizing_arena.h"
 #include "multiply/algorithm_table.h"

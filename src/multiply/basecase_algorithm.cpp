@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/exceptions.h"
+#include "core/round_up.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/basecase.h"
 
@@ -24,7 +25,7 @@ class BasecaseParameters final : public Parameters {
   }
   /// What is cut from a buffer is a multiple of 64 bytes.
   static MultiplySizes sizes_of(u64 words) {
-    return {(8 * words + 71) & ~u64{63}, (transform_style_scratch<W>(words) + 63) & ~u64{63}};
+    return {round_up_64(8 * words + 8), round_up_64(transform_style_scratch<W>(words))};
   }
 
   void forward(void* F, Words<u32> A, void*, ParallelContext) const override {

@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "words/any_word.h"
 #include "words/block_carry.h"
 #include "words/words.h"
 
@@ -43,8 +44,8 @@ bool cross(Crossing crossing, bool from_below) {
 /// `length` words of both residues and of the window.
 struct Block {
   u64 length = 0;
-  const u32* c = nullptr;
-  const u32* d = nullptr;
+  const AnyWord<u32>* c = nullptr;
+  const AnyWord<u32>* d = nullptr;
   u32* low = nullptr;   ///< where d + t goes; null outside of the window
   u32* high = nullptr;  ///< where t goes; likewise
 

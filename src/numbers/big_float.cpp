@@ -13,6 +13,7 @@
 #include "numbers/big_int.h"
 #include "numbers/exact_float.h"
 #include "numbers/windowed_add.h"
+#include "words/capacity.h"
 #include "words/hash.h"
 #include "words/word_loops.h"
 #include "words/words.h"
@@ -24,16 +25,12 @@ namespace {
 constexpr u64 kShortWords = 9;
 constexpr u64 kShortSquareWords = 20;
 
-void require(const char* function, u64 size, u64 required) {
-  if (size < required) throw BufferTooSmallException(function, size, required);
-}
-
 template <class W>
 using Double = word_loops::Double<W>;
 
 // The top n words of a number.
 template <class W>
-WordWindow<W> top_words(const BigFloat<W>& a, u64 n) {
+WordWindow<W> top_window(const BigFloat<W>& a, u64 n) {
   const u64 cut = a.L > n ? a.L - n : 0;
   return {a.T + cut, a.L - cut, a.exp + static_cast<s64>(cut)};
 }
@@ -76,7 +73,7 @@ void BigFloat<W>::set_zero() {
 template <class W>
 void BigFloat<W>::set_uW(W w) {
   if (w == 0) return set_zero();
-  require("BigFloat::set_uW()", size, 1);
+  require_capacity("BigFloat::set_uW()", size, 1);
   T = base;
   T[0] = w;
   L = 1;
@@ -108,7 +105,7 @@ void BigFloat<W>::set_double(double x, s64 exponent) {
   }
   u64 words = 0;
   for (u128 rest = mantissa; rest != 0; rest >>= word_bits) ++words;
-  require("BigFloat::set_double()", size, std::max<u64>(words, 8 / sizeof(W)));
+  require_capacity("BigFloat::set_double()", size, std::max<u64>(words, 8 / sizeof(W)));
   T = base;
   for (L = 0; L < words; ++L, mantissa >>= word_bits) T[L] = static_cast<W>(mantissa);
   exp = low;
@@ -117,7 +114,7 @@ void BigFloat<W>::set_double(double x, s64 exponent) {
 
 template <class W>
 void BigFloat<W>::set_BasicInt(const BasicInt<W>& b) {
-  require("BigFloat::set_BasicInt()", size, b.L());
+  require_capacity("BigFloat::set_BasicInt()", size, b.L());
   T = base;
   L = b.L();
   bp_copy(T, b.words(), L);
@@ -128,7 +125,7 @@ void BigFloat<W>::set_BasicInt(const BasicInt<W>& b) {
 template <class W>
 void BigFloat<W>::set_ExactFloat(const ExactFloat<W>& e, ParallelContext parallel) {
   if (e.L == 0) return set_zero();
-  require("BigFloat::set_ExactFloat()", size, e.L);
+  require_capacity("BigFloat::set_ExactFloat()", size, e.L);
   T = base;
   L = e.L;
   bp_copy(T, e.T, L, parallel);
@@ -139,7 +136,7 @@ void BigFloat<W>::set_ExactFloat(const ExactFloat<W>& e, ParallelContext paralle
 template <class W>
 void BigFloat<W>::set_BigInt(const BigInt<W>& i, ParallelContext parallel) {
   if (i.L == 0) return set_zero();
-  require("BigFloat::set_BigInt()", size, i.L);
+  require_capacity("BigFloat::set_BigInt()", size, i.L);
   T = base;
   L = i.L;
   bp_copy(T, i.T, L, parallel);
@@ -150,8 +147,8 @@ void BigFloat<W>::set_BigInt(const BigInt<W>& i, ParallelContext parallel) {
 template <class W>
 void BigFloat<W>::set_BigFloat(u64 p, const BigFloat& a, ParallelContext parallel) {
   if (a.L == 0) return set_zero();
-  const WordWindow<W> top = top_words(a, p + kBigFloatExtraPrecision);
-  require("BigFloat::set_BigFloat()", size, top.L);
+  const WordWindow<W> top = top_window(a, p + kBigFloatExtraPrecision);
+  require_capacity("BigFloat::set_BigFloat()", size, top.L);
   T = base;
   L = top.L;
   bp_copy(T, top.T, L, parallel);
@@ -234,7 +231,7 @@ void BigFloat<W>::mp2(s64 bits, ParallelContext parallel) {
 
 template <class W>
 void BigFloat<W>::truncate(u64 p) {
-  const WordWindow<W> top = top_words(*this, p + kBigFloatExtraPrecision);
+  const WordWindow<W> top = top_window(*this, p + kBigFloatExtraPrecision);
   T += L - top.L;
   L = top.L;
   exp = top.exp;
@@ -296,7 +293,7 @@ void BigFloat<W>::purturb_up(u64 n) {
     const u64 missing = n + 1 - L;
     const u64 below = static_cast<u64>(T - base);
     if (below < missing) {
-      require(function, size, n + 1);
+      require_capacity(function, size, n + 1);
       std::memmove(base + missing, T, L * sizeof(W));
       T = base + missing;
     }
@@ -307,7 +304,7 @@ void BigFloat<W>::purturb_up(u64 n) {
   }
   const u64 k = L - n - 1;
   if (bp_strip<W>(static_cast<W>(~W{0}), T + k, n + 1) == 0)
-    require(function, size, static_cast<u64>(T - base) + L + 1);  // the carry will leave the top
+    require_capacity(function, size, static_cast<u64>(T - base) + L + 1);  // the carry will leave the top
   if (bp_carry<W>(1, T + k, n + 1) != 0) T[L++] = 1;
 }
 
@@ -315,7 +312,7 @@ template <class W>
 void BigFloat<W>::mul_uW(W w, ParallelContext parallel) {
   if (w == 0) return set_zero();
   if (w == 1 || L == 0) return;
-  require("BigFloat::mul_uW()", size, static_cast<u64>(T - base) + L + 1);
+  require_capacity("BigFloat::mul_uW()", size, static_cast<u64>(T - base) + L + 1);
   const W carry = bp_mul_uW(T, T, L, w, 0, parallel);
   if (carry != 0) T[L++] = carry;
 }
@@ -326,7 +323,7 @@ void BigFloat<W>::add_ip(W w, s64 e) {
   if (w == 0) return;
   if (L == 0 || e < exp || e > magnitude())
     throw InvalidParametersException(function, "Exponent is out of range.");
-  require(function, size, static_cast<u64>(T - base) + L + 1);
+  require_capacity(function, size, static_cast<u64>(T - base) + L + 1);
   const u64 at = static_cast<u64>(e - exp);
   if (at == L) {
     T[L++] = w;
@@ -342,8 +339,8 @@ void BigFloat<W>::add_ip(W w, s64 e) {
 template <class W>
 void BigFloat<W>::set_mul_uW(u64 p, const BigFloat& a, W w, ParallelContext parallel) {
   if (a.L == 0 || w == 0) return set_zero();
-  const WordWindow<W> top = top_words(a, p + 1);
-  require("BigFloat::set_mul_uW()", size, top.L + 1);
+  const WordWindow<W> top = top_window(a, p + 1);
+  require_capacity("BigFloat::set_mul_uW()", size, top.L + 1);
   T = base;
   L = top.L;
   exp = top.exp;
@@ -361,8 +358,8 @@ void BigFloat<W>::set_mul_sL(u64 p, const BigFloat& a, s64 w, ParallelContext pa
     set_mul_uW(p, a, static_cast<W>(factor), parallel);
   } else {
     if (a.L == 0) return set_zero();
-    const WordWindow<W> top = top_words(a, p + 1);
-    require("BigFloat::set_mul_sL()", size, top.L + 2);
+    const WordWindow<W> top = top_window(a, p + 1);
+    require_capacity("BigFloat::set_mul_sL()", size, top.L + 2);
     const W words[2] = {static_cast<W>(factor), static_cast<W>(factor >> (word_bits / 2) >> (word_bits / 2))};
     T = base;
     L = top.L + 2;
@@ -382,8 +379,8 @@ void BigFloat<W>::set_div_sW(u64 p, const BigFloat& a, std::make_signed_t<W> w, 
   const ShoupDivider<W> divider(w < 0 ? static_cast<W>(W{0} - static_cast<W>(w)) : static_cast<W>(w));
   if (a.L == 0) return set_zero();
   const u64 length = p + kBigFloatExtraPrecision;
-  const WordWindow<W> top = top_words(a, length);
-  require(function, size, length);
+  const WordWindow<W> top = top_window(a, length);
+  require_capacity(function, size, length);
   const u64 extension = length - top.L;
   T = base;
   L = length;
@@ -407,7 +404,7 @@ void BigFloat<W>::set_uadd(u64 p, const BigFloat& a, const BigFloat& b, Parallel
   const s64 top = std::max(a.magnitude(), b.magnitude());
   const s64 bottom = std::max(std::min(a.exp, b.exp), top - static_cast<s64>(p) - 1);
   const u64 length = static_cast<u64>(top - bottom);
-  require("BigFloat::set_uadd()", size, length + 1);
+  require_capacity("BigFloat::set_uadd()", size, length + 1);
   T = base;
   L = length;
   exp = bottom;
@@ -428,7 +425,7 @@ void BigFloat<W>::set_usub(u64 p, const BigFloat& a, const BigFloat& b, Parallel
   const s64 top = std::max(a.magnitude(), b.magnitude());
   const s64 bottom = std::max(std::min(a.exp, b.exp), top - static_cast<s64>(p) - 1);
   const u64 length = static_cast<u64>(top - bottom);
-  require(function, size, length);
+  require_capacity(function, size, length);
   T = base;
   L = length;
   exp = bottom;
@@ -446,7 +443,7 @@ void BigFloat<W>::set_rsub(u64 p, const BigFloat& a, const BigFloat& b, s64 top,
   if (b.L > 0) lowest = std::min(lowest, b.exp);
   const s64 bottom = std::max(lowest, top - static_cast<s64>(p) - 1);
   const u64 length = static_cast<u64>(top - bottom);
-  require("BigFloat::set_rsub()", size, length);
+  require_capacity("BigFloat::set_rsub()", size, length);
   T = base;
   L = length;
   exp = bottom;
@@ -485,11 +482,11 @@ template <class W>
 void BigFloat<W>::set_mul(u64 p, const BigFloat& a, const BigFloat& b, const MultiplyContext& ctx) {
   if (a.L == 0 || b.L == 0) return set_zero();
   const u64 n = p + kBigFloatExtraPrecision;
-  const WordWindow<W> x = top_words(a, n);
-  const WordWindow<W> y = top_words(b, n);
+  const WordWindow<W> x = top_window(a, n);
+  const WordWindow<W> y = top_window(b, n);
   const u64 c = x.L + y.L;
   const u64 skip = c > n ? c - n : 0;
-  require("BigFloat::set_mul()", size, c - skip);
+  require_capacity("BigFloat::set_mul()", size, c - skip);
   T = base;
   L = c - skip;
   exp = x.exp + y.exp + static_cast<s64>(skip);
@@ -512,10 +509,10 @@ template <class W>
 void BigFloat<W>::set_sqr(u64 p, const BigFloat& a, const MultiplyContext& ctx) {
   if (a.L == 0) return set_zero();
   const u64 n = p + kBigFloatExtraPrecision;
-  const WordWindow<W> x = top_words(a, n);
+  const WordWindow<W> x = top_window(a, n);
   const u64 c = 2 * x.L;
   const u64 skip = c > n ? c - n : 0;
-  require("BigFloat::set_sqr()", size, c - skip);
+  require_capacity("BigFloat::set_sqr()", size, c - skip);
   T = base;
   L = c - skip;
   exp = 2 * x.exp + static_cast<s64>(skip);

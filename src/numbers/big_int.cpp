@@ -9,6 +9,7 @@
 #include "multiply/basecase.h"
 #include "multiply/basic_int.h"
 #include "numbers/big_float.h"
+#include "words/capacity.h"
 #include "words/words.h"
 
 namespace orl {
@@ -16,10 +17,6 @@ namespace {
 
 // Products shorter than this go to the schoolbook loop directly.
 constexpr u64 kBasecaseWords = 20;
-
-void require(const char* function, u64 size, u64 required) {
-  if (size < required) throw BufferTooSmallException(function, size, required);
-}
 
 }  // namespace
 
@@ -42,14 +39,14 @@ void BigInt<W>::set_uW(W w) {
 
 template <class W>
 void BigInt<W>::set_BasicInt(const BasicInt<W>& b) {
-  require("BigInt::set_BasicInt()", size, b.L());
+  require_capacity("BigInt::set_BasicInt()", size, b.L());
   set_words(b.words(), b.L());
 }
 
 template <class W>
 void BigInt<W>::set_words(const W* A, u64 AL) {
   const u64 length = bp_strip<W>(0, A, AL);
-  require("BigInt::set_words()", size, length);
+  require_capacity("BigInt::set_words()", size, length);
   set_zero();
   L = length;
   bp_copy(T, A, L);
@@ -57,7 +54,7 @@ void BigInt<W>::set_words(const W* A, u64 AL) {
 
 template <class W>
 void BigInt<W>::set_BigInt(const BigInt& a, ParallelContext parallel) {
-  require("BigInt::set_BigInt()", size, a.L);
+  require_capacity("BigInt::set_BigInt()", size, a.L);
   set_zero();
   L = a.L;
   sign = a.sign;
@@ -68,7 +65,7 @@ template <class W>
 void BigInt<W>::set_BigFloat(const BigFloat<W>& f, ParallelContext parallel) {
   if (f.L == 0 || f.magnitude() < 1) return set_zero();
   const u64 length = static_cast<u64>(f.magnitude());
-  require("BigInt::set_BigFloat()", size, length);
+  require_capacity("BigInt::set_BigFloat()", size, length);
   const u64 zeros = f.exp > 0 ? static_cast<u64>(f.exp) : 0;
   const u64 cut = f.exp < 0 ? static_cast<u64>(-f.exp) : 0;
   set_zero();
@@ -99,7 +96,7 @@ BigInt<W>& BigInt<W>::operator<<=(u64 bits) {
   const u64 words = bits / word_bits;
   const u32 rest = static_cast<u32>(bits % word_bits);
   const u64 room = size - static_cast<u64>(T - base);
-  require("BigInt::operator<<=()", room, L + words + (rest != 0));
+  require_capacity("BigInt::operator<<=()", room, L + words + (rest != 0));
   std::memmove(T + words, T, L * sizeof(W));
   bp_fill(T, words, 0);
   L += words;
@@ -113,7 +110,7 @@ template <class W>
 void BigInt<W>::mul_uW(W w, ParallelContext parallel) {
   if (w == 0) return set_zero();
   if (w == 1 || L == 0) return;
-  require("BigInt::mul_uW()", size, static_cast<u64>(T - base) + L + 1);
+  require_capacity("BigInt::mul_uW()", size, static_cast<u64>(T - base) + L + 1);
   const W carry = bp_mul_uW(T, T, L, w, 0, parallel);
   if (carry != 0) T[L++] = carry;
 }
@@ -121,7 +118,7 @@ void BigInt<W>::mul_uW(W w, ParallelContext parallel) {
 template <class W>
 void BigInt<W>::set_mul_uW(const BigInt& a, W w, ParallelContext parallel) {
   if (w == 0 || a.L == 0) return set_zero();
-  require("BigInt::set_mul_uW()", size, a.L + 1);
+  require_capacity("BigInt::set_mul_uW()", size, a.L + 1);
   set_zero();
   L = a.L;
   sign = a.sign;
@@ -133,7 +130,7 @@ template <class W>
 void BigInt<W>::add_ip(W w, u64 i) {
   if (L == 0 || i > L) internal_error("BigInt::add_ip()", "Magnitude is out of range.");
   if (w == 0) return;
-  require("BigInt::add_ip()", size, static_cast<u64>(T - base) + L + 1);
+  require_capacity("BigInt::add_ip()", size, static_cast<u64>(T - base) + L + 1);
   if (i == L) {
     T[L++] = w;
     return;
@@ -147,7 +144,7 @@ template <class W>
 void BigInt<W>::set_add(const BigInt& a, const BigInt& b, ParallelContext parallel) {
   const BigInt& x = a.L >= b.L ? a : b;
   const BigInt& y = a.L >= b.L ? b : a;
-  require("BigInt::set_add()", size, x.L + 1);
+  require_capacity("BigInt::set_add()", size, x.L + 1);
   set_zero();
   L = x.L;
   const W carry = bp_add(T, x.T, y.T, y.L, 0, parallel);
@@ -160,7 +157,7 @@ void BigInt<W>::set_sub(const BigInt& a, const BigInt& b, ParallelContext parall
   const char* const function = "BigInt::set_sub()";
   const char* const negative = "A negative value was encountered.";
   if (a.L < b.L) throw UnsupportedNegativeException(function, negative);
-  require(function, size, a.L);
+  require_capacity(function, size, a.L);
   set_zero();
   L = a.L;
   const W borrow = bp_sub(T, a.T, b.T, b.L, 0, parallel);
@@ -172,7 +169,7 @@ void BigInt<W>::set_sub(const BigInt& a, const BigInt& b, ParallelContext parall
 
 template <class W>
 void BigInt<W>::set_sqr(const BigInt& a, const MultiplyContext& ctx) {
-  require("BigInt::set_sqr()", size, 2 * a.L);
+  require_capacity("BigInt::set_sqr()", size, 2 * a.L);
   set_zero();
   if (a.L == 0) return;
   L = 2 * a.L;
@@ -186,7 +183,7 @@ void BigInt<W>::set_sqr(const BigInt& a, const MultiplyContext& ctx) {
 template <class W>
 void BigInt<W>::set_mul(const BigInt& a, const BigInt& b, const MultiplyContext& ctx) {
   if (a.L == 0 || b.L == 0) return set_zero();
-  require("BigInt::set_mul()", size, a.L + b.L);
+  require_capacity("BigInt::set_mul()", size, a.L + b.L);
   set_zero();
   L = a.L + b.L;
   sign = a.sign == b.sign;

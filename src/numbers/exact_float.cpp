@@ -10,14 +10,11 @@
 #include "numbers/big_float.h"
 #include "numbers/windowed_add.h"
 #include "threads/simple_frameworks.h"
+#include "words/capacity.h"
 #include "words/words.h"
 
 namespace orl {
 namespace {
-
-void require(const char* function, u64 size, u64 required) {
-  if (size < required) throw BufferTooSmallException(function, size, required);
-}
 
 template <class W>
 WordWindow<W> window_of(const ExactFloat<W>& a) {
@@ -148,7 +145,7 @@ void difference_in_place(ExactFloat<W>& a, const ExactFloat<W>& b, u8 b_sign, Pa
 template <class W>
 void copy_number(ExactFloat<W>& dst, const ExactFloat<W>& a, const char* function, ParallelContext parallel) {
   if (a.L == 0) return dst.set_zero();
-  require(function, dst.size, a.L);
+  require_capacity(function, dst.size, a.L);
   dst.T = dst.base;
   dst.L = a.L;
   bp_copy(dst.T, a.T, a.L, parallel);
@@ -163,7 +160,7 @@ template <class W>
 W* place_product(ExactFloat<W>& result, u64 words, s64 exp, s64 extend, const char* function,
                  ParallelContext parallel) {
   const u64 zeros = exp > extend ? static_cast<u64>(exp - extend) : 0;
-  require(function, result.size, words + zeros);
+  require_capacity(function, result.size, words + zeros);
   result.T = result.base;
   result.L = words + zeros;
   result.exp = exp - static_cast<s64>(zeros);
@@ -189,7 +186,7 @@ void ExactFloat<W>::set_zero() {
 template <class W>
 void ExactFloat<W>::set_uW(W w) {
   if (w == 0) return set_zero();
-  require("ExactFloat::set_uW()", size, 1);
+  require_capacity("ExactFloat::set_uW()", size, 1);
   T = base;
   T[0] = w;
   L = 1;
@@ -200,7 +197,7 @@ void ExactFloat<W>::set_uW(W w) {
 
 template <class W>
 void ExactFloat<W>::set_BasicInt(const BasicInt<W>& b, u8 positive) {
-  require("ExactFloat::set_BasicInt()", size, b.L());
+  require_capacity("ExactFloat::set_BasicInt()", size, b.L());
   T = base;
   L = b.L();
   bp_copy(T, b.words(), L);
@@ -253,7 +250,7 @@ void ExactFloat<W>::mp2_noupdate(s64 bits, ParallelContext parallel) {
   const s64 words = bits >> (sizeof(W) == 4 ? 5 : 6);
   const u64 rest = static_cast<u64>(bits - words * static_cast<s64>(word_bits));
   if (rest != 0) {
-    require("ExactFloat::mp2()", size, static_cast<u64>(T - base) + L + 1);
+    require_capacity("ExactFloat::mp2()", size, static_cast<u64>(T - base) + L + 1);
     const W carry = bp_mul_uW(T, T, L, static_cast<W>(W{1} << rest), 0, parallel);
     if (carry != 0) T[L++] = carry;
   }
@@ -264,7 +261,7 @@ template <class W>
 void ExactFloat<W>::mul_uW(W w, ParallelContext parallel) {
   if (w == 0) return set_zero();
   if (w == 1 || L == 0) return;
-  require("ExactFloat::mul_uW()", size, static_cast<u64>(T - base) + L + 1);
+  require_capacity("ExactFloat::mul_uW()", size, static_cast<u64>(T - base) + L + 1);
   const W carry = bp_mul_uW(T, T, L, w, 0, parallel);
   if (carry != 0) T[L++] = carry;
   hash = hash_mul(hash, w);
@@ -326,7 +323,7 @@ void ExactFloat<W>::set_add(const ExactFloat& a, const ExactFloat& b, ParallelCo
   if (a.sign != b.sign) throw UnsupportedValueException(function, "Not implemented yet.");
   const s64 bottom = std::min(a.exp, b.exp);
   const u64 length = static_cast<u64>(std::max(a.magnitude(), b.magnitude()) - bottom);
-  require(function, size, length + 1);
+  require_capacity(function, size, length + 1);
   T = base;
   L = length;
   exp = bottom;
@@ -347,7 +344,7 @@ void ExactFloat<W>::set_sub(const ExactFloat& a, const ExactFloat& b, ParallelCo
   if (a.sign != b.sign) throw UnsupportedValueException("ExactFloat::set_add()", "Not implemented yet.");
   const s64 bottom = std::min(a.exp, b.exp);
   const u64 length = static_cast<u64>(std::max(a.magnitude(), b.magnitude()) - bottom);
-  require(function, size, length);
+  require_capacity(function, size, length);
   const bool a_larger = compare_magnitudes(a, b) >= 0;
   T = base;
   L = length;

@@ -5,16 +5,13 @@
 #include "core/exceptions.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/product_areas.h"
+#include "words/capacity.h"
 #include "words/words.h"
 
 namespace orl {
 namespace {
 
 constexpr const char* kTooSmall = "Convolution length is too small.";
-
-void require(const char* function, u64 size, u64 required) {
-  if (size < required) throw BufferTooSmallException(function, size, required);
-}
 
 // What an operation needs to know of an operand, raw or transformed.
 struct Factor {
@@ -68,7 +65,7 @@ Window<W> start_product(BigFloat<W>& result, u64 p, const Factor& a, const Facto
   const u64 n = p + kBigFloatExtraPrecision;
   const u64 c = a.L + b.L;
   const u64 skip = c > n ? c - n : 0;
-  require(function, result.size, c - skip);
+  require_capacity(function, result.size, c - skip);
   result.T = result.base;
   result.L = c - skip;
   result.exp = a.exp + b.exp + static_cast<s64>(skip);
@@ -83,7 +80,7 @@ Window<W> start_product(ExactFloat<W>& result, s64 extend, const Factor& a, cons
   const u64 c = a.L + b.L;
   const s64 exp = a.exp + b.exp;
   const u64 zeros = exp > extend ? static_cast<u64>(exp - extend) : 0;
-  require(function, result.size, c + zeros);
+  require_capacity(function, result.size, c + zeros);
   result.T = result.base;
   result.L = c + zeros;
   result.exp = exp - static_cast<s64>(zeros);

@@ -10,8 +10,6 @@
 namespace orl {
 namespace {
 
-u64 round_up_64(u64 n) { return (n + 63) & ~u64{63}; }
-
 /// [from, from + size) of each buffer.
 template <class W>
 SeriesNode<W> part(const SeriesNode<W>& out, const NodeWords& from, const NodeWords& size) {

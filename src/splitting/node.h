@@ -6,6 +6,7 @@
 
 #include <array>
 
+#include "core/round_up.h"
 #include "numbers/exact_float.h"
 
 namespace orl {
@@ -14,9 +15,6 @@ inline constexpr u32 kMaxNodeNumbers = 4;
 
 /// Words of each number of a node; 0 for numbers that the kind does not have.
 using NodeWords = std::array<u64, kMaxNodeNumbers>;
-
-/// Multiples of 8 words: numbers of a node start on a cache line.
-constexpr u64 round_up_8(u64 n) { return (n + 7) & ~u64{7}; }
 
 /// The numbers of a node. Exponents are 0 as long as nothing is cut.
 template <class W>

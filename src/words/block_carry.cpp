@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/exceptions.h"
+#include "words/any_word.h"
 #include "words/words.h"
 
 namespace orl {
@@ -20,7 +21,7 @@ struct BlockRecord {
 
 template <class W>
 bool all_words(const W* T, u64 L, W value) {
-  return std::find_if(T, T + L, [value](W w) { return w != value; }) == T + L;
+  return bp_strip<W>(value, T, L) == 0;
 }
 
 template <class W>
@@ -59,10 +60,11 @@ void second_pass(W* T, u64 L, BlockRecord record) {
 // T[0, L) +- c; returns 1 when a carry (borrow) is left.
 template <class W>
 s8 ripple_word(W* T, u64 L, W c, bool subtract) {
+  AnyWord<W>* const t = T;
   for (u64 i = 0; i < L && c; ++i) {
-    const W before = T[i];
-    T[i] = static_cast<W>(subtract ? before - c : before + c);
-    c = subtract ? before < c : T[i] < c;
+    const W before = t[i];
+    t[i] = static_cast<W>(subtract ? before - c : before + c);
+    c = subtract ? before < c : t[i] < c;
   }
   return c != 0;
 }

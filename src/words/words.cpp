@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "core/exceptions.h"
+#include "core/round_up.h"
+#include "words/any_word.h"
 #include "words/block_carry.h"
 #include "words/word_kernels.h"
 #include "words/word_loops.h"
@@ -34,8 +36,6 @@ u64 kernel_words(u64 L) {
 
 template <class W>
 constexpr u64 kWordsPerLine = 64 / sizeof(W);
-
-constexpr u64 round_up(u64 x, u64 multiple) { return (x + multiple - 1) / multiple * multiple; }
 
 // Words before the next 64-byte boundary of T, at most L.
 template <class W>
@@ -91,7 +91,8 @@ W add_blocks(W* T, const W* A, const W* B, u64 L, W carry, bool subtract, Parall
 
 template <class W>
 void bp_fill(W* T, u64 L, std::type_identity_t<W> value) {
-  std::fill_n(T, L, value);
+  AnyWord<W>* const t = T;
+  for (u64 i = 0; i < L; ++i) t[i] = value;
 }
 template <class W>
 void bp_fill(W* T, u64 L, std::type_identity_t<W> value, ParallelContext parallel) {
@@ -109,7 +110,9 @@ void bp_copy(W* T, const W* A, u64 L, ParallelContext parallel) {
 
 template <class W>
 void bp_not(W* T, const W* A, u64 L) {
-  for (u64 i = 0; i < L; ++i) T[i] = static_cast<W>(~A[i]);
+  AnyWord<W>* const t = T;
+  const AnyWord<W>* const a = A;
+  for (u64 i = 0; i < L; ++i) t[i] = static_cast<W>(~a[i]);
 }
 template <class W>
 void bp_not(W* T, const W* A, u64 L, ParallelContext parallel) {
@@ -118,7 +121,8 @@ void bp_not(W* T, const W* A, u64 L, ParallelContext parallel) {
 
 template <class W>
 u64 bp_strip(std::type_identity_t<W> value, const W* A, u64 L) {
-  while (L > 0 && A[L - 1] == value) --L;
+  const AnyWord<W>* const a = A;
+  while (L > 0 && a[L - 1] == value) --L;
   return L;
 }
 template <class W>
@@ -171,18 +175,20 @@ W bp_sub(W* T, const W* A, const W* B, u64 L, std::type_identity_t<W> borrow, Pa
 template <class W>
 std::make_signed_t<W> bp_carry(std::type_identity_t<std::make_signed_t<W>> c, W* T, u64 L) {
   if (c == 0 || L == 0) return c;
+  AnyWord<W>* const t = T;
   const W word = static_cast<W>(c);
-  const W before = T[0];
-  T[0] = static_cast<W>(before + word);
+  const W before = t[0];
+  const W sum = static_cast<W>(before + word);
+  t[0] = sum;
   if (c > 0) {
-    if (T[0] >= word) return 0;
+    if (sum >= word) return 0;
     for (u64 i = 1; i < L; ++i)
-      if (++T[i] != 0) return 0;
+      if (++t[i] != 0) return 0;
     return 1;
   }
-  if (T[0] < before) return 0;
+  if (sum < before) return 0;
   for (u64 i = 1; i < L; ++i)
-    if (T[i]-- != 0) return 0;
+    if (t[i]-- != 0) return 0;
   return -1;
 }
 template <class W>

@@ -2,6 +2,7 @@
 
 #include "core/exceptions.h"
 #include "support/gmp_oracle.h"
+#include "words/word_division.h"
 #include "words/word_shapes.h"
 #include "words/words.h"
 
@@ -157,6 +158,22 @@ TEST(WordDivision, AChangedWordIsCaughtByTheBlockResiduals) {
   machine.before_range = nullptr;
   const u64 remainder = bp_div_np(divider, T.data(), a.data(), a.size(), 5, ParallelContext{machine, 5});
   EXPECT_EQ(remainder, divider.mod(a.data(), a.size(), 5));
+}
+
+// The remainder that enters a stretch must come out of its quotient. One that is no remainder, the divisor
+// itself being the least, is found by the serial division too.
+TEST(WordDivision, StretchesThatDoNotMeetAreFound) {
+  const u64 d = 1000000007, L = 4096;
+  const WordDivision division{ShoupDivider<u64>(d)};
+  const std::vector<u64> a(L, 7);
+  std::vector<u64> T(L);
+  EXPECT_LT(division.divide(T.data(), a.data(), L, d - 1, "serial"), d);
+  EXPECT_LT(division.extend(T.data(), L, d - 1, "serial"), d);
+  const auto expect_found = [](auto&& call) {
+    expect_throw<AlgorithmFailedException>("serial", "Mismatching block residuals.", call);
+  };
+  expect_found([&] { division.divide(T.data(), a.data(), L, d, "serial"); });
+  expect_found([&] { division.extend(T.data(), L, d, "serial"); });
 }
 
 }  // namespace

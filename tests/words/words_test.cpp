@@ -126,6 +126,33 @@ TEST_P(WordArrays, ProductsByAWordAreExactInPlaceToo) {
   });
 }
 
+// The words that absorb a carry may be all that the last block has: what leaves them is the sum's carry, and
+// stays below when the top word is one less.
+TEST_P(WordArrays, CarryRunsOutOfALastBlockOfAnyLength) {
+  test::ReverseOrder reverse;
+  const auto check = [&]<class W>(W, u64 last, W top) {
+    constexpr u64 kBlockWords = 8192, kLine = 64 / sizeof(W);
+    const W ones = static_cast<W>(~W{0});
+    std::vector<W> memory(kBlockWords + last + kLine), words(kBlockWords + last, ones);
+    W* const T =
+        memory.data() + (u64{0} - reinterpret_cast<std::uintptr_t>(memory.data())) / sizeof(W) % kLine;
+    words.back() = top;
+    const std::vector<W> zeros(words.size(), 0);
+    const W carry = top == ones;
+    const ParallelContext parallel{reverse, 64};
+    EXPECT_EQ(bp_add(T, words.data(), zeros.data(), words.size(), 1, parallel), carry) << last;
+    EXPECT_EQ(T[words.size() - 1], static_cast<W>(top + 1)) << last;
+    for (W& w : words) w = static_cast<W>(~w);
+    EXPECT_EQ(bp_sub(T, words.data(), zeros.data(), words.size(), 1, parallel), carry) << last;
+    EXPECT_EQ(T[words.size() - 1], static_cast<W>(~top - 1)) << last;
+  };
+  for (u64 last = 1; last <= 4; ++last)
+    for (const u64 below : {0, 1}) {
+      check(u32{}, last, static_cast<u32>(~u32{0} - below));
+      check(u64{}, last, ~u64{0} - below);
+    }
+}
+
 // A product whose block is all ones below a carry: 3 * 0x5555... + 1 wraps every word of every block.
 TEST_P(WordArrays, ProductCarriesRunOverBlocks) {
   for_each_shape([]<class W>(W, u64 L, ParallelContext parallel, Random& random) {
