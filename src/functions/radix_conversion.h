@@ -116,6 +116,7 @@ class ConvertPlanP {
     W* result;  ///< of a wrapped product
     W* upper;   ///< the upper piece of a top product in pieces
   };
+  /// Cuts what a product of the level takes, in a shape for its words; G too where no transform of the power is kept.
   template <class Arena>
   ProductAreas cut_product(Arena& arena, u64 level, const Parameters& shape, bool kept) const {
     const ConvertLevel& l = level_[level];
