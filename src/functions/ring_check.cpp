@@ -28,7 +28,11 @@ RingCheck::Columns RingCheck::sums(const u32* A, u64 L) const {
     for (; at < L; ++at) columns[at % kWords] += A[at];
     return columns;
   }
-  for (u64 at = 0; at < L; ++at) columns[at % m_] += at / m_ % 2 == 0 ? s64{A[at]} : sign() * s64{A[at]};
+  s64 factor = 1;
+  for (u64 at = 0; at < L; at += m_, factor *= sign()) {
+    const u64 count = std::min(m_, L - at);
+    for (u64 j = 0; j < count; ++j) columns[j] += factor * s64{A[at + j]};
+  }
   return columns;
 }
 
