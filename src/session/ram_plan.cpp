@@ -3,7 +3,9 @@
 #include <algorithm>
 
 #include "core/exceptions.h"
+#include "memory/sizing_arena.h"
 #include "multiply/algorithm_table.h"
+#include "numbers/ram_store.h"
 #include "session/digit_output.h"
 
 namespace orvane {
@@ -21,22 +23,31 @@ RamPlan::RamPlan(const Constant& constant, u64 precision_words, u64 decimal_digi
   if (verify)
     verification_ = std::make_unique<orl::VerifyConversion<Word>>(orl::kDecimalRadix<Word>,
                                                                   decimal_words_for(decimal_digits), tds);
-  const orl::Need compute = constant_->need();
-  const orl::Need convert = conversion_.need();
-  const orl::Need prove = verification_ ? verification_->need() : orl::Need{};
-
-  using orl::LinearHeapBuffer;
   // After the computation the number is set to a fixed layout: the integer word above precision_words - 1
   // words of fraction.
-  number_words_ = std::max(compute.out_words, precision_words_);
-  const u64 number_bytes = LinearHeapBuffer::cut_bytes<Word>(number_words_);
-  const u64 decimal_bytes = LinearHeapBuffer::cut_bytes<Word>(decimal_words());
-  const u64 output_bytes = std::max({convert.ram_bytes, prove.ram_bytes, output_buffer_bytes()});
-  working_bytes_ = number_bytes + std::max(compute.ram_bytes, decimal_bytes + output_bytes);
-  table_bits_ = std::max({compute.table_bits, convert.table_bits, prove.table_bits});
+  number_words_ = std::max(constant_->need().out_words, precision_words_);
+  working_bytes_ = orl::layout_bytes([&](orl::SizingArena& arena) { lay_out(arena); });
+  table_bits_ = std::max(constant_->need().table_bits, conversion_.need().table_bits);
+  if (verification_) table_bits_ = std::max(table_bits_, verification_->need().table_bits);
   // Asked now, so that a product that no row holds is refused before anything is allocated.
   orl::basic_table<Word>().get_algorithm((table_bits_ + 63) / 64);
 }
+
+template <class Arena>
+RamPlan::BuffersOf<Arena> RamPlan::lay_out(Arena arena) const {
+  BuffersOf<Arena> buffers{orl::RamStore<Word>::number(arena, number_words_, "number"), arena, nullptr,
+                           arena};
+  arena.leave(constant_->need().ram_bytes);
+  arena.leave(output_buffer_bytes());
+  buffers.digits = arena.template cut<Word>(decimal_words());
+  arena.leave(conversion_.need().ram_bytes);
+  if (verification_) arena.leave(verification_->need().ram_bytes);
+  arena.leave(output_buffer_bytes());
+  buffers.above_digits = arena;
+  return buffers;
+}
+
+RamPlan::Buffers RamPlan::cut(orl::LinearHeapBuffer heap) const { return lay_out(heap); }
 
 u64 RamPlan::table_bytes() const { return orl::basic_table<Word>().table_bytes(table_bits_); }
 

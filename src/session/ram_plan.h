@@ -1,9 +1,8 @@
 // Everything a computation in memory needs, stated before anything is allocated.
 //
-// The working block holds, from its start: the binary number; then the largest of
-//   the constant's scratch | the decimal words with the scratch of the conversion, of its proof or of the
-//   output.
-// Buffers of a finished stage are reused by the next.
+// The working block holds the binary number at its start; behind it come, one after the other
+//   the constant's scratch | the hexadecimal output |
+//   the decimal words with the scratch of the conversion, of the output or of the proofs.
 #pragma once
 
 #include <memory>
@@ -21,6 +20,18 @@ class RamPlan {
   /// InvalidParametersException when the constant cannot be computed.
   RamPlan(const Constant& constant, u64 precision_words, u64 decimal_digits, u64 tds, bool verify);
 
+  /// The working block, cut. `Arena` is what is left of it.
+  template <class Arena>
+  struct BuffersOf {
+    orl::BigFloat<Word> number;  ///< number_words(), for the constant
+    Arena above_number;          ///< for the constant's scratch, then the hexadecimal output
+    Word* digits;                ///< decimal_words(), at the start of above_number
+    Arena above_digits;          ///< for the conversion, its proof and the decimal output
+  };
+  using Buffers = BuffersOf<orl::LinearHeapBuffer>;
+  /// Throws BufferTooSmallException unless `heap` has working_bytes().
+  Buffers cut(orl::LinearHeapBuffer heap) const;
+
   u64 working_bytes() const { return working_bytes_; }
   /// Bytes of the twiddle tables.
   u64 table_bytes() const;
@@ -35,6 +46,9 @@ class RamPlan {
   const orl::VerifyConversion<Word>* verification() const { return verification_.get(); }
 
  private:
+  template <class Arena>
+  BuffersOf<Arena> lay_out(Arena arena) const;
+
   u64 precision_words_;
   std::unique_ptr<orl::ConstantPlan<Word>> constant_;
   orl::ConvertPlanP<Word> conversion_;

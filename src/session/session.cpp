@@ -13,7 +13,7 @@
 #include "core/status.h"
 #include "files/path_check.h"
 #include "multiply/algorithm_table.h"
-#include "numbers/big_float.h"
+#include "numbers/ram_store.h"
 #include "session/digit_output.h"
 #include "session/number_layout.h"
 #include "session/parameters.h"
@@ -32,6 +32,8 @@ namespace console = orl::console;
 using orl::InvalidParametersException;
 using orl::LinearHeapBuffer;
 using orl::seconds_text;
+
+using Frame = orl::RamStore<Word>::Frame;
 
 constexpr orl::u32 kStatusWidth = 79;
 constexpr double kStatusRefresh = 1.0;
@@ -84,7 +86,8 @@ class RamSession {
     orl::basic_table<Word>().ensure_tables(tables, plan_.table_bits());
 
     event("Begin Computation", "\nBegin Computation:\n");
-    compute_and_write(heap, tables);
+    Frame frame;
+    compute_and_write(frame, heap, tables);
     parallel_.parallelizer.reset();
     timer_.stop();
     report_.clocks = clocks_.finish();
@@ -148,33 +151,41 @@ class RamSession {
     status_.println(seconds_text(spent) + "\n", 'Y');
   }
 
-  void compute_and_write(LinearHeapBuffer heap, const orl::TransformTables& tables) {
+  /// A restart replays it: each stage names what is read behind it.
+  void compute_and_write(Frame& frame, LinearHeapBuffer heap, const orl::TransformTables& tables) {
     const orl::RunContext context{parallel_, tables, status_};
     timer_.add_stage("Setup");
+    RamPlan::Buffers buffers = plan_.cut(heap);
+    FixedNumber number{};
+    frame.stage([&] { number = compute(context, frame, buffers); }, number);
 
-    const FixedNumber number = compute(context, heap);
     const DigitWords hexadecimal{16, number.words[number.count - 1], number.words, number.count - 1};
-    if (parameters_.hexadecimal_digits() != 0)
-      report_.hex = output(heap, hexadecimal, parameters_.hexadecimal_digits(), "Hexadecimal");
+    frame.stage(
+        [&] {
+          if (parameters_.hexadecimal_digits() != 0)
+            report_.hex =
+                output(buffers.above_number, hexadecimal, parameters_.hexadecimal_digits(), "Hexadecimal");
+        },
+        number, report_.hex);
     const orl::BigFloat<Word> binary = as_float(number);
-    convert(context, binary, heap);
-    report_.dec = output(heap, decimal_, parameters_.decimal_digits(), "Decimal");
-
+    frame.stage([&] { convert(context, frame, binary, buffers); }, number, decimal_, report_.hex);
+    frame.stage(
+        [&] {
+          report_.dec = output(buffers.above_digits, decimal_, parameters_.decimal_digits(), "Decimal");
+        },
+        number, decimal_, report_.hex, report_.dec);
     if (!parameters_.verify_conversion) return;
-    OutputContext reading{parallel_, status_, events_, heap};
-    verify_conversion(context, number, binary, heap);
-    verify_digits(reading, decimal_, report_.dec);
-    if (report_.hex.digit_count != 0) verify_binary_output(reading, hexadecimal, report_.hex);
-    if (!report_.dec.path.empty()) read_check(reading, report_.dec);
-    if (!report_.hex.path.empty()) read_check(reading, report_.hex);
+    frame.stage([&] { verify_conversion(context, frame, number, binary, buffers.above_digits); }, number,
+                decimal_, report_.hex, report_.dec);
+    frame.stage([&] { verify_output(hexadecimal, buffers.above_digits); }, decimal_, report_.hex,
+                report_.dec);
     finish_stage("Verification");
   }
 
-  /// The constant in its fixed layout, at the start of the working memory.
-  FixedNumber compute(const orl::RunContext& context, LinearHeapBuffer& heap) {
-    orl::BigFloat<Word> result(heap.cut<Word>(plan_.number_words()), plan_.number_words());
-    orl::NullStackFrame frame;
-    const u64 hash = plan_.constant().run(context, frame, result, heap);
+  /// The constant in its fixed layout.
+  FixedNumber compute(const orl::RunContext& context, Frame& frame, RamPlan::Buffers& buffers) {
+    orl::BigFloat<Word>& result = buffers.number;
+    const u64 hash = plan_.constant().run(context, frame, result, buffers.above_number);
     orl::fault_point("binary number", result.T, result.L * sizeof(Word));
     const FixedNumber number = lay_out(result, hash, plan_.precision_words(), parallel_);
     check_number(number);
@@ -192,12 +203,11 @@ class RamSession {
     return binary;
   }
 
-  /// The decimal words, behind the number.
-  void convert(const orl::RunContext& context, const orl::BigFloat<Word>& binary, LinearHeapBuffer& heap) {
+  void convert(const orl::RunContext& context, Frame& frame, const orl::BigFloat<Word>& binary,
+               const RamPlan::Buffers& buffers) {
     event("Base Converting", "Base Converting:");
-    Word* const digits = heap.cut<Word>(plan_.decimal_words());
-    plan_.conversion().run(context, frame_, digits, binary, heap);
-    decimal_ = {10, binary.base[binary.size - 1], digits, plan_.decimal_words()};
+    plan_.conversion().run(context, frame, buffers.digits, binary, buffers.above_digits);
+    decimal_ = {10, binary.base[binary.size - 1], buffers.digits, plan_.decimal_words()};
     orl::fault_point("binary number", binary.base, binary.size * sizeof(Word));
     finish_stage(kConversionStage);
   }
@@ -217,15 +227,23 @@ class RamSession {
     return result;
   }
 
-  void verify_conversion(const orl::RunContext& context, const FixedNumber& number,
+  void verify_conversion(const orl::RunContext& context, Frame& frame, const FixedNumber& number,
                          const orl::BigFloat<Word>& binary, LinearHeapBuffer heap) {
     event("Verifying Base Conversion", "Verifying Base Conversion:");
     check_number(number);
-    const auto proof = plan_.verification()->run(context, frame_, decimal_.words, binary, heap);
+    const auto proof = plan_.verification()->run(context, frame, decimal_.words, binary, heap);
     if (proof.ok) return;
     status_.println("R = " + std::to_string(proof.digits_hash), 'R');
     status_.println("B = " + std::to_string(proof.binary_hash), 'R');
     refuse_digits("Base Conversion Failed: Checksum Mismatch");
+  }
+
+  void verify_output(const DigitWords& hexadecimal, LinearHeapBuffer buffer) {
+    const OutputContext context{parallel_, status_, events_, buffer};
+    verify_digits(context, decimal_, report_.dec);
+    if (report_.hex.digit_count != 0) verify_binary_output(context, hexadecimal, report_.hex);
+    if (!report_.dec.path.empty()) read_check(context, report_.dec);
+    if (!report_.hex.path.empty()) read_check(context, report_.hex);
   }
 
   /// The words of the number are still those that the constant's plan proved.
@@ -281,7 +299,6 @@ class RamSession {
   RamPlan plan_;
   orl::ReferenceClocks clocks_;
   orl::RunTimer timer_;
-  orl::NullStackFrame frame_;
   orl::EventLog events_;
   orl::LinearConsoleNode status_;
   orl::ParallelContext parallel_;
