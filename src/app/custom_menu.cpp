@@ -3,6 +3,7 @@
 #include <string>
 
 #include "app/action_file.h"
+#include "app/constants_menu.h"
 #include "app/menu_steps.h"
 #include "console/console.h"
 #include "console/menu_input.h"
@@ -71,7 +72,7 @@ class CustomMenu {
 
   void print_computation() {
     const Constant& constant = parameters().constant();
-    print_row("  1     ", "Constant:", constant.name_long(), constant.display_colour());
+    print_row("  1     ", "Constant:", constant.name_long(), constant.row().colour);
     print_row("  2     ", "Algorithm:", constant.algorithm_long());
     print_row("  3     ", "Decimal Digits:", count_text(parameters().decimal_digits()));
     print_row("  4     ", "Hexadecimal Digits:", count_text(parameters().hexadecimal_digits()),
@@ -128,7 +129,7 @@ class CustomMenu {
       case 1:
         return choose_constant();
       case 2:
-        return parameters().constant().algorithm_menu();
+        return algorithm_menu(parameters().constant());
       case 3:
         return parameters().set_decimal_digits(
             orl::ask_decimal_count("\nDecimal Digits: ", parameters().decimal_digits()));

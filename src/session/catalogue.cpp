@@ -1,37 +1,18 @@
-#include <array>
-#include <cmath>
+// The table of constants, and what a Constant does with its row.
+#include <vector>
 
 #include "config/located.h"
-#include "console/console.h"
+#include "constants/e.h"
+#include "constants/pi.h"
+#include "constants/roots.h"
 #include "core/exceptions.h"
-#include "session/constant.h"
+#include "session/constant_kinds.h"
 
 namespace orvane {
 namespace {
 
-namespace console = orl::console;
 using orl::InvalidParametersException;
-
-constexpr std::array<CatalogueRow, kConstantCount> kCatalogue = {{
-    {"sqrt", 'P', "Sqrt(n)", "", "  1.46"},
-    {"goldenratio", 'P', "Golden Ratio", "1.618034...", "  1.46"},
-    {"e", 'P', "e", "2.718281...", "  3.88 / 3.88"},
-    {"pi", 'G', "Pi", "3.141592...", "  13.2 / 19.9"},
-    {"log", 'G', "Log(n)", "", "> 35.7"},
-    {"zeta3", 'G', "Zeta(3) (Apery's Constant)", "1.202056...", "  62.8 / 65.7"},
-    {"catalan", 'G', "Catalan's Constant", "0.915965...", "  75.2 / 108. / 135."},
-    {"lemniscate", 'G', "Lemniscate", "5.244115...", "  60.4 / 124. / 154."},
-    {"gamma", 'B', "Euler-Mascheroni Constant", "0.577215...", "  383. / 574."},
-    {"brent", 'B', "Euler-Mascheroni Constant (parameter override)", "", ""},
-    {"custom", 'R', "Custom constant with user-defined formula.", "", ""},
-}};
-
-constexpr const char* kMenuTags[kConstantCount] = {
-    "Menu-Sqrt-Algorithms",    "Menu-Goldenratio-Algorithms", "Menu-E-Algorithms",
-    "Menu-Pi-Algorithms",      "Menu-Log-Algorithms",         "Menu-Zeta3-Algorithms",
-    "Menu-Catalan-Algorithms", "Menu-Lemniscate-Algorithms",  "Menu-Brent-Algorithms",
-    "Menu-Brent-Algorithms",   "Menu-Custom-Algorithms",
-};
+using Plan = std::unique_ptr<orl::ConstantPlan<Word>>;
 
 constexpr AlgorithmRow kNewton[] = {{"newton", "Newton", "Newton's Method", "1st order Newton's Method"}};
 constexpr AlgorithmRow kExp[] = {
@@ -72,50 +53,197 @@ constexpr AlgorithmRow kBrentMcMillan[] = {
     {"brent-original", "Brent-McMillan", "Brent-McMillan", ""},
 };
 
-constexpr std::span<const AlgorithmRow> kAlgorithms[kConstantCount] = {
-    kNewton, kNewton, kExp, kPi, kLog, kZeta3, kCatalan, kLemniscate, kBrentMcMillan, kBrentMcMillan, {},
-};
-
-// Notes that stand under a constant's algorithm menu.
-constexpr const char* kMenuNotes[kConstantCount] = {
+constexpr const char* kSqrtNote =
     "\n    There are no alternate formulas for square roots. To verify sqrt(n),\n"
     "    compute sqrt(100*n) instead. The digits will be the same, but shifted\n"
-    "    over by one digit.\n",
+    "    over by one digit.\n";
+constexpr const char* kGoldenRatioNote =
     "\n    There is no alternate formula for Golden Ratio. However, a verification\n"
     "    can be done by computing sqrt(125) instead. The digits will be the same,\n"
-    "    but shifted over by one digit.\n",
-    nullptr,
-    nullptr,
-    nullptr,
-    nullptr,
-    nullptr,
+    "    but shifted over by one digit.\n";
+constexpr const char* kLemniscateNote =
     "\n            Lemniscate = 2 Pi / AGM(1, sqrt(2))\n\n"
     "            Lemniscate = 8 * ArcSinlemn(1/2) + 4 * ArcSinLemn(7/23)\n\n"
-    "            Lemniscate = 8 * ArcSinlemn(2/3) - 4 * ArcSinLemn(7/137)\n",
-    nullptr,
-    nullptr,
-    nullptr,
-};
+    "            Lemniscate = 8 * ArcSinlemn(2/3) - 4 * ArcSinLemn(7/137)\n";
 
-void print_row(u64 index) {
-  const CatalogueRow& row = kCatalogue[index];
-  console::print_number(3, index, row.colour);
-  console::print("         ", row.colour);
-  console::print_padded(28, row.menu_name, row.colour);
-  console::print("  ", row.colour);
-  console::print_padded(16, row.value, row.colour);
-  console::println(row.difficulty, row.colour);
+using Store = orl::RamStore<Word>;
+
+Plan plan_sqrt(const Constant& constant, u64 precision_words, u64 tds) {
+  return orl::make_sqrt<Store>({constant.argument(), 1}, precision_words, tds);
 }
+Plan plan_golden_ratio(const Constant&, u64 precision_words, u64 tds) {
+  return orl::make_golden_ratio<Store>(1, precision_words, tds);
+}
+Plan plan_e(const Constant& constant, u64 precision_words, u64 tds) {
+  const auto series = constant.algorithm_index() == 1 ? orl::ETaylor::kAlternating : orl::ETaylor::kPlain;
+  return orl::make_e<Store>({series, 1}, precision_words, tds);
+}
+Plan plan_pi(const Constant& constant, u64 precision_words, u64 tds) {
+  const u32 algorithm = constant.algorithm_index();
+  const auto series = algorithm & 1 ? orl::PiSeries::kRamanujan : orl::PiSeries::kChudnovsky;
+  const auto memory = algorithm >= 2 ? orl::SeriesMemory::kReduced : orl::SeriesMemory::kFast;
+  return orl::make_pi<Store>({series, 1, memory}, precision_words, tds);
+}
+
+constexpr const char* kFast = "Fast Constants:";
+constexpr const char* kModerate = "Moderate Constants:";
+constexpr const char* kSlow = "Slow Constants:";
+constexpr const char* kOther = "Other:";
+
+constexpr std::array<ConstantRow, kConstantCount> kCatalogue = {{
+    {.index = ConstantIndex::kSqrt,
+     .key = "sqrt",
+     .words = {"sqrt"},
+     .section = kFast,
+     .colour = 'P',
+     .menu_name = "Sqrt(n)",
+     .difficulty = "  1.46",
+     .menu_tag = "Menu-Sqrt-Algorithms",
+     .algorithms = kNewton,
+     .menu_note = kSqrtNote,
+     .argument = Argument::kWholeNumber,
+     .prompt = "Sqrt(n): n = ",
+     .make = make_sqrt,
+     .make_ram = plan_sqrt},
+    {.index = ConstantIndex::kGoldenRatio,
+     .key = "goldenratio",
+     .words = {"phi", "goldenratio"},
+     .section = kFast,
+     .colour = 'P',
+     .menu_name = "Golden Ratio",
+     .value = "1.618034...",
+     .difficulty = "  1.46",
+     .name = "Golden Ratio",
+     .menu_tag = "Menu-Goldenratio-Algorithms",
+     .algorithms = kNewton,
+     .menu_note = kGoldenRatioNote,
+     .make_ram = plan_golden_ratio},
+    {.index = ConstantIndex::kE,
+     .key = "e",
+     .words = {"e"},
+     .section = kFast,
+     .colour = 'P',
+     .menu_name = "e",
+     .value = "2.718281...",
+     .difficulty = "  3.88 / 3.88",
+     .name = "e",
+     .menu_tag = "Menu-E-Algorithms",
+     .algorithms = kExp,
+     .make_ram = plan_e},
+    {.index = ConstantIndex::kPi,
+     .key = "pi",
+     .words = {"pi"},
+     .section = kModerate,
+     .colour = 'G',
+     .menu_name = "Pi",
+     .value = "3.141592...",
+     .difficulty = "  13.2 / 19.9",
+     .name = "Pi",
+     .menu_tag = "Menu-Pi-Algorithms",
+     .algorithms = kPi,
+     .make_ram = plan_pi},
+    {.index = ConstantIndex::kLog,
+     .key = "log",
+     .words = {"log"},
+     .section = kModerate,
+     .colour = 'G',
+     .menu_name = "Log(n)",
+     .difficulty = "> 35.7",
+     .menu_tag = "Menu-Log-Algorithms",
+     .algorithms = kLog,
+     .argument = Argument::kWholeNumber,
+     .prompt = "Log(n): n = ",
+     .make = make_log},
+    {.index = ConstantIndex::kZeta3,
+     .key = "zeta3",
+     .words = {"apery", "zeta3", "zeta(3)"},
+     .section = kModerate,
+     .colour = 'G',
+     .menu_name = "Zeta(3) (Apery's Constant)",
+     .value = "1.202056...",
+     .difficulty = "  62.8 / 65.7",
+     .name = "Zeta(3)",
+     .name_long = "Zeta(3) - Apery's Constant",
+     .menu_tag = "Menu-Zeta3-Algorithms",
+     .algorithms = kZeta3},
+    {.index = ConstantIndex::kCatalan,
+     .key = "catalan",
+     .words = {"catalan"},
+     .section = kModerate,
+     .colour = 'G',
+     .menu_name = "Catalan's Constant",
+     .value = "0.915965...",
+     .difficulty = "  75.2 / 108. / 135.",
+     .name = "Catalan",
+     .name_long = "Catalan's Constant",
+     .menu_tag = "Menu-Catalan-Algorithms",
+     .algorithms = kCatalan},
+    {.index = ConstantIndex::kLemniscate,
+     .key = "lemniscate",
+     .words = {"lemniscate"},
+     .section = kModerate,
+     .colour = 'G',
+     .menu_name = "Lemniscate",
+     .value = "5.244115...",
+     .difficulty = "  60.4 / 124. / 154.",
+     .name = "Lemniscate",
+     .name_long = "Lemniscate Constant",
+     .menu_tag = "Menu-Lemniscate-Algorithms",
+     .algorithms = kLemniscate,
+     .menu_note = kLemniscateNote},
+    {.index = ConstantIndex::kGamma,
+     .key = "gamma",
+     .words = {"gamma"},
+     .section = kSlow,
+     .colour = 'B',
+     .menu_name = "Euler-Mascheroni Constant",
+     .value = "0.577215...",
+     .difficulty = "  383. / 574.",
+     .name = "Euler-Mascheroni Constant",
+     .menu_tag = "Menu-Brent-Algorithms",
+     .algorithms = kBrentMcMillan,
+     .make = make_gamma},
+    {.index = ConstantIndex::kBrent,
+     .key = "brent",
+     .words = {"brent"},
+     .section = kOther,
+     .colour = 'B',
+     .menu_name = "Euler-Mascheroni Constant (parameter override)",
+     .name = "Euler-Mascheroni Constant",
+     .menu_tag = "Menu-Brent-Algorithms",
+     .algorithms = kBrentMcMillan,
+     .argument = Argument::kWholeNumber,
+     .prompt = "n = 2^k: k = ",
+     .make = make_brent},
+    {.index = ConstantIndex::kCustom,
+     .key = "custom",
+     .words = {"custom"},
+     .section = kOther,
+     .colour = 'R',
+     .menu_name = "Custom constant with user-defined formula.",
+     .menu_tag = "Menu-Custom-Algorithms",
+     .argument = Argument::kFormulaFile,
+     .prompt = "Enter path of formula file: ",
+     .make = make_custom},
+}};
+
+constexpr bool is_ordered() {
+  for (u32 i = 0; i < kConstantCount; i++)
+    if (kCatalogue[i].index != static_cast<ConstantIndex>(i)) return false;
+  return true;
+}
+static_assert(is_ordered(), "a row stands at its index");
 
 }  // namespace
 
-std::span<const CatalogueRow, kConstantCount> catalogue() { return kCatalogue; }
+std::span<const ConstantRow, kConstantCount> catalogue() { return kCatalogue; }
 
-const char* Constant::key() const { return kCatalogue[static_cast<u32>(index_)].key; }
-char Constant::display_colour() const { return kCatalogue[static_cast<u32>(index_)].colour; }
-const char* Constant::menu_tag() const { return kMenuTags[static_cast<u32>(index_)]; }
+std::unique_ptr<Constant> make_constant(u64 index) {
+  if (index >= kConstantCount) return nullptr;
+  const ConstantRow& row = kCatalogue[index];
+  return row.make ? row.make() : std::make_unique<Constant>(row.index);
+}
 
-std::span<const AlgorithmRow> Constant::algorithms() const { return kAlgorithms[static_cast<u32>(index_)]; }
 std::string Constant::algorithm_key() const { return algorithms()[algorithm_].key; }
 std::string Constant::algorithm_short() const { return algorithms()[algorithm_].short_name; }
 std::string Constant::algorithm_long() const { return algorithms()[algorithm_].long_name; }
@@ -132,28 +260,9 @@ void Constant::set_algorithm(std::string_view algorithm_word) {
                                    "Invalid Algorithm: " + std::string(algorithm_word));
 }
 
-std::string Constant::menu_text(const AlgorithmRow& row) const {
-  if (*row.menu_text != '\0') return row.menu_text;
-  const auto choice = clone();
-  choice->set_algorithm(row.key);
-  return choice->algorithm_long();
-}
-
-void Constant::algorithm_menu() {
-  const auto rows = algorithms();
-  console::println("\nSelect an Algorithm:\n", 'w');
-  u64 offered = 0;
-  std::string last;
-  const auto print_choice = [&](const std::string& text) {
-    last = "   " + std::to_string(offered++) + "    " + text;
-    console::println(last, 'T');
-  };
-  for (const AlgorithmRow& row : rows)
-    if (row.menu_text) print_choice(menu_text(row));
-  if (rows.empty()) print_choice(algorithm_long());
-  if (const char* notes = kMenuNotes[static_cast<u32>(index_)]) console::println(last = notes, 'w');
-  if (!last.ends_with('\n')) console::newline();
-  algorithm_ = static_cast<u32>(console::read_bounded("Algorithm: ", 0, offered - 1, 'G'));
+std::string Constant::unavailable() const {
+  if (row().make_ram) return {};
+  return name() + " cannot be computed by this version yet. It computes pi, e, sqrt and goldenratio.";
 }
 
 void Constant::set_argument(const std::string& text) {
@@ -182,7 +291,7 @@ void Constant::describe(orl::Object& report) const {
     orl::Object object;
     object.add_string("Value", value);
     object.add_string("DisplayText", display);
-    object.add_string("DisplayColor", std::string(1, display_colour()));
+    object.add_string("DisplayColor", std::string(1, row().colour));
     report.add_object(node, std::move(object));
   };
   add("Constant", key(), name_long());
@@ -190,11 +299,13 @@ void Constant::describe(orl::Object& report) const {
 }
 
 std::span<const ConstantWord> constant_words() {
-  static constexpr ConstantWord words[] = {
-      {"sqrt", 0},       {"phi", 1},   {"goldenratio", 1}, {"e", 2},       {"pi", 3},
-      {"log", 4},        {"apery", 5}, {"zeta3", 5},       {"zeta(3)", 5}, {"catalan", 6},
-      {"lemniscate", 7}, {"gamma", 8}, {"brent", 9},       {"custom", 10},
-  };
+  static const std::vector<ConstantWord> words = [] {
+    std::vector<ConstantWord> list;
+    for (const ConstantRow& row : kCatalogue)
+      for (const char* word : row.words)
+        if (word) list.push_back({word, static_cast<u64>(row.index)});
+    return list;
+  }();
   return words;
 }
 
@@ -202,26 +313,6 @@ u64 constant_index(const std::string& word) {
   for (const ConstantWord& row : constant_words())
     if (word == row.word) return row.index;
   throw InvalidParametersException("constant_index()", "Invalid Constant: " + word);
-}
-
-std::unique_ptr<Constant> constants_menu() {
-  console::println("\nCompute a Constant: (in ascending order of difficulty to compute)\n", 'w');
-  console::println("  #         Constant                      Value        Approximate Difficulty*\n", 'w');
-  const auto section = [](const char* heading, u64 first, u64 last) {
-    console::println(heading, 'w');
-    for (u64 i = first; i <= last; i++) print_row(i);
-    console::newline();
-  };
-  section("Fast Constants:", 0, 2);
-  section("Moderate Constants:", 3, 7);
-  section("Slow Constants:", 8, 8);
-  section("Other:", 9, 10);
-  console::println("*Actual numbers will vary. Radix conversion = 1.00\n", 'w');
-  console::println("Enter your choice:", 'w');
-  std::unique_ptr<Constant> constant;
-  while (!constant) constant = make_constant(console::read_number("option: ", 'G'));
-  if (!constant->on_select()) return nullptr;
-  return constant;
 }
 
 }  // namespace orvane

@@ -1,9 +1,11 @@
 // The closed list of what can be computed: constants, their algorithms, and how a choice becomes a plan.
 //
-// A Constant is chosen by a word of the command line, a menu or a configuration file; it holds an algorithm,
+// The catalogue says what is known of a constant; a class of its own has only one that takes an argument or
+// names its algorithm by its precision. A Constant is chosen by a word of the command line, a menu or a configuration file; it holds an algorithm,
 // an argument where it has one, and a precision. Everything above asks it and never names a constant itself.
 #pragma once
 
+#include <array>
 #include <memory>
 #include <span>
 #include <string>
@@ -39,17 +41,6 @@ enum class ConstantIndex : u32 {
 };
 inline constexpr u32 kConstantCount = 11;
 
-/// A row of the constants menu.
-struct CatalogueRow {
-  const char* key;
-  char colour;
-  const char* menu_name;
-  const char* value;       ///< empty where it depends on an argument
-  const char* difficulty;  ///< cost in radix conversions, a figure per algorithm
-};
-/// All rows, by catalogue index.
-std::span<const CatalogueRow, kConstantCount> catalogue();
-
 /// A row of a constant's algorithm menu. Index 0 is the default and the fastest.
 struct AlgorithmRow {
   const char* key;
@@ -58,40 +49,76 @@ struct AlgorithmRow {
   const char* menu_text;  ///< shown in the menu; empty: the long name; null: not offered there
 };
 
+/// What stands behind the colon of a constant's word.
+enum class Argument { kNone, kWholeNumber, kFormulaFile };
+
+class Constant;
+
+/// Everything that is known of a constant before a run: one row, read by the command line, the menus, files,
+/// plans and reports.
+struct ConstantRow {
+  ConstantIndex index;
+  const char* key;                   ///< of files and reports
+  std::array<const char*, 3> words;  ///< of the command line; null: no further one
+
+  const char* section = nullptr;  ///< of the menu, a heading over rows that follow each other
+  char colour = 'w';
+  const char* menu_name = "";
+  const char* value = "";       ///< first digits; empty where it depends on an argument
+  const char* difficulty = "";  ///< cost in radix conversions, a figure per algorithm
+
+  const char* name = nullptr;       ///< of files, such as "Pi"; null where an argument or a file tells it
+  const char* name_long = nullptr;  ///< of reports; null where it is the same
+
+  const char* menu_tag = "";
+  std::span<const AlgorithmRow> algorithms{};  ///< empty where a file brings their names
+  const char* menu_note = nullptr;             ///< stands under the algorithms
+
+  Argument argument = Argument::kNone;
+  const char* prompt = nullptr;  ///< asks for the argument
+
+  /// A fresh object of the constant's own class; null where Constant will do.
+  std::unique_ptr<Constant> (*make)() = nullptr;
+  /// The plan of the chosen algorithm in memory; null: not in this version.
+  std::unique_ptr<orl::ConstantPlan<Word>> (*make_ram)(const Constant&, u64 precision_words,
+                                                       u64 tds) = nullptr;
+};
+/// By index.
+std::span<const ConstantRow, kConstantCount> catalogue();
+
 class Constant {
  public:
+  explicit Constant(ConstantIndex index) : index_(index) {}
+  Constant(const Constant&) = default;
   virtual ~Constant() = default;
 
   /// A copy of its own.
-  virtual std::unique_ptr<Constant> clone() const = 0;
+  virtual std::unique_ptr<Constant> clone() const { return std::make_unique<Constant>(*this); }
 
+  /// What the catalogue says of it.
+  const ConstantRow& row() const { return catalogue()[static_cast<u32>(index_)]; }
   ConstantIndex index() const { return index_; }
-  /// The word of the command line and of files; the colour of the name in menus; the name of its algorithm
-  /// menu.
-  const char* key() const;
-  char display_colour() const;
-  const char* menu_tag() const;
+  /// The word of the command line and of files.
+  const char* key() const { return row().key; }
   /// Short name of files and of the "Constant:" line, such as "Pi" or "Sqrt(2)".
-  virtual std::string name() const = 0;
+  virtual std::string name() const { return row().name; }
   /// The name of reports where a longer one exists, such as "Zeta(3) - Apery's Constant".
-  virtual std::string name_long() const { return name(); }
+  virtual std::string name_long() const { return row().name_long ? row().name_long : name(); }
 
   /// Empty where the constant brings its own names from a file.
-  std::span<const AlgorithmRow> algorithms() const;
+  std::span<const AlgorithmRow> algorithms() const { return row().algorithms; }
   virtual std::string algorithm_key() const;
   virtual std::string algorithm_short() const;
   virtual std::string algorithm_long() const;
   u32 algorithm_index() const { return algorithm_; }
   /// Throws InvalidParametersException "Invalid Algorithm: " with the word; the former choice then stays.
   virtual void set_algorithm(std::string_view algorithm_word);
-  /// Prints the choices and reads one.
-  void algorithm_menu();
 
-  virtual bool takes_argument() const { return false; }
+  bool takes_argument() const { return row().argument != Argument::kNone; }
+  /// Of a constant whose argument is a whole number; 0 elsewhere.
+  virtual u64 argument() const { return 0; }
   /// The argument of the command line: what stood behind the constant's colon.
   virtual void set_argument(const std::string& text);
-  /// Asks for the argument, if there is one, when the menu picks the constant. False cancels.
-  virtual bool on_select() { return true; }
 
   u64 precision() const { return precision_; }
   /// Decimal digits; algorithm names may depend on it.
@@ -107,14 +134,13 @@ class Constant {
   virtual void write_formula(orl::Object&) const {}
 
   /// Empty when the constant can be computed in memory; else one line that says what cannot be done.
-  virtual std::string unavailable() const = 0;
+  std::string unavailable() const;
   /// The plan of the chosen algorithm for `precision_words` words and `tds` tasks; unavailable() is empty.
-  virtual std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const = 0;
+  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const {
+    return row().make_ram(*this, precision_words, tds);
+  }
 
  protected:
-  explicit Constant(ConstantIndex index) : index_(index) {}
-  Constant(const Constant&) = default;
-
   /// The keys beside the constant's own.
   virtual void write_keys(orl::Object& object) const;
   virtual void read_keys(const orl::Object& object);
@@ -123,8 +149,6 @@ class Constant {
   u32 algorithm_ = 0;
 
  private:
-  std::string menu_text(const AlgorithmRow& row) const;
-
   u64 precision_ = 100;
 };
 
@@ -142,8 +166,5 @@ std::span<const ConstantWord> constant_words();
 /// Catalogue index of a command-line word. Throws InvalidParametersException "Invalid Constant: " with the
 /// word.
 u64 constant_index(const std::string& word);
-
-/// The constants menu: returns the new choice, or none when the user cancels.
-std::unique_ptr<Constant> constants_menu();
 
 }  // namespace orvane

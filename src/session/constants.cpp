@@ -1,4 +1,3 @@
-// The eleven constants: what each adds to the table of the catalogue.
 #include <array>
 #include <cmath>
 #include <limits>
@@ -6,81 +5,22 @@
 
 #include "config/located.h"
 #include "config/parser.h"
-#include "console/console.h"
 #include "console/number_forms.h"
-#include "constants/e.h"
-#include "constants/pi.h"
-#include "constants/roots.h"
 #include "core/exceptions.h"
-#include "session/constant.h"
+#include "session/constant_kinds.h"
 
 namespace orvane {
 namespace {
 
-namespace console = orl::console;
 using orl::InvalidParametersException;
 using orl::parse_whole_number;
 using orl::WholeNumber;
-
-std::string not_computable(const Constant& constant) {
-  return constant.name() +
-         " cannot be computed by this version yet. It computes pi, e, sqrt and goldenratio.";
-}
-
-class PiConstant final : public Constant {
- public:
-  PiConstant() : Constant(ConstantIndex::kPi) {}
-  std::unique_ptr<Constant> clone() const override { return std::make_unique<PiConstant>(*this); }
-  std::string name() const override { return "Pi"; }
-  std::string unavailable() const override { return {}; }
-  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const override {
-    const auto series = algorithm_ & 1 ? orl::PiSeries::kRamanujan : orl::PiSeries::kChudnovsky;
-    const orl::SeriesMemory memory = algorithm_ >= 2 ? orl::SeriesMemory::kReduced : orl::SeriesMemory::kFast;
-    return orl::make_pi<orl::RamStore<Word>>({series, 1, memory}, precision_words, tds);
-  }
-};
-
-class EConstant final : public Constant {
- public:
-  EConstant() : Constant(ConstantIndex::kE) {}
-  std::unique_ptr<Constant> clone() const override { return std::make_unique<EConstant>(*this); }
-  std::string name() const override { return "e"; }
-  std::string unavailable() const override { return {}; }
-  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const override {
-    const orl::ETaylor series = algorithm_ == 1 ? orl::ETaylor::kAlternating : orl::ETaylor::kPlain;
-    return orl::make_e<orl::RamStore<Word>>({series, 1}, precision_words, tds);
-  }
-};
-
-class GoldenRatioConstant final : public Constant {
- public:
-  GoldenRatioConstant() : Constant(ConstantIndex::kGoldenRatio) {}
-  std::unique_ptr<Constant> clone() const override { return std::make_unique<GoldenRatioConstant>(*this); }
-  std::string name() const override { return "Golden Ratio"; }
-  std::string unavailable() const override { return {}; }
-  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const override {
-    return orl::make_golden_ratio<orl::RamStore<Word>>(1, precision_words, tds);
-  }
-};
 
 // A constant whose argument is a whole number.
 class ArgumentConstant : public Constant {
  public:
   using Constant::Constant;
-  bool takes_argument() const override { return true; }
-  bool on_select() override {
-    console::println("\nEnter nothing to keep the former constant.", 'w');
-    for (;;) {
-      const std::string line = console::read_line(prompt());
-      if (line.empty()) return false;
-      try {
-        set_argument(line);
-        return true;
-      } catch (const InvalidParametersException& e) {
-        console::println(e.message(), 'R');
-      }
-    }
-  }
+  u64 argument() const override { return argument_; }
   void set_argument(const std::string& text) override {
     const WholeNumber number = parse_whole_number(text);
     if (number.kind == WholeNumber::kTooLarge)
@@ -98,7 +38,6 @@ class ArgumentConstant : public Constant {
   virtual void check_file_argument(u64 value) const { check_argument(value); }
   /// What a file is told about a number that no check takes.
   virtual std::string range_text(const std::string& number) const { return number + " is out of range."; }
-  virtual const char* prompt() const = 0;
   virtual const char* function() const = 0;
   virtual const char* example() const = 0;
   void write_keys(orl::Object& object) const override {
@@ -151,10 +90,6 @@ class SqrtConstant final : public ArgumentConstant {
   SqrtConstant() : ArgumentConstant(ConstantIndex::kSqrt) {}
   std::unique_ptr<Constant> clone() const override { return std::make_unique<SqrtConstant>(*this); }
   std::string name() const override { return "Sqrt(" + std::to_string(argument_) + ")"; }
-  std::string unavailable() const override { return {}; }
-  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const override {
-    return orl::make_sqrt<orl::RamStore<Word>>({argument_, 1}, precision_words, tds);
-  }
 
  protected:
   void check_argument(u64 value) const override {
@@ -165,7 +100,6 @@ class SqrtConstant final : public ArgumentConstant {
     if (value < 1) throw InvalidParametersException(function(), range_text(std::to_string(value)));
     check_square(value);
   }
-  const char* prompt() const override { return "Sqrt(n): n = "; }
   const char* function() const override { return "Constant_Sqrt()"; }
   const char* example() const override { return "2"; }
 
@@ -181,15 +115,12 @@ class LogConstant final : public ArgumentConstant {
   LogConstant() : ArgumentConstant(ConstantIndex::kLog) {}
   std::unique_ptr<Constant> clone() const override { return std::make_unique<LogConstant>(*this); }
   std::string name() const override { return "Log(" + std::to_string(argument_) + ")"; }
-  std::string unavailable() const override { return not_computable(*this); }
-  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64, u64) const override { return nullptr; }
 
  protected:
   void check_argument(u64 value) const override {
     if (value < 2 || value > 2147483647)
       throw InvalidParametersException(function(), std::to_string(value) + " is out of range.");
   }
-  const char* prompt() const override { return "Log(n): n = "; }
   const char* function() const override { return "Constant_Log()"; }
   const char* example() const override { return "2"; }
 };
@@ -208,25 +139,19 @@ class GammaConstant final : public Constant {
  public:
   GammaConstant() : Constant(ConstantIndex::kGamma) {}
   std::unique_ptr<Constant> clone() const override { return std::make_unique<GammaConstant>(*this); }
-  std::string name() const override { return "Euler-Mascheroni Constant"; }
   std::string algorithm_long() const override {
     return Constant::algorithm_long() + " ( n = 2^" +
            std::to_string(brent_exponent(precision(), algorithm_ == 0)) + " )";
   }
-  std::string unavailable() const override { return not_computable(*this); }
-  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64, u64) const override { return nullptr; }
 };
 
 class BrentConstant final : public ArgumentConstant {
  public:
   BrentConstant() : ArgumentConstant(ConstantIndex::kBrent) {}
   std::unique_ptr<Constant> clone() const override { return std::make_unique<BrentConstant>(*this); }
-  std::string name() const override { return "Euler-Mascheroni Constant"; }
   std::string algorithm_long() const override {
     return Constant::algorithm_long() + " ( n = 2^" + std::to_string(argument_) + " )";
   }
-  std::string unavailable() const override { return not_computable(*this); }
-  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64, u64) const override { return nullptr; }
 
  protected:
   void check_argument(u64 value) const override {
@@ -237,7 +162,6 @@ class BrentConstant final : public ArgumentConstant {
     if (value > 63) throw InvalidParametersException(function(), range_text(std::to_string(value)));
   }
   std::string range_text(const std::string& number) const override { return number + " is a out of range."; }
-  const char* prompt() const override { return "n = 2^k: k = "; }
   const char* function() const override { return "Constant_Brent()"; }
   const char* example() const override { return "20"; }
 };
@@ -257,23 +181,12 @@ class CustomConstant final : public Constant {
       throw InvalidParametersException("Constant::set_algorithm()",
                                        "Invalid Algorithm: " + std::string(word));
   }
-  bool takes_argument() const override { return true; }
   void set_argument(const std::string& path) override {
     if (path.empty())
       throw InvalidParametersException("Constant_Custom()",
                                        "The constant \"custom\" needs a formula file: custom:<file>.");
     load(path);
   }
-  bool on_select() override {
-    console::println("\nEnter nothing to keep the former constant.", 'w');
-    const std::string path = console::read_line("Enter path of formula file: ");
-    if (path.empty()) return false;
-    load(path);
-    return true;
-  }
-  std::string unavailable() const override { return not_computable(*this); }
-  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64, u64) const override { return nullptr; }
-
   void write_formula(orl::Object& dump) const override {
     dump.add_object("Formula", orl::copy_of(*formula_));
   }
@@ -314,50 +227,12 @@ class CustomConstant final : public Constant {
   std::shared_ptr<const orl::Object> formula_ = std::make_shared<const orl::Object>();
 };
 
-// A constant that has a row, names and algorithms but no mathematics in this version.
-class NamedConstant final : public Constant {
- public:
-  NamedConstant(ConstantIndex index, const char* short_name, const char* long_name)
-      : Constant(index), short_name_(short_name), long_name_(long_name) {}
-  std::unique_ptr<Constant> clone() const override { return std::make_unique<NamedConstant>(*this); }
-  std::string name() const override { return short_name_; }
-  std::string name_long() const override { return long_name_; }
-  std::string unavailable() const override { return not_computable(*this); }
-  std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64, u64) const override { return nullptr; }
-
- private:
-  const char* short_name_;
-  const char* long_name_;
-};
-
 }  // namespace
 
-std::unique_ptr<Constant> make_constant(u64 index) {
-  switch (index) {
-    case 0:
-      return std::make_unique<SqrtConstant>();
-    case 1:
-      return std::make_unique<GoldenRatioConstant>();
-    case 2:
-      return std::make_unique<EConstant>();
-    case 3:
-      return std::make_unique<PiConstant>();
-    case 4:
-      return std::make_unique<LogConstant>();
-    case 5:
-      return std::make_unique<NamedConstant>(ConstantIndex::kZeta3, "Zeta(3)", "Zeta(3) - Apery's Constant");
-    case 6:
-      return std::make_unique<NamedConstant>(ConstantIndex::kCatalan, "Catalan", "Catalan's Constant");
-    case 7:
-      return std::make_unique<NamedConstant>(ConstantIndex::kLemniscate, "Lemniscate", "Lemniscate Constant");
-    case 8:
-      return std::make_unique<GammaConstant>();
-    case 9:
-      return std::make_unique<BrentConstant>();
-    case 10:
-      return std::make_unique<CustomConstant>();
-  }
-  return nullptr;
-}
+std::unique_ptr<Constant> make_sqrt() { return std::make_unique<SqrtConstant>(); }
+std::unique_ptr<Constant> make_log() { return std::make_unique<LogConstant>(); }
+std::unique_ptr<Constant> make_gamma() { return std::make_unique<GammaConstant>(); }
+std::unique_ptr<Constant> make_brent() { return std::make_unique<BrentConstant>(); }
+std::unique_ptr<Constant> make_custom() { return std::make_unique<CustomConstant>(); }
 
 }  // namespace orvane

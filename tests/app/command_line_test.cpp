@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <fstream>
 
 #include "app/process.h"
@@ -116,6 +117,32 @@ TEST(Colours, ReachTheOutputOnlyWhenTheyAreOn) {
   const Outcome coloured = run(ORVANE_PROGRAM, {"pause:-2", "priority:0", "about"});
   EXPECT_NE(coloured.output.find("\033[01;36m"), std::string::npos);
   EXPECT_NE(coloured.output.find("\033[39;49m"), std::string::npos);
+}
+
+TEST(Priority, ReachesTheScheduler) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to ask for real-time scheduling";
+  const char* const script =
+      "import os, subprocess, sys\n"
+      "level = int(sys.argv[2])\n"
+      "p = subprocess.Popen([sys.argv[1], 'pause:-2', 'skip-warnings', f'priority:{level}', 'digitviewer'],\n"
+      "                     stdin=subprocess.PIPE, stdout=subprocess.PIPE)\n"
+      "seen = b''\n"
+      "for line in p.stdout:\n"
+      "    seen += line\n"
+      "    if b'Enter the path' in line: break\n"
+      "got = os.sched_getscheduler(p.pid), os.sched_getparam(p.pid).sched_priority\n"
+      "p.communicate()\n"
+      "if b'Insufficient permissions' in seen: sys.exit(0)\n"
+      "edge = os.sched_get_priority_max if level > 0 else os.sched_get_priority_min\n"
+      "wanted = (os.SCHED_RR, edge(os.SCHED_RR)) if level else (os.SCHED_OTHER, 0)\n"
+      "sys.exit(0 if got == wanted else f'{level}: {got}, not {wanted}')\n";
+  TemporaryFolder folder;
+  orl::test::write_file(folder.file("check.py"), script);
+  for (const char* level : {"-3", "0", "3"}) {
+    const std::string command =
+        "cd '" + folder.path() + "' && python3 check.py '" ORVANE_PROGRAM "' " + level;
+    EXPECT_EQ(std::system(command.c_str()), 0) << level;
+  }
 }
 
 TEST(FileSizeRule, CountsWhenTheLineIsComplete) {

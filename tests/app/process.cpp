@@ -54,6 +54,11 @@ Outcome run(const std::string& program, const std::vector<std::string>& argument
   rusage usage{};
   wait4(child, &status, 0, &usage);
   outcome.peak_bytes = static_cast<unsigned long>(usage.ru_maxrss) * 1024;
+  const auto seconds = [](const timeval& t) {
+    return static_cast<double>(t.tv_sec) + 1e-6 * static_cast<double>(t.tv_usec);
+  };
+  outcome.user_seconds = seconds(usage.ru_utime);
+  outcome.kernel_seconds = seconds(usage.ru_stime);
   outcome.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   return outcome;
 }

@@ -13,6 +13,7 @@ struct Outcome {
   int status = -1;  ///< exit status; 128 + number after a signal
   std::string output;
   unsigned long peak_bytes = 0;  ///< largest resident size
+  double user_seconds = 0, kernel_seconds = 0;
 };
 
 struct RunOptions {

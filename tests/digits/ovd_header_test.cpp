@@ -103,6 +103,9 @@ TEST(OvdHeader, IsRefusedWithItsReason) {
   EXPECT_EQ(
       refusal(replaced(good, "ID:\t2", "ID:\t3")),
       "This file is out of range.\nStart:        3000000\nEnd:          4000000\nTotal Digits: 2500000");
+  // Its first digit would be the one behind the stream's last; one digit more, and it has one.
+  EXPECT_EQ(refusal(replaced(good, "2500000", "2000000")).find("This file is out of range.\n"), 0u);
+  EXPECT_EQ(refusal(replaced(good, "2500000", "2000001")), "taken");
   EXPECT_EQ(
       refusal(replaced(good, "ID:\t2", "ID:\t18446744073709551615")).find("This file is out of range.\n"),
       0u);
@@ -154,12 +157,12 @@ TEST(OvdSetReader, SaysWhatDoesNotMatch) {
   write_file(folder.file("x - 0.ovd"), hand_made(0));
   alignas(64) u8 window[32768];
   test::ReverseOrder framework;
-  const auto loaded = [&](const std::string& second) {
+  const auto loaded = [&](const std::string& second, u64 count = 10) {
     write_file(folder.file("x - 1.ovd"), second);
     BasicOvdSetReader reader(folder.file("x - 0.ovd"));
-    u8 digits[10];
+    u8 digits[100];
     try {
-      reader.load_digits(digits, 100, 10, LinearHeapBuffer(window, sizeof window), {framework, 1});
+      reader.load_digits(digits, 100, count, LinearHeapBuffer(window, sizeof window), {framework, 1});
     } catch (const InconsistentMetaData& e) {
       const std::string head = "Inconsistent Metadata: \"" + folder.file("x - 1.ovd") + "\"\n\n";
       EXPECT_EQ(e.message().find(head), 0u);
@@ -176,9 +179,12 @@ TEST(OvdSetReader, SaysWhatDoesNotMatch) {
   EXPECT_EQ(loaded(hand_made(1, "1.1.0", "10", 100, 201)), "Total digit does not match.");
   EXPECT_EQ(loaded(hand_made(0)), "File id does not match.");
   EXPECT_EQ(loaded(hand_made(1).substr(0, hand_made(1).size() - 52)), "Read error.");
-  std::string unwritten = hand_made(1);
-  std::fill(unwritten.end() - 56, unwritten.end(), '\xff');
-  EXPECT_EQ(loaded(unwritten), "Invalid Digit");
+  // A word that was never written: the first of a part, in the middle, the last.
+  for (const int word : {0, 3, 5}) {
+    std::string unwritten = hand_made(1);
+    std::fill_n(unwritten.end() - 56 + 8 * word, 8, '\xff');
+    EXPECT_EQ(loaded(unwritten, 100), "Invalid Digit") << word;
+  }
 }
 
 TEST(OvdSetReader, TakesTheStreamsNameFromTheFiles) {

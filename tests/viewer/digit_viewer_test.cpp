@@ -167,6 +167,8 @@ TEST_P(DigitViewer, CompressesAndExtractsWithoutChange) {
             hash_of(GetParam().first + digits.substr(0, 1500000), GetParam().radix));
   visit(set_file("a", 0), "2\n999999\n2000002\n" + folder_.file("middle.txt") + "\n");
   EXPECT_TRUE(read_file(folder_.file("middle.txt")) == "0." + digits.substr(999998, 1000004));
+  visit(text_path(), "2\n2\n9\n" + folder_.file("second.txt") + "\n");
+  EXPECT_EQ(read_file(folder_.file("second.txt")), "0." + digits.substr(1, 8));
 }
 
 TEST_P(DigitViewer, CompressesInSharesThatMakeTheSameFiles) {

@@ -1,0 +1,91 @@
+#include "app/constants_menu.h"
+
+#include <string_view>
+#include <vector>
+
+#include "console/console.h"
+#include "core/exceptions.h"
+
+namespace orvane {
+namespace {
+
+namespace console = orl::console;
+
+void print_row(const ConstantRow& row) {
+  console::print_number(3, static_cast<u64>(row.index), row.colour);
+  console::print("         ", row.colour);
+  console::print_padded(28, row.menu_name, row.colour);
+  console::print("  ", row.colour);
+  console::print_padded(16, row.value, row.colour);
+  console::println(row.difficulty, row.colour);
+}
+
+void print_catalogue() {
+  console::println("\nCompute a Constant: (in ascending order of difficulty to compute)\n", 'w');
+  console::println("  #         Constant                      Value        Approximate Difficulty*\n", 'w');
+  std::string_view section;
+  for (const ConstantRow& row : catalogue()) {
+    if (section != row.section) {
+      if (!section.empty()) console::newline();
+      console::println(section = row.section, 'w');
+    }
+    print_row(row);
+  }
+  console::newline();
+  console::println("*Actual numbers will vary. Radix conversion = 1.00\n", 'w');
+}
+
+// False when the user keeps the former constant.
+bool ask_argument(Constant& constant) {
+  const ConstantRow& row = constant.row();
+  console::println("\nEnter nothing to keep the former constant.", 'w');
+  for (;;) {
+    const std::string line = console::read_line(row.prompt);
+    if (line.empty()) return false;
+    try {
+      constant.set_argument(line);
+      return true;
+    } catch (const orl::InvalidParametersException& e) {
+      // A file is not asked for again.
+      if (row.argument == Argument::kFormulaFile) throw;
+      console::println(e.message(), 'R');
+    }
+  }
+}
+
+std::string menu_text(const Constant& constant, const AlgorithmRow& row) {
+  if (*row.menu_text != '\0') return row.menu_text;
+  const auto choice = constant.clone();
+  choice->set_algorithm(row.key);
+  return choice->algorithm_long();
+}
+
+}  // namespace
+
+std::unique_ptr<Constant> constants_menu() {
+  print_catalogue();
+  console::println("Enter your choice:", 'w');
+  std::unique_ptr<Constant> constant;
+  while (!constant) constant = make_constant(console::read_number("option: ", 'G'));
+  if (constant->takes_argument() && !ask_argument(*constant)) return nullptr;
+  return constant;
+}
+
+void algorithm_menu(Constant& constant) {
+  console::println("\nSelect an Algorithm:\n", 'w');
+  std::vector<std::string> keys;
+  std::string last;
+  const auto offer = [&](const std::string& key, const std::string& text) {
+    last = "   " + std::to_string(keys.size()) + "    " + text;
+    keys.push_back(key);
+    console::println(last, 'T');
+  };
+  for (const AlgorithmRow& row : constant.algorithms())
+    if (row.menu_text) offer(row.key, menu_text(constant, row));
+  if (keys.empty()) offer(constant.algorithm_key(), constant.algorithm_long());
+  if (const char* note = constant.row().menu_note) console::println(last = note, 'w');
+  if (!last.ends_with('\n')) console::newline();
+  constant.set_algorithm(keys[console::read_bounded("Algorithm: ", 0, keys.size() - 1, 'G')]);
+}
+
+}  // namespace orvane

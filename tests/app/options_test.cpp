@@ -1,0 +1,176 @@
+// Each option changes what it says and nothing else: over the tables, so that none goes untested.
+#include "app/options.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <map>
+
+#include "config/object.h"
+#include "support/files.h"
+
+namespace orvane {
+namespace {
+
+using Settings = std::map<std::string, std::string>;
+
+void flatten(const orl::Value& value, const std::string& name, Settings& settings) {
+  switch (value.kind()) {
+    case orl::ValueKind::kInteger:
+      settings[name] = std::to_string(value.as_integer("").value);
+      break;
+    case orl::ValueKind::kString:
+      settings[name] = value.as_string("").value;
+      break;
+    case orl::ValueKind::kArray:
+      for (u64 i = 0; i < value.as_array("").size(); i++)
+        flatten(value.as_array("")[i], name + "[" + std::to_string(i) + "]", settings);
+      break;
+    case orl::ValueKind::kObject:
+      for (const auto& node : value.as_object("").nodes())
+        flatten(*node.value, name + (name.empty() ? "" : ".") + node.key, settings);
+  }
+}
+
+Settings settings_of(const ComputeParameters& parameters) {
+  Settings settings;
+  flatten(parameters.to_object(), "", settings);
+  settings.erase("Output.Format.DisplayText");  // says what DigitsPerFile says
+  return settings;
+}
+Settings settings_of(const ModeHolder& mode) { return settings_of(mode.current()); }
+Settings settings_of(const orl::Settings& s) {
+  return {{"pause_level", std::to_string(s.pause_level)},
+          {"pause_on_fatal", std::to_string(s.pause_on_fatal)},
+          {"priority", std::to_string(s.thread_priority)},
+          {"colours", std::to_string(s.colors_enabled)},
+          {"pii", std::to_string(s.print_pii)},
+          {"skip", std::to_string(s.skip_warnings)},
+          {"exe", s.exe_path + s.exe_dir}};
+}
+Settings settings_of(const BenchSettings& bench) {
+  Settings settings = settings_of(bench.parameters);
+  settings["digits"] = std::to_string(bench.decimal_digits);
+  return settings;
+}
+Settings settings_of(const BenchIoSettings& io) {
+  Settings settings = settings_of(io.parameters);
+  flatten(io.raid.to_object(), "Raid", settings);
+  settings["total"] = std::to_string(io.total_bytes);
+  settings["unit"] = std::to_string(io.minimum_io_bytes);
+  return settings;
+}
+Settings settings_of(const StressLine& stress) {
+  Settings settings;
+  flatten(stress.settings.to_object(), "", settings);
+  for (const std::string& test : stress.tests) settings["tests"] += test + " ";
+  return settings;
+}
+
+struct Row {
+  std::vector<std::string> line;  // the last option is the one that is looked at
+  Settings changes;
+  std::vector<std::string> before = {};
+};
+
+template <class Target>
+void apply(std::span<const Option<Target>> table, const std::vector<std::string>& tokens, Target& target) {
+  std::vector<const char*> argv = {"orvane"};
+  for (const std::string& token : tokens) argv.push_back(token.c_str());
+  orl::CommandLine::Parameters line(static_cast<int>(argv.size()), argv.data());
+  while (!line.at_end()) {
+    const auto* option = find_option(table, line.key());
+    ASSERT_NE(option, nullptr) << line.key();
+    option->handler(target, line);
+  }
+}
+
+template <class Target>
+void expect_effects(std::span<const Option<Target>> table, const std::vector<Row>& rows) {
+  for (const auto& option : table)
+    EXPECT_TRUE(std::any_of(
+        rows.begin(), rows.end(),
+        [&](const Row& row) { return row.line[0].substr(0, row.line[0].find(':')) == option.key; }))
+        << option.key << " has no row";
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.line[0]);
+    Target target;
+    apply(table, row.before, target);
+    const Settings before = settings_of(target);
+    apply(table, row.line, target);
+    Settings changes;
+    for (const auto& [key, value] : settings_of(target))
+      if (const auto old = before.find(key); old == before.end() || old->second != value)
+        changes[key] = value;
+    EXPECT_EQ(changes, row.changes);
+  }
+}
+
+const char* const kEnable = "Output.Format.OutputEnable";
+const char* const kPerFile = "Output.Format.DigitsPerFile";
+const char* const kPath = "Output.Format.Path";
+
+TEST(Options, OfAComputationChangeTheirOwnSetting) {
+  const orl::test::TemporaryFolder folder;
+  const std::vector<std::string> swap = {"-mode:swap"};
+  expect_effects<ModeHolder>(custom_options(),
+                             {{{"-dec:2m"}, {{"ComputeSize.DecimalDigits", "2000000"}}},
+                              {{"-hex:200"}, {{"ComputeSize.HexadecimalDigits", "200"}}},
+                              {{"-algorithm:ramanujan"}, {{"Constant.Algorithm", "ramanujan"}}},
+                              {{"-o", folder.path()}, {{kPath, folder.path()}}},
+                              {{"-od:0"}, {{kEnable, "false"}}},
+                              {{"-od:1"}, {{kEnable, "true"}}, {"-od:0"}},
+                              {{"-C:1000000"}, {{kPerFile, "1000000"}}},
+                              {{"-compress:-1"}, {{kPerFile, "-1"}}},
+                              {{"-verify:0"}, {{"Output.OutputVerify", "false"}}},
+                              {{"-verify:1"}, {{"Output.OutputVerify", "true"}}, {"-verify:0"}},
+                              {{"-mode:ram"}, {{"Mode", "ram"}}, swap},
+                              {{"-MA:malloc"}, {{"Allocator.Allocator", "malloc"}}},
+                              {{"-PF:none"}, {{"Parallelism.Framework", "none"}}, {"-PF:spawn"}},
+                              {{"-TD:13"}, {{"Parallelism.TaskDecomposition", "13"}}},
+                              {{"-json:1"}, {{"Output.JsonResults", "true"}}},
+                              {{"-M:1G"}, {{"Memory", "1073741824"}}, swap},
+                              {{"-minIO:1M"}, {{"BytesPerSeek", "1048576"}}, swap},
+                              {{"-swap:raid3", "/a", "/b", "/c"}, {{"RaidFile.Level", "3"}}, swap}});
+}
+
+TEST(Options, OfTheProgramChangeTheirOwnSetting) {
+  expect_effects<orl::Settings>(global_options(),
+                                {{{"pause:1"}, {{"pause_level", "1"}}},
+                                 {{"pause:-1"}, {{"pause_level", "-1"}}},
+                                 {{"pause:-2"}, {{"pause_level", "-2"}, {"pause_on_fatal", "0"}}},
+                                 {{"priority:5"}, {{"priority", "5"}}},
+                                 {{"priority:-5"}, {{"priority", "-5"}}},
+                                 {{"colors:0"}, {{"colours", "0"}}},
+                                 {{"colors:1"}, {{"colours", "1"}}, {"colors:0"}},
+                                 {{"PII:1"}, {{"pii", "1"}}},
+                                 {{"PII:0"}, {}, {"PII:1"}},
+                                 {{"PII:-1"}, {{"pii", "0"}}, {"PII:1"}},
+                                 {{"height:9"}, {}},
+                                 {{"skip-warnings"}, {{"skip", "1"}}}});
+}
+
+TEST(Options, OfTheBenchmarksAndTheStressTesterChangeTheirOwnSetting) {
+  const orl::test::TemporaryFolder folder;
+  const Row shared[] = {{{"-TD:13"}, {{"Parallelism.TaskDecomposition", "13"}}},
+                        {{"-PF:none"}, {{"Parallelism.Framework", "none"}}, {"-PF:spawn"}},
+                        {{"-MA:malloc"}, {{"Allocator.Allocator", "malloc"}}}};
+  const auto with_shared = [&](std::vector<Row> rows) {
+    rows.insert(rows.end(), std::begin(shared), std::end(shared));
+    return rows;
+  };
+  expect_effects<BenchSettings>(bench_options(),
+                                with_shared({{{"-o", folder.path()}, {{kPath, folder.path()}}},
+                                             {{"-od:1"}, {{kEnable, "true"}}},
+                                             {{"-json:1"}, {{"Output.JsonResults", "true"}}}}));
+  expect_effects<BenchIoSettings>(benchio_options(), with_shared({{{"-M:4G"}, {{"total", "4294967296"}}},
+                                                                  {{"-minIO:1M"}, {{"unit", "1048576"}}},
+                                                                  {{"-swap:raid3", "/a", "/b", "/c"}, {}}}));
+  std::vector<Row> stress = {{{"-M:1G"}, {{"TotalMemory", "1073741824"}}}, {{"-D:7"}, {{"Seconds", "7"}}}};
+  for (const char* test : {"BKT", "N32", "N64", "HNT", "VST", "C17"})
+    stress.push_back({{test}, {{"tests", std::string(test) + " "}}});
+  expect_effects<StressLine>(stress_options(), stress);
+}
+
+}  // namespace
+}  // namespace orvane
