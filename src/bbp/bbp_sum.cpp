@@ -71,14 +71,21 @@ u64 first_above(const BbpTerm& term, u64 limit) {
   return (limit - term.b + term.a - 1) / term.a;
 }
 
-void sum_alike(const BbpKernel& kernel, const BbpTerm& term, bool powers, u64 first, u64 last, u64* limbs,
-               u64 limb_count) {
+struct Limbs {
+  u64* data;
+  u64 count;
+};
+
+// Adds the terms of indices [first, last): powers where the exponent is not negative, else quotients.
+enum class Part { kPowers, kQuotients };
+void sum_alike(const BbpKernel& kernel, const BbpTerm& term, Part part, u64 first, u64 last, Limbs limbs) {
   if (first >= last) return;
-  LaneSums sums(limb_count, kernel.lanes);
+  LaneSums sums(limbs.count, kernel.lanes);
   const u64 stride = kMaxIndices / kernel.batch * kernel.batch;
   for (u64 k = first; k < last; k += stride) {
-    (powers ? kernel.powers : kernel.quotients)(term, k, std::min(last, k + stride), sums.data(), limb_count);
-    fold(sums.data(), kernel.lanes, term.positive, limbs, limb_count);
+    (part == Part::kPowers ? kernel.powers : kernel.quotients)(term, k, std::min(last, k + stride),
+                                                               sums.data(), limbs.count);
+    fold(sums.data(), kernel.lanes, term.positive, limbs.data, limbs.count);
     sums.clear();
   }
 }
@@ -91,13 +98,13 @@ void bbp_sum(simd::Target target, const BbpTerm& term, u64 first, u64 last, u64*
   const BbpKernel& kernel = bbp_kernel(target);
   const u64 negative = std::clamp(first_negative(term), first, last);
   const u64 above = first_above(term, kernel.modulus_limit);
-  const auto sum = [&](bool powers, u64 begin, u64 end) {
+  const auto sum = [&](Part part, u64 begin, u64 end) {
     const u64 middle = std::clamp(above, begin, end);
-    sum_alike(kernel, term, powers, begin, middle, limbs, limb_count);
-    sum_alike(scalar::bbp_kernel, term, powers, middle, end, limbs, limb_count);
+    sum_alike(kernel, term, part, begin, middle, {limbs, limb_count});
+    sum_alike(scalar::bbp_kernel, term, part, middle, end, {limbs, limb_count});
   };
-  sum(true, first, negative);
-  sum(false, negative, last);
+  sum(Part::kPowers, first, negative);
+  sum(Part::kQuotients, negative, last);
 }
 
 void bbp_sum(const BbpTerm& term, u64 first, u64 last, u64* limbs, u64 limb_count) {

@@ -88,6 +88,7 @@ std::span<const ConstantRow, kConstantCount> catalogue();
 
 class Constant {
  public:
+  /// With its default algorithm, for rows without make(); make_constant() knows which they are.
   explicit Constant(ConstantIndex index) : index_(index) {}
   Constant(const Constant&) = default;
   virtual ~Constant() = default;

@@ -5,10 +5,15 @@
 
 namespace orvane {
 
+/// Sqrt(n): n is no square, and below 2^64.
 std::unique_ptr<Constant> make_sqrt();
+/// Log(n), 2 <= n < 2^31.
 std::unique_ptr<Constant> make_log();
-std::unique_ptr<Constant> make_gamma();  ///< names its algorithm by its precision
+/// Names its algorithm by its precision.
+std::unique_ptr<Constant> make_gamma();
+/// The Euler-Mascheroni constant with a parameter 2^k of its own, 1 <= k < 64.
 std::unique_ptr<Constant> make_brent();
+/// Named and defined by a file.
 std::unique_ptr<Constant> make_custom();
 
 }  // namespace orvane

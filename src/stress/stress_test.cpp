@@ -21,9 +21,7 @@ constexpr u64 kLargestBytes = u64{1} << 30;
 
 class KnownAnswerTest final : public StressTest {
  public:
-  KnownAnswerTest(const char* tag, const char* name, const char* unit, Component component, unsigned weight,
-                  bool enabled_by_default, KnownAnswerPlan plan)
-      : StressTest(tag, name, unit, component, weight, enabled_by_default), plan_(plan) {}
+  KnownAnswerTest(const Row& row, KnownAnswerPlan plan) : StressTest(row), plan_(plan) {}
 
   std::unique_ptr<StressWork> plan(u64 share_bytes) const override {
     return plan_known_answers(plan_, share_bytes);
@@ -35,7 +33,7 @@ class KnownAnswerTest final : public StressTest {
 
 class BbpTest final : public StressTest {
  public:
-  BbpTest() : StressTest("BBP", "BBP Digit Extraction", "terms", Component::kFloat, 1, true) {}
+  BbpTest() : StressTest({"BBP", "BBP Digit Extraction", "terms", Component::kFloat, 1, true}) {}
 
   std::unique_ptr<StressWork> plan(u64 share_bytes) const override { return plan_bbp(share_bytes); }
 };
@@ -54,7 +52,7 @@ const char* target_label() {
 }  // namespace
 
 std::string StressTest::component() const {
-  switch (component_) {
+  switch (row_.component) {
     case Component::kScalarInteger:
       return "Scalar Integer";
     case Component::kInteger:
@@ -70,23 +68,22 @@ std::string StressTest::component() const {
 
 std::vector<std::unique_ptr<StressTest>> make_stress_tests() {
   std::vector<std::unique_ptr<StressTest>> tests;
-  const auto add = [&](const char* tag, const char* name, const char* unit, Component component,
-                       unsigned weight, bool enabled, KnownAnswerPlan plan) {
-    tests.push_back(std::make_unique<KnownAnswerTest>(tag, name, unit, component, weight, enabled, plan));
+  const auto add = [&](const StressTest::Row& row, KnownAnswerPlan plan) {
+    tests.push_back(std::make_unique<KnownAnswerTest>(row, plan));
   };
   const auto words = [](const orl::Algorithm& a) { return KnownAnswerPlan{a, kLargestBytes, 64}; };
   const auto blocks = [](const orl::Algorithm& a) { return KnownAnswerPlan{a, kLargestBytes, 512}; };
   const auto bits = [](u64 most) { return KnownAnswerPlan{orl::fft_algorithm(), most, 1}; };
-  add("BKT", "Basecase + Karatsuba", "words", Component::kScalarInteger, 2, true,
+  add({"BKT", "Basecase + Karatsuba", "words", Component::kScalarInteger, 2, true},
       words(orl::basecase_algorithm<u64>()));
   tests.push_back(std::make_unique<BbpTest>());
-  add("SFT", "Small In-Cache FFT", "bits", Component::kFloat, 3, true, bits(kCacheBytes));
-  add("FFT", "Fast Fourier Transform", "bits", Component::kFloat, 10, false, bits(kLargestBytes));
-  add("N32", "Classic NTT (32-bit)", "blocks", Component::kInteger, 8, false, blocks(orl::n32_algorithm()));
-  add("N64", "Classic NTT (64-bit)", "blocks", Component::kInteger, 7, true, blocks(orl::n64_algorithm()));
-  add("HNT", "Hybrid NTT", "blocks", Component::kMixedWorkload, 6, true, blocks(orl::hnt_algorithm()));
-  add("VST", "Vector Transform", "blocks", Component::kFloat, 5, true, blocks(orl::vst_algorithm()));
-  add("C17", "Code 17 Experiment", "blocks", Component::kMixed, 4, true, blocks(orl::c17_algorithm()));
+  add({"SFT", "Small In-Cache FFT", "bits", Component::kFloat, 3, true}, bits(kCacheBytes));
+  add({"FFT", "Fast Fourier Transform", "bits", Component::kFloat, 10, false}, bits(kLargestBytes));
+  add({"N32", "Classic NTT (32-bit)", "blocks", Component::kInteger, 8, false}, blocks(orl::n32_algorithm()));
+  add({"N64", "Classic NTT (64-bit)", "blocks", Component::kInteger, 7, true}, blocks(orl::n64_algorithm()));
+  add({"HNT", "Hybrid NTT", "blocks", Component::kMixedWorkload, 6, true}, blocks(orl::hnt_algorithm()));
+  add({"VST", "Vector Transform", "blocks", Component::kFloat, 5, true}, blocks(orl::vst_algorithm()));
+  add({"C17", "Code 17 Experiment", "blocks", Component::kMixed, 4, true}, blocks(orl::c17_algorithm()));
   return tests;
 }
 

@@ -15,27 +15,29 @@ class StressTest {
   /// Which part of a processor the test loads most.
   enum class Component { kScalarInteger, kInteger, kFloat, kMixed, kMixedWorkload };
 
-  /// `weight` from 1 to 10: how much the test leans on memory rather than on the processor.
-  StressTest(const char* tag, const char* name, const char* unit, Component component, unsigned weight,
-             bool enabled_by_default)
-      : enabled(enabled_by_default),
-        tag_(tag),
-        name_(name),
-        unit_(unit),
-        component_(component),
-        weight_(weight) {}
+  /// What is said of a test.
+  struct Row {
+    const char* tag;   ///< of the command line, such as "C17"
+    const char* name;  ///< of menus and summaries
+    const char* unit;  ///< of an operand's length
+    Component component;
+    unsigned weight;  ///< 1 to 10: how much the test leans on memory rather than on the processor
+    bool enabled;     ///< by default
+  };
+
+  explicit StressTest(const Row& row) : enabled(row.enabled), row_(row) {}
   StressTest(const StressTest&) = delete;
   StressTest& operator=(const StressTest&) = delete;
   virtual ~StressTest() = default;
 
-  const char* tag() const { return tag_; }
-  const char* name() const { return name_; }
-  const char* unit() const { return unit_; }
-  unsigned weight() const { return weight_; }
+  const char* tag() const { return row_.tag; }
+  const char* name() const { return row_.name; }
+  const char* unit() const { return row_.unit; }
+  unsigned weight() const { return row_.weight; }
   /// Such as "AVX512 Float": the kernels that this machine runs.
   std::string component() const;
   /// "BKT - Basecase + Karatsuba".
-  std::string title() const { return std::string(tag_) + " - " + name_; }
+  std::string title() const { return std::string(row_.tag) + " - " + row_.name; }
 
   /// The work of one thread in a share of memory; null when the test does not fit.
   virtual std::unique_ptr<StressWork> plan(u64 share_bytes) const = 0;
@@ -43,11 +45,7 @@ class StressTest {
   bool enabled;
 
  private:
-  const char* tag_;
-  const char* name_;
-  const char* unit_;
-  Component component_;
-  unsigned weight_;
+  Row row_;
 };
 
 /// All of them, in order, those on that are on by default.

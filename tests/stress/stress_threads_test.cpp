@@ -80,7 +80,7 @@ class ToyWork final : public StressWork {
 
 class ToyTest final : public StressTest {
  public:
-  ToyTest() : StressTest("TOY", "Toy", "toys", Component::kMixed, 1, true) {}
+  ToyTest() : StressTest({"TOY", "Toy", "toys", Component::kMixed, 1, true}) {}
   std::unique_ptr<StressWork> plan(u64) const override { return std::make_unique<ToyWork>(seen, behaviour); }
 
   mutable Seen seen;

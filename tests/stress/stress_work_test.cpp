@@ -110,7 +110,7 @@ TEST(StressWork, NeverWaits) {
 
 class ThrowingTest final : public StressTest {
  public:
-  ThrowingTest() : StressTest("BAD", "Bad", "bads", Component::kMixed, 1, true) {}
+  ThrowingTest() : StressTest({"BAD", "Bad", "bads", Component::kMixed, 1, true}) {}
   std::unique_ptr<StressWork> plan(u64) const override { throw 1; }
 };
 
