@@ -74,4 +74,4 @@ for label, key in ('Start Date:', 'StartDate'), ('End Date:', 'EndDate'):
     expect(label, value(text, label), times[key])
 expect('ValidationFile', results['ValidationFile'], sys.argv[2])
 
-sys.exit('\n'.join(faults))
+sys.exit('\n'.join(faults) or 0)

@@ -110,6 +110,13 @@ const char* const kEnable = "Output.Format.OutputEnable";
 const char* const kPerFile = "Output.Format.DigitsPerFile";
 const char* const kPath = "Output.Format.Path";
 
+Settings raid(const std::string& name) {
+  return {{name + ".Type", "raid3"},
+          {name + ".Paths[0]", "/a"},
+          {name + ".Paths[1]", "/b"},
+          {name + ".Paths[2]", "/c"}};
+}
+
 TEST(Options, OfAComputationChangeTheirOwnSetting) {
   const orl::test::TemporaryFolder folder;
   const std::vector<std::string> swap = {"-mode:swap"};
@@ -131,7 +138,7 @@ TEST(Options, OfAComputationChangeTheirOwnSetting) {
                               {{"-json:1"}, {{"Output.JsonResults", "true"}}},
                               {{"-M:1G"}, {{"Memory", "1073741824"}}, swap},
                               {{"-minIO:1M"}, {{"BytesPerSeek", "1048576"}}, swap},
-                              {{"-swap:raid3", "/a", "/b", "/c"}, {{"RaidFile.Level", "3"}}, swap}});
+                              {{"-swap:raid3", "/a", "/b", "/c"}, raid("RaidFile"), swap}});
 }
 
 TEST(Options, OfTheProgramChangeTheirOwnSetting) {
@@ -163,9 +170,10 @@ TEST(Options, OfTheBenchmarksAndTheStressTesterChangeTheirOwnSetting) {
                                 with_shared({{{"-o", folder.path()}, {{kPath, folder.path()}}},
                                              {{"-od:1"}, {{kEnable, "true"}}},
                                              {{"-json:1"}, {{"Output.JsonResults", "true"}}}}));
-  expect_effects<BenchIoSettings>(benchio_options(), with_shared({{{"-M:4G"}, {{"total", "4294967296"}}},
-                                                                  {{"-minIO:1M"}, {{"unit", "1048576"}}},
-                                                                  {{"-swap:raid3", "/a", "/b", "/c"}, {}}}));
+  expect_effects<BenchIoSettings>(benchio_options(),
+                                  with_shared({{{"-M:4G"}, {{"total", "4294967296"}}},
+                                               {{"-minIO:1M"}, {{"unit", "1048576"}}},
+                                               {{"-swap:raid3", "/a", "/b", "/c"}, raid("Raid")}}));
   std::vector<Row> stress = {{{"-M:1G"}, {{"TotalMemory", "1073741824"}}}, {{"-D:7"}, {{"Seconds", "7"}}}};
   for (const char* test : {"BKT", "N32", "N64", "HNT", "VST", "C17"})
     stress.push_back({{test}, {{"tests", std::string(test) + " "}}});
