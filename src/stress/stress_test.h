@@ -25,6 +25,7 @@ class StressTest {
     bool enabled;     ///< by default
   };
 
+  /// Chosen as its row says.
   explicit StressTest(const Row& row) : enabled(row.enabled), row_(row) {}
   StressTest(const StressTest&) = delete;
   StressTest& operator=(const StressTest&) = delete;
