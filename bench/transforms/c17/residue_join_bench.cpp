@@ -25,11 +25,11 @@ double join_ns(const ResidueKernels& kernels, const ResiduePlan& plan, const std
   for (int round = 0; round < 300; ++round) {
     const auto start = std::chrono::steady_clock::now();
     for (u64 b = 0; b < runs; ++b)
-      state[b] = start_residue_run(plan.row, ResidueForm::kPlain, b * points, (b + 1) * points,
+      state[b] = start_residue_run(plan.row, ProductRing::kPlain, b * points, (b + 1) * points,
                                    {words.data(), 0, words.size()});
     for (u64 i = 0; i < points; i += call)
       for (u64 b = 0; b < runs; ++b) kernels.join(plan, x.data() + b * points + i, kPoints, call, state[b]);
-    resolve_residue_runs(plan.row, ResidueForm::kPlain, state.data(), runs);
+    resolve_residue_runs(plan.row, ProductRing::kPlain, state.data(), runs);
     best = std::min(
         best, std::chrono::duration<double, std::nano>(std::chrono::steady_clock::now() - start).count());
   }
@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
   const ResidueKernels& kernels = residue_kernels(simd::active_target());
   std::printf("%s kernels\n P   one run  side by side  (ns a point)\n", kernels.name);
   for (u8 P = 4; P <= 9; ++P) {
-    ResiduePlan plan{{P, 1, 11}, ResidueForm::kPlain, &residue_set(P, 1), {}};
+    ResiduePlan plan{{P, 1, 11}, ProductRing::kPlain, &residue_set(P, 1), {}};
     std::vector<double> x(P * kPoints);
     u64 random = 1;
     for (u32 r = 0; r < P; ++r) {

@@ -123,8 +123,8 @@ double residue_inverse_bound(u32 n, u32 k) {
   return bounds.at(k / 2).at(n);
 }
 
-u32 residue_coefficient_bits(const ResidueRow& row, ResidueForm form) {
-  const u64 terms = form == ResidueForm::kPlain ? row.points() / 2 : row.points();
+u32 residue_coefficient_bits(const ResidueRow& row, ProductRing ring) {
+  const u64 terms = ring == ProductRing::kPlain ? row.points() / 2 : row.points();
   return static_cast<u32>(2 * row.point_bits() + static_cast<u64>(std::bit_width(terms - 1)));
 }
 

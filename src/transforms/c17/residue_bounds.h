@@ -3,6 +3,7 @@
 #pragma once
 
 #include "transforms/c17/residue_primes.h"
+#include "transforms/common/transform_records.h"
 
 namespace orl {
 
@@ -19,7 +20,7 @@ double residue_forward_bound(u32 n);
 double residue_inverse_bound(u32 n, u32 k);
 /// Bits of the largest coefficient, or of its absolute value, that a product of `row` can have: half of the
 /// points as terms, or all where it wraps.
-u32 residue_coefficient_bits(const ResidueRow& row, ResidueForm form);
+u32 residue_coefficient_bits(const ResidueRow& row, ProductRing ring);
 /// Throws InvalidParametersException "Invalid Function Parameters:   " for a shape whose residues or
 /// coefficients could leave their range.
 void check_residue_bounds(const ResidueRow& row);

@@ -10,16 +10,6 @@ namespace {
 
 constexpr u32 kHead = ResidueJoinRun::kHead;
 
-void put_word(ResidueWindow w, u64 index, u64 value) {
-  const u64 at = 2 * index;
-  if (at >= w.begin && at + 2 <= w.end) {
-    std::memcpy(w.target + (at - w.begin), &value, 8);
-    return;
-  }
-  if (at >= w.begin && at < w.end) w.target[at - w.begin] = static_cast<u32>(value);
-  if (at + 1 >= w.begin && at + 1 < w.end) w.target[at + 1 - w.begin] = static_cast<u32>(value >> 32);
-}
-
 /// What a run leaves to the words after it: a signed number.
 struct Overflow {
   u64 word[kHead] = {};
@@ -65,12 +55,11 @@ Overflow overflow_of(const ResidueJoinRun& run, u32 P) {
 }
 
 /// Adds -1, 0 or 1 to words (32-bit) [at, end) of the window; returns the carry.
-s64 ripple(ResidueWindow window, u64 at, u64 end, s64 carry) {
-  for (u32* x = window.target + (at - window.begin); carry && at < end; ++at, ++x) {
-    if (carry > 0)
-      carry = ++*x == 0;
-    else
-      carry = -((*x)-- == 0);
+s64 ripple(WordWindow window, u64 at, u64 end, s64 carry) {
+  for (; carry && at < end; ++at) {
+    const u32 before = load_u32(window.at(at));
+    store_u32(window.at(at), before + static_cast<u32>(carry));
+    carry = before == (carry > 0 ? ~u32{0} : 0) ? carry : 0;
   }
   return carry;
 }
@@ -78,7 +67,7 @@ s64 ripple(ResidueWindow window, u64 at, u64 end, s64 carry) {
 /// Adds an overflow to a run. Returns what leaves its end, where that is still in the window.
 s64 add_to_run(ResidueJoinRun& run, const Overflow& overflow) {
   s64 carry = overflow.add_to(run.head);
-  for (u32 j = 0; j < kHead; ++j) put_word(run.window, run.begin + j, run.head[j]);
+  for (u32 j = 0; j < kHead; ++j) run.window.put_u64(run.begin + j, run.head[j]);
   u64 at = 2 * (run.begin + kHead);
   const u64 stop = std::min(2 * run.end, run.window.end);
   if (carry && at < run.window.begin) {
@@ -106,15 +95,15 @@ u32 ResidueJoinRun::excess_bits() const {
   return bits > limit_bits ? bits - limit_bits : 0;
 }
 
-ResidueJoinRun start_residue_run(const ResidueRow& row, ResidueForm form, u64 begin, u64 end,
-                                 ResidueWindow window) {
+ResidueJoinRun start_residue_run(const ResidueRow& row, ProductRing ring, u64 begin, u64 end,
+                                 WordWindow window) {
   ResidueJoinRun run{};
-  const u32 top_bits = residue_coefficient_bits(row, form) - static_cast<u32>(2 * row.point_bits());
+  const u32 top_bits = residue_coefficient_bits(row, ring) - static_cast<u32>(2 * row.point_bits());
   run.window = window;
   run.begin = run.word = begin * row.point_bits() / 64;
   run.end = end * row.point_bits() / 64;
-  run.offset = form == ResidueForm::kNegacyclic ? u64{1} << top_bits : 0;
-  run.limit_bits = form == ResidueForm::kNegacyclic ? top_bits + 1 : top_bits;
+  run.offset = ring == ProductRing::kNegacyclic ? u64{1} << top_bits : 0;
+  run.limit_bits = ring == ProductRing::kNegacyclic ? top_bits + 1 : top_bits;
   run.dropped_ones = true;
   return run;
 }
@@ -133,24 +122,24 @@ void place_residue_words(ResidueJoinRun& run, const u64* words, u64 count) {
       run.dropped_ones &= value == ~u64{0};
     else if (2 * index < run.window.begin)
       run.dropped_ones &= static_cast<u32>(value) == ~u32{0};
-    put_word(run.window, index, value);
+    run.window.put_u64(index, value);
   }
 }
 
-bool resolve_residue_runs(const ResidueRow& row, ResidueForm form, ResidueJoinRun* runs, u64 count) {
+bool resolve_residue_runs(const ResidueRow& row, ProductRing ring, ResidueJoinRun* runs, u64 count) {
   Overflow overflow = overflow_of(runs[0], row.P);
   for (u64 b = 1; b < count; ++b) {
     const s64 carry = add_to_run(runs[b], overflow);
     overflow = overflow_of(runs[b], row.P);
     overflow.add(carry, 0);
   }
-  if (form == ResidueForm::kPlain) return false;
+  if (ring == ProductRing::kPlain) return false;
 
   const u64 words = row.bits() / 32;
   const Overflow one{{1}};
   Overflow minus_one = one;
   minus_one.negate();
-  if (form == ResidueForm::kCyclic) {
+  if (ring == ProductRing::kCyclic) {
     if (add_to_begin(runs[0], words, overflow)) add_to_begin(runs[0], words, one);
     return false;
   }

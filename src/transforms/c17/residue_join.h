@@ -8,20 +8,15 @@
 #include <bit>
 
 #include "transforms/c17/residue_primes.h"
+#include "transforms/common/transform_records.h"
 
 namespace orl {
-
-/// Words [begin, end) (32-bit) of the product, to target[0].
-struct ResidueWindow {
-  u32* target;
-  u64 begin, end;
-};
 
 /// The state of a run. Words are of 64 bits unless said otherwise, and count from the product's first.
 struct ResidueJoinRun {
   static constexpr u32 kHead = 4;
 
-  ResidueWindow window;
+  WordWindow window;
   u64 begin, end;     ///< its words
   u64 word;           ///< the next
   u64 offset;         ///< what a coefficient's top part must not fall below, negated
@@ -38,8 +33,8 @@ struct ResidueJoinRun {
 };
 
 /// A run of points [begin, end), multiples of 8, of a product of `row`.
-ResidueJoinRun start_residue_run(const ResidueRow& row, ResidueForm form, u64 begin, u64 end,
-                                 ResidueWindow window);
+ResidueJoinRun start_residue_run(const ResidueRow& row, ProductRing ring, u64 begin, u64 end,
+                                 WordWindow window);
 
 /// Takes the run's next words when some of them are its first or stand outside the window.
 void place_residue_words(ResidueJoinRun& run, const u64* words, u64 count);
@@ -47,6 +42,6 @@ void place_residue_words(ResidueJoinRun& run, const u64* words, u64 count);
 /// Adds the overflows of finished runs, which follow each other, to the words after them. Those of a cyclic
 /// or negacyclic product are whole, with all words in the window, and its end wraps to its begin. True for a
 /// negacyclic product that is W^n, whose words are then zero.
-bool resolve_residue_runs(const ResidueRow& row, ResidueForm form, ResidueJoinRun* runs, u64 count);
+bool resolve_residue_runs(const ResidueRow& row, ProductRing ring, ResidueJoinRun* runs, u64 count);
 
 }  // namespace orl

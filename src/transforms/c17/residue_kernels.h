@@ -27,12 +27,12 @@ struct ResidueModulus {
 /// What kernels read of one multiplication.
 struct ResiduePlan {
   ResidueRow row;
-  ResidueForm form;
+  ProductRing ring;
   const ResidueSet* set;
   ResidueModulus modulus[kMaxResiduePrimes];
 
   u64 length() const { return u64{1} << row.n; }
-  bool negacyclic() const { return form == ResidueForm::kNegacyclic; }
+  bool negacyclic() const { return ring == ProductRing::kNegacyclic; }
   /// Node 0 is the sequence modulo x^M - 1, node 1 modulo x^M + 1.
   u64 first_node() const { return negacyclic(); }
   /// Levels of the first and of the last stage; then subtrees of columns() points remain.
@@ -44,12 +44,6 @@ struct ResiduePlan {
   u64 sequence_stride() const { return rows() * subtree_stride(); }
   /// Columns of a tile: all sequences of a tile stay in L2, those of one sequence in L1 where k allows.
   u64 tile_columns() const { return residue_tile_columns(row); }
-};
-
-/// Bytes of an operand or of a product.
-struct ResidueOperand {
-  const u8* data;
-  u64 bytes;
 };
 
 /// One subtree in each of several sequences of a prime, `apart` doubles from one to the next.
@@ -65,11 +59,11 @@ struct ResidueKernels {
   const char* name;
   /// Words to residues, the odd factor, and the first levels() of columns [begin, end) (multiples of 8) of
   /// every sequence of every prime. `tile` holds residue_tile_bytes().
-  void (*first_stage)(const ResiduePlan&, double* F, ResidueOperand a, u64 begin, u64 end, double* tile);
+  void (*first_stage)(const ResiduePlan&, double* F, OperandBytes a, u64 begin, u64 end, double* tile);
   /// Subtrees of x forward.
   void (*forward)(const ResidueModulus&, const ResidueSubtrees&, double* x);
-  /// Forward of both when `raw`, product, inverse; g, which may be x, is changed only when `raw`.
-  void (*multiply)(const ResidueModulus&, const ResidueSubtrees&, double* x, double* g, bool raw);
+  /// Forward of both when only started, product, inverse. g, which may be x, is changed only by the former.
+  void (*multiply)(const ResidueModulus&, const ResidueSubtrees&, double* x, double* g, OperandState state);
   /// The last levels of columns [begin, end), the odd factor's inverse, scale and join: the points of row j
   /// of the columns of output t, from t M + j columns() + begin on, go to run (t rows() + j) of every
   /// `stride`-th. F is destroyed.

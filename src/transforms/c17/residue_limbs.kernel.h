@@ -5,7 +5,7 @@ namespace {
 constexpr u64 kLimbMask = (u64{1} << 48) - 1;
 
 // The 48-bit limbs of eight points from point i on, limb by limb; the last of an odd number has 24 bits.
-RESIDUE_INLINE void read_limbs(ResidueOperand a, u32 P, u64 i, double (*limbs)[8]) {
+RESIDUE_INLINE void read_limbs(OperandBytes a, u32 P, u64 i, double (*limbs)[8]) {
   const u64 bytes = 3 * (P - 1), at = i * bytes;
   alignas(8) u8 local[8 * 3 * 8 + 16];
   const u8* from = a.data + at;

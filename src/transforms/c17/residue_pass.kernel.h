@@ -338,17 +338,17 @@ RESIDUE_INLINE void multiply_tile(const Mod& mod, const BlockRoots& roots, u64 p
   }
 }
 
-// The tiles of a block: their last levels forward when `raw`, the product, and the first levels back.
+// The tiles of a block: their last levels forward when only started, the product, and the first levels back.
 template <bool Square>
 void multiply_tiles(const Mod& mod, const BlockRoots& roots, const BlockRoots& inverses, double* x,
-                    const double* g, u64 points, bool raw, s64 ahead) {
+                    const double* g, u64 points, OperandState state, s64 ahead) {
   const u64 tiles = points / kTilePoints;
   alignas(64) double a[kTilePoints], b[kTilePoints];
   for (u64 j = 0; j < tiles; ++j, x += kTilePoints, g += kTilePoints) {
     const double *left = x, *right = g;
     fetch_rows<1>(x + ahead, 0, 1, kTilePoints);
     if (!Square) fetch_rows<0>(g + ahead, 0, 1, kTilePoints);
-    if (raw) {
+    if (state == OperandState::kStarted) {
       const auto f = roots.pass<3>(tiles, j);
       forward_pass<3, Start::kPlain>(mod, {x, 8}, {a, 8}, 8, f);
       if (!Square) forward_pass<3, Start::kPlain>(mod, {g, 8}, {b, 8}, 8, f);
@@ -365,70 +365,83 @@ void multiply_tiles(const Mod& mod, const BlockRoots& roots, const BlockRoots& i
 // blocks, two tables per block, for all. A subtree that is larger than what stays in cache has room for the
 // tables of one of its own subtrees, which are made anew.
 
-void forward_subtree(const ResidueModulus& modulus, double* x, u64 m, u64 node, BlockRoots* roots,
-                     bool fresh) {
-  if (m > kBlockPoints) {
-    const u64 apart = residue_roots_apart(m);
-    fresh |= apart == 0;
-    const u32 levels = residue_memory_levels(m);
-    with_levels(levels, [&](auto n) { forward_in_place<n, Start::kReduce>(modulus, x, m, node); });
-    for (u64 j = 0; j < u64{1} << levels; ++j)
-      forward_subtree(modulus, x + j * (m >> levels), m >> levels, (node << levels) + j, roots + j * apart,
-                      fresh);
+struct Subtree {
+  u64 points, node;
+  BlockRoots* roots;
+  bool fill;  // whether the roots are still to be made
+  s64 ahead;  // to what comes after the sequence
+
+  // Levels that it does in memory, when it is larger than a block.
+  u32 levels() const { return residue_memory_levels(points); }
+  Subtree child(u64 j) const {
+    const u64 apart = residue_roots_apart(points);
+    return {points >> levels(), (node << levels()) + j, roots + j * apart, fill || apart == 0, ahead};
+  }
+  u32 root_levels() const { return residue_block_levels(points) + 3; }
+};
+
+void forward_subtree(const ResidueModulus& modulus, double* x, const Subtree& s) {
+  if (s.points > kBlockPoints) {
+    with_levels(s.levels(),
+                [&](auto n) { forward_in_place<n, Start::kReduce>(modulus, x, s.points, s.node); });
+    for (u64 j = 0; j < u64{1} << s.levels(); ++j) {
+      const Subtree child = s.child(j);
+      forward_subtree(modulus, x + j * child.points, child);
+    }
     return;
   }
   const Mod mod(modulus);
-  if (fresh) roots->fill(modulus, residue_block_levels(m) + 3, node, false);
-  forward_block(mod, *roots, x, m);
-  forward_nodes<3>(mod, *roots, x, m, kTilePoints);
+  if (s.fill) s.roots->fill(modulus, s.root_levels(), s.node, false);
+  forward_block(mod, *s.roots, x, s.points);
+  forward_nodes<3>(mod, *s.roots, x, s.points, kTilePoints);
 }
 
 // Both go down together, to blocks that are transformed, multiplied and brought back while they are in cache.
-void multiply_subtree(const ResidueModulus& modulus, double* x, double* g, u64 m, u64 node, bool raw,
-                      BlockRoots* roots, bool fresh, s64 ahead) {
-  if (m > kBlockPoints) {
-    const u64 apart = residue_roots_apart(m);
-    fresh |= apart == 0;
-    const u32 levels = residue_memory_levels(m);
-    with_levels(levels, [&](auto n) {
-      if (raw) forward_in_place<n, Start::kReduce>(modulus, x, m, node);
-      if (raw && g != x) forward_in_place<n, Start::kReduce>(modulus, g, m, node);
+void multiply_subtree(const ResidueModulus& modulus, double* x, double* g, OperandState state,
+                      const Subtree& s) {
+  const bool forward_x = state == OperandState::kStarted, forward_g = forward_x && g != x;
+  if (s.points > kBlockPoints) {
+    with_levels(s.levels(), [&](auto n) {
+      if (forward_x) forward_in_place<n, Start::kReduce>(modulus, x, s.points, s.node);
+      if (forward_g) forward_in_place<n, Start::kReduce>(modulus, g, s.points, s.node);
     });
-    for (u64 j = 0; j < u64{1} << levels; ++j) {
-      const u64 at = j * (m >> levels);
-      multiply_subtree(modulus, x + at, g + at, m >> levels, (node << levels) + j, raw, roots + j * apart,
-                       fresh, ahead);
+    for (u64 j = 0; j < u64{1} << s.levels(); ++j) {
+      const Subtree child = s.child(j);
+      multiply_subtree(modulus, x + j * child.points, g + j * child.points, state, child);
     }
-    with_levels(levels, [&](auto n) { inverse_in_place<n>(modulus, x, m, node); });
+    with_levels(s.levels(), [&](auto n) { inverse_in_place<n>(modulus, x, s.points, s.node); });
     return;
   }
   const Mod mod(modulus);
-  if (fresh) {
-    roots[0].fill(modulus, residue_block_levels(m) + 3, node, false);
-    roots[1].fill(modulus, residue_block_levels(m) + 3, node, true);
+  BlockRoots &roots = s.roots[0], &inverses = s.roots[1];
+  if (s.fill) {
+    roots.fill(modulus, s.root_levels(), s.node, false);
+    inverses.fill(modulus, s.root_levels(), s.node, true);
   }
-  if (raw) forward_block(mod, roots[0], x, m);
-  if (raw && g != x) forward_block(mod, roots[0], g, m);
+  if (forward_x) forward_block(mod, roots, x, s.points);
+  if (forward_g) forward_block(mod, roots, g, s.points);
   if (g == x)
-    multiply_tiles<true>(mod, roots[0], roots[1], x, x, m, raw, ahead);
+    multiply_tiles<true>(mod, roots, inverses, x, x, s.points, state, s.ahead);
   else
-    multiply_tiles<false>(mod, roots[0], roots[1], x, g, m, raw, ahead);
-  inverse_block(mod, roots[1], x, m);
+    multiply_tiles<false>(mod, roots, inverses, x, g, s.points, state, s.ahead);
+  inverse_block(mod, inverses, x, s.points);
+}
+
+// The same subtree of sequence j. The first makes the roots for all.
+Subtree subtree_of(const ResidueSubtrees& s, u64 j) {
+  return {s.points, s.node, static_cast<BlockRoots*>(s.roots), j == 0,
+          j + 1 < s.count ? static_cast<s64>(s.apart) : s.ahead};
 }
 
 void forward(const ResidueModulus& modulus, const ResidueSubtrees& subtrees, double* x) {
-  BlockRoots* roots = static_cast<BlockRoots*>(subtrees.roots);
   for (u64 j = 0; j < subtrees.count; ++j)
-    forward_subtree(modulus, x + j * subtrees.apart, subtrees.points, subtrees.node, roots, j == 0);
+    forward_subtree(modulus, x + j * subtrees.apart, subtree_of(subtrees, j));
 }
 
 void multiply(const ResidueModulus& modulus, const ResidueSubtrees& subtrees, double* x, double* g,
-              bool raw) {
-  BlockRoots* roots = static_cast<BlockRoots*>(subtrees.roots);
+              OperandState state) {
   for (u64 j = 0; j < subtrees.count; ++j)
-    multiply_subtree(modulus, x + j * subtrees.apart, g + j * subtrees.apart, subtrees.points, subtrees.node,
-                     raw, roots, j == 0,
-                     j + 1 < subtrees.count ? static_cast<s64>(subtrees.apart) : subtrees.ahead);
+    multiply_subtree(modulus, x + j * subtrees.apart, g + j * subtrees.apart, state, subtree_of(subtrees, j));
 }
 
 // Rows that are the subtrees of a node ----------------------------------------------------------------------
@@ -492,7 +505,7 @@ void inverse_rows(const ResidueModulus& modulus, u64 node, u32 levels, Rows<cons
 // Residues of `width` points of each sequence from position i on, sequence by sequence `stride` apart: limbs,
 // then the odd factor. Modulo x^N + 1, N = k M, point t M + i stands with sign (-1)^t.
 template <u32 K>
-void split_points(const ResiduePlan& plan, const OddFactor<K>& odd, ResidueOperand a, u64 i, u64 width,
+void split_points(const ResiduePlan& plan, const OddFactor<K>& odd, OperandBytes a, u64 i, u64 width,
                   double* out, u64 stride) {
   const u32 P = plan.row.P;
   const u64 M = plan.length(), bytes = 3 * (u64{P} - 1);
@@ -524,7 +537,7 @@ void split_points(const ResiduePlan& plan, const OddFactor<K>& odd, ResidueOpera
 }
 
 // Rows of a tile that hold points of a short operand at column c or beyond.
-u64 filled_rows(const ResiduePlan& plan, ResidueOperand a, u64 c) {
+u64 filled_rows(const ResiduePlan& plan, OperandBytes a, u64 c) {
   const u64 bytes = 3 * (u64{plan.row.P} - 1), q = plan.columns(), rows = plan.rows();
   if (plan.row.k > 1) return rows;
   const u64 points = (a.bytes + bytes - 1) / bytes;
@@ -537,7 +550,7 @@ constexpr u64 kRowsAhead = 4;
 
 // The operand's bytes of `width` points of each sequence from position i on.
 template <u32 K>
-RESIDUE_INLINE void fetch_points(const ResiduePlan& plan, ResidueOperand a, u64 i, u64 width) {
+RESIDUE_INLINE void fetch_points(const ResiduePlan& plan, OperandBytes a, u64 i, u64 width) {
   const u64 bytes = 3 * (u64{plan.row.P} - 1), M = plan.length();
   for (u32 t = 0; t < K; ++t) {
     const u64 begin = (i + t * M) * bytes, end = begin + width * bytes;
@@ -547,7 +560,7 @@ RESIDUE_INLINE void fetch_points(const ResiduePlan& plan, ResidueOperand a, u64 
 
 // Split and the first levels: tiles of columns, every sequence of every prime, go from words to F.
 template <u32 K>
-void first_stage_of(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin, u64 end, double* tile) {
+void first_stage_of(const ResiduePlan& plan, double* F, OperandBytes a, u64 begin, u64 end, double* tile) {
   const u32 sequences = plan.row.P * K;
   const u64 M = plan.length(), q = plan.columns(), rows = plan.rows(), C = plan.tile_columns();
   const u64 apart = plan.subtree_stride(), sequence = plan.sequence_stride();
@@ -644,7 +657,7 @@ void last_stage_of(const ResiduePlan& plan, double* F, u64 begin, u64 end, doubl
 
 // Table ----------------------------------------------------------------------------------------------------
 
-void first_stage(const ResiduePlan& plan, double* F, ResidueOperand a, u64 begin, u64 end, double* tile) {
+void first_stage(const ResiduePlan& plan, double* F, OperandBytes a, u64 begin, u64 end, double* tile) {
   with_odd_factor(plan.row.k, [&](auto k) { first_stage_of<k>(plan, F, a, begin, end, tile); });
 }
 void last_stage(const ResiduePlan& plan, double* F, u64 begin, u64 end, double* tile, ResidueJoinRun* runs,

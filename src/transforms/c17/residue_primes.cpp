@@ -164,12 +164,4 @@ std::span<const ResiduePrime> residue_primes() { return tables().primes; }
 const ResidueSet& residue_set(u32 P, u32 k) { return tables().sets[P - 4][k >> 1]; }
 std::span<const ResidueRow> residue_rows() { return kRows; }
 
-const ResidueRow& find_residue_row(u64 bits) {
-  const auto rows = residue_rows();
-  const auto found =
-      std::partition_point(rows.begin(), rows.end(), [&](const ResidueRow& r) { return r.bits() < bits; });
-  if (found == rows.end()) throw LimitExceededException("C17", rows.back().bits(), bits);
-  return *found;
-}
-
 }  // namespace orl

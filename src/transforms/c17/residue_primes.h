@@ -61,17 +61,11 @@ struct ResidueRow {
   constexpr u64 bits() const { return points() * point_bits(); }
 };
 
-/// Products below W^n, modulo W^n - 1 and modulo W^n + 1, whose coefficients may be negative; W = 2^32, and n
-/// words are the bits of the row.
-enum class ResidueForm { kPlain, kCyclic, kNegacyclic };
-
 /// All primes that stand in a set.
 std::span<const ResiduePrime> residue_primes();
 /// P from 4 to 9, k in 1, 3, 5, 7.
 const ResidueSet& residue_set(u32 P, u32 k);
 /// In order of capacity.
 std::span<const ResidueRow> residue_rows();
-/// First row that holds a product of `bits`. Throws LimitExceededException past the last row.
-const ResidueRow& find_residue_row(u64 bits);
 
 }  // namespace orl

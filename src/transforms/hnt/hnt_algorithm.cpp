@@ -2,6 +2,7 @@
 
 #include "core/exceptions.h"
 #include "simd/target.h"
+#include "transforms/common/transform_driver.h"
 #include "transforms/fft/fft.h"
 #include "transforms/hnt/hnt.h"
 #include "transforms/hnt/hnt_tables.h"
@@ -46,7 +47,7 @@ class HntParameters final : public Parameters {
   }
 
   void forward(void* F, Words<u32> A, void* tmp, ParallelContext parallel) const override {
-    check_length(A.count);
+    check_length(kId, max_bits_, A.count);
     const Parts parts = running_parts();
     const Areas areas(*this, tmp);
     const u64 n = row_.wrapped_words();
@@ -84,10 +85,6 @@ class HntParameters final : public Parameters {
     }
   };
 
-  void check_length(u64 words) const {
-    if (words * 32 > max_bits_)
-      throw ConvolutionTooSmallException(kId, "Convolution length is too small.", max_bits_, words * 32);
-  }
   Parts running_parts() const {
     if (!tables_ || !tables_->parts())
       throw InvalidParametersException(kId, "Invalid Function Parameters:   ");
@@ -107,7 +104,7 @@ class HntParameters final : public Parameters {
   }
 
   void inverse(void* F, const void* G, Window<u32> T, void* tmp, ParallelContext parallel) const {
-    check_length(T.len);
+    check_length(kId, max_bits_, T.len);
     const Parts parts = running_parts();
     const Areas areas(*this, tmp);
     try {

@@ -8,16 +8,6 @@ namespace {
 
 constexpr u32 kHead = NttBlockEnd::kHead;
 
-void put_word(NttWindow w, u64 index, u64 value) {
-  const u64 at = 2 * index;
-  if (at >= w.begin && at + 2 <= w.end) {
-    std::memcpy(w.target + (at - w.begin), &value, 8);
-    return;
-  }
-  if (at >= w.begin && at < w.end) w.target[at - w.begin] = static_cast<u32>(value);
-  if (at + 1 >= w.begin && at + 1 < w.end) w.target[at + 1 - w.begin] = static_cast<u32>(value >> 32);
-}
-
 // Sum of c_i cofactor_i less the multiple of the modulus that the estimate finds; two's complement.
 template <class R, u32 P>
 struct Joiner {
@@ -29,10 +19,7 @@ struct Joiner {
   double inverse[P];
 
   Joiner(const NttPlan<R>& plan, const R* residues)
-      : set(*plan.set),
-        F(residues),
-        points(plan.row.points()),
-        bias(plan.ring == NttRing::kNegacyclic ? 0.5 : 0.25) {
+      : set(*plan.set), F(residues), points(plan.row.points()), bias(plan.negacyclic() ? 0.5 : 0.25) {
     for (u32 i = 0; i < P; ++i) inverse[i] = 1 / static_cast<double>(plan.modulus[i].p);
   }
 
@@ -73,7 +60,7 @@ u64 bits_above(const u64 (&x)[kWords], u32 limit_bits) {
 }
 
 template <class R, u32 P>
-u64 join_points(const NttPlan<R>& plan, const R* F, u64 begin, u64 end, u32 limit_bits, NttWindow window,
+u64 join_points(const NttPlan<R>& plan, const R* F, u64 begin, u64 end, u32 limit_bits, WordWindow window,
                 NttBlockEnd& result) {
   using J = Joiner<R, P>;
   constexpr u32 kPointBits = 4 * sizeof(R) * (P - 1);
@@ -112,7 +99,7 @@ u64 join_points(const NttPlan<R>& plan, const R* F, u64 begin, u64 end, u32 limi
         result.dropped_ones &= value == ~u64{0};
       else if (2 * word < window.begin)
         result.dropped_ones &= static_cast<u32>(value) == ~u32{0};
-      put_word(window, word, value);
+      window.put_u64(word, value);
       ++word;
       for (u32 j = 0; j + 1 < kRoom; ++j) acc[j] = acc[j + 1];
       acc[kRoom - 1] = acc[kRoom - 1] >> 63 ? ~u64{0} : 0;
@@ -128,8 +115,8 @@ u64 join_points(const NttPlan<R>& plan, const R* F, u64 begin, u64 end, u32 limi
 s64 add_signed(u32* T, u64 n, u64 at, const u64* overflow, s64 sign) {
   s64 carry = 0;
   const auto step = [&](s64 value) {
-    const s64 t = static_cast<s64>(T[at]) + value + carry;
-    T[at++] = static_cast<u32>(t);
+    const s64 t = static_cast<s64>(load_u32(T + at)) + value + carry;
+    store_u32(T + at++, static_cast<u32>(t));
     carry = t >> 32;
   };
   for (u32 j = 0; j < 2 * kHead; ++j) step(sign * static_cast<u32>(overflow[j / 2] >> (32 * (j % 2))));
@@ -141,7 +128,7 @@ s64 add_signed(u32* T, u64 n, u64 at, const u64* overflow, s64 sign) {
 }  // namespace
 
 template <class R>
-u64 join_ntt(const NttPlan<R>& plan, const R* F, u64 begin, u64 end, u32 limit_bits, NttWindow window,
+u64 join_ntt(const NttPlan<R>& plan, const R* F, u64 begin, u64 end, u32 limit_bits, WordWindow window,
              NttBlockEnd& result) {
   switch (plan.row.P) {
     case 4:
@@ -158,7 +145,7 @@ u64 join_ntt(const NttPlan<R>& plan, const R* F, u64 begin, u64 end, u32 limit_b
 }
 
 void resolve_ntt_carries(NttBlockEnd* blocks, u64 count, u64 words_per_block, u64 total_words,
-                         NttWindow window) {
+                         WordWindow window) {
   u64 adds[kHead] = {};
   for (u64 b = 0; b < count; ++b) {
     const u64 first = b * words_per_block, last = std::min(first + words_per_block, total_words);
@@ -171,7 +158,7 @@ void resolve_ntt_carries(NttBlockEnd* blocks, u64 count, u64 words_per_block, u6
         const u64 c1 = __builtin_add_overflow(block.head[j], adds[j], &s);
         const u64 c2 = __builtin_add_overflow(s, carry, &s);
         carry = c1 + c2;
-        put_word(window, first + j, s);
+        window.put_u64(first + j, s);
       }
       // Onwards in 32-bit words.
       u64 at = 2 * (first + kHead);
@@ -179,8 +166,11 @@ void resolve_ntt_carries(NttBlockEnd* blocks, u64 count, u64 words_per_block, u6
         if (!block.dropped_ones) carry = 0;
         at = std::min(window.begin, 2 * last);
       }
-      for (const u64 stop = std::min(2 * last, window.end); carry && at < stop; ++at)
-        carry = ++window.target[at - window.begin] == 0;
+      for (const u64 stop = std::min(2 * last, window.end); carry && at < stop; ++at) {
+        const u32 word = load_u32(window.at(at)) + 1;
+        store_u32(window.at(at), word);
+        carry = word == 0;
+      }
       u64 spill = carry;
       for (u32 j = 0; j < kHead && spill; ++j) spill = ++block.overflow[j] == 0;
     }
@@ -188,9 +178,9 @@ void resolve_ntt_carries(NttBlockEnd* blocks, u64 count, u64 words_per_block, u6
   }
 }
 
-bool resolve_wrapped_carries(const NttBlockEnd* blocks, u64 count, u64 words_per_block, NttRing ring, u32* T,
-                             u64 n) {
-  const s64 sign = ring == NttRing::kNegacyclic ? -1 : 1;  // of W^n
+bool resolve_wrapped_carries(const NttBlockEnd* blocks, u64 count, u64 words_per_block, ProductRing ring,
+                             u32* T, u64 n) {
+  const s64 sign = ring == ProductRing::kNegacyclic ? -1 : 1;  // of W^n
   s64 carry = 0;
   for (u64 b = 0; b + 1 < count; ++b)
     carry += add_signed(T, n, 2 * (b + 1) * words_per_block, blocks[b].overflow, 1);
@@ -199,20 +189,20 @@ bool resolve_wrapped_carries(const NttBlockEnd* blocks, u64 count, u64 words_per
     const s64 wrapped = carry;
     carry *= sign;
     for (u64 at = 0; carry && at < n; ++at) {
-      const s64 t = static_cast<s64>(T[at]) + carry;
-      T[at] = static_cast<u32>(t);
+      const s64 t = static_cast<s64>(load_u32(T + at)) + carry;
+      store_u32(T + at, static_cast<u32>(t));
       carry = t >> 32;
     }
     // W^n itself became W^n - 1 - W^n.
     if (sign < 0 && wrapped == 1 && carry) {
-      std::fill_n(T, n, 0);
+      std::memset(T, 0, 4 * n);
       return true;
     }
   }
   return false;
 }
 
-template u64 join_ntt(const NttPlan<u64>&, const u64*, u64, u64, u32, NttWindow, NttBlockEnd&);
-template u64 join_ntt(const NttPlan<u32>&, const u32*, u64, u64, u32, NttWindow, NttBlockEnd&);
+template u64 join_ntt(const NttPlan<u64>&, const u64*, u64, u64, u32, WordWindow, NttBlockEnd&);
+template u64 join_ntt(const NttPlan<u32>&, const u32*, u64, u64, u32, WordWindow, NttBlockEnd&);
 
 }  // namespace orl

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "simd/target.h"
+#include "transforms/common/transform_records.h"
 #include "transforms/ntt/ntt_primes.h"
 
 namespace orl {
@@ -24,29 +25,22 @@ struct NttModulus {
   const NttFactor<R>* sine;
 };
 
-/// The ring of a product: its node 0 or 1.
-enum class NttRing : u8 { kCyclic = 0, kNegacyclic = 1 };
-
 /// What kernels read of one multiplication.
 template <class R>
 struct NttPlan {
   NttRow<R> row;
-  NttRing ring;
+  ProductRing ring;
   const NttSet<R>* set;
   NttModulus<R> modulus[kMaxNttPrimes];
   u64 length() const { return u64{1} << row.n; }
-  u64 root() const { return static_cast<u64>(ring); }
+  bool negacyclic() const { return ring == ProductRing::kNegacyclic; }
+  /// The first node.
+  u64 root() const { return negacyclic(); }
   /// Whether a sequence is first cut into kNttRadix subtrees.
   bool divided() const { return row.n > 12; }
 };
 
 inline constexpr u32 kNttRadix = 16;
-
-/// Bytes of an operand.
-struct NttOperand {
-  const u8* data;
-  u64 bytes;
-};
 
 /// One instruction set's stages.
 template <class R>
@@ -54,7 +48,7 @@ struct NttKernels {
   const char* name;
   /// Residues of points i in [begin, end) (multiples of 8) of each sequence, through the odd factor's
   /// butterfly.
-  void (*split)(const NttPlan<R>&, R* F, NttOperand a, u64 begin, u64 end);
+  void (*split)(const NttPlan<R>&, R* F, OperandBytes a, u64 begin, u64 end);
   /// First pass of a divided sequence over columns [begin, end) (multiples of 8) of length() / kNttRadix.
   void (*first_pass)(const NttModulus<R>&, R* x, u64 m, u64 node, u64 begin, u64 end);
   void (*last_pass)(const NttModulus<R>&, R* x, u64 m, u64 node, u64 begin, u64 end);

@@ -212,7 +212,7 @@ NTT_INLINE void odd_transform(const NttModulus<R>& m, const Mod<R>& mod, U64 (&z
 // The words of eight points from point i on, the first of which is there, word by word; the last of an odd
 // number of halves is a half.
 template <class R>
-NTT_INLINE void read_limbs(NttOperand a, u32 P, u64 i, u64 (*limbs)[8]) {
+NTT_INLINE void read_limbs(OperandBytes a, u32 P, u64 i, u64 (*limbs)[8]) {
   constexpr u32 kBytes = sizeof(R);
   const u64 bytes = kBytes / 2 * (P - 1), at = i * bytes;
   alignas(8) u8 local[8 * 28 + 16];
@@ -232,7 +232,7 @@ NTT_INLINE void read_limbs(NttOperand a, u32 P, u64 i, u64 (*limbs)[8]) {
 }
 
 template <u32 K, class R>
-void split_odd(const NttPlan<R>& plan, R* F, NttOperand a, u64 begin, u64 end) {
+void split_odd(const NttPlan<R>& plan, R* F, OperandBytes a, u64 begin, u64 end) {
   const u32 P = plan.row.P;
   const u64 M = plan.length(), points = plan.row.points();
   const u64 filled = (a.bytes + sizeof(R) / 2 * (P - 1) - 1) / (sizeof(R) / 2 * (P - 1));
@@ -255,7 +255,7 @@ void split_odd(const NttPlan<R>& plan, R* F, NttOperand a, u64 begin, u64 end) {
           U64 v = mod.times(U64::load(limbs[t][0] + h), plan.set->limb[r][0]);
           for (u32 j = 1; j < P / 2; ++j)
             v = mod.add(v, mod.times(U64::load(limbs[t][j] + h), plan.set->limb[r][j]));
-          if (plan.ring == NttRing::kNegacyclic && t % 2) v = mod.sub(U64::all(0), v);
+          if (plan.negacyclic() && t % 2) v = mod.sub(U64::all(0), v);
           Lanes<R>::store((K == 1 ? z[0] : values) + h, v);
         }
         if (K == 1) continue;
@@ -293,7 +293,7 @@ void finish_odd(const NttPlan<R>& plan, R* F, u64 begin, u64 end) {
         u64 c = (i + t * M) % K;
         if (K > 1)
           for (u32 l = 0; l < 8; ++l, c = c + 1 == K ? 0 : c + 1) values[l] = z[c][l];
-        const bool negative = plan.ring == NttRing::kNegacyclic && t % 2;
+        const bool negative = plan.negacyclic() && t % 2;
         const NttFactor<R> scale = negative ? modulus.minus_scale : modulus.scale;
         for (u32 h = 0; h < 8; h += L)
           Lanes<R>::store(x + t * M + h, mod.times(Lanes<R>::load((K == 1 ? z[0] : values) + h), scale));
@@ -303,7 +303,7 @@ void finish_odd(const NttPlan<R>& plan, R* F, u64 begin, u64 end) {
 }
 
 template <class R>
-void split(const NttPlan<R>& plan, R* F, NttOperand a, u64 begin, u64 end) {
+void split(const NttPlan<R>& plan, R* F, OperandBytes a, u64 begin, u64 end) {
   switch (plan.row.k) {
     case 1:
       return split_odd<1>(plan, F, a, begin, end);

@@ -164,14 +164,6 @@ std::span<const NttRow<u32>> ntt_rows() {
 }
 
 template <class R>
-const NttRow<R>* find_ntt_row(u64 bits) {
-  const auto rows = ntt_rows<R>();
-  const auto found =
-      std::partition_point(rows.begin(), rows.end(), [&](const NttRow<R>& r) { return r.bits() < bits; });
-  return found == rows.end() ? nullptr : &*found;
-}
-
-template <class R>
 u32 ntt_coefficient_bits(const NttRow<R>& row, u64 terms) {
   return static_cast<u32>(2 * row.point_bits() + static_cast<u64>(std::bit_width(terms - 1)));
 }
@@ -191,8 +183,6 @@ template std::span<const NttPrime<u64>> ntt_primes();
 template std::span<const NttPrime<u32>> ntt_primes();
 template const NttSet<u64>* find_ntt_set(u32, u32);
 template const NttSet<u32>* find_ntt_set(u32, u32);
-template const NttRow<u64>* find_ntt_row(u64);
-template const NttRow<u32>* find_ntt_row(u64);
 template u32 ntt_coefficient_bits(const NttRow<u64>&, u64);
 template u32 ntt_coefficient_bits(const NttRow<u32>&, u64);
 template bool ntt_row_is_sound(const NttRow<u64>&);

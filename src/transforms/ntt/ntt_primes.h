@@ -78,9 +78,6 @@ const NttSet<R>* find_ntt_set(u32 P, u32 k);
 /// In order of capacity.
 template <class R>
 std::span<const NttRow<R>> ntt_rows();
-/// First row that holds a product of `bits`; null past the last row.
-template <class R>
-const NttRow<R>* find_ntt_row(u64 bits);
 
 /// Bits of the largest coefficient when `terms` products of two points are summed.
 template <class R>

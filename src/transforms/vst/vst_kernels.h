@@ -30,19 +30,16 @@ struct VstPlan {
   }
 };
 
-/// Whether an operand has been transformed.
-enum class VstForm { raw, transformed };
-
 /// One instruction set's stages.
 struct VstKernels {
   const char* name;
   /// Columns of rows [begin, end) of each child: residues of the operand's points, the odd factor's butterfly
   /// and the first `a` levels.
-  void (*first_stage)(const VstPlan&, double* F, ResidueOperand a, u64 begin, u64 end);
+  void (*first_stage)(const VstPlan&, double* F, OperandBytes a, u64 begin, u64 end);
   /// Subtree `child` of sequence j: its transform, and its product with the same subtree of G (which may be
-  /// F), brought back. `form` tells whether F and G are transformed already.
+  /// F), brought back. `state` is that of both.
   void (*forward)(const VstPlan&, double* F, u32 j, u64 child);
-  void (*product)(const VstPlan&, double* F, double* G, VstForm form, u32 j, u64 child);
+  void (*product)(const VstPlan&, double* F, double* G, OperandState state, u32 j, u64 child);
   /// The way back of first_stage, to residues within 8 p that are still to be scaled.
   void (*last_stage)(const VstPlan&, double* F, u64 begin, u64 end);
 };

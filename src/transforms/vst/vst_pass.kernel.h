@@ -290,7 +290,7 @@ void forward_tiles(const VstPlan& plan, double* x, u32 sequence, u64 node) {
   });
 }
 
-template <VstForm Form>
+template <OperandState State>
 void product_tiles(const VstPlan& plan, double* x, const double* g, u32 sequence, u64 node) {
   const u64 stride = plan.shape.row_doubles();
   for_tiles(plan, node, [&](u32 r, u64 first, u32 tiles, u64 at) {
@@ -302,14 +302,14 @@ void product_tiles(const VstPlan& plan, double* x, const double* g, u32 sequence
       double* const rows = x + at + t * 8 * stride;
       const double* const other = g + at + t * 8 * stride;
       alignas(64) double tile[64], second[64];
-      if (Form == VstForm::raw) {
+      if (State == OperandState::kStarted) {
         tile_forward(mod, rows, stride, roots, t, tile);
         if (g != x) tile_forward(mod, other, stride, roots, t, second);
       }
       for (u32 n = 0; n < 8; n += L) {
         const F64 w = F64::load(roots.last_w(t) + n), ratio = F64::load(roots.last_ratio(t) + n);
         F64 a[8], b[8];
-        if (Form == VstForm::raw) {
+        if (State == OperandState::kStarted) {
           load_terms(mod, tile, n, w, ratio, a);
           if (g != x)
             load_terms(mod, second, n, w, ratio, b);
@@ -378,19 +378,19 @@ void forward_subtree(const VstPlan& plan, double* x, Subtree s) {
     s.for_children(plan, [&](Subtree child, u64 at) { forward_subtree(plan, x + at, child); });
 }
 
-void product_subtree(const VstPlan& plan, double* x, double* g, VstForm form, Subtree s) {
-  if (form == VstForm::raw)
+void product_subtree(const VstPlan& plan, double* x, double* g, OperandState state, Subtree s) {
+  if (state == OperandState::kStarted)
     for (double* operand : {x, g}) {
       s.for_columns(plan, operand,
                     [&](const Columns& c, u32 levels) { forward_columns<true>(plan, c, levels); });
       if (g == x) break;
     }
   if (s.levels != plan.shape.c)
-    s.for_children(plan, [&](Subtree child, u64 at) { product_subtree(plan, x + at, g + at, form, child); });
-  else if (form == VstForm::raw)
-    product_tiles<VstForm::raw>(plan, x, g, s.sequence, s.node);
+    s.for_children(plan, [&](Subtree child, u64 at) { product_subtree(plan, x + at, g + at, state, child); });
+  else if (state == OperandState::kStarted)
+    product_tiles<OperandState::kStarted>(plan, x, g, s.sequence, s.node);
   else
-    product_tiles<VstForm::transformed>(plan, x, g, s.sequence, s.node);
+    product_tiles<OperandState::kTransformed>(plan, x, g, s.sequence, s.node);
   s.for_columns(plan, x, [&](const Columns& c, u32 levels) { inverse_columns(plan, c, levels); });
 }
 
@@ -398,13 +398,13 @@ void forward(const VstPlan& plan, double* F, u32 j, u64 child) {
   forward_subtree(plan, F + plan.child(j, child), {j, plan.shape.child_levels(), plan.node(child)});
 }
 
-void product(const VstPlan& plan, double* F, double* G, VstForm form, u32 j, u64 child) {
+void product(const VstPlan& plan, double* F, double* G, OperandState state, u32 j, u64 child) {
   const u64 at = plan.child(j, child);
-  product_subtree(plan, F + at, G + at, form, {j, plan.shape.child_levels(), plan.node(child)});
+  product_subtree(plan, F + at, G + at, state, {j, plan.shape.child_levels(), plan.node(child)});
 }
 
 // Points of the k sequences' rows that start at point i become residues and go through the odd factor.
-RESIDUE_INLINE void split_rows(const VstPlan& plan, double* F, u64 sequence_stride, ResidueOperand a, u64 i) {
+RESIDUE_INLINE void split_rows(const VstPlan& plan, double* F, u64 sequence_stride, OperandBytes a, u64 i) {
   const u32 P = plan.shape.row.P, k = plan.shape.row.k;
   const F64 zero = F64::all(0);
   alignas(64) double limbs[7][4][8];
@@ -476,7 +476,7 @@ RESIDUE_INLINE void for_stage_rows(const VstPlan& plan, const Columns& c, Body&&
            (child << plan.shape.child_levels()) + row * kVstRow);
 }
 
-void first_stage(const VstPlan& plan, double* F, ResidueOperand a, u64 begin, u64 end) {
+void first_stage(const VstPlan& plan, double* F, OperandBytes a, u64 begin, u64 end) {
   const u64 sequence_stride = plan.child(1, 0);
   for_stage_columns(plan, F, begin, end, [&](u64 row, Columns c) {
     for_stage_rows(plan, c, [&](double* x, u64 point) {

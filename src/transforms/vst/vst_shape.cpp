@@ -118,12 +118,4 @@ VstShape::VstShape(const VstRow& from) : row(from.row()), a(from.a), b(from.b), 
 
 std::span<const VstRow> vst_rows() { return kRows; }
 
-const VstRow& find_vst_row(u64 bits) {
-  const auto rows = vst_rows();
-  const auto found =
-      std::partition_point(rows.begin(), rows.end(), [&](const VstRow& r) { return r.bits() < bits; });
-  if (found == rows.end()) throw LimitExceededException("VST", rows.back().bits(), bits);
-  return *found;
-}
-
 }  // namespace orl

@@ -36,6 +36,7 @@ struct VstShape {
   /// range.
   explicit VstShape(const VstRow& row);
 
+  u64 bits() const { return row.bits(); }
   u64 length() const { return u64{1} << row.n; }
   u64 children() const { return u64{1} << a; }
   /// Rows of a subtree of 2^levels points, with the unused ones.
@@ -64,8 +65,6 @@ struct VstShape {
 
 /// In order of capacity.
 std::span<const VstRow> vst_rows();
-/// First row that holds a product of `bits`. Throws LimitExceededException past the last row.
-const VstRow& find_vst_row(u64 bits);
 
 /// Largest residue on the way through a transform of this shape, in units of the prime.
 double vst_largest_residue(const VstShape& shape);

@@ -70,7 +70,7 @@ struct Joining {
   u64 stride;
 
   Joining(Random& random, const ResidueRow& row, std::vector<Integer> values)
-      : plan{row, ResidueForm::kPlain, &residue_set(row.P, row.k), {}},
+      : plan{row, ProductRing::kPlain, &residue_set(row.P, row.k), {}},
         coefficients(std::move(values)),
         stride(coefficients.size() + 3) {
     x.resize(stride * row.P);
@@ -89,14 +89,14 @@ struct Joining {
   }
 
   /// Runs of the points split at multiples of 8, joined side by side a few points per call.
-  std::vector<ResidueJoinRun> join(Random& random, simd::Target target, ResidueForm form,
-                                   ResidueWindow window) const {
+  std::vector<ResidueJoinRun> join(Random& random, simd::Target target, ProductRing ring,
+                                   WordWindow window) const {
     const u64 count = coefficients.size();
     const ResidueKernels& kernels = residue_kernels(target);
     std::vector<ResidueJoinRun> runs;
     for (u64 begin = 0, end; begin < count; begin = end) {
       end = std::min(count, begin + 8 * random.between(1, count / 16));
-      runs.push_back(start_residue_run(plan.row, form, begin, end, window));
+      runs.push_back(start_residue_run(plan.row, ring, begin, end, window));
     }
     std::vector<u64> at;
     for (const ResidueJoinRun& run : runs) at.push_back(run.begin * 64 / plan.row.point_bits());
@@ -141,9 +141,9 @@ void check_plain(Random& random, simd::Target target, const ResidueRow& row, std
     const u64 skip = round ? random.below(words) : 0, len = round ? random.between(skip + 1, words) : words;
     std::vector<u32> T(len - skip + 32, 0xa5a5a5a5);
     std::vector<ResidueJoinRun> runs =
-        joining.join(random, target, ResidueForm::kPlain, {T.data() + 16, skip, len});
+        joining.join(random, target, ProductRing::kPlain, {T.data() + 16, skip, len});
     EXPECT_EQ(excess(runs), 0u);
-    EXPECT_FALSE(resolve_residue_runs(row, ResidueForm::kPlain, runs.data(), runs.size()));
+    EXPECT_FALSE(resolve_residue_runs(row, ProductRing::kPlain, runs.data(), runs.size()));
     EXPECT_TRUE(std::equal(T.begin() + 16, T.end() - 16, right.begin() + static_cast<s64>(skip)))
         << skip << " to " << len;
     for (u32 i = 0; i < 16; ++i) EXPECT_TRUE(T[i] == 0xa5a5a5a5 && T[T.size() - 1 - i] == 0xa5a5a5a5);
@@ -151,23 +151,23 @@ void check_plain(Random& random, simd::Target target, const ResidueRow& row, std
 }
 
 /// All coefficients of a product modulo W^n - 1 or W^n + 1.
-void check_wrapped(Random& random, simd::Target target, const ResidueRow& row, ResidueForm form,
+void check_wrapped(Random& random, simd::Target target, const ResidueRow& row, ProductRing ring,
                    std::vector<Integer> values) {
   const Joining joining(random, row, std::move(values));
   const u64 words = row.bits() / 32;
   std::vector<u32> T(words + 32, 0xa5a5a5a5);
-  std::vector<ResidueJoinRun> runs = joining.join(random, target, form, {T.data() + 16, 0, words});
+  std::vector<ResidueJoinRun> runs = joining.join(random, target, ring, {T.data() + 16, 0, words});
   EXPECT_EQ(excess(runs), 0u);
-  const bool full = resolve_residue_runs(row, form, runs.data(), runs.size());
+  const bool full = resolve_residue_runs(row, ring, runs.data(), runs.size());
   Integer found, right = joining.sum(), modulus = power_of_two(row.bits());
   mpz_import(found.z, words, -1, 4, 0, 0, T.data() + 16);
   if (full) {
     EXPECT_EQ(mpz_sgn(found.z), 0);
     found = modulus;
   }
-  modulus = modulus + Integer(form == ResidueForm::kCyclic ? -1 : 1);
+  modulus = modulus + Integer(ring == ProductRing::kCyclic ? -1 : 1);
   mpz_mod(right.z, right.z, modulus.z);
-  if (form == ResidueForm::kCyclic) mpz_mod(found.z, found.z, modulus.z);  // its own modulus stands for 0 too
+  if (ring == ProductRing::kCyclic) mpz_mod(found.z, found.z, modulus.z);  // its own modulus stands for 0 too
   EXPECT_EQ(mpz_cmp(found.z, right.z), 0);
   for (u32 i = 0; i < 16; ++i) EXPECT_TRUE(T[i] == 0xa5a5a5a5 && T[T.size() - 1 - i] == 0xa5a5a5a5);
 }
@@ -203,12 +203,12 @@ TEST_P(ResidueJoin, SumsCoefficientsOfBothSigns) {
     }
     check_plain(random, GetParam(), row, plain);
     check_plain(random, GetParam(), row, std::vector<Integer>(N, half));
-    check_wrapped(random, GetParam(), row, ResidueForm::kCyclic, cyclic);
-    check_wrapped(random, GetParam(), row, ResidueForm::kNegacyclic, negacyclic);
+    check_wrapped(random, GetParam(), row, ProductRing::kCyclic, cyclic);
+    check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, negacyclic);
     for (const Integer& same : {Integer(0), all}) {
-      check_wrapped(random, GetParam(), row, ResidueForm::kCyclic, std::vector<Integer>(N, same));
-      check_wrapped(random, GetParam(), row, ResidueForm::kNegacyclic, std::vector<Integer>(N, same));
-      check_wrapped(random, GetParam(), row, ResidueForm::kNegacyclic, std::vector<Integer>(N, -same));
+      check_wrapped(random, GetParam(), row, ProductRing::kCyclic, std::vector<Integer>(N, same));
+      check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, std::vector<Integer>(N, same));
+      check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, std::vector<Integer>(N, -same));
     }
   });
 }
@@ -227,16 +227,16 @@ TEST_P(ResidueJoin, CarriesAndBorrowsRunThroughRunsAndAroundTheEnd) {
     // All ones and an overflow of one, which carries around the end once more.
     std::vector<Integer> twice(N, ones);
     twice[N - 1] = ones + power_of_two(row.point_bits());
-    check_wrapped(random, GetParam(), row, ResidueForm::kCyclic, twice);
-    check_wrapped(random, GetParam(), row, ResidueForm::kNegacyclic, twice);
+    check_wrapped(random, GetParam(), row, ProductRing::kCyclic, twice);
+    check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, twice);
     for (const u64 at : {u64{0}, random.below(N)})
       for (const s64 by : {-1, 0, 1, 2}) {
         SCOPED_TRACE(testing::Message() << by << " at " << at);
         check_plain(random, GetParam(), row, changed(ones, at, by));
-        check_wrapped(random, GetParam(), row, ResidueForm::kCyclic, changed(ones, at, by));
-        check_wrapped(random, GetParam(), row, ResidueForm::kNegacyclic, changed(ones, at, by));
-        check_wrapped(random, GetParam(), row, ResidueForm::kNegacyclic, changed(-ones, at, by));
-        check_wrapped(random, GetParam(), row, ResidueForm::kNegacyclic, changed(Integer(0), at, by));
+        check_wrapped(random, GetParam(), row, ProductRing::kCyclic, changed(ones, at, by));
+        check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, changed(ones, at, by));
+        check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, changed(-ones, at, by));
+        check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, changed(Integer(0), at, by));
       }
   });
 }
@@ -255,10 +255,10 @@ TEST_P(ResidueJoin, HoldsTheLargestCoefficientsOfTheLongestShapes) {
     values[random.below(30)] = -random_below(random, all);
     const Joining joining(random, row, values);
     std::vector<u32> T(4 * row.point_bits() / 4), right(T.size());
-    const ResidueWindow window{T.data(), 0, T.size()};
-    std::vector<ResidueJoinRun> runs = joining.join(random, GetParam(), ResidueForm::kNegacyclic, window);
+    const WordWindow window{T.data(), 0, T.size()};
+    std::vector<ResidueJoinRun> runs = joining.join(random, GetParam(), ProductRing::kNegacyclic, window);
     EXPECT_EQ(excess(runs), 0u);
-    resolve_residue_runs(row, ResidueForm::kPlain, runs.data(), runs.size());  // below its end
+    resolve_residue_runs(row, ProductRing::kPlain, runs.data(), runs.size());  // below its end
     Integer sum = joining.sum();
     mpz_fdiv_r_2exp(sum.z, sum.z, 32 * T.size());
     mpz_export(right.data(), nullptr, -1, 4, 0, 0, sum.z);
@@ -273,21 +273,21 @@ TEST_P(ResidueJoin, FindsCoefficientsOutOfRange) {
   SCOPED_TRACE(random.replay());
   each_shape([&](const ResidueRow& row) {
     std::vector<u32> T(row.bits() / 32);
-    const auto excess_of = [&](const Integer& one, ResidueForm form, double by) {
+    const auto excess_of = [&](const Integer& one, ProductRing ring, double by) {
       std::vector<Integer> values(16);
       values[random.below(16)] = one;
       Joining joining(random, row, values);
       joining.x[random.below(row.P) * joining.stride + random.below(16)] += by;
-      return excess(joining.join(random, GetParam(), form, {T.data(), 0, T.size()}));
+      return excess(joining.join(random, GetParam(), ring, {T.data(), 0, T.size()}));
     };
-    for (const ResidueForm form : {ResidueForm::kPlain, ResidueForm::kCyclic, ResidueForm::kNegacyclic}) {
-      const Integer limit = power_of_two(residue_coefficient_bits(row, form));
-      const bool is_signed = form == ResidueForm::kNegacyclic;
-      EXPECT_EQ(excess_of(limit + Integer(-1), form, 0), 0u);
-      EXPECT_EQ(excess_of(limit, form, 0), 1u);
-      EXPECT_EQ(excess_of(is_signed ? -limit : Integer(0), form, 0), 0u);
-      EXPECT_GT(excess_of((is_signed ? -limit : Integer(0)) + Integer(-1), form, 0), 0u);
-      EXPECT_GT(excess_of(Integer(12345), form, 1), 0u);
+    for (const ProductRing ring : {ProductRing::kPlain, ProductRing::kCyclic, ProductRing::kNegacyclic}) {
+      const Integer limit = power_of_two(residue_coefficient_bits(row, ring));
+      const bool is_signed = ring == ProductRing::kNegacyclic;
+      EXPECT_EQ(excess_of(limit + Integer(-1), ring, 0), 0u);
+      EXPECT_EQ(excess_of(limit, ring, 0), 1u);
+      EXPECT_EQ(excess_of(is_signed ? -limit : Integer(0), ring, 0), 0u);
+      EXPECT_GT(excess_of((is_signed ? -limit : Integer(0)) + Integer(-1), ring, 0), 0u);
+      EXPECT_GT(excess_of(Integer(12345), ring, 1), 0u);
     }
   });
 }

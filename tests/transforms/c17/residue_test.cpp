@@ -110,7 +110,7 @@ TEST(ResidueNesting, SubtreesBeyondACacheHaveSubtreesOfTheirOwn) {
   }
   const GuardedBlock roots(residue_roots_bytes(m));
   residue_kernels(simd::best_target())
-      .multiply(modulus, {m, 1, sequences, m, 0, roots.buffer().ptr}, x, g, true);
+      .multiply(modulus, {m, 1, sequences, m, 0, roots.buffer().ptr}, x, g, OperandState::kStarted);
   for (u64 i = 0; i < m * sequences; ++i) {
     const u64 scaled = prime.multiply(before[i / m * m + (i + m - e) % m], m / 8);
     const s64 right = static_cast<s64>(i % m < e ? prime.p - scaled : scaled);
