@@ -26,8 +26,17 @@ def prime_set(count, k):
     raise SystemExit("no prime set")
 
 
-def write_rows(path, rows, cost):
-    """The rows that are of use: one that costs more than another of at least its capacity is not."""
+def stretch(row, above, cost):
+    """Per mille by which a product may pass a row: made modulo W^n - 1 it costs a per cent more than the row, and the product
+    of its lowest words, which is twice as long as they are. Small products are not worth the trouble."""
+    if row[2] << row[3] < 1 << 15:
+        return 0
+    return max(0, int(1000 * min((cost(above) / cost(row) - 1.01) / 2.2, above[0] / row[0] - 1)))
+
+
+def write_rows(path, rows, cost, stretched=False):
+    """The rows that are of use: one that costs more than another of at least its capacity is not. A `stretched` row says
+    how far products pass it."""
     rows = sorted(rows, key=lambda r: (r[0], -cost(r)))
     kept, best = [], None
     for r in reversed(rows):
@@ -38,8 +47,9 @@ def write_rows(path, rows, cost):
     last = next(i for i, r in enumerate(kept) if r[0] >= MAX_BITS)
     with open(path, "w") as out:
         out.write("// Written by tools/make_residue_tables.py.\n")
-        for _, P, k, n in kept[: last + 1]:
-            out.write("{%d, %d, %d},\n" % (P, k, n))
+        for row, above in zip(kept[: last + 1], kept[1 : last + 1] + [None]):
+            columns = list(row[1:]) + ([stretch(row, above, cost) if above else 0] if stretched else [])
+            out.write("{%s},\n" % ", ".join(map(str, columns)))
 
 
 def main():
@@ -58,11 +68,11 @@ def main():
                 if (1 << 12) * (k << n) * (((1 << 24 * (P - 1)) - 1) ** 2) <= ((1 << 11) - 1) * prod(primes):
                     rows.append((k * (P - 1) * 48 << (n - 1), P, k, n))
     points = lambda r: r[1] * (r[2] << r[3])
-    # C17: what a residue costs, in levels, fitted to cyclic products at the capacities of all rows of 2^23 to 2^24
-    # and of 2^26 to 2^27 bits (Intel Xeon with AVX-512, 2026-11).
-    odd_levels = {1: 0, 3: 2.1, 5: 3.9, 7: 5.9}
+    # C17: what a residue costs, in levels, fitted to cyclic products at the capacities of all shapes of 2^24 to 2^25 and of
+    # 2^26 to 2^27 bits (Intel Xeon with AVX-512, 2026-11): within 8 % of each of them.
+    odd_levels = {1: 0, 3: 1.6, 5: 2.5, 7: 4.4}
     write_rows("src/transforms/c17/residue_rows.inc", [r for r in rows if r[2] << r[3] >= 1 << 9],
-               lambda r: points(r) * (r[3] + odd_levels[r[2]] - 4 + r[1] / 3))
+               lambda r: points(r) * (r[3] + odd_levels[r[2]] - 7.4 + 0.38 * r[1]), stretched=True)
     # VST: an odd factor's k - 1 products a point cost as much as 1.75 (k - 1) levels.
     write_rows("src/transforms/vst/vst_rows.inc", rows,
                lambda r: points(r) * (r[3] + 1.75 * (r[2] - 1) + 8 + 1.2 * r[1]))

@@ -55,10 +55,14 @@ struct ResidueSet {
 /// One row of the size table: k * 2^n points modulo P primes, 24 (P - 1) bits per point.
 struct ResidueRow {
   u8 P, k, n;
+  /// Per mille by which whole products may be longer than bits(): they are made modulo W^n - 1, which costs less
+  /// than the next row. The size table says it; any other shape has none.
+  u16 stretch = 0;
 
   constexpr u64 points() const { return u64{k} << n; }
   constexpr u64 point_bits() const { return 24 * (u64{P} - 1); }
   constexpr u64 bits() const { return points() * point_bits(); }
+  constexpr u64 stretched_bits() const { return bits() + bits() / 1000 * stretch; }
 };
 
 /// All primes that stand in a set.

@@ -28,6 +28,7 @@
 #include "core/exceptions.h"
 #include "transforms/common/product_algorithm.h"
 #include "transforms/common/transform_records.h"
+#include "transforms/common/unwrap_product.h"
 
 namespace orl {
 
@@ -155,13 +156,49 @@ class TransformAlgorithm final : public ProductAlgorithm {
   }
   static typename Family::Shape shape_of(u64 bits) { return Family::shape(rows_to(bits).back()); }
 
-  // Subtrees go forward, through the product and back while they are in cache.
   void product(const MultiplyContext& ctx, Window<u32> T, Words<u32> A, Words<u32> B) const override {
+    const u64 words = A.count + (B.count == 0 ? A.count : B.count);
+    const auto rows = rows_to(words * 32);
+    check_length(Family::kId, rows.back().bits(), T.len);
+    // A row of the size table may say how far whole products pass it.
+    if constexpr (requires { rows.back().stretched_bits(); })
+      if (rows.size() > 1 && T.skip == 0 && T.len == words &&
+          words * 32 <= rows[rows.size() - 2].stretched_bits() &&
+          stretched(Family::shape(rows[rows.size() - 2]), ctx, T, A, B))
+        return;
+    multiply(Family::shape(rows.back()), ProductRing::kPlain, ctx, T, A, B);
+  }
+
+  /// T = the whole product, a little longer than a shape of n words: its residue modulo W^n - 1, and what is above from
+  /// its lowest words. False, and nothing done, when an operand is longer or the scratch does not hold it.
+  bool stretched(const typename Family::Shape& shape, const MultiplyContext& ctx, Window<u32> T, Words<u32> A,
+                 Words<u32> B) const {
+    const u64 n = shape.bits() / 32, above = T.len - n;
+    if (std::max(A.count, B.count) > n) return false;
+    const auto low_of = [&](Words<u32> X) { return Words<u32>{X.ptr, std::min(X.count, above + 1)}; };
+    const Words<u32> a = low_of(A), b = low_of(B);
+    const auto low_shape = shape_of((a.count + (b.count == 0 ? a.count : b.count)) * 32);
+    const auto bytes = [&](const typename Family::Shape& of) {
+      const Run run(of, nullptr, ctx.parallel.tds);
+      return (B.count == 0 ? 1 : 2) * run.transform_bytes() + run.scratch_bytes();
+    };
+    LinearHeapBuffer scratch = ctx.scratch;
+    if (LinearHeapBuffer::cut_bytes<u32>(above + 1) + std::max(bytes(shape), bytes(low_shape)) > scratch.size)
+      return false;
+    u32* const low = scratch.cut<u32>(above + 1);
+    multiply(low_shape, ProductRing::kPlain, ctx.with_scratch(scratch), {low, 0, above + 1}, a, b);
+    multiply(shape, ProductRing::kCyclic, ctx.with_scratch(scratch), {T.T, 0, n}, A, B);
+    if (!unwrap_product(T.T, n, low, above, ctx.parallel))
+      throw AlgorithmFailedException(Family::kId, "Overlap Mismatch");
+    return true;
+  }
+
+  // Subtrees go forward, through the product and back while they are in cache.
+  void multiply(const typename Family::Shape& shape, ProductRing ring, const MultiplyContext& ctx,
+                Window<u32> T, Words<u32> A, Words<u32> B) const {
     const bool square = B.count == 0;
-    const typename Family::Shape shape = shape_of((A.count + (square ? A.count : B.count)) * 32);
-    check_length(Family::kId, shape.bits(), T.len);
     const Run run(shape, find_tables<Family>(&ctx.tables), ctx.parallel.tds);
-    const auto plan = run.plan(ProductRing::kPlain);
+    const auto plan = run.plan(ring);
     LinearHeapBuffer scratch = ctx.scratch;
     const auto cut = [&] { return reinterpret_cast<Point*>(scratch.cut<u8>(run.transform_bytes())); };
     Point* const F = cut();
