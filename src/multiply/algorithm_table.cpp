@@ -12,18 +12,9 @@ namespace {
 
 constexpr u64 kEverything = ~u64{0};
 
-// The lists of the targets, in bits; each is tuned by bench/multiply. AVX2 and AVX512: Karatsuba is ahead of
-// the smallest transforms up to 62 and 43 words an operand (Zen 4, 2026-11), the floating-point FFT ahead of
-// the residue transforms until it leaves the caches (Intel Xeon, 2026-11).
+// The lists of the targets: kScalarRows, kAvx2Rows, kAvx512Rows, kAvx512IfmaRows.
 constexpr u64 kLargestC17 = 0x12C0000000000, kLargestN64 = 0x3800000000000000;
-constexpr AlgorithmRow kScalarRows[] = {
-    {"BKT", 5120}, {"FFT", 221184}, {"C17", kLargestC17}, {"N64", kLargestN64}};
-constexpr AlgorithmRow kAvx2Rows[] = {
-    {"BKT", 7936}, {"FFT", 0x2000000}, {"C17", kLargestC17}, {"N64", kLargestN64}};
-constexpr AlgorithmRow kAvx512Rows[] = {
-    {"BKT", 5504}, {"FFT", 0x800000}, {"C17", kLargestC17}, {"N64", kLargestN64}};
-constexpr AlgorithmRow kAvx512IfmaRows[] = {
-    {"BKT", 5120}, {"FFT", 221184}, {"C17", kLargestC17}, {"N64", kLargestN64}};
+#include "multiply/algorithm_rows.inc"
 
 AlgorithmRegistry& mutable_registry() {
   static AlgorithmRegistry registry;
