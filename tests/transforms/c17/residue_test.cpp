@@ -32,6 +32,31 @@ TEST_P(ResidueTest, EveryRowMultipliesUpToItsEnds) {
   test::check_rows(c17_algorithm(), residue_rows(), largest);
 }
 
+// The longest products that a row takes beyond its bits, in the scratch of the next row.
+TEST_P(ResidueTest, StretchedRowsMultiplyToTheirEnds) {
+  if (GetParam() > simd::best_target() || GetParam() == simd::Target::kScalar) GTEST_SKIP() << "not here";
+  Random random;
+  SCOPED_TRACE(random.replay());
+  const Algorithm& algorithm = c17_algorithm();
+  const GuardedBlock memory(algorithm.table_bytes(kLargestBits));
+  TransformTables tables(memory.buffer());
+  algorithm.ensure_tables(tables, kLargestBits);
+  Parallelizer_Spawn spawn;
+  u64 stretched = 0;
+  for (const ResidueRow& row : residue_rows()) {
+    if (row.stretched_bits() > kLargestBits) break;
+    if (row.stretch == 0) continue;
+    const u64 words = row.stretched_bits() / 32, n = row.bits() / 32;
+    const u64 longer = ++stretched % 2 ? words / 2 + 1 : n;
+    const std::vector<u32> a = operand(random, longer, stretched % 3);
+    const std::vector<u32> b = operand(random, words - longer, stretched / 2 % 3);
+    test::check_window(algorithm, tables, spawn, random.between(1, 4), a, b, 0, words, false);
+    const std::vector<u32> square = operand(random, words / 2, stretched % 3);
+    test::check_window(algorithm, tables, spawn, 2, square, square, 0, 2 * square.size(), true);
+  }
+  EXPECT_GT(stretched, 5u);
+}
+
 // The tables of one shape.
 struct OwnTables {
   explicit OwnTables(const ResidueRow& row)
