@@ -65,14 +65,16 @@ struct LowProductAreas {
   void* tmp;
 };
 
-// E[0, words) = A * B modulo W^words, words <= 2 * half: low halves in full, of the cross products what lies
-// below. No product is longer than 2 * half words.
+// The lowest words of a product: E[0, target.len) = A * B modulo W^target.len, target.len <= 2 * half. Low halves are
+// multiplied in full, of the cross products what lies below. No product is longer than 2 * half words.
 template <class W>
-void low_product(const RunContext& ctx, W* E, u64 words, const W* A, u64 AL, const W* B, u64 BL, u64 half,
+void low_product(const RunContext& ctx, Window<W> target, Words<W> A, Words<W> B, u64 half,
                  LinearHeapBuffer heap) {
+  W* const E = target.T;
+  const u64 words = target.len;
   bp_fill(E, words, 0, ctx.parallel);
-  if (AL == 0 || words == 0) return;
-  const Halves<W> a(A, AL, half), b(B, std::min(BL, words), half);
+  if (A.count == 0 || words == 0) return;
+  const Halves<W> a(A.ptr, A.count, half), b(B.ptr, std::min(B.count, words), half);
   ParametersBox box;
   const Parameters& shape = basic_table<W>().parameters_for(box, &ctx.tables, 2 * half, ctx.parallel.tds);
   const LowProductAreas<W> areas(heap, half, shape.sizes());
@@ -196,7 +198,8 @@ typename VerifyConversion<W>::Result VerifyConversion<W>::prove(const RunContext
   const u64 m = F.L;
   const u64 words = m + 1 > zero_words_ ? m + 1 - zero_words_ : 0;
   const u64 used = std::min(m, words);
-  low_product(ctx, E, words, F.T, used, power.T, power.L, half_words_, heap);
+  low_product(ctx, Window<W>{E, 0, words}, Words<W>{F.T, used}, Words<W>{power.T, power.L}, half_words_,
+              heap);
 
   fault_point("dropped part", E, words * sizeof(W));
 

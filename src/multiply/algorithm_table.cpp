@@ -83,6 +83,28 @@ const AlgorithmInstances* AlgorithmRegistry::find(std::string_view id) const {
   return found == algorithms_.end() ? nullptr : &found->second;
 }
 
+namespace {
+
+/// Whether products of `bits` can be made from wrapped ones of half the length.
+bool wraps(const Algorithm& algorithm, u64 bits) {
+  ParametersBox box;
+  return algorithm.parameters_for(box, nullptr, bits, 1).cyclic_words() != 0;
+}
+
+/// Words up to which bounded products take no more than one of `at` words: up to the next larger shape, whole or half.
+/// The window of a longer product is no shorter.
+u64 bounded_alike_words(const Algorithm& algorithm, u64 at, u32 word_bits, u64 tds) {
+  const u64 k = word_bits / 32;
+  ParametersBox box;
+  u64 words = algorithm.parameters_for(box, nullptr, at * word_bits, tds).max_bits() / word_bits;
+  const Parameters& half = algorithm.parameters_for(box, nullptr, (at * k + 1) / 2 * 32, tds);
+  for (const u64 half_words : {half.max_bits() / 32, half.cyclic_words()})
+    if (2 * half_words / k >= at) words = std::min(words, 2 * half_words / k);
+  return words;
+}
+
+}  // namespace
+
 template <class W>
 void AlgorithmTable<W>::add(u64 threshold, const Algorithm* algorithm) {
   if (algorithm == nullptr) return;
@@ -90,7 +112,12 @@ void AlgorithmTable<W>::add(u64 threshold, const Algorithm* algorithm) {
     throw StringException("AlgorithmTable::add()", "Thresholds must be increasing.");
   if (threshold > algorithm->max_bits() / word_bits)
     throw StringException("AlgorithmTable::add()", "Thresholds is larger than maximum size.");
-  if (entries_.empty()) schoolbook_words_ = std::min(threshold, algorithm->schoolbook_words());
+  if (entries_.empty()) {
+    schoolbook_words_ = std::min(threshold, algorithm->schoolbook_words());
+  } else if (Entry& below = entries_.back(); !below.algorithm->transforms_are_copies()) {
+    const u64 bits = below.threshold * word_bits;
+    if (!wraps(*below.algorithm, bits) && wraps(*algorithm, bits)) below.lean = algorithm;
+  }
   entries_.push_back({threshold, algorithm});
 }
 
@@ -119,15 +146,15 @@ std::vector<std::string> AlgorithmTable<W>::add_list(const AlgorithmRegistry& re
 }
 
 template <class W>
-const Algorithm& AlgorithmTable<W>::find(u64 words, const char* function) const {
+auto AlgorithmTable<W>::find(u64 words, const char* function) const -> const Entry& {
   for (const Entry& entry : entries_)
-    if (entry.threshold >= words) return *entry.algorithm;
+    if (entry.threshold >= words) return entry;
   throw LimitExceededException(function, 0, words);
 }
 
 template <class W>
 const Algorithm& AlgorithmTable<W>::get_algorithm(u64 words) const {
-  return find(words, "AlgorithmTable::get_algorithm()");
+  return *find(words, "AlgorithmTable::get_algorithm()").algorithm;
 }
 
 template <class W>
@@ -138,7 +165,7 @@ const Parameters& AlgorithmTable<W>::parameters_for(ParametersBox& out, const Tr
 
 template <class W>
 MultiplySizes AlgorithmTable<W>::sizes(u64 words, u64 tds) const {
-  return find(words, "AlgorithmTableB::mSBsizes()").sizes(words * word_bits, tds);
+  return find(words, "AlgorithmTableB::mSBsizes()").algorithm->sizes(words * word_bits, tds);
 }
 
 template <class W>
@@ -187,22 +214,22 @@ void AlgorithmTable<W>::mul_trimmed(const MultiplyContext& ctx, Window<W> T, Wor
 template <class W>
 BoundedSizes AlgorithmTable<W>::max_bounded_sizes(u64 words, u64 tds, u64 window) const {
   find(words, "AlgorithmTableB::mSBsizes()");
-  constexpr u64 k = word_bits / 32;
   BoundedSizes largest;
   u64 at = 1;
   for (const Entry& entry : entries_) {
     const u64 end = std::min(entry.threshold, words);
     while (at <= end) {
-      const BoundedSizes sizes =
-          entry.algorithm->bounded_sizes(at * word_bits, std::min(at, window) * word_bits, tds);
+      const u64 bits = at * word_bits, window_bits = std::min(at, window) * word_bits;
+      BoundedSizes sizes = entry.algorithm->bounded_sizes(bits, window_bits, tds);
+      u64 same = bounded_alike_words(*entry.algorithm, at, word_bits, tds);
+      if (const Algorithm* const lean = entry.lean_at(at)) {
+        const BoundedSizes least = lean->bounded_sizes(bits, window_bits, tds);
+        sizes.product_bytes = std::min(sizes.product_bytes, least.product_bytes);
+        sizes.square_bytes = std::min(sizes.square_bytes, least.square_bytes);
+        same = std::min(same, bounded_alike_words(*lean, at, word_bits, tds));
+      }
       largest.product_bytes = std::max(largest.product_bytes, sizes.product_bytes);
       largest.square_bytes = std::max(largest.square_bytes, sizes.square_bytes);
-      // Up to the next larger shape, whole or half, a longer product takes no more: its window is no shorter.
-      ParametersBox box;
-      u64 same = entry.algorithm->parameters_for(box, nullptr, at * word_bits, tds).max_bits() / word_bits;
-      const Parameters& half = entry.algorithm->parameters_for(box, nullptr, (at * k + 1) / 2 * 32, tds);
-      for (const u64 half_words : {half.max_bits() / 32, half.cyclic_words()})
-        if (2 * half_words / k >= at) same = std::min(same, 2 * half_words / k);
       at = std::max(at, std::min(same, end)) + 1;
     }
   }
@@ -213,11 +240,15 @@ template <class W>
 void AlgorithmTable<W>::sqr_bounded(const MultiplyContext& ctx, Window<W> T, Words<W> A) const {
   if (schoolbook(T, 2 * A.count)) return sqrB(T.T, A.ptr, A.count);
   const TrimmedProduct t = trim_square(T.skip, T.len, A.count);
-  const Algorithm& algorithm = get_algorithm(2 * t.a_length);
-  if (ctx.scratch.size >= algorithm.sizes(2 * t.a_length * word_bits, ctx.parallel.tds).square_bytes())
-    algorithm.sqr_window(ctx, t.window(T.T), t.a(A));
-  else
-    algorithm.sqr_bounded(ctx, t.window(T.T), t.a(A));
+  const Entry& entry = find(2 * t.a_length, "AlgorithmTable::get_algorithm()");
+  const Algorithm* const lean = entry.lean_at(2 * t.a_length);
+  const auto holds = [&](const Algorithm& algorithm) {
+    return ctx.scratch.size >= algorithm.sizes(2 * t.a_length * word_bits, ctx.parallel.tds).square_bytes();
+  };
+  if (holds(*entry.algorithm)) return entry.algorithm->sqr_window(ctx, t.window(T.T), t.a(A));
+  const Algorithm& algorithm = lean ? *lean : *entry.algorithm;
+  if (lean && holds(algorithm)) return algorithm.sqr_window(ctx, t.window(T.T), t.a(A));
+  algorithm.sqr_bounded(ctx, t.window(T.T), t.a(A));
 }
 
 template <class W>
@@ -225,11 +256,15 @@ void AlgorithmTable<W>::mul_bounded(const MultiplyContext& ctx, Window<W> T, Wor
   if (schoolbook(T, A.count + B.count)) return mulB(T.T, A.ptr, A.count, B.ptr, B.count);
   const TrimmedProduct t = trim_product(T.skip, T.len, A.count, B.count);
   const u64 words = t.a_length + t.b_length;
-  const Algorithm& algorithm = get_algorithm(words);
-  if (ctx.scratch.size >= algorithm.sizes(words * word_bits, ctx.parallel.tds).total_bytes())
-    algorithm.mul_window(ctx, t.window(T.T), t.a(A), t.b(B));
-  else
-    algorithm.mul_bounded(ctx, t.window(T.T), t.a(A), t.b(B));
+  const Entry& entry = find(words, "AlgorithmTable::get_algorithm()");
+  const Algorithm* const lean = entry.lean_at(words);
+  const auto holds = [&](const Algorithm& algorithm) {
+    return ctx.scratch.size >= algorithm.sizes(words * word_bits, ctx.parallel.tds).total_bytes();
+  };
+  if (holds(*entry.algorithm)) return entry.algorithm->mul_window(ctx, t.window(T.T), t.a(A), t.b(B));
+  const Algorithm& algorithm = lean ? *lean : *entry.algorithm;
+  if (lean && holds(algorithm)) return algorithm.mul_window(ctx, t.window(T.T), t.a(A), t.b(B));
+  algorithm.mul_bounded(ctx, t.window(T.T), t.a(A), t.b(B));
 }
 
 template <class W>
@@ -237,14 +272,22 @@ template <class Body>
 void AlgorithmTable<W>::for_each_reached(u64 bits, Body&& body) const {
   const u64 words = bits == kEverything ? max_words() : (bits + word_bits - 1) / word_bits;
   if (words > max_words()) throw LimitExceededException("AlgorithmTable::ensure_tables()", 0, bits);
-  for (u64 row = 0; row < entries_.size(); ++row) {
-    const auto reached = [&](u64 r) { return r == 0 || entries_[r - 1].threshold < words; };
-    if (!reached(row)) return;
-    u64 last = row;  // an algorithm with several rows is asked once, for its largest product
-    for (u64 later = row + 1; later < entries_.size() && reached(later); ++later)
-      if (entries_[later].algorithm == entries_[row].algorithm) last = later;
-    if (last == row) body(*entries_[row].algorithm, std::min(entries_[row].threshold, words) * word_bits);
+  // An algorithm with several rows is asked once, for its largest product.
+  std::vector<std::pair<const Algorithm*, u64>> reached;
+  const auto reach = [&](const Algorithm* algorithm, u64 largest) {
+    for (auto& [known, most] : reached)
+      if (known == algorithm) {
+        most = std::max(most, largest);
+        return;
+      }
+    reached.emplace_back(algorithm, largest);
+  };
+  for (u64 row = 0; row < entries_.size() && (row == 0 || entries_[row - 1].threshold < words); ++row) {
+    const u64 largest = std::min(entries_[row].threshold, words);
+    reach(entries_[row].algorithm, largest);
+    if (const Algorithm* const lean = entries_[row].lean_at(largest)) reach(lean, largest);
   }
+  for (const auto& [algorithm, largest] : reached) body(*algorithm, largest * word_bits);
 }
 
 template <class W>

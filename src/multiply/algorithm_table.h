@@ -72,7 +72,16 @@ class AlgorithmTable {
   struct Entry {
     u64 threshold;  ///< largest product in words
     const Algorithm* algorithm;
+    /// Of the next row, when that makes wrapped products and this does not: what bounded products take that lack the
+    /// memory for `algorithm`. Null: there is none.
+    const Algorithm* lean = nullptr;
+
+    /// `lean` for products of `words` words; null for small ones, which save less than its tables take.
+    const Algorithm* lean_at(u64 words) const {
+      return words * word_bits > kSmallestLeanBits ? lean : nullptr;
+    }
   };
+  static constexpr u64 kSmallestLeanBits = 221184;
 
   /// Without rows; `name` is for warnings.
   explicit AlgorithmTable(std::string name) : name_(std::move(name)) {}
@@ -136,7 +145,7 @@ class AlgorithmTable {
   }
 
   /// sqr_window and mul_window in the memory at hand: made directly when ctx.scratch holds that, and
-  /// otherwise by the algorithm's bounded form, which gives the same words. ctx.scratch holds at least
+  /// otherwise by the bounded form of the row's algorithm, or of its lean one, which gives the same words. ctx.scratch holds at least
   /// max_bounded_sizes(A.count + B.count, tds, T.count()).
   void sqr_bounded(const MultiplyContext& ctx, Window<W> T, Words<W> A) const;
   void mul_bounded(const MultiplyContext& ctx, Window<W> T, Words<W> A, Words<W> B) const;
@@ -154,7 +163,8 @@ class AlgorithmTable {
   void sqr_trimmed(const MultiplyContext& ctx, Window<W> T, Words<W> A) const;
   void mul_trimmed(const MultiplyContext& ctx, Window<W> T, Words<W> A, Words<W> B) const;
   BoundedSizes cost(u64 p, u64 tds) const;
-  const Algorithm& find(u64 words, const char* function) const;
+  /// The row that a product of `words` takes. Throws LimitExceededException under `function`.
+  const Entry& find(u64 words, const char* function) const;
   template <class Body>
   void for_each_reached(u64 bits, Body&& body) const;
 

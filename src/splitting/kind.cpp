@@ -38,15 +38,23 @@ ExactFloat<W> direct_product(W* words, const ExactFloat<W>& a, const ExactFloat<
   return product;
 }
 
-// c = a * b and d = a * e; either may lie over operands, d last.
+// A product with a factor that another product has too.
 template <class W>
-void product_pair(const RunContext& ctx, ExactFloat<W>& c, const ExactFloat<W>& b, ExactFloat<W>& d,
-                  const ExactFloat<W>& e, const ExactFloat<W>& a, LinearHeapBuffer scratch) {
+struct SharedProduct {
+  ExactFloat<W>& result;
+  const ExactFloat<W>& factor;
+};
+
+// Both products with a; either result may lie over operands, that of `second` last.
+template <class W>
+void product_pair(const RunContext& ctx, SharedProduct<W> first, SharedProduct<W> second,
+                  const ExactFloat<W>& a, LinearHeapBuffer scratch) {
   using Transform = ExactFloatTransformR<W>;
-  const TransformHelper<W> helper(ctx.multiply(scratch), a.L + std::max<u64>({b.L, e.L, 1}));
+  const TransformHelper<W> helper(ctx.multiply(scratch),
+                                  a.L + std::max<u64>({first.factor.L, second.factor.L, 1}));
   Transform kept;
-  Transform::mul_rr_xf(helper, c, b, a, kept);
-  Transform::mul_rf_xf(helper, d, e, kept);
+  Transform::mul_rr_xf(helper, first.result, first.factor, a, kept);
+  Transform::mul_rf_xf(helper, second.result, second.factor, kept);
 }
 
 // c = a * b, over operands or not.
@@ -109,12 +117,12 @@ void FractionKind<W>::merge_by_transforms(const RunContext& ctx, bool subtract, 
   } else if (!has_R()) {
     single_product(ctx, t, left[factor_], right.P(), scratch);
   } else if (shared_product_pays<W>(words, left.R().L + right.R().L, ctx.parallel.tds)) {
-    product_pair(ctx, t, right.P(), left.R(), right.R(), left.R(), scratch);
+    product_pair<W>(ctx, {t, right.P()}, {left.R(), right.R()}, left.R(), scratch);
   } else {
     single_product(ctx, t, left.R(), right.P(), scratch);
     single_product(ctx, left.R(), left.R(), right.R(), scratch);
   }
-  product_pair(ctx, left.P(), left.P(), left.Q(), left.Q(), right.Q(), scratch);
+  product_pair<W>(ctx, {left.P(), left.P()}, {left.Q(), left.Q()}, right.Q(), scratch);
   add_exact(left.P(), t, subtract, ctx.parallel);
 }
 

@@ -39,11 +39,21 @@ class RunReader {
   alignas(64) u8 copies_[2][kRunBytes];
 };
 
+/// Runs of the parts of a first pass, in groups of eight points: part p begins at first + p * part.
+struct PartRuns {
+  u64 first, part, groups;
+};
+/// Where the points of the parts go: part p to at + p * stride, in doubles.
+struct PartTarget {
+  double* at;
+  u64 stride;
+};
+
 /// First pass of radix R on the points behind R runs of real and, unless all
 /// are zero, R of imaginary parts.
 template <u32 R, bool kReal>
 void unpack_pass(const u8* const (&re)[R], const u8* const (&im)[R], u64 groups, const BitFields& fields,
-                 u32 w, double* target, u64 target_stride) {
+                 u32 w, const PartTarget& target) {
   const FftPowers& t = fft_first_powers(R);
   using Point = std::conditional_t<kReal, Real, Complex>;
   for (u64 i = 0; i < groups; ++i) {
@@ -62,25 +72,24 @@ void unpack_pass(const u8* const (&re)[R], const u8* const (&im)[R], u64 groups,
     for (u32 c = 0; c < 8 / L; ++c) {
       Complex x[R];
       root_column(a[c], t, x);
-      for (u32 p = 0; p < R; ++p) store(target + p * target_stride + i * kPointGroup + c * kGroup, x[p]);
+      for (u32 p = 0; p < R; ++p) store(target.at + p * target.stride + i * kPointGroup + c * kGroup, x[p]);
     }
   }
 }
 
-/// Runs of the R parts of a first pass: part p begins at group first + p *
-/// part; all in groups of eight points.
+/// First pass of radix R on the points of R runs.
 template <u32 R>
-void unpack_parts(RunReader& reader, const FftPlan& plan, bool real, u64 first, u64 part, u64 groups,
-                  const BitFields& fields, double* target, u64 target_stride) {
+void unpack_parts(RunReader& reader, const FftPlan& plan, bool real, const PartRuns& runs,
+                  const BitFields& fields, const PartTarget& target) {
   const u64 half = plan.complex_points() / 8;
   const u8 *re[R], *im[R];
   reader.restart();
-  for (u32 p = 0; p < R; ++p) re[p] = reader.run(first + p * part, groups);
+  for (u32 p = 0; p < R; ++p) re[p] = reader.run(runs.first + p * runs.part, runs.groups);
   if (real) {
-    unpack_pass<R, true>(re, re, groups, fields, plan.w, target, target_stride);
+    unpack_pass<R, true>(re, re, runs.groups, fields, plan.w, target);
   } else {
-    for (u32 p = 0; p < R; ++p) im[p] = reader.run(half + first + p * part, groups);
-    unpack_pass<R, false>(re, im, groups, fields, plan.w, target, target_stride);
+    for (u32 p = 0; p < R; ++p) im[p] = reader.run(half + runs.first + p * runs.part, runs.groups);
+    unpack_pass<R, false>(re, im, runs.groups, fields, plan.w, target);
   }
 }
 
@@ -91,8 +100,8 @@ void small_first_stage(const FftPlan& plan, double* F, FftOperand a) {
   const bool real = a.count <= plan.field_bytes() / 2;
   const u64 part = plan.complex_points() / (8 * R);
   for (u64 i = 0; i < part; i += kMaxRun)
-    unpack_parts<R>(reader, plan, real, i, part, part - i < kMaxRun ? part - i : kMaxRun, fields,
-                    F + i * kPointGroup, part * kPointGroup);
+    unpack_parts<R>(reader, plan, real, {i, part, part - i < kMaxRun ? part - i : kMaxRun}, fields,
+                    {F + i * kPointGroup, part * kPointGroup});
 }
 
 /// Record of the second pass over part i of the first.
@@ -110,8 +119,8 @@ void blocked_first_stage(const FftPlan& plan, double* F, FftOperand a, u64 chunk
   const u64 stream = plan.branch_points() / 8;                         // groups
   for (u64 c = chunk_begin; c < chunk_end; ++c) {
     for (u32 r = 0; r < kFftSecondRadix; ++r)
-      unpack_parts<R>(reader, plan, real, r * stream + c * groups, kFftSecondRadix * stream, groups, fields,
-                      chunk + r * row, kFftSecondRadix * row);
+      unpack_parts<R>(reader, plan, real, {r * stream + c * groups, kFftSecondRadix * stream, groups}, fields,
+                      {chunk + r * row, kFftSecondRadix * row});
     for (u32 i = 0; i < R; ++i)
       forward_pass<kFftSecondRadix>(chunk + i * kFftSecondRadix * row, row,
                                     F + i * kFftSecondRadix * stream * kPointGroup + c * row,

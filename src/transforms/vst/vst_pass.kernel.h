@@ -240,18 +240,23 @@ RESIDUE_INLINE void multiply_terms(const Mod& mod, const F64* a, const F64* from
   }
 }
 
+// The roots that terms are multiplied and brought back with, and their ratios to the prime.
+struct TermRoots {
+  F64 w, ratio, inverse_w, inverse_ratio;
+};
+
 // Products of terms, brought back to eight terms and to rows.
-RESIDUE_INLINE void product_terms(const Mod& mod, const F64 (&a)[8], const F64 (&b)[8], F64 w, F64 ratio,
-                                  F64 inverse_w, F64 inverse_ratio, double* tile, u32 n) {
+RESIDUE_INLINE void product_terms(const Mod& mod, const F64 (&a)[8], const F64 (&b)[8],
+                                  const TermRoots& roots, double* tile, u32 n) {
   F64 c[8];
   const F64 zero = F64::all(0);
-  multiply_terms(mod, a, b, w, ratio, c);
-  multiply_terms(mod, a + 4, b + 4, zero - w, zero - ratio, c + 4);
+  multiply_terms(mod, a, b, roots.w, roots.ratio, c);
+  multiply_terms(mod, a + 4, b + 4, zero - roots.w, zero - roots.ratio, c + 4);
 #pragma GCC unroll 4
   for (u32 i = 0; i < 4; ++i) {
     const F64 t = c[i] - c[i + 4];
     c[i] = mod.reduce(c[i] + c[i + 4]);
-    c[i + 4] = mod.times(t, inverse_w, inverse_ratio);
+    c[i + 4] = mod.times(t, roots.inverse_w, roots.inverse_ratio);
   }
   for (u32 b8 = 0; b8 < 8 / L; ++b8) {
     F64 t[L];
@@ -321,8 +326,9 @@ void product_tiles(const VstPlan& plan, double* x, const double* g, u32 sequence
             b[i] = F64::load(other + i * stride + n);
           }
         }
-        product_terms(mod, a, b, w, ratio, F64::load(inverses.last_w(t) + n),
-                      F64::load(inverses.last_ratio(t) + n), tile, n);
+        product_terms(mod, a, b,
+                      {w, ratio, F64::load(inverses.last_w(t) + n), F64::load(inverses.last_ratio(t) + n)},
+                      tile, n);
       }
       double w[8], ratio[8];
       inverses.of_tile(t, w, ratio);
