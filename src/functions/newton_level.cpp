@@ -178,6 +178,7 @@ Estimate RamLevelProducts<W>::take_residue(s64 exp) {
   buffer_.exp = exp;
   buffer_.strip_top_zeros(helper_.parallel());
   error_ = buffer_;
+  fault_point("newton error", error_);
   if (buffer_.L == 0) return Estimate::kExact;
   return negative ? Estimate::kUnder : Estimate::kOver;
 }
@@ -213,6 +214,7 @@ template <class W>
 Estimate RamLevelProducts<W>::take_error_of(BigFloat<W>& e, const char* function) {
   const Estimate side = take_error(e, shape_.below, function, helper_.parallel());
   error_ = e;
+  fault_point("newton error", error_);
   return side;
 }
 

@@ -12,6 +12,7 @@
 #include "memory/sizing_arena.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/transform_words.h"
+#include "words/hash.h"
 #include "words/words.h"
 
 namespace orl {
@@ -19,6 +20,9 @@ namespace {
 
 constexpr u64 kGuardWords = 4;
 constexpr u64 kResidualWords = 6;  // beyond p
+
+/// `words` or one more: W^n is 1 modulo 2^61 - 1 when 61 divides n, and then a hash does not see what the ring folds.
+constexpr u64 hashed_ring(u64 words) { return words % 61 == 0 ? words + 1 : words; }
 
 /// P[0, n) += A[0, L) * W^at modulo W^n - 1.
 template <class W>
@@ -34,11 +38,18 @@ void add_wrapped(W* P, u64 n, u64 at, const W* A, u64 L, ParallelContext paralle
   }
 }
 
-/// Whether R[0, n) is a number of at most `words` words, or the negative of one, modulo W^n - 1.
+/// Whether R[0, n), modulo W^n - 1, is a number of at most `words` words with this hash, or the negative of one. R is lost.
 template <class W>
-bool is_small(const W* R, u64 n, u64 words, ParallelContext parallel) {
-  return bp_strip<W>(0, R, n, parallel) <= words ||
-         bp_strip<W>(static_cast<W>(~W{0}), R, n, parallel) <= words;
+bool is_small(W* R, u64 n, u64 words, u64 hash, ParallelContext parallel) {
+  u64 L = bp_strip<W>(0, R, n, parallel);
+  const bool negative = L > words;
+  if (negative) {
+    L = bp_strip<W>(static_cast<W>(~W{0}), R, n, parallel);
+    if (L > words) return false;
+    bp_not(R, R, L, parallel);
+  }
+  const u64 magnitude = bp_hash<W>(0, R, L, parallel);
+  return hash_canon(negative ? hash_sub(0, magnitude) : magnitude) == hash_canon(hash);
 }
 
 /// Whether x * W^e is 1, as far as a double tells.
@@ -66,12 +77,13 @@ u64 whole_words(u64 words_u32) {
 }  // namespace
 
 template <class W>
-RamResidual<W>::RamResidual(Of kind, u64 p, u64 tds) : p_(p), n_(p + kResidualWords + kGuardWords) {
+RamResidual<W>::RamResidual(Of kind, u64 p, u64 tds)
+    : p_(p), n_(hashed_ring(p + kResidualWords + kGuardWords)) {
   const u64 word_bits = 8 * sizeof(W);
   ParametersBox box;
   const Parameters& shape = basic_table<W>().parameters_for(box, nullptr, n_, tds);
   MultiplySizes sizes = shape.sizes();
-  if (const u64 ring = whole_words<W>(shape.cyclic_words()); ring >= n_) {
+  if (const u64 ring = whole_words<W>(shape.cyclic_words()); ring >= n_ && ring == hashed_ring(ring)) {
     need_.table_bits = n_ * word_bits;
     n_ = ring;
     areas_ = kind == Of::kSquare ? 1 : 2;
@@ -98,8 +110,8 @@ template <class W>
 W* RamResidual<W>::product_of_shape(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
                                     LinearHeapBuffer heap) const {
   ParametersBox box;
-  const Parameters& shape =
-      basic_table<W>().parameters_for(box, &ctx.tables, p_ + kResidualWords + kGuardWords, ctx.parallel.tds);
+  const Parameters& shape = basic_table<W>().parameters_for(
+      box, &ctx.tables, hashed_ring(p_ + kResidualWords + kGuardWords), ctx.parallel.tds);
   const Areas areas = lay_out(heap, shape.sizes());
   void *const F = areas.transforms[0], *const tmp = areas.tmp;
   RingCheck check(kHalfWords<W> * n_);
@@ -180,12 +192,17 @@ bool RamResidual<W>::leaves_little(const RunContext& ctx, const BigFloat<W>& x, 
   BigFloat<W> used = ideal;
   if (used.exp < product.exp)
     used = top_words(ideal, ideal.L - std::min(ideal.L, static_cast<u64>(product.exp - ideal.exp)));
+  const u64 x_hash = bp_hash<W>(0, x.T, x.L, ctx.parallel);
+  const u64 y_hash = x.T == y.T ? x_hash : bp_hash<W>(0, y.T, y.L, ctx.parallel);
+  const u64 used_hash =
+      hash_mul(bp_hash<W>(0, used.T, used.L, ctx.parallel), hash_word_pow<W>(used.exp - product.exp));
+  const u64 hash = hash_sub(used_hash, hash_mul(w, hash_mul(x_hash, y_hash)));
   bp_not(product.T, product.T, n_, ctx.parallel);
   add_wrapped(product.T, n_, static_cast<u64>(used.exp - product.exp), used.T, used.L, ctx.parallel);
   const bool power = ideal.L == 1 && ideal.T[0] == 1;
   const s64 magnitude = power ? ideal.exp : ideal.magnitude();
   const s64 words = std::max<s64>(magnitude - static_cast<s64>(p_) - product.exp, 1);
-  return is_small(product.T, n_, static_cast<u64>(words), ctx.parallel);
+  return is_small(product.T, n_, static_cast<u64>(words), hash, ctx.parallel);
 }
 
 template <class W>

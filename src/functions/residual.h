@@ -5,7 +5,9 @@
 // of a, w y^2 for y = 1/sqrt(w), b y for y = 1/b. Only the size of a - x y matters, and it is known to be
 // small: the upper words of the product are those of a, so it is taken modulo W^n - 1, with n a few words
 // above the precision p. A residual that is larger than the bound leaves words that are neither all zero nor
-// all ones above it; a random one passes with a chance of W^-4.
+// all ones above it, or is folded onto low words: a bit struck in the error that an iteration applies leaves
+// a residual of just that bit and of words far below it. So the residual must have the hash modulo 2^61 - 1 that
+// follows from those of x, y and a: what is folded changes it, as 61 does not divide n.
 //
 // Bound    |a - x y| < W^(magnitude of a - p): x keeps p + 2 words, y and a are cut to p + 3, and all
 //          relative errors are below c W^-(p+1) with c far below W (newton.body.h). The lowest words of the

@@ -112,6 +112,12 @@ const Row kRows[] = {
     {"quotient times divisor", "quotient", kLeast, 1, "Convergence Failure"},
     {"newton product", "reciprocal", kLess, 9, "Checksum Mismatch. Multiplication Failed."},
     {"newton product", "root", kSqrt, 9, "Checksum Mismatch. Multiplication Failed."},
+    // Half of these are folded onto low words by the ring of the residual.
+    {"newton error", "quotient", kKeep, 20, "Residual is too large. Division failed.", false},
+    {"newton error", "quotient, less memory", kLess, 9, "Residual is too large. Division failed.", false},
+    {"newton error", "root", kInverseRoot, 20, "Residual is too large.", false},
+    {"newton error", "square root", kSqrt, 30, "Residual is too large.", false},
+    {"newton error", "root of a word", kRootOfWord, 20, "Residual is too large. Inverse root failed.", false},
     {"newton correction", "reciprocal", kKeep, 9, "Convergence Failure", false},
     {"newton correction", "quotient", kLess, 9, "Residual is too large. Division failed.", false},
     {"newton correction", "root", kInverseRoot, 9, "Residual is too large.", false},
