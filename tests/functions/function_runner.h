@@ -123,6 +123,7 @@ struct OwnedFloat {
     x.exp = x.L ? exp : 0;
   }
   OwnedFloat(const OwnedFloat&) = delete;
+  OwnedFloat& operator=(const OwnedFloat&) = delete;
 };
 
 /// floor(|x| * W^words).

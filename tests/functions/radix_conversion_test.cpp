@@ -382,7 +382,8 @@ TYPED_TEST(Conversion, ProofTakesNothingButTheDigits) {
   using W = TypeParam;
   const W radix = kDecimalRadix<W>;
   for (const u64 n : {40, 700, 40000}) {
-    auto x = this->fraction(n + 1, 3);
+    // Without runs, in which no digit word has room for a radix more below one that can lend it.
+    const OwnedFloat<W> x(this->random.template plain_words<W>(n + 1), -static_cast<s64>(n + 1));
     const std::vector<W> digits = this->convert(radix, n, x.x, 1);
     const auto refuses = [&](u64 place, W more, W less_above) {
       std::vector<W> changed = digits;

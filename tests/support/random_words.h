@@ -90,6 +90,13 @@ class Random {
     fill(v.data(), L);
     return v;
   }
+  /// Uniform words, where a test wants no runs.
+  template <class W>
+  std::vector<W> plain_words(u64 L) {
+    std::vector<W> v(L);
+    for (W& one : v) one = word<W>();
+    return v;
+  }
   /// words() with a top word that is not zero.
   template <class W>
   std::vector<W> number(u64 L) {

@@ -71,12 +71,12 @@ TEST_P(FftEachTarget, TransformsEqualTheScalarOnesBitForBit) {
 
 INSTANTIATE_TEST_SUITE_P(Targets, FftEachTarget, testing::Values(simd::Target::kAvx2, simd::Target::kAvx512));
 
-/// A square whose points can be struck.
+/// A square whose points can be struck. Its words have no runs: where most points are 0, few coefficients change.
 class Square {
  public:
   Square(u64 words, Random& random)
       : tables_(64 * words),
-        a_(random.words<u32>(words)),
+        a_(random.plain_words<u32>(words)),
         exact_((Mpz(a_) * Mpz(a_)).words<u32>(2 * words)),
         out_(2 * words),
         scratch_(fft_algorithm().sizes(64 * words, 1).total_bytes()) {}
