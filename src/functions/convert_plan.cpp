@@ -17,6 +17,9 @@ namespace {
 template <class W>
 constexpr u64 kBasecaseBits = sizeof(W) == 8 ? 8192 : 4096;
 
+// Upper levels whose shapes are lean: each keeps half of what the one above it does.
+constexpr u64 kLeanLevels = 3;
+
 template <class W>
 constexpr u32 kWordBits = 8 * sizeof(W);
 
@@ -111,7 +114,9 @@ void ConvertPlanP<W>::plan_levels() {
     level.product_words = level.piece_words + level.power_words;
     if (!level.transform) continue;
     const u64 window = top ? level.low_words / 2 + 1 : level.low_words;
-    const MiddleProduct<W> middle(level.power_words, window);
+    // What the upper levels keep, and the top product, is most of the memory.
+    if (i + kLeanLevels >= levels_) level.choice = ShapeChoice::kLean;
+    const MiddleProduct<W> middle(level.power_words, window, level.choice);
     if (middle.form() == ProductForm::whole) continue;
     level.form = middle.form();
     level.piece_words = window;
@@ -126,8 +131,8 @@ u64 ConvertPlanP<W>::product_bytes(u64 level, u64 tds, bool kept) const {
     return LinearHeapBuffer::cut_bytes<u8>(
         mul_window_scratch<W>(0, words, words - level_[level].power_words, level_[level].power_words));
   ParametersBox box;
-  const Parameters& shape = basic_table<W>().parameters_for(box, nullptr, words, tds);
-  return layout_bytes([&](auto& arena) { cut_product(arena, level, shape, kept); });
+  const Parameters& sized = shape(level, box, nullptr, tds);
+  return layout_bytes([&](auto& arena) { cut_product(arena, level, sized, kept); });
 }
 
 template <class W>
@@ -156,9 +161,9 @@ void ConvertPlanP<W>::plan_need() {
     need_.table_bits = std::max(need_.table_bits, level_[i].product_words * kWordBits<W>);
   const u64 top = levels_ - 1, half = tds_ >> 1;
   need_.ram_bytes = layout_bytes([&](auto& arena) {
-    cut_powers(arena);
-    arena.template cut<W>(level_[top].low_words);
-    arena.leave(product_bytes(top, tds_, false));
+    auto first = arena;
+    cut_powers(arena, first);
+    first.leave(product_bytes(top, tds_, false));
     cut_kept(arena);
     arena.leave(forks(top, tds_) ? node_bytes(top, tds_ - half) + node_bytes(top, half)
                                  : node_bytes(top, tds_));

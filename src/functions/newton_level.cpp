@@ -86,7 +86,8 @@ LevelShape LevelShape::wrapped(u64 n, u64 tds) {
   LevelShape shape = plain<W>(n);
   if (words > basic_table<W>().max_words()) return shape;
   ParametersBox box;
-  const u64 cyclic = basic_table<W>().parameters_for(box, nullptr, words, tds).cyclic_words();
+  const u64 cyclic =
+      basic_table<W>().parameters_for(box, nullptr, words, tds, ShapeChoice::kLean).cyclic_words();
   if (cyclic < words * kHalfWords<W> || cyclic % kHalfWords<W> != 0) return shape;
   shape.product_words = words;
   shape.wrap = cyclic / kHalfWords<W>;
@@ -97,7 +98,7 @@ template <class W>
 RamLevelProducts<W>::RamLevelProducts(const RunContext& ctx, const LevelShape& shape, LinearHeapBuffer heap)
     : shape_(shape),
       areas_(lay_out(shape, ctx.parallel.tds, heap)),
-      helper_(ctx.multiply(heap), shape.product_words, shape.kept) {
+      helper_(ctx.multiply(heap), shape.product_words, shape.kept, shape.choice()) {
   if (shape.wrap && helper_.parameters().cyclic_words() != shape.wrap * kHalfWords<W>)
     throw InvalidParametersException("LevelProducts::LevelProducts()", "The plan has another shape.");
 }

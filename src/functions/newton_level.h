@@ -28,6 +28,8 @@ struct LevelShape {
   u64 kept = 1;           ///< numbers whose transforms are kept at once, 1 or 2
   bool dividend = false;  ///< the ideal product is a dividend, else 1
 
+  /// What the helper of the level takes: a wrapped one has its ring from the lean algorithm.
+  ShapeChoice choice() const { return wrap ? ShapeChoice::kLean : ShapeChoice::kRow; }
   /// Two halves of a full-length operand.
   template <class W>
   static LevelShape plain(u64 n);
@@ -58,7 +60,7 @@ class RamLevelProducts {
     Areas areas;
     areas.buffer = number(shape.wrap ? shape.wrap : shape.below + 3);
     if (shape.dividend && !shape.wrap) areas.difference = number(shape.n + 3);
-    arena.leave(TransformHelper<W>::bytes(shape.product_words, tds, shape.kept));
+    arena.leave(TransformHelper<W>::bytes(shape.product_words, tds, shape.kept, shape.choice()));
     return areas;
   }
 

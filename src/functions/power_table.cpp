@@ -57,17 +57,16 @@ Power<W> base_power(const ConvertPlanP<W>& plan, W* T) {
 
 template <class W>
 void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<W>& plan, const RunContext& ctx, Power<W>* powers,
-                                   LinearHeapBuffer& heap) {
+                                   const typename ConvertPlanP<W>::PowerAreas& areas, LinearHeapBuffer heap) {
   if (plan.levels() == 0) return;
   StatusFrame frame(ctx.status, "Powering...   ");
-  const auto areas = plan.cut_powers(heap);
-  powers[0] = base_power(plan, areas[0]);
+  powers[0] = base_power(plan, areas.powers[0]);
   check_stored(plan, 0, powers[0], ctx);
   for (u64 i = 1; i < plan.levels(); ++i) {
     const Power<W>& root = powers[i - 1];
     const u64 length = std::min(2 * root.L, plan.level(i).power_words + 1);
-    Power<W> power{areas[i], length, 2 * root.exp};
-    basic_table<W>().sqr_window(ctx.multiply(heap), {power.T, 0, length}, {root.T, root.L});
+    Power<W> power{areas.powers[i], length, 2 * root.exp};
+    basic_table<W>().sqr_bounded(ctx.multiply(heap), {power.T, 0, length}, {root.T, root.L});
     trim(power);
     powers[i] = power;
     check_stored(plan, i, power, ctx);
@@ -78,8 +77,8 @@ void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<W>& plan, const RunContext
 template void CheckP(u32, u64, const Power<u32>&, const RunContext&);
 template void CheckP(u64, u64, const Power<u64>&, const RunContext&);
 template void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<u32>&, const RunContext&, Power<u32>*,
-                                            LinearHeapBuffer&);
+                                            const ConvertPlanP<u32>::PowerAreas&, LinearHeapBuffer);
 template void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<u64>&, const RunContext&, Power<u64>*,
-                                            LinearHeapBuffer&);
+                                            const ConvertPlanP<u64>::PowerAreas&, LinearHeapBuffer);
 
 }  // namespace orl::CBRv2

@@ -116,12 +116,13 @@ void Conversion<W>::run(const RunContext& ctx, Fraction f, LinearHeapBuffer heap
   // Less than W^2 units are less than the last digit.
   const u64 below = plan_.fraction_words() - f.L, tiny = below < 2 ? std::min(2 - below, f.L) : 0;
   if (bp_strip<W>(0, f.T + tiny, f.L - tiny) == 0) return bp_fill(digits_, n, 0, ctx.parallel);
-  orl_CBRv2_ci_btrf_build_table(plan_, ctx, powers_, heap);
+  LinearHeapBuffer first;
+  const auto areas = plan_.cut_powers(heap, first);
+  orl_CBRv2_ci_btrf_build_table(plan_, ctx, powers_, areas, first);
   make_shapes();
   const Split top = split(n, plan_.levels());
   // The largest product comes first and needs all the scratch; the kept transforms take its place.
-  W* const out = heap.cut<W>(plan_.level(top.level).low_words);
-  const Fraction low = low_fraction(ctx, top, f, out, heap);
+  const Fraction low = low_fraction(ctx, top, f, areas.low, first);
   keep_transforms(ctx, heap);
   digits_[0] = halves(ctx, top, digits_, low, cut(f, top.high + 1), heap);
   if (near_above_) settle(ctx, f);
@@ -147,15 +148,14 @@ void Conversion<W>::settle(const RunContext& ctx, Fraction f) {
 template <class W>
 void Conversion<W>::make_shapes() {
   for (u64 i = 0; i < plan_.levels(); ++i)
-    if (plan_.level(i).transform)
-      basic_table<W>().parameters_for(shapes_[i], &tables_, plan_.level(i).product_words, 1);
+    if (plan_.level(i).transform) plan_.shape(i, shapes_[i], &tables_, 1);
 }
 
 // A level's shape for `tds` tasks: a serial one is at hand, any other is built into `box`.
 template <class W>
 const Parameters& Conversion<W>::shape(u64 level, u64 tds, ParametersBox& box) const {
   if (tds == 1) return *shapes_[level];
-  return basic_table<W>().parameters_for(box, &tables_, plan_.level(level).product_words, tds);
+  return plan_.shape(level, box, &tables_, tds);
 }
 
 template <class W>

@@ -16,11 +16,12 @@
 // Source   the scaled fractions of D. J. Bernstein, "Scaled remainder trees", 2004, for one modulus.
 #pragma once
 
+#include <algorithm>
 #include <array>
 
 #include "core/types.h"
 #include "memory/linear_buffer.h"
-#include "multiply/algorithm.h"
+#include "multiply/algorithm_table.h"
 #include "multiply/transform_words.h"
 #include "numbers/big_float.h"
 #include "numbers/run_context.h"
@@ -45,6 +46,7 @@ struct ConvertLevel {
   u64 product_words = 0;   ///< length of the shape that a piece takes
   bool transform = false;  ///< large enough for a kept transform
   ProductForm form = ProductForm::whole;
+  ShapeChoice choice = ShapeChoice::kRow;  ///< lean at the levels that decide the memory
 };
 
 /// Words of binary that powers of one radix take, exactly.
@@ -60,6 +62,16 @@ class PowerWords {
   double rough_ = 0;      // log2(radix) / word_bits
   __float128 exact_ = 0;  // to 2^-108
 };
+
+/// Scratch of sqr_bounded for the square of a power of at most `words` words, whose topmost words may be zeros that
+/// are left out.
+template <class W>
+u64 power_square_bytes(u64 words, u64 tds) {
+  constexpr u64 kZeros = 6;
+  return basic_table<W>()
+      .max_bounded_sizes(2 * words, tds, 2 * words - std::min(kZeros, 2 * words))
+      .square_bytes;
+}
 
 /// A conversion of fractions to `digit_words` words in one radix. Built once, immutable, may be shared.
 template <class W>
@@ -105,6 +117,11 @@ class ConvertPlanP {
   Need need() const { return need_; }
   /// Bytes for nodes that may use levels [0, count) and `tds` tasks, beside tables and kept transforms.
   u64 node_bytes(u64 count, u64 tds) const;
+  /// The shape of a level's products for `tds` tasks; `tables` may be null when only sizes are wanted.
+  const Parameters& shape(u64 level, ParametersBox& box, const TransformTables* tables, u64 tds) const {
+    const ConvertLevel& l = level_[level];
+    return basic_table<W>().parameters_for(box, tables, l.product_words, tds, l.choice);
+  }
   /// Bytes of one product of a level: with its kept transform at hand, or making the power's transform too.
   u64 product_bytes(u64 level, u64 tds, bool kept) const;
 
@@ -129,28 +146,38 @@ class ConvertPlanP {
       areas.upper = arena.template cut<W>(l.piece_words);
     return areas;
   }
-  /// The powers of all levels. Their squares are made in what lies behind them.
-  template <class Arena>
-  std::array<W*, kMaxLevels> cut_powers(Arena& arena) const {
+  /// Where the powers lie, and the low part's fraction of the top node.
+  struct PowerAreas {
     std::array<W*, kMaxLevels> powers{};
-    for (u64 i = 0; i < levels_; ++i) powers[i] = arena.template cut<W>(level_[i].power_words + 1);
-    for (u64 i = 0; i + 1 < levels_; ++i)
-      arena.leave(basic_table<W>().max_sizes(2 * level_[i].power_words, tds_).total_bytes());
-    return powers;
+    W* low = nullptr;
+  };
+  /// Cuts the powers below the top and the fraction. The top power, which nobody needs behind the first product, is
+  /// cut from `first`, which takes the rest of `arena` otherwise: for the squares and that product.
+  template <class Arena>
+  PowerAreas cut_powers(Arena& arena, Arena& first) const {
+    PowerAreas areas;
+    const u64 top = levels_ - 1;
+    for (u64 i = 0; i < top; ++i) areas.powers[i] = arena.template cut<W>(level_[i].power_words + 1);
+    areas.low = arena.template cut<W>(level_[top].low_words);
+    first = arena;
+    areas.powers[top] = first.template cut<W>(level_[top].power_words + 1);
+    for (u64 i = 0; i < top; ++i) first.leave(power_square_bytes<W>(level_[i].power_words, tds_));
+    return areas;
   }
   /// The kept transforms of the powers below the top; null where a level has none. They are made in what lies
   /// behind them.
   template <class Arena>
   std::array<void*, kMaxLevels> cut_kept(Arena& arena) const {
     std::array<void*, kMaxLevels> kept{};
-    for (u64 i = 0; i + 1 < levels_; ++i)
-      if (level_[i].transform)
-        kept[i] =
-            arena.template cut<u8>(basic_table<W>().sizes(level_[i].product_words, tds_).transform_bytes);
-    for (u64 i = 0; i + 1 < levels_; ++i)
-      if (level_[i].transform)
-        arena.leave(LinearHeapBuffer::cut_bytes<u8>(
-            basic_table<W>().sizes(level_[i].product_words, tds_).scratch_bytes));
+    ParametersBox box;
+    u64 scratch_bytes = 0;
+    for (u64 i = 0; i + 1 < levels_; ++i) {
+      if (!level_[i].transform) continue;
+      const MultiplySizes sizes = shape(i, box, nullptr, tds_).sizes();
+      kept[i] = arena.template cut<u8>(sizes.transform_bytes);
+      scratch_bytes = std::max(scratch_bytes, sizes.scratch_bytes);
+    }
+    arena.leave(LinearHeapBuffer::cut_bytes<u8>(scratch_bytes));
     return kept;
   }
 
@@ -258,11 +285,10 @@ void join_windows(W* upper, u64 length, W below, ParallelContext parallel);
 /// into the lower window's highest word is one more.
 inline constexpr int kMaxWindowOff = 4;
 
-/// powers[i] = radix^(n0 << i) for every level of the plan, each checked, cut from the front of `heap`, which
-/// is moved past them; what is left of it is scratch meanwhile.
+/// powers[i] = radix^(n0 << i) for every level of the plan, each checked, in `areas`; `heap` is scratch.
 template <class W>
 void orl_CBRv2_ci_btrf_build_table(const ConvertPlanP<W>& plan, const RunContext& ctx, Power<W>* powers,
-                                   LinearHeapBuffer& heap);
+                                   const typename ConvertPlanP<W>::PowerAreas& areas, LinearHeapBuffer heap);
 
 }  // namespace CBRv2
 

@@ -81,7 +81,7 @@ RamResidual<W>::RamResidual(Of kind, u64 p, u64 tds)
     : p_(p), n_(hashed_ring(p + kResidualWords + kGuardWords)) {
   const u64 word_bits = 8 * sizeof(W);
   ParametersBox box;
-  const Parameters& shape = basic_table<W>().parameters_for(box, nullptr, n_, tds);
+  const Parameters& shape = basic_table<W>().parameters_for(box, nullptr, n_, tds, ShapeChoice::kLean);
   MultiplySizes sizes = shape.sizes();
   if (const u64 ring = whole_words<W>(shape.cyclic_words()); ring >= n_ && ring == hashed_ring(ring)) {
     need_.table_bits = n_ * word_bits;
@@ -111,7 +111,7 @@ W* RamResidual<W>::product_of_shape(const RunContext& ctx, const BigFloat<W>& x,
                                     LinearHeapBuffer heap) const {
   ParametersBox box;
   const Parameters& shape = basic_table<W>().parameters_for(
-      box, &ctx.tables, hashed_ring(p_ + kResidualWords + kGuardWords), ctx.parallel.tds);
+      box, &ctx.tables, hashed_ring(p_ + kResidualWords + kGuardWords), ctx.parallel.tds, ShapeChoice::kLean);
   const Areas areas = lay_out(heap, shape.sizes());
   void *const F = areas.transforms[0], *const tmp = areas.tmp;
   RingCheck check(kHalfWords<W> * n_);

@@ -28,7 +28,7 @@ CBRv2::Power<W> odd_power(const ConvertPlanP<W>& plan, u64 e, W* result, W* othe
     const u64 reached = e >> bit;
     W* T = power.T == result ? other : result;
     u64 L = std::min(2 * power.L, plan.odd_power_words(reached & ~u64{1}));
-    basic_table<W>().sqr_window(ctx, {T, 0, L}, {power.T, power.L});
+    basic_table<W>().sqr_bounded(ctx, {T, 0, L}, {power.T, power.L});
     L = bp_strip<W>(0, T, L, ctx.parallel);
     if (reached & 1) {
       const W carry = bp_mul_uW(T, T, L, plan.odd(), 0, ctx.parallel);
@@ -64,6 +64,18 @@ struct LowProductAreas {
   void* G;
   void* tmp;
 };
+template <class W>
+u64 low_product_bytes(u64 half, const MultiplySizes& sizes) {
+  return layout_bytes([&](SizingArena& arena) { LowProductAreas<W>(arena, half, sizes); });
+}
+template <class W>
+u64 low_product_bytes(u64 half, u64 tds) {
+  ParametersBox box;
+  const AlgorithmTable<W>& table = basic_table<W>();
+  return std::min(low_product_bytes<W>(half, table.sizes(2 * half, tds)),
+                  low_product_bytes<W>(
+                      half, table.parameters_for(box, nullptr, 2 * half, tds, ShapeChoice::kLean).sizes()));
+}
 
 // The lowest words of a product: E[0, target.len) = A * B modulo W^target.len, target.len <= 2 * half. Low halves are
 // multiplied in full, of the cross products what lies below. No product is longer than 2 * half words.
@@ -76,7 +88,11 @@ void low_product(const RunContext& ctx, Window<W> target, Words<W> A, Words<W> B
   if (A.count == 0 || words == 0) return;
   const Halves<W> a(A.ptr, A.count, half), b(B.ptr, std::min(B.count, words), half);
   ParametersBox box;
-  const Parameters& shape = basic_table<W>().parameters_for(box, &ctx.tables, 2 * half, ctx.parallel.tds);
+  const AlgorithmTable<W>& table = basic_table<W>();
+  const u64 tds = ctx.parallel.tds;
+  const bool holds = low_product_bytes<W>(half, table.sizes(2 * half, tds)) <= heap.size;
+  const Parameters& shape =
+      table.parameters_for(box, &ctx.tables, 2 * half, tds, holds ? ShapeChoice::kRow : ShapeChoice::kLean);
   const LowProductAreas<W> areas(heap, half, shape.sizes());
   W* const cross = areas.cross;
   void *const F = areas.F, *const G = areas.G, *const tmp = areas.tmp;
@@ -153,8 +169,8 @@ VerifyConversion<W>::VerifyConversion(W radix, u64 digit_words, u64 tds)
   need_.table_bits = 2 * std::max(half_words_, half_power_words_) * kWordBits<W>;
   need_.ram_bytes = layout_bytes([&](SizingArena& arena) {
     lay_out(arena);
-    arena.leave(basic_table<W>().max_sizes(2 * half_power_words_, tds).total_bytes());
-    LowProductAreas<W>(arena, half_words_, basic_table<W>().sizes(2 * half_words_, tds));
+    arena.leave(power_square_bytes<W>(half_power_words_, tds));
+    arena.leave(low_product_bytes<W>(half_words_, tds));
   });
 }
 

@@ -91,6 +91,15 @@ bool wraps(const Algorithm& algorithm, u64 bits) {
   return algorithm.parameters_for(box, nullptr, bits, 1).cyclic_words() != 0;
 }
 
+/// The first word count past `at` that takes another shape than the one of `at`, in words of `word_bits`, or `end` + 1.
+u64 next_shape(const Parameters& shape, u64 at, u64 end, u32 word_bits) {
+  return std::max(at, std::min(shape.max_bits() / word_bits, end)) + 1;
+}
+
+u64 bytes_of(const MultiplySizes& sizes, u64 transforms) {
+  return transforms * sizes.transform_bytes + sizes.scratch_bytes;
+}
+
 /// Words up to which bounded products take no more than one of `at` words: up to the next larger shape, whole or half.
 /// The window of a longer product is no shorter.
 u64 bounded_alike_words(const Algorithm& algorithm, u64 at, u32 word_bits, u64 tds) {
@@ -159,8 +168,10 @@ const Algorithm& AlgorithmTable<W>::get_algorithm(u64 words) const {
 
 template <class W>
 const Parameters& AlgorithmTable<W>::parameters_for(ParametersBox& out, const TransformTables* tables,
-                                                    u64 words, u64 tds) const {
-  return get_algorithm(words).parameters_for(out, tables, words * word_bits, tds);
+                                                    u64 words, u64 tds, ShapeChoice choice) const {
+  const Entry& entry = find(words, "AlgorithmTable::get_algorithm()");
+  const Algorithm* const lean = choice == ShapeChoice::kLean ? entry.lean_at(words) : nullptr;
+  return (lean ? *lean : *entry.algorithm).parameters_for(out, tables, words * word_bits, tds);
 }
 
 template <class W>
@@ -169,24 +180,51 @@ MultiplySizes AlgorithmTable<W>::sizes(u64 words, u64 tds) const {
 }
 
 template <class W>
+const Parameters& AlgorithmTable<W>::parameters_within(u64 bytes, u64 transforms, ParametersBox& out,
+                                                       const TransformTables* tables, u64 words,
+                                                       u64 tds) const {
+  const bool holds = bytes_of(sizes(words, tds), transforms) <= bytes;
+  return parameters_for(out, tables, words, tds, holds ? ShapeChoice::kRow : ShapeChoice::kLean);
+}
+
+template <class W>
 MultiplySizes AlgorithmTable<W>::max_sizes(u64 words, u64 tds, u64 transforms) const {
   find(words, "AlgorithmTableB::mSBsizes()");
   MultiplySizes largest;
-  u64 largest_bytes = 0;
   u64 at = 1;
   for (const Entry& entry : entries_) {
     const u64 end = std::min(entry.threshold, words);
     while (at <= end) {
       ParametersBox box;
       const Parameters& shape = entry.algorithm->parameters_for(box, nullptr, at * word_bits, tds);
-      const MultiplySizes sizes = shape.sizes();
-      const u64 bytes = transforms * sizes.transform_bytes + sizes.scratch_bytes;
-      if (bytes > largest_bytes) {
-        largest = sizes;
-        largest_bytes = bytes;
+      if (bytes_of(shape.sizes(), transforms) > bytes_of(largest, transforms)) largest = shape.sizes();
+      at = next_shape(shape, at, end, word_bits);
+    }
+  }
+  return largest;
+}
+
+template <class W>
+u64 AlgorithmTable<W>::max_least_bytes(u64 words, u64 tds, u64 transforms) const {
+  find(words, "AlgorithmTableB::mSBsizes()");
+  u64 largest = 0;
+  u64 at = 1;
+  for (const Entry& entry : entries_) {
+    const u64 end = std::min(entry.threshold, words);
+    while (at <= end) {
+      ParametersBox box;
+      const Parameters& shape = entry.algorithm->parameters_for(box, nullptr, at * word_bits, tds);
+      u64 bytes = bytes_of(shape.sizes(), transforms);
+      u64 next = next_shape(shape, at, end, word_bits);
+      if (const Algorithm* const lean = entry.lean_at(at)) {
+        const Parameters& other = lean->parameters_for(box, nullptr, at * word_bits, tds);
+        bytes = std::min(bytes, bytes_of(other.sizes(), transforms));
+        next = std::min(next, next_shape(other, at, end, word_bits));
+      } else if (entry.lean) {
+        next = std::min(next, kSmallestLeanBits / word_bits + 1);
       }
-      // Every product up to the shape's largest takes this shape.
-      at = std::max(at, std::min(shape.max_bits() / word_bits, end)) + 1;
+      largest = std::max(largest, bytes);
+      at = next;
     }
   }
   return largest;

@@ -63,6 +63,12 @@ struct AlgorithmRow {
   u64 threshold_bits;
 };
 
+/// Whose shape a product takes.
+enum class ShapeChoice : u8 {
+  kRow,  ///< the row's algorithm's
+  kLean  ///< that of the row's lean algorithm, where it has one: less memory, and rings
+};
+
 /// See the head of this file.
 template <class W>
 class AlgorithmTable {
@@ -72,8 +78,8 @@ class AlgorithmTable {
   struct Entry {
     u64 threshold;  ///< largest product in words
     const Algorithm* algorithm;
-    /// Of the next row, when that makes wrapped products and this does not: what bounded products take that lack the
-    /// memory for `algorithm`. Null: there is none.
+    /// Of the next row, when that makes wrapped products and this does not: what products take that lack the memory
+    /// for `algorithm`, and those that gain more by a ring than `algorithm` is faster. Null: there is none.
     const Algorithm* lean = nullptr;
 
     /// `lean` for products of `words` words; null for small ones, which save less than its tables take.
@@ -106,10 +112,16 @@ class AlgorithmTable {
   const Algorithm& get_algorithm(u64 words) const;
 
   /// Shape of a product of `words` words, built into `out`. `tables` may be null when only sizes are wanted.
-  const Parameters& parameters_for(ParametersBox& out, const TransformTables* tables, u64 words,
-                                   u64 tds) const;
+  const Parameters& parameters_for(ParametersBox& out, const TransformTables* tables, u64 words, u64 tds,
+                                   ShapeChoice choice = ShapeChoice::kRow) const;
   /// Bytes of a product of exactly `words` words.
   MultiplySizes sizes(u64 words, u64 tds) const;
+  /// parameters_for() of the row where `transforms` of its transforms and its scratch fit into `bytes`, or else of
+  /// its lean algorithm.
+  const Parameters& parameters_within(u64 bytes, u64 transforms, ParametersBox& out,
+                                      const TransformTables* tables, u64 words, u64 tds) const;
+  /// Bytes that are enough for parameters_within() of any product of 1 to `words` words.
+  u64 max_least_bytes(u64 words, u64 tds, u64 transforms) const;
   /// Bytes of the most demanding of all products of 1 to `words` words. Shapes do not grow steadily, so a
   /// plan whose products may turn out shorter asks here. Cost: one step per shape, some microseconds.
   MultiplySizes max_sizes(u64 words, u64 tds) const { return max_sizes(words, tds, 2); }

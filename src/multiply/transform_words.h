@@ -62,8 +62,7 @@ struct MiddleShape {
   }
 };
 
-/// The length and the form of middle products that a plan chooses.
-/// Middle products with one kept transform, in whichever form the shape offers.
+/// The length and the form of middle products with one kept transform that a plan chooses.
 template <class W>
 class MiddleProduct {
  public:
@@ -72,12 +71,12 @@ class MiddleProduct {
 
   MiddleProduct() = default;
   /// Middle products of at most `window` words with an operand of `power` words.
-  MiddleProduct(u64 power, u64 window) {
+  MiddleProduct(u64 power, u64 window, ShapeChoice choice = ShapeChoice::kRow) {
     constexpr u64 k = sizeof(W) / sizeof(u32);
     words_ = power + window + kGuardWords;
     ParametersBox box;
     const auto shape = [&](u64 words) -> const Parameters& {
-      return basic_table<W>().parameters_for(box, nullptr, words, 1);
+      return basic_table<W>().parameters_for(box, nullptr, words, 1, choice);
     };
     if (shape(words_).cyclic_words() >= k * words_) {
       form_ = ProductForm::cyclic;

@@ -222,30 +222,35 @@ void op_sqr_rx_xf(const TransformHelper<W>& helper, Number& T, Limit limit, cons
 // Helper --------------------------------------------------------------------------------------------------
 
 template <class W>
-TransformHelper<W>::TransformHelper(const MultiplyContext& ctx, u64 product_words, u64 kept)
+TransformHelper<W>::TransformHelper(const MultiplyContext& ctx, u64 product_words, u64 kept,
+                                    ShapeChoice choice)
     : parallel_(ctx.parallel), kept_count_(kept) {
   const char* const function = "TransformHelper::TransformHelper()";
   if (kept == 0 || kept > kMaxKept)
     throw InvalidParametersException(function, "Invalid number of kept transforms.");
-  basic_table<W>().parameters_for(box_, &ctx.tables, product_words, ctx.parallel.tds);
+  const AlgorithmTable<W>& table = basic_table<W>();
+  if (choice == ShapeChoice::kLean)
+    table.parameters_for(box_, &ctx.tables, product_words, ctx.parallel.tds, choice);
+  else
+    table.parameters_within(ctx.scratch.size, 1 + kept, box_, &ctx.tables, product_words, ctx.parallel.tds);
   scratch_ = cut_product_areas(ctx.scratch, box_->sizes(), areas_, 1 + kept, function);
 }
 
 template <class W>
-MultiplySizes TransformHelper<W>::sizes(u64 product_words, u64 tds) {
-  return basic_table<W>().sizes(product_words, tds);
-}
-
-template <class W>
-u64 TransformHelper<W>::bytes(u64 product_words, u64 tds, u64 kept) {
-  const MultiplySizes shape = sizes(product_words, tds);
-  return (1 + kept) * shape.transform_bytes + shape.scratch_bytes;
+u64 TransformHelper<W>::bytes(u64 product_words, u64 tds, u64 kept, ShapeChoice choice) {
+  const AlgorithmTable<W>& table = basic_table<W>();
+  const auto bytes_of = [&](const MultiplySizes& sizes) {
+    return (1 + kept) * sizes.transform_bytes + sizes.scratch_bytes;
+  };
+  ParametersBox box;
+  const u64 lean =
+      bytes_of(table.parameters_for(box, nullptr, product_words, tds, ShapeChoice::kLean).sizes());
+  return choice == ShapeChoice::kLean ? lean : std::min(lean, bytes_of(table.sizes(product_words, tds)));
 }
 
 template <class W>
 u64 TransformHelper<W>::max_bytes(u64 product_words, u64 tds, u64 kept) {
-  const MultiplySizes shape = basic_table<W>().max_sizes(product_words, tds, 1 + kept);
-  return (1 + kept) * shape.transform_bytes + shape.scratch_bytes;
+  return basic_table<W>().max_least_bytes(product_words, tds, 1 + kept);
 }
 
 template <class W>

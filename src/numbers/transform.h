@@ -4,7 +4,8 @@
 // Before is what is at hand, after what is kept.
 //
 // Helper   takes the shape of a product length from basic_table<W>() and cuts its scratch: one working
-//          transform, `kept` kept ones, working scratch. All products made with it must fit that shape.
+//          transform, `kept` kept ones, working scratch. All products made with it must fit that shape. Where
+//          the scratch does not hold the row's shape its lean algorithm's is taken.
 // Results  every operand is read before the result is written, so here a result may share words with an
 //          operand, and may be the same object.
 // Zero     a zero operand clears the result; no transform is touched.
@@ -13,7 +14,7 @@
 #pragma once
 
 #include "core/types.h"
-#include "multiply/algorithm.h"
+#include "multiply/algorithm_table.h"
 #include "numbers/big_float.h"
 #include "numbers/exact_float.h"
 
@@ -25,17 +26,16 @@ class TransformHelper {
  public:
   /// A shape for products of up to `product_words` words with `kept` (at most kMaxKept) kept transforms.
   /// Throws BufferTooSmallException "TransformHelper::TransformHelper()" when ctx.scratch is below bytes().
-  TransformHelper(const MultiplyContext& ctx, u64 product_words, u64 kept = 1);
+  TransformHelper(const MultiplyContext& ctx, u64 product_words, u64 kept = 1,
+                  ShapeChoice choice = ShapeChoice::kRow);
   TransformHelper(const TransformHelper&) = delete;
   TransformHelper& operator=(const TransformHelper&) = delete;
 
   static constexpr u64 kMaxKept = 4;
 
-  /// Sizes of the shape of exactly this length.
-  static MultiplySizes sizes(u64 product_words, u64 tds);
-  /// Bytes of scratch of a helper of exactly this length.
-  static u64 bytes(u64 product_words, u64 tds, u64 kept = 1);
-  /// Bytes of scratch of any helper of at most this length.
+  /// Bytes of scratch that a helper of exactly this length must have.
+  static u64 bytes(u64 product_words, u64 tds, u64 kept = 1, ShapeChoice choice = ShapeChoice::kRow);
+  /// Bytes of scratch that are enough for any helper of at most this length.
   static u64 max_bytes(u64 product_words, u64 tds, u64 kept = 1);
 
   /// Bytes of scratch of a product of at most this length that keeps nothing, mul_rr_xx over a

@@ -89,11 +89,11 @@ PSR_Series<Store>::PSR_Series(std::unique_ptr<const Series<W>> series, const Val
   headline_ = std::string("Series ") + series_->kind().name() + "...  " +
               format_with_commas(series_->terms()) +
               " terms  (Expansion Factor = " + format_float(expansion_, 3) + ")";
-  plan_need(value.memory);
+  plan_need();
 }
 
 template <class Store>
-void PSR_Series<Store>::plan_need(SeriesMemory memory) {
+void PSR_Series<Store>::plan_need() {
   const auto blocks = [&](auto& arena) {
     for (const auto& block : blocks_) arena.leave(block->total_bytes());
   };
@@ -101,14 +101,14 @@ void PSR_Series<Store>::plan_need(SeriesMemory memory) {
     outer_.cut(arena);
     arena.leave(division_.need().ram_bytes);
   };
-  // The reciprocal's transform is kept where that does not decide the memory.
   const Need sums = Store::need_of([&](auto& arena) {
     blocks(arena);
     outer_.cut(arena);
   });
-  if (Store::need_of(finish).ram_bytes > sums.ram_bytes)
-    division_ = ProvedDivision<Store>(
-        p_, budget_, memory == SeriesMemory::kReduced ? DivisionMemory::kLeast : DivisionMemory::kLess);
+  // The division keeps what it can without deciding the memory.
+  for (const DivisionMemory memory : {DivisionMemory::kLess, DivisionMemory::kLeast})
+    if (Store::need_of(finish).ram_bytes > sums.ram_bytes)
+      division_ = ProvedDivision<Store>(p_, budget_, memory);
   need_ = division_.need();
   need_.ram_bytes = std::max(sums.ram_bytes, Store::need_of(finish).ram_bytes);
   for (const auto& block : blocks_) {

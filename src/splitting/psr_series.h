@@ -55,7 +55,7 @@ class PSR_Series {
 
  private:
   void plan_blocks(SeriesMemory memory);
-  void plan_need(SeriesMemory memory);
+  void plan_need();
   u64 finish(const RunContext& ctx, Frame& frame, Fraction& fraction, Number& out, Arena heap) const;
 
   std::unique_ptr<const Series<W>> series_;
