@@ -18,7 +18,8 @@ A LIST has records of `key: value` lines with blank lines between; `#` opens a r
 
 Tests run in this order until one fails: those named, those of the folder of the file, those of folders that may include it,
 nearest first, those of no folder of src/, slow programs, then scripts that run finished programs. Within a group the quickest go first. Only what a
-group needs is built. A test that kills a fault is run once without any; one that fails there too is left out.
+group needs is built. A test that kills a fault is run once without any; one that fails there too is left out. One that is not named must
+fail twice.
 
 Ends: "killed" (a test failed, or did not end), "survived", "unfinished" (no time for all tests), "equivalent", "not found" (the
 line is not there, or not once), "no build" (the compiler sees it; the record is wrong). Status 1 when a fault survived."""
@@ -242,6 +243,7 @@ class Copy:
         path.write_text(QUIET + "".join(lines))
         try:
             groups, tests = self.groups(record)
+            hints = record.get("tests", "").split()
             for group in groups:
                 status, text = self.make(sorted({target for name in group for target in tests[name].targets}))
                 begin = begin or time.monotonic()  # behind the first build, which may be that of a changed tree
@@ -250,7 +252,8 @@ class Copy:
                 for name in group:
                     if time.monotonic() - begin > self.options.limit:
                         return "unfinished", f"behind the time is {name}"
-                    if not self.run(name):
+                    # A test that nobody expects to see it, on a machine with other work, may fail for that.
+                    if not self.run(name) and (any(hint in name for hint in hints) or not self.run(name)):
                         return "killed", name
             return "survived", ""
         finally:
