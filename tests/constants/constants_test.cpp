@@ -158,13 +158,13 @@ TYPED_TEST(Constants, DoNotDependOnTheThreadWidth) {
 }
 
 TYPED_TEST(Constants, RefuseOtherPowers) {
-  using W = TypeParam;
-  EXPECT_THROW(Pi_Series_BigFloatR<W>({PiSeries::kChudnovsky, 2}, 10, 1), InvalidParametersException);
-  EXPECT_THROW(Sqrt_Newton_BigFloatR<W>({2, 0}, 10, 1), InvalidParametersException);
-  EXPECT_THROW(GoldenRatio_Newton_BigFloatR<W>(3, 10, 1), InvalidParametersException);
-  EXPECT_THROW(e_Taylor_BigFloatR<W>({ETaylor::kAlternating, 0}, 10, 1), InvalidParametersException);
-  EXPECT_THROW(e_Taylor_BigFloatR<W>({ETaylor::kPlain, -1}, 10, 1), InvalidParametersException);
-  EXPECT_THROW(Sqrt_Newton_BigFloatR<W>({0, 1}, 10, 1), ArithmeticException);
+  using Store = RamStore<TypeParam>;
+  EXPECT_THROW(make_pi<Store>({PiSeries::kChudnovsky, 2}, 10, 1), InvalidParametersException);
+  EXPECT_THROW(make_sqrt<Store>({2, 0}, 10, 1), InvalidParametersException);
+  EXPECT_THROW(make_golden_ratio<Store>(3, 10, 1), InvalidParametersException);
+  EXPECT_THROW(make_e<Store>({ETaylor::kAlternating, 0}, 10, 1), InvalidParametersException);
+  EXPECT_THROW(make_e<Store>({ETaylor::kPlain, -1}, 10, 1), InvalidParametersException);
+  EXPECT_THROW(make_sqrt<Store>({0, 1}, 10, 1), ArithmeticException);
 }
 
 // From halves, whichever words the operands lack or have too many; with the hash of what comes out.
