@@ -7,6 +7,7 @@
 #include <string>
 
 #include "constants/e.h"
+#include "constants/final_product.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
 #include "core/exceptions.h"
@@ -178,11 +179,11 @@ TYPED_TEST(Constants, LastProductTakesLongAndShortOperands) {
         SCOPED_TRACE(testing::Message() << p << ": " << x_words << " by " << y_words);
         const FinalProduct<RamStore<W>> plan(p, 1);
         const test::OwnedFloat<W> a(random.number<W>(x_words), -1), b(random.number<W>(y_words), -7);
-        test::OwnedFloat<W> x(std::max(plan.out_words(), x_words));
+        test::OwnedFloat<W> x(std::max(plan.need().out_words, x_words));
         std::copy_n(a.x.T, a.x.L, x.x.T);
         x.x.L = a.x.L, x.x.exp = a.x.exp, x.x.sign = 1;
-        test::Runner<W> runner(8 * sizeof(W) * plan.product_words());
-        test::GuardedHeap heap(plan.heap_bytes());
+        test::Runner<W> runner(plan.need().table_bits);
+        test::GuardedHeap heap(plan.need().ram_bytes);
         const RunContext ctx = runner.context(1);
         const u64 hash = plan.run(ctx, test::frame, x.x, a.x.computed_hash(ctx.parallel),
                                   {b.x, b.x.computed_hash(ctx.parallel)}, heap.buffer());
