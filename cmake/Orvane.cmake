@@ -21,6 +21,13 @@ if(ORVANE_SANITIZE)
                          -fno-sanitize-recover=all -g1)
   target_link_options(orvane_options INTERFACE -fsanitize=${ORVANE_SANITIZE})
 endif()
+if(ORVANE_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "ORVANE_FUZZ needs clang, whose libFuzzer it builds for")
+  endif()
+  target_compile_options(orvane_options INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(orvane_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 target_link_libraries(orvane_options INTERFACE Threads::Threads)
 
 # orvane_folder([USES FOLDER...] [EXCEPT SOURCE...]): the target of the folder of src/ that calls it, named after it

@@ -7,6 +7,7 @@
 #include "app/action_file.h"
 #include "app/bench.h"
 #include "app/custom_menu.h"
+#include "app/log_formula_tool.h"
 #include "app/options.h"
 #include "app/stress_menu.h"
 #include "bbp/bbp_extractor.h"
@@ -112,6 +113,15 @@ int run_benchio(Line& line) {
   return not_available("The I/O benchmark");
 }
 
+int run_log_formula(Line& line) {
+  line.take();
+  if (line.at_end()) return log_formula_menu();
+  LogFormulaLine formula;
+  formula.argument = line.take();
+  if (!parse_options(log_formula_options(), formula, line)) return 1;
+  return run_log_formula(formula);
+}
+
 int run_bbp(Line&) {
   Menu_BbpExtractor();
   return 0;
@@ -149,6 +159,9 @@ constexpr Action kActions[] = {
     {"digitviewer", "digitviewer",
      "Looks into digit files of any size: ranges, statistics, extraction, compression.", "orvane digitviewer",
      run_digit_viewer},
+    {"logformula", "logformula N [OPTION...]",
+     "Two Machin-like formulas for Log(N): the sums of series that compute and verify it.",
+     "orvane logformula 97 -dec:1b", run_log_formula, [] { return option_texts(log_formula_options()); }},
     {"about", "about", "About this program.", "orvane about", run_about},
     {"validate", "validate",
      "Checks a validation file: asks for its path; status 0 if it is as the program wrote it.",
@@ -189,7 +202,7 @@ struct MenuEntry {
 int advanced_menu() {
   static constexpr MenuEntry entries[] = {
       {"Benchmark Validator", 'T', run_validator},
-      {"Log(n) Formula Generator", 'T', [] { return not_available("The formula generator"); }},
+      {"Log(n) Formula Generator", 'T', log_formula_menu},
       {"Hardware Features", 'T',
        [] {
          orl::print_report_page("Hardware Features", orl::hardware_sections());

@@ -1,4 +1,4 @@
-// The nine actions, the main menu, and what stands around them: help, version, about.
+// The actions, the main menu, and what stands around them: help, version, about.
 #pragma once
 
 #include <span>

@@ -101,6 +101,16 @@ constexpr struct {
      "From a script:\n"
      "\n"
      "    printf '%s\\n' 'digits/Pi - Dec - Chudnovsky.txt' 0 1 100 '' '' | orvane pause:-2 digitviewer"},
+    {"logformula",
+     "Finds two sums of hyperbolic arc-cotangents that equal the natural logarithm of a whole number from 2 "
+     "to "
+     "2147483647: a primary one to compute it by, and a secondary one, which has no term in common, to "
+     "verify it. Both "
+     "are proved in integers. Which formulas are the cheapest depends on the digits wanted.\n"
+     "\n"
+     "    orvane logformula                asks for the number and the digits\n"
+     "    orvane logformula 97             for a million digits\n"
+     "    orvane logformula 97 -dec:1b     for a billion"},
     {"about", "Prints what this program is."},
     {"validate",
      "Asks for the path of a validation file and says whether it is as the program wrote it.\n"

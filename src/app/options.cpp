@@ -190,6 +190,14 @@ constexpr Option<BenchIoSettings> kBenchIo[] = {
      Values::kRaidType},
 };
 
+constexpr Option<LogFormulaLine> kLogFormula[] = {
+    {"-dec", "-dec:DIGITS",
+     "Decimal digits that the formulas are to be the cheapest for, at least 100. Default 1m.", "-dec:1b",
+     [](LogFormulaLine& formula, Line& line) {
+       formula.decimal_digits = parse_decimal_count(take_value(line));
+     }},
+};
+
 void select_test(StressLine& stress, Line& line) { stress.tests.push_back(line.take()); }
 
 constexpr Option<StressLine> kStress[] = {
@@ -214,6 +222,7 @@ std::span<const Option<ModeHolder>> custom_options() { return kCustom; }
 std::span<const Option<BenchSettings>> bench_options() { return kBench; }
 std::span<const Option<BenchIoSettings>> benchio_options() { return kBenchIo; }
 std::span<const Option<StressLine>> stress_options() { return kStress; }
+std::span<const Option<LogFormulaLine>> log_formula_options() { return kLogFormula; }
 std::span<const BenchSize> bench_sizes() { return kSizes; }
 
 }  // namespace orvane

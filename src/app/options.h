@@ -61,6 +61,12 @@ struct BenchIoSettings {
   orl::R03::Raid03Descriptor raid;
 };
 
+/// A line of the generator of formulas for Log(n).
+struct LogFormulaLine {
+  std::string argument;  ///< n as it was typed
+  u64 decimal_digits = 1000000;
+};
+
 /// A line of the component stress tester.
 struct StressLine {
   StressSettings settings;
@@ -73,6 +79,7 @@ std::span<const Option<ModeHolder>> custom_options();
 std::span<const Option<BenchSettings>> bench_options();
 std::span<const Option<BenchIoSettings>> benchio_options();
 std::span<const Option<StressLine>> stress_options();
+std::span<const Option<LogFormulaLine>> log_formula_options();
 
 /// A benchmark size: its token and decimal digits. kDecimalSizes rows in powers of ten, then those in powers
 /// of two.

@@ -1,6 +1,5 @@
-#include <immintrin.h>
-
 #include "bbp/bbp_kernels.h"
+#include "simd/intrinsics.h"
 
 #include "simd/begin_avx2.h"
 

@@ -114,14 +114,7 @@ void bbp_sum(const BbpTerm& term, u64 first, u64 last, u64* limbs, u64 limb_coun
 void bbp_add(u64* limbs, const u64* other, u64 limb_count) { fold(other, 1, true, limbs, limb_count); }
 
 const BbpKernel& bbp_kernel(simd::Target target) {
-  switch (target) {
-    case simd::Target::kScalar:
-      return scalar::bbp_kernel;
-    case simd::Target::kAvx2:
-      return avx2::bbp_kernel;
-    default:
-      return avx512::bbp_kernel;
-  }
+  return simd::kernels_for(target, scalar::bbp_kernel, avx2::bbp_kernel, avx512::bbp_kernel);
 }
 
 }  // namespace orl

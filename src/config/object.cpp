@@ -3,22 +3,21 @@
 #include <utility>
 
 #include "core/exceptions.h"
+#include "core/name_table.h"
 
 namespace orl {
+namespace {
 
-const char* kind_name(ValueKind kind) {
-  switch (kind) {
-    case ValueKind::kInteger:
-      return "Integer";
-    case ValueKind::kString:
-      return "String";
-    case ValueKind::kArray:
-      return "Array";
-    case ValueKind::kObject:
-      return "Object";
-  }
-  return "invalid type";
-}
+constexpr Named<ValueKind> kKindNames[] = {
+    {ValueKind::kInteger, "Integer"},
+    {ValueKind::kString, "String"},
+    {ValueKind::kArray, "Array"},
+    {ValueKind::kObject, "Object"},
+};
+
+}  // namespace
+
+const char* kind_name(ValueKind kind) { return name_of(kKindNames, kind, "invalid type"); }
 
 void Value::check_kind(std::string_view name, ValueKind wanted) const {
   if (kind_ == wanted) return;

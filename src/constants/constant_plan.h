@@ -15,12 +15,6 @@ namespace orl {
 template <class Store>
 class BasicConstantPlan {
  public:
-  using Word = typename Store::Word;
-  using Number = typename Store::Number;
-  using Arena = typename Store::Arena;
-  using Frame = typename Store::Frame;
-  using Budget = typename Store::Budget;
-
   virtual ~BasicConstantPlan() = default;
 
   /// What run() takes: bytes of heap, words of `out`, the largest product.
@@ -31,22 +25,15 @@ class BasicConstantPlan {
   /// nothing else; ctx has the tds that the plan was built for. Prints its stages on ctx.status. Throws
   /// BufferTooSmallException for a short heap, BSRModularCheckFailedException or AlgorithmFailedException
   /// when the machine has miscomputed.
-  virtual u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const = 0;
+  virtual u64 run(const RunContext& ctx, Store::Frame& frame, Store::Number& out,
+                  Store::Arena heap) const = 0;
 };
 
 template <class W>
 using ConstantPlan = BasicConstantPlan<RamStore<W>>;
 
-/// A plan of the constant in its own words: `Plan(..., p, budget)`.
+/// What make_e, make_pi and the like give.
 template <class Store>
 using ConstantPlanPointer = std::unique_ptr<BasicConstantPlan<Store>>;
-
-/// For member initialisers: throws InvalidParametersException "Power must be 1 or -1." under `function`.
-s32 checked_power(const char* function, s32 power);
-
-/// Throws AlgorithmFailedException "Checksum Mismatch. Multiplication Failed." under `function` unless the
-/// words of x have this hash.
-template <class Number>
-void require_hash(const Number& x, u64 hash, const char* function, ParallelContext parallel);
 
 }  // namespace orl

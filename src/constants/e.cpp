@@ -63,9 +63,12 @@ std::unique_ptr<const Series<W>> make_e_series(ETaylor series, u64 p) {
   return std::make_unique<TaylorSeries<W>>(series, p);
 }
 
-template class e_Taylor<RamStore<u32>>;
-template class e_Taylor<RamStore<u64>>;
-template std::unique_ptr<const Series<u32>> make_e_series<u32>(ETaylor, u64);
-template std::unique_ptr<const Series<u64>> make_e_series<u64>(ETaylor, u64);
+#define ORVANE_INSTANTIATE(W)                                                         \
+  template std::unique_ptr<const Series<W>> make_e_series<W>(ETaylor, u64);           \
+  template ConstantPlanPointer<RamStore<W>> make_e<RamStore<W>>(const EFormula&, u64, \
+                                                                const RamStore<W>::Budget&);
+ORVANE_INSTANTIATE(u32)
+ORVANE_INSTANTIATE(u64)
+#undef ORVANE_INSTANTIATE
 
 }  // namespace orl

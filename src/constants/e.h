@@ -9,7 +9,7 @@
 #pragma once
 
 #include "constants/constant_plan.h"
-#include "splitting/psr_series.h"
+#include "splitting/series.h"
 
 namespace orl {
 
@@ -29,35 +29,9 @@ struct EFormula {
 template <class W>
 std::unique_ptr<const Series<W>> make_e_series(ETaylor series, u64 p);
 
-/// e (power 1) or 1/e (power -1) to p words. Throws InvalidParametersException "Power must be 1 or -1." and,
-/// for power -1 without the alternating series, "Inversion not supported for non-alternating series.".
+/// A plan of e (power 1) or 1/e (power -1) to p words. Throws InvalidParametersException "Power must be 1 or -1."
+/// and, for power -1 without the alternating series, "Inversion not supported for non-alternating series.".
 template <class Store>
-class e_Taylor final : public BasicConstantPlan<Store> {
- public:
-  using typename BasicConstantPlan<Store>::Word;
-  using typename BasicConstantPlan<Store>::Number;
-  using typename BasicConstantPlan<Store>::Arena;
-  using typename BasicConstantPlan<Store>::Frame;
-  using typename BasicConstantPlan<Store>::Budget;
-
-  /// A plan for p words.
-  e_Taylor(const EFormula& formula, u64 p, const Budget& budget);
-
-  Need need() const override { return series_.need(); }
-  u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const override;
-
- private:
-  ETaylor kind_;
-  PSR_Series<Store> series_;
-};
-
-/// A plan of e or 1/e.
-template <class Store>
-ConstantPlanPointer<Store> make_e(const EFormula& formula, u64 p, const typename Store::Budget& budget) {
-  return std::make_unique<e_Taylor<Store>>(formula, p, budget);
-}
-
-template <class W>
-using e_Taylor_BigFloatR = e_Taylor<RamStore<W>>;
+ConstantPlanPointer<Store> make_e(const EFormula& formula, u64 p, const typename Store::Budget& budget);
 
 }  // namespace orl

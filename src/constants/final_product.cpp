@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "constants/constant_plan.h"
 #include "core/exceptions.h"
 #include "numbers/transform.h"
 #include "splitting/exact_steps.h"
@@ -23,11 +22,6 @@ BigFloat<W> slice(const BigFloat<W>& x, u64 from, u64 to) {
   part.exp = x.exp + static_cast<s64>(from);
   part.sign = 1;
   return part;
-}
-
-template <class W>
-u64 hash_of(const BigFloat<W>& x, ParallelContext parallel) {
-  return hash_canon(x.computed_hash(parallel));
 }
 
 /// Words [from, to) of a number and what they must hash to.
@@ -61,14 +55,17 @@ FinalProduct<RamStore<W>>::FinalProduct(u64 p, const typename Store::Budget& bud
       tds_(std::max<u64>(budget.tds, 1)),
       half_((p + 3) / 2),
       product_words_(2 * (p + 3 - half_)),
-      heap_bytes_(layout_bytes([&](SizingArena& arena) { cut(arena); })) {}
+      need_(layout_need([&](auto& arena) { cut(arena); })) {
+  need_.out_words = p + 8;
+}
 
 template <class W>
 template <class Arena>
 typename FinalProduct<RamStore<W>>::Buffers FinalProduct<RamStore<W>>::cut(Arena& arena) const {
   const Number cross = Store::number(arena, half_ + 3, "orv_C.sf");
   const Number product = Store::number(arena, product_words_, "orv_P.sf");
-  arena.leave(TransformHelper<W>::max_bytes(product_words_, tds_));
+  arena.leave(Need{.ram_bytes = TransformHelper<W>::max_bytes(product_words_, tds_),
+                   .table_bits = product_words_ * 8 * sizeof(W)});
   return {cross, product};
 }
 
@@ -79,8 +76,8 @@ u64 FinalProduct<RamStore<W>>::run(const RunContext& ctx, Frame& caller, Number&
   Frame frame = caller.enter(kFunction);
   const Number& y = y_factor.number;
   const u64 n = p_ + 3;
-  if (heap.size < heap_bytes_) throw BufferTooSmallException(kFunction, heap.size, heap_bytes_);
-  if (x.size < out_words()) throw BufferTooSmallException(kFunction, x.size, out_words());
+  if (heap.size < need_.ram_bytes) throw BufferTooSmallException(kFunction, heap.size, need_.ram_bytes);
+  if (x.size < need_.out_words) throw BufferTooSmallException(kFunction, x.size, need_.out_words);
   if (x.L == 0 || y.L == 0) {
     x.set_zero();
     return 0;
@@ -128,7 +125,7 @@ u64 FinalProduct<RamStore<W>>::run(const RunContext& ctx, Frame& caller, Number&
   show_fault_point("cross sum", cross);
   add_below(x, hash, cross, cross_hash, ctx.parallel);
   show_fault_point("last product", x);
-  require_hash(x, hash, "Pi_Series_BigFloatR::run()", ctx.parallel);
+  require_hash<Number>({x, hash}, "Pi_Series_BigFloatR::run()", kProductMismatch, ctx.parallel);
   return hash;
 }
 

@@ -30,10 +30,8 @@ class FinalProduct<RamStore<W>> {
   /// For results of p words.
   FinalProduct(u64 p, const typename Store::Budget& budget);
 
-  /// Capacity that x must have.
-  u64 out_words() const { return p_ + 8; }
-  u64 heap_bytes() const { return heap_bytes_; }
-  u64 product_words() const { return product_words_; }
+  /// The heap of run(), the capacity that x must have, the longest partial product.
+  Need need() const { return need_; }
   /// x *= y: the top p + 2 words or a few more, the lowest of them inexact; relative error below 8 W^-(p+1).
   /// Both are positive and normalised; `x_hash` is what x hashed to when it was proved. Returns the hash that
   /// x's words must have. Throws BufferTooSmallException "FinalProduct::run()"; AlgorithmFailedException
@@ -54,7 +52,7 @@ class FinalProduct<RamStore<W>> {
   u64 tds_;
   u64 half_;           ///< words of a lower half
   u64 product_words_;  ///< of the longest partial product
-  u64 heap_bytes_;
+  Need need_;
 };
 
 }  // namespace orl

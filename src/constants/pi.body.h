@@ -1,8 +1,9 @@
-// The definitions of pi.h, for the files that instantiate them for a store.
+// The definition of make_pi, for the files that instantiate it for a store.
 #pragma once
 
 #include <algorithm>
 
+#include "constants/final_product.h"
 #include "constants/pi.h"
 #include "core/exceptions.h"
 #include "core/status.h"
@@ -11,79 +12,85 @@
 
 namespace orl {
 
-namespace pi_constant {
+/// The plan that make_pi gives.
+template <class Store>
+class Pi_Series final : public BasicConstantPlan<Store> {
+ public:
+  /// A plan for p words.
+  Pi_Series(const PiFormula& formula, u64 p, const Store::Budget& budget)
+      : kind_(formula.series),
+        row_(row_of(formula)),
+        series_(make_pi_series<typename Store::Word>(formula.series, p + 2), value_of(formula), p + 2,
+                budget),
+        root_(p + 1, budget),
+        product_(p + 1, budget) {
+    need_ = Store::need_of([&](auto& arena) {
+      arena.leave(series_.need());
+      cut_root(arena);
+    });
+    need_.out_words = std::max({series_.need().out_words, root_.need().out_words, product_.need().out_words});
+  }
 
-inline constexpr const char* kFunction = "Pi_Series_BigFloatR()";
-inline constexpr const char* kRun = "Pi_Series_BigFloatR::run()";
+  Need need() const override { return need_; }
 
-/// A row of the table in pi.h.
-struct Row {
-  SeriesCoefficients coefficients;
-  u64 x;
+  u64 run(const RunContext& ctx, Store::Frame& caller, Store::Number& out, Store::Arena heap) const override {
+    constexpr const char* kRun = "Pi_Series_BigFloatR::run()";
+    if (heap.size < need_.ram_bytes) throw BufferTooSmallException(kRun, heap.size, need_.ram_bytes);
+    auto frame = caller.enter(kRun);
+    ctx.status.println(kind_ == PiSeries::kChudnovsky ? "Pi - Chudnovsky (1989):" : "Pi - Ramaunjan (1910):");
+    u64 hash = 0, root_hash = 0;
+    frame.stage([&] { hash = series_.run(ctx, frame, out, heap); }, out, hash);
+    auto root = cut_root(heap);
+    {
+      StageTimer timer(ctx.status, "InvSqrt...");
+      frame.stage([&] { root_hash = root_.run(ctx, frame, root, row_.x, heap); }, out, hash, root, root_hash);
+      timer.finish();
+    }
+    StageTimer timer(ctx.status, "Large Multiply...");
+    frame.stage([&] { hash = product_.run(ctx, frame, out, hash, {root, root_hash}, heap); }, out, hash);
+    timer.finish();
+    return hash;
+  }
+
+ private:
+  /// A row of the table in pi.h.
+  struct Row {
+    SeriesCoefficients coefficients;
+    u32 x;  ///< the number under the root
+  };
+  static Row row_of(const PiFormula& formula) {
+    const bool pi = !is_inverse("Pi_Series_BigFloatR()", formula.power);
+    if (formula.series == PiSeries::kChudnovsky)
+      return {{.P = 1, .Q = 13591409, .D = u64{pi ? 4270934400u : 426880u}}, 10005};
+    if (pi) return {{.P = 1, .Q = 1103, .D = 9801}, 8};
+    return {{.P = 4, .Q = 4412, .D = 9801}, 2};
+  }
+  // The series' own power is the opposite of the constant's: it is D Q / (a P + b Q) that Pi takes.
+  static typename PSR_Series<Store>::Value value_of(const PiFormula& formula) {
+    return {row_of(formula).coefficients, -formula.power, formula.memory};
+  }
+
+  /// The root's place; the root and then the last product get the rest.
+  template <class AnyArena>
+  Store::Number cut_root(AnyArena& arena) const {
+    auto root = Store::number(arena, root_.need().out_words, "orv_R.sf");
+    arena.leave(root_.need());
+    arena.leave(product_.need());
+    return root;
+  }
+
+  PiSeries kind_;
+  Row row_;
+  PSR_Series<Store> series_;
+  ProvedInvsqrtWord<Store> root_;
+  FinalProduct<Store> product_;
+  Need need_;
 };
 
-/// The row of the table in pi.h that a formula means.
-inline Row row_of(const PiFormula& formula) {
-  const bool pi = checked_power(kFunction, formula.power) == 1;
-  if (formula.series == PiSeries::kChudnovsky)
-    return {{.P = 1, .Q = 13591409, .D = u64{pi ? 4270934400u : 426880u}}, 10005};
-  if (pi) return {{.P = 1, .Q = 1103, .D = 9801}, 8};
-  return {{.P = 4, .Q = 4412, .D = 9801}, 2};
-}
-
-// The series' own power is the opposite of the constant's: it is D Q / (a P + b Q) that Pi takes.
+/// As pi.h has it.
 template <class Store>
-typename PSR_Series<Store>::Value value_of(const PiFormula& formula) {
-  return {row_of(formula).coefficients, -formula.power, formula.memory};
-}
-
-}  // namespace pi_constant
-
-template <class Store>
-Pi_Series<Store>::Pi_Series(const PiFormula& formula, u64 p, const Budget& budget)
-    : kind_(formula.series),
-      x_(pi_constant::row_of(formula).x),
-      series_(make_pi_series<Word>(formula.series, p + 2), pi_constant::value_of<Store>(formula), p + 2,
-              budget),
-      root_(p + 1, budget),
-      product_(p + 1, budget) {
-  const Need sum = series_.need();
-  need_ = Need::max(sum, root_.need());
-  need_.out_words = std::max(sum.out_words, product_.out_words());
-  need_.ram_bytes = Store::need_of([&](auto& arena) {
-                      arena.leave(sum.ram_bytes);
-                      cut_root(arena);
-                    }).ram_bytes;
-  need_.table_bits = std::max(need_.table_bits, product_.product_words() * 8 * sizeof(Word));
-}
-
-template <class Store>
-template <class AnyArena>
-auto Pi_Series<Store>::cut_root(AnyArena& arena) const -> Number {
-  Number root = Store::number(arena, root_.need().out_words, "orv_R.sf");
-  arena.leave(std::max(root_.need().ram_bytes, product_.heap_bytes()));
-  return root;
-}
-
-template <class Store>
-u64 Pi_Series<Store>::run(const RunContext& ctx, Frame& caller, Number& out, Arena heap) const {
-  if (heap.size < need_.ram_bytes)
-    throw BufferTooSmallException(pi_constant::kRun, heap.size, need_.ram_bytes);
-  Frame frame = caller.enter(pi_constant::kRun);
-  ctx.status.println(kind_ == PiSeries::kChudnovsky ? "Pi - Chudnovsky (1989):" : "Pi - Ramaunjan (1910):");
-  u64 hash = 0, root_hash = 0;
-  frame.stage([&] { hash = series_.run(ctx, frame, out, heap); }, out, hash);
-  Number root = cut_root(heap);
-  {
-    StageTimer timer(ctx.status, "InvSqrt...");
-    frame.stage([&] { root_hash = root_.run(ctx, frame, root, static_cast<Word>(x_), heap); }, out, hash,
-                root, root_hash);
-    timer.finish();
-  }
-  StageTimer timer(ctx.status, "Large Multiply...");
-  frame.stage([&] { hash = product_.run(ctx, frame, out, hash, {root, root_hash}, heap); }, out, hash);
-  timer.finish();
-  return hash;
+ConstantPlanPointer<Store> make_pi(const PiFormula& formula, u64 p, const typename Store::Budget& budget) {
+  return std::make_unique<Pi_Series<Store>>(formula, p, budget);
 }
 
 }  // namespace orl

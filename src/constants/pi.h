@@ -13,9 +13,8 @@
 #pragma once
 
 #include "constants/constant_plan.h"
-#include "constants/final_product.h"
-#include "functions/proved.h"
-#include "splitting/psr_series.h"
+#include "splitting/psr_block.h"
+#include "splitting/series.h"
 
 namespace orl {
 
@@ -33,43 +32,9 @@ struct PiFormula {
 template <class W>
 std::unique_ptr<const Series<W>> make_pi_series(PiSeries series, u64 p);
 
-/// Pi (power 1) or 1/Pi (power -1) to p words. Any other power throws InvalidParametersException
+/// A plan of Pi (power 1) or 1/Pi (power -1) to p words. Any other power throws InvalidParametersException
 /// "Pi_Series_BigFloatR()", "Power must be 1 or -1.".
 template <class Store>
-class Pi_Series final : public BasicConstantPlan<Store> {
- public:
-  using typename BasicConstantPlan<Store>::Word;
-  using typename BasicConstantPlan<Store>::Number;
-  using typename BasicConstantPlan<Store>::Arena;
-  using typename BasicConstantPlan<Store>::Frame;
-  using typename BasicConstantPlan<Store>::Budget;
-
-  /// A plan for p words.
-  Pi_Series(const PiFormula& formula, u64 p, const Budget& budget);
-
-  Need need() const override { return need_; }
-  u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const override;
-
- private:
-  /// The root's place; the root and then the last product get the rest.
-  template <class AnyArena>
-  Number cut_root(AnyArena& arena) const;
-
-  PiSeries kind_;
-  u64 x_;  ///< the word under the root
-  PSR_Series<Store> series_;
-  ProvedInvsqrtWord<Store> root_;
-  FinalProduct<Store> product_;
-  Need need_;
-};
-
-/// A plan of Pi or 1/Pi.
-template <class Store>
-ConstantPlanPointer<Store> make_pi(const PiFormula& formula, u64 p, const typename Store::Budget& budget) {
-  return std::make_unique<Pi_Series<Store>>(formula, p, budget);
-}
-
-template <class W>
-using Pi_Series_BigFloatR = Pi_Series<RamStore<W>>;
+ConstantPlanPointer<Store> make_pi(const PiFormula& formula, u64 p, const typename Store::Budget& budget);
 
 }  // namespace orl

@@ -6,83 +6,105 @@
 #include "core/status.h"
 #include "functions/proved.body.h"
 #include "splitting/exact_steps.h"
+#include "splitting/psr_series.h"
 #include "splitting/stage_timer.h"
 
 namespace orl {
 
-namespace roots {
-
-inline constexpr const char* kSqrt = "Sqrt_Newton_BigFloatR()";
-inline constexpr const char* kSqrtRun = "Sqrt_Newton_BigFloatR::run()";
-inline constexpr const char* kGoldenRatio = "GoldenRatio_Newton_BigFloatR()";
-inline constexpr const char* kGoldenRatioRun = "GoldenRatio_Newton_BigFloatR::run()";
-/// 2 is the inverse of 2^60 modulo 2^61 - 1.
-inline constexpr u64 kHashOfHalf = u64{1} << 60;
-
-/// out = 1/sqrt(n); returns its hash.
+/// An inverse root and what is made of it by linear steps on its words and its hash.
 template <class Store>
-u64 inverse_root(const ProvedInvsqrtWord<Store>& root, typename Store::Word n, const RunContext& ctx,
-                 typename Store::Frame& frame, typename Store::Number& out, typename Store::Arena heap) {
-  StageTimer timer(ctx.status, "InvSqrt...");
-  u64 hash = 0;
-  frame.stage([&] { hash = root.run(ctx, frame, out, n, heap); }, out, hash);
-  timer.finish();
-  return hash;
-}
+class RootConstant : public BasicConstantPlan<Store> {
+ public:
+  Need need() const override { return root_.need(); }
 
-}  // namespace roots
-
-template <class Store>
-Sqrt_Newton<Store>::Sqrt_Newton(const SqrtFormula& formula, u64 p, const Budget& budget)
-    : n_(static_cast<Word>(formula.n)),
-      power_(checked_power(roots::kSqrt, formula.power)),
-      root_(p + 1, budget) {
-  if (n_ != formula.n) throw InvalidParametersException(roots::kSqrt, "Argument is too large.");
-  if (n_ == 0) throw ArithmeticException(roots::kSqrt, "Divide by zero.");
-}
-
-template <class Store>
-u64 Sqrt_Newton<Store>::run(const RunContext& ctx, Frame& caller, Number& out, Arena heap) const {
-  Frame frame = caller.enter(roots::kSqrtRun);
-  u64 hash = roots::inverse_root(root_, n_, ctx, frame, out, heap);
-  show_fault_point("root", out);
-  if (power_ == 1) {
-    frame.stage(
-        [&] {
-          out.mul_uW(n_, ctx.parallel);
-          hash = hash_mul(hash, n_);
-        },
-        out, hash);
+  u64 run(const RunContext& ctx, Store::Frame& caller, Store::Number& out, Store::Arena heap) const override {
+    auto frame = caller.enter(run_name_);
+    u64 hash = 0;
+    StageTimer timer(ctx.status, "InvSqrt...");
+    frame.stage([&] { hash = root_.run(ctx, frame, out, n_, heap); }, out, hash);
+    timer.finish();
+    show_fault_point("root", out);
+    frame.stage([&] { finish(out, hash, ctx.parallel); }, out, hash);
+    show_fault_point("root result", out);
+    require_hash<typename Store::Number>({out, hash}, run_name_, kProductMismatch, ctx.parallel);
+    return hash;
   }
-  show_fault_point("root result", out);
-  require_hash(out, hash, roots::kSqrtRun, ctx.parallel);
-  return hash;
+
+ protected:
+  /// For 1/sqrt(n) to p + 1 words; `run_name` is the name of run() in exceptions.
+  RootConstant(const char* run_name, Store::Word n, u64 p, const Store::Budget& budget)
+      : run_name_(run_name), n_(n), root_(p + 1, budget) {}
+
+  /// x = the constant, from 1/sqrt(n); the hash follows.
+  virtual void finish(Store::Number& x, u64& hash, ParallelContext parallel) const = 0;
+
+  const char* run_name_;
+  Store::Word n_;
+  ProvedInvsqrtWord<Store> root_;
+};
+
+/// The plan that make_sqrt gives.
+template <class Store>
+class Sqrt_Newton final : public RootConstant<Store> {
+ public:
+  /// A plan for p words.
+  Sqrt_Newton(const SqrtFormula& formula, u64 p, const Store::Budget& budget)
+      : RootConstant<Store>("Sqrt_Newton_BigFloatR::run()", checked_word(formula.n), p, budget),
+        inverse_(is_inverse(kFunction, formula.power)) {}
+
+ private:
+  static constexpr const char* kFunction = "Sqrt_Newton_BigFloatR()";
+
+  static Store::Word checked_word(u64 n) {
+    if (n == 0) throw ArithmeticException(kFunction, "Divide by zero.");
+    const auto word = static_cast<typename Store::Word>(n);
+    if (word != n) throw InvalidParametersException(kFunction, "Argument is too large.");
+    return word;
+  }
+  void finish(Store::Number& x, u64& hash, ParallelContext parallel) const override {
+    if (inverse_) return;
+    x.mul_uW(this->n_, parallel);
+    hash = hash_mul(hash, this->n_);
+  }
+
+  bool inverse_;
+};
+
+/// The plan that make_golden_ratio gives.
+template <class Store>
+class GoldenRatio_Newton final : public RootConstant<Store> {
+ public:
+  /// A plan for p words.
+  GoldenRatio_Newton(s32 power, u64 p, const Store::Budget& budget)
+      : RootConstant<Store>("GoldenRatio_Newton_BigFloatR::run()", 5, p, budget),
+        inverse_(is_inverse("GoldenRatio_Newton_BigFloatR()", power)) {}
+
+ private:
+  void finish(Store::Number& x, u64& hash, ParallelContext parallel) const override {
+    constexpr u64 kHashOfHalf = u64{1} << 60;  // 2 is the inverse of 2^60 modulo 2^61 - 1
+    x.mul_uW(5, parallel);
+    x.add_ip(1, 0);
+    x.mp2(-1, parallel);
+    hash = hash_mul(hash_mul_add(hash, 5, 1), kHashOfHalf);
+    if (!inverse_) return;
+    x.truncate_above(0);
+    hash = hash_sub(hash, 1);
+  }
+
+  bool inverse_;
+};
+
+/// As roots.h has it.
+template <class Store>
+ConstantPlanPointer<Store> make_sqrt(const SqrtFormula& formula, u64 p,
+                                     const typename Store::Budget& budget) {
+  return std::make_unique<Sqrt_Newton<Store>>(formula, p, budget);
 }
 
+/// As roots.h has it.
 template <class Store>
-GoldenRatio_Newton<Store>::GoldenRatio_Newton(s32 power, u64 p, const Budget& budget)
-    : power_(checked_power(roots::kGoldenRatio, power)), root_(p + 1, budget) {}
-
-template <class Store>
-u64 GoldenRatio_Newton<Store>::run(const RunContext& ctx, Frame& caller, Number& out, Arena heap) const {
-  Frame frame = caller.enter(roots::kGoldenRatioRun);
-  u64 hash = roots::inverse_root(root_, Word{5}, ctx, frame, out, heap);
-  show_fault_point("root", out);
-  frame.stage(
-      [&] {
-        out.mul_uW(5, ctx.parallel);
-        out.add_ip(1, 0);
-        out.mp2(-1, ctx.parallel);
-        hash = hash_mul(hash_mul_add(hash, 5, 1), roots::kHashOfHalf);
-        if (power_ == -1) {
-          out.truncate_above(0);
-          hash = hash_sub(hash, 1);
-        }
-      },
-      out, hash);
-  show_fault_point("root result", out);
-  require_hash(out, hash, roots::kGoldenRatioRun, ctx.parallel);
-  return hash;
+ConstantPlanPointer<Store> make_golden_ratio(s32 power, u64 p, const typename Store::Budget& budget) {
+  return std::make_unique<GoldenRatio_Newton<Store>>(power, p, budget);
 }
 
 }  // namespace orl

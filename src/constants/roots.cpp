@@ -2,9 +2,13 @@
 
 namespace orl {
 
-template class Sqrt_Newton<RamStore<u32>>;
-template class Sqrt_Newton<RamStore<u64>>;
-template class GoldenRatio_Newton<RamStore<u32>>;
-template class GoldenRatio_Newton<RamStore<u64>>;
+#define ORVANE_INSTANTIATE(W)                                                                   \
+  template ConstantPlanPointer<RamStore<W>> make_sqrt<RamStore<W>>(const SqrtFormula&, u64,     \
+                                                                   const RamStore<W>::Budget&); \
+  template ConstantPlanPointer<RamStore<W>> make_golden_ratio<RamStore<W>>(s32, u64,            \
+                                                                           const RamStore<W>::Budget&);
+ORVANE_INSTANTIATE(u32)
+ORVANE_INSTANTIATE(u64)
+#undef ORVANE_INSTANTIATE
 
 }  // namespace orl

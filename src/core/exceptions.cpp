@@ -1,12 +1,14 @@
 #include "core/exceptions.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <functional>
 #include <map>
 #include <utility>
 
 #include "core/format.h"
+#include "core/name_table.h"
 #include "core/output.h"
 
 namespace orl {
@@ -243,20 +245,12 @@ ExceptionBlob FileIO::FileException::serialize() const {
 }
 
 const char* FileIO::errno_text(s32 code) {
-  switch (code) {
-    case 2:
-      return "Path does not exist.";
-    case 5:
-      return "Hardware Error";
-    case 12:
-      return "Not Enough Memory";
-    case 13:
-      return "Access Denied";
-    case 28:
-      return "Disk is Full";
-    default:
-      return "Unknown C/C++ Error";
-  }
+  static constexpr Named<s32> kTexts[] = {{ENOENT, "Path does not exist."},
+                                          {EIO, "Hardware Error"},
+                                          {ENOMEM, "Not Enough Memory"},
+                                          {EACCES, "Access Denied"},
+                                          {ENOSPC, "Disk is Full"}};
+  return name_of(kTexts, code, "Unknown C/C++ Error");
 }
 
 void FileIO::throw_file_error(ExceptionText function, s32 code, ExceptionText message, ExceptionText path) {

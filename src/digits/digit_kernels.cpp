@@ -12,16 +12,7 @@
 namespace orl::digits {
 
 const DigitKernels& digit_kernels() {
-  switch (simd::active_target()) {
-    case simd::Target::kAvx512:
-    case simd::Target::kAvx512Ifma:
-      return avx512::kernels;
-    case simd::Target::kAvx2:
-      return avx2::kernels;
-    case simd::Target::kScalar:
-      break;
-  }
-  return scalar::kernels;
+  return simd::kernels_for(simd::active_target(), scalar::kernels, avx2::kernels, avx512::kernels);
 }
 
 }  // namespace orl::digits

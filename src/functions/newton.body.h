@@ -24,24 +24,11 @@
 
 namespace orl {
 
-namespace newton {
-
-// The estimate with the error that was found taken off, half of it for a root.
-template <class Products, class Number>
-void finish_level(const RunContext& ctx, Products& products, Number& out, const Number& t, Estimate side,
-                  bool root) {
-  if (side == Estimate::kExact) return products.keep_exact(out, t);
-  const StatusFrame status(ctx.status, " 1M ");
-  if (root) products.halve_error();
-  products.correct(out, t, side);
-}
-
-}  // namespace newton
-
 // ---- what all plans share -------------------------------------------------------------------------------
 
 template <class Store, class Below>
 bool NewtonPlan<Store, Below>::plan_small(bool quotient) {
+  using W = typename Store::Word;
   if (p_ > kSmallLevelWords) return false;
   need_ = Store::need_of([&](auto& arena) {
     if (quotient) cut_small_reciprocal<W>(arena, p_);
@@ -59,25 +46,64 @@ void NewtonPlan<Store, Below>::plan_level(const LevelShape& shape, const Layout&
   below_ = std::make_unique<Below>(shape.below, budget_);
   need_ = Store::need_of(layout);
   need_.out_words = p_ + 4;
-  need_.table_bits = std::max(below_->need().table_bits, shape.product_words * 8 * sizeof(W));
+}
+
+template <class Store, class Below>
+template <class AnyArena>
+auto NewtonPlan<Store, Below>::lay_out(AnyArena& arena) const -> Store::Number {
+  auto estimate = Store::number(arena, shape_.below + 4, "orv_X.sf");
+  leave_parts(arena);
+  return estimate;
 }
 
 template <class Store, class Below>
 template <class AnyArena>
 void NewtonPlan<Store, Below>::leave_parts(AnyArena arena) const {
   arena.leave(below_->need());
-  LevelProducts<Store>::lay_out(shape_, budget_.tds, arena);
+  LevelProducts<typename Store::Number>::lay_out(shape_, budget_.tds, arena);
 }
 
 template <class Store, class Below>
-typename Store::Frame NewtonPlan<Store, Below>::enter(const char* function, const RunContext& ctx,
-                                                      Frame& frame, const Arena& arena) const {
+auto NewtonPlan<Store, Below>::enter(const char* function, const RunContext& ctx, Store::Frame& frame,
+                                     const Store::Arena& arena) const -> Store::Frame {
   if (ctx.parallel.tds > budget_.tds) throw InvalidParametersException(function, "tds is larger than plan.");
   arena.leave(need_);
-  Frame own = frame.enter(function);
+  auto own = frame.enter(function);
   own.assert_sL("p", p_);
   own.assert_sL("tds", budget_.tds);
   return own;
+}
+
+template <class Store, class Below>
+template <class Argument>
+void NewtonPlan<Store, Below>::run_below(const RunContext& ctx, Store::Frame& frame, Store::Number& estimate,
+                                         const Argument& argument, Store::Arena arena) const {
+  frame.stage(
+      [&] {
+        const StatusFrame status(ctx.status, "R");
+        below_->run(ctx, frame, estimate, argument, arena);
+      },
+      estimate);
+}
+
+template <class Store, class Below>
+template <class ErrorOf>
+void NewtonPlan<Store, Below>::run_level(const RunContext& ctx, Store::Frame& frame, Store::Number& out,
+                                         const Store::Number& estimate, Store::Arena arena,
+                                         const ErrorOf& error_of) const {
+  frame.stage(
+      [&] {
+        LevelProducts<typename Store::Number> products(ctx, shape_, arena);
+        Estimate side;
+        {
+          const StatusFrame status(ctx.status, " 0M ");
+          side = error_of(products);
+        }
+        if (side == Estimate::kExact) return products.keep_exact(out, estimate);
+        const StatusFrame status(ctx.status, " 1M ");
+        products.correct(out, estimate, side);
+      },
+      out);
 }
 
 // ---- 1/sqrt(w) ------------------------------------------------------------------------------------------
@@ -86,153 +112,102 @@ typename Store::Frame NewtonPlan<Store, Below>::enter(const char* function, cons
 // transform of t of its own.
 
 template <class Store>
-InvsqrtWord<Store>::InvsqrtWord(u64 p, const Budget& budget) : Plan(p, budget) {
-  if (!this->plan_small()) this->plan_level(LevelShape::plain<W>(p), [&](auto& arena) { lay_out(arena); });
+InvsqrtWord<Store>::InvsqrtWord(u64 p, const Store::Budget& budget)
+    : NewtonPlan<Store, InvsqrtWord>(p, budget) {
+  if (this->plan_small()) return;
+  LevelShape shape = LevelShape::plain<typename Store::Word>(p);
+  shape.root = true;
+  this->plan_level(shape, [&](auto& arena) { this->lay_out(arena); });
 }
 
 template <class Store>
-template <class AnyArena>
-auto InvsqrtWord<Store>::lay_out(AnyArena& arena) const -> Number {
-  Number t = Store::number(arena, this->shape_.below + 4, "orv_X.sf");
-  this->leave_parts(arena);
-  return t;
-}
-
-template <class Store>
-void InvsqrtWord<Store>::run(const RunContext& ctx, Frame& parent, Number& out, W w, Arena arena) const {
+void InvsqrtWord<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::Number& out, Store::Word w,
+                             Store::Arena arena) const {
   constexpr const char* kFunction = "InvsqrtWord_BigFloatR::run()";
-  Frame frame = this->enter(kFunction, ctx, parent, arena);
+  auto frame = this->enter(kFunction, ctx, parent, arena);
   if (!this->below_) return frame.stage([&] { small_inverse_root(ctx, out, w, this->p_, arena); }, out);
-  Number t = lay_out(arena);
-  frame.stage(
-      [&] {
-        const StatusFrame status(ctx.status, "R");
-        this->below_->run(ctx, frame, t, w, arena);
-      },
-      t);
-  frame.stage(
-      [&] {
-        LevelProducts<Store> products(ctx, this->shape_, arena);
-        Estimate side;
-        {
-          const StatusFrame status(ctx.status, " 0M ");
-          side = products.square_error(out, t, w, kFunction);
-        }
-        newton::finish_level(ctx, products, out, t, side, true);
-      },
-      out);
+  auto t = this->lay_out(arena);
+  this->run_below(ctx, frame, t, w, arena);
+  this->run_level(ctx, frame, out, t, arena,
+                  [&](auto& products) { return products.square_error(out, t, w, kFunction); });
 }
 
 // ---- 1/sqrt(a) ------------------------------------------------------------------------------------------
 
 template <class Store>
-InvsqrtFloat<Store>::InvsqrtFloat(u64 p, const Budget& budget) : Plan(p, budget) {
-  if (!this->plan_small())
-    this->plan_level(LevelShape::wrapped<W>(p, budget.tds), [&](auto& arena) { lay_out(arena); });
+InvsqrtFloat<Store>::InvsqrtFloat(u64 p, const Store::Budget& budget)
+    : NewtonPlan<Store, InvsqrtFloat>(p, budget) {
+  if (this->plan_small()) return;
+  LevelShape shape = LevelShape::wrapped<typename Store::Word>(p, budget.tds);
+  shape.root = true;
+  this->plan_level(shape, [&](auto& arena) { lay_out(arena); });
 }
 
 template <class Store>
 template <class AnyArena>
-typename InvsqrtFloat<Store>::Numbers InvsqrtFloat<Store>::lay_out(AnyArena& arena) const {
-  Numbers numbers;
-  numbers.estimate = Store::number(arena, this->shape_.below + 4, "orv_X.sf");
-  numbers.root = Store::number(arena, this->p_ + 4, "orv_S.sf");
-  this->leave_parts(arena);
-  return numbers;
+auto InvsqrtFloat<Store>::lay_out(AnyArena& arena) const -> Numbers {
+  auto root = Store::number(arena, this->p_ + 4, "orv_S.sf");
+  return {root, NewtonPlan<Store, InvsqrtFloat>::lay_out(arena)};
 }
 
 template <class Store>
-void InvsqrtFloat<Store>::run(const RunContext& ctx, Frame& parent, Number& out, const Number& a,
-                              Arena arena) const {
+void InvsqrtFloat<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::Number& out,
+                              const Store::Number& a, Store::Arena arena) const {
   constexpr const char* kFunction = "InvsqrtFloat_BigFloatR::run()";
-  Frame frame = this->enter(kFunction, ctx, parent, arena);
+  auto frame = this->enter(kFunction, ctx, parent, arena);
   if (!this->below_) return frame.stage([&] { small_inverse_root(ctx, out, a, this->p_, arena); }, out);
-  auto [t, root] = lay_out(arena);
-  frame.stage(
-      [&, &estimate = t] {
-        const StatusFrame status(ctx.status, "R");
-        this->below_->run(ctx, frame, estimate, a, arena);
-      },
-      t);
-  frame.stage(
-      [&, &t = t, &root = root] {
-        LevelProducts<Store> products(ctx, this->shape_, arena);
-        Estimate side;
-        {
-          // a t, an approximation of sqrt(a), of which nothing is known, and then e = a t * t.
-          const StatusFrame status(ctx.status, " 0M ");
-          products.keep(t);
-          products.multiply_long(root, a);
-          side = products.error(out, root, kFunction);
-        }
-        newton::finish_level(ctx, products, out, t, side, true);
-      },
-      out);
+  Numbers numbers = lay_out(arena);
+  auto& t = numbers.estimate;
+  this->run_below(ctx, frame, t, a, arena);
+  this->run_level(ctx, frame, out, t, arena, [&](auto& products) {
+    // a t, an approximation of sqrt(a), of which nothing is known, and then e = a t * t.
+    products.keep(t);
+    products.multiply_long(numbers.root, a);
+    return products.error(out, numbers.root, kFunction);
+  });
 }
 
 // ---- 1/a ------------------------------------------------------------------------------------------------
 
 template <class Store>
-Reciprocal<Store>::Reciprocal(u64 p, const Budget& budget) : Plan(p, budget) {
+Reciprocal<Store>::Reciprocal(u64 p, const Store::Budget& budget) : NewtonPlan<Store, Reciprocal>(p, budget) {
   if (!this->plan_small())
-    this->plan_level(LevelShape::wrapped<W>(p, budget.tds), [&](auto& arena) { lay_out(arena); });
+    this->plan_level(LevelShape::wrapped<typename Store::Word>(p, budget.tds),
+                     [&](auto& arena) { this->lay_out(arena); });
 }
 
 template <class Store>
-template <class AnyArena>
-auto Reciprocal<Store>::lay_out(AnyArena& arena) const -> Number {
-  Number x0 = Store::number(arena, this->shape_.below + 4, "orv_X.sf");
-  this->leave_parts(arena);
-  return x0;
-}
-
-template <class Store>
-void Reciprocal<Store>::run(const RunContext& ctx, Frame& parent, Number& out, const Number& a,
-                            Arena arena) const {
+void Reciprocal<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::Number& out,
+                            const Store::Number& a, Store::Arena arena) const {
   constexpr const char* kFunction = "Reciprocal_BigFloatR::run()";
-  Frame frame = this->enter(kFunction, ctx, parent, arena);
+  auto frame = this->enter(kFunction, ctx, parent, arena);
   if (!this->below_) return frame.stage([&] { small_reciprocal(ctx, out, a, this->p_, arena); }, out);
-  Number x0 = lay_out(arena);
-  frame.stage(
-      [&] {
-        const StatusFrame status(ctx.status, "R");
-        this->below_->run(ctx, frame, x0, a, arena);
-      },
-      x0);
-  frame.stage(
-      [&] {
-        LevelProducts<Store> products(ctx, this->shape_, arena);
-        Estimate side;
-        {
-          const StatusFrame status(ctx.status, " 0M ");
-          products.keep(x0);
-          side = products.error(out, a, kFunction);
-        }
-        newton::finish_level(ctx, products, out, x0, side, false);
-      },
-      out);
+  auto x0 = this->lay_out(arena);
+  this->run_below(ctx, frame, x0, a, arena);
+  this->run_level(ctx, frame, out, x0, arena, [&](auto& products) {
+    products.keep(x0);
+    return products.error(out, a, kFunction);
+  });
 }
 
 // ---- A / B ----------------------------------------------------------------------------------------------
 
 template <class Store>
-Division<Store>::Division(u64 p, const Budget& budget, DivisionMemory memory)
-    : Plan(p, budget), memory_(memory) {
+Division<Store>::Division(u64 p, const Store::Budget& budget, DivisionMemory memory)
+    : NewtonPlan<Store, Reciprocal<Store>>(p, budget), memory_(memory) {
   if (this->plan_small(true)) return;
-  LevelShape shape = LevelShape::wrapped<W>(p, budget.tds);
+  LevelShape shape = LevelShape::wrapped<typename Store::Word>(p, budget.tds);
   shape.dividend = true;
   if (memory == DivisionMemory::kKeep) shape.kept = 2;
   this->plan_level(shape, [&](auto& arena) {
     lay_out(arena);
     if (memory == DivisionMemory::kLeast) lay_out_correction(arena);
   });
-  // This way makes the largest product in one piece.
-  if (memory == DivisionMemory::kLeast) this->need_.table_bits = (p + 3 + shape.below + 2) * 8 * sizeof(W);
 }
 
 template <class Store>
 template <class AnyArena>
-typename Division<Store>::Numbers Division<Store>::lay_out(AnyArena& arena) const {
+auto Division<Store>::lay_out(AnyArena& arena) const -> Numbers {
   const u64 p = this->p_, h = this->shape_.below;
   const bool least = memory_ == DivisionMemory::kLeast;
   Numbers numbers;
@@ -251,35 +226,30 @@ typename Division<Store>::Numbers Division<Store>::lay_out(AnyArena& arena) cons
 
 template <class Store>
 template <class AnyArena>
-auto Division<Store>::lay_out_correction(AnyArena& arena) const -> Number {
+auto Division<Store>::lay_out_correction(AnyArena& arena) const -> Store::Number {
   const u64 h = this->shape_.below;
-  Number d = Store::number(arena, h + 4, "orv_C.sf");
+  auto d = Store::number(arena, h + 4, "orv_C.sf");
   arena.leave(Store::product_need(2 * h + 5, h, this->budget_));
   return d;
 }
 
 template <class Store>
-void Division<Store>::run(const RunContext& ctx, Frame& parent, Number& out, const Number& a, const Number& b,
-                          Arena arena) const {
+void Division<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::Number& out,
+                          const Store::Number& a, const Store::Number& b, Store::Arena arena) const {
   constexpr const char* kFunction = "Division_BigFloatR<wtype>::run()";
   const u64 p = this->p_;
   if (ctx.parallel.tds != this->budget_.tds) throw InvalidParametersException(kFunction, "Mismatching tds.");
-  Frame frame = this->enter(kFunction, ctx, parent, arena);
+  auto frame = this->enter(kFunction, ctx, parent, arena);
   if (a.L == 0 && b.L != 0) return out.set_zero();
   const StatusFrame division(ctx.status, "Large Division");
   if (!this->below_) return frame.stage([&] { small_quotient(ctx, out, a, b, p, arena); }, out);
   if (memory_ == DivisionMemory::kLeast) return run_least(ctx, frame, out, a, b, arena);
   Numbers numbers = lay_out(arena);
   const bool keep = memory_ == DivisionMemory::kKeep;
-  Number& r = numbers.reciprocal;
-  Number& q0 = keep ? r : numbers.quotient;
-  frame.stage(
-      [&] {
-        const StatusFrame status(ctx.status, "R");
-        this->below_->run(ctx, frame, r, b, arena);
-      },
-      r);
-  LevelProducts<Store> products(ctx, this->shape_, arena);
+  auto& r = numbers.reciprocal;
+  auto& q0 = keep ? r : numbers.quotient;
+  this->run_below(ctx, frame, r, b, arena);
+  LevelProducts<typename Store::Number> products(ctx, this->shape_, arena);
   frame.stage(
       [&] {
         const StatusFrame status(ctx.status, " 0M ");
@@ -306,17 +276,12 @@ void Division<Store>::run(const RunContext& ctx, Frame& parent, Number& out, con
 }
 
 template <class Store>
-void Division<Store>::run_least(const RunContext& ctx, Frame& frame, Number& out, const Number& a,
-                                const Number& b, Arena arena) const {
+void Division<Store>::run_least(const RunContext& ctx, Store::Frame& frame, Store::Number& out,
+                                const Store::Number& a, const Store::Number& b, Store::Arena arena) const {
   const u64 p = this->p_, h = this->shape_.below;
   Numbers numbers = lay_out(arena);
-  Number &r = numbers.reciprocal, &q0 = numbers.quotient, &difference = numbers.difference;
-  frame.stage(
-      [&] {
-        const StatusFrame status(ctx.status, "R");
-        this->below_->run(ctx, frame, r, b, arena);
-      },
-      r);
+  auto &r = numbers.reciprocal, &q0 = numbers.quotient, &difference = numbers.difference;
+  this->run_below(ctx, frame, r, b, arena);
   frame.stage(
       [&] {
         const StatusFrame status(ctx.status, " 0M ");
@@ -335,8 +300,8 @@ void Division<Store>::run_least(const RunContext& ctx, Frame& frame, Number& out
         const Estimate side =
             subtract_product(difference, p, a, out, "Division_BigFloatR<wtype>::run()", ctx.parallel);
         const StatusFrame status(ctx.status, " 2M ");
-        Arena rest = arena;
-        Number d = lay_out_correction(rest);
+        auto rest = arena;
+        auto d = lay_out_correction(rest);
         if (side != Estimate::kExact) d.set_mul(h + 1, difference, r, Store::scratch(ctx, rest));
         fault_point("newton correction", d);
         apply_correction(out, p, q0, d, side, ctx.parallel);

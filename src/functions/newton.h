@@ -25,31 +25,38 @@ namespace orl {
 template <class Store, class Below>
 class NewtonPlan {
  public:
-  using W = typename Store::Word;
-  using Number = typename Store::Number;
-  using Arena = typename Store::Arena;
-  using Frame = typename Store::Frame;
-  using Budget = typename Store::Budget;
-
   u64 precision() const { return p_; }
   Need need() const { return need_; }
 
  protected:
-  NewtonPlan(u64 p, const Budget& budget) : p_(p), budget_(budget) {}
+  NewtonPlan(u64 p, const Store::Budget& budget) : p_(p), budget_(budget) {}
 
   /// True for a level without a plan below it, whose need is then stated.
   bool plan_small(bool quotient = false);
   /// Plans the level below and states the need of both, the level's memory being what `layout` cuts.
   template <class Layout>
   void plan_level(const LevelShape& shape, const Layout& layout);
+  /// Cuts the estimate that the level below makes.
+  template <class AnyArena>
+  Store::Number lay_out(AnyArena& arena) const;
   /// Cuts nothing that stays: the memory of the level below, then that of the level's products.
   template <class AnyArena>
   void leave_parts(AnyArena arena) const;
+
   /// The frame of a run of `function`, which must not have more tasks or less memory than planned.
-  Frame enter(const char* function, const RunContext& ctx, Frame& frame, const Arena& arena) const;
+  Store::Frame enter(const char* function, const RunContext& ctx, Store::Frame& frame,
+                     const Store::Arena& arena) const;
+  /// The stage of the level below: its function of `argument`, a word or a number.
+  template <class Argument>
+  void run_below(const RunContext& ctx, Store::Frame& frame, Store::Number& estimate,
+                 const Argument& argument, Store::Arena arena) const;
+  /// The stage of the level: takes the error that error_of(products) finds off the estimate.
+  template <class ErrorOf>
+  void run_level(const RunContext& ctx, Store::Frame& frame, Store::Number& out,
+                 const Store::Number& estimate, Store::Arena arena, const ErrorOf& error_of) const;
 
   u64 p_;
-  Budget budget_;
+  Store::Budget budget_;
   Need need_;
   LevelShape shape_;
   std::unique_ptr<Below> below_;
@@ -58,43 +65,31 @@ class NewtonPlan {
 /// 1/sqrt(w) of a word w.
 template <class Store>
 class InvsqrtWord : public NewtonPlan<Store, InvsqrtWord<Store>> {
-  using Plan = NewtonPlan<Store, InvsqrtWord<Store>>;
-
  public:
-  using typename Plan::Arena, typename Plan::Budget, typename Plan::Frame, typename Plan::Number,
-      typename Plan::W;
-
   /// A plan for p words and at most budget.tds tasks.
-  InvsqrtWord(u64 p, const Budget& budget);
+  InvsqrtWord(u64 p, const Store::Budget& budget);
 
   /// out = 1/sqrt(w); out holds need().out_words words. Throws InvalidParametersException "tds is larger than
   /// plan.", BufferTooSmallException when `arena` is smaller than need().ram_bytes, ArithmeticException
   /// "Divide by zero." for w = 0, AlgorithmFailedException when an iteration does not converge.
-  void run(const RunContext& ctx, Frame& frame, Number& out, W w, Arena arena) const;
-
- private:
-  template <class AnyArena>
-  Number lay_out(AnyArena& arena) const;
+  void run(const RunContext& ctx, Store::Frame& frame, Store::Number& out, Store::Word w,
+           Store::Arena arena) const;
 };
 
 /// 1/sqrt(a) of a positive number a.
 template <class Store>
 class InvsqrtFloat : public NewtonPlan<Store, InvsqrtFloat<Store>> {
-  using Plan = NewtonPlan<Store, InvsqrtFloat<Store>>;
-
  public:
-  using typename Plan::Arena, typename Plan::Budget, typename Plan::Frame, typename Plan::Number,
-      typename Plan::W;
-
   /// A plan for p words and at most tds tasks.
-  InvsqrtFloat(u64 p, const Budget& budget);
+  InvsqrtFloat(u64 p, const Store::Budget& budget);
 
   /// out = 1/sqrt(a), else as InvsqrtWord::run. `a` may be of any length; its top p + 2 words count.
-  void run(const RunContext& ctx, Frame& frame, Number& out, const Number& a, Arena arena) const;
+  void run(const RunContext& ctx, Store::Frame& frame, Store::Number& out, const Store::Number& a,
+           Store::Arena arena) const;
 
  private:
   struct Numbers {
-    Number estimate, root;
+    Store::Number root, estimate;
   };
   template <class AnyArena>
   Numbers lay_out(AnyArena& arena) const;
@@ -103,21 +98,13 @@ class InvsqrtFloat : public NewtonPlan<Store, InvsqrtFloat<Store>> {
 /// 1/a.
 template <class Store>
 class Reciprocal : public NewtonPlan<Store, Reciprocal<Store>> {
-  using Plan = NewtonPlan<Store, Reciprocal<Store>>;
-
  public:
-  using typename Plan::Arena, typename Plan::Budget, typename Plan::Frame, typename Plan::Number,
-      typename Plan::W;
-
   /// A plan for p words and at most tds tasks.
-  Reciprocal(u64 p, const Budget& budget);
+  Reciprocal(u64 p, const Store::Budget& budget);
 
   /// out = 1/a, else as InvsqrtWord::run. `a` may be of any length; its top p + 2 words count.
-  void run(const RunContext& ctx, Frame& frame, Number& out, const Number& a, Arena arena) const;
-
- private:
-  template <class AnyArena>
-  Number lay_out(AnyArena& arena) const;
+  void run(const RunContext& ctx, Store::Frame& frame, Store::Number& out, const Store::Number& a,
+           Store::Arena arena) const;
 };
 
 /// What a division may take.
@@ -132,32 +119,27 @@ enum class DivisionMemory {
 /// "High-precision division and square root", ACM TOMS 23, 1997).
 template <class Store>
 class Division : public NewtonPlan<Store, Reciprocal<Store>> {
-  using Plan = NewtonPlan<Store, Reciprocal<Store>>;
-
  public:
-  using typename Plan::Arena, typename Plan::Budget, typename Plan::Frame, typename Plan::Number,
-      typename Plan::W;
-
   /// A plan for p words and tds tasks.
-  Division(u64 p, const Budget& budget, DivisionMemory memory = DivisionMemory::kKeep);
+  Division(u64 p, const Store::Budget& budget, DivisionMemory memory = DivisionMemory::kKeep);
 
   /// out = a / b; out holds need().out_words words. `a` may be zero, `b` not. Throws
   /// InvalidParametersException "Mismatching tds." unless ctx has the plan's tds; AlgorithmFailedException
   /// "Convergence Failure: ..." when a and b times the first quotient do not agree.
-  void run(const RunContext& ctx, Frame& frame, Number& out, const Number& a, const Number& b,
-           Arena arena) const;
+  void run(const RunContext& ctx, Store::Frame& frame, Store::Number& out, const Store::Number& a,
+           const Store::Number& b, Store::Arena arena) const;
 
  private:
   struct Numbers {
-    Number reciprocal, quotient, difference;
+    Store::Number reciprocal, quotient, difference;
   };
   template <class AnyArena>
   Numbers lay_out(AnyArena& arena) const;
   /// The correction of kLeast. `arena` is what lay_out left.
   template <class AnyArena>
-  Number lay_out_correction(AnyArena& arena) const;
-  void run_least(const RunContext& ctx, Frame& frame, Number& out, const Number& a, const Number& b,
-                 Arena arena) const;
+  Store::Number lay_out_correction(AnyArena& arena) const;
+  void run_least(const RunContext& ctx, Store::Frame& frame, Store::Number& out, const Store::Number& a,
+                 const Store::Number& b, Store::Arena arena) const;
 
   DivisionMemory memory_;
 };

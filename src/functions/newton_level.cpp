@@ -95,7 +95,8 @@ LevelShape LevelShape::wrapped(u64 n, u64 tds) {
 }
 
 template <class W>
-RamLevelProducts<W>::RamLevelProducts(const RunContext& ctx, const LevelShape& shape, LinearHeapBuffer heap)
+LevelProducts<BigFloat<W>>::LevelProducts(const RunContext& ctx, const LevelShape& shape,
+                                          LinearHeapBuffer heap)
     : shape_(shape),
       areas_(lay_out(shape, ctx.parallel.tds, heap)),
       helper_(ctx.multiply(heap), shape.product_words, shape.kept, shape.choice()) {
@@ -104,7 +105,7 @@ RamLevelProducts<W>::RamLevelProducts(const RunContext& ctx, const LevelShape& s
 }
 
 template <class W>
-void RamLevelProducts<W>::keep(const BigFloat<W>& t, u64 index) {
+void LevelProducts<BigFloat<W>>::keep(const BigFloat<W>& t, u64 index) {
   fault_point("newton estimate", t);
   used_ = index;
   kept_[index].top = t.to_double(&kept_[index].top_exp);
@@ -124,7 +125,7 @@ void RamLevelProducts<W>::keep(const BigFloat<W>& t, u64 index) {
 // The product of a and the kept number over `ideal` (over 1 when that is zero), as far as doubles tell. 0 and
 // infinity stand for what is out of their reach.
 template <class W>
-double RamLevelProducts<W>::top_ratio(const BigFloat<W>& a, const BigFloat<W>& ideal) const {
+double LevelProducts<BigFloat<W>>::top_ratio(const BigFloat<W>& a, const BigFloat<W>& ideal) const {
   s64 exp_a = 0, exp_ideal = 0;
   double x = a.to_double(&exp_a) * kept_[used_].top;
   if (ideal.L != 0) x /= ideal.to_double(&exp_ideal);
@@ -134,7 +135,7 @@ double RamLevelProducts<W>::top_ratio(const BigFloat<W>& a, const BigFloat<W>& i
 
 // The residue of a times the kept number fills the buffer.
 template <class W>
-void RamLevelProducts<W>::residue(const BigFloat<W>& a) {
+void LevelProducts<BigFloat<W>>::residue(const BigFloat<W>& a) {
   const WrappedProducts& wrapped = *helper_.parameters().wrapped();
   const ParallelContext parallel = helper_.parallel();
   RingCheck check = kept_[used_].check;
@@ -152,7 +153,7 @@ void RamLevelProducts<W>::residue(const BigFloat<W>& a) {
 
 // The residue less A W^at, `at` of any size, L <= m.
 template <class W>
-void RamLevelProducts<W>::subtract(const W* A, u64 L, u64 at) {
+void LevelProducts<BigFloat<W>>::subtract(const W* A, u64 L, u64 at) {
   const ParallelContext parallel = helper_.parallel();
   const u64 m = shape_.wrap;
   W* const C = buffer_.base;
@@ -170,7 +171,7 @@ void RamLevelProducts<W>::subtract(const W* A, u64 L, u64 at) {
 
 // The number of least magnitude with the residue in the buffer; minus a residue is its complement.
 template <class W>
-Estimate RamLevelProducts<W>::take_residue(s64 exp) {
+Estimate LevelProducts<BigFloat<W>>::take_residue(s64 exp) {
   const u64 m = shape_.wrap;
   const bool negative = buffer_.base[m - 1] >> (8 * sizeof(W) - 1) != 0;
   if (negative) bp_not(buffer_.base, buffer_.base, m, helper_.parallel());
@@ -186,7 +187,7 @@ Estimate RamLevelProducts<W>::take_residue(s64 exp) {
 
 // The product of the top h + 2 words of a in the buffer: whole when wrapped, else to p + 2 words.
 template <class W>
-void RamLevelProducts<W>::into_buffer(u64 p, const BigFloat<W>& a) {
+void LevelProducts<BigFloat<W>>::into_buffer(u64 p, const BigFloat<W>& a) {
   const BigFloat<W> used = top_words(a, shape_.below + 2);
   if (!shape_.wrap) return BigFloatTransformR<W>::mul_rf_xf(helper_, buffer_, p, used, kept());
   residue(used);
@@ -194,7 +195,7 @@ void RamLevelProducts<W>::into_buffer(u64 p, const BigFloat<W>& a) {
 }
 
 template <class W>
-void RamLevelProducts<W>::multiply(BigFloat<W>& T, u64 p, const BigFloat<W>& a) {
+void LevelProducts<BigFloat<W>>::multiply(BigFloat<W>& T, u64 p, const BigFloat<W>& a) {
   if (!shape_.wrap)
     return BigFloatTransformR<W>::mul_rf_xf(helper_, T, p, top_words(a, shape_.below + 2), kept());
   into_buffer(p, a);
@@ -202,7 +203,7 @@ void RamLevelProducts<W>::multiply(BigFloat<W>& T, u64 p, const BigFloat<W>& a) 
 }
 
 template <class W>
-void RamLevelProducts<W>::multiply_long(BigFloat<W>& T, const BigFloat<W>& a) {
+void LevelProducts<BigFloat<W>>::multiply_long(BigFloat<W>& T, const BigFloat<W>& a) {
   const BigFloat<W> used = top_words(a, shape_.n + 3);
   const BigFloat<W> lower = words_below(used, shape_.below + 2);
   multiply(T, shape_.n + 1, used);
@@ -212,7 +213,7 @@ void RamLevelProducts<W>::multiply_long(BigFloat<W>& T, const BigFloat<W>& a) {
 }
 
 template <class W>
-Estimate RamLevelProducts<W>::take_error_of(BigFloat<W>& e, const char* function) {
+Estimate LevelProducts<BigFloat<W>>::take_error_of(BigFloat<W>& e, const char* function) {
   const Estimate side = take_error(e, shape_.below, function, helper_.parallel());
   error_ = e;
   fault_point("newton error", error_);
@@ -220,8 +221,8 @@ Estimate RamLevelProducts<W>::take_error_of(BigFloat<W>& e, const char* function
 }
 
 template <class W>
-Estimate RamLevelProducts<W>::square_error(BigFloat<W>& work, const BigFloat<W>& t, W w,
-                                           const char* function) {
+Estimate LevelProducts<BigFloat<W>>::square_error(BigFloat<W>& work, const BigFloat<W>& t, W w,
+                                                  const char* function) {
   fault_point("newton estimate", t);
   BigFloatTransformR<W>::sqr_rx_xf(helper_, work, shape_.n + 1, t, kept());
   work.mul_uW(w, helper_.parallel());
@@ -229,7 +230,7 @@ Estimate RamLevelProducts<W>::square_error(BigFloat<W>& work, const BigFloat<W>&
 }
 
 template <class W>
-Estimate RamLevelProducts<W>::error(BigFloat<W>& work, const BigFloat<W>& a, const char* function) {
+Estimate LevelProducts<BigFloat<W>>::error(BigFloat<W>& work, const BigFloat<W>& a, const char* function) {
   if (!shape_.wrap) {
     multiply_long(work, a);
     return take_error_of(work, function);
@@ -251,8 +252,8 @@ Estimate RamLevelProducts<W>::error(BigFloat<W>& work, const BigFloat<W>& a, con
 }
 
 template <class W>
-Estimate RamLevelProducts<W>::difference(BigFloat<W>& work, const BigFloat<W>& a, const BigFloat<W>& b,
-                                         const char* function) {
+Estimate LevelProducts<BigFloat<W>>::difference(BigFloat<W>& work, const BigFloat<W>& a, const BigFloat<W>& b,
+                                                const char* function) {
   const ParallelContext parallel = helper_.parallel();
   const BigFloat<W> dividend = top_words(a, shape_.n + 2);
   BigFloat<W> divisor = top_words(b, shape_.n + 3);
@@ -291,14 +292,17 @@ Estimate RamLevelProducts<W>::difference(BigFloat<W>& work, const BigFloat<W>& a
 }
 
 template <class W>
-void RamLevelProducts<W>::correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate side) {
-  if (side != Estimate::kExact) into_buffer(shape_.below + 1, error_);
+void LevelProducts<BigFloat<W>>::correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate side) {
+  if (side != Estimate::kExact) {
+    if (shape_.root) error_.mp2(-1, helper_.parallel());
+    into_buffer(shape_.below + 1, error_);
+  }
   fault_point("newton correction", buffer_);
   apply_correction(y, shape_.n, t, buffer_, side, helper_.parallel());
 }
 
 template <class W>
-void RamLevelProducts<W>::keep_exact(BigFloat<W>& y, const BigFloat<W>& t) const {
+void LevelProducts<BigFloat<W>>::keep_exact(BigFloat<W>& y, const BigFloat<W>& t) const {
   orl::keep_exact(y, shape_.n, t, helper_.parallel());
 }
 
@@ -307,7 +311,7 @@ void RamLevelProducts<W>::keep_exact(BigFloat<W>& y, const BigFloat<W>& t) const
   template LevelShape LevelShape::wrapped<W>(u64, u64);                                                      \
   template Estimate subtract_product(BigFloat<W>&, u64, const BigFloat<W>&, const BigFloat<W>&, const char*, \
                                      ParallelContext);                                                       \
-  template class RamLevelProducts<W>;
+  template class LevelProducts<BigFloat<W>>;
 ORVANE_INSTANTIATE(u32)
 ORVANE_INSTANTIATE(u64)
 #undef ORVANE_INSTANTIATE

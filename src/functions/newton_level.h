@@ -27,6 +27,7 @@ struct LevelShape {
   u64 wrap = 0;           ///< m; 0: plain
   u64 kept = 1;           ///< numbers whose transforms are kept at once, 1 or 2
   bool dividend = false;  ///< the ideal product is a dividend, else 1
+  bool root = false;      ///< the step of an inverse root, which takes half of the error off
 
   /// What the helper of the level takes: a wrapped one has its ring from the lean algorithm.
   ShapeChoice choice() const { return wrap ? ShapeChoice::kLean : ShapeChoice::kRow; }
@@ -44,9 +45,12 @@ template <class W>
 Estimate subtract_product(BigFloat<W>& difference, u64 n, const BigFloat<W>& a, const BigFloat<W>& product,
                           const char* function, ParallelContext parallel);
 
+template <class Number>
+class LevelProducts;
+
 /// The products of a level in RAM.
 template <class W>
-class RamLevelProducts {
+class LevelProducts<BigFloat<W>> {
  public:
   /// Where the buffers of a level lie.
   struct Areas {
@@ -60,15 +64,17 @@ class RamLevelProducts {
     Areas areas;
     areas.buffer = number(shape.wrap ? shape.wrap : shape.below + 3);
     if (shape.dividend && !shape.wrap) areas.difference = number(shape.n + 3);
-    arena.leave(TransformHelper<W>::bytes(shape.product_words, tds, shape.kept, shape.choice()));
+    arena.leave(
+        Need{.ram_bytes = TransformHelper<W>::bytes(shape.product_words, tds, shape.kept, shape.choice()),
+             .table_bits = shape.product_words * 8 * sizeof(W)});
     return areas;
   }
 
   /// `heap` holds what lay_out takes for as many tasks as the shape was planned for. Throws
   /// BufferTooSmallException, and InvalidParametersException when ctx leads to another shape than the plan's.
-  RamLevelProducts(const RunContext& ctx, const LevelShape& shape, LinearHeapBuffer heap);
-  RamLevelProducts(const RamLevelProducts&) = delete;
-  RamLevelProducts& operator=(const RamLevelProducts&) = delete;
+  LevelProducts(const RunContext& ctx, const LevelShape& shape, LinearHeapBuffer heap);
+  LevelProducts(const LevelProducts&) = delete;
+  LevelProducts& operator=(const LevelProducts&) = delete;
 
   /// Transforms the top h + 2 words of t, to keep them as number `index` of shape.kept, and uses them.
   void keep(const BigFloat<W>& t, u64 index = 0);
@@ -88,9 +94,7 @@ class RamLevelProducts {
   /// Computes |a - b * kept|: kUnder when a is larger. The plain way uses `work`, of n + 4 words. Throws
   /// AlgorithmFailedException "Convergence Failure: ..." when the tops disagree.
   Estimate difference(BigFloat<W>& work, const BigFloat<W>& a, const BigFloat<W>& b, const char* function);
-  /// The error that was found, halved.
-  void halve_error() { error_.mp2(-1, helper_.parallel()); }
-  /// y = t -+ the error found times the kept number, to n + 2 words; y = t where there was none.
+  /// y = t -+ the error found, or half of it, times the kept number, to n + 2 words; y = t where there was none.
   void correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate side);
   /// y = t, a unit of its lowest place up: the iteration found t exact.
   void keep_exact(BigFloat<W>& y, const BigFloat<W>& t) const;
@@ -120,14 +124,7 @@ class RamLevelProducts {
   u64 used_ = 0;
 };
 
-/// The products of a level on numbers of one kind.
-template <class Number>
-struct LevelBodies;
 template <class W>
-struct LevelBodies<BigFloat<W>> {
-  using Products = RamLevelProducts<W>;
-};
-template <class Store>
-using LevelProducts = typename LevelBodies<typename Store::Number>::Products;
+using RamLevelProducts = LevelProducts<BigFloat<W>>;
 
 }  // namespace orl

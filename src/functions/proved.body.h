@@ -13,16 +13,18 @@ namespace orl {
 
 namespace proved {
 
-/// The canonical hash of the words as they stand.
-template <class Number>
-u64 hash_of(const Number& x, const RunContext& ctx) {
-  return hash_canon(x.computed_hash(ctx.parallel));
-}
-
-/// Throws unless x still has its hash.
-template <class Number>
-void expect_hash(const Hashed<Number>& x, const RunContext& ctx, const char* function, const char* message) {
-  if (hash_of(x.number, ctx) != hash_canon(x.hash)) throw AlgorithmFailedException(function, message);
+/// The stage that makes `out`, a `name`, by make(). Returns the hash of its words as they then are.
+template <class Frame, class Number, class Make>
+u64 run_hashed(const RunContext& ctx, Frame& frame, const char* name, Number& out, const Make& make) {
+  u64 hash = 0;
+  frame.stage(
+      [&] {
+        make();
+        hash = hash_of(out, ctx.parallel);
+        fault_point(name, out);
+      },
+      out, hash);
+  return hash;
 }
 
 }  // namespace proved
@@ -30,31 +32,30 @@ void expect_hash(const Hashed<Number>& x, const RunContext& ctx, const char* fun
 // ---- a * b ----------------------------------------------------------------------------------------------
 
 template <class Store>
-ProvedProduct<Store>::ProvedProduct(u64 p, const Budget& budget) : p_(p), budget_(budget) {
-  const u64 words = 2 * (p + kBigFloatExtraPrecision);
+ProvedProduct<Store>::ProvedProduct(u64 p, const Store::Budget& budget) : p_(p), budget_(budget) {
   need_ = Store::need_of([&](auto& arena) { lay_out(arena); });
   need_.out_words = p + kBigFloatExtraPrecision;
-  need_.table_bits = words * 8 * sizeof(W);
 }
 
 template <class Store>
 template <class AnyArena>
-typename Store::Exact ProvedProduct<Store>::lay_out(AnyArena& arena) const {
+auto ProvedProduct<Store>::lay_out(AnyArena& arena) const -> Store::Exact {
   const u64 words = 2 * (p_ + kBigFloatExtraPrecision);
-  typename Store::Exact whole = Store::exact(arena, words, "orv_P.sf");
+  auto whole = Store::exact(arena, words, "orv_P.sf");
   arena.leave(Store::product_need(words, words, budget_));
   return whole;
 }
 
 template <class Store>
-u64 ProvedProduct<Store>::run(const RunContext& ctx, Frame& parent, Number& out, const Hashed<Number>& a,
-                              const Hashed<Number>& b, Arena arena) const {
+u64 ProvedProduct<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::Number& out,
+                              const Hashed<typename Store::Number>& a,
+                              const Hashed<typename Store::Number>& b, Store::Arena arena) const {
   constexpr const char* kFunction = "ProvedProduct::run()";
   if (std::max(a.number.L, b.number.L) > p_ + kBigFloatExtraPrecision)
     throw InvalidParametersException(kFunction, "An operand is longer than planned.");
-  Frame frame = parent.enter(kFunction);
+  auto frame = parent.enter(kFunction);
   frame.assert_sL("p", p_);
-  typename Store::Exact whole = lay_out(arena);
+  auto whole = lay_out(arena);
   u64 hash = 0;
   frame.stage(
       [&] {
@@ -68,116 +69,89 @@ u64 ProvedProduct<Store>::run(const RunContext& ctx, Frame& parent, Number& out,
 // ---- roots ----------------------------------------------------------------------------------------------
 
 template <class Store>
-ProvedInvsqrtWord<Store>::ProvedInvsqrtWord(u64 p, const Budget& budget)
+ProvedInvsqrtWord<Store>::ProvedInvsqrtWord(u64 p, const Store::Budget& budget)
     : root_(p, budget),
-      residual_(Residual<Store>::Of::kSquare, p, budget.tds),
+      residual_(ResidualOf::kSquare, p, budget.tds),
       need_(Need::max(root_.need(), residual_.need())) {}
 
 template <class Store>
-u64 ProvedInvsqrtWord<Store>::run(const RunContext& ctx, Frame& parent, Number& out, W w, Arena arena) const {
-  Frame frame = parent.enter("ProvedInvsqrtWord::run()");
-  u64 hash = 0;
-  frame.stage(
-      [&] {
-        root_.run(ctx, frame, out, w, arena);
-        hash = proved::hash_of(out, ctx);
-        fault_point("inverse root", out);
-      },
-      out, hash);
+u64 ProvedInvsqrtWord<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::Number& out,
+                                  Store::Word w, Store::Arena arena) const {
+  auto frame = parent.enter("ProvedInvsqrtWord::run()");
+  u64 hash =
+      proved::run_hashed(ctx, frame, "inverse root", out, [&] { root_.run(ctx, frame, out, w, arena); });
   frame.stage([&] { residual_.check_inverse_root(ctx, out, w, arena); }, out, hash);
   return hash;
 }
 
 template <class Store>
-ProvedSqrtFloat<Store>::ProvedSqrtFloat(u64 p, const Budget& budget)
-    : inverse_(p, budget), square_(Residual<Store>::Of::kSquare, p, budget.tds), budget_(budget) {
-  need_ = Store::need_of([&](auto& arena) { lay_out(arena); });
-  need_.out_words = p + 4;
-  need_.table_bits =
-      std::max({inverse_.need().table_bits, square_.need().table_bits, (2 * p + 4) * 8 * sizeof(W)});
+ProvedSqrtFloat<Store>::ProvedSqrtFloat(u64 p, const Store::Budget& budget)
+    : ProvedRootPlan<Store>(p, budget) {
+  this->need_ = Store::need_of([&](auto& arena) { lay_out(arena); });
+  this->need_.out_words = p + 4;
 }
 
 template <class Store>
 template <class AnyArena>
-auto ProvedSqrtFloat<Store>::lay_out(AnyArena& arena) const -> Number {
-  const u64 p = inverse_.precision();
-  arena.leave(square_.need());
-  Number inverse = Store::number(arena, inverse_.need().out_words, "orv_Y.sf");
-  arena.leave(inverse_.need());
-  arena.leave(Store::product_need(2 * p + 4, p + 2, budget_));
+auto ProvedSqrtFloat<Store>::lay_out(AnyArena& arena) const -> Store::Number {
+  arena.leave(this->square_.need());
+  auto inverse = Store::number(arena, this->inverse_.need().out_words, "orv_Y.sf");
+  arena.leave(this->inverse_.need());
+  arena.leave(this->product_need());
   return inverse;
 }
 
 template <class Store>
-u64 ProvedSqrtFloat<Store>::run(const RunContext& ctx, Frame& parent, Number& root, const Hashed<Number>& a,
-                                Arena arena) const {
+u64 ProvedSqrtFloat<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::Number& root,
+                                const Hashed<typename Store::Number>& a, Store::Arena arena) const {
   constexpr const char* kFunction = "SqrtFloat_BigFloatR::run()";
-  Frame frame = parent.enter(kFunction);
-  Arena rest = arena;
-  Number inverse = lay_out(rest);
-  u64 hash = 0;
-  frame.stage([&] { inverse_.run(ctx, frame, inverse, a.number, rest); }, inverse);
+  auto frame = parent.enter(kFunction);
+  auto rest = arena;
+  auto inverse = lay_out(rest);
+  frame.stage([&] { this->inverse_.run(ctx, frame, inverse, a.number, rest); }, inverse);
+  u64 hash = proved::run_hashed(ctx, frame, "square root", root, [&] {
+    root.set_mul(this->inverse_.precision(), a.number, inverse, Store::scratch(ctx, rest));
+  });
   frame.stage(
       [&] {
-        root.set_mul(inverse_.precision(), a.number, inverse, Store::scratch(ctx, rest));
-        hash = proved::hash_of(root, ctx);
-        fault_point("square root", root);
-      },
-      root, hash);
-  frame.stage(
-      [&] {
-        square_.check_square_root(ctx, root, a.number, arena);
-        proved::expect_hash(a, ctx, kFunction, "Checksum Mismatch. Square root failed.");
+        this->square_.check_square_root(ctx, root, a.number, arena);
+        require_hash(a, kFunction, "Checksum Mismatch. Square root failed.", ctx.parallel);
       },
       root, hash);
   return hash;
 }
 
 template <class Store>
-ProvedInvsqrtFloat<Store>::ProvedInvsqrtFloat(u64 p, const Budget& budget)
-    : inverse_(p, budget),
-      square_(Residual<Store>::Of::kSquare, p, budget.tds),
-      product_(Residual<Store>::Of::kProduct, p, budget.tds),
-      budget_(budget) {
-  need_ = Store::need_of([&](auto& arena) { lay_out(arena); });
-  need_.out_words = inverse_.need().out_words;
-  need_.table_bits = std::max({inverse_.need().table_bits, square_.need().table_bits,
-                               product_.need().table_bits, (2 * p + 4) * 8 * sizeof(W)});
+ProvedInvsqrtFloat<Store>::ProvedInvsqrtFloat(u64 p, const Store::Budget& budget)
+    : ProvedRootPlan<Store>(p, budget), product_(ResidualOf::kProduct, p, budget.tds) {
+  this->need_ = Store::need_of([&](auto& arena) { lay_out(arena); });
+  this->need_.out_words = this->inverse_.need().out_words;
 }
 
 template <class Store>
 template <class AnyArena>
-auto ProvedInvsqrtFloat<Store>::lay_out(AnyArena& arena) const -> Number {
-  const u64 p = inverse_.precision();
-  arena.leave(inverse_.need());
-  Number root = Store::number(arena, p + 4, "orv_S.sf");
-  arena.leave(Store::product_need(2 * p + 4, p + 2, budget_));
-  arena.leave(square_.need());
-  arena.leave(product_.need());
+auto ProvedInvsqrtFloat<Store>::lay_out(AnyArena& arena) const -> Store::Number {
+  arena.leave(this->inverse_.need());
+  auto root = Store::number(arena, this->inverse_.precision() + 4, "orv_S.sf");
+  for (const Need& need : {this->product_need(), this->square_.need(), product_.need()}) arena.leave(need);
   return root;
 }
 
 template <class Store>
-u64 ProvedInvsqrtFloat<Store>::run(const RunContext& ctx, Frame& parent, Number& out, const Hashed<Number>& a,
-                                   Arena arena) const {
+u64 ProvedInvsqrtFloat<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::Number& out,
+                                   const Hashed<typename Store::Number>& a, Store::Arena arena) const {
   constexpr const char* kFunction = "InvsqrtFloat_BigFloatR::run()";
-  Frame frame = parent.enter(kFunction);
-  u64 hash = 0;
+  auto frame = parent.enter(kFunction);
+  u64 hash = proved::run_hashed(ctx, frame, "inverse root", out,
+                                [&] { this->inverse_.run(ctx, frame, out, a.number, arena); });
   frame.stage(
       [&] {
-        inverse_.run(ctx, frame, out, a.number, arena);
-        hash = proved::hash_of(out, ctx);
-        fault_point("inverse root", out);
-      },
-      out, hash);
-  frame.stage(
-      [&] {
-        Number root = lay_out(arena);
-        root.set_mul(inverse_.precision(), a.number, out, Store::scratch(ctx, arena));
+        auto root = lay_out(arena);
+        root.set_mul(this->inverse_.precision(), a.number, out, Store::scratch(ctx, arena));
         fault_point("square root", root);
-        square_.check_square_root(ctx, root, a.number, arena);
+        this->square_.check_square_root(ctx, root, a.number, arena);
         product_.check_inverse_root(ctx, out, root, arena);
-        proved::expect_hash(a, ctx, kFunction, "Checksum Mismatch. Inverse root failed.");
+        require_hash(a, kFunction, "Checksum Mismatch. Inverse root failed.", ctx.parallel);
       },
       out, hash);
   return hash;
@@ -186,31 +160,26 @@ u64 ProvedInvsqrtFloat<Store>::run(const RunContext& ctx, Frame& parent, Number&
 // ---- A / B ----------------------------------------------------------------------------------------------
 
 template <class Store>
-ProvedDivision<Store>::ProvedDivision(u64 p, const Budget& budget, DivisionMemory memory)
+ProvedDivision<Store>::ProvedDivision(u64 p, const Store::Budget& budget, DivisionMemory memory)
     : division_(p, budget, memory),
-      residual_(Residual<Store>::Of::kProduct, p, budget.tds),
+      residual_(ResidualOf::kProduct, p, budget.tds),
       need_(Need::max(division_.need(), residual_.need())) {}
 
 template <class Store>
-u64 ProvedDivision<Store>::run(const RunContext& ctx, Frame& parent, Number& out, const Hashed<Number>& a,
-                               const Hashed<Number>& b, Arena arena) const {
+u64 ProvedDivision<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::Number& out,
+                               const Hashed<typename Store::Number>& a,
+                               const Hashed<typename Store::Number>& b, Store::Arena arena) const {
   constexpr const char* kFunction = "Division_BigFloatR<wtype>::run()";
-  Frame frame = parent.enter("ProvedDivision::run()");
-  u64 hash = 0;
-  frame.stage(
-      [&] {
-        division_.run(ctx, frame, out, a.number, b.number, arena);
-        hash = proved::hash_of(out, ctx);
-        fault_point("quotient", out);
-      },
-      out, hash);
+  auto frame = parent.enter("ProvedDivision::run()");
+  u64 hash = proved::run_hashed(ctx, frame, "quotient", out,
+                                [&] { division_.run(ctx, frame, out, a.number, b.number, arena); });
   frame.stage(
       [&] {
         residual_.check_quotient(ctx, out, a.number, b.number, arena);
         fault_point("dividend", a.number);
         fault_point("divisor", b.number);
-        proved::expect_hash(a, ctx, kFunction, "Checksum Mismatch. Division failed.");
-        proved::expect_hash(b, ctx, kFunction, "Checksum Mismatch. Division failed.");
+        require_hash(a, kFunction, "Checksum Mismatch. Division failed.", ctx.parallel);
+        require_hash(b, kFunction, "Checksum Mismatch. Division failed.", ctx.parallel);
       },
       out, hash);
   return hash;

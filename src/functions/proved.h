@@ -7,10 +7,18 @@
 // Stages   Those of the operation, and its proof.
 #pragma once
 
+#include "core/exceptions.h"
 #include "functions/newton.h"
 #include "functions/residual.h"
+#include "words/hash.h"
 
 namespace orl {
+
+/// The canonical hash of a number's words as they stand.
+template <class Number>
+u64 hash_of(const Number& x, ParallelContext parallel) {
+  return hash_canon(x.computed_hash(parallel));
+}
 
 /// A number, and the hash that its words must have.
 template <class Number>
@@ -19,32 +27,37 @@ struct Hashed {
   u64 hash;
 };
 
+/// What is said of a product.
+inline constexpr const char* kProductMismatch = "Checksum Mismatch. Multiplication Failed.";
+
+/// Throws AlgorithmFailedException `function`, `message` unless the words of x have its hash.
+template <class Number>
+void require_hash(const Hashed<Number>& x, const char* function, const char* message,
+                  ParallelContext parallel) {
+  if (hash_of(x.number, parallel) != hash_canon(x.hash)) throw AlgorithmFailedException(function, message);
+}
+
 /// a * b, the top p + 2 words of it.
 template <class Store>
 class ProvedProduct {
  public:
-  using W = typename Store::Word;
-  using Number = typename Store::Number;
-  using Arena = typename Store::Arena;
-  using Frame = typename Store::Frame;
-  using Budget = typename Store::Budget;
-
   /// For operands of at most p + 2 words each.
-  ProvedProduct(u64 p, const Budget& budget);
+  ProvedProduct(u64 p, const Store::Budget& budget);
 
   Need need() const { return need_; }
   /// out = a * b; `a` and `b` may be one number, which is squared. The whole product is made and its hash
   /// compared with the product of the operands' hashes. Throws InvalidParametersException for longer
   /// operands, AlgorithmFailedException "Checksum Mismatch. Multiplication Failed.".
-  u64 run(const RunContext& ctx, Frame& frame, Number& out, const Hashed<Number>& a, const Hashed<Number>& b,
-          Arena arena) const;
+  u64 run(const RunContext& ctx, Store::Frame& frame, Store::Number& out,
+          const Hashed<typename Store::Number>& a, const Hashed<typename Store::Number>& b,
+          Store::Arena arena) const;
 
  private:
   template <class AnyArena>
-  typename Store::Exact lay_out(AnyArena& arena) const;
+  Store::Exact lay_out(AnyArena& arena) const;
 
   u64 p_;
-  Budget budget_;
+  Store::Budget budget_;
   Need need_;
 };
 
@@ -52,106 +65,96 @@ class ProvedProduct {
 template <class Store>
 class ProvedInvsqrtWord {
  public:
-  using W = typename Store::Word;
-  using Number = typename Store::Number;
-  using Arena = typename Store::Arena;
-  using Frame = typename Store::Frame;
-  using Budget = typename Store::Budget;
-
   /// A plan for p words and `tds` tasks.
-  ProvedInvsqrtWord(u64 p, const Budget& budget);
+  ProvedInvsqrtWord(u64 p, const Store::Budget& budget);
 
   Need need() const { return need_; }
   /// As InvsqrtWord::run, and check_inverse_root of what it gave.
-  u64 run(const RunContext& ctx, Frame& frame, Number& out, W w, Arena arena) const;
+  u64 run(const RunContext& ctx, Store::Frame& frame, Store::Number& out, Store::Word w,
+          Store::Arena arena) const;
 
  private:
   InvsqrtWord<Store> root_;
-  Residual<Store> residual_;
+  Residual<typename Store::Number> residual_;
   Need need_;
 };
 
-/// sqrt(a) and 1/sqrt(a) of a positive number a: y = 1/sqrt(a) by Newton's iteration, b = a y. That b^2 is a
+/// What both roots of a positive number a take: y = 1/sqrt(a) by Newton's iteration and b = a y. That b^2 is a
 /// proves b; that b y is 1 besides proves y.
 template <class Store>
-class ProvedSqrtFloat {
+class ProvedRootPlan {
  public:
-  using W = typename Store::Word;
-  using Number = typename Store::Number;
-  using Arena = typename Store::Arena;
-  using Frame = typename Store::Frame;
-  using Budget = typename Store::Budget;
-
-  /// A plan for p words.
-  ProvedSqrtFloat(u64 p, const Budget& budget);
-
   Need need() const { return need_; }
+
+ protected:
+  ProvedRootPlan(u64 p, const Store::Budget& budget)
+      : inverse_(p, budget), square_(ResidualOf::kSquare, p, budget.tds), budget_(budget) {}
+
+  /// What the product b = a y takes.
+  Need product_need() const {
+    return Store::product_need(2 * inverse_.precision() + 4, inverse_.precision() + 2, budget_);
+  }
+
+  InvsqrtFloat<Store> inverse_;
+  Residual<typename Store::Number> square_;
+  Store::Budget budget_;
+  Need need_;
+};
+
+/// sqrt(a).
+template <class Store>
+class ProvedSqrtFloat : public ProvedRootPlan<Store> {
+ public:
+  /// A plan for p words.
+  ProvedSqrtFloat(u64 p, const Store::Budget& budget);
+
   /// root = sqrt(a) to p words, of need().out_words words. Throws as InvsqrtFloat::run,
   /// AlgorithmFailedException "Residual is too large. Square root failed." and "Checksum Mismatch. Square
   /// root failed." when `a` has not its hash.
-  u64 run(const RunContext& ctx, Frame& frame, Number& root, const Hashed<Number>& a, Arena arena) const;
+  u64 run(const RunContext& ctx, Store::Frame& frame, Store::Number& root,
+          const Hashed<typename Store::Number>& a, Store::Arena arena) const;
 
  private:
   template <class AnyArena>
-  Number lay_out(AnyArena& arena) const;
-
-  InvsqrtFloat<Store> inverse_;
-  Residual<Store> square_;
-  Budget budget_;
-  Need need_;
+  Store::Number lay_out(AnyArena& arena) const;
 };
 
-/// 1/sqrt(a) of a positive number a, proved as ProvedSqrtFloat says.
+/// 1/sqrt(a).
 template <class Store>
-class ProvedInvsqrtFloat {
+class ProvedInvsqrtFloat : public ProvedRootPlan<Store> {
  public:
-  using W = typename Store::Word;
-  using Number = typename Store::Number;
-  using Arena = typename Store::Arena;
-  using Frame = typename Store::Frame;
-  using Budget = typename Store::Budget;
-
   /// A plan for p words.
-  ProvedInvsqrtFloat(u64 p, const Budget& budget);
+  ProvedInvsqrtFloat(u64 p, const Store::Budget& budget);
 
-  Need need() const { return need_; }
   /// out = 1/sqrt(a) to p words, else as ProvedSqrtFloat::run; "... Inverse root failed." besides.
-  u64 run(const RunContext& ctx, Frame& frame, Number& out, const Hashed<Number>& a, Arena arena) const;
+  u64 run(const RunContext& ctx, Store::Frame& frame, Store::Number& out,
+          const Hashed<typename Store::Number>& a, Store::Arena arena) const;
 
  private:
   template <class AnyArena>
-  Number lay_out(AnyArena& arena) const;
+  Store::Number lay_out(AnyArena& arena) const;
 
-  InvsqrtFloat<Store> inverse_;
-  Residual<Store> square_;
-  Residual<Store> product_;
-  Budget budget_;
-  Need need_;
+  Residual<typename Store::Number> product_;
 };
 
 /// A / B.
 template <class Store>
 class ProvedDivision {
  public:
-  using W = typename Store::Word;
-  using Number = typename Store::Number;
-  using Arena = typename Store::Arena;
-  using Frame = typename Store::Frame;
-  using Budget = typename Store::Budget;
-
   /// `memory` as Division has it.
-  ProvedDivision(u64 p, const Budget& budget, DivisionMemory memory = DivisionMemory::kKeep);
+  ProvedDivision(u64 p, const Store::Budget& budget, DivisionMemory memory = DivisionMemory::kKeep);
 
   Need need() const { return need_; }
   /// As Division::run for a that is not zero, and check_quotient of what it gave. Throws
   /// AlgorithmFailedException "Checksum Mismatch. Division failed." when an operand has not its hash at the
   /// end.
-  u64 run(const RunContext& ctx, Frame& frame, Number& out, const Hashed<Number>& a, const Hashed<Number>& b,
-          Arena arena) const;
+  u64 run(const RunContext& ctx, Store::Frame& frame, Store::Number& out,
+          const Hashed<typename Store::Number>& a, const Hashed<typename Store::Number>& b,
+          Store::Arena arena) const;
 
  private:
   Division<Store> division_;
-  Residual<Store> residual_;
+  Residual<typename Store::Number> residual_;
   Need need_;
 };
 

@@ -1,17 +1,14 @@
 // The inner step of ProvedProduct in RAM.
 #pragma once
 
-#include "core/exceptions.h"
 #include "core/fault_point.h"
+#include "functions/proved.h"
 #include "numbers/big_float.h"
 #include "numbers/exact_float.h"
 #include "numbers/run_context.h"
 #include "words/hash.h"
 
 namespace orl {
-
-template <class Number>
-struct Hashed;
 
 /// The number as an exact one with its hash, on the same words.
 template <class W>
@@ -48,7 +45,7 @@ u64 take_window(BigFloat<W>& out, u64 p, const ExactFloat<W>& c, const char* fun
   below.L -= out.L;
   const u64 hash = out.computed_hash(ctx.parallel);
   if (hash_canon(hash_add(hash, below.computed_hash(ctx.parallel))) != hash_canon(c.hash))
-    throw AlgorithmFailedException(function, "Checksum Mismatch. Multiplication Failed.");
+    throw AlgorithmFailedException(function, kProductMismatch);
   return hash_canon(hash);
 }
 

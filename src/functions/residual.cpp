@@ -77,7 +77,7 @@ u64 whole_words(u64 words_u32) {
 }  // namespace
 
 template <class W>
-RamResidual<W>::RamResidual(Of kind, u64 p, u64 tds)
+Residual<BigFloat<W>>::Residual(ResidualOf kind, u64 p, u64 tds)
     : p_(p), n_(hashed_ring(p + kResidualWords + kGuardWords)) {
   const u64 word_bits = 8 * sizeof(W);
   ParametersBox box;
@@ -86,7 +86,7 @@ RamResidual<W>::RamResidual(Of kind, u64 p, u64 tds)
   if (const u64 ring = whole_words<W>(shape.cyclic_words()); ring >= n_ && ring == hashed_ring(ring)) {
     need_.table_bits = n_ * word_bits;
     n_ = ring;
-    areas_ = kind == Of::kSquare ? 1 : 2;
+    areas_ = kind == ResidualOf::kSquare ? 1 : 2;
   } else {
     half_ = (n_ + 1) / 2;
     need_.table_bits = 2 * half_ * word_bits;
@@ -97,7 +97,8 @@ RamResidual<W>::RamResidual(Of kind, u64 p, u64 tds)
 
 template <class W>
 template <class Arena>
-typename RamResidual<W>::Areas RamResidual<W>::lay_out(Arena& arena, const MultiplySizes& sizes) const {
+typename Residual<BigFloat<W>>::Areas Residual<BigFloat<W>>::lay_out(Arena& arena,
+                                                                     const MultiplySizes& sizes) const {
   Areas areas{};
   if (half_ != 0 || areas_ == 1) areas.product = arena.template cut<W>(n_);
   if (half_ != 0) areas.part = arena.template cut<W>(2 * half_);
@@ -107,8 +108,8 @@ typename RamResidual<W>::Areas RamResidual<W>::lay_out(Arena& arena, const Multi
 }
 
 template <class W>
-W* RamResidual<W>::product_of_shape(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
-                                    LinearHeapBuffer heap) const {
+W* Residual<BigFloat<W>>::product_of_shape(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
+                                           LinearHeapBuffer heap) const {
   ParametersBox box;
   const Parameters& shape = basic_table<W>().parameters_for(
       box, &ctx.tables, hashed_ring(p_ + kResidualWords + kGuardWords), ctx.parallel.tds, ShapeChoice::kLean);
@@ -136,8 +137,8 @@ W* RamResidual<W>::product_of_shape(const RunContext& ctx, const BigFloat<W>& x,
 }
 
 template <class W>
-W* RamResidual<W>::product_in_halves(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
-                                     LinearHeapBuffer heap) const {
+W* Residual<BigFloat<W>>::product_in_halves(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
+                                            LinearHeapBuffer heap) const {
   ParametersBox box;
   const Parameters& shape = basic_table<W>().parameters_for(box, &ctx.tables, 2 * half_, ctx.parallel.tds);
   const Areas areas = lay_out(heap, shape.sizes());
@@ -159,8 +160,8 @@ W* RamResidual<W>::product_in_halves(const RunContext& ctx, const BigFloat<W>& x
 
 /// x * y modulo W^n - 1, relative to the sum of their exponents.
 template <class W>
-BigFloat<W> RamResidual<W>::wrapped_product(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
-                                            LinearHeapBuffer heap) const {
+BigFloat<W> Residual<BigFloat<W>>::wrapped_product(const RunContext& ctx, const BigFloat<W>& x,
+                                                   const BigFloat<W>& y, LinearHeapBuffer heap) const {
   if (heap.size < need_.ram_bytes)
     throw BufferTooSmallException("Residual::run()", heap.size, need_.ram_bytes);
   BigFloat<W> product(half_ == 0 ? product_of_shape(ctx, x, y, heap) : product_in_halves(ctx, x, y, heap),
@@ -172,8 +173,8 @@ BigFloat<W> RamResidual<W>::wrapped_product(const RunContext& ctx, const BigFloa
 
 /// Whether w x y is `ideal` but for less than W^(magnitude of ideal - p).
 template <class W>
-bool RamResidual<W>::leaves_little(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y, W w,
-                                   const BigFloat<W>& ideal, LinearHeapBuffer heap) const {
+bool Residual<BigFloat<W>>::leaves_little(const RunContext& ctx, const BigFloat<W>& x, const BigFloat<W>& y,
+                                          W w, const BigFloat<W>& ideal, LinearHeapBuffer heap) const {
   const StatusFrame status(ctx.status, "Verify");
   if (x.L == 0 || y.L == 0) return false;
   // The leading bits, which the ring may fold onto the lowest words.
@@ -206,16 +207,16 @@ bool RamResidual<W>::leaves_little(const RunContext& ctx, const BigFloat<W>& x, 
 }
 
 template <class W>
-void RamResidual<W>::check_quotient(const RunContext& ctx, const BigFloat<W>& q, const BigFloat<W>& a,
-                                    const BigFloat<W>& b, LinearHeapBuffer heap) const {
+void Residual<BigFloat<W>>::check_quotient(const RunContext& ctx, const BigFloat<W>& q, const BigFloat<W>& a,
+                                           const BigFloat<W>& b, LinearHeapBuffer heap) const {
   if (!leaves_little(ctx, top_words(q, p_ + 2), top_words(b, p_ + 3), 1, top_words(a, p_ + 3), heap))
     throw AlgorithmFailedException("Division_BigFloatR<wtype>::run()",
                                    "Residual is too large. Division failed.");
 }
 
 template <class W>
-void RamResidual<W>::check_square_root(const RunContext& ctx, const BigFloat<W>& b, const BigFloat<W>& a,
-                                       LinearHeapBuffer heap) const {
+void Residual<BigFloat<W>>::check_square_root(const RunContext& ctx, const BigFloat<W>& b,
+                                              const BigFloat<W>& a, LinearHeapBuffer heap) const {
   const BigFloat<W> root = top_words(b, p_ + 2);
   if (!leaves_little(ctx, root, root, 1, top_words(a, p_ + 3), heap))
     throw AlgorithmFailedException("SqrtFloat_BigFloatR::run()",
@@ -234,8 +235,8 @@ struct One {
 }  // namespace
 
 template <class W>
-void RamResidual<W>::check_inverse_root(const RunContext& ctx, const BigFloat<W>& root, W w,
-                                        LinearHeapBuffer heap) const {
+void Residual<BigFloat<W>>::check_inverse_root(const RunContext& ctx, const BigFloat<W>& root, W w,
+                                               LinearHeapBuffer heap) const {
   const BigFloat<W> y = top_words(root, p_ + 2);
   if (y.signum() <= 0 || !leaves_little(ctx, y, y, w, One<W>().number, heap))
     throw AlgorithmFailedException("InvsqrtWord_BigFloatR::run()",
@@ -243,15 +244,15 @@ void RamResidual<W>::check_inverse_root(const RunContext& ctx, const BigFloat<W>
 }
 
 template <class W>
-void RamResidual<W>::check_inverse_root(const RunContext& ctx, const BigFloat<W>& y, const BigFloat<W>& b,
-                                        LinearHeapBuffer heap) const {
+void Residual<BigFloat<W>>::check_inverse_root(const RunContext& ctx, const BigFloat<W>& y,
+                                               const BigFloat<W>& b, LinearHeapBuffer heap) const {
   if (y.signum() <= 0 ||
       !leaves_little(ctx, top_words(y, p_ + 2), top_words(b, p_ + 3), 1, One<W>().number, heap))
     throw AlgorithmFailedException("InvsqrtFloat_BigFloatR::run()",
                                    "Residual is too large. Inverse root failed.");
 }
 
-template class RamResidual<u32>;
-template class RamResidual<u64>;
+template class Residual<BigFloat<u32>>;
+template class Residual<BigFloat<u64>>;
 
 }  // namespace orl

@@ -19,23 +19,25 @@
 #pragma once
 
 #include "numbers/big_float.h"
-#include "numbers/ram_store.h"
 #include "numbers/run_context.h"
 
 namespace orl {
 
+/// What a residual proves.
+enum class ResidualOf {
+  kProduct,  ///< a product of two numbers
+  kSquare    ///< a square, which takes one transform instead of two
+};
+
+template <class Number>
+class Residual;
+
 /// The plan of one check in memory; see the head of this file.
 template <class W>
-class RamResidual {
+class Residual<BigFloat<W>> {
  public:
-  /// What is proved.
-  enum class Of {
-    kProduct,  ///< of two numbers
-    kSquare    ///< of one, which takes one transform instead of two
-  };
-
   /// Results of precision p, as the plans of newton.h give them; p >= 1.
-  RamResidual(Of kind, u64 p, u64 tds);
+  Residual(ResidualOf kind, u64 p, u64 tds);
 
   Need need() const { return need_; }
 
@@ -77,14 +79,7 @@ class RamResidual {
   Need need_;
 };
 
-/// The residual of numbers of one kind.
-template <class Number>
-struct ResidualBodies;
 template <class W>
-struct ResidualBodies<BigFloat<W>> {
-  using Type = RamResidual<W>;
-};
-template <class Store>
-using Residual = typename ResidualBodies<typename Store::Number>::Type;
+using RamResidual = Residual<BigFloat<W>>;
 
 }  // namespace orl

@@ -167,13 +167,12 @@ void Heap::expand(std::uintptr_t start, u64 size) {
 }
 
 std::string Heap::dump() const {
-  std::string text;
+  std::string text = "Heap Table Dump:\n";
   const auto line = [&text](const char* format, auto... values) {
     char buffer[128];
     std::snprintf(buffer, sizeof buffer, format, values...);
     text += buffer;
   };
-  line("Heap Table Dump:\n");
   line("Parent              : 0x%016" PRIxPTR "\n", reinterpret_cast<std::uintptr_t>(parent()));
   line("Total Size          : %" PRIu64 "\n", total_size());
   line("Active Allocations  : %" PRIu64 "\n", active_allocations());
@@ -191,7 +190,7 @@ std::string Heap::dump() const {
     gaps += e.start - previous;
     previous = e.start + e.size;
   }
-  if (count_ == 0) line("No Active Allocations\n");
+  if (count_ == 0) text += "No Active Allocations\n";
   line("Table Limit         : 0x%016" PRIxPTR "\n", table_limit_);
   line("Fragmentation       : %" PRIu64 "\n", gaps);
   return text;

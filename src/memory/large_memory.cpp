@@ -5,47 +5,38 @@
 
 #include "core/exceptions.h"
 #include "core/format.h"
+#include "core/name_table.h"
 #include "core/output.h"
 #include "memory/node_placement.h"
 
 namespace orl {
+namespace {
 
-std::string mode_to_string(Mode mode) {
-  switch (mode) {
-    case Mode::disabled:
-      return "Disabled";
-    case Mode::attempt:
-      return "Attempt";
-    case Mode::forced:
-      return "Forced";
-  }
-  throw InvalidParametersException("mode_to_string", "Invalid Mode");
+constexpr Named<Mode> kModeTitles[] = {
+    {Mode::disabled, "Disabled"}, {Mode::attempt, "Attempt"}, {Mode::forced, "Forced"}};
+constexpr Named<Mode> kModeWords[] = {
+    {Mode::disabled, "disable"}, {Mode::attempt, "attempt"}, {Mode::forced, "forced"}};
+
+std::string mode_text(const char* function, const char* text) {
+  if (text == nullptr) throw InvalidParametersException(function, "Invalid Mode");
+  return text;
 }
 
-std::string mode_to_word(Mode mode) {
-  switch (mode) {
-    case Mode::disabled:
-      return "disable";
-    case Mode::attempt:
-      return "attempt";
-    case Mode::forced:
-      return "forced";
-  }
-  throw InvalidParametersException("mode_to_word", "Invalid Mode");
-}
+}  // namespace
+
+std::string mode_to_string(Mode mode) { return mode_text("mode_to_string", name_of(kModeTitles, mode)); }
+
+std::string mode_to_word(Mode mode) { return mode_text("mode_to_word", name_of(kModeWords, mode)); }
 
 Mode word_to_mode(const std::string& key, const std::string& word) {
-  for (const Mode mode : {Mode::disabled, Mode::attempt, Mode::forced}) {
-    if (word == mode_to_word(mode)) return mode;
-  }
+  if (const auto mode = value_named(kModeWords, word)) return *mode;
   throw InvalidParametersException(
       "word_to_mode", "Invalid value for " + key + R"(. Expected "disable", "attempt", or "forced".)");
 }
 
 Mode word_to_bind_mode(const std::string& word) {
-  for (const Mode mode : {Mode::attempt, Mode::forced}) {
-    if (word == mode_to_word(mode)) return mode;
-  }
+  const auto mode = value_named(kModeWords, word);
+  if (mode && *mode != Mode::disabled) return *mode;
   throw InvalidParametersException("word_to_bind_mode",
                                    R"(Invalid value for NumaBind. Expected "attempt" or "forced".)");
 }

@@ -14,8 +14,9 @@ namespace orl {
 
 class SizingArena {
  public:
-  /// `peak_bytes` is raised to the most that this arena and its copies have cut at one time.
-  explicit SizingArena(u64& peak_bytes) : peak_(&peak_bytes) {}
+  /// `need` is raised: its ram_bytes to the most that this arena and its copies have cut at one time, its
+  /// table_bits to the most that a call asks for.
+  explicit SizingArena(Need& need) : need_(&need) {}
 
   /// Null: a layout hands pointers on and does not look behind them.
   template <class W>
@@ -34,27 +35,35 @@ class SizingArena {
   }
   /// A call that gets the rest of this arena cuts up to `bytes` from it.
   void leave(u64 bytes) const { SizingArena(*this).take(bytes); }
-  void leave(const Need& need) const { leave(need.ram_bytes); }
+  void leave(const Need& need) const {
+    leave(need.ram_bytes);
+    need_->table_bits = std::max(need_->table_bits, need.table_bits);
+  }
 
  private:
   static constexpr u64 kTooMuch = std::numeric_limits<u64>::max();
 
   void take(u64 bytes) {
     used_ = bytes > kTooMuch - used_ ? kTooMuch : used_ + bytes;
-    *peak_ = std::max(*peak_, used_);
+    need_->ram_bytes = std::max(need_->ram_bytes, used_);
   }
 
-  u64* peak_;
+  Need* need_;
   u64 used_ = 0;
 };
 
-/// Bytes that `layout`, a function of a SizingArena&, takes.
+/// Memory that `layout`, a function of a SizingArena&, takes, and the tables of the calls that it leaves memory to.
+template <class Layout>
+Need layout_need(Layout&& layout) {
+  Need need;
+  SizingArena arena(need);
+  layout(arena);
+  return need;
+}
+/// Its bytes.
 template <class Layout>
 u64 layout_bytes(Layout&& layout) {
-  u64 peak = 0;
-  SizingArena arena(peak);
-  layout(arena);
-  return peak;
+  return layout_need(layout).ram_bytes;
 }
 
 }  // namespace orl

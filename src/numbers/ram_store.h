@@ -48,12 +48,10 @@ struct RamStore {
     return arena.template cut<W>(words);
   }
 
-  /// What `layout`, a function of a Sizer&, takes of memory.
+  /// What `layout`, a function of a Sizer&, takes of memory and tables.
   template <class Layout>
   static Need need_of(Layout&& layout) {
-    Need need;
-    need.ram_bytes = layout_bytes(layout);
-    return need;
+    return layout_need(layout);
   }
   /// Scratch and tables of set_mul for a product of `words` words whose top `window` words are wanted.
   static Need product_need(u64 words, u64 window, const Budget& budget) {

@@ -4,6 +4,7 @@
 
 #include "console/console.h"
 #include "core/format.h"
+#include "core/name_table.h"
 
 namespace orvane {
 namespace {
@@ -54,15 +55,10 @@ ReportLine clock_line(const std::string& label, orl::ClockCheck check, bool cont
 }  // namespace
 
 const char* spot_check_text(SpotCheck::Result result) {
-  switch (result) {
-    case SpotCheck::kPassed:
-      return "Passed";
-    case SpotCheck::kFailed:
-      return "Failed";
-    case SpotCheck::kNotAvailable:
-      break;
-  }
-  return "Not Available";
+  static constexpr orl::Named<SpotCheck::Result> kTexts[] = {{SpotCheck::kPassed, "Passed"},
+                                                             {SpotCheck::kFailed, "Failed"},
+                                                             {SpotCheck::kNotAvailable, "Not Available"}};
+  return orl::name_of(kTexts, result);
 }
 
 const char* clock_text(orl::ClockCheck check, bool contiguous) {

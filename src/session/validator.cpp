@@ -6,6 +6,7 @@
 
 #include "console/console.h"
 #include "console/number_forms.h"
+#include "core/name_table.h"
 #include "digits/sha256.h"
 #include "session/validation_file.h"
 
@@ -118,24 +119,16 @@ Validation outcome_of(std::string_view text, const std::string& version) {
   return whole ? Validation::kPassed : Validation::kTampered;
 }
 
-const char* outcome_text(Validation outcome) {
-  switch (outcome) {
-    case Validation::kPassed:
-      return "Validation Passed!";
-    case Validation::kInvalidHash:
-      return "Validation Failed: Invalid Hash";
-    case Validation::kTampered:
-      return "Validation Failed: File is either invalid or has been tampered with.";
-    case Validation::kInvalidFile:
-      return "Validation Failed - Invalid File";
-    case Validation::kNoLongerSupported:
-      return "Validation file versions 1.0 an 1.1 are no longer supported.\n"
-             "To validate this file, please use Orvane v0.5.5.";
-    case Validation::kTooNew:
-      break;
-  }
-  return "This validation file version is too new.\nPlease use a newer version of Orvane.";
-}
+constexpr orl::Named<Validation> kOutcomeTexts[] = {
+    {Validation::kPassed, "Validation Passed!"},
+    {Validation::kInvalidHash, "Validation Failed: Invalid Hash"},
+    {Validation::kTampered, "Validation Failed: File is either invalid or has been tampered with."},
+    {Validation::kInvalidFile, "Validation Failed - Invalid File"},
+    {Validation::kNoLongerSupported,
+     "Validation file versions 1.0 an 1.1 are no longer supported.\n"
+     "To validate this file, please use Orvane v0.5.5."},
+    {Validation::kTooNew, "This validation file version is too new.\nPlease use a newer version of Orvane."},
+};
 
 // At most kMaxFileBytes + 1 bytes; nothing when the file cannot be read.
 std::string read_report(const std::string& path) {
@@ -172,7 +165,7 @@ int run_validator() {
   const bool passed = result.outcome == Validation::kPassed;
   for (const std::string& check : result.failed_checks)
     if (passed) console::println("The file reports a failed check: " + check, 'Y');
-  console::println(outcome_text(result.outcome), passed ? 'G' : 'R');
+  console::println(orl::name_of(kOutcomeTexts, result.outcome), passed ? 'G' : 'R');
   return passed ? 0 : 1;
 }
 

@@ -66,6 +66,24 @@ const Feature kFeatures[] = {
     {"AVX512-VBMI", Target::kAvx512Ifma, [] { return leaf7c(1) && system_saves_avx512(); }},
 };
 
+struct TargetText {
+  const char* name;
+  const char* features;
+};
+// By number of the target.
+constexpr TargetText kTargetTexts[] = {
+    {"Scalar", "    x64, SSE, SSE2"},
+    {"AVX2",
+     "    x64, ABM, BMI1, BMI2, ADX,\n    SSE, SSE2, SSE3, SSSE3, SSE4.1, SSE4.2,\n"
+     "    AVX, FMA3, AVX2"},
+    {"AVX512",
+     "    x64, ABM, BMI1, BMI2, ADX,\n    SSE, SSE2, SSE3, SSSE3, SSE4.1, SSE4.2,\n"
+     "    AVX, FMA3, AVX2,\n    AVX512-(F/CD/VL/BW/DQ)"},
+    {"AVX512-IFMA",
+     "    x64, ABM, BMI1, BMI2, ADX,\n    SSE, SSE2, SSE3, SSSE3, SSE4.1, SSE4.2,\n"
+     "    AVX, FMA3, AVX2,\n    AVX512-(F/CD/VL/BW/DQ/IFMA/VBMI)"},
+};
+
 Target detect() {
   Target best = Target::kScalar;
   for (Target t : {Target::kAvx2, Target::kAvx512, Target::kAvx512Ifma})
@@ -87,36 +105,9 @@ Target activate_best() {
 
 }  // namespace detail
 
-const char* target_name(Target target) {
-  switch (target) {
-    case Target::kScalar:
-      return "Scalar";
-    case Target::kAvx2:
-      return "AVX2";
-    case Target::kAvx512:
-      return "AVX512";
-    case Target::kAvx512Ifma:
-      return "AVX512-IFMA";
-  }
-  return "Scalar";
-}
+const char* target_name(Target target) { return kTargetTexts[static_cast<int>(target)].name; }
 
-const char* target_feature_list(Target target) {
-  switch (target) {
-    case Target::kScalar:
-      return "    x64, SSE, SSE2";
-    case Target::kAvx2:
-      return "    x64, ABM, BMI1, BMI2, ADX,\n    SSE, SSE2, SSE3, SSSE3, SSE4.1, SSE4.2,\n"
-             "    AVX, FMA3, AVX2";
-    case Target::kAvx512:
-      return "    x64, ABM, BMI1, BMI2, ADX,\n    SSE, SSE2, SSE3, SSSE3, SSE4.1, SSE4.2,\n"
-             "    AVX, FMA3, AVX2,\n    AVX512-(F/CD/VL/BW/DQ)";
-    case Target::kAvx512Ifma:
-      return "    x64, ABM, BMI1, BMI2, ADX,\n    SSE, SSE2, SSE3, SSSE3, SSE4.1, SSE4.2,\n"
-             "    AVX, FMA3, AVX2,\n    AVX512-(F/CD/VL/BW/DQ/IFMA/VBMI)";
-  }
-  return "";
-}
+const char* target_feature_list(Target target) { return kTargetTexts[static_cast<int>(target)].features; }
 
 std::vector<std::string> missing_features(Target target) {
   std::vector<std::string> missing;

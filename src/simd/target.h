@@ -37,4 +37,12 @@ inline Target active_target() {  // inline, for products of a few words ask at e
 /// Throws std::invalid_argument when this machine cannot run `target`.
 void set_active_target(Target target);
 
+/// What `target` runs of a table of kernels that is compiled for three instruction sets; AVX512-IFMA runs that of
+/// AVX512.
+template <class Kernels>
+const Kernels& kernels_for(Target target, const Kernels& scalar, const Kernels& avx2, const Kernels& avx512) {
+  if (target >= Target::kAvx512) return avx512;
+  return target == Target::kAvx2 ? avx2 : scalar;
+}
+
 }  // namespace orl::simd

@@ -60,12 +60,6 @@ inline void warn_of_plan_size(u64 count) {
   notice_line("It is not recommended to proceed with such a computation.", 'Y');
 }
 
-/// For member initialisers: what must hold before a plan is built.
-inline s32 checked_power(s32 power) {
-  if (power != 1 && power != -1) throw InvalidParametersException("PSR_SeriesB()", "Power must be 1 or -1.");
-  return power;
-}
-
 /// The longest fraction of a series to p words.
 template <class W>
 u64 fraction_words(const Series<W>& series, u64 p) {
@@ -76,9 +70,9 @@ u64 fraction_words(const Series<W>& series, u64 p) {
 
 template <class Store>
 PSR_Series<Store>::PSR_Series(std::unique_ptr<const Series<W>> series, const Value& value, u64 p,
-                              const Budget& budget)
+                              const Store::Budget& budget)
     : series_(std::move(series)),
-      inverse_(psr_series::checked_power(value.power) < 0),
+      inverse_(is_inverse("PSR_SeriesB()", value.power)),
       p_(p),
       budget_(budget),
       outer_(value.coefficients, p, psr_series::fraction_words(*series_, p)),
@@ -150,9 +144,9 @@ void PSR_Series<Store>::plan_blocks(SeriesMemory memory) {
 }
 
 template <class Store>
-void PSR_Series<Store>::run_fraction(const RunContext& ctx, Frame& caller, Fraction& fraction,
-                                     Arena heap) const {
-  Frame frame = caller.enter("PSR_SeriesB::run_fraction()");
+void PSR_Series<Store>::run_fraction(const RunContext& ctx, Store::Frame& caller, Fraction& fraction,
+                                     Store::Arena heap) const {
+  auto frame = caller.enter("PSR_SeriesB::run_fraction()");
   frame.assert_sL("Terms", series_->terms());
   ctx.status.println(headline_);
   fraction = {};
@@ -172,9 +166,9 @@ void PSR_Series<Store>::run_fraction(const RunContext& ctx, Frame& caller, Fract
 }
 
 template <class Store>
-u64 PSR_Series<Store>::finish(const RunContext& ctx, Frame& frame, Fraction& fraction, Number& out,
-                              Arena heap) const {
-  Arena rest = heap;
+u64 PSR_Series<Store>::finish(const RunContext& ctx, Store::Frame& frame, Fraction& fraction,
+                              Store::Number& out, Store::Arena heap) const {
+  auto rest = heap;
   OuterFraction<Store> value = outer_.cut(rest);
   frame.stage([&] { outer_.run(ctx, fraction, value, heap); }, value.n, value.d, value.n_hash, value.d_hash);
   if (value.n.signum() == 0) {
@@ -184,7 +178,7 @@ u64 PSR_Series<Store>::finish(const RunContext& ctx, Frame& frame, Fraction& fra
   }
   show_fault_point("division operand", value.n);
   show_fault_point("division operand", value.d);
-  const Hashed<Number> n{value.n, value.n_hash}, d{value.d, value.d_hash};
+  const Hashed<typename Store::Number> n{value.n, value.n_hash}, d{value.d, value.d_hash};
   u64 hash = 0;
   frame.stage(
       [&] {
@@ -196,10 +190,11 @@ u64 PSR_Series<Store>::finish(const RunContext& ctx, Frame& frame, Fraction& fra
 }
 
 template <class Store>
-u64 PSR_Series<Store>::run(const RunContext& ctx, Frame& caller, Number& out, Arena heap) const {
+u64 PSR_Series<Store>::run(const RunContext& ctx, Store::Frame& caller, Store::Number& out,
+                           Store::Arena heap) const {
   if (heap.size < need_.ram_bytes)
     throw BufferTooSmallException("PSR_SeriesB::run()", heap.size, need_.ram_bytes);
-  Frame frame = caller.enter("PSR_SeriesB::run()");
+  auto frame = caller.enter("PSR_SeriesB::run()");
   frame.assert_sL("p", p_);
   Fraction fraction;
   StageTimer summing(ctx.status, "Summing Series");

@@ -18,15 +18,15 @@
 
 namespace orl {
 
+/// Whether `power` asks for the inverse of a value: -1 does, 1 does not. For any other it throws
+/// InvalidParametersException `function`, "Power must be 1 or -1.".
+bool is_inverse(const char* function, s32 power);
+
 /// The value of a whole series at a precision of p words, or its inverse.
 template <class Store>
 class PSR_Series {
  public:
   using W = typename Store::Word;
-  using Number = typename Store::Number;
-  using Arena = typename Store::Arena;
-  using Frame = typename Store::Frame;
-  using Budget = typename Store::Budget;
   using Fraction = SeriesFraction<Store>;
 
   /// What is computed from the series' sum.
@@ -37,7 +37,7 @@ class PSR_Series {
   };
 
   /// A power other than 1 and -1 throws InvalidParametersException "PSR_SeriesB()", "Power must be 1 or -1.".
-  PSR_Series(std::unique_ptr<const Series<W>> series, const Value& value, u64 p, const Budget& budget);
+  PSR_Series(std::unique_ptr<const Series<W>> series, const Value& value, u64 p, const Store::Budget& budget);
 
   Need need() const { return need_; }
   u64 precision() const { return p_; }
@@ -49,19 +49,20 @@ class PSR_Series {
   /// out = the value; out holds need().out_words. Returns the hash that out's words must have, known before they were
   /// proved. Throws BufferTooSmallException "PSR_SeriesB::run()" and what blocks and the division throw: "Checksum
   /// Mismatch. Division failed." when its operands are not what the series gave.
-  u64 run(const RunContext& ctx, Frame& frame, Number& out, Arena heap) const;
+  u64 run(const RunContext& ctx, Store::Frame& frame, Store::Number& out, Store::Arena heap) const;
   /// The sum's fraction P/Q alone, to p + 2 words or a few more; numbers lie in `heap`.
-  void run_fraction(const RunContext& ctx, Frame& frame, Fraction& fraction, Arena heap) const;
+  void run_fraction(const RunContext& ctx, Store::Frame& frame, Fraction& fraction, Store::Arena heap) const;
 
  private:
   void plan_blocks(SeriesMemory memory);
   void plan_need();
-  u64 finish(const RunContext& ctx, Frame& frame, Fraction& fraction, Number& out, Arena heap) const;
+  u64 finish(const RunContext& ctx, Store::Frame& frame, Fraction& fraction, Store::Number& out,
+             Store::Arena heap) const;
 
   std::unique_ptr<const Series<W>> series_;
   bool inverse_;
   u64 p_;
-  Budget budget_;
+  Store::Budget budget_;
   std::vector<std::unique_ptr<PSR_Block<Store>>> blocks_;
   double expansion_ = 0;
   std::string headline_;  ///< the line on the console, made here because a run allocates nothing

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <limits>
 
+#include "core/name_table.h"
 #include "system/kernel_files.h"
 #include "system/machine.h"
 
@@ -74,15 +75,10 @@ std::string format(const char* form, Values... values) {
 }  // namespace
 
 const char* clock_check_text(ClockCheck check) {
-  switch (check) {
-    case ClockCheck::kPassed:
-      return "Passed";
-    case ClockCheck::kFailed:
-      return "Failed";
-    case ClockCheck::kUnableToValidate:
-      return "Unable to Validate";
-  }
-  return "";
+  static constexpr Named<ClockCheck> kTexts[] = {{ClockCheck::kPassed, "Passed"},
+                                                 {ClockCheck::kFailed, "Failed"},
+                                                 {ClockCheck::kUnableToValidate, "Unable to Validate"}};
+  return name_of(kTexts, check);
 }
 
 // A reading that was interrupted half-way is taken again; the tightest of five counts.

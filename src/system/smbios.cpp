@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "core/name_table.h"
 #include "system/kernel_files.h"
 
 namespace orl {
@@ -40,42 +41,12 @@ struct Structure {
   }
 };
 
-const char* type_name(u32 type) {
-  switch (type) {
-    case 0x07:
-      return "RAM";
-    case 0x0f:
-      return "SDRAM";
-    case 0x12:
-      return "DDR";
-    case 0x13:
-      return "DDR2";
-    case 0x18:
-      return "DDR3";
-    case 0x1a:
-      return "DDR4";
-    case 0x1b:
-      return "LPDDR";
-    case 0x1c:
-      return "LPDDR2";
-    case 0x1d:
-      return "LPDDR3";
-    case 0x1e:
-      return "LPDDR4";
-    case 0x20:
-      return "HBM";
-    case 0x21:
-      return "HBM2";
-    case 0x22:
-      return "DDR5";
-    case 0x23:
-      return "LPDDR5";
-    case 0x24:
-      return "HBM3";
-    default:
-      return "";
-  }
-}
+// What the firmware's numbers for kinds of memory stand for.
+constexpr Named<u32> kMemoryTypes[] = {
+    {0x07, "RAM"},  {0x0f, "SDRAM"}, {0x12, "DDR"},    {0x13, "DDR2"},   {0x18, "DDR3"},
+    {0x1a, "DDR4"}, {0x1b, "LPDDR"}, {0x1c, "LPDDR2"}, {0x1d, "LPDDR3"}, {0x1e, "LPDDR4"},
+    {0x20, "HBM"},  {0x21, "HBM2"},  {0x22, "DDR5"},   {0x23, "LPDDR5"}, {0x24, "HBM3"},
+};
 
 // 0 for an empty slot and for a size that the firmware does not know.
 u64 size_bytes(const Structure& device) {
@@ -118,8 +89,9 @@ std::vector<MemoryModule> parse_memory_modules(std::string_view table) {
     const u32 kind = structure.number(0, 1);
     if (kind == kEndOfTable) break;
     if (kind != kMemoryDevice || size_bytes(structure) == 0) continue;
-    modules.push_back({size_bytes(structure), speed(structure), type_name(structure.number(kType, 1)),
-                       structure.text(kLocator), structure.text(kManufacturer), structure.text(kPart)});
+    modules.push_back({size_bytes(structure), speed(structure),
+                       name_of(kMemoryTypes, structure.number(kType, 1), ""), structure.text(kLocator),
+                       structure.text(kManufacturer), structure.text(kPart)});
   }
   return modules;
 }

@@ -1,5 +1,4 @@
-#include <immintrin.h>
-
+#include "simd/intrinsics.h"
 #include "words/hash.h"
 #include "words/word_kernels.h"
 #include "words/word_loops.h"

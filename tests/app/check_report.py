@@ -31,6 +31,10 @@ def number(source, label):
     return float(value(source, label).split()[0].replace(',', ''))
 
 
+# What was computed.
+for label, key in ('Constant:', 'ConstantLong'), ('Algorithm:', 'AlgorithmLong'):
+    expect(key, results['Computation'][key], value(console, label))
+
 # Memory: what is asked for is what is taken.
 working, tables = number(console, 'Working Memory...'), number(console, 'Twiddle Tables...')
 expect('WorkingMemory', mode['WorkingMemory'], working)

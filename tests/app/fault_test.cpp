@@ -25,7 +25,8 @@ bool looks_finished(const std::string& name) {
 }
 
 // What a run is asked for; its digit files are written where nothing else is said.
-const Arguments kDecimal = {"-hex:0"}, kNoFiles = {"-hex:100000", "-od:0"}, kBoth = {"-hex:100000", "-od:1"};
+const Arguments kDecimal = {"-hex:0"}, kNoFiles = {"-hex:100000", "-od:0"}, kBoth = {"-hex:100000", "-od:1"},
+                kNoProof = {"-verify:0"};
 
 struct Strike {
   const char* site;
@@ -43,9 +44,13 @@ TEST(FlippedBit, IsFoundWhereverItStrikes) {
   const Strike strikes[] = {
       {"merge operand", {0, 1, 7, 40, 100}, {redundancy}, {kDecimal}},
       {"merge result", {0, 1, 7, 40, 100}, {redundancy}, {kDecimal}},
+      {"division operand", {0, 1}, {"Checksum Mismatch. Division failed."}, {kDecimal}},
+      {"cross product", {0, 1}, {"Checksum Mismatch. Multiplication Failed."}, {kDecimal}},
       {"conversion power", {0, 1, 3}, {"Power Hash Mismatch", "Mismatching exponents."}, {kDecimal}},
       // As the constant's plan leaves it; in its layout; after the conversion.
       {"binary number", {0, 1, 2}, {data}},
+      // Nothing behind the layout looks at the number again.
+      {"binary number", {0}, {data}, {kNoProof}},
       // The first radix and, where there are two, the decimal digits.
       {"digit words", {0}, {data, conversion}, {kDecimal, kNoFiles, kBoth}, 1},
       {"digit words", {1}, {conversion}, {kNoFiles, kBoth}},

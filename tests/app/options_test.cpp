@@ -67,6 +67,10 @@ Settings settings_of(const StressLine& stress) {
   return settings;
 }
 
+Settings settings_of(const LogFormulaLine& formula) {
+  return {{"digits", std::to_string(formula.decimal_digits)}, {"argument", formula.argument}};
+}
+
 struct Row {
   std::vector<std::string> line;  // the last option is the one that is looked at
   Settings changes;
@@ -157,7 +161,7 @@ TEST(Options, OfTheProgramChangeTheirOwnSetting) {
                                  {{"skip-warnings"}, {{"skip", "1"}}}});
 }
 
-TEST(Options, OfTheBenchmarksAndTheStressTesterChangeTheirOwnSetting) {
+TEST(Options, OfTheOtherActionsChangeTheirOwnSetting) {
   const orl::test::TemporaryFolder folder;
   const Row shared[] = {{{"-TD:13"}, {{"Parallelism.TaskDecomposition", "13"}}},
                         {{"-PF:none"}, {{"Parallelism.Framework", "none"}}, {"-PF:spawn"}},
@@ -178,6 +182,7 @@ TEST(Options, OfTheBenchmarksAndTheStressTesterChangeTheirOwnSetting) {
   for (const char* test : {"BKT", "N32", "N64", "HNT", "VST", "C17"})
     stress.push_back({{test}, {{"tests", std::string(test) + " "}}});
   expect_effects<StressLine>(stress_options(), stress);
+  expect_effects<LogFormulaLine>(log_formula_options(), {{{"-dec:2m"}, {{"digits", "2000000"}}}});
 }
 
 }  // namespace

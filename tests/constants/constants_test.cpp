@@ -7,10 +7,12 @@
 #include <string>
 
 #include "constants/e.h"
+#include "constants/final_product.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
 #include "core/exceptions.h"
 #include "functions/function_runner.h"
+#include "support/random_words.h"
 
 namespace orl {
 namespace {
@@ -157,13 +159,42 @@ TYPED_TEST(Constants, DoNotDependOnTheThreadWidth) {
 }
 
 TYPED_TEST(Constants, RefuseOtherPowers) {
+  using Store = RamStore<TypeParam>;
+  EXPECT_THROW(make_pi<Store>({PiSeries::kChudnovsky, 2}, 10, 1), InvalidParametersException);
+  EXPECT_THROW(make_sqrt<Store>({2, 0}, 10, 1), InvalidParametersException);
+  EXPECT_THROW(make_golden_ratio<Store>(3, 10, 1), InvalidParametersException);
+  EXPECT_THROW(make_e<Store>({ETaylor::kAlternating, 0}, 10, 1), InvalidParametersException);
+  EXPECT_THROW(make_e<Store>({ETaylor::kPlain, -1}, 10, 1), InvalidParametersException);
+  EXPECT_THROW(make_sqrt<Store>({0, 1}, 10, 1), ArithmeticException);
+}
+
+// From halves, whichever words the operands lack or have too many; with the hash of what comes out.
+TYPED_TEST(Constants, LastProductTakesLongAndShortOperands) {
   using W = TypeParam;
-  EXPECT_THROW(Pi_Series_BigFloatR<W>({PiSeries::kChudnovsky, 2}, 10, 1), InvalidParametersException);
-  EXPECT_THROW(Sqrt_Newton_BigFloatR<W>({2, 0}, 10, 1), InvalidParametersException);
-  EXPECT_THROW(GoldenRatio_Newton_BigFloatR<W>(3, 10, 1), InvalidParametersException);
-  EXPECT_THROW(e_Taylor_BigFloatR<W>({ETaylor::kAlternating, 0}, 10, 1), InvalidParametersException);
-  EXPECT_THROW(e_Taylor_BigFloatR<W>({ETaylor::kPlain, -1}, 10, 1), InvalidParametersException);
-  EXPECT_THROW(Sqrt_Newton_BigFloatR<W>({0, 1}, 10, 1), ArithmeticException);
+  test::Random random;
+  SCOPED_TRACE(random.replay());
+  for (const u64 p : {u64{12}, u64{300}})
+    for (const u64 x_words : {p / 2, p + 3, p + 20})
+      for (const u64 y_words : {p / 2, p + 3, p + 20}) {
+        SCOPED_TRACE(testing::Message() << p << ": " << x_words << " by " << y_words);
+        const FinalProduct<RamStore<W>> plan(p, 1);
+        const test::OwnedFloat<W> a(random.number<W>(x_words), -1), b(random.number<W>(y_words), -7);
+        test::OwnedFloat<W> x(std::max(plan.need().out_words, x_words));
+        std::copy_n(a.x.T, a.x.L, x.x.T);
+        x.x.L = a.x.L, x.x.exp = a.x.exp, x.x.sign = 1;
+        test::Runner<W> runner(plan.need().table_bits);
+        test::GuardedHeap heap(plan.need().ram_bytes);
+        const RunContext ctx = runner.context(1);
+        const u64 hash = plan.run(ctx, test::frame, x.x, a.x.computed_hash(ctx.parallel),
+                                  {b.x, b.x.computed_hash(ctx.parallel)}, heap.buffer());
+        EXPECT_TRUE(heap.intact());
+        EXPECT_EQ(hash_canon(hash), hash_canon(x.x.computed_hash(ctx.parallel)));
+        const u64 deep = 2 * p + 50, bits = 8 * sizeof(W);
+        const Mpz right = (Mpz(a.x.T, a.x.L) * Mpz(b.x.T, b.x.L)) << ((deep + a.x.exp + b.x.exp) * bits);
+        Mpz error = test::scaled(x.x, deep) - right;
+        mpz_abs(error, error);
+        EXPECT_LE(mpz_cmp(error, right >> ((p + 1) * bits - 3)), 0);
+      }
 }
 
 }  // namespace

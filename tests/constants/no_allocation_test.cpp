@@ -24,14 +24,15 @@ u64 allocations(const ConstantPlan<u64>& plan, u64 tds, const char* framework) {
 }
 
 TEST(SeriesAllocations, AreNone) {
+  using Store = RamStore<u64>;
   for (const u64 digits : {10000, 1000000}) {
     const u64 p = digits * 3322 / 64000 + 2;
     for (const u64 tds : {1, 4}) {
       const PiFormula reduced{PiSeries::kRamanujan, 1, SeriesMemory::kReduced};
-      EXPECT_EQ(allocations(Pi_Series_BigFloatR<u64>({}, p, tds), tds, "none"), 0u);
-      EXPECT_EQ(allocations(Pi_Series_BigFloatR<u64>(reduced, p, tds), tds, "none"), 0u);
-      EXPECT_EQ(allocations(e_Taylor_BigFloatR<u64>({ETaylor::kAlternating, 1}, p, tds), tds, "none"), 0u);
-      EXPECT_EQ(allocations(GoldenRatio_Newton_BigFloatR<u64>(1, p, tds), tds, "none"), 0u);
+      EXPECT_EQ(allocations(*make_pi<Store>({}, p, tds), tds, "none"), 0u);
+      EXPECT_EQ(allocations(*make_pi<Store>(reduced, p, tds), tds, "none"), 0u);
+      EXPECT_EQ(allocations(*make_e<Store>({ETaylor::kAlternating, 1}, p, tds), tds, "none"), 0u);
+      EXPECT_EQ(allocations(*make_golden_ratio<Store>(1, p, tds), tds, "none"), 0u);
     }
   }
 }

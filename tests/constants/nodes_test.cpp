@@ -190,14 +190,16 @@ TYPED_TEST(Nodes, RefuseBuffersBelowThePlan) {
   EXPECT_THROW(block.run(ctx, enough.node, {heap.data(), block.heap_bytes() - 64}), BufferTooSmallException);
   // An end case names itself.
   W words[4];
-  LeafNumber<W> R{words, 2}, P{words, 4};
+  LeafNode<W> narrow, wide;
+  narrow.R = {words, 2};
+  wide.R = wide.P = {words, 4};
   try {
-    Pi_Chudnovsky_BSR_End_R1(R, 5);
+    make_pi_term(kChudnovskyTerms<W>, 5, narrow);
     FAIL();
   } catch (const BufferTooSmallException& e) {
     EXPECT_EQ(e.function(), "Pi_Chudnovsky_BSR_End_R1()");
   }
-  EXPECT_THROW(Pi_Ramanujan_BSR_End_P1(P, R, 5), BufferTooSmallException);
+  EXPECT_THROW(make_pi_term(kRamanujanTerms<W>, 5, wide), BufferTooSmallException);
 }
 
 }  // namespace

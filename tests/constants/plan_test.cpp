@@ -200,8 +200,8 @@ TYPED_TEST(Plans, BeyondTheLastRowOfTheTableAreRefused) {
   using W = TypeParam;
   const u64 bits = 8 * sizeof(W);
   const ScopedBasicTable<W> table{{"BKT", 5120}, {"FFT", 0x6000000}};
-  EXPECT_NO_THROW(Pi_Series_BigFloatR<W>({}, 66438562 / bits, 1));
-  EXPECT_THROW(Pi_Series_BigFloatR<W>({}, 132877124 / bits, 1), LimitExceededException);
+  EXPECT_NO_THROW(make_pi<RamStore<W>>({}, 66438562 / bits, 1));
+  EXPECT_THROW(make_pi<RamStore<W>>({}, 132877124 / bits, 1), LimitExceededException);
 }
 
 TYPED_TEST(Plans, HoldForTrillionsOfDigitsInSizesAndTime) {

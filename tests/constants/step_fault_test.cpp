@@ -9,6 +9,7 @@
 #include "core/exceptions.h"
 #include "core/fault_point.h"
 #include "functions/function_runner.h"
+#include "support/counting_algorithm.h"
 #include "support/random_words.h"
 
 namespace orl {
@@ -41,10 +42,11 @@ constexpr const char* kProduct = "Checksum Mismatch. Multiplication Failed.";
 struct Step {
   const char* site;
   const char* words;
-  u64 least_visits;  ///< over all constants
+  u64 least_visits;           ///< over all constants
+  u64 most_behind = ~u64{0};  ///< visits until the check speaks: no further than the node's last number
 };
 constexpr Step kSteps[] = {
-    {"leaf", kMerge, 1000},       {"merge operand", kMerge, 1000},    {"merge result", kMerge, 1000},
+    {"leaf", kMerge, 1000},       {"merge operand", kMerge, 1000},    {"merge result", kMerge, 1000, 3},
     {"fold operand", kMerge, 20}, {"fold result", kMerge, 8},         {"tail between pieces", kMerge, 3},
     {"outer sum", kDivision, 6},  {"division operand", kDivision, 6}, {"root", kProduct, 3},
     {"root result", kProduct, 3}, {"last factor", kProduct, 4},       {"cross product", kProduct, 4},
@@ -120,9 +122,27 @@ TYPED_TEST(StepFaults, AreFoundByTheCheckBehindTheStep) {
         const u64 at = i % 2 == 0 ? calls - 1 - random.below(std::min<u64>(calls, 60)) : random.below(calls);
         fault = {step.site, at, random.next() >> 8, 0};
         EXPECT_EQ(constant.run(), step.words) << step.site << ", visit " << at << " of " << calls;
+        EXPECT_LE(fault.seen - at, step.most_behind) << step.site << ", visit " << at << " of " << calls;
       }
     }
     EXPECT_GE(visits, step.least_visits) << step.site;
+  }
+  fault = {"", ~u64{0}, 0, 0};
+}
+
+// The three products of the last one: each has the hash of its operands, not of itself.
+TYPED_TEST(StepFaults, AreFoundInTheProductsOfTheLastStep) {
+  using W = TypeParam;
+  test::Random random;
+  SCOPED_TRACE(random.replay());
+  const test::CountedProducts<W> products;
+  Constant<W> pi(make_pi<RamStore<W>>({PiSeries::kChudnovsky}, 100000 / (8 * sizeof(W)), 1));
+  fault = {"product words", ~u64{0}, 0, 0};
+  ASSERT_EQ(pi.run(), "");
+  const u64 calls = fault.seen;
+  for (u64 back = 1; back <= 3; ++back) {
+    fault = {"product words", calls - back, random.next() >> 8, 0};
+    EXPECT_EQ(pi.run(), kProduct) << back;
   }
   fault = {"", ~u64{0}, 0, 0};
 }

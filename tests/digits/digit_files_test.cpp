@@ -303,6 +303,19 @@ TEST_P(DigitFiles, KeepACompleteStreamThatCannotTakeItsName) {
       names.end());
 }
 
+// Whoever writes the same names meanwhile, or left them unfinished, does not write into this stream's files.
+TEST_P(DigitFiles, AreNotSharedWithAnUnfinishedStream) {
+  const auto earlier = random_digits(random_, GetParam().radix, 950);
+  const auto later = random_digits(random_, GetParam().radix, 950);
+  const auto unfinished = make_writer(folder_, GetParam(), earlier.size());
+  store(*unfinished, earlier, 0, earlier.size());
+  const auto writer = make_writer(folder_, GetParam(), later.size());
+  store(*writer, later, 0, later.size());
+  store(*unfinished, earlier, 0, earlier.size());
+  const auto reader = writer->close_and_get_basic_reader();
+  EXPECT_TRUE(load(*reader, 0, later.size()) == later);
+}
+
 TEST_P(DigitFiles, LeaveAnOlderStreamWholeWhenARenameFails) {
   const auto older = random_digits(random_, GetParam().radix, 950);
   const auto newer = random_digits(random_, GetParam().radix, 950);

@@ -14,7 +14,7 @@ namespace {
 template <class W>
 class ResidualTest : public ::testing::Test {
  protected:
-  using Of = typename RamResidual<W>::Of;
+  using Of = ResidualOf;
   Random random;
   ::testing::ScopedTrace trace{__FILE__, __LINE__, random.replay()};
 
@@ -127,7 +127,7 @@ TYPED_TEST(ResidualTest, BoundIsMetExactly) {
   using W = TypeParam;
   const W most = static_cast<W>(~W{0});
   for (const u64 p : {8, 30, 200}) {
-    const RamResidual<W> product(RamResidual<W>::Of::kProduct, p, 1);
+    const RamResidual<W> product(ResidualOf::kProduct, p, 1);
     std::vector<W> top(p + 2);
     top.back() = 1;
     OwnedFloat<W> q(top, -static_cast<s64>(p + 1)), a(top, q.x.exp), unit({1}, 0);

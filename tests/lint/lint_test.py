@@ -255,7 +255,10 @@ class Programs(unittest.TestCase):
             subprocess.run(["git", "init", "-q", root], check=True)
             (root / "good.cpp").write_text("int one() { return 1; }\n")
             subprocess.run(["git", "-C", root, "add", "."], check=True)
-            self.assertEqual(check().returncode, 0)
+            status = check().returncode
+            if status == 77:
+                self.skipTest("there is no clang-format of the tree's version")
+            self.assertEqual(status, 0)
             (root / "bad.h").write_text("int  two( );\n")
             subprocess.run(["git", "-C", root, "add", "."], check=True)
             done = check()

@@ -35,6 +35,7 @@ TEST(LinearHeapBuffer, RefusesWithoutCutting) {
   EXPECT_THROW(buffer.cut<u64>(~u64{0}), BufferTooSmallException) << "rounding wraps to 0";
   EXPECT_THROW(buffer.cut_buffer(129), BufferTooSmallException);
   EXPECT_THROW(buffer.cut_buffer(~u64{0}), BufferTooSmallException);
+  EXPECT_THROW(LinearHeapBuffer(memory, 100).cut_buffer(90), BufferTooSmallException) << "128 when rounded";
   EXPECT_EQ(buffer.ptr, memory);
   EXPECT_EQ(buffer.size, 128u);
   try {

@@ -255,6 +255,14 @@ TEST_F(DigitOutput, EndsTheProgramWhenTheFileIsNotWhatWasWritten) {
       << output;
   EXPECT_NE(output.find("\nRead-Back Counts = "), std::string::npos);
   EXPECT_NE(output.find("\nDigit output failed. Metadata cross-check doesn't match.\n"), std::string::npos);
+  // Digits in another order: only their hash tells them apart.
+  const std::string swapped = damaged(0, [](const std::string& path) {
+    std::string text = read_file(path);
+    std::swap(text[1000],
+              *std::find_if(text.begin() + 1001, text.end(), [&](char c) { return c != text[1000]; }));
+    orl::test::write_file(path, text);
+  });
+  EXPECT_NE(swapped.find("Metadata cross-check doesn't match."), std::string::npos) << swapped;
   // Digits that are the same integer modulo 2^61 - 1: only their counts tell them apart.
   const std::string congruent = damaged(0, [](const std::string& path) {
     std::string text = read_file(path);
@@ -283,33 +291,35 @@ TEST_F(DigitOutput, EndsTheProgramWhenTheFileIsNotWhatWasWritten) {
             std::string::npos);
 }
 
-TEST_F(DigitOutput, EndsTheProgramWhenAWordChangesUnderIt) {
+TEST_F(DigitOutput, EndsTheProgramWhenAWordOrACountChangesUnderIt) {
   Sample sample(random_, 16, 300, 3);
   const u64 digits = 4700;
-  const auto ending = [&](bool before_the_digits, u64 digits_to_check) {
+  enum class Change { kWordBeforeTheDigits, kWordBehindThem, kCount };
+  for (const Change change : {Change::kWordBeforeTheDigits, Change::kWordBehindThem, Change::kCount}) {
     const auto child = run_child("\n", [&]() -> int {
       OutputResult result;
       {
         const FaultScope fault([&](const std::string& site, void* data, u64 bytes) {
-          if (before_the_digits && site == "digit words") static_cast<u8*>(data)[bytes / 2] ^= 1;
+          if (change == Change::kWordBeforeTheDigits && site == "digit words")
+            static_cast<u8*>(data)[bytes / 2] ^= 1;
         });
-        result = write_digits(context(), sample.number, digits_to_check, target(0));
+        result = write_digits(context(), sample.number, digits, target(0));
       }
-      if (!before_the_digits) sample.words[150] ^= 1;
+      if (change == Change::kWordBehindThem) sample.words[150] ^= 1;
+      const u8 digit = 7;
+      if (change == Change::kCount) result.counts.append(&digit, 1);
       orl::LinearConsoleNode console;
       verify_binary_output({{reversed_, 1}, console, events_, window_.buffer()}, sample.number, result);
       return 0;
     });
     EXPECT_EQ(child.status, 1);
-    EXPECT_EQ(
-        child.output.find("Verifying Binary Output:\nBefore Hash = " +
-                          std::to_string(residue_of(sample.cut(digits_to_check), 16)) + "\nAfter  Hash = "),
-        0u)
+    EXPECT_EQ(child.output.find("Verifying Binary Output:\nBefore Hash = " +
+                                std::to_string(residue_of(sample.cut(digits), 16)) + "\nAfter  Hash = "),
+              0u)
         << child.output;
     EXPECT_NE(child.output.find("\nData Corruption Detected: Checksum Mismatch\n"), std::string::npos);
     EXPECT_FALSE(any_finished());
-  };
-  for (const bool before : {false, true}) ending(before, digits);
+  }
 }
 
 TEST_F(DigitOutput, ChecksTheFirstDigitsOfADecimalFile) {
@@ -319,7 +329,7 @@ TEST_F(DigitOutput, ChecksTheFirstDigitsOfADecimalFile) {
       if (site != "digit file") return;
       const std::string path(static_cast<const char*>(data), bytes);
       std::string text = read_file(path);
-      text[1] = 'x';
+      text[1] = 'a';
       orl::test::write_file(path, text);
     });
     const OutputResult result = write_digits(context(), sample.number, 500, target(0));

@@ -38,6 +38,15 @@ TEST(RamPlan, GrowsLittleWithTasksAtTheLargestSizes) {
   }
 }
 
+// The last of the converted digits may be off by one: no more than the guard digits may pass it on.
+TEST(RamPlan, ConvertsTheGuardDigits) {
+  for (const u64 digits : {100, 1000, 1008, 1009, 1000000}) {
+    const RamPlan plan = plan_for(*make_constant(0), digits, 1, true);
+    EXPECT_GE(plan.decimal_words() * 19, digits + kGuardDigits);
+    EXPECT_LE(plan.decimal_words() * 19, digits + kGuardDigits + 18);
+  }
+}
+
 TEST(RamPlan, RefusesOneDigitMoreThanTheLargestPossible) {
   const orl::ScopedBasicTable<Word> table{{"BKT", 5120}, {"FFT", 0x1000000}};
   for (const u64 index : {u64{0}, u64{3}}) {

@@ -42,7 +42,11 @@ TEST_F(SpotChecks, PassOverAsManyDigitsAsBothSidesHave) {
       EXPECT_EQ(result.result, SpotCheck::kPassed) << stored << " " << fresh;
       EXPECT_EQ(result.compared, std::min(stored, fresh));
     }
-  EXPECT_EQ(check(text_ + "\r\n\n").compared, kDigits) << "an editor's line ends";
+  for (const u64 stored : {u64{100}, kDigits}) {  // an editor's line ends
+    const SpotCheck result = check(text_.substr(0, 2 + stored) + "\r\n\n");
+    EXPECT_EQ(result.result, SpotCheck::kPassed) << stored;
+    EXPECT_EQ(result.compared, stored);
+  }
 }
 
 TEST_F(SpotChecks, SayWhereTheFirstWrongDigitStands) {

@@ -205,6 +205,9 @@ TEST(Validator, AnswersByVersionAndForm) {
   EXPECT_EQ(outcome(closed_again(replaced(text, "Hex Counts: 10 10", "Hex Counts: 10 11"))),
             Validation::kTampered);
   EXPECT_EQ(outcome(closed_again(replaced(text, "Event Log:", "Log:"))), Validation::kTampered);
+  const std::string working = "Working Memory:        4,096 ( 4.00 KiB)\r\n",
+                    total = "Total Memory:          5,120 ( 5.00 KiB)\r\n";
+  EXPECT_EQ(outcome(closed_again(replaced(text, working + total, total + working))), Validation::kTampered);
   EXPECT_EQ(outcome(closed_again(replaced(text, "User:  ", "User "))), Validation::kTampered);
 }
 

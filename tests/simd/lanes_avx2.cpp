@@ -1,6 +1,6 @@
 #include "simd/lanes.h"
 
-#include <immintrin.h>
+#include "simd/intrinsics.h"
 
 #include "simd/begin_avx2.h"
 

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/exceptions.h"
+#include "core/fault_point.h"
 #include "multiply/algorithm_table.h"
 #include "words/words.h"
 
@@ -50,6 +51,7 @@ class CountingParameters final : public Parameters, public WrappedProducts {
     check(G, 'w');
     (*inner_)->inverse_fmul(F, G, T, tmp, parallel);
     mark(F) = 0;
+    fault_point("product words", T.T, T.count() * sizeof(u32));
   }
   bool compatible(const Parameters& other) const override {
     const auto* o = dynamic_cast<const CountingParameters*>(&other);
@@ -130,7 +132,7 @@ class CountingAlgorithm final : public Algorithm {
   u64 step_;
 };
 
-/// All products by "FFT", counted, as long as it lives.
+/// All products by "FFT", counted, as long as it lives. Whole ones pass the fault site "product words".
 template <class W>
 class CountedProducts {
  public:

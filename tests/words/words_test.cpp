@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "support/gmp_oracle.h"
+#include "words/block_carry.h"
 #include "words/hash.h"
 #include "words/word_kernels.h"
 #include "words/word_shapes.h"
@@ -151,6 +152,31 @@ TEST_P(WordArrays, CarryRunsOutOfALastBlockOfAnyLength) {
       check(u32{}, last, static_cast<u32>(~u32{0} - below));
       check(u64{}, last, ~u64{0} - below);
     }
+}
+
+// Carries of both signs into blocks that pass them on, stop them, or do so only for one sign.
+TEST(BlockCarries, AreThoseOfTheWholeNumber) {
+  Random random;
+  SCOPED_TRACE(random.replay());
+  test::ReverseOrder reverse;
+  const auto check = [&]<class W>(W) {
+    const u64 block = random.between(1, 4), count = random.between(1, 6);
+    const u64 L = block * count - random.below(block);
+    std::vector<W> words(L);
+    std::vector<s8> pending(count);
+    Mpz sum;
+    for (u64 k = count; k-- > 0;) {
+      const W value = random.coin() ? W{0} : static_cast<W>(~W{0});
+      for (u64 i = k * block; i < std::min(L, (k + 1) * block); ++i)
+        words[i] = random.below(8) ? value : random.edge_word<W>();
+      pending[k] = static_cast<s8>(random.between(0, 2)) - 1;
+      sum = (sum << (block * kBits<W>)) + Mpz(u64(pending[k] > 0)) - Mpz(u64(pending[k] < 0));
+    }
+    test::GuardedWords<W> T(words, 0);
+    const int out = bp_ksr_carry(T.data(), L, block, pending.data(), ParallelContext{reverse, 64});
+    expect_words(Mpz(words) + sum, T, Mpz(u64(out > 0)) - Mpz(u64(out < 0)));
+  };
+  for (int round = 0; round < 3000; ++round) check(u32{}), check(u64{});
 }
 
 // A product whose block is all ones below a carry: 3 * 0x5555... + 1 wraps every word of every block.

@@ -3,10 +3,7 @@
 #include <type_traits>
 #include <utility>
 
-// The compiler's own header declares vectors that it leaves undefined on purpose.
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#include <immintrin.h>
+#include "simd/intrinsics.h"
 
 #include "simd/begin_avx2.h"
 

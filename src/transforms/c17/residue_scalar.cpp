@@ -24,14 +24,8 @@ extern const ResidueKernels residue_kernel_table;
 }
 
 const ResidueKernels& residue_kernels(simd::Target target) {
-  switch (target) {
-    case simd::Target::kScalar:
-      return scalar::residue_kernel_table;
-    case simd::Target::kAvx2:
-      return avx2::residue_kernel_table;
-    default:
-      return avx512::residue_kernel_table;
-  }
+  return simd::kernels_for(target, scalar::residue_kernel_table, avx2::residue_kernel_table,
+                           avx512::residue_kernel_table);
 }
 
 }  // namespace orl

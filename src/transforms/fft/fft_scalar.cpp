@@ -17,14 +17,8 @@ extern const FftKernels fft_kernel_table;
 }
 
 const FftKernels& fft_kernels(simd::Target target) {
-  switch (target) {
-    case simd::Target::kScalar:
-      return scalar::fft_kernel_table;
-    case simd::Target::kAvx2:
-      return avx2::fft_kernel_table;
-    default:
-      return avx512::fft_kernel_table;
-  }
+  return simd::kernels_for(target, scalar::fft_kernel_table, avx2::fft_kernel_table,
+                           avx512::fft_kernel_table);
 }
 
 }  // namespace orl

@@ -1,9 +1,6 @@
 #include "transforms/ntt/ntt_kernels.h"
 
-// The compiler's own header declares vectors that it leaves undefined on purpose.
-#pragma GCC diagnostic ignored "-Wuninitialized"
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#include <immintrin.h>
+#include "simd/intrinsics.h"
 
 #include "simd/begin_avx512.h"
 

@@ -25,14 +25,8 @@ const NttKernels<u64>& ntt_kernels(simd::Target target) {
 
 template <>
 const NttKernels<u32>& ntt_kernels(simd::Target target) {
-  switch (target) {
-    case simd::Target::kScalar:
-      return scalar::ntt32_kernel_table;
-    case simd::Target::kAvx2:
-      return avx2::ntt32_kernel_table;
-    default:
-      return avx512::ntt32_kernel_table;
-  }
+  return simd::kernels_for(target, scalar::ntt32_kernel_table, avx2::ntt32_kernel_table,
+                           avx512::ntt32_kernel_table);
 }
 
 }  // namespace orl

@@ -12,6 +12,6 @@ const Algorithm& vst_algorithm();
 /// The shape `shape`, which need not stand in the size table. `tables` must hold the VstTables of the shape,
 /// under "VST". Throws InvalidParametersException when they do not, or when the shape's blocks or bounds
 /// refuse it.
-const Parameters& vst_parameters(ParametersBox& out, const TransformTables* tables, const VstShape& shape);
+const Parameters& vst_parameters(ParametersBox& out, const TransformTables* tables, VstShape shape);
 
 }  // namespace orl

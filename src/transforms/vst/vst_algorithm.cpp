@@ -134,7 +134,7 @@ struct Vst {
 
 }  // namespace
 
-const Parameters& vst_parameters(ParametersBox& out, const TransformTables* tables, const VstShape& shape) {
+const Parameters& vst_parameters(ParametersBox& out, const TransformTables* tables, VstShape shape) {
   return out.emplace<TransformParameters<Vst>>(shape, find_tables<Vst>(tables), u64{1});
 }
 

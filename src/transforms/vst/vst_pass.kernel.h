@@ -425,6 +425,7 @@ RESIDUE_INLINE void split_rows(const VstPlan& plan, double* F, u64 sequence_stri
     for (u32 h = 0; h < kVstRow; h += L) {
       double* out = F + r * kVstRow + h;
       F64 v[7];
+      v[0] = zero;
       for (u32 t = 0; t < filled; ++t) {
         v[t] = mod.reduce(F64::load(limbs[t][0] + h));
         for (u32 j = 1; j < P / 2; ++j)
@@ -432,7 +433,7 @@ RESIDUE_INLINE void split_rows(const VstPlan& plan, double* F, u64 sequence_stri
         if (plan.root && t % 2) v[t] = zero - v[t];
       }
       for (u32 j = 0; j < k; ++j) {
-        F64 sum = filled ? v[0] : zero;
+        F64 sum = v[0];
         for (u32 t = 1; t < filled; ++t) sum = sum + (j ? mod.times(v[t], modulus.odd[j * t % k]) : v[t]);
         mod.reduce(sum).store(out + j * sequence_stride);
       }

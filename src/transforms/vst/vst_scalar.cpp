@@ -19,14 +19,8 @@ extern const VstKernels vst_kernel_table;
 }
 
 const VstKernels& vst_kernels(simd::Target target) {
-  switch (target) {
-    case simd::Target::kScalar:
-      return scalar::vst_kernel_table;
-    case simd::Target::kAvx2:
-      return avx2::vst_kernel_table;
-    default:
-      return avx512::vst_kernel_table;
-  }
+  return simd::kernels_for(target, scalar::vst_kernel_table, avx2::vst_kernel_table,
+                           avx512::vst_kernel_table);
 }
 
 }  // namespace orl

@@ -8,6 +8,7 @@
 
 #include <memory>
 
+#include "core/exceptions.h"
 #include "simd/target.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
@@ -281,7 +282,8 @@ TEST_P(ResidueJoin, FindsCoefficientsOutOfRange) {
       return excess(joining.join(random, GetParam(), ring, {T.data(), 0, T.size()}));
     };
     for (const ProductRing ring : {ProductRing::kPlain, ProductRing::kCyclic, ProductRing::kNegacyclic}) {
-      const Integer limit = power_of_two(residue_coefficient_bits(row, ring));
+      const u64 terms = ring == ProductRing::kPlain ? row.points() / 2 : row.points();
+      const Integer limit = power_of_two(mpz_sizeinbase(largest_coefficient(row, terms).z, 2));
       const bool is_signed = ring == ProductRing::kNegacyclic;
       EXPECT_EQ(excess_of(limit + Integer(-1), ring, 0), 0u);
       EXPECT_EQ(excess_of(limit, ring, 0), 1u);
@@ -290,6 +292,28 @@ TEST_P(ResidueJoin, FindsCoefficientsOutOfRange) {
       EXPECT_GT(excess_of(Integer(12345), ring, 1), 0u);
     }
   });
+}
+
+// A row is taken exactly when its coefficients of both signs are told apart modulo its primes.
+TEST(ResidueBounds, TakeWhatFitsTheModulus) {
+  u32 refused = 0;
+  for (u8 P = 4; P <= 9; ++P)
+    for (const u8 k : {1, 3, 5, 7}) {
+      const ResidueSet& set = residue_set(P, k);
+      Integer modulus(1);
+      for (u32 i = 0; i < set.P; ++i) mpz_mul_ui(modulus.z, modulus.z, residue_primes()[set.prime[i]].p);
+      for (u8 n = 8; n <= set.e; ++n) {
+        const ResidueRow row{P, k, n};
+        if (mpz_cmp(largest_coefficient(row, 2 * row.points()).z, modulus.z) < 0) {
+          EXPECT_NO_THROW(check_residue_bounds(row)) << int{P} << " " << int{k} << " " << int{n};
+        } else {
+          EXPECT_THROW(check_residue_bounds(row), InvalidParametersException)
+              << int{P} << " " << int{k} << " " << int{n};
+          ++refused;
+        }
+      }
+    }
+  EXPECT_GT(refused, 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(Targets, ResidueJoin,

@@ -75,14 +75,14 @@ inline void check_window(const Algorithm& algorithm, const TransformTables& tabl
   ASSERT_TRUE(scratch.intact() && target.intact());
 }
 
-/// Every row up to `largest` bits, at its boundary and above the row before it.
+/// Every row up to `largest` bits, at its boundary and above the row before it, by tables that grew to them.
 template <class Rows>
 void check_rows(const Algorithm& algorithm, const Rows& rows, u64 largest) {
   Random random;
   SCOPED_TRACE(random.replay());
-  const GuardedBlock memory(algorithm.table_bytes(largest));
+  const GuardedBlock memory(algorithm.table_bytes(largest / 8) + algorithm.table_bytes(largest));
   TransformTables tables(memory.buffer());
-  algorithm.ensure_tables(tables, largest);
+  for (const u64 bits : {largest / 8, largest}) algorithm.ensure_tables(tables, bits);
   Parallelizer_None none;
   Parallelizer_Spawn spawn;
   u64 below = 64, number = 0;
