@@ -12,12 +12,12 @@ namespace {
 namespace console = orl::console;
 
 void print_row(const ConstantRow& row) {
-  console::print_number(3, static_cast<u64>(row.index), row.colour);
-  console::print("         ", row.colour);
-  console::print_padded(28, row.menu_name, row.colour);
-  console::print("  ", row.colour);
-  console::print_padded(16, row.value, row.colour);
-  console::println(row.difficulty, row.colour);
+  console::print_number(3, static_cast<u64>(row.index), row.menu.colour);
+  console::print("         ", row.menu.colour);
+  console::print_padded(28, row.menu.name, row.menu.colour);
+  console::print("  ", row.menu.colour);
+  console::print_padded(16, row.menu.value, row.menu.colour);
+  console::println(row.menu.difficulty, row.menu.colour);
 }
 
 void print_catalogue() {
@@ -25,9 +25,9 @@ void print_catalogue() {
   console::println("  #         Constant                      Value        Approximate Difficulty*\n", 'w');
   std::string_view section;
   for (const ConstantRow& row : catalogue()) {
-    if (section != row.section) {
+    if (section != row.menu.section) {
       if (!section.empty()) console::newline();
-      console::println(section = row.section, 'w');
+      console::println(section = row.menu.section, 'w');
     }
     print_row(row);
   }
@@ -40,14 +40,14 @@ bool ask_argument(Constant& constant) {
   const ConstantRow& row = constant.row();
   console::println("\nEnter nothing to keep the former constant.", 'w');
   for (;;) {
-    const std::string line = console::read_line(row.prompt);
+    const std::string line = console::read_line(row.argument.prompt);
     if (line.empty()) return false;
     try {
       constant.set_argument(line);
       return true;
     } catch (const orl::InvalidParametersException& e) {
       // A file is not asked for again.
-      if (row.argument == Argument::kFormulaFile) throw;
+      if (row.argument.kind == Argument::kFormulaFile) throw;
       console::println(e.message(), 'R');
     }
   }
@@ -83,7 +83,7 @@ void algorithm_menu(Constant& constant) {
   for (const AlgorithmRow& row : constant.algorithms())
     if (row.menu_text) offer(row.key, menu_text(constant, row));
   if (keys.empty()) offer(constant.algorithm_key(), constant.algorithm_long());
-  if (const char* note = constant.row().menu_note) console::println(last = note, 'w');
+  if (const char* note = constant.row().algorithm_menu.note) console::println(last = note, 'w');
   if (!last.ends_with('\n')) console::newline();
   constant.set_algorithm(keys[console::read_bounded("Algorithm: ", 0, keys.size() - 1, 'G')]);
 }

@@ -72,7 +72,7 @@ class CustomMenu {
 
   void print_computation() {
     const Constant& constant = parameters().constant();
-    print_row("  1     ", "Constant:", constant.name_long(), constant.row().colour);
+    print_row("  1     ", "Constant:", constant.name_long(), constant.row().menu.colour);
     print_row("  2     ", "Algorithm:", constant.algorithm_long());
     print_row("  3     ", "Decimal Digits:", count_text(parameters().decimal_digits()));
     print_row("  4     ", "Hexadecimal Digits:", count_text(parameters().hexadecimal_digits()),

@@ -180,7 +180,7 @@ HelpSection constants() {
   HelpSection section{"Constants and their algorithms (the first is the default)", {}, {}};
   for (u64 i = 0; i < kConstantCount; i++) {
     const auto constant = make_constant(i);
-    std::string text = catalogue()[i].menu_name;
+    std::string text = catalogue()[i].menu.name;
     if (!constant->algorithms().empty())
       text += ": " + join(value_words(Values::kAlgorithm, constant->key()), ", ");
     if (!constant->unavailable().empty()) text += " (not in this version yet)";

@@ -15,12 +15,7 @@ namespace {
 
 using F64 = simd::SIMD_ISA::F64;
 using U64 = simd::SIMD_ISA::U64;
-using simd::SIMD_ISA::as_bits;
-using simd::SIMD_ISA::as_doubles;
 using simd::SIMD_ISA::Choice;
-using simd::SIMD_ISA::fma;
-using simd::SIMD_ISA::fms;
-using simd::SIMD_ISA::fnma;
 
 #define BBP_INLINE inline __attribute__((always_inline))
 

@@ -111,6 +111,18 @@ class Parser {
     fail(json() ? "Unexpected ','." : "Don't use commas to separate elements.");
   }
 
+  /// The elements of a JSON list, which parse_element() reads one by one, up to the byte that closes it.
+  template <class Element>
+  void parse_json_list(char close, const char* no_comma, Element&& parse_element) {
+    enter();
+    for (bool first = true; next() != close; first = false) {
+      if (first == (peek() == ',')) first ? refuse_comma() : fail(no_comma);
+      if (!first) take();
+      parse_element();
+    }
+    leave();
+  }
+
   std::unique_ptr<Value> parse_object() {
     auto object = std::make_unique<Object>();
     enter();
@@ -126,15 +138,11 @@ class Parser {
 
   std::unique_ptr<Value> parse_json_object() {
     auto object = std::make_unique<Object>();
-    enter();
-    for (bool first = true; next() != '}'; first = false) {
-      if (first == (peek() == ',')) first ? refuse_comma() : fail("Expected ',' before object key string.");
-      if (!first) take();
+    parse_json_list('}', "Expected ',' before object key string.", [&] {
       if (next() == ',') refuse_comma();
       if (peek() != '"') fail("Expected object key string.");
       parse_member(*object, parse_string(), "Expected colon after object key string.");
-    }
-    leave();
+    });
     return object;
   }
 
@@ -156,13 +164,7 @@ class Parser {
 
   std::unique_ptr<Value> parse_json_array() {
     auto array = std::make_unique<Array>();
-    enter();
-    for (bool first = true; next() != ']'; first = false) {
-      if (first == (peek() == ',')) first ? refuse_comma() : fail("Expected ',' before identifier.");
-      if (!first) take();
-      array->add(parse_value());
-    }
-    leave();
+    parse_json_list(']', "Expected ',' before identifier.", [&] { array->add(parse_value()); });
     return array;
   }
 

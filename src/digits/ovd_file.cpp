@@ -5,25 +5,17 @@
 #include <cstring>
 
 #include "core/exceptions.h"
+#include "digits/digit_blocks.h"
 #include "digits/digit_reader.h"
 #include "digits/digit_words.h"
 
 namespace orl {
 namespace {
 
-// Words a task packs or unpacks; below this a task costs more than its work.
+// Words that a task packs or unpacks, at least.
 constexpr u64 kBlockWords = 16384;
 // Words that a task moves between the file's bytes and an aligned array.
 constexpr u64 kPieceWords = 256;
-
-template <class Body>
-void for_word_blocks(u64 count, ParallelContext parallel, Body&& body) {
-  const u64 blocks = std::clamp<u64>(count / kBlockWords, 1, parallel.tds);
-  const u64 block = (count + blocks - 1) / blocks;
-  if (blocks == 1) return body(u64{0}, count);
-  fork_range(parallel.parallelizer, 0, blocks,
-             [&](u64 i) { body(std::min(i * block, count), std::min((i + 1) * block, count)); });
-}
 
 // Words of a file begin right behind its header, at any byte, so they are moved rather than dereferenced.
 u64 load_word(const u8* data, u64 index) {
@@ -93,7 +85,7 @@ void BasicOvdFileWriter::store_words(const u8* digits, u64 first_word, u64 count
   const u64 offset = header_.data_offset + 8 * first_word;
   const PageSpan span = cut_pages(buffer, offset, 8 * count, kFunction);
   std::atomic<bool> bad{false};
-  for_word_blocks(count, parallel, [&](u64 begin, u64 end) {
+  for_blocks(count, kBlockWords, parallel, [&](u64 begin, u64 end) {
     u64 words[kPieceWords];
     for (u64 i = begin; i < end; i += kPieceWords) {
       const u64 piece = std::min(kPieceWords, end - i);
@@ -184,7 +176,7 @@ void BasicOvdFileReader::load_digits(u8* digits, u64 offset, u64 count, LinearHe
   const u64 whole = (count - head) / width, tail = count - head - whole * width;
   const u64 first_whole = head != 0;
   if (head != 0) part(0, begin, head, digits);
-  for_word_blocks(whole, parallel, [&](u64 from, u64 to) {
+  for_blocks(whole, kBlockWords, parallel, [&](u64 from, u64 to) {
     u64 words[kPieceWords];
     for (u64 i = from; i < to; i += kPieceWords) {
       const u64 piece = std::min(kPieceWords, to - i);

@@ -6,13 +6,14 @@
 #include <cstring>
 
 #include "core/exceptions.h"
+#include "digits/digit_blocks.h"
 #include "digits/digit_text.h"
 #include "files/raw_io_buffer.h"
 
 namespace orl {
 namespace {
 
-// Below this a task costs more than its work.
+// Digits of a task, at least.
 constexpr u64 kBlockDigits = 262144;
 
 // The span in which the point must stand.
@@ -24,16 +25,6 @@ u64 checked_header(const std::string& first_digits, u32 radix) {
   if (point == std::string::npos)
     throw InvalidParametersException("BasicTextWriter()", "No decimal place was found.");
   return point + 1;
-}
-
-// Runs body(begin, end) over [0, count) in blocks, at once where the context allows it.
-template <class Body>
-void for_blocks(u64 count, ParallelContext parallel, Body&& body) {
-  const u64 blocks = std::clamp<u64>(count / kBlockDigits, 1, parallel.tds);
-  const u64 block = (count + blocks - 1) / blocks;
-  if (blocks == 1) return body(u64{0}, count);
-  fork_range(parallel.parallelizer, 0, blocks,
-             [&](u64 i) { body(std::min(i * block, count), std::min((i + 1) * block, count)); });
 }
 
 // Bytes of the line ends that close a file; at most a page of them.
@@ -68,7 +59,7 @@ void BasicTextWriter::store_digits(const u8* digits, u64 offset, u64 count, Line
     throw InvalidParametersException(kFunction, "Out of range.");
   if (count == 0) return;
   const PageSpan span = cut_pages(buffer, header_bytes_ + offset, count, kFunction);
-  for_blocks(count, parallel, [&](u64 begin, u64 end) {
+  for_blocks(count, kBlockDigits, parallel, [&](u64 begin, u64 end) {
     digits_to_text(reinterpret_cast<char*>(span.data) + begin, digits + begin, end - begin);
   });
   file_.store(span, header_bytes_ + offset, count);
@@ -112,7 +103,7 @@ BasicTextReader::BasicTextReader(const std::string& path, u32 radix)
 
 void BasicTextReader::process_txt(u8* digits, const char* text, u64 count, ParallelContext parallel) {
   std::atomic<bool> bad{false};
-  for_blocks(count, parallel, [&](u64 begin, u64 end) {
+  for_blocks(count, kBlockDigits, parallel, [&](u64 begin, u64 end) {
     if (text_to_digits(digits + begin, text + begin, end - begin, radix_)) bad = true;
   });
   if (bad) throw InvalidParametersException("BasicTextReader::process_txt()", "Invalid Digit");

@@ -14,7 +14,7 @@
 namespace orl {
 
 /// Sets that one search tries.
-inline constexpr u64 kFormulaTries = 60000;
+inline constexpr u64 kFormulaTries = 100000;
 
 /// A formula of ln n that uses no x of `banned`, by rising x, for a precision of `nats`; n in [2, 2^31). Null
 /// where none was found. Each of up to eight searches tries so many sets.

@@ -23,7 +23,7 @@ Residues residues_of(const ExponentVector& exponents) {
   return residues;
 }
 
-// A vector of an echelon form: its entries before `pivot` are 0, that one is not.
+// A vector of an echelon form: its entries behind `pivot` are 0, that one is not.
 struct EchelonRow {
   Residues entries;
   u32 pivot;
@@ -39,15 +39,11 @@ struct EchelonRow {
   }
 };
 
-u32 first_entry(const Residues& vector) {
-  return static_cast<u32>(std::find_if(vector.begin(), vector.end(), [](u64 entry) { return entry != 0; }) -
-                          vector.begin());
-}
-
 // Entries up to the last that is not 0.
-u32 used_entries(const ExponentVector& exponents) {
+template <class Vector>
+u32 used_entries(const Vector& vector) {
   u32 used = kMaxBasePrimes;
-  while (used > 0 && exponents[used - 1] == 0) --used;
+  while (used > 0 && vector[used - 1] == 0) --used;
   return used;
 }
 
@@ -62,37 +58,46 @@ class SpanSearch {
       primes_ = std::max(primes_, used_entries(candidate.exponents));
       vectors_.push_back(residues_of(candidate.exponents));
     }
+    is_out_.assign(candidates.size(), false);
   }
 
   std::optional<MachinFormula> run() {
-    branch(0, 0, residues_of(target_));
+    if (used_entries(target_) == 0 && best_cost_ > 0) return MachinFormula{};
+    branch(0, residues_of(target_));
     return best_;
   }
 
  private:
-  // Tries every candidate from `first` on behind the set of the branch, which costs `set_cost` and leaves
-  // `rest` of the target.
-  void branch(u64 first, double set_cost, const Residues& rest) {
+  // Goes on from the set of the branch, which costs `set_cost` and leaves `rest` of the target, not all 0. A
+  // set that spans the target has a member that is not 0, reduced by the branch, where `rest` is not: only
+  // such candidates are tried, at the largest prime, which few have. One that has been tried is in none of
+  // the sets behind it.
+  void branch(double set_cost, const Residues& rest) {
+    const u32 column = used_entries(rest) - 1;
     const u64 depth = rows_.size();
-    for (u64 i = first; i < candidates_.size() && tries_ > 0; ++i) {
+    std::vector<u64> done;
+    for (u64 i = 0; i < candidates_.size() && tries_ > 0; ++i) {
+      if (is_out_[i]) continue;
       const double with_this = set_cost + candidates_[i].cost;
-      if (with_this >= best_cost_) return;
+      if (with_this >= best_cost_) break;
       --tries_;
       Residues vector = vectors_[i];
       for (const EchelonRow& row : rows_) row.clear(vector, primes_);
-      const u32 pivot = first_entry(vector);
-      if (pivot == kMaxBasePrimes) continue;
-      rows_.push_back({vector, pivot});
+      if (vector[column] == 0) continue;
+      rows_.push_back({vector, used_entries(vector) - 1});
       set_.push_back(i);
+      is_out_[i] = true;
+      done.push_back(i);
       Residues left = rest;
       rows_.back().clear(left, primes_);
-      if (first_entry(left) == kMaxBasePrimes)
+      if (used_entries(left) == 0)
         accept();
-      else if (i + 1 < candidates_.size() && with_this + candidates_[i + 1].cost < best_cost_)
-        branch(i + 1, with_this, left);
+      else if (with_this + candidates_[0].cost < best_cost_)
+        branch(with_this, left);
       rows_.resize(depth);
       set_.resize(depth);
     }
+    for (const u64 i : done) is_out_[i] = false;
   }
 
   void accept() {
@@ -112,7 +117,8 @@ class SpanSearch {
   u32 primes_ = 0;  ///< entries of any vector up to here
   std::vector<Residues> vectors_;
   std::vector<EchelonRow> rows_;
-  std::vector<u64> set_;  ///< indices of candidates
+  std::vector<u64> set_;      ///< indices of candidates
+  std::vector<bool> is_out_;  ///< candidates that the branch has or that were tried in its place
   std::optional<MachinFormula> best_;
   double best_cost_;
   u64 tries_;

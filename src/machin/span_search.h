@@ -3,9 +3,10 @@
 // Over a base of d primes, the vector v(x) of an argument x holds the exponents of (x + 1)/(x - 1). Finding
 // sum c_i ArcCoth(x_i) = (1/2) ln prod p^t_p is finding integers c_i with sum c_i v(x_i) = t.
 //
-// Order    depth first over sets of independent vectors, cheapest argument first; a branch ends where its
-//          cost and one more argument reach the best known. The vectors of a branch are kept in echelon form
-//          modulo 2^61 - 1, and the target reduced by them: it vanishes when they span it.
+// Order    depth first over sets of independent vectors; the next is one that can clear the largest prime
+//          that is left of the target, the cheapest first. A branch ends where its cost and one more argument
+//          reach the best known. The vectors of a branch are kept in echelon form modulo 2^61 - 1, and the
+//          target reduced by them: it vanishes when they span it.
 // Proof    coefficients are solved modulo the same prime and accepted when they are small and sum c_i v(x_i)
 //          = t holds in integers: a set that spans t by fractions only fails there.
 #pragma once

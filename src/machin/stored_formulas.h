@@ -18,7 +18,7 @@ struct StoredLogFormulas {
   u64 n;
   LogFormulas formulas;
 };
-/// By rising n, the primes below 20 and 10: the cheapest at 10^9 digits that a search 50 times as long finds,
+/// By rising n, the primes below 20 and 10: the cheapest at 10^9 digits that a search 30 times as long finds,
 /// as `bench/machin/log_formulas_bench` prints them with 3000000 tries. That of Log(2): P. Sebah, 1997.
 std::span<const StoredLogFormulas> stored_log_formulas();
 

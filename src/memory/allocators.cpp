@@ -4,9 +4,8 @@
 #include "core/exceptions.h"
 #include "core/format.h"
 #include "core/output.h"
+#include "memory/allocator_kinds.h"
 #include "memory/interleave_allocator.h"
-#include "memory/libnuma_allocator.h"
-#include "memory/malloc_allocator.h"
 #include "memory/mmap_allocator.h"
 
 namespace orl {
@@ -30,10 +29,10 @@ std::unique_ptr<MemoryAllocator> make() {
 }  // namespace
 
 void register_allocators() {
-  register_allocator({"malloc", MallocAllocator::kName, make<MallocAllocator>});
+  register_allocator(malloc_allocator());
   register_allocator({"mmap", MmapAllocator::kName, make<MmapAllocator>});
   register_allocator({"interleave", InterleaveAllocator::kName, make<InterleaveAllocator>});
-  register_allocator({"interleave-libnuma", LibNumaAllocator::kName, make<LibNumaAllocator>});
+  register_allocator(libnuma_allocator());
 }
 
 const std::vector<AllocatorType>& allocators() { return registry().entries(); }

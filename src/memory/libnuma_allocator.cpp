@@ -1,10 +1,9 @@
-#include "memory/libnuma_allocator.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <set>
 
 #include "core/exceptions.h"
+#include "memory/allocator_kinds.h"
 #include "memory/mapped_memory.h"
 #include "memory/memory_calls.h"
 #include "memory/node_list.h"
@@ -49,40 +48,51 @@ void check_nodes(const AllocationReport& report, const std::vector<u32>& chosen,
     errors.push_back("No pages lie on node " + std::to_string(node) + ", which was chosen.");
 }
 
+constexpr const char* kKey = "interleave-libnuma";
+constexpr const char* kName = "Node Interleaving (libnuma)";
+
+class LibNumaAllocator final : public MemoryAllocator {
+ public:
+  const char* key() const override { return kKey; }
+  const char* name() const override { return kName; }
+
+  std::unique_ptr<LargeMemory> allocate(u64 bytes, const ParallelContext& parallel,
+                                        std::vector<std::string>& errors) const override {
+    auto memory = std::make_unique<LargeMemory_NodeInterleavingLibNuma>(std::max<u64>(bytes, 1), nodes_);
+    if (memory->address() == nullptr) {
+      errors.push_back(with_reason("Unable to map memory.", errno));
+      return nullptr;
+    }
+    if (!has_numa_nodes()) errors.push_back(kNothingToInterleave);
+    touch_memory(memory->address(), memory->length(), parallel);
+    memory->sample();
+    check_nodes(memory->report(), nodes_, errors);
+    return memory;
+  }
+
+  std::string to_string() const override {
+    return std::string(kName) + "  (nodes: " + node_list_text(nodes_) + ")";
+  }
+  void print_menu_rows(SettingsMenu& menu) const override {
+    menu.row("   3    NUMA nodes:", node_list_text(nodes_));
+    menu.text("");
+    menu.text(kInterleaveNote);
+  }
+  void handle_menu_choice(u64 choice, SettingsMenu& menu) override {
+    if (choice == 3) nodes_ = ask_nodes(menu);
+  }
+  void write_settings(Object& object) const override { write_nodes(object, nodes_); }
+  void read_object(const Object& object) override { nodes_ = read_nodes(object, nodes_); }
+
+ private:
+  std::vector<u32> nodes_ = usable_nodes();
+};
+
 }  // namespace
 
-LibNumaAllocator::LibNumaAllocator() : nodes_(usable_nodes()) {}
-
-std::unique_ptr<LargeMemory> LibNumaAllocator::allocate(u64 bytes, const ParallelContext& parallel,
-                                                        std::vector<std::string>& errors) const {
-  auto memory = std::make_unique<LargeMemory_NodeInterleavingLibNuma>(std::max<u64>(bytes, 1), nodes_);
-  if (memory->address() == nullptr) {
-    errors.push_back(with_reason("Unable to map memory.", errno));
-    return nullptr;
-  }
-  if (!has_numa_nodes()) errors.push_back(kNothingToInterleave);
-  touch_memory(memory->address(), memory->length(), parallel);
-  memory->sample();
-  check_nodes(memory->report(), nodes_, errors);
-  return memory;
+AllocatorType libnuma_allocator() {
+  return {kKey, kName,
+          []() -> std::unique_ptr<MemoryAllocator> { return std::make_unique<LibNumaAllocator>(); }};
 }
-
-std::string LibNumaAllocator::to_string() const {
-  return std::string(kName) + "  (nodes: " + node_list_text(nodes_) + ")";
-}
-
-void LibNumaAllocator::print_menu_rows(SettingsMenu& menu) const {
-  menu.row("   3    NUMA nodes:", node_list_text(nodes_));
-  menu.text("");
-  menu.text(kInterleaveNote);
-}
-
-void LibNumaAllocator::handle_menu_choice(u64 choice, SettingsMenu& menu) {
-  if (choice == 3) nodes_ = ask_nodes(menu);
-}
-
-void LibNumaAllocator::write_settings(Object& object) const { write_nodes(object, nodes_); }
-
-void LibNumaAllocator::read_object(const Object& object) { nodes_ = read_nodes(object, nodes_); }
 
 }  // namespace orl

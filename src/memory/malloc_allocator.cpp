@@ -1,9 +1,9 @@
-#include "memory/malloc_allocator.h"
-
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+
+#include "memory/allocator_kinds.h"
 
 namespace orl {
 
@@ -27,17 +27,31 @@ class MallocMemory final : public LargeMemory {
   void* block_;
 };
 
+constexpr const char* kKey = "malloc";
+constexpr const char* kName = "C malloc()";
+
+class MallocAllocator final : public MemoryAllocator {
+ public:
+  const char* key() const override { return kKey; }
+  const char* name() const override { return kName; }
+
+  std::unique_ptr<LargeMemory> allocate(u64 bytes, const ParallelContext&,
+                                        std::vector<std::string>& errors) const override {
+    const bool representable = bytes <= std::numeric_limits<u64>::max() - kAlignment;
+    void* block = representable ? std::malloc(bytes + kAlignment) : nullptr;
+    if (block == nullptr) {
+      errors.push_back(std::string("malloc() failed: ") + std::strerror(ENOMEM));
+      return nullptr;
+    }
+    return std::make_unique<MallocMemory>(block, bytes);
+  }
+};
+
 }  // namespace
 
-std::unique_ptr<LargeMemory> MallocAllocator::allocate(u64 bytes, const ParallelContext&,
-                                                       std::vector<std::string>& errors) const {
-  const bool representable = bytes <= std::numeric_limits<u64>::max() - kAlignment;
-  void* block = representable ? std::malloc(bytes + kAlignment) : nullptr;
-  if (block == nullptr) {
-    errors.push_back(std::string("malloc() failed: ") + std::strerror(ENOMEM));
-    return nullptr;
-  }
-  return std::make_unique<MallocMemory>(block, bytes);
+AllocatorType malloc_allocator() {
+  return {kKey, kName,
+          []() -> std::unique_ptr<MemoryAllocator> { return std::make_unique<MallocAllocator>(); }};
 }
 
 }  // namespace orl

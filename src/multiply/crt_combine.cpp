@@ -228,14 +228,19 @@ class Combination {
   }
 
  private:
+  // What leaves the top of a block enters the one above; returns what leaves the last.
+  bool hand_up(Crossing Block::*leaves, bool Block::*enters) {
+    bool bit = false;
+    for (u64 k = 0; k < count_; ++k) {
+      blocks_[k].*enters = bit;
+      bit = cross(blocks_[k].*leaves, bit);
+    }
+    return bit;
+  }
+
   // Borrows of c - d, the bits above the blocks, and the 1 taken from t.
   void resolve_quotient(bool flag) {
-    bool borrow = false;
-    for (u64 k = 0; k < count_; ++k) {
-      blocks_[k].borrow = borrow;
-      borrow = cross(blocks_[k].borrow_out, borrow);
-    }
-    borrow = borrow || flag;
+    const bool borrow = hand_up(&Block::borrow_out, &Block::borrow) || flag;
     const bool odd = blocks_[0].first_bit();
     for (u64 k = 0; k + 1 < count_; ++k) blocks_[k].above = blocks_[k + 1].first_bit();
     blocks_[count_ - 1].above = odd != borrow;
@@ -248,13 +253,8 @@ class Combination {
   }
 
   void resolve_carries(bool flag) {
-    bool carry = false;
-    for (u64 k = 0; k < count_; ++k) {
-      blocks_[k].carry = carry;
-      carry = cross(blocks_[k].carry_out, carry);
-    }
     // d = W^n carries too; its words are zero, so t does not.
-    carry = carry || flag;
+    bool carry = hand_up(&Block::carry_out, &Block::carry) || flag;
     for (u64 k = 0; k < count_; ++k) {
       blocks_[k].high_carry = carry;
       carry = carry && blocks_[k].ones;

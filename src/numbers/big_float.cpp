@@ -12,8 +12,8 @@
 #include "multiply/basic_int.h"
 #include "numbers/big_int.h"
 #include "numbers/exact_float.h"
+#include "numbers/number_steps.h"
 #include "numbers/windowed_add.h"
-#include "words/capacity.h"
 #include "words/hash.h"
 #include "words/word_loops.h"
 #include "words/words.h"
@@ -38,6 +38,15 @@ WordWindow<W> top_window(const BigFloat<W>& a, u64 n) {
 template <class W>
 WordWindow<W> window_of(const BigFloat<W>& a) {
   return {a.T, a.L, a.exp};
+}
+
+// x = the words of a, with that sign.
+template <class W>
+void copy_window(BigFloat<W>& x, const char* function, const WordWindow<W>& a, u8 sign,
+                 ParallelContext parallel) {
+  if (a.L == 0) return x.set_zero();
+  place(x, function, {.L = a.L, .exp = a.exp, .sign = sign});
+  bp_copy(x.T, a.T, a.L, parallel);
 }
 
 template <class W>
@@ -73,12 +82,8 @@ void BigFloat<W>::set_zero() {
 template <class W>
 void BigFloat<W>::set_uW(W w) {
   if (w == 0) return set_zero();
-  require_capacity("BigFloat::set_uW()", size, 1);
-  T = base;
+  place(*this, "BigFloat::set_uW()", {.L = 1, .exp = 0, .sign = 1});
   T[0] = w;
-  L = 1;
-  exp = 0;
-  sign = 1;
 }
 
 template <class W>
@@ -114,46 +119,24 @@ void BigFloat<W>::set_double(double x, s64 exponent) {
 
 template <class W>
 void BigFloat<W>::set_BasicInt(const BasicInt<W>& b) {
-  require_capacity("BigFloat::set_BasicInt()", size, b.L());
-  T = base;
-  L = b.L();
+  place(*this, "BigFloat::set_BasicInt()", {.L = b.L(), .exp = 0, .sign = 1});
   bp_copy(T, b.words(), L);
-  exp = 0;
-  sign = 1;
 }
 
 template <class W>
 void BigFloat<W>::set_ExactFloat(const ExactFloat<W>& e, ParallelContext parallel) {
-  if (e.L == 0) return set_zero();
-  require_capacity("BigFloat::set_ExactFloat()", size, e.L);
-  T = base;
-  L = e.L;
-  bp_copy(T, e.T, L, parallel);
-  exp = e.exp;
-  sign = e.sign;
+  copy_window<W>(*this, "BigFloat::set_ExactFloat()", {e.T, e.L, e.exp}, e.sign, parallel);
 }
 
 template <class W>
 void BigFloat<W>::set_BigInt(const BigInt<W>& i, ParallelContext parallel) {
-  if (i.L == 0) return set_zero();
-  require_capacity("BigFloat::set_BigInt()", size, i.L);
-  T = base;
-  L = i.L;
-  bp_copy(T, i.T, L, parallel);
-  exp = 0;
-  sign = i.sign;
+  copy_window<W>(*this, "BigFloat::set_BigInt()", {i.T, i.L, 0}, i.sign, parallel);
 }
 
 template <class W>
 void BigFloat<W>::set_BigFloat(u64 p, const BigFloat& a, ParallelContext parallel) {
-  if (a.L == 0) return set_zero();
-  const WordWindow<W> top = top_window(a, p + kBigFloatExtraPrecision);
-  require_capacity("BigFloat::set_BigFloat()", size, top.L);
-  T = base;
-  L = top.L;
-  bp_copy(T, top.T, L, parallel);
-  exp = top.exp;
-  sign = a.sign;
+  copy_window(*this, "BigFloat::set_BigFloat()", top_window(a, p + kBigFloatExtraPrecision), a.sign,
+              parallel);
 }
 
 // Queries -------------------------------------------------------------------------------------------------
@@ -245,23 +228,12 @@ void BigFloat<W>::truncate_above(s64 e) {
 
 template <class W>
 void BigFloat<W>::strip_tzs() {
-  if (L == 0) return;
-  u64 zeros = 0;
-  while (T[zeros] == 0) ++zeros;
-  T += zeros;
-  L -= zeros;
-  exp += static_cast<s64>(zeros);
+  drop_low_zeros(*this, 1);
 }
 
 template <class W>
 void BigFloat<W>::strip_tzs_aligned() {
-  if (L == 0) return;
-  u64 zeros = 0;
-  while (T[zeros] == 0) ++zeros;
-  zeros &= ~u64{15};
-  T += zeros;
-  L -= zeros;
-  exp += static_cast<s64>(zeros);
+  drop_low_zeros(*this, 16);
 }
 
 template <class W>
@@ -312,9 +284,7 @@ template <class W>
 void BigFloat<W>::mul_uW(W w, ParallelContext parallel) {
   if (w == 0) return set_zero();
   if (w == 1 || L == 0) return;
-  require_capacity("BigFloat::mul_uW()", size, static_cast<u64>(T - base) + L + 1);
-  const W carry = bp_mul_uW(T, T, L, w, 0, parallel);
-  if (carry != 0) T[L++] = carry;
+  multiply_words(*this, "BigFloat::mul_uW()", w, parallel);
 }
 
 template <class W>
@@ -323,15 +293,7 @@ void BigFloat<W>::add_ip(W w, s64 e) {
   if (w == 0) return;
   if (L == 0 || e < exp || e > magnitude())
     throw InvalidParametersException(function, "Exponent is out of range.");
-  require_capacity(function, size, static_cast<u64>(T - base) + L + 1);
-  const u64 at = static_cast<u64>(e - exp);
-  if (at == L) {
-    T[L++] = w;
-    return;
-  }
-  T[at] = static_cast<W>(T[at] + w);
-  if (T[at] >= w) return;
-  if (bp_carry<W>(1, T + at + 1, L - at - 1) != 0) T[L++] = 1;
+  add_word(*this, function, w, static_cast<u64>(e - exp));
 }
 
 // Precision p: words --------------------------------------------------------------------------------------
@@ -340,11 +302,7 @@ template <class W>
 void BigFloat<W>::set_mul_uW(u64 p, const BigFloat& a, W w, ParallelContext parallel) {
   if (a.L == 0 || w == 0) return set_zero();
   const WordWindow<W> top = top_window(a, p + 1);
-  require_capacity("BigFloat::set_mul_uW()", size, top.L + 1);
-  T = base;
-  L = top.L;
-  exp = top.exp;
-  sign = a.sign;
+  place(*this, "BigFloat::set_mul_uW()", {.L = top.L, .exp = top.exp, .sign = a.sign, .spare = 1});
   if (w == 1) return bp_copy(T, top.T, L, parallel);
   const W carry = bp_mul_uW(T, top.T, L, w, 0, parallel);
   if (carry != 0) T[L++] = carry;
@@ -359,11 +317,8 @@ void BigFloat<W>::set_mul_sL(u64 p, const BigFloat& a, s64 w, ParallelContext pa
   } else {
     if (a.L == 0) return set_zero();
     const WordWindow<W> top = top_window(a, p + 1);
-    require_capacity("BigFloat::set_mul_sL()", size, top.L + 2);
+    place(*this, "BigFloat::set_mul_sL()", {.L = top.L + 2, .exp = top.exp, .sign = result_sign});
     const W words[2] = {static_cast<W>(factor), static_cast<W>(factor >> (word_bits / 2) >> (word_bits / 2))};
-    T = base;
-    L = top.L + 2;
-    exp = top.exp;
     mulB<W>(T, top.T, top.L, words, 2);
     strip_top_zeros();
     truncate(p);
@@ -380,12 +335,9 @@ void BigFloat<W>::set_div_sW(u64 p, const BigFloat& a, std::make_signed_t<W> w, 
   if (a.L == 0) return set_zero();
   const u64 length = p + kBigFloatExtraPrecision;
   const WordWindow<W> top = top_window(a, length);
-  require_capacity(function, size, length);
   const u64 extension = length - top.L;
-  T = base;
-  L = length;
-  exp = top.exp - static_cast<s64>(extension);
-  sign = a.sign ^ (w < 0);
+  const u8 result_sign = a.sign ^ (w < 0);
+  place(*this, function, {.L = length, .exp = top.exp - static_cast<s64>(extension), .sign = result_sign});
   const W remainder = bp_div_np(divider, T + extension, top.T, top.L, 0, parallel);
   bp_div_ex(divider, T, extension, remainder, parallel);
   if (T[L - 1] == 0) --L;
@@ -404,11 +356,7 @@ void BigFloat<W>::set_uadd(u64 p, const BigFloat& a, const BigFloat& b, Parallel
   const s64 top = std::max(a.magnitude(), b.magnitude());
   const s64 bottom = std::max(std::min(a.exp, b.exp), top - static_cast<s64>(p) - 1);
   const u64 length = static_cast<u64>(top - bottom);
-  require_capacity("BigFloat::set_uadd()", size, length + 1);
-  T = base;
-  L = length;
-  exp = bottom;
-  sign = 1;
+  place(*this, "BigFloat::set_uadd()", {.L = length, .exp = bottom, .sign = 1, .spare = 1});
   const W carry = windowed_add(T, bottom, length, window_of(a), window_of(b), parallel);
   if (carry != 0) T[L++] = carry;
 }
@@ -425,11 +373,7 @@ void BigFloat<W>::set_usub(u64 p, const BigFloat& a, const BigFloat& b, Parallel
   const s64 top = std::max(a.magnitude(), b.magnitude());
   const s64 bottom = std::max(std::min(a.exp, b.exp), top - static_cast<s64>(p) - 1);
   const u64 length = static_cast<u64>(top - bottom);
-  require_capacity(function, size, length);
-  T = base;
-  L = length;
-  exp = bottom;
-  sign = 1;
+  place(*this, function, {.L = length, .exp = bottom, .sign = 1});
   if (windowed_sub(T, bottom, length, window_of(a), window_of(b), parallel) != 0)
     throw UnsupportedNegativeException(function, "A negative value was encountered.");
   strip_top_zeros(parallel);
@@ -443,11 +387,7 @@ void BigFloat<W>::set_rsub(u64 p, const BigFloat& a, const BigFloat& b, s64 top,
   if (b.L > 0) lowest = std::min(lowest, b.exp);
   const s64 bottom = std::max(lowest, top - static_cast<s64>(p) - 1);
   const u64 length = static_cast<u64>(top - bottom);
-  require_capacity("BigFloat::set_rsub()", size, length);
-  T = base;
-  L = length;
-  exp = bottom;
-  sign = result_sign;
+  place(*this, "BigFloat::set_rsub()", {.L = length, .exp = bottom, .sign = result_sign});
   // A borrow out of the window cancels against words above it.
   windowed_sub(T, bottom, length, window_of(a), window_of(b), parallel);
   strip_top_zeros(parallel);
@@ -486,11 +426,8 @@ void BigFloat<W>::set_mul(u64 p, const BigFloat& a, const BigFloat& b, const Mul
   const WordWindow<W> y = top_window(b, n);
   const u64 c = x.L + y.L;
   const u64 skip = c > n ? c - n : 0;
-  require_capacity("BigFloat::set_mul()", size, c - skip);
-  T = base;
-  L = c - skip;
-  exp = x.exp + y.exp + static_cast<s64>(skip);
-  sign = a.sign == b.sign;
+  place(*this, "BigFloat::set_mul()",
+        {.L = c - skip, .exp = x.exp + y.exp + static_cast<s64>(skip), .sign = a.sign == b.sign});
   if (skip > 0 || std::min(x.L, y.L) > kShortWords)
     basic_table<W>().mul_bounded(ctx, {T, skip, c}, {x.T, x.L}, {y.T, y.L});
   else if (c == 2)
@@ -512,11 +449,7 @@ void BigFloat<W>::set_sqr(u64 p, const BigFloat& a, const MultiplyContext& ctx) 
   const WordWindow<W> x = top_window(a, n);
   const u64 c = 2 * x.L;
   const u64 skip = c > n ? c - n : 0;
-  require_capacity("BigFloat::set_sqr()", size, c - skip);
-  T = base;
-  L = c - skip;
-  exp = 2 * x.exp + static_cast<s64>(skip);
-  sign = 1;
+  place(*this, "BigFloat::set_sqr()", {.L = c - skip, .exp = 2 * x.exp + static_cast<s64>(skip), .sign = 1});
   if (skip > 0 || c >= kShortSquareWords)
     basic_table<W>().sqr_bounded(ctx, {T, skip, c}, {x.T, x.L});
   else if (c == 2)

@@ -9,8 +9,7 @@
 #include "multiply/basecase.h"
 #include "multiply/basic_int.h"
 #include "numbers/big_float.h"
-#include "words/capacity.h"
-#include "words/words.h"
+#include "numbers/number_steps.h"
 
 namespace orl {
 namespace {
@@ -110,9 +109,7 @@ template <class W>
 void BigInt<W>::mul_uW(W w, ParallelContext parallel) {
   if (w == 0) return set_zero();
   if (w == 1 || L == 0) return;
-  require_capacity("BigInt::mul_uW()", size, static_cast<u64>(T - base) + L + 1);
-  const W carry = bp_mul_uW(T, T, L, w, 0, parallel);
-  if (carry != 0) T[L++] = carry;
+  multiply_words(*this, "BigInt::mul_uW()", w, parallel);
 }
 
 template <class W>
@@ -130,14 +127,7 @@ template <class W>
 void BigInt<W>::add_ip(W w, u64 i) {
   if (L == 0 || i > L) internal_error("BigInt::add_ip()", "Magnitude is out of range.");
   if (w == 0) return;
-  require_capacity("BigInt::add_ip()", size, static_cast<u64>(T - base) + L + 1);
-  if (i == L) {
-    T[L++] = w;
-    return;
-  }
-  T[i] = static_cast<W>(T[i] + w);
-  if (T[i] >= w) return;
-  if (bp_carry<W>(1, T + i + 1, L - i - 1) != 0) T[L++] = 1;
+  add_word(*this, "BigInt::add_ip()", w, i);
 }
 
 template <class W>

@@ -8,10 +8,9 @@
 #include "multiply/basecase.h"
 #include "multiply/basic_int.h"
 #include "numbers/big_float.h"
+#include "numbers/number_steps.h"
 #include "numbers/windowed_add.h"
 #include "threads/simple_frameworks.h"
-#include "words/capacity.h"
-#include "words/words.h"
 
 namespace orl {
 namespace {
@@ -145,25 +144,18 @@ void difference_in_place(ExactFloat<W>& a, const ExactFloat<W>& b, u8 b_sign, Pa
 template <class W>
 void copy_number(ExactFloat<W>& dst, const ExactFloat<W>& a, const char* function, ParallelContext parallel) {
   if (a.L == 0) return dst.set_zero();
-  require_capacity(function, dst.size, a.L);
-  dst.T = dst.base;
-  dst.L = a.L;
+  place(dst, function, {.L = a.L, .exp = a.exp, .sign = a.sign});
   bp_copy(dst.T, a.T, a.L, parallel);
-  dst.exp = a.exp;
-  dst.sign = a.sign;
   dst.hash = a.hash;
 }
 
-// A result of `words` words at `exp`, with zero words below it when that lies above `extend`. Returns where
+// A product of `words` words at `exp`, with zero words below it when that lies above `extend`. Returns where
 // the words go.
 template <class W>
 W* place_product(ExactFloat<W>& result, u64 words, s64 exp, s64 extend, const char* function,
                  ParallelContext parallel) {
   const u64 zeros = exp > extend ? static_cast<u64>(exp - extend) : 0;
-  require_capacity(function, result.size, words + zeros);
-  result.T = result.base;
-  result.L = words + zeros;
-  result.exp = exp - static_cast<s64>(zeros);
+  place(result, function, {.L = words + zeros, .exp = exp - static_cast<s64>(zeros), .sign = 1});
   bp_fill(result.T, zeros, 0, parallel);
   return result.T + zeros;
 }
@@ -186,23 +178,15 @@ void ExactFloat<W>::set_zero() {
 template <class W>
 void ExactFloat<W>::set_uW(W w) {
   if (w == 0) return set_zero();
-  require_capacity("ExactFloat::set_uW()", size, 1);
-  T = base;
+  place(*this, "ExactFloat::set_uW()", {.L = 1, .exp = 0, .sign = 1});
   T[0] = w;
-  L = 1;
-  exp = 0;
-  sign = 1;
   hash = hash_fold(w);
 }
 
 template <class W>
 void ExactFloat<W>::set_BasicInt(const BasicInt<W>& b, u8 positive) {
-  require_capacity("ExactFloat::set_BasicInt()", size, b.L());
-  T = base;
-  L = b.L();
+  place(*this, "ExactFloat::set_BasicInt()", {.L = b.L(), .exp = 0, .sign = positive});
   bp_copy(T, b.words(), L);
-  exp = 0;
-  sign = positive;
   hash = positive ? b.hash() : hash_neg(b.hash());
 }
 
@@ -249,11 +233,7 @@ void ExactFloat<W>::mp2_noupdate(s64 bits, ParallelContext parallel) {
   if (L == 0) return;
   const s64 words = bits >> (sizeof(W) == 4 ? 5 : 6);
   const u64 rest = static_cast<u64>(bits - words * static_cast<s64>(word_bits));
-  if (rest != 0) {
-    require_capacity("ExactFloat::mp2()", size, static_cast<u64>(T - base) + L + 1);
-    const W carry = bp_mul_uW(T, T, L, static_cast<W>(W{1} << rest), 0, parallel);
-    if (carry != 0) T[L++] = carry;
-  }
+  if (rest != 0) multiply_words(*this, "ExactFloat::mp2()", static_cast<W>(W{1} << rest), parallel);
   exp += words;
 }
 
@@ -261,9 +241,7 @@ template <class W>
 void ExactFloat<W>::mul_uW(W w, ParallelContext parallel) {
   if (w == 0) return set_zero();
   if (w == 1 || L == 0) return;
-  require_capacity("ExactFloat::mul_uW()", size, static_cast<u64>(T - base) + L + 1);
-  const W carry = bp_mul_uW(T, T, L, w, 0, parallel);
-  if (carry != 0) T[L++] = carry;
+  multiply_words(*this, "ExactFloat::mul_uW()", w, parallel);
   hash = hash_mul(hash, w);
 }
 
@@ -308,12 +286,7 @@ ExactFloat<W>& ExactFloat<W>::operator-=(const ExactFloat& b) {
 
 template <class W>
 void ExactFloat<W>::strip_tzs() {
-  if (L == 0) return;
-  u64 zeros = 0;
-  while (T[zeros] == 0) ++zeros;
-  T += zeros;
-  L -= zeros;
-  exp += static_cast<s64>(zeros);
+  drop_low_zeros(*this, 1);
 }
 
 template <class W>
@@ -323,11 +296,7 @@ void ExactFloat<W>::set_add(const ExactFloat& a, const ExactFloat& b, ParallelCo
   if (a.sign != b.sign) throw UnsupportedValueException(function, "Not implemented yet.");
   const s64 bottom = std::min(a.exp, b.exp);
   const u64 length = static_cast<u64>(std::max(a.magnitude(), b.magnitude()) - bottom);
-  require_capacity(function, size, length + 1);
-  T = base;
-  L = length;
-  exp = bottom;
-  sign = a.sign;
+  place(*this, function, {.L = length, .exp = bottom, .sign = a.sign, .spare = 1});
   hash = hash_add(a.hash, b.hash);
   const W carry = windowed_add(T, bottom, length, window_of(a), window_of(b), parallel);
   if (carry != 0) T[L++] = carry;
@@ -344,12 +313,9 @@ void ExactFloat<W>::set_sub(const ExactFloat& a, const ExactFloat& b, ParallelCo
   if (a.sign != b.sign) throw UnsupportedValueException("ExactFloat::set_add()", "Not implemented yet.");
   const s64 bottom = std::min(a.exp, b.exp);
   const u64 length = static_cast<u64>(std::max(a.magnitude(), b.magnitude()) - bottom);
-  require_capacity(function, size, length);
   const bool a_larger = compare_magnitudes(a, b) >= 0;
-  T = base;
-  L = length;
-  exp = bottom;
-  sign = a_larger ? a.sign : a.sign ^ 1;
+  const u8 result_sign = a_larger ? a.sign : a.sign ^ 1;
+  place(*this, function, {.L = length, .exp = bottom, .sign = result_sign});
   hash = hash_sub(a.hash, b.hash);
   windowed_sub(T, bottom, length, window_of(a_larger ? a : b), window_of(a_larger ? b : a), parallel);
   strip(*this);

@@ -54,6 +54,25 @@ enum class Argument { kNone, kWholeNumber, kFormulaFile };
 
 class Constant;
 
+/// A line of the constants menu.
+struct ConstantMenuRow {
+  const char* section;  ///< a heading over rows that follow each other
+  char colour;
+  const char* name;
+  const char* value = "";       ///< first digits; empty where it depends on an argument
+  const char* difficulty = "";  ///< cost in radix conversions, a figure per algorithm
+};
+/// The algorithms of a constant, as their menu shows them.
+struct AlgorithmMenu {
+  std::span<const AlgorithmRow> rows{};  ///< empty where a file brings their names
+  const char* note = nullptr;            ///< stands under them
+};
+/// What a constant asks for.
+struct ArgumentQuestion {
+  Argument kind = Argument::kNone;
+  const char* prompt = nullptr;
+};
+
 /// Everything that is known of a constant before a run: one row, read by the command line, the menus, files,
 /// plans and reports.
 struct ConstantRow {
@@ -61,21 +80,13 @@ struct ConstantRow {
   const char* key;                   ///< of files and reports
   std::array<const char*, 3> words;  ///< of the command line; null: no further one
 
-  const char* section = nullptr;  ///< of the menu, a heading over rows that follow each other
-  char colour = 'w';
-  const char* menu_name = "";
-  const char* value = "";       ///< first digits; empty where it depends on an argument
-  const char* difficulty = "";  ///< cost in radix conversions, a figure per algorithm
+  ConstantMenuRow menu;
 
   const char* name = nullptr;       ///< of files, such as "Pi"; null where an argument or a file tells it
   const char* name_long = nullptr;  ///< of reports; null where it is the same
 
-  const char* menu_tag = "";
-  std::span<const AlgorithmRow> algorithms{};  ///< empty where a file brings their names
-  const char* menu_note = nullptr;             ///< stands under the algorithms
-
-  Argument argument = Argument::kNone;
-  const char* prompt = nullptr;  ///< asks for the argument
+  AlgorithmMenu algorithm_menu{};
+  ArgumentQuestion argument{};
 
   /// A fresh object of the constant's own class; null where Constant will do.
   std::unique_ptr<Constant> (*make)() = nullptr;
@@ -107,7 +118,7 @@ class Constant {
   virtual std::string name_long() const { return row().name_long ? row().name_long : name(); }
 
   /// Empty where the constant brings its own names from a file.
-  std::span<const AlgorithmRow> algorithms() const { return row().algorithms; }
+  std::span<const AlgorithmRow> algorithms() const { return row().algorithm_menu.rows; }
   virtual std::string algorithm_key() const;
   virtual std::string algorithm_short() const;
   virtual std::string algorithm_long() const;
@@ -115,7 +126,7 @@ class Constant {
   /// Throws InvalidParametersException "Invalid Algorithm: " with the word; the former choice then stays.
   virtual void set_algorithm(std::string_view algorithm_word);
 
-  bool takes_argument() const { return row().argument != Argument::kNone; }
+  bool takes_argument() const { return row().argument.kind != Argument::kNone; }
   /// Of a constant whose argument is a whole number; 0 elsewhere.
   virtual u64 argument() const { return 0; }
   /// The argument of the command line: what stood behind the constant's colon.

@@ -1,30 +1,5 @@
-// BitFields: reads packed bit fields as doubles. Casts between vectors of
-// doubles and of words.
+// BitFields: reads packed bit fields as doubles.
 namespace orl::simd::SIMD_ISA {
-
-/// The bits of the doubles, lane by lane, and back.
-inline U64 bits_of(F64 a) {
-#if defined(SIMD_ISA_AVX512)
-  return {_mm512_castpd_si512(a.v)};
-#elif defined(SIMD_ISA_AVX2)
-  return {_mm256_castpd_si256(a.v)};
-#else
-  U64 r;
-  __builtin_memcpy(&r.v, &a.v, 8);
-  return r;
-#endif
-}
-inline F64 from_bits(U64 a) {
-#if defined(SIMD_ISA_AVX512)
-  return {_mm512_castsi512_pd(a.v)};
-#elif defined(SIMD_ISA_AVX2)
-  return {_mm256_castsi256_pd(a.v)};
-#else
-  F64 r;
-  __builtin_memcpy(&r.v, &a.v, 8);
-  return r;
-#endif
-}
 
 /// Where the eight fields of a group lie: in which pair of 32-bit words, and how far up.
 struct FieldPositions {

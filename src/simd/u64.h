@@ -84,9 +84,6 @@ inline U64 mul_high(U64 a, U64 b) {
   const U64 other = U64::mul_low(a, b1) + (middle & U64::all(0xffffffff));
   return U64::mul_low(a1, b1) + middle.shr(32) + other.shr(32);
 }
-/// Reinterprets the bits of a lane.
-inline U64 as_bits(F64 a) { return {_mm512_castpd_si512(a.v)}; }
-inline F64 as_doubles(U64 a) { return {_mm512_castsi512_pd(a.v)}; }
 
 #elif defined(SIMD_ISA_AVX2)
 
@@ -148,8 +145,6 @@ inline std::uint64_t or_of_lanes(U64 a) {
   const __m128i half = _mm_or_si128(_mm256_castsi256_si128(a.v), _mm256_extracti128_si256(a.v, 1));
   return static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_or_si128(half, _mm_unpackhi_epi64(half, half))));
 }
-inline U64 as_bits(F64 a) { return {_mm256_castpd_si256(a.v)}; }
-inline F64 as_doubles(U64 a) { return {_mm256_castsi256_pd(a.v)}; }
 
 #else
 
@@ -201,17 +196,19 @@ inline U64 mul_high(U64 a, U64 b) {
   __extension__ using Wide = unsigned __int128;
   return {static_cast<std::uint64_t>(static_cast<Wide>(a.v) * b.v >> 64)};
 }
-inline U64 as_bits(F64 a) {
-  U64 b;
-  __builtin_memcpy(&b.v, &a.v, sizeof b.v);
-  return b;
-}
-inline F64 as_doubles(U64 a) {
-  F64 b;
-  __builtin_memcpy(&b.v, &a.v, sizeof b.v);
-  return b;
-}
 
 #endif
+
+/// The bits of the doubles, lane by lane, and back.
+inline U64 as_bits(F64 a) { return {__builtin_bit_cast(decltype(U64::v), a.v)}; }
+inline F64 as_doubles(U64 a) { return {__builtin_bit_cast(decltype(F64::v), a.v)}; }
+
+/// Rows become columns.
+inline void transpose(U64 (&rows)[U64::lanes]) {
+  F64 r[U64::lanes];
+  for (int i = 0; i < U64::lanes; ++i) r[i] = as_doubles(rows[i]);
+  transpose(r);
+  for (int i = 0; i < U64::lanes; ++i) rows[i] = as_bits(r[i]);
+}
 
 }  // namespace orl::simd::SIMD_ISA

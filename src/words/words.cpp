@@ -67,9 +67,21 @@ void move_blocks(const W* T, u64 L, ParallelContext parallel, Body&& body) {
              [&](u64 k) { body(head + blocks.start(k), blocks.size(k)); });
 }
 
+// What bp_add and bp_sub share: the kernel of the target over the 64-bit words, the loop over what is left.
+template <class W, auto kKernel, auto kLoop>
+[[gnu::always_inline]] inline W combine(W* T, const W* A, const W* B, u64 L, W carry) {
+  u64 done = 0;
+  if (!is_short<W>(L)) {
+    const u64 n = kernel_words<W>(L);
+    carry = static_cast<W>((word_kernels().*kKernel)(T, A, B, n, carry));
+    done = n * 8 / sizeof(W);
+  }
+  return kLoop(T + done, A + done, B + done, L - done, carry);
+}
+
 u64 block_tasks(ParallelContext parallel) { return std::min(parallel.tds, kMaxWordTasks); }
 
-// The shape that bp_add and bp_sub share: serial(T, A, B, L, carry) does a piece.
+// What their parallel forms share: serial(T, A, B, L, carry) does a piece.
 template <class W, class Serial>
 W add_blocks(W* T, const W* A, const W* B, u64 L, W carry, bool subtract, ParallelContext parallel,
              Serial&& serial) {
@@ -142,13 +154,7 @@ u64 bp_strip(std::type_identity_t<W> value, const W* A, u64 L, ParallelContext p
 
 template <class W>
 W bp_add(W* T, const W* A, const W* B, u64 L, std::type_identity_t<W> carry) {
-  u64 done = 0;
-  if (!is_short<W>(L)) {
-    const u64 n = kernel_words<W>(L);
-    carry = static_cast<W>(word_kernels().add(T, A, B, n, carry));
-    done = n * 8 / sizeof(W);
-  }
-  return word_loops::add<W>(T + done, A + done, B + done, L - done, carry);
+  return combine<W, &WordKernels::add, &word_loops::add<W>>(T, A, B, L, carry);
 }
 template <class W>
 W bp_add(W* T, const W* A, const W* B, u64 L, std::type_identity_t<W> carry, ParallelContext parallel) {
@@ -158,13 +164,7 @@ W bp_add(W* T, const W* A, const W* B, u64 L, std::type_identity_t<W> carry, Par
 
 template <class W>
 W bp_sub(W* T, const W* A, const W* B, u64 L, std::type_identity_t<W> borrow) {
-  u64 done = 0;
-  if (!is_short<W>(L)) {
-    const u64 n = kernel_words<W>(L);
-    borrow = static_cast<W>(word_kernels().sub(T, A, B, n, borrow));
-    done = n * 8 / sizeof(W);
-  }
-  return word_loops::sub<W>(T + done, A + done, B + done, L - done, borrow);
+  return combine<W, &WordKernels::sub, &word_loops::sub<W>>(T, A, B, L, borrow);
 }
 template <class W>
 W bp_sub(W* T, const W* A, const W* B, u64 L, std::type_identity_t<W> borrow, ParallelContext parallel) {

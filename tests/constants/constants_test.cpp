@@ -151,6 +151,17 @@ TYPED_TEST(Constants, HaveTheirTopWordsRightAtLargerPrecisions) {
     for (const u64 p : {333, 1000, 5000}) check(constant, p, p == 1000 ? 3 : 1);
 }
 
+// Here neither the series nor the root takes as much as the last product.
+TEST(PiPlan, HoldsItsLastProduct) {
+  const auto plan = make_pi<RamStore<u64>>({PiSeries::kChudnovsky, 1, SeriesMemory::kReduced}, 58932, 1);
+  const Need need = plan->need();
+  std::vector<u64> words(need.out_words);
+  BigFloat<u64> out(words.data(), words.size());
+  test::Runner<u64>(need.table_bits).run(need, 1, [&](const RunContext& ctx, LinearHeapBuffer heap) {
+    EXPECT_NO_THROW(plan->run(ctx, test::frame, out, heap));
+  });
+}
+
 TYPED_TEST(Constants, DoNotDependOnTheThreadWidth) {
   const auto cases = all_cases<TypeParam>();
   for (const u64 i : {0, 4, 6, 7, 9, 15})

@@ -96,6 +96,15 @@ TEST(LogFormulas, StoredRowsAreRightAndNoDearerThanASearchFinds) {
   }
 }
 
+TEST(LogFormulas, AStoredRowStandsInTheOrderOfItsCosts) {
+  // Fewer terms win at a million digits, larger x at a billion.
+  std::string screen;
+  const LogFormulas formulas = generate(5, kMillion, &screen);
+  EXPECT_EQ(formulas.primary, (MachinFormula{{8, 5}, {-2, 161}}));
+  EXPECT_EQ(formulas.secondary, generate(5, kBillion).primary);
+  EXPECT_EQ(screen.find("heuristic"), std::string::npos) << screen;
+}
+
 TEST(LogFormulas, APoorStoredRowGivesWayAndBothAreShown) {
   const StoredLogFormulas poor[] = {{3, {{{2, 2}}, {{2, 3}, {2, 5}}}}};
   std::string screen;

@@ -76,6 +76,7 @@ TEST(SpanSearch, FindsTheCheapestBelowItsBoundAndNoneAtIt) {
   EXPECT_EQ(search(arguments, 2, cost(best, kNats) + 0.001), best);
   EXPECT_FALSE(search(arguments, 2, cost(best, kNats) - 0.001));
   EXPECT_FALSE(search(arguments, 2, 100, 2));
+  EXPECT_EQ(search(arguments, 1, 100), MachinFormula{});
 }
 
 TEST(SpanSearch, LeavesOutWhatHasFractionsOnly) {

@@ -5,9 +5,9 @@
 
 #include "config/object.h"
 #include "core/exceptions.h"
+#include "memory/allocator_kinds.h"
 #include "memory/fake_memory_calls.h"
 #include "memory/interleave_allocator.h"
-#include "memory/libnuma_allocator.h"
 #include "memory/node_list.h"
 #include "memory/node_placement.h"
 #include "memory/pattern.h"
@@ -235,7 +235,7 @@ TEST(LocalMemory, ManyThreadsAllocateAtOnce) {
 
 TEST(LibNumaAllocator, TakesTheListAndGivesAllBack) {
   FakeMemoryCalls machine({0, 1, 3});
-  const Allocation result = allocate(LibNumaAllocator(), 48000000);
+  const Allocation result = allocate(*libnuma_allocator().create(), 48000000);
   ASSERT_NE(result.memory, nullptr);
   const auto calls = machine.calls("numa_alloc_interleaved_subset");
   ASSERT_EQ(calls.size(), 1u);
@@ -247,18 +247,18 @@ TEST(LibNumaAllocator, TakesTheListAndGivesAllBack) {
   for (const int node : {0, 1, 3})
     EXPECT_NEAR(static_cast<double>(result.memory->report().node_bytes.at(node)), 16e6, 2e6);
 
-  LibNumaAllocator on_others;
+  const auto on_others = libnuma_allocator().create();
   Object nodes;
   write_nodes(nodes, {1, 3});
-  on_others.read_object(nodes);
+  on_others->read_object(nodes);
   machine.pages_obey = false;
-  EXPECT_EQ(allocate(on_others, 1).errors, Texts({"Pages lie on node 0, which was not chosen."}));
-  EXPECT_EQ(allocate(on_others, 1000000).errors,
+  EXPECT_EQ(allocate(*on_others, 1).errors, Texts({"Pages lie on node 0, which was not chosen."}));
+  EXPECT_EQ(allocate(*on_others, 1000000).errors,
             Texts({"Pages lie on node 0, which was not chosen.", "No pages lie on node 1, which was chosen.",
                    "No pages lie on node 3, which was chosen."}));
   machine.has_numa = false;
   try {
-    allocate(on_others, 1);
+    allocate(*on_others, 1);
     FAIL();
   } catch (const InvalidParametersException& failure) {
     EXPECT_EQ(failure.message(), "NUMA is not available on this system.");

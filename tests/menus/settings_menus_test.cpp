@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
+#include "memory/allocator_kinds.h"
 #include "memory/fake_memory_calls.h"
 #include "memory/interleave_allocator.h"
-#include "memory/libnuma_allocator.h"
 #include "memory/node_list.h"
 #include "menus/console_settings_menu.h"
 #include "menus/parallelism_menu.h"
@@ -112,8 +112,8 @@ TEST(AllocatorRows, ChangesWhatItShows) {
             "   6    Attempt mbind():        No\n" +
                 note);
   EXPECT_EQ(allocator.to_string(), "Node Interleaving  (nodes: 1; round-robin; lock pages: forced)");
-  LibNumaAllocator libnuma;
-  EXPECT_EQ(screen_of("", [&] { libnuma.print_menu_rows(menu); }),
+  const auto libnuma = libnuma_allocator().create();
+  EXPECT_EQ(screen_of("", [&] { libnuma->print_menu_rows(menu); }),
             "   3    NUMA nodes:             0, 1\n"
             "\n"
             "        (This allocator is useful only when there are multiple NUMA nodes.)\n");

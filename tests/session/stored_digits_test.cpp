@@ -42,7 +42,7 @@ TEST(StoredDigits, AreThereForEveryConstantUnderItsName) {
     ASSERT_EQ(point, 1u) << name;
     EXPECT_EQ(text.size(), 2 + kStored) << name;
     EXPECT_EQ(text.find_first_not_of("0123456789", point + 1), std::string::npos) << name;
-    const std::string value = catalogue()[index].value;
+    const std::string value = catalogue()[index].menu.value;
     if (value.ends_with("...")) {
       EXPECT_EQ(text.substr(0, 7), value.substr(0, 7)) << "as in the constants menu";
     }

@@ -37,7 +37,7 @@ constexpr LaneOperation<double> kDoubleOperations[] = {DOUBLES("+", a + b),
                                                        DOUBLES("max", max(a, b)),
                                                        DOUBLES("abs", abs(a)),
                                                        DOUBLES("max_abs", max_abs(a, b)),
-                                                       DOUBLES("bits", from_bits(bits_of(a)))};
+                                                       DOUBLES("bits", as_doubles(as_bits(a)))};
 constexpr LaneOperation<std::uint64_t> kWordOperations[] = {
     WORDS("+", a + b),
     WORDS("-", a - b),

@@ -2,17 +2,13 @@
 //
 // Intervals: residue_bounds.h. A factor may be a product itself and its ratio w * (1 / p), so |w| <= 0.52 p
 // and the ratio's relative error is below 2^-52.
+#include "transforms/common/pass_steps.kernel.h"
+
 namespace orl::SIMD_ISA {
 namespace {
 
 using F64 = simd::SIMD_ISA::F64;
 using U64 = simd::SIMD_ISA::U64;
-using simd::SIMD_ISA::as_bits;
-using simd::SIMD_ISA::as_doubles;
-using simd::SIMD_ISA::fma;
-using simd::SIMD_ISA::fms;
-using simd::SIMD_ISA::fnma;
-using simd::SIMD_ISA::transpose;
 constexpr u32 L = F64::lanes;
 constexpr double kRound = 6755399441055744.0;  // 1.5 * 2^52
 
@@ -33,6 +29,14 @@ struct Mod {
   }
   RESIDUE_INLINE F64 reduce(F64 a) const { return fnma(fma(a, inverse, round) - round, p, a); }
 };
+
+// L polynomials of eight terms, from rows of memory into one vector per term, and back.
+RESIDUE_INLINE void load_rows(const double* x, F64 (&v)[8]) {
+  rows_to_lanes(v, [&](u32 row, u32 part) { return F64::load(x + 8 * row + part * L); });
+}
+RESIDUE_INLINE void store_rows(const F64 (&v)[8], double* x) {
+  lanes_to_rows(v, [&](u32 row, u32 part, F64 terms) { terms.store(x + 8 * row + part * L); });
+}
 
 }  // namespace
 }  // namespace orl::SIMD_ISA

@@ -26,14 +26,7 @@ class OddFactor {
   /// Points of L positions from i on to their sequences.
   RESIDUE_INLINE void forward(const Mod& mod, const ResidueFactor* dft, u64 i, F64 (&v)[K]) const {
     if constexpr (K == 1) return;
-    const auto& bits = bit_[i % K];
-#pragma GCC unroll 3
-    for (u32 b = 0; b < kBits; ++b) {
-      F64 from[K];
-      for (u32 t = 0; t < K; ++t) from[t] = v[t];
-#pragma GCC unroll 7
-      for (u32 t = 0; t < K; ++t) v[t] = bits[b](from[(t + K - (1u << b) % K) % K], from[t]);
-    }
+    rotate<false>(i, v);
     transform(mod, dft, v);
   }
   /// And back, times k.
@@ -41,19 +34,26 @@ class OddFactor {
     if constexpr (K == 1) return;
     transform(mod, dft, v);
     for (u32 j = 1; j <= K / 2; ++j) std::swap(v[j], v[K - j]);
-    const auto& bits = bit_[i % K];
-#pragma GCC unroll 3
-    for (u32 b = 0; b < kBits; ++b) {
-      F64 from[K];
-      for (u32 t = 0; t < K; ++t) from[t] = v[t];
-#pragma GCC unroll 7
-      for (u32 t = 0; t < K; ++t) v[t] = bits[b](from[(t + (1u << b)) % K], from[t]);
-    }
+    rotate<true>(i, v);
   }
 
  private:
   static constexpr u32 kBits = K == 1 ? 0 : K == 3 ? 2 : 3;
   static constexpr u32 kChoices = kBits ? kBits : 1;
+
+  // The points of each lane, up by what belongs to its position, or down again.
+  template <bool Back>
+  RESIDUE_INLINE void rotate(u64 i, F64 (&v)[K]) const {
+    const auto& bits = bit_[i % K];
+#pragma GCC unroll 3
+    for (u32 b = 0; b < kBits; ++b) {
+      const u32 step = Back ? 1u << b : K - (1u << b) % K;
+      F64 from[K];
+      for (u32 t = 0; t < K; ++t) from[t] = v[t];
+#pragma GCC unroll 7
+      for (u32 t = 0; t < K; ++t) v[t] = bits[b](from[(t + step) % K], from[t]);
+    }
+  }
 
   static RESIDUE_INLINE void transform(const Mod& mod, const ResidueFactor* f, F64 (&v)[3]) {
     const F64 a = v[0], b = v[1], c = v[2], t = mod.times(b - c, f[0]);
@@ -104,16 +104,7 @@ class OddFactor {
 /// Calls body with a factor k as a constant.
 template <class Body>
 RESIDUE_INLINE void with_odd_factor(u32 k, Body&& body) {
-  switch (k) {
-    case 1:
-      return body(std::integral_constant<u32, 1>());
-    case 3:
-      return body(std::integral_constant<u32, 3>());
-    case 5:
-      return body(std::integral_constant<u32, 5>());
-    default:
-      return body(std::integral_constant<u32, 7>());
-  }
+  with_constant<1, 3, 5, 7>(k, body);
 }
 
 }  // namespace

@@ -94,6 +94,9 @@ struct Rows {
 // are 1.
 enum class Start { kPlain, kReduce, kHalf };
 
+// Whether factor i, i.e. 2^l + b of node b of level l, is that of the first node of a level.
+constexpr bool is_leftmost(u32 i) { return (i & (i - 1)) == 0; }
+
 template <u32 Levels, Start start, bool AtRoot = false, class Factors>
 RESIDUE_INLINE void forward_pass(const Mod& mod, Rows<const double> from, Rows<double> to, u64 count,
                                  const Factors& f) {
@@ -106,21 +109,11 @@ RESIDUE_INLINE void forward_pass(const Mod& mod, Rows<const double> from, Rows<d
       if (start == Start::kReduce && j < R / 2) v[j] = mod.reduce(v[j]);
       if (start == Start::kHalf) v[j + R / 2] = v[j];
     }
-#pragma GCC unroll 4
-    for (u32 l = start == Start::kHalf ? 1 : 0; l < Levels; ++l) {
-      const u32 nodes = 1u << l, half = R >> (l + 1);
-#pragma GCC unroll 8
-      for (u32 b = 0; b < nodes; ++b) {
-#pragma GCC unroll 8
-        for (u32 j = 0; j < half; ++j) {
-          F64& lo = v[2 * b * half + j];
-          F64& hi = v[(2 * b + 1) * half + j];
-          const F64 t = AtRoot && b == 0 ? hi : mod.times(hi, f[(1u << l) + b]);
-          hi = lo - t;
-          lo = lo + t;
-        }
-      }
-    }
+    for_levels_down<Levels, start == Start::kHalf>(v, [&](F64& lo, F64& hi, u32 n) {
+      const F64 t = AtRoot && is_leftmost(n) ? hi : mod.times(hi, f[n]);
+      hi = lo - t;
+      lo = lo + t;
+    });
 #pragma GCC unroll 16
     for (u32 j = 0; j < R; ++j)
       (AtRoot && residue_forward_reduces(Levels, j) ? mod.reduce(v[j]) : v[j])
@@ -136,25 +129,16 @@ RESIDUE_INLINE void inverse_pass(const Mod& mod, Rows<const double> from, Rows<d
     F64 v[R];
 #pragma GCC unroll 16
     for (u32 j = 0; j < R; ++j) v[j] = F64::load(from.data + i + j * from.stride);
-#pragma GCC unroll 4
-    for (u32 s = 0; s < Levels; ++s) {
-      const u32 l = Levels - 1 - s;
-      const u32 nodes = 1u << l, half = R >> (l + 1);
-#pragma GCC unroll 8
-      for (u32 b = 0; b < nodes; ++b) {
-#pragma GCC unroll 8
-        for (u32 j = 0; j < half; ++j) {
-          F64& lo = v[2 * b * half + j];
-          F64& hi = v[(2 * b + 1) * half + j];
-          const F64 t = lo - hi;
-          lo = lo + hi;
-          hi = AtRoot && b == 0 ? t : mod.times(t, f[(1u << l) + b]);
-        }
-      }
+    const auto butterfly = [&](F64& lo, F64& hi, u32 n) {
+      const F64 t = lo - hi;
+      lo = lo + hi;
+      hi = AtRoot && is_leftmost(n) ? t : mod.times(t, f[n]);
+    };
+    for_levels_up<Levels>(v, butterfly, [&](u32 s) {
 #pragma GCC unroll 16
       for (u32 j = 0; j < R; ++j)
         if (residue_inverse_reduces(Levels, s, j, AtRoot)) v[j] = mod.reduce(v[j]);
-    }
+    });
 #pragma GCC unroll 16
     for (u32 j = 0; j < R; ++j) v[j].store(to.data + i + j * to.stride);
   }
@@ -177,16 +161,7 @@ void inverse_in_place(const ResidueModulus& modulus, double* x, u64 m, u64 node)
 /// Calls body with a number of levels, 1 to 4, as a constant.
 template <class Body>
 RESIDUE_INLINE void with_levels(u32 levels, Body&& body) {
-  switch (levels) {
-    case 1:
-      return body(std::integral_constant<u32, 1>());
-    case 2:
-      return body(std::integral_constant<u32, 2>());
-    case 3:
-      return body(std::integral_constant<u32, 3>());
-    default:
-      return body(std::integral_constant<u32, 4>());
-  }
+  with_constant<1, 2, 3, 4>(levels, body);
 }
 
 // Rows of cache lines on their way while others are worked on: they stand too far apart for the processor to
@@ -248,14 +223,10 @@ void inverse_block(const Mod& mod, const BlockRoots& roots, double* x, u64 point
                 [&](auto n) { inverse_nodes<n>(mod, roots, x, points, points); });
 }
 
-// L polynomials of eight terms, from rows of memory into one vector per term.
+// L polynomials of eight terms, reduced.
 RESIDUE_INLINE void load_terms(const Mod& mod, const double* x, F64 (&v)[8]) {
-  for (u32 b = 0; b < 8 / L; ++b) {
-    F64 t[L];
-    for (u32 i = 0; i < L; ++i) t[i] = F64::load(x + 8 * i + b * L);
-    transpose(t);
-    for (u32 i = 0; i < L; ++i) v[b * L + i] = mod.reduce(t[i]);
-  }
+  load_rows(x, v);
+  for (F64& term : v) term = mod.reduce(term);
 }
 
 // Sums of eight products of reduced residues stay below 2^98 and so in its binade: all high parts are
@@ -329,12 +300,7 @@ RESIDUE_INLINE void multiply_tile(const Mod& mod, const BlockRoots& roots, u64 p
       load_terms(mod, g + 8 * j, b);
       multiply_terms(mod, t, ratio, a, b, c);
     }
-    for (u32 h = 0; h < 8 / L; ++h) {
-      F64 terms[L];
-      for (u32 i = 0; i < L; ++i) terms[i] = c[h * L + i];
-      transpose(terms);
-      for (u32 i = 0; i < L; ++i) terms[i].store(out + 8 * (j + i) + h * L);
-    }
+    store_rows(c, out + 8 * j);
   }
 }
 

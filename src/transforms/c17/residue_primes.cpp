@@ -20,35 +20,6 @@ constexpr ResidueRow kRows[] = {
 #include "transforms/c17/residue_rows.inc"
 };
 
-ResiduePrime make_prime(u64 p) {
-  ResiduePrime prime{};
-  prime.p = p;
-  u64 odd = p - 1;
-  for (; odd % 2 == 0; odd /= 2) ++prime.e;
-  // A quadratic non-residue raised to the odd part has order 2^e.
-  u64 g = 2;
-  while (prime.power(g, (p - 1) / 2) != p - 1) ++g;
-  u64 root = prime.power(g, odd);
-  for (u32 i = prime.e + 1; i-- > 0;) {
-    prime.two_root[i] = root;
-    root = prime.multiply(root, root);
-  }
-  prime.half[0] = 1;
-  for (u32 i = 1; i < 48; ++i) prime.half[i] = prime.multiply(prime.half[i - 1], (p + 1) / 2);
-  return prime;
-}
-
-u32 multiply_small(u64* a, u32 words, u64 b) {
-  u64 carry = 0;
-  for (u32 i = 0; i < words; ++i) {
-    const u128 t = static_cast<u128>(a[i]) * b + carry;
-    a[i] = static_cast<u64>(t);
-    carry = static_cast<u64>(t >> 64);
-  }
-  if (carry) a[words++] = carry;
-  return words;
-}
-
 u64 bits_at(const u64 (&a)[8], u32 at, u32 count) {
   const u32 word = at / 64, shift = at % 64;
   u128 pair = a[word];
@@ -93,7 +64,7 @@ struct Tables {
         const u64 p = record.primes[i];
         auto found =
             std::find_if(primes.begin(), primes.end(), [&](const ResiduePrime& q) { return q.p == p; });
-        if (found == primes.end()) found = primes.insert(found, make_prime(p));
+        if (found == primes.end()) found = primes.insert(found, ResiduePrime(p));
         set.prime[i] = static_cast<u32>(found - primes.begin());
         set.words = multiply_small(set.modulus, set.words, p);
       }
@@ -137,22 +108,9 @@ const Tables& tables() {
 
 }  // namespace
 
-u64 ResiduePrime::power(u64 base, u64 exponent) const {
-  u64 result = 1;
-  for (; exponent; exponent >>= 1, base = multiply(base, base))
-    if (exponent & 1) result = multiply(result, base);
-  return result;
-}
-
-u64 ResiduePrime::root_of_order(u64 order) const {
-  if (order == 1) return 1;
-  for (u64 g = 2;; ++g) {
-    const u64 root = power(g, (p - 1) / order);
-    bool exact = true;
-    for (u64 d = 1; d < order; ++d)
-      if (order % d == 0 && power(root, d) == 1) exact = false;
-    if (exact) return root;
-  }
+ResiduePrime::ResiduePrime(u64 prime) : PrimeField(prime) {
+  half[0] = 1;
+  for (u32 i = 1; i < 48; ++i) half[i] = multiply(half[i - 1], (p + 1) / 2);
 }
 
 ResidueFactor ResiduePrime::factor(u64 value) const {

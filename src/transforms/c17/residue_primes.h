@@ -2,9 +2,11 @@
 // them, and the size table.
 #pragma once
 
+#include <algorithm>
 #include <span>
+#include <vector>
 
-#include "core/types.h"
+#include "transforms/common/prime_field.h"
 
 namespace orl {
 
@@ -21,19 +23,14 @@ struct ResidueFactor {
   double ratio;
 };
 
-/// One prime and the roots of unity of its group.
-struct ResiduePrime {
-  u64 p;
-  u32 e;             ///< largest power of two in p - 1
-  u64 two_root[48];  ///< root of order 2^i; each is the square of the next
-  u64 half[48];      ///< 2^-i
-  /// Arithmetic modulo p, of canonical residues.
-  u64 power(u64 base, u64 exponent) const;
-  u64 multiply(u64 a, u64 b) const { return static_cast<u64>(static_cast<u128>(a) * b % p); }
-  u64 inverse(u64 a) const { return power(a, p - 2); }
-  u64 root_of_order(u64 order) const;  ///< of an odd order that divides p - 1
+/// One prime below 2^48.
+struct ResiduePrime : PrimeField {
+  /// `prime` is below 2^48.
+  explicit ResiduePrime(u64 prime);
   /// A residue as a factor of the vector kernels.
   ResidueFactor factor(u64 value) const;
+
+  u64 half[48];  ///< 2^-i
 };
 
 /// A prime set and its constants.
@@ -71,5 +68,16 @@ std::span<const ResiduePrime> residue_primes();
 const ResidueSet& residue_set(u32 P, u32 k);
 /// In order of capacity.
 std::span<const ResidueRow> residue_rows();
+
+/// What the rows' sets ask of each of residue_primes(): the largest need(row), 0 where no set has the prime.
+template <class Row, class Need>
+std::vector<u64> largest_by_prime(std::span<const Row> rows, Need&& need) {
+  std::vector<u64> largest(residue_primes().size());
+  for (const Row& row : rows) {
+    const ResidueSet& set = residue_set(row.P, row.k);
+    for (u32 i = 0; i < set.P; ++i) largest[set.prime[i]] = std::max<u64>(largest[set.prime[i]], need(row));
+  }
+  return largest;
+}
 
 }  // namespace orl

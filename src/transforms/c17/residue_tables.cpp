@@ -57,12 +57,7 @@ u64 bytes_of(u64 count) {
 }  // namespace
 
 std::vector<u64> ResidueTables::counts(std::span<const ResidueRow> rows) {
-  std::vector<u64> counts(residue_primes().size());
-  for (const ResidueRow& row : rows) {
-    const ResidueSet& set = residue_set(row.P, row.k);
-    for (u32 i = 0; i < set.P; ++i) counts[set.prime[i]] = std::max(counts[set.prime[i]], count_of(row.n));
-  }
-  return counts;
+  return largest_by_prime(rows, [](const ResidueRow& row) { return count_of(row.n); });
 }
 
 u64 ResidueTables::bytes(std::span<const ResidueRow> rows) {

@@ -9,14 +9,7 @@
 namespace orl::SIMD_ISA {
 namespace {
 
-using simd::SIMD_ISA::bits_of;
-using simd::SIMD_ISA::largest_lane;
-using simd::SIMD_ISA::or_of;
-using simd::SIMD_ISA::or_of_lanes;
-using simd::SIMD_ISA::store_fields;
 using simd::SIMD_ISA::U64;
-using simd::SIMD_ISA::operator&;
-using simd::SIMD_ISA::operator|;
 
 constexpr u32 kRuns = 8;
 // A step may be followed by this many bytes of clutter: 32 bytes are stored of
@@ -72,7 +65,7 @@ struct Rounding {
       F64& largest_error = error[i / kStep % kChains];
       largest_error = max_abs(largest_error, fms(value, p.scale, sum - p.magic));
     }
-    return bits_of(sum);
+    return as_bits(sum);
   }
   FFT_INLINE void see(U64 a, U64 b) { seen = or_of(seen, a, b); }
   /// The largest error; infinite when a value was no number or 2^51 and more, which magic does not round: its
@@ -168,20 +161,8 @@ void small_last_pass(const FftPlan& plan, double* F) {
 }
 
 void last_pass(const FftPlan& plan, double* F) {
-  switch (plan.first_radix()) {
-    case 1:
-      return;
-    case 2:
-      return small_last_pass<2>(plan, F);
-    case 3:
-      return small_last_pass<3>(plan, F);
-    case 4:
-      return small_last_pass<4>(plan, F);
-    case 5:
-      return small_last_pass<5>(plan, F);
-    default:
-      return small_last_pass<8>(plan, F);
-  }
+  if (plan.first_radix() == 1) return;
+  with_constant<2, 3, 4, 5, 8>(plan.first_radix(), [&](auto radix) { small_last_pass<radix>(plan, F); });
 }
 
 /// Writes 8 w bits over the first w bytes of a run that is longer.
@@ -309,9 +290,9 @@ double blocked_last_stage(const FftPlan& plan, const double* F, FftWindow window
   Rounding rounding;
   for (u64 c = chunk_begin; c < chunk_end; ++c) {
     for (u32 i = 0; i < R; ++i)
-      inverse_pass<kFftSecondRadix>(F + i * kFftSecondRadix * stream * kPointGroup + c * row,
-                                    stream * kPointGroup, chunk + i * kFftSecondRadix * row, row, row,
-                                    second_twiddles(plan, i));
+      node_pass<Direction::kInverse, kFftSecondRadix>(
+          F + i * kFftSecondRadix * stream * kPointGroup + c * row, stream * kPointGroup,
+          chunk + i * kFftSecondRadix * row, row, row, second_twiddles(plan, i));
     const u64 part = kFftSecondRadix * row;
     for (u32 j = 0; j < kFftSecondRadix; ++j)
       root_inverse_pass<R>(chunk + j * row, part, row, fft_first_powers(R), plan.tables->root(1, 0)[0][0]);
@@ -337,14 +318,11 @@ double blocked_last_stage(const FftPlan& plan, const double* F, FftWindow window
 
 double last_stage(const FftPlan& plan, const double* F, FftWindow window, u64 chunk_begin, u64 chunk_end,
                   const FftStageWork& work) {
-  switch (plan.k) {
-    case 1:
-      return blocked_last_stage<8>(plan, F, window, chunk_begin, chunk_end, work);
-    case 3:
-      return blocked_last_stage<3>(plan, F, window, chunk_begin, chunk_end, work);
-    default:
-      return blocked_last_stage<5>(plan, F, window, chunk_begin, chunk_end, work);
-  }
+  double error = 0;
+  with_constant<8, 3, 5>(plan.first_radix(), [&](auto radix) {
+    error = blocked_last_stage<radix>(plan, F, window, chunk_begin, chunk_end, work);
+  });
+  return error;
 }
 
 }  // namespace

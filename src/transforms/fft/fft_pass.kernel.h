@@ -6,16 +6,12 @@
 // to R-1, m/R coefficients each) as sum over p of a_p e(theta / R)^p e(j p /
 // R), the j-th in slot bitreverse(j). The inverse does the reverse, without
 // dividing by R.
+#include "transforms/common/pass_steps.kernel.h"
+
 namespace orl::SIMD_ISA {
 namespace {
 
 using simd::SIMD_ISA::F64;
-using simd::SIMD_ISA::fma;
-using simd::SIMD_ISA::fms;
-using simd::SIMD_ISA::fnma;
-using simd::SIMD_ISA::operator+;
-using simd::SIMD_ISA::operator-;
-using simd::SIMD_ISA::operator*;
 
 #define FFT_INLINE inline __attribute__((always_inline))
 
@@ -132,28 +128,21 @@ FFT_INLINE void inverse_node(Complex (&x)[8], const NodeTwiddles& w) {
   for (u32 p = 0; p < 4; ++p) join(x[p], x[p + 4], w.w1);
 }
 
-/// A pass of radix R over the columns of one node: part p is read at source + p
-/// * source_stride and written at target + p * target_stride, `doubles` of
-/// each; in place when the two are equal.
-template <u32 R>
-void forward_pass(const double* source, u64 source_stride, double* target, u64 target_stride, u64 doubles,
-                  const FftTwiddles& t) {
+enum class Direction { kForward, kInverse };
+
+/// A pass of radix R over the columns of one node: part p is read at source + p * source_stride and written at
+/// target + p * target_stride, `doubles` of each; in place when the two are equal.
+template <Direction D, u32 R>
+void node_pass(const double* source, u64 source_stride, double* target, u64 target_stride, u64 doubles,
+               const FftTwiddles& t) {
   const NodeTwiddles w = node_twiddles(t);
   for (u64 i = 0; i < doubles; i += kGroup) {
     Complex x[R];
     for (u32 p = 0; p < R; ++p) x[p] = load(source + p * source_stride + i);
-    forward_node(x, w);
-    for (u32 p = 0; p < R; ++p) store(target + p * target_stride + i, x[p]);
-  }
-}
-template <u32 R>
-void inverse_pass(const double* source, u64 source_stride, double* target, u64 target_stride, u64 doubles,
-                  const FftTwiddles& t) {
-  const NodeTwiddles w = node_twiddles(t);
-  for (u64 i = 0; i < doubles; i += kGroup) {
-    Complex x[R];
-    for (u32 p = 0; p < R; ++p) x[p] = load(source + p * source_stride + i);
-    inverse_node(x, w);
+    if constexpr (D == Direction::kForward)
+      forward_node(x, w);
+    else
+      inverse_node(x, w);
     for (u32 p = 0; p < R; ++p) store(target + p * target_stride + i, x[p]);
   }
 }
@@ -264,7 +253,7 @@ FFT_INLINE void root_column(const Point (&a)[K], const FftPowers& t, Complex (&x
 template <u32 R>
 void root_inverse_pass(double* x, u64 stride, u64 doubles, const FftPowers& t, const FftTwiddles& root) {
   if constexpr (R == 2 || R == 4 || R == 8) {
-    inverse_pass<R>(x, stride, x, stride, doubles, root);
+    node_pass<Direction::kInverse, R>(x, stride, x, stride, doubles, root);
   } else if constexpr (R > 1) {
     for (u64 i = 0; i < doubles; i += kGroup) {
       Complex y[R];
@@ -310,35 +299,21 @@ FFT_INLINE NodeTwiddles row_twiddles(const FftTwiddles& t, u32 first_row) {
           times(constant(2), twiddle(t, 6)), times(constant(2), twiddle(t, 7))};
 }
 
-/// L rows of eight points, in the order of memory, become eight vectors with
-/// the rows in lanes.
+/// L rows of eight points, in the order of memory, become eight vectors with the rows in lanes, and back.
 FFT_INLINE void rows_to_lanes(Complex (&x)[8]) {
-  Complex y[8];
-  for (u32 c = 0; c < 8 / L; ++c) {
-    F64 re[L], im[L];
-    for (u32 i = 0; i < L; ++i) {
-      re[i] = x[i * (8 / L) + c].re;
-      im[i] = x[i * (8 / L) + c].im;
-    }
-    transpose(re);
-    transpose(im);
-    for (u32 i = 0; i < L; ++i) y[c * L + i] = {re[i], im[i]};
-  }
-  for (u32 i = 0; i < 8; ++i) x[i] = y[i];
+  F64 re[8], im[8];
+  rows_to_lanes(re, [&](u32 row, u32 part) { return x[row * (8 / L) + part].re; });
+  rows_to_lanes(im, [&](u32 row, u32 part) { return x[row * (8 / L) + part].im; });
+  for (u32 i = 0; i < 8; ++i) x[i] = {re[i], im[i]};
 }
 FFT_INLINE void lanes_to_rows(Complex (&x)[8]) {
-  Complex y[8];
-  for (u32 c = 0; c < 8 / L; ++c) {
-    F64 re[L], im[L];
-    for (u32 i = 0; i < L; ++i) {
-      re[i] = x[c * L + i].re;
-      im[i] = x[c * L + i].im;
-    }
-    transpose(re);
-    transpose(im);
-    for (u32 i = 0; i < L; ++i) y[i * (8 / L) + c] = {re[i], im[i]};
+  F64 re[8], im[8];
+  for (u32 i = 0; i < 8; ++i) {
+    re[i] = x[i].re;
+    im[i] = x[i].im;
   }
-  for (u32 i = 0; i < 8; ++i) x[i] = y[i];
+  lanes_to_rows(re, [&](u32 row, u32 part, F64 values) { x[row * (8 / L) + part].re = values; });
+  lanes_to_rows(im, [&](u32 row, u32 part, F64 values) { x[row * (8 / L) + part].im = values; });
 }
 
 enum class Pointwise { kNone, kSquare, kMultiply };
@@ -373,7 +348,7 @@ void transform_block(double* x, const double* g, const FftTwiddles& t) {
     }
     for (u32 r = 0; r < 8; ++r) store(x + r * kRow, a[r]);
   } else {
-    if constexpr (kForward) forward_pass<8>(x, kRow, x, kRow, kRow, t);
+    if constexpr (kForward) node_pass<Direction::kForward, 8>(x, kRow, x, kRow, kRow, t);
     for (u32 row = 0; row < 8; row += L) {
       const NodeTwiddles rows = row_twiddles(t, row);
       Complex a[8];
@@ -389,7 +364,7 @@ void transform_block(double* x, const double* g, const FftTwiddles& t) {
       }
       for (u32 i = 0; i < 8; ++i) store(x + row * kRow + i * kGroup, a[i]);
     }
-    if constexpr (P != Pointwise::kNone) inverse_pass<8>(x, kRow, x, kRow, kRow, t);
+    if constexpr (P != Pointwise::kNone) node_pass<Direction::kInverse, 8>(x, kRow, x, kRow, kRow, t);
   }
 }
 

@@ -35,21 +35,9 @@ constexpr u32 radix_bits(u32 height) { return height == 4 || height == 2 ? 2 : h
 
 constexpr u64 kBlockDoubles = 2 * kFftBlockPoints;
 
-FFT_INLINE void forward_node_pass(double* x, u64 stride, u32 bits, const FftTwiddles& t) {
-  if (bits == 3)
-    forward_pass<8>(x, stride, x, stride, stride, t);
-  else if (bits == 2)
-    forward_pass<4>(x, stride, x, stride, stride, t);
-  else
-    forward_pass<2>(x, stride, x, stride, stride, t);
-}
-FFT_INLINE void inverse_node_pass(double* x, u64 stride, u32 bits, const FftTwiddles& t) {
-  if (bits == 3)
-    inverse_pass<8>(x, stride, x, stride, stride, t);
-  else if (bits == 2)
-    inverse_pass<4>(x, stride, x, stride, stride, t);
-  else
-    inverse_pass<2>(x, stride, x, stride, stride, t);
+template <Direction D>
+FFT_INLINE void node_pass_in_place(double* x, u64 stride, u32 bits, const FftTwiddles& t) {
+  with_constant<3, 2, 1>(bits, [&](auto b) { node_pass<D, 1u << b>(x, stride, x, stride, stride, t); });
 }
 
 constexpr bool is_forward(FftStep s) {
@@ -87,12 +75,12 @@ void node_step(const Source& source, double* x, double* g, u32 level, u64 n, u32
   }
   const u32 bits = radix_bits(height);
   const u64 stride = kBlockDoubles << (height - bits);
-  if constexpr (S == FftStep::convolve_multiply) forward_node_pass(g, stride, bits, t);
-  if constexpr (is_forward(S)) forward_node_pass(x, stride, bits, t);
+  if constexpr (S == FftStep::convolve_multiply) node_pass_in_place<Direction::kForward>(g, stride, bits, t);
+  if constexpr (is_forward(S)) node_pass_in_place<Direction::kForward>(x, stride, bits, t);
   for (u64 i = 0; i < u64{1} << bits; ++i)
     node_step<S>(source, x + i * stride, uses_g(S) ? g + i * stride : nullptr, level + bits, (n << bits) + i,
                  height - bits);
-  if constexpr (S != FftStep::forward) inverse_node_pass(x, stride, bits, t);
+  if constexpr (S != FftStep::forward) node_pass_in_place<Direction::kInverse>(x, stride, bits, t);
 }
 
 /// node_step() above the subtrees of a blocked transform.
@@ -111,12 +99,12 @@ void upper_node_step(const FftPlan& plan, u32 root, u64 ahead, double* x, double
   const FftTwiddles& t = tables.root(plan.k, root)[level][n];
   const u32 bits = radix_bits(depth - level);
   const u64 stride = kBlockDoubles << (height - bits);
-  if constexpr (S == FftStep::convolve_multiply) forward_node_pass(g, stride, bits, t);
-  if constexpr (is_forward(S)) forward_node_pass(x, stride, bits, t);
+  if constexpr (S == FftStep::convolve_multiply) node_pass_in_place<Direction::kForward>(g, stride, bits, t);
+  if constexpr (is_forward(S)) node_pass_in_place<Direction::kForward>(x, stride, bits, t);
   for (u64 i = 0; i < u64{1} << bits; ++i)
     upper_node_step<S>(plan, root, ahead, x + i * stride, uses_g(S) ? g + i * stride : nullptr, level + bits,
                        (n << bits) + i, height - bits);
-  if constexpr (S != FftStep::forward) inverse_node_pass(x, stride, bits, t);
+  if constexpr (S != FftStep::forward) node_pass_in_place<Direction::kInverse>(x, stride, bits, t);
 }
 
 template <FftStep S>

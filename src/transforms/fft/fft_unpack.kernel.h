@@ -122,38 +122,22 @@ void blocked_first_stage(const FftPlan& plan, double* F, FftOperand a, u64 chunk
       unpack_parts<R>(reader, plan, real, {r * stream + c * groups, kFftSecondRadix * stream, groups}, fields,
                       {chunk + r * row, kFftSecondRadix * row});
     for (u32 i = 0; i < R; ++i)
-      forward_pass<kFftSecondRadix>(chunk + i * kFftSecondRadix * row, row,
-                                    F + i * kFftSecondRadix * stream * kPointGroup + c * row,
-                                    stream * kPointGroup, row, second_twiddles(plan, i));
+      node_pass<Direction::kForward, kFftSecondRadix>(
+          chunk + i * kFftSecondRadix * row, row, F + i * kFftSecondRadix * stream * kPointGroup + c * row,
+          stream * kPointGroup, row, second_twiddles(plan, i));
   }
 }
 
 void first_stage(const FftPlan& plan, double* F, FftOperand a, u64 chunk_begin, u64 chunk_end,
                  double* chunk) {
   if (plan.blocked()) {
-    switch (plan.k) {
-      case 1:
-        return blocked_first_stage<8>(plan, F, a, chunk_begin, chunk_end, chunk);
-      case 3:
-        return blocked_first_stage<3>(plan, F, a, chunk_begin, chunk_end, chunk);
-      default:
-        return blocked_first_stage<5>(plan, F, a, chunk_begin, chunk_end, chunk);
-    }
+    with_constant<8, 3, 5>(plan.first_radix(), [&](auto radix) {
+      blocked_first_stage<radix>(plan, F, a, chunk_begin, chunk_end, chunk);
+    });
+    return;
   }
-  switch (plan.first_radix()) {
-    case 1:
-      return small_first_stage<1>(plan, F, a);
-    case 2:
-      return small_first_stage<2>(plan, F, a);
-    case 3:
-      return small_first_stage<3>(plan, F, a);
-    case 4:
-      return small_first_stage<4>(plan, F, a);
-    case 5:
-      return small_first_stage<5>(plan, F, a);
-    default:
-      return small_first_stage<8>(plan, F, a);
-  }
+  with_constant<1, 2, 3, 4, 5, 8>(plan.first_radix(),
+                                  [&](auto radix) { small_first_stage<radix>(plan, F, a); });
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 // Arithmetic modulo a prime below half of a word's range, over vectors of 64-bit lanes; residues are in
 // [0, p). The lanes of a 32-bit residue hold zero above it.
+#include "transforms/common/pass_steps.kernel.h"
+
 namespace orl::SIMD_ISA {
 namespace {
 

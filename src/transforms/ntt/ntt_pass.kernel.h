@@ -14,73 +14,58 @@ NTT_INLINE NttFactor<R> inverse_root(const NttModulus<R>& m, u64 node) {
   return negated(m, m.roots[node ^ (top - 1)]);
 }
 
-// Up to four levels over 2^Levels columns, all in registers.
+// Butterflies of 2^Levels values; factor (1 << l) + b belongs to node b of level l.
 template <u32 Levels, class R>
-NTT_INLINE void forward_pass(const NttModulus<R>& modulus, R* x, u64 m, u64 node, u64 begin, u64 end) {
+NTT_INLINE void forward_butterflies(const Mod<R>& mod, U64 (&v)[1u << Levels], const NttFactor<R>* f) {
+  for_levels_down<Levels>(v, [&](U64& low, U64& high, u32 i) {
+    const U64 t = mod.times(high, f[i]);
+    high = mod.sub(low, t);
+    low = mod.add(low, t);
+  });
+}
+template <u32 Levels, class R>
+NTT_INLINE void inverse_butterflies(const Mod<R>& mod, U64 (&v)[1u << Levels], const NttFactor<R>* f) {
+  const auto butterfly = [&](U64& low, U64& high, u32 i) {
+    // The difference may stay in (0, 2p): a factor takes any word.
+    const U64 t = low + mod.p - high;
+    low = mod.add(low, high);
+    high = mod.times(t, f[i]);
+  };
+  for_levels_up<Levels>(v, butterfly, [](u32) {});
+}
+
+// Up to four levels over 2^Levels columns, all in registers.
+template <u32 Levels, bool Inverse, class R>
+NTT_INLINE void column_pass(const NttModulus<R>& modulus, R* x, u64 m, u64 node, u64 begin, u64 end) {
   using V = Lanes<R>;
   constexpr u32 kRows = 1u << Levels;
   const Mod<R> mod(modulus);
   const u64 q = m / kRows;
   NttFactor<R> f[kRows];
   for (u32 l = 0; l < Levels; ++l)
-    for (u32 b = 0; b < (1u << l); ++b) f[(1u << l) + b] = modulus.roots[(node << l) + b];
+    for (u32 b = 0; b < (1u << l); ++b) {
+      const u64 n = (node << l) + b;
+      f[(1u << l) + b] = Inverse ? inverse_root(modulus, n) : modulus.roots[n];
+    }
   for (u64 i = begin; i < end; i += L) {
     U64 v[kRows];
 #pragma GCC unroll 16
     for (u32 j = 0; j < kRows; ++j) v[j] = V::load(x + i + j * q);
-#pragma GCC unroll 4
-    for (u32 l = 0; l < Levels; ++l) {
-      const u32 nodes = 1u << l, half = kRows >> (l + 1);
-#pragma GCC unroll 8
-      for (u32 b = 0; b < nodes; ++b) {
-#pragma GCC unroll 8
-        for (u32 j = 0; j < half; ++j) {
-          U64& low = v[2 * b * half + j];
-          U64& high = v[(2 * b + 1) * half + j];
-          const U64 t = mod.times(high, f[(1u << l) + b]);
-          high = mod.sub(low, t);
-          low = mod.add(low, t);
-        }
-      }
-    }
+    if constexpr (Inverse)
+      inverse_butterflies<Levels>(mod, v, f);
+    else
+      forward_butterflies<Levels>(mod, v, f);
 #pragma GCC unroll 16
     for (u32 j = 0; j < kRows; ++j) V::store(x + i + j * q, v[j]);
   }
 }
-
+template <u32 Levels, class R>
+NTT_INLINE void forward_pass(const NttModulus<R>& modulus, R* x, u64 m, u64 node, u64 begin, u64 end) {
+  column_pass<Levels, false>(modulus, x, m, node, begin, end);
+}
 template <u32 Levels, class R>
 NTT_INLINE void inverse_pass(const NttModulus<R>& modulus, R* x, u64 m, u64 node, u64 begin, u64 end) {
-  using V = Lanes<R>;
-  constexpr u32 kRows = 1u << Levels;
-  const Mod<R> mod(modulus);
-  const u64 q = m / kRows;
-  NttFactor<R> f[kRows];
-  for (u32 l = 0; l < Levels; ++l)
-    for (u32 b = 0; b < (1u << l); ++b) f[(1u << l) + b] = inverse_root(modulus, (node << l) + b);
-  for (u64 i = begin; i < end; i += L) {
-    U64 v[kRows];
-#pragma GCC unroll 16
-    for (u32 j = 0; j < kRows; ++j) v[j] = V::load(x + i + j * q);
-#pragma GCC unroll 4
-    for (u32 s = 0; s < Levels; ++s) {
-      const u32 l = Levels - 1 - s;
-      const u32 nodes = 1u << l, half = kRows >> (l + 1);
-#pragma GCC unroll 8
-      for (u32 b = 0; b < nodes; ++b) {
-#pragma GCC unroll 8
-        for (u32 j = 0; j < half; ++j) {
-          U64& low = v[2 * b * half + j];
-          U64& high = v[(2 * b + 1) * half + j];
-          // The difference may stay in (0, 2p): a factor takes any word.
-          const U64 t = low + mod.p - high;
-          low = mod.add(low, high);
-          high = mod.times(t, f[(1u << l) + b]);
-        }
-      }
-    }
-#pragma GCC unroll 16
-    for (u32 j = 0; j < kRows; ++j) V::store(x + i + j * q, v[j]);
-  }
+  column_pass<Levels, true>(modulus, x, m, node, begin, end);
 }
 
 // The levels of a block that is in cache, down to eight points.
@@ -116,24 +101,10 @@ void inverse(const NttModulus<R>& modulus, R* x, u64 m, u64 node) {
   if (odd) inverse_pass<1>(modulus, x, m, node, 0, m / 2);
 }
 
-NTT_INLINE void transpose(U64 (&v)[L]) {
-  using simd::SIMD_ISA::bits_of;
-  using simd::SIMD_ISA::from_bits;
-  F64 t[L];
-  for (u32 i = 0; i < L; ++i) t[i] = from_bits(v[i]);
-  simd::SIMD_ISA::transpose(t);
-  for (u32 i = 0; i < L; ++i) v[i] = bits_of(t[i]);
-}
-
 // L polynomials of eight terms, from rows of memory into one vector per term.
 template <class R>
 NTT_INLINE void load_terms(const R* x, U64 (&v)[8]) {
-  for (u32 b = 0; b < 8 / L; ++b) {
-    U64 t[L];
-    for (u32 i = 0; i < L; ++i) t[i] = Lanes<R>::load(x + 8 * i + b * L);
-    transpose(t);
-    for (u32 i = 0; i < L; ++i) v[b * L + i] = t[i];
-  }
+  rows_to_lanes(v, [&](u32 row, u32 part) { return Lanes<R>::load(x + 8 * row + part * L); });
 }
 
 // Products modulo v^8 - t, t = s[m] and -s[m] of nodes 2 m and 2 m + 1.
@@ -167,12 +138,7 @@ void product(const NttModulus<R>& modulus, R* x, const R* g, u64 m, u64 node) {
       }
       c[r] = mod.add(mod.collapse(low, inverse), mod.collapse(high, inverse));
     }
-    for (u32 h = 0; h < 8 / L; ++h) {
-      U64 t[L];
-      for (u32 i = 0; i < L; ++i) t[i] = c[h * L + i];
-      transpose(t);
-      for (u32 i = 0; i < L; ++i) V::store(x + 8 * (j + i) + h * L, t[i]);
-    }
+    lanes_to_rows(c, [&](u32 row, u32 part, U64 terms) { V::store(x + 8 * (j + row) + part * L, terms); });
   }
 }
 
@@ -304,30 +270,12 @@ void finish_odd(const NttPlan<R>& plan, R* F, u64 begin, u64 end) {
 
 template <class R>
 void split(const NttPlan<R>& plan, R* F, OperandBytes a, u64 begin, u64 end) {
-  switch (plan.row.k) {
-    case 1:
-      return split_odd<1>(plan, F, a, begin, end);
-    case 3:
-      return split_odd<3>(plan, F, a, begin, end);
-    case 5:
-      return split_odd<5>(plan, F, a, begin, end);
-    default:
-      return split_odd<7>(plan, F, a, begin, end);
-  }
+  with_constant<1, 3, 5, 7>(plan.row.k, [&](auto k) { split_odd<k>(plan, F, a, begin, end); });
 }
 
 template <class R>
 void finish(const NttPlan<R>& plan, R* F, u64 begin, u64 end) {
-  switch (plan.row.k) {
-    case 1:
-      return finish_odd<1>(plan, F, begin, end);
-    case 3:
-      return finish_odd<3>(plan, F, begin, end);
-    case 5:
-      return finish_odd<5>(plan, F, begin, end);
-    default:
-      return finish_odd<7>(plan, F, begin, end);
-  }
+  with_constant<1, 3, 5, 7>(plan.row.k, [&](auto k) { finish_odd<k>(plan, F, begin, end); });
 }
 
 template <class R>

@@ -34,35 +34,6 @@ std::span<const SetRecord<R>> records() {
 }
 
 template <class R>
-NttPrime<R> make_prime(u64 p) {
-  NttPrime<R> prime{};
-  prime.p = p;
-  prime.e = static_cast<u32>(std::countr_zero(p - 1));
-  prime.word_inverse = p;  // right to three bits; each step doubles them
-  for (u32 i = 0; i < 5; ++i) prime.word_inverse *= 2 - p * prime.word_inverse;
-  // A quadratic non-residue raised to the odd part has order 2^e.
-  u64 g = 2;
-  while (prime.power(g, (p - 1) / 2) != p - 1) ++g;
-  u64 root = prime.power(g, (p - 1) >> prime.e);
-  for (u32 i = prime.e + 1; i-- > 0;) {
-    prime.two_root[i] = root;
-    root = prime.multiply(root, root);
-  }
-  return prime;
-}
-
-u32 multiply_small(u64* a, u32 words, u64 b) {
-  u64 carry = 0;
-  for (u32 i = 0; i < words; ++i) {
-    const u128 t = static_cast<u128>(a[i]) * b + carry;
-    a[i] = static_cast<u64>(t);
-    carry = static_cast<u64>(t >> 64);
-  }
-  if (carry) a[words++] = carry;
-  return words;
-}
-
-template <class R>
 void fill_constants(NttSet<R>& set, u32 i, const NttPrime<R>& prime, const R* primes) {
   u32 words = 1;
   u64 rest = set.k;
@@ -107,7 +78,7 @@ struct Tables {
 
   u32 index_of(u64 p) {
     auto found = std::find_if(primes.begin(), primes.end(), [&](const NttPrime<R>& q) { return q.p == p; });
-    if (found == primes.end()) found = primes.insert(found, make_prime<R>(p));
+    if (found == primes.end()) found = primes.insert(found, NttPrime<R>(p));
     return static_cast<u32>(found - primes.begin());
   }
 };
@@ -128,18 +99,9 @@ bool holds(const NttRow<R>& row, u64 terms, u32 spare_bits, u32 levels) {
 }  // namespace
 
 template <class R>
-u64 NttPrime<R>::power(u64 base, u64 exponent) const {
-  u64 result = 1;
-  for (; exponent; exponent >>= 1, base = multiply(base, base))
-    if (exponent & 1) result = multiply(result, base);
-  return result;
-}
-
-template <class R>
-u64 NttPrime<R>::root_of_order(u64 order) const {
-  u64 root = 1;
-  for (u64 g = 2; root == 1 && order > 1; ++g) root = power(g, (p - 1) / order);
-  return root;
+NttPrime<R>::NttPrime(u64 prime) : PrimeField(prime), word_inverse(prime) {
+  // The prime is its own inverse to three bits; each step doubles them.
+  for (u32 i = 0; i < 5; ++i) word_inverse *= 2 - p * word_inverse;
 }
 
 template <class R>

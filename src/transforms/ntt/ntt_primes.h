@@ -8,7 +8,7 @@
 
 #include <span>
 
-#include "core/types.h"
+#include "transforms/common/prime_field.h"
 
 namespace orl {
 
@@ -24,24 +24,19 @@ struct NttFactor {
   R quotient;
 };
 
-/// One prime and the roots of unity of its group.
+/// One prime below half of a word's range.
 template <class R>
-struct NttPrime {
+struct NttPrime : PrimeField {
   static constexpr u32 kBits = 8 * sizeof(R);
 
-  u64 p;
-  u32 e;             ///< largest power of two in p - 1
-  u64 word_inverse;  ///< of p modulo 2^64
-  u64 two_root[64];  ///< root of order 2^i; each is the square of the next
-  /// Arithmetic modulo p, of canonical residues.
-  u64 multiply(u64 a, u64 b) const { return static_cast<u64>(static_cast<u128>(a) * b % p); }
-  u64 power(u64 base, u64 exponent) const;
-  u64 inverse(u64 a) const { return power(a, p - 2); }
-  u64 root_of_order(u64 order) const;  ///< of an odd prime order that divides p - 1, or of order 1
+  /// `prime` is below half of a word's range.
+  explicit NttPrime(u64 prime);
   /// A residue with its quotient.
   NttFactor<R> factor(u64 value) const {
     return {static_cast<R>(value), static_cast<R>((static_cast<u128>(value) << kBits) / p)};
   }
+
+  u64 word_inverse;  ///< of p modulo 2^64
 };
 
 /// A prime set and its constants.

@@ -44,48 +44,28 @@ struct Columns {
 template <u32 Levels>
 RESIDUE_INLINE void forward_butterflies(const Mod& mod, F64 (&v)[1u << Levels], const double* w,
                                         const double* ratio) {
-  constexpr u32 R = 1u << Levels;
-#pragma GCC unroll 4
-  for (u32 l = 0; l < Levels; ++l) {
-    const u32 nodes = 1u << l, half = R >> (l + 1);
-#pragma GCC unroll 8
-    for (u32 b = 0; b < nodes; ++b) {
-#pragma GCC unroll 8
-      for (u32 j = 0; j < half; ++j) {
-        F64& lo = v[2 * b * half + j];
-        F64& hi = v[(2 * b + 1) * half + j];
-        const F64 t = mod.times(hi, F64::all(w[(1u << l) + b]), F64::all(ratio[(1u << l) + b]));
-        hi = lo - t;
-        lo = lo + t;
-      }
-    }
-  }
+  for_levels_down<Levels>(v, [&](F64& lo, F64& hi, u32 i) {
+    const F64 t = mod.times(hi, F64::all(w[i]), F64::all(ratio[i]));
+    hi = lo - t;
+    lo = lo + t;
+  });
 }
 
 template <u32 Levels>
 RESIDUE_INLINE void inverse_butterflies(const Mod& mod, F64 (&v)[1u << Levels], const double* w,
                                         const double* ratio) {
   constexpr u32 R = 1u << Levels;
-#pragma GCC unroll 4
-  for (u32 s = 0; s < Levels; ++s) {
-    const u32 l = Levels - 1 - s, nodes = 1u << l, half = 1u << s;
-#pragma GCC unroll 8
-    for (u32 b = 0; b < nodes; ++b) {
-#pragma GCC unroll 8
-      for (u32 j = 0; j < half; ++j) {
-        F64& lo = v[2 * b * half + j];
-        F64& hi = v[(2 * b + 1) * half + j];
-        const F64 t = lo - hi;
-        lo = lo + hi;
-        hi = mod.times(t, F64::all(w[(1u << l) + b]), F64::all(ratio[(1u << l) + b]));
-      }
-    }
+  const auto butterfly = [&](F64& lo, F64& hi, u32 i) {
+    const F64 t = lo - hi;
+    lo = lo + hi;
+    hi = mod.times(t, F64::all(w[i]), F64::all(ratio[i]));
+  };
+  for_levels_up<Levels>(v, butterfly, [&](u32 s) {
     // The sums that met no product yet would pass 2^51 in the last two levels.
-    if (Levels == 4 && s == 1) {
+    if (Levels != 4 || s != 1) return;
 #pragma GCC unroll 4
-      for (u32 j = 0; j < R; j += 4) v[j] = mod.reduce(v[j]);
-    }
-  }
+    for (u32 j = 0; j < R; j += 4) v[j] = mod.reduce(v[j]);
+  });
 #pragma GCC unroll 8
   for (u32 j = 0; j < R / 2; ++j) v[j] = mod.reduce(v[j]);
 }
@@ -125,16 +105,7 @@ void column_pass(const VstPlan& plan, const Columns& c, u64 inner) {
 
 template <bool Inverse, bool Reduce>
 void pass(const VstPlan& plan, const Columns& c, u32 levels, u64 inner) {
-  switch (levels) {
-    case 1:
-      return column_pass<1, Inverse, Reduce>(plan, c, inner);
-    case 2:
-      return column_pass<2, Inverse, Reduce>(plan, c, inner);
-    case 3:
-      return column_pass<3, Inverse, Reduce>(plan, c, inner);
-    default:
-      return column_pass<4, Inverse, Reduce>(plan, c, inner);
-  }
+  with_constant<1, 2, 3, 4>(levels, [&](auto n) { column_pass<n, Inverse, Reduce>(plan, c, inner); });
 }
 
 // All `levels` levels of columns of 2^levels rows.
@@ -186,30 +157,37 @@ struct TileRoots {
   const double* last_ratio(u32 t) const { return ratio + 64 + 8 * t; }
 };
 
-// Eight rows of one prime, `stride` doubles apart, down to eight polynomials of eight terms.
-RESIDUE_INLINE void tile_forward(const Mod& mod, const double* x, u64 stride, const TileRoots& roots, u32 t,
-                                 double* out) {
+// The eight rows of a tile, or the polynomials of eight terms that they become: row j at data + j * apart.
+template <class T>
+struct TileRows {
+  T* data;
+  u64 apart;  // doubles
+};
+
+// The first three levels of tile t, of one prime, or the way back.
+template <bool Inverse>
+RESIDUE_INLINE void tile_levels(const Mod& mod, const TileRoots& roots, u32 t, TileRows<const double> from,
+                                TileRows<double> to) {
   double w[8], ratio[8];
   roots.of_tile(t, w, ratio);
   for (u32 h = 0; h < kVstRow; h += L) {
     F64 v[8];
 #pragma GCC unroll 8
-    for (u32 j = 0; j < 8; ++j) v[j] = F64::load(x + j * stride + h);
-    forward_butterflies<3>(mod, v, w, ratio);
+    for (u32 j = 0; j < 8; ++j) v[j] = F64::load(from.data + j * from.apart + h);
+    if constexpr (Inverse)
+      inverse_butterflies<3>(mod, v, w, ratio);
+    else
+      forward_butterflies<3>(mod, v, w, ratio);
 #pragma GCC unroll 8
-    for (u32 j = 0; j < 8; ++j) v[j].store(out + 8 * j + h);
+    for (u32 j = 0; j < 8; ++j) v[j].store(to.data + j * to.apart + h);
   }
 }
 
 // Polynomials [n, n + L) of eight terms become a vector per term and go to four terms: v[0, 4) modulo x^4 -
 // s, v[4, 8) modulo x^4 + s.
 RESIDUE_INLINE void load_terms(const Mod& mod, const double* tile, u32 n, F64 w, F64 ratio, F64 (&v)[8]) {
-  for (u32 b = 0; b < 8 / L; ++b) {
-    F64 t[L];
-    for (u32 i = 0; i < L; ++i) t[i] = F64::load(tile + 8 * (n + i) + b * L);
-    transpose(t);
-    for (u32 i = 0; i < L; ++i) v[b * L + i] = mod.reduce(t[i]);
-  }
+  load_rows(tile + 8 * n, v);
+  for (F64& term : v) term = mod.reduce(term);
 #pragma GCC unroll 4
   for (u32 i = 0; i < 4; ++i) {
     const F64 t = mod.times(v[i + 4], w, ratio);
@@ -258,12 +236,7 @@ RESIDUE_INLINE void product_terms(const Mod& mod, const F64 (&a)[8], const F64 (
     c[i] = mod.reduce(c[i] + c[i + 4]);
     c[i + 4] = mod.times(t, roots.inverse_w, roots.inverse_ratio);
   }
-  for (u32 b8 = 0; b8 < 8 / L; ++b8) {
-    F64 t[L];
-    for (u32 i = 0; i < L; ++i) t[i] = c[b8 * L + i];
-    transpose(t);
-    for (u32 i = 0; i < L; ++i) t[i].store(tile + 8 * (n + i) + b8 * L);
-  }
+  store_rows(c, tile + 8 * n);
 }
 
 // A subtree that is in cache: its tiles, in groups of eight, prime by prime.
@@ -285,7 +258,7 @@ void forward_tiles(const VstPlan& plan, double* x, u32 sequence, u64 node) {
     for (u32 t = 0; t < tiles; ++t) {
       double* const rows = x + at + t * 8 * stride;
       alignas(64) double tile[64];
-      tile_forward(mod, rows, stride, roots, t, tile);
+      tile_levels<false>(mod, roots, t, {rows, stride}, {tile, 8});
       for (u32 n = 0; n < 8; n += L) {
         F64 v[8];
         load_terms(mod, tile, n, F64::load(roots.last_w(t) + n), F64::load(roots.last_ratio(t) + n), v);
@@ -308,8 +281,8 @@ void product_tiles(const VstPlan& plan, double* x, const double* g, u32 sequence
       const double* const other = g + at + t * 8 * stride;
       alignas(64) double tile[64], second[64];
       if (State == OperandState::kStarted) {
-        tile_forward(mod, rows, stride, roots, t, tile);
-        if (g != x) tile_forward(mod, other, stride, roots, t, second);
+        tile_levels<false>(mod, roots, t, {rows, stride}, {tile, 8});
+        if (g != x) tile_levels<false>(mod, roots, t, {other, stride}, {second, 8});
       }
       for (u32 n = 0; n < 8; n += L) {
         const F64 w = F64::load(roots.last_w(t) + n), ratio = F64::load(roots.last_ratio(t) + n);
@@ -330,16 +303,7 @@ void product_tiles(const VstPlan& plan, double* x, const double* g, u32 sequence
                       {w, ratio, F64::load(inverses.last_w(t) + n), F64::load(inverses.last_ratio(t) + n)},
                       tile, n);
       }
-      double w[8], ratio[8];
-      inverses.of_tile(t, w, ratio);
-      for (u32 h = 0; h < kVstRow; h += L) {
-        F64 v[8];
-#pragma GCC unroll 8
-        for (u32 j = 0; j < 8; ++j) v[j] = F64::load(tile + 8 * j + h);
-        inverse_butterflies<3>(mod, v, w, ratio);
-#pragma GCC unroll 8
-        for (u32 j = 0; j < 8; ++j) v[j].store(rows + j * stride + h);
-      }
+      tile_levels<true>(mod, inverses, t, {tile, 8}, {rows, stride});
     }
   });
 }

@@ -5,7 +5,7 @@
 namespace orl {
 namespace {
 
-u64 high_count(u32 n) { return n > kVstLowLevels + 2 ? u64{1} << (n - 2 - kVstLowLevels) : 1; }
+u64 high_count(u64 n) { return n > kVstLowLevels + 2 ? u64{1} << (n - 2 - kVstLowLevels) : 1; }
 
 /// values[j] = the product over the bits l of j of the root of order 2^(l + order), or of its inverse.
 void fill(const ResiduePrime& prime, double* values, u64 count, u32 order, bool inverse) {
@@ -22,18 +22,13 @@ void fill(const ResiduePrime& prime, double* values, u64 count, u32 order, bool 
 
 }  // namespace
 
-std::vector<u32> VstTables::lengths(std::span<const VstRow> rows) {
-  std::vector<u32> lengths(residue_primes().size());
-  for (const VstRow& row : rows) {
-    const ResidueSet& set = residue_set(row.P, row.k);
-    for (u32 i = 0; i < set.P; ++i) lengths[set.prime[i]] = std::max<u32>(lengths[set.prime[i]], row.n);
-  }
-  return lengths;
+std::vector<u64> VstTables::lengths(std::span<const VstRow> rows) {
+  return largest_by_prime(rows, [](const VstRow& row) { return row.n; });
 }
 
 u64 VstTables::bytes(std::span<const VstRow> rows) {
   u64 sum = 0;
-  for (u32 n : lengths(rows))
+  for (u64 n : lengths(rows))
     if (n)
       sum += 2 * (LinearHeapBuffer::cut_bytes<double>(kVstLow + kVstRow) +
                   LinearHeapBuffer::cut_bytes<double>(high_count(n)));
@@ -41,7 +36,7 @@ u64 VstTables::bytes(std::span<const VstRow> rows) {
 }
 
 void VstTables::grow(LinearHeapBuffer& memory, std::span<const VstRow> rows) {
-  const std::vector<u32> wanted = lengths(rows);
+  const std::vector<u64> wanted = lengths(rows);
   tables_.resize(wanted.size());
   for (u32 i = 0; i < wanted.size(); ++i) {
     Table& table = tables_[i];

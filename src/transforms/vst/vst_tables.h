@@ -33,9 +33,9 @@ class VstTables final : public FamilyTables {
  private:
   struct Table {
     VstRoots roots{};
-    u32 n = 0;
+    u64 n = 0;
   };
-  static std::vector<u32> lengths(std::span<const VstRow> rows);
+  static std::vector<u64> lengths(std::span<const VstRow> rows);
   std::vector<Table> tables_;
 };
 
