@@ -27,25 +27,18 @@ void Value::check_kind(std::string_view name, ValueKind wanted) const {
       "Value::check_kind()", text + "Expected " + kind_name(wanted) + ", got " + kind_name(kind_) + ".");
 }
 
+template <class Kind>
+const Kind& Value::as(ValueKind kind, std::string_view name) const {
+  check_kind(name, kind);
+  return static_cast<const Kind&>(*this);
+}
+
 const Integer& Value::as_integer(std::string_view name) const {
-  check_kind(name, ValueKind::kInteger);
-  return static_cast<const Integer&>(*this);
+  return as<Integer>(ValueKind::kInteger, name);
 }
-
-const String& Value::as_string(std::string_view name) const {
-  check_kind(name, ValueKind::kString);
-  return static_cast<const String&>(*this);
-}
-
-const Array& Value::as_array(std::string_view name) const {
-  check_kind(name, ValueKind::kArray);
-  return static_cast<const Array&>(*this);
-}
-
-const Object& Value::as_object(std::string_view name) const {
-  check_kind(name, ValueKind::kObject);
-  return static_cast<const Object&>(*this);
-}
+const String& Value::as_string(std::string_view name) const { return as<String>(ValueKind::kString, name); }
+const Array& Value::as_array(std::string_view name) const { return as<Array>(ValueKind::kArray, name); }
+const Object& Value::as_object(std::string_view name) const { return as<Object>(ValueKind::kObject, name); }
 
 Array& Value::as_array(std::string_view name) {
   return const_cast<Array&>(std::as_const(*this).as_array(name));

@@ -56,6 +56,8 @@ class Value {
 
  private:
   void check_kind(std::string_view name, ValueKind wanted) const;
+  template <class Kind>
+  const Kind& as(ValueKind kind, std::string_view name) const;
 
   ValueKind kind_;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <concepts>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -17,33 +18,32 @@ namespace {
 
 constexpr const char* kUnknownText = "\nException type unknown to this module. Unable to display.\n";
 
-/// Appends a type's name and fields in the blob's form.
+/// Appends fields in the blob's form.
 class BlobWriter {
  public:
-  explicit BlobWriter(const char* type_name) { string(type_name); }
-
   // Up to the first NUL, which ends a string in a blob.
-  BlobWriter& string(const std::string& text) {
-    bytes_.append(text.c_str(), std::strlen(text.c_str()) + 1);
-    return *this;
+  void put(const std::string& text) { bytes_.append(text.c_str(), std::strlen(text.c_str()) + 1); }
+  template <std::integral T>
+  void put(T value) {
+    for (u32 i = 0; i < sizeof value; i++) bytes_.push_back(static_cast<char>(value >> (8 * i) & 0xff));
   }
-  BlobWriter& number(u64 value) { return append(value, 8); }
-  BlobWriter& code(s32 value) { return append(static_cast<u32>(value), 4); }
-  BlobWriter& numbers(const std::vector<u64>& values) {
-    number(values.size());
-    for (const u64 value : values) number(value);
-    return *this;
+  void put(const std::vector<u64>& values) {
+    put(u64{values.size()});
+    for (const u64 value : values) put(value);
   }
   ExceptionBlob blob() const { return ExceptionBlob(std::string_view(bytes_)); }
 
  private:
-  BlobWriter& append(u64 value, u32 bytes) {
-    for (u32 i = 0; i < bytes; i++) bytes_.push_back(static_cast<char>(value >> (8 * i) & 0xff));
-    return *this;
-  }
-
   std::string bytes_;
 };
+
+template <class... Fields>
+ExceptionBlob blob_of(const char* type_name, const Fields&... fields) {
+  BlobWriter out;
+  out.put(std::string(type_name));
+  (out.put(fields), ...);
+  return out.blob();
+}
 
 std::string hexadecimal(u64 value) {
   static constexpr const char* digits = "0123456789abcdef";
@@ -73,22 +73,27 @@ void print_end() {
   output().set_colour('w');
 }
 
+/// How a check that found something begins.
+void print_found(const std::string& function, std::string_view what) {
+  notice("\n", ' ');
+  print_function(function);
+  notice_line(what, 'R');
+}
+
 void print_hashes(const std::vector<u64>& hashes) {
   for (u64 i = 0; i < hashes.size(); i++) {
     print_field("    hash[" + std::to_string(i) + "] = ", hexadecimal(hashes[i]));
   }
 }
 
-/// The form of the two exceptions that concern a file.
-void print_file_fault(std::string_view title, const Exception& fault, s32 code, const std::string& path) {
+/// The first part of what says an error code.
+void print_coded(std::string_view title, const Exception& fault, s32 code) {
   print_title(title);
   print_function(fault.function());
   notice("\n", ' ');
   notice_line(fault.message(), ' ');
   notice("\n", ' ');
   print_field("Error Code: ", std::to_string(code));
-  print_field("Path: ", path);
-  print_end();
 }
 
 }  // namespace
@@ -99,43 +104,40 @@ class BlobReader {
  public:
   explicit BlobReader(std::string_view bytes) : rest_(bytes) {}
 
-  std::string string() {
-    const std::size_t end = rest_.find('\0');
-    if (end == std::string_view::npos) return fail();
-    std::string text(rest_.substr(0, end));
-    rest_.remove_prefix(end + 1);
-    return text;
-  }
-  u64 number() { return take(8); }
-  s64 signed_number() { return static_cast<s64>(take(8)); }
-  s32 code() { return static_cast<s32>(take(4)); }
-  std::vector<u64> numbers() {
-    const u64 count = number();
-    if (count > rest_.size() / 8) {
-      fail();
-      return {};
-    }
-    std::vector<u64> values(count);
-    for (u64& value : values) value = number();
-    return values;
+  /// The next field, of one of the types that a BlobWriter takes.
+  template <class Field>
+  Field next() {
+    Field field;
+    take(field);
+    return field;
   }
   bool failed() const { return failed_; }
 
  private:
-  std::string fail() {
+  void fail() {
     failed_ = true;
     rest_ = {};
-    return {};
   }
-  u64 take(u32 bytes) {
-    if (rest_.size() < bytes) {
-      fail();
-      return 0;
-    }
-    u64 value = 0;
-    for (u32 i = 0; i < bytes; i++) value |= u64{static_cast<u8>(rest_[i])} << (8 * i);
-    rest_.remove_prefix(bytes);
-    return value;
+  void take(std::string& text) {
+    const std::size_t end = rest_.find('\0');
+    if (end == std::string_view::npos) return fail();
+    text = rest_.substr(0, end);
+    rest_.remove_prefix(end + 1);
+  }
+  template <std::integral T>
+  void take(T& value) {
+    value = 0;
+    if (rest_.size() < sizeof value) return fail();
+    u64 bits = 0;
+    for (u32 i = 0; i < sizeof value; i++) bits |= u64{static_cast<u8>(rest_[i])} << (8 * i);
+    value = static_cast<T>(bits);
+    rest_.remove_prefix(sizeof value);
+  }
+  void take(std::vector<u64>& values) {
+    const u64 count = next<u64>();
+    if (count > rest_.size() / 8) return fail();
+    values.resize(count);
+    for (u64& value : values) take(value);
   }
 
   std::string_view rest_;
@@ -170,9 +172,7 @@ void Exception::print() const {
   print_end();
 }
 
-ExceptionBlob StringException::serialize() const {
-  return BlobWriter(kTypeName).string(function_).string(message_).blob();
-}
+ExceptionBlob StringException::serialize() const { return blob_of(kTypeName, function_, message_); }
 
 void StdException::print() const {
   notice("\n", ' ');
@@ -181,21 +181,14 @@ void StdException::print() const {
   print_end();
 }
 
-ExceptionBlob StdException::serialize() const { return BlobWriter(kTypeName).string(message_).blob(); }
+ExceptionBlob StdException::serialize() const { return blob_of(kTypeName, message_); }
 
 void SystemException::print() const {
-  print_title("System Exception Encountered");
-  print_function(function_);
-  notice("\n", ' ');
-  notice_line(message_, ' ');
-  notice("\n", ' ');
-  print_field("Error Code: ", std::to_string(code_));
+  print_coded("System Exception Encountered", *this, code_);
   print_end();
 }
 
-ExceptionBlob SystemException::serialize() const {
-  return BlobWriter(kTypeName).string(function_).string(message_).code(code_).blob();
-}
+ExceptionBlob SystemException::serialize() const { return blob_of(kTypeName, function_, message_, code_); }
 
 void BufferTooSmallException::print() const {
   print_title("Buffer is too small:");
@@ -206,7 +199,7 @@ void BufferTooSmallException::print() const {
 }
 
 ExceptionBlob BufferTooSmallException::serialize() const {
-  return BlobWriter(kTypeName).string(function_).number(buffer_size_).number(required_size_).blob();
+  return blob_of(kTypeName, function_, buffer_size_, required_size_);
 }
 
 void ExponentOverflowException::print() const {
@@ -218,11 +211,7 @@ void ExponentOverflowException::print() const {
 }
 
 ExceptionBlob ExponentOverflowException::serialize() const {
-  return BlobWriter(kTypeName)
-      .string(function_)
-      .number(static_cast<u64>(value_))
-      .number(static_cast<u64>(limit_))
-      .blob();
+  return blob_of(kTypeName, function_, value_, limit_);
 }
 
 void LimitExceededException::print() const {
@@ -235,14 +224,20 @@ void LimitExceededException::print() const {
 }
 
 ExceptionBlob LimitExceededException::serialize() const {
-  return BlobWriter(kTypeName).string(function_).string(message_).number(limit_).number(attempted_).blob();
+  return blob_of(kTypeName, function_, message_, limit_, attempted_);
 }
 
-void FileIO::FileException::print() const { print_file_fault("Exception Encountered", *this, code_, path_); }
-
-ExceptionBlob FileIO::FileException::serialize() const {
-  return BlobWriter(kTypeName).string(function_).string(message_).string(path_).code(code_).blob();
+void PathFault::print_titled(std::string_view title) const {
+  print_coded(title, *this, code_);
+  print_field("Path: ", path_);
+  print_end();
 }
+
+ExceptionBlob PathFault::serialize() const {
+  return blob_of(get_typename(), function_, message_, path_, code_);
+}
+
+void FileIO::FileException::print() const { print_titled("Exception Encountered"); }
 
 const char* FileIO::errno_text(s32 code) {
   static constexpr Named<s32> kTexts[] = {{ENOENT, "Path does not exist."},
@@ -261,13 +256,7 @@ void FileIO::throw_file_error(s32 code, ExceptionText message, ExceptionText pat
   throw_file_error("", code, std::move(message), std::move(path));
 }
 
-void R03::Raid03Exception::print() const {
-  print_file_fault("Raid03 Exception Encountered", *this, code_, path_);
-}
-
-ExceptionBlob R03::Raid03Exception::serialize() const {
-  return BlobWriter(kTypeName).string(function_).string(message_).string(path_).code(code_).blob();
-}
+void R03::Raid03Exception::print() const { print_titled("Raid03 Exception Encountered"); }
 
 void FarMemoryOutOfBoundsException::print() const {
   print_title("Out-of-Bounds Access on FarMemory object:");
@@ -279,52 +268,38 @@ void FarMemoryOutOfBoundsException::print() const {
 }
 
 ExceptionBlob FarMemoryOutOfBoundsException::serialize() const {
-  return BlobWriter(kTypeName).string(function_).number(object_size_).number(offset_).number(length_).blob();
+  return blob_of(kTypeName, function_, object_size_, offset_, length_);
+}
+
+void ConvolutionFault::print_sizes() const {
+  print_count("    Convolution Size: ", convolution_size_);
+  print_count("    Requested Size: ", requested_size_);
 }
 
 void ConvolutionTooSmallException::print() const {
-  notice("\n", ' ');
-  print_function(function_);
-  notice_line("Limit Exceeded:", 'R');
+  print_found(function_, "Limit Exceeded:");
   print_field("    Message: ", message_);
-  print_count("    Convolution Size: ", convolution_size_);
-  print_count("    Requested Size: ", requested_size_);
+  print_sizes();
   print_end();
 }
 
 ExceptionBlob ConvolutionTooSmallException::serialize() const {
-  return BlobWriter(kTypeName)
-      .string(function_)
-      .string(message_)
-      .number(convolution_size_)
-      .number(requested_size_)
-      .blob();
+  return blob_of(kTypeName, function_, message_, convolution_size(), requested_size());
 }
 
 void ConvolutionFailedException::print() const {
-  notice("\n", ' ');
-  print_function(function_);
-  notice_line(message_, 'R');
-  print_count("    Convolution Size: ", convolution_size_);
-  print_count("    Requested Size: ", requested_size_);
+  print_found(function_, message_);
+  print_sizes();
   print_hashes(hashes_);
   print_end();
 }
 
 ExceptionBlob ConvolutionFailedException::serialize() const {
-  return BlobWriter(kTypeName)
-      .string(function_)
-      .string(message_)
-      .number(convolution_size_)
-      .number(requested_size_)
-      .numbers(hashes_)
-      .blob();
+  return blob_of(kTypeName, function_, message_, convolution_size(), requested_size(), hashes_);
 }
 
 void BSRModularCheckFailedException::print() const {
-  notice("\n", ' ');
-  print_function(function_);
-  notice_line(message_ + ": " + std::to_string(a_) + " : " + std::to_string(b_), 'R');
+  print_found(function_, message_ + ": " + std::to_string(a_) + " : " + std::to_string(b_));
   print_count("    a = ", a_);
   print_count("    b = ", b_);
   print_hashes(hashes_);
@@ -332,13 +307,7 @@ void BSRModularCheckFailedException::print() const {
 }
 
 ExceptionBlob BSRModularCheckFailedException::serialize() const {
-  return BlobWriter(kTypeName)
-      .string(function_)
-      .string(message_)
-      .number(a_)
-      .number(b_)
-      .numbers(hashes_)
-      .blob();
+  return blob_of(kTypeName, function_, message_, a_, b_, hashes_);
 }
 
 void UnknownException::print() const { notice(kUnknownText, 'R'); }
@@ -357,59 +326,26 @@ Factory& factory() {
   return *table;
 }
 
-// Braces: their elements are read in the order in which they stand.
+// Registers a type that is rebuilt from its fields, which its constructor takes in the order of the blob. Braces:
+// their elements are read in the order in which they stand.
+template <class T, class... Fields>
+void register_type() {
+  register_exception(T::kTypeName, [](BlobReader& in) -> std::unique_ptr<Exception> {
+    return std::make_unique<T>(T{in.next<Fields>()...});
+  });
+}
+
+// Function and message are all that it has.
 template <class T>
 void register_plain() {
-  register_exception(T::kTypeName, [](BlobReader& in) -> std::unique_ptr<Exception> {
-    return std::make_unique<T>(T{in.string(), in.string()});
-  });
-}
-
-template <class T>
-void register_file_fault() {
-  register_exception(T::kTypeName, [](BlobReader& in) -> std::unique_ptr<Exception> {
-    return std::make_unique<T>(T{in.string(), in.string(), in.string(), in.code()});
-  });
-}
-
-std::unique_ptr<Exception> rebuild_std(BlobReader& in) { return std::make_unique<StdException>(in.string()); }
-
-std::unique_ptr<Exception> rebuild_system(BlobReader& in) {
-  return std::make_unique<SystemException>(SystemException{in.string(), in.string(), in.code()});
-}
-
-std::unique_ptr<Exception> rebuild_buffer_too_small(BlobReader& in) {
-  return std::make_unique<BufferTooSmallException>(
-      BufferTooSmallException{in.string(), in.number(), in.number()});
-}
-
-std::unique_ptr<Exception> rebuild_exponent_overflow(BlobReader& in) {
-  return std::make_unique<ExponentOverflowException>(
-      ExponentOverflowException{in.string(), in.signed_number(), in.signed_number()});
+  register_type<T, std::string, std::string>();
 }
 
 std::unique_ptr<Exception> rebuild_limit_exceeded(BlobReader& in) {
-  std::string function = in.string();
-  std::string message = in.string();
+  std::string function = in.next<std::string>();
+  std::string message = in.next<std::string>();
   return std::make_unique<LimitExceededException>(
-      LimitExceededException{std::move(function), in.number(), in.number(), std::move(message)});
-}
-
-std::unique_ptr<Exception> rebuild_out_of_bounds(BlobReader& in) {
-  return std::make_unique<FarMemoryOutOfBoundsException>(
-      FarMemoryOutOfBoundsException{in.string(), in.number(), in.number(), in.number()});
-}
-
-std::unique_ptr<Exception> rebuild_convolution_too_small(BlobReader& in) {
-  return std::make_unique<ConvolutionTooSmallException>(
-      ConvolutionTooSmallException{in.string(), in.string(), in.number(), in.number()});
-}
-
-template <class T>
-void register_hash_fault() {
-  register_exception(T::kTypeName, [](BlobReader& in) -> std::unique_ptr<Exception> {
-    return std::make_unique<T>(T{in.string(), in.string(), in.number(), in.number(), in.numbers()});
-  });
+      LimitExceededException{std::move(function), in.next<u64>(), in.next<u64>(), std::move(message)});
 }
 
 }  // namespace
@@ -420,37 +356,39 @@ void register_exception(const char* type_name, ExceptionRebuilder rebuild) {
 }
 
 void register_exceptions() {
-  register_exception(StdException::kTypeName, rebuild_std);
+  using Text = std::string;
+  using Hashes = std::vector<u64>;
+  register_type<StdException, Text>();
   register_plain<StringException>();
-  register_exception(SystemException::kTypeName, rebuild_system);
+  register_type<SystemException, Text, Text, s32>();
   register_plain<ParseException>();
   register_plain<EndOfStreamException>();
   register_plain<KeyNotFoundException>();
   register_plain<InvalidParametersException>();
-  register_exception(BufferTooSmallException::kTypeName, rebuild_buffer_too_small);
+  register_type<BufferTooSmallException, Text, u64, u64>();
   register_plain<ArithmeticException>();
-  register_exception(ExponentOverflowException::kTypeName, rebuild_exponent_overflow);
+  register_type<ExponentOverflowException, Text, s64, s64>();
   register_exception(LimitExceededException::kTypeName, rebuild_limit_exceeded);
   register_plain<AlgorithmFailedException>();
-  register_file_fault<FileIO::FileException>();
+  register_type<FileIO::FileException, Text, Text, Text, s32>();
   register_plain<FarMemoryException>();
-  register_exception(FarMemoryOutOfBoundsException::kTypeName, rebuild_out_of_bounds);
-  register_file_fault<R03::Raid03Exception>();
+  register_type<FarMemoryOutOfBoundsException, Text, u64, u64, u64>();
+  register_type<R03::Raid03Exception, Text, Text, Text, s32>();
   register_plain<InvalidTransformException>();
   register_plain<TransformTooSmallException>();
-  register_exception(ConvolutionTooSmallException::kTypeName, rebuild_convolution_too_small);
-  register_hash_fault<ConvolutionFailedException>();
+  register_type<ConvolutionTooSmallException, Text, Text, u64, u64>();
+  register_type<ConvolutionFailedException, Text, Text, u64, u64, Hashes>();
   register_plain<UnsupportedValueException>();
   register_plain<UnsupportedZeroException>();
   register_plain<UnsupportedNegativeException>();
-  register_hash_fault<BSRModularCheckFailedException>();
+  register_type<BSRModularCheckFailedException, Text, Text, u64, u64, Hashes>();
 }
 
 std::vector<std::string> registered_exceptions() { return factory().order; }
 
 void throw_from_blob(const ExceptionBlob& blob) {
   BlobReader in(blob.bytes());
-  const auto entry = factory().rebuilders.find(in.string());
+  const auto entry = factory().rebuilders.find(in.next<std::string>());
   if (entry == factory().rebuilders.end()) throw UnknownException(blob.bytes());
   const std::unique_ptr<Exception> rebuilt = entry->second(in);
   if (in.failed()) throw UnknownException(blob.bytes());

@@ -254,23 +254,32 @@ class LimitExceededException final : public ExceptionType<LimitExceededException
   u64 attempted_;
 };
 
-namespace FileIO {
-
-/// A call about a file or a folder failed.
-class FileException final : public ExceptionType<FileException, Exception> {
+/// What a failed call about a path on a disk has to say.
+class PathFault : public Exception {
  public:
-  static constexpr const char* kTypeName = "FileException";
   /// `code` is errno; 0 where no call set it.
-  FileException(ExceptionText function, ExceptionText message, ExceptionText path, s32 code)
-      : ExceptionType(std::move(function), std::move(message)), path_(std::move(path.value)), code_(code) {}
+  PathFault(ExceptionText function, ExceptionText message, ExceptionText path, s32 code)
+      : Exception(std::move(function), std::move(message)), path_(std::move(path.value)), code_(code) {}
   const std::string& path() const { return path_; }
   s32 code() const { return code_; }  ///< errno
-  void print() const override;
   ExceptionBlob serialize() const override;
+
+ protected:
+  void print_titled(std::string_view title) const;
 
  private:
   std::string path_;
   s32 code_;
+};
+
+namespace FileIO {
+
+/// A call about a file or a folder failed.
+class FileException final : public ExceptionType<FileException, PathFault> {
+ public:
+  static constexpr const char* kTypeName = "FileException";
+  using ExceptionType::ExceptionType;
+  void print() const override;
 };
 
 /// "Access Denied" and the like; "Unknown C/C++ Error" for a number that has no text here.
@@ -286,20 +295,11 @@ const char* errno_text(s32 code);
 namespace R03 {
 
 /// A failure of a disk array.
-class Raid03Exception final : public ExceptionType<Raid03Exception, Exception> {
+class Raid03Exception final : public ExceptionType<Raid03Exception, PathFault> {
  public:
   static constexpr const char* kTypeName = "Raid03Exception";
-  /// `code` is errno; 0 where no call set it.
-  Raid03Exception(ExceptionText function, ExceptionText message, ExceptionText path, s32 code)
-      : ExceptionType(std::move(function), std::move(message)), path_(std::move(path.value)), code_(code) {}
-  const std::string& path() const { return path_; }
-  s32 code() const { return code_; }
+  using ExceptionType::ExceptionType;
   void print() const override;
-  ExceptionBlob serialize() const override;
-
- private:
-  std::string path_;
-  s32 code_;
 };
 
 }  // namespace R03
@@ -323,47 +323,51 @@ class FarMemoryOutOfBoundsException final : public ExceptionType<FarMemoryOutOfB
   u64 length_;
 };
 
-/// A product does not fit the transform that was given.
-class ConvolutionTooSmallException final : public ExceptionType<ConvolutionTooSmallException, Exception> {
+/// What two sizes of a convolution have to say about its failure.
+class ConvolutionFault : public Exception {
  public:
-  static constexpr const char* kTypeName = "ConvolutionTooSmallException";
-  /// Both sizes in bits: what the shape holds, what was asked for.
-  ConvolutionTooSmallException(ExceptionText function, ExceptionText message, u64 convolution_size,
-                               u64 requested_size)
-      : ExceptionType(std::move(function), std::move(message)),
+  /// Sizes in bits.
+  ConvolutionFault(ExceptionText function, ExceptionText message, u64 convolution_size, u64 requested_size)
+      : Exception(std::move(function), std::move(message)),
         convolution_size_(convolution_size),
         requested_size_(requested_size) {}
   u64 convolution_size() const { return convolution_size_; }
   u64 requested_size() const { return requested_size_; }
-  void print() const override;
-  ExceptionBlob serialize() const override;
+
+ protected:
+  void print_sizes() const;
 
  private:
   u64 convolution_size_;
   u64 requested_size_;
 };
 
+/// A product does not fit the transform that was given. Both sizes in bits: what the shape holds, what was asked
+/// for.
+class ConvolutionTooSmallException final
+    : public ExceptionType<ConvolutionTooSmallException, ConvolutionFault> {
+ public:
+  static constexpr const char* kTypeName = "ConvolutionTooSmallException";
+  using ExceptionType::ExceptionType;
+  void print() const override;
+  ExceptionBlob serialize() const override;
+};
+
 /// A transform found its own result wrong. The two sizes are what the check compared (the limit and what was
 /// found); `hashes` are the numbers of a failed hash check, if it was one.
-class ConvolutionFailedException final : public ExceptionType<ConvolutionFailedException, Exception> {
+class ConvolutionFailedException final : public ExceptionType<ConvolutionFailedException, ConvolutionFault> {
  public:
   static constexpr const char* kTypeName = "ConvolutionFailedException";
   /// Bits that a coefficient may have, and bits that it has; `hashes` where the check compares some.
   ConvolutionFailedException(ExceptionText function, ExceptionText message, u64 convolution_size,
                              u64 requested_size, std::vector<u64> hashes = {})
-      : ExceptionType(std::move(function), std::move(message)),
-        convolution_size_(convolution_size),
-        requested_size_(requested_size),
+      : ExceptionType(std::move(function), std::move(message), convolution_size, requested_size),
         hashes_(std::move(hashes)) {}
-  u64 convolution_size() const { return convolution_size_; }
-  u64 requested_size() const { return requested_size_; }
   const std::vector<u64>& hashes() const { return hashes_; }
   void print() const override;
   ExceptionBlob serialize() const override;
 
  private:
-  u64 convolution_size_;
-  u64 requested_size_;
   std::vector<u64> hashes_;
 };
 
