@@ -4,6 +4,7 @@
 
 #include "bbp/bbp_kernels.h"
 #include "core/exceptions.h"
+#include "core/uncopied.h"
 #include "memory/aligned_malloc.h"
 
 namespace orl {
@@ -16,14 +17,12 @@ constexpr s64 kMaxExponent = s64{1} << 62;
 constexpr u64 kMaxIndices = u64{1} << 14;
 
 // Sums of a limb's lanes, 64-byte aligned and zero.
-class LaneSums {
+class LaneSums : Uncopied {
  public:
   LaneSums(u64 limb_count, u64 lanes)
       : count_(limb_count * lanes), sums_(static_cast<u64*>(aligned_malloc(count_ * sizeof(u64), 64))) {
     clear();
   }
-  LaneSums(const LaneSums&) = delete;
-  LaneSums& operator=(const LaneSums&) = delete;
   ~LaneSums() { aligned_free(sums_); }
 
   u64* data() { return sums_; }

@@ -15,6 +15,7 @@
 #include "core/format.h"
 #include "core/output.h"
 #include "core/settings.h"
+#include "core/uncopied.h"
 
 namespace orl::console {
 
@@ -61,11 +62,9 @@ std::string_view sequence(char colour) {
 bool is_wide() { return fwide(stdout, 0) > 0; }
 
 /// Keeps what one call writes together. It is the lock of the C stream, which std::cout writes through.
-class OnePiece {
+class OnePiece : Uncopied {
  public:
   OnePiece() { flockfile(stdout); }
-  OnePiece(const OnePiece&) = delete;
-  OnePiece& operator=(const OnePiece&) = delete;
   ~OnePiece() {
     if (is_wide()) {
       std::wcout.flush();

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "core/types.h"
+#include "core/uncopied.h"
 
 namespace orl {
 
@@ -46,11 +47,8 @@ struct StatusTree {
 
 class StatusIteration;
 
-class StatusNode {
+class StatusNode : Uncopied {
  public:
-  StatusNode() = default;
-  StatusNode(const StatusNode&) = delete;
-  StatusNode& operator=(const StatusNode&) = delete;
   virtual ~StatusNode() = default;
 
   /// Adds a sub-node, which must be gone before this one.
@@ -90,12 +88,10 @@ class StatusIteration : public StatusNode {
 };
 
 /// A stage by scope.
-class StatusFrame {
+class StatusFrame : Uncopied {
  public:
   /// Opens a frame with this text on the node; the end of the scope closes it.
   StatusFrame(StatusNode& node, std::string_view text) : node_(node), id_(node.push_frame(text)) {}
-  StatusFrame(const StatusFrame&) = delete;
-  StatusFrame& operator=(const StatusFrame&) = delete;
   ~StatusFrame() { node_.pop_frame({&id_, 1}); }
 
  private:

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string>
 
+#include "core/uncopied.h"
 #include "files/raw_file.h"
 #include "files/raw_io_buffer.h"
 #include "memory/linear_buffer.h"
@@ -35,12 +36,10 @@ constexpr u64 page_span_bytes(u64 bytes) {
 /// A file under construction. It is made under `unfinished_path`, filled in any order, sealed when complete
 /// and then given its final name. One that goes before it is sealed is removed; one that is sealed but could
 /// not take its name stays under the unfinished one.
-class PageFile {
+class PageFile : Uncopied {
  public:
   /// Throws FileException when the file cannot be made, or when a folder stands at `final_path`.
   PageFile(std::string unfinished_path, std::string final_path, u64 expected_bytes);
-  PageFile(const PageFile&) = delete;
-  PageFile& operator=(const PageFile&) = delete;
   ~PageFile();
 
   /// Stores [offset, offset + bytes) from a span that cut_pages made for it and whose data the caller has

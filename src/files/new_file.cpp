@@ -6,6 +6,7 @@
 #include <cerrno>
 
 #include "core/exceptions.h"
+#include "core/uncopied.h"
 #include "files/file_calls.h"
 
 namespace orl {
@@ -14,7 +15,7 @@ namespace {
 constexpr const char* kFunction = "write_new_file()";
 
 // Under its unfinished name until publish() gives it the final one.
-class UnfinishedFile {
+class UnfinishedFile : Uncopied {
  public:
   // The process's number keeps two programs that write the same file apart.
   UnfinishedFile(const std::string& stem, const std::string& extension)
@@ -22,8 +23,6 @@ class UnfinishedFile {
         fd_(file_calls().open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)) {
     if (fd_ < 0) fail("Unable to create file.");
   }
-  UnfinishedFile(const UnfinishedFile&) = delete;
-  UnfinishedFile& operator=(const UnfinishedFile&) = delete;
   ~UnfinishedFile() {
     if (fd_ >= 0) file_calls().close(fd_);
     if (!published_) file_calls().unlink(path_.c_str());

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "core/types.h"
+#include "core/uncopied.h"
 #include "memory/linear_buffer.h"
 #include "threads/parallelizer.h"
 #include "words/word_view.h"
@@ -32,12 +33,10 @@ struct FamilyTables {
 
 /// The shared tables of a computation: one FamilyTables per family, cut from one block that is allocated
 /// once. Grown by ensure_tables only while no multiplication runs; read-only otherwise.
-class TransformTables {
+class TransformTables : Uncopied {
  public:
   /// Tables will be cut from `memory`, which the caller owns and keeps alive.
   explicit TransformTables(LinearHeapBuffer memory) : memory_(memory) {}
-  TransformTables(const TransformTables&) = delete;
-  TransformTables& operator=(const TransformTables&) = delete;
 
   LinearHeapBuffer& memory() { return memory_; }
   /// Null when the family has no tables yet.
@@ -126,11 +125,8 @@ class WrappedProducts {
 
 /// The shape of one multiplication. Word arrays are least significant word first. tmp holds scratch_size()
 /// bytes everywhere.
-class Parameters {
+class Parameters : Uncopied {
  public:
-  Parameters() = default;
-  Parameters(const Parameters&) = delete;
-  Parameters& operator=(const Parameters&) = delete;
   virtual ~Parameters() = default;
 
   u64 max_bits() const { return max_bits_; }              ///< largest product
@@ -170,11 +166,9 @@ class Parameters {
 };
 
 /// Room for any Parameters object, on the stack or in a plan.
-class ParametersBox {
+class ParametersBox : Uncopied {
  public:
   ParametersBox() = default;
-  ParametersBox(const ParametersBox&) = delete;
-  ParametersBox& operator=(const ParametersBox&) = delete;
   ~ParametersBox() { clear(); }
 
   /// Makes a P in place of what is held.

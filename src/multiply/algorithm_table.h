@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "core/types.h"
+#include "core/uncopied.h"
 #include "multiply/algorithm.h"
 #include "multiply/basecase.h"
 
@@ -239,7 +240,7 @@ inline const AlgorithmTable<W>& basic_table() {
 /// Puts another table in place of basic_table<W>() for as long as it lives: tests set thresholds to their
 /// extremes. Not while products run.
 template <class W>
-class ScopedBasicTable {
+class ScopedBasicTable : Uncopied {
  public:
   /// Any table.
   explicit ScopedBasicTable(AlgorithmTable<W> table);
@@ -247,8 +248,6 @@ class ScopedBasicTable {
   explicit ScopedBasicTable(std::span<const AlgorithmRow> rows);
   ScopedBasicTable(std::initializer_list<AlgorithmRow> rows)
       : ScopedBasicTable(std::span<const AlgorithmRow>(rows.begin(), rows.size())) {}
-  ScopedBasicTable(const ScopedBasicTable&) = delete;
-  ScopedBasicTable& operator=(const ScopedBasicTable&) = delete;
   ~ScopedBasicTable();
 
  private:

@@ -5,12 +5,13 @@
 #include <string>
 #include <vector>
 
+#include "core/uncopied.h"
 #include "stress/stress_work.h"
 
 namespace orvane {
 
 /// One row of the list of tests.
-class StressTest {
+class StressTest : orl::Uncopied {
  public:
   /// Which part of a processor the test loads most.
   enum class Component { kScalarInteger, kInteger, kFloat, kMixed, kMixedWorkload };
@@ -27,8 +28,6 @@ class StressTest {
 
   /// Chosen as its row says.
   explicit StressTest(const Row& row) : enabled(row.enabled), row_(row) {}
-  StressTest(const StressTest&) = delete;
-  StressTest& operator=(const StressTest&) = delete;
   virtual ~StressTest() = default;
 
   const char* tag() const { return row_.tag; }

@@ -9,6 +9,7 @@
 #include "core/exceptions.h"
 #include "core/format.h"
 #include "core/run_timer.h"
+#include "core/uncopied.h"
 #include "memory/interleave_allocator.h"
 #include "memory/node_placement.h"
 #include "stress/stress_threads.h"
@@ -24,7 +25,7 @@ std::atomic<bool> interrupted{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler stores it");
 
 /// While it lives the first SIGINT or SIGTERM only sets a flag; a second one ends the process.
-class InterruptGuard {
+class InterruptGuard : orl::Uncopied {
  public:
   InterruptGuard() {
     interrupted = false;
@@ -34,8 +35,6 @@ class InterruptGuard {
     sigaction(SIGINT, &action, &before_[0]);
     sigaction(SIGTERM, &action, &before_[1]);
   }
-  InterruptGuard(const InterruptGuard&) = delete;
-  InterruptGuard& operator=(const InterruptGuard&) = delete;
   ~InterruptGuard() {
     sigaction(SIGINT, &before_[0], nullptr);
     sigaction(SIGTERM, &before_[1], nullptr);

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 
+#include "core/uncopied.h"
 #include "memory/linear_buffer.h"
 #include "multiply/algorithm.h"
 
@@ -17,11 +18,8 @@ namespace orvane {
 using orl::u64;
 
 /// See the head of this file.
-class StressWork {
+class StressWork : orl::Uncopied {
  public:
-  StressWork() = default;
-  StressWork(const StressWork&) = delete;
-  StressWork& operator=(const StressWork&) = delete;
   virtual ~StressWork() = default;
 
   /// Bytes of memory in use, and the operands' part of them, which comes first.

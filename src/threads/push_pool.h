@@ -26,6 +26,7 @@
 #include <mutex>
 #include <thread>
 
+#include "core/uncopied.h"
 #include "threads/parallelizer.h"
 
 namespace orl {
@@ -33,12 +34,10 @@ namespace orl {
 struct PoolWorker;
 
 /// Completion record of one pushed task.
-class TaskLatch {
+class TaskLatch : Uncopied {
  public:
   /// For one push of `task`.
   explicit TaskLatch(ParallelTask& task) : task_(task) {}
-  TaskLatch(const TaskLatch&) = delete;
-  TaskLatch& operator=(const TaskLatch&) = delete;
   /// Spins until the signalling thread is out of the record.
   ~TaskLatch();
 
@@ -68,14 +67,12 @@ class TaskLatch {
 };
 
 /// See the head of this file.
-class PushPool {
+class PushPool : Uncopied {
  public:
   using ThreadStart = std::function<void(u64 worker_index)>;
 
   /// `on_thread_start` runs first on every new worker.
   explicit PushPool(bool randomization, ThreadStart on_thread_start = {});
-  PushPool(const PushPool&) = delete;
-  PushPool& operator=(const PushPool&) = delete;
   /// Stops and joins the workers, the last one first. No task may be running.
   ~PushPool();
 
