@@ -91,11 +91,6 @@ bool wraps(const Algorithm& algorithm, u64 bits) {
   return algorithm.parameters_for(box, nullptr, bits, 1).cyclic_words() != 0;
 }
 
-/// The first word count past `at` that takes another shape than the one of `at`, in words of `word_bits`, or `end` + 1.
-u64 next_shape(const Parameters& shape, u64 at, u64 end, u32 word_bits) {
-  return std::max(at, std::min(shape.max_bits() / word_bits, end)) + 1;
-}
-
 u64 bytes_of(const MultiplySizes& sizes, u64 transforms) {
   return transforms * sizes.transform_bytes + sizes.scratch_bytes;
 }
@@ -187,46 +182,45 @@ const Parameters& AlgorithmTable<W>::parameters_within(u64 bytes, u64 transforms
   return parameters_for(out, tables, words, tds, holds ? ShapeChoice::kRow : ShapeChoice::kLean);
 }
 
+// body(row, at) looks at products of `at` words and returns up to how many words they are all alike in that row.
+template <class W>
+template <class Body>
+void AlgorithmTable<W>::for_each_shape(u64 words, Body&& body) const {
+  find(words, "AlgorithmTableB::mSBsizes()");
+  u64 at = 1;
+  for (const Entry& entry : entries_)
+    for (const u64 end = std::min(entry.threshold, words); at <= end;)
+      at = std::max(at, std::min(body(entry, at), end)) + 1;
+}
+
 template <class W>
 MultiplySizes AlgorithmTable<W>::max_sizes(u64 words, u64 tds, u64 transforms) const {
-  find(words, "AlgorithmTableB::mSBsizes()");
   MultiplySizes largest;
-  u64 at = 1;
-  for (const Entry& entry : entries_) {
-    const u64 end = std::min(entry.threshold, words);
-    while (at <= end) {
-      ParametersBox box;
-      const Parameters& shape = entry.algorithm->parameters_for(box, nullptr, at * word_bits, tds);
-      if (bytes_of(shape.sizes(), transforms) > bytes_of(largest, transforms)) largest = shape.sizes();
-      at = next_shape(shape, at, end, word_bits);
-    }
-  }
+  for_each_shape(words, [&](const Entry& entry, u64 at) {
+    ParametersBox box;
+    const Parameters& shape = entry.algorithm->parameters_for(box, nullptr, at * word_bits, tds);
+    if (bytes_of(shape.sizes(), transforms) > bytes_of(largest, transforms)) largest = shape.sizes();
+    return shape.max_bits() / word_bits;
+  });
   return largest;
 }
 
 template <class W>
 u64 AlgorithmTable<W>::max_least_bytes(u64 words, u64 tds, u64 transforms) const {
-  find(words, "AlgorithmTableB::mSBsizes()");
   u64 largest = 0;
-  u64 at = 1;
-  for (const Entry& entry : entries_) {
-    const u64 end = std::min(entry.threshold, words);
-    while (at <= end) {
-      ParametersBox box;
-      const Parameters& shape = entry.algorithm->parameters_for(box, nullptr, at * word_bits, tds);
-      u64 bytes = bytes_of(shape.sizes(), transforms);
-      u64 next = next_shape(shape, at, end, word_bits);
-      if (const Algorithm* const lean = entry.lean_at(at)) {
-        const Parameters& other = lean->parameters_for(box, nullptr, at * word_bits, tds);
-        bytes = std::min(bytes, bytes_of(other.sizes(), transforms));
-        next = std::min(next, next_shape(other, at, end, word_bits));
-      } else if (entry.lean) {
-        next = std::min(next, kSmallestLeanBits / word_bits + 1);
-      }
-      largest = std::max(largest, bytes);
-      at = next;
-    }
-  }
+  for_each_shape(words, [&](const Entry& entry, u64 at) {
+    ParametersBox box;
+    u64 bytes = ~u64{0}, alike = ~u64{0};
+    const auto look_at = [&](const Algorithm& algorithm) {
+      const Parameters& shape = algorithm.parameters_for(box, nullptr, at * word_bits, tds);
+      bytes = std::min(bytes, bytes_of(shape.sizes(), transforms));
+      alike = std::min(alike, shape.max_bits() / word_bits);
+    };
+    look_at(*entry.algorithm);
+    if (const Algorithm* const lean = entry.lean_at(at)) look_at(*lean);
+    largest = std::max(largest, bytes);
+    return alike;
+  });
   return largest;
 }
 
@@ -251,26 +245,21 @@ void AlgorithmTable<W>::mul_trimmed(const MultiplyContext& ctx, Window<W> T, Wor
 
 template <class W>
 BoundedSizes AlgorithmTable<W>::max_bounded_sizes(u64 words, u64 tds, u64 window) const {
-  find(words, "AlgorithmTableB::mSBsizes()");
   BoundedSizes largest;
-  u64 at = 1;
-  for (const Entry& entry : entries_) {
-    const u64 end = std::min(entry.threshold, words);
-    while (at <= end) {
-      const u64 bits = at * word_bits, window_bits = std::min(at, window) * word_bits;
-      BoundedSizes sizes = entry.algorithm->bounded_sizes(bits, window_bits, tds);
-      u64 same = bounded_alike_words(*entry.algorithm, at, word_bits, tds);
-      if (const Algorithm* const lean = entry.lean_at(at)) {
-        const BoundedSizes least = lean->bounded_sizes(bits, window_bits, tds);
-        sizes.product_bytes = std::min(sizes.product_bytes, least.product_bytes);
-        sizes.square_bytes = std::min(sizes.square_bytes, least.square_bytes);
-        same = std::min(same, bounded_alike_words(*lean, at, word_bits, tds));
-      }
-      largest.product_bytes = std::max(largest.product_bytes, sizes.product_bytes);
-      largest.square_bytes = std::max(largest.square_bytes, sizes.square_bytes);
-      at = std::max(at, std::min(same, end)) + 1;
+  for_each_shape(words, [&](const Entry& entry, u64 at) {
+    const u64 bits = at * word_bits, window_bits = std::min(at, window) * word_bits;
+    BoundedSizes sizes = entry.algorithm->bounded_sizes(bits, window_bits, tds);
+    u64 alike = bounded_alike_words(*entry.algorithm, at, word_bits, tds);
+    if (const Algorithm* const lean = entry.lean_at(at)) {
+      const BoundedSizes least = lean->bounded_sizes(bits, window_bits, tds);
+      sizes.product_bytes = std::min(sizes.product_bytes, least.product_bytes);
+      sizes.square_bytes = std::min(sizes.square_bytes, least.square_bytes);
+      alike = std::min(alike, bounded_alike_words(*lean, at, word_bits, tds));
     }
-  }
+    largest.product_bytes = std::max(largest.product_bytes, sizes.product_bytes);
+    largest.square_bytes = std::max(largest.square_bytes, sizes.square_bytes);
+    return alike;
+  });
   return largest;
 }
 

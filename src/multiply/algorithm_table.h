@@ -180,6 +180,8 @@ class AlgorithmTable {
   const Entry& find(u64 words, const char* function) const;
   template <class Body>
   void for_each_reached(u64 bits, Body&& body) const;
+  template <class Body>
+  void for_each_shape(u64 words, Body&& body) const;
 
   std::string name_;
   std::vector<Entry> entries_;
