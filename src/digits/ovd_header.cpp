@@ -39,6 +39,10 @@ void check(const OvdHeader& header) {
     fail("This file is out of range.\nStart:        " + std::to_string(header.begin()) +
          "\nEnd:          " + std::to_string(header.begin() + header.block_size) +
          "\nTotal Digits: " + std::to_string(header.total_digits));
+  u64 end = 0;
+  if (__builtin_mul_overflow(header.block_id, header.block_size, &end) ||
+      __builtin_add_overflow(end, header.block_size, &end))
+    fail("This file is out of range: it would end beyond 2^64 - 1 digits.");
   if (header.radix != 10 && header.radix != 16) fail("Unsupported Radix");
 }
 

@@ -24,6 +24,9 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       << "{ Constant : { NameShort : \"" << std::string(51, 'x') << "\" } }";
   std::ofstream(folder.file("comma.cfg")) << "{ Action : \"CustomCompute\", x : 1 }";
   std::ofstream(folder.file("action.cfg")) << "{ Action : \"Fly\" }";
+  std::ofstream(folder.file("large.cfg"))
+      << "{ Action : \"CustomCompute\" CustomCompute : { Constant : { Constant : \"pi\" } "
+         "ComputeSize : { DecimalDigits : 1000000000000 } } }";
   const BadLine lines[] = {
       {{"fly"}, "Invalid Parameter: fly"},
       {{"custom", "tau"}, "Invalid Constant: tau"},
@@ -67,6 +70,7 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"config", folder.file("missing.cfg")}, "Path does not exist."},
       {{"config", folder.file("comma.cfg")}, "Line 1: Don't use commas to separate elements."},
       {{"config", folder.file("action.cfg")}, "Invalid Action: Fly"},
+      {{"config", folder.file("large.cfg")}, "Cannot run computation with these parameters."},
       {{"bench", "-od:1"}, "No benchmark size selected."},
       {{"bench", "1b", "colors:0"}, "Invalid Parameter: colors"},
       {{"bench", "2.5t"}, "Choose a smaller size"},
@@ -83,7 +87,8 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_NE(outcome.output.find(line.words), std::string::npos) << outcome.output;
   }
-  EXPECT_EQ(folder.names(), (std::vector<std::string>{"action.cfg", "comma.cfg", "formula.cfg"}));
+  EXPECT_EQ(folder.names(),
+            (std::vector<std::string>{"action.cfg", "comma.cfg", "formula.cfg", "large.cfg"}));
 }
 
 TEST(Help, NamesEveryActionAndEndsWithZero) {

@@ -109,6 +109,10 @@ TEST(OvdHeader, IsRefusedWithItsReason) {
   EXPECT_EQ(
       refusal(replaced(good, "ID:\t2", "ID:\t18446744073709551615")).find("This file is out of range.\n"),
       0u);
+  const std::string unbounded = replaced(good, "2500000", "0");
+  for (const std::string& far : {replaced(unbounded, "ID:\t2", "ID:\t18446744073709551615"),
+                                 replaced(unbounded, "1000000", "6148914691236517206")})
+    EXPECT_EQ(refusal(far), "This file is out of range: it would end beyond 2^64 - 1 digits.");
   EXPECT_EQ(refusal(good.substr(0, good.size() - 1)), "Unexpected end of file.");
   EXPECT_EQ(refusal("3.14"), "Unexpected end of file.");
   EXPECT_EQ(refusal(""), "Unexpected end of file.");
