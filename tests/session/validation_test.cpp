@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <random>
+#include <thread>
 
 #include "config/parser.h"
 #include "config/writer.h"
@@ -225,6 +227,10 @@ TEST(Results, ReadBackAsTheSameStrictJson) {
   report.user = "tab\there, \x01, a broken \xc3( and a good \xc3\xa4, cut \xe2\x82, \xed\xa0\x80";
   report.events = "first\r\nsecond \"quoted\" \\\r\n";
   report.spot_check = {SpotCheck::kFailed, "Digits/Sqrt(2).txt", 41, 42};
+  while (report.timer.start_date() == report.timer.end_date()) {  // dates are whole seconds
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    report.timer.stop();
+  }
   const orl::Object object = results_object(report, "Validation - x.txt");
   const auto parsed = orl::parse_json(orl::to_json(object));
   EXPECT_TRUE(orl::same_content(*parsed, object));
@@ -234,7 +240,10 @@ TEST(Results, ReadBackAsTheSameStrictJson) {
                                          "( and a good \xc3\xa4, cut " + bad + bad + ", " + bad + bad + bad);
   EXPECT_EQ(root.get_object("ConfigurationDump").get_string("Path"), "C:\\a \"quoted\" name");
   EXPECT_EQ(root.get_array("EventLog").size(), 2u);
-  EXPECT_EQ(root.get_object("Times").get_integer("ComputationMicroseconds"), 250000);
+  const orl::Object& times = root.get_object("Times");
+  EXPECT_EQ(times.get_integer("ComputationMicroseconds"), 250000);
+  EXPECT_EQ(times.get_string("StartDate"), report.timer.start_date());
+  EXPECT_EQ(times.get_string("EndDate"), report.timer.end_date());
   EXPECT_EQ(root.get_object("DecimalDigits").get_integer("Digits"), 1020);
   EXPECT_EQ(root.get_object("DecimalDigits").get_integer("Hash"), 12345678901234567);
   EXPECT_EQ(root.get_object("HexadecimalDigits").get_array("Counts").size(), 16u);
