@@ -33,7 +33,7 @@ class FinalProduct<RamStore<W>> {
   /// The heap of run(), the capacity that x must have, the longest partial product.
   Need need() const { return need_; }
   /// x *= y: the top p + 2 words or a few more, the lowest of them inexact; relative error below 8 W^-(p+1).
-  /// Both are positive and normalised; `x_hash` is what x hashed to when it was proved. Returns the hash that
+  /// Both are positive and normalised, and of p / 2 words at least, since sums end at the lowest word of x1 y1; `x_hash` is what x hashed to when it was proved. Returns the hash that
   /// x's words must have. Throws BufferTooSmallException "FinalProduct::run()"; AlgorithmFailedException
   /// "Checksum Mismatch. Multiplication Failed." when the words have not the hash that those of the operands
   /// give them.

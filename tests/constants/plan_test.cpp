@@ -67,7 +67,11 @@ TYPED_TEST(Plans, OfTheReducedKindHaveBlocksOfHalfThePrecision) {
   EXPECT_GT(whole.blocks()[0]->recursion().number_words(), p * 6 / 10);
   EXPECT_GT(reduced.blocks().size(), whole.blocks().size());
   for (const auto& block : reduced.blocks()) EXPECT_LE(block->recursion().number_words(), p / 2 + 8);
-  EXPECT_LT(reduced.need().ram_bytes, whole.need().ram_bytes);
+  // Smaller blocks pay where they decide the memory.
+  EXPECT_LE(reduced.need().ram_bytes, whole.need().ram_bytes);
+  const u64 large = u64{1} << 22;
+  EXPECT_LT(make_plan<W>(0, large, 1, SeriesMemory::kReduced).need().ram_bytes,
+            make_plan<W>(0, large).need().ram_bytes);
 }
 
 // With R a fold is P U, Q U and R T: U once, and P, Q, R, T. Without R it is P U and Q U. In two parts each
