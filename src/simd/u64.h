@@ -73,8 +73,6 @@ inline U64 operator+(U64 a, U64 b) { return {_mm512_add_epi64(a.v, b.v)}; }
 inline U64 operator-(U64 a, U64 b) { return {_mm512_sub_epi64(a.v, b.v)}; }
 inline U64 operator&(U64 a, U64 b) { return {_mm512_and_si512(a.v, b.v)}; }
 inline U64 operator|(U64 a, U64 b) { return {_mm512_or_si512(a.v, b.v)}; }
-/// a | b | c.
-inline U64 or_of(U64 a, U64 b, U64 c) { return {_mm512_ternarylogic_epi64(a.v, b.v, c.v, 0xfe)}; }
 /// All lanes or-ed.
 inline std::uint64_t or_of_lanes(U64 a) { return static_cast<std::uint64_t>(_mm512_reduce_or_epi64(a.v)); }
 /// The high words of the products, unsigned.
@@ -140,7 +138,6 @@ inline U64 operator+(U64 a, U64 b) { return {_mm256_add_epi64(a.v, b.v)}; }
 inline U64 operator-(U64 a, U64 b) { return {_mm256_sub_epi64(a.v, b.v)}; }
 inline U64 operator&(U64 a, U64 b) { return {_mm256_and_si256(a.v, b.v)}; }
 inline U64 operator|(U64 a, U64 b) { return {_mm256_or_si256(a.v, b.v)}; }
-inline U64 or_of(U64 a, U64 b, U64 c) { return a | b | c; }
 inline std::uint64_t or_of_lanes(U64 a) {
   const __m128i half = _mm_or_si128(_mm256_castsi256_si128(a.v), _mm256_extracti128_si256(a.v, 1));
   return static_cast<std::uint64_t>(_mm_cvtsi128_si64(_mm_or_si128(half, _mm_unpackhi_epi64(half, half))));
@@ -190,7 +187,6 @@ inline U64 operator+(U64 a, U64 b) { return {a.v + b.v}; }
 inline U64 operator-(U64 a, U64 b) { return {a.v - b.v}; }
 inline U64 operator&(U64 a, U64 b) { return {a.v & b.v}; }
 inline U64 operator|(U64 a, U64 b) { return {a.v | b.v}; }
-inline U64 or_of(U64 a, U64 b, U64 c) { return a | b | c; }
 inline std::uint64_t or_of_lanes(U64 a) { return a.v; }
 inline U64 mul_high(U64 a, U64 b) {
   __extension__ using Wide = unsigned __int128;

@@ -43,7 +43,6 @@ constexpr LaneOperation<std::uint64_t> kWordOperations[] = {
     WORDS("-", a - b),
     WORDS("&", a& b),
     WORDS("|", a | b),
-    WORDS("or_of", or_of(a, b, c)),
     WORDS("shl", a.shl(13)),
     WORDS("shr", a.shr(13)),
     WORDS("shl by lanes", a.shl(b& U64::all(127))),

