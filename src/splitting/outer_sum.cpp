@@ -61,19 +61,6 @@ OuterSum<RamStore<W>>::OuterSum(const SeriesCoefficients& coefficients, u64 p, u
 }
 
 template <class W>
-template <class Arena>
-typename OuterSum<RamStore<W>>::Cuts OuterSum<RamStore<W>>::cut_all(Arena& arena) const {
-  using Store = RamStore<W>;
-  Cuts cuts;
-  cuts.outer.d = Store::number(arena, d_words_, "orv_D.sf");
-  Arena above = arena;
-  Store::number(above, d_words_, "orv_T.sf");  // where T may still lie
-  cuts.work = Store::exact(above, std::max(d_words_, n_words_) + 8, "orv_N.sf");
-  cuts.outer.n = Store::number(arena, n_words_, "orv_N.sf");
-  return cuts;
-}
-
-template <class W>
 void OuterSum<RamStore<W>>::run(const RunContext& ctx, Fraction& fraction, Outer& outer,
                                 LinearHeapBuffer heap) const {
   const ParallelContext parallel = ctx.parallel;
@@ -96,7 +83,5 @@ void OuterSum<RamStore<W>>::run(const RunContext& ctx, Fraction& fraction, Outer
 
 template class OuterSum<RamStore<u32>>;
 template class OuterSum<RamStore<u64>>;
-template typename OuterSum<RamStore<u32>>::Outer OuterSum<RamStore<u32>>::cut(SizingArena&) const;
-template typename OuterSum<RamStore<u64>>::Outer OuterSum<RamStore<u64>>::cut(SizingArena&) const;
 
 }  // namespace orl

@@ -1,6 +1,8 @@
 // The last linear step of a series: from its fraction P/Q to the numerator and denominator of its value.
 #pragma once
 
+#include <algorithm>
+
 #include "numbers/ram_store.h"
 #include "splitting/psr_block.h"
 
@@ -53,5 +55,18 @@ class OuterSum<RamStore<W>> {
   u64 p_;
   u64 d_words_, n_words_;
 };
+
+template <class W>
+template <class Arena>
+typename OuterSum<RamStore<W>>::Cuts OuterSum<RamStore<W>>::cut_all(Arena& arena) const {
+  using Store = RamStore<W>;
+  Cuts cuts;
+  cuts.outer.d = Store::number(arena, d_words_, "orv_D.sf");
+  Arena above = arena;
+  Store::number(above, d_words_, "orv_T.sf");  // where T may still lie
+  cuts.work = Store::exact(above, std::max(d_words_, n_words_) + 8, "orv_N.sf");
+  cuts.outer.n = Store::number(arena, n_words_, "orv_N.sf");
+  return cuts;
+}
 
 }  // namespace orl
