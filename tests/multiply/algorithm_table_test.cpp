@@ -116,14 +116,28 @@ TYPED_TEST(AlgorithmTableTest, MaxSizesCoverEveryProductAndAreReached) {
   const AlgorithmTable<W>& table = basic_table<W>();
   for (const u64 tds : {1, 7}) {
     for (const u64 transforms : {1, 2, 4}) {
-      u64 largest = 0;
-      for (u64 words = 1; words <= 6000; ++words) {
-        const MultiplySizes one = table.sizes(words, tds);
-        largest = std::max(largest, transforms * one.transform_bytes + one.scratch_bytes);
+      const auto bytes_of = [&](const MultiplySizes& sizes) {
+        return transforms * sizes.transform_bytes + sizes.scratch_bytes;
+      };
+      u64 largest = 0, largest_least = 0, lean = 0;
+      // Past the smallest product that has a lean algorithm.
+      for (u64 words = 1; words <= 8000; ++words) {
+        ParametersBox box;
+        const u64 row = bytes_of(table.sizes(words, tds));
+        const u64 other =
+            bytes_of(table.parameters_for(box, nullptr, words, tds, ShapeChoice::kLean).sizes());
+        largest = std::max(largest, row);
+        largest_least = std::max(largest_least, std::min(row, other));
+        lean += other < row;
+        // The row's shape where it fits, to the byte.
+        ASSERT_EQ(bytes_of(table.parameters_within(row, transforms, box, nullptr, words, tds).sizes()), row);
+        ASSERT_EQ(bytes_of(table.parameters_within(row - 1, transforms, box, nullptr, words, tds).sizes()),
+                  other);
         if (words % 37 != 0 && words > 300) continue;
-        const MultiplySizes most = table.max_sizes(words, tds, transforms);
-        ASSERT_EQ(transforms * most.transform_bytes + most.scratch_bytes, largest) << words;
+        ASSERT_EQ(bytes_of(table.max_sizes(words, tds, transforms)), largest) << words;
+        ASSERT_EQ(table.max_least_bytes(words, tds, transforms), largest_least) << words;
       }
+      EXPECT_GT(lean, 100u);
     }
   }
 }
