@@ -4,7 +4,7 @@
 #include "functions/radix_conversion.h"
 #include "memory/sizing_arena.h"
 #include "multiply/algorithm_table.h"
-#include "multiply/transform_words.h"
+#include "numbers/transform.h"
 #include "words/hash.h"
 #include "words/words.h"
 
@@ -50,31 +50,12 @@ struct Halves {
   u64 high_L;
 };
 
-// What a low product works in.
-template <class W>
-struct LowProductAreas {
-  template <class Arena>
-  LowProductAreas(Arena& arena, u64 half, const MultiplySizes& sizes)
-      : cross(arena.template cut<W>(half)),
-        F(arena.template cut<u8>(sizes.transform_bytes)),
-        G(arena.template cut<u8>(sizes.transform_bytes)),
-        tmp(arena.template cut<u8>(sizes.scratch_bytes)) {}
-  W* cross;
-  void* F;
-  void* G;
-  void* tmp;
-};
-template <class W>
-u64 low_product_bytes(u64 half, const MultiplySizes& sizes) {
-  return layout_bytes([&](SizingArena& arena) { LowProductAreas<W>(arena, half, sizes); });
-}
-template <class W>
-u64 low_product_bytes(u64 half, u64 tds) {
-  ParametersBox box;
-  const AlgorithmTable<W>& table = basic_table<W>();
-  return std::min(low_product_bytes<W>(half, table.sizes(2 * half, tds)),
-                  low_product_bytes<W>(
-                      half, table.parameters_for(box, nullptr, 2 * half, tds, ShapeChoice::kLean).sizes()));
+// Behind the words of a cross product a helper with one kept transform.
+template <class W, class Arena>
+W* cut_low_product(Arena& arena, u64 half, u64 tds) {
+  W* const cross = arena.template cut<W>(half);
+  arena.leave(TransformHelper<W>::bytes(2 * half, tds));
+  return cross;
 }
 
 // The lowest words of a product: E[0, target.len) = A * B modulo W^target.len, target.len <= 2 * half. Low halves are
@@ -87,15 +68,10 @@ void low_product(const RunContext& ctx, Window<W> target, Words<W> A, Words<W> B
   bp_fill(E, words, 0, ctx.parallel);
   if (A.count == 0 || words == 0) return;
   const Halves<W> a(A.ptr, A.count, half), b(B.ptr, std::min(B.count, words), half);
-  ParametersBox box;
-  const AlgorithmTable<W>& table = basic_table<W>();
-  const u64 tds = ctx.parallel.tds;
-  const bool holds = low_product_bytes<W>(half, table.sizes(2 * half, tds)) <= heap.size;
-  const Parameters& shape =
-      table.parameters_for(box, &ctx.tables, 2 * half, tds, holds ? ShapeChoice::kRow : ShapeChoice::kLean);
-  const LowProductAreas<W> areas(heap, half, shape.sizes());
-  W* const cross = areas.cross;
-  void *const F = areas.F, *const G = areas.G, *const tmp = areas.tmp;
+  W* const cross = cut_low_product<W>(heap, half, ctx.parallel.tds);
+  const TransformHelper<W> helper(ctx.multiply(heap), 2 * half);
+  const Parameters& shape = helper.parameters();
+  void *const F = helper.working(), *const G = helper.kept(0), *const tmp = helper.scratch();
   // `kept` is what G transforms; T receives the product below `limit`, and its length is returned.
   const auto multiply = [&](W* T, u64 limit, const W* words_a, u64 length, u64 kept) -> u64 {
     const u64 end = std::min(limit, length + kept);
@@ -170,7 +146,7 @@ VerifyConversion<W>::VerifyConversion(W radix, u64 digit_words, u64 tds)
   need_.ram_bytes = layout_bytes([&](SizingArena& arena) {
     lay_out(arena);
     arena.leave(power_square_bytes<W>(half_power_words_, tds));
-    arena.leave(low_product_bytes<W>(half_words_, tds));
+    cut_low_product<W>(arena, half_words_, tds);
   });
 }
 
