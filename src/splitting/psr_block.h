@@ -10,6 +10,7 @@
 #pragma once
 
 #include "numbers/ram_store.h"
+#include "splitting/block_list.h"
 #include "splitting/bsr_block.h"
 
 namespace orl {
@@ -18,20 +19,6 @@ namespace orl {
 template <class Store>
 struct SeriesFraction {
   typename Store::Exact T, U;
-};
-
-/// How large the blocks of a series may be.
-enum class SeriesMemory {
-  kFast,     ///< as long as the precision behind them
-  kReduced,  ///< at most half of the precision, folded in up to four pieces
-};
-
-/// What a block is planned for.
-struct BlockShape {
-  u64 p = 0;  ///< precision of the whole sum, which caps what is kept
-  u64 tds = 1;
-  u64 halving = 0;  ///< as BSR_BlockT has it
-  SeriesMemory memory = SeriesMemory::kFast;
 };
 
 template <class Store>
@@ -43,6 +30,7 @@ class PSR_Block<RamStore<W>> {
  public:
   using Frame = typename RamStore<W>::Frame;
   using Fraction = SeriesFraction<RamStore<W>>;
+  using Tail = Fraction;
 
   /// A plan for the terms of `range`.
   PSR_Block(const Series<W>& series, const TermRange& range, const BlockShape& shape);

@@ -1,7 +1,6 @@
 // The value of a series: the list of its blocks, walked from the last to the first, and the division at the end.
 //
-// Blocks   a block ends where its numbers are as long as the precision that is still needed behind it, so that nothing
-//          longer than that is ever multiplied.
+// Blocks   block_list.h.
 // Proof    one chain of hashes runs from the terms (leaf.h) through merges, folds and cuts and the outer sums to the
 //          operands of the division, which is proved by its residual.
 // Source   binary splitting: see kind.h. Truncation of the tail at each block: X. Gourdon, P. Sebah, "Binary splitting
@@ -9,8 +8,6 @@
 #pragma once
 
 #include <memory>
-#include <string>
-#include <vector>
 
 #include "functions/proved.h"
 #include "splitting/outer_sum.h"
@@ -34,6 +31,7 @@ class PSR_Series {
     SeriesCoefficients coefficients;
     s32 power = 1;  ///< 1: the value, -1: its inverse
     SeriesMemory memory = SeriesMemory::kFast;
+    SumTitle title{};
   };
 
   /// A power other than 1 and -1 throws InvalidParametersException "PSR_SeriesB()", "Power must be 1 or -1.".
@@ -42,9 +40,7 @@ class PSR_Series {
   Need need() const { return need_; }
   u64 precision() const { return p_; }
   const Series<W>& series() const { return *series_; }
-  const std::vector<std::unique_ptr<PSR_Block<Store>>>& blocks() const { return blocks_; }
-  /// How much larger than the precision the numbers of the whole range would be.
-  double expansion_factor() const { return expansion_; }
+  const auto& blocks() const { return list_.blocks(); }
 
   /// out = the value; out holds need().out_words. Returns the hash that out's words must have, known before they were
   /// proved. Throws BufferTooSmallException "PSR_SeriesB::run()" and what blocks and the division throw: "Checksum
@@ -54,7 +50,6 @@ class PSR_Series {
   void run_fraction(const RunContext& ctx, Store::Frame& frame, Fraction& fraction, Store::Arena heap) const;
 
  private:
-  void plan_blocks(SeriesMemory memory);
   void plan_need();
   u64 finish(const RunContext& ctx, Store::Frame& frame, Fraction& fraction, Store::Number& out,
              Store::Arena heap) const;
@@ -63,9 +58,7 @@ class PSR_Series {
   bool inverse_;
   u64 p_;
   Store::Budget budget_;
-  std::vector<std::unique_ptr<PSR_Block<Store>>> blocks_;
-  double expansion_ = 0;
-  std::string headline_;  ///< the line on the console, made here because a run allocates nothing
+  BlockList<Store, PSR_Block<Store>> list_;
   OuterSum<Store> outer_;
   ProvedDivision<Store> division_;
   Need need_;
