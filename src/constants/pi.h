@@ -6,7 +6,7 @@
 //   Ramanujan      1   9801 Q / (P + 1103 Q) / sqrt(8)
 //   Ramanujan     -1   (4 P + 4412 Q) / (9801 Q) / sqrt(2)
 //
-// with P, Q of the whole sum (pi_terms.h). No product is longer than about 1.4 p words: those of the
+// with P, Q of the whole sum. No product is longer than about 1.4 p words: those of the
 // largest block with the fraction behind it.
 // Source  D. and G. Chudnovsky, "Approximations and complex multiplication according to Ramanujan", 1988.
 //         S. Ramanujan, "Modular equations and approximations to Pi", Quart. J. Math. 45, 1914.
@@ -14,7 +14,7 @@
 
 #include "constants/constant_plan.h"
 #include "splitting/psr_block.h"
-#include "splitting/series.h"
+#include "splitting/term_series.h"
 
 namespace orl {
 
@@ -27,6 +27,9 @@ struct PiFormula {
   s32 power = 1;
   SeriesMemory memory = SeriesMemory::kFast;
 };
+
+/// The terms of a series of Pi.
+TermSeries pi_terms(PiSeries series);
 
 /// A series of Pi for its terms: 1 to p words. For tests and measurements of the splitting itself.
 template <class W>

@@ -62,6 +62,15 @@ struct LeafNumber {
       for (; carry != 0; carry >>= 32) T[L++] = static_cast<u32>(carry);
     }
   }
+  /// x w + c, w > 0; grows by one word, two of u32.
+  void mul_add(u64 w, s64 c) {
+    mul(w);
+    const u64 magnitude = c < 0 ? u64{0} - static_cast<u64>(c) : static_cast<u64>(c);
+    W words[8 / sizeof(W)];
+    LeafNumber summand{words, 8 / sizeof(W)};
+    summand.set(magnitude);
+    add(summand, c < 0);
+  }
   void negate() {
     negative = !negative;
     hash = hash_neg(hash);
@@ -170,29 +179,38 @@ struct LeafNode {
 };
 
 /// Splits (a, b] of kind CommonP2B3 down to single terms, which `term(k, node)` fills, of any sign and zero P
-/// or R included. `TermWords` bounds one number of one term. `function` names the end case in a
-/// BufferTooSmallException.
-template <class W, u64 TermWords, u64 Width, class Term>
+/// or R included. The right halves and the products of a range are made on the stack.
+template <class W, class Term>
 class LeafSplitter {
  public:
-  /// `function` is the name in exceptions; `term` is borrowed.
-  LeafSplitter(const char* function, const Series<W>& series, const Term& term)
-      : function_(function), series_(series), term_(term) {}
+  /// `function` is the name in exceptions; no number of a term is longer than `term_words`; `term` is
+  /// borrowed.
+  LeafSplitter(const char* function, const Series<W>& series, u64 term_words, const Term& term)
+      : function_(function), series_(series), term_words_(term_words), term_(term) {}
 
+  /// The most terms of a range, at most 8: a power of two whose numbers take at most kLeafWords, or 1.
+  static constexpr u64 width(u64 term_words) {
+    u64 width = 8;
+    while (width > 1 && width * term_words > kLeafWords) width /= 2;
+    return width;
+  }
+
+  /// b - a is at most width() of the term's words.
   void run(u64 a, u64 b, LeafNode<W>& out) const {
     if (b - a == 1) {
       term_(b, out);
       return;
     }
-    // The larger half of a full leaf; a product is as long as its node, with a word to spare for a carry.
-    constexpr u64 kHalf = TermWords * ((Width + 1) / 2) + 2;
-    W store[6 * kHalf];
-    W sum[2 * kHalf];
+    // The larger half; a product is as long as its node, with a word to spare for a carry.
+    const u64 half = term_words_ * ((b - a + 1) / 2) + 2;
+    if (half > kHalfWords) internal_error(function_, "A leaf is wider than its stack.");
+    W store[6 * kHalfWords];
+    W sum[2 * kHalfWords];
     LeafNode<W> l, r;
     W* next = store;
     for (LeafNumber<W>* n : {&l.P, &l.Q, &l.R, &r.P, &r.Q, &r.R}) {
-      *n = {next, kHalf};
-      next += kHalf;
+      *n = {next, half};
+      next += half;
     }
     const u64 m = (a + b) >> 1;
     run(a, m, l);
@@ -200,7 +218,7 @@ class LeafSplitter {
     check_end_capacity(function_, out.P, std::max(l.P.L + r.Q.L, l.R.L + r.P.L) + 1);
     check_end_capacity(function_, out.Q, l.Q.L + r.Q.L);
     check_end_capacity(function_, out.R, l.R.L + r.R.L);
-    LeafNumber<W> t{sum, 2 * kHalf};
+    LeafNumber<W> t{sum, 2 * half};
     t.set_product(l.R, r.P);
     out.P.set_product(l.P, r.Q);
     out.Q.set_product(l.Q, r.Q);
@@ -209,8 +227,13 @@ class LeafSplitter {
   }
 
  private:
+  // 320 bytes: 8 terms of Pi. Beyond that the recursion's own merges are as fast.
+  static constexpr u64 kLeafWords = 320 / sizeof(W);
+  static constexpr u64 kHalfWords = kLeafWords / 2 + 2;
+
   const char* function_;
   const Series<W>& series_;
+  u64 term_words_;
   const Term& term_;
 };
 

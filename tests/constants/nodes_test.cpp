@@ -1,7 +1,6 @@
 // Nodes of the recursion against GMP integers: every end case, both merges, all ways to split.
 #include <gtest/gtest.h>
 
-#include "constants/pi_terms.h"
 #include "constants/series_oracles.h"
 #include "core/exceptions.h"
 #include "splitting/leaf.h"
@@ -192,14 +191,16 @@ TYPED_TEST(Nodes, RefuseBuffersBelowThePlan) {
   W words[4];
   LeafNode<W> narrow, wide;
   narrow.R = {words, 2};
-  wide.R = wide.P = {words, 4};
+  wide.R = {words, 4};
+  wide.P = {words, 3};
   try {
-    make_pi_term(kChudnovskyTerms<W>, 5, narrow);
+    TermLeaf<W>(pi_terms(PiSeries::kChudnovsky), u64{1} << 45).term(5, narrow);
     FAIL();
   } catch (const BufferTooSmallException& e) {
     EXPECT_EQ(e.function(), "Pi_Chudnovsky_BSR_End_R1()");
   }
-  EXPECT_THROW(make_pi_term(kRamanujanTerms<W>, 5, wide), BufferTooSmallException);
+  EXPECT_THROW(TermLeaf<W>(pi_terms(PiSeries::kRamanujan), u64{1} << 45).term(5, wide),
+               BufferTooSmallException);
 }
 
 }  // namespace

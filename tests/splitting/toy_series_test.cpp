@@ -45,7 +45,7 @@ class ToySeries final : public GeometricSeries<W> {
       node.Q.set(toy_Q(k));
     };
     LeafNode<W> node{leaf_number(out.P()), leaf_number(out.Q()), leaf_number(out.R())};
-    LeafSplitter<W, 4, 3, decltype(term)>("ToySeries::end()", *this, term).run(a, b, node);
+    LeafSplitter("ToySeries::end()", *this, 4, term).run(a, b, node);
     finish_leaf(out.P(), node.P);
     finish_leaf(out.Q(), node.Q);
     finish_leaf(out.R(), node.R);
