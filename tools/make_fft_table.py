@@ -12,8 +12,8 @@ rows in LISTED stay in any case. Cost depends on N alone and rises with it, what
 import sys
 
 # (largest number of points, bits a point): the accuracy limit, which fft_bounds.h checks row by row.
-LIMIT = [(256, 20), (1536, 19), (4096, 18), (24576, 17), (65536, 16), (196608, 15), (1048576, 14),
-         (2621440, 13), (8388608, 12)]
+LIMIT = [(384, 20), (1536, 19), (6144, 18), (24576, 17), (81920, 16), (327680, 15), (1048576, 14),
+         (4194304, 13), (8388608, 12)]
 SMALLEST_W = 9
 SMALLEST_S = 7
 SMALLEST_BITS = 2048

@@ -5,8 +5,9 @@
 
 For every target that this machine runs, bench/multiply times products of balanced operands by each algorithm of the
 table alone. Below a threshold the smaller algorithm is taken, above it the larger one. It stands where handing over costs
-least over all sizes around it, among the sizes at which both cost the same to 7 per cent: one that is ahead to the end of
-one of its rows and then falls behind would else hand over at a step. Prints both costs at each threshold; a step of more
+least over all sizes around it, among the sizes at which both cost the same to 4 per cent: one that is ahead to the end of
+one of its rows and then falls behind would else hand over at a step. Of places that cost the same to 1 per cent the first is
+taken, since tables grow with it. Prints both costs at each threshold; a step of more
 than a tenth is marked. With --write the rows of the measured targets in src/multiply/algorithm_rows.inc are replaced, those
 of others stay as they are. A quiet machine is needed: passes are paired size by size, and medians over passes are compared."""
 import argparse
@@ -22,7 +23,7 @@ import tempfile
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 ROWS = ROOT / "src" / "multiply" / "algorithm_rows.inc"
 # The order of the algorithms, and the words of an operand between which each is overtaken by the next.
-ORDER = [("BKT", (20, 160)), ("FFT", (16000, 200000)), ("C17", None)]
+ORDER = [("BKT", (20, 160)), ("FFT", (16000, 150000)), ("C17", None)]
 TARGETS = {"Scalar": "kScalar", "AVX2": "kAvx2", "AVX512": "kAvx512", "AVX512-IFMA": "kAvx512Ifma"}
 # Where the last two end: the largest products of "C17" and "N64".
 ENDS = ['{"C17", kLargestC17}', '{"N64", kLargestN64}']
@@ -51,21 +52,21 @@ def measure(bench, target, smaller, larger, words, step, passes):
 def threshold(costs):
     """The largest operand, in words, for the smaller algorithm, and the costs per word there and just above."""
     sizes = sorted(costs)
-    best = None
+    choices = []
     for i in range(len(sizes) - 1):
         # The mean of the logarithms weighs all sizes alike, whatever they cost.
         total = sum(math.log(costs[n][0 if j <= i else 1]) for j, n in enumerate(sizes)) / len(sizes)
         step = costs[sizes[i]][1] / costs[sizes[i]][0]
-        key = (abs(math.log(step)) > math.log(1.07), total)
-        if best is None or key < best[0]:
-            best = key, sizes[i], costs[sizes[i]]
-    return best[1], best[2]
+        choices.append((abs(math.log(step)) > math.log(1.04), total, sizes[i]))
+    smooth, least, _ = min(choices)
+    at = min(n for steep, total, n in choices if steep == smooth and total < least + math.log(1.01))
+    return at, costs[at]
 
 
 def rows_of(bench, target, passes):
     rows = []
     for (smaller, words), (larger, _) in zip(ORDER, ORDER[1:]):
-        step = 1.02 if words[1] < 1000 else 1.06
+        step = 1.02 if words[1] < 1000 else 1.03
         costs = measure(bench, target, smaller, larger, words, step, passes)
         at, (below, above) = threshold(costs)
         mark = "" if max(above / below, below / above) <= 1.1 else "   more than a tenth apart"

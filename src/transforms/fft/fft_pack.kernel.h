@@ -22,7 +22,7 @@ constexpr u32 kClutter = 15;
 /// Adding kMagic leaves an integer x as kMagicBits + x in the sum's bits. Carries are kept less what these add to a
 /// sum modulo 2^64, so that they need no operation of their own; `bias` is its negative:
 ///     w > 16   a sum is x + c, of one point;
-///     w <= 16  a sum is x0 + 2^w x1 + c < 2^64, of two: x < 2^63 / 2^w (fft_table.cpp).
+///     w <= 16  a sum is x0 + 2^w x1 + c < 2^64, of two (fft_table.cpp).
 /// A negative sum, which folded products have among their lowest points, is thus taken modulo 2^64.
 struct Packing {
   static constexpr double kMagic = 6755399441055744.0;  // 1.5 * 2^52

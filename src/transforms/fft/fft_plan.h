@@ -49,6 +49,8 @@ struct FftPlan {
   u64 field_bytes() const { return points() / 8 * w; }
 
   bool blocked() const { return complex_points() >= kFftBlockedPoints; }
+  /// Whether the lower levels rotate the table of the root 1/4.
+  bool rotated() const { return blocked() || (k > 1 && levels > kFftOddRootLevels); }
   u32 first_radix() const { return k > 1 ? k : 1u << first_bits(); }
   u32 branches() const { return first_radix() * (blocked() ? kFftSecondRadix : 1); }
   u64 branch_points() const { return complex_points() / branches(); }
@@ -60,12 +62,9 @@ struct FftPlan {
     if (k > 1) return {index / kFftSecondRadix, 3, levels - 3, index % kFftSecondRadix};
     return {0, 6, levels - 6, index};
   }
-  /// Level at which the subtrees of a blocked transform begin: at its branches,
-  /// or below, so that they have at most kFftSubtreeLevels levels.
-  u32 subtree_depth() const {
-    const FftBranch b = branch(0);
-    return b.height <= kFftSubtreeLevels ? b.level : levels - kFftSubtreeLevels;
-  }
+  /// Level at which the subtrees of a rotated transform begin: the first at which they have no more than
+  /// kFftSubtreeLevels levels. Branches may begin inside them.
+  u32 subtree_depth() const { return levels > kFftSubtreeLevels ? levels - kFftSubtreeLevels : 0; }
   /// Columns of a chunk of the first and last stage, in groups of eight: enough for few bytes of scratch
   /// while the transform lies in cache, and for long enough pieces when it does not. 64 MiB of points, one
   /// thread, Zen 4: first stage 16.2 ms with 4 groups, 5.8 with 16, 4.5 with 32 (512 bytes, 2 and 4 KiB of

@@ -29,10 +29,13 @@ constexpr bool rows_are_safe() {
 }
 static_assert(rows_are_safe());
 
-// The last stage adds two neighbouring coefficients of narrow points, and the carry, in a word.
+// The last stage adds two neighbouring coefficients of narrow points, and a carry, in an unsigned word.
 constexpr bool pairs_fit() {
-  for (const FftRow& row : kRows)
-    if (row.w <= 16 && row.points() / 2 > u64{1} << (63 - 3 * row.w)) return false;
+  for (const FftRow& row : kRows) {
+    const u128 largest = static_cast<u128>(row.points() / 2) << (2 * row.w);
+    const u128 pair = largest + (largest << row.w);
+    if (row.w <= 16 && (pair + (pair >> row.w)) >> 64 != 0) return false;
+  }
   return true;
 }
 static_assert(pairs_fit());

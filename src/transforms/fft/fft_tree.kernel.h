@@ -83,27 +83,30 @@ void node_step(const Source& source, double* x, double* g, u32 level, u64 n, u32
   if constexpr (S != FftStep::forward) node_pass_in_place<Direction::kInverse>(x, stride, bits, t);
 }
 
-/// node_step() above the subtrees of a blocked transform.
+/// node_step() of node n, at `level` of a root, by the records of the subtree that it lies in.
 template <FftStep S>
-void upper_node_step(const FftPlan& plan, u32 root, u64 ahead, double* x, double* g, u32 level, u64 n,
-                     u32 height) {
-  const FftTables& tables = *plan.tables;
+void subtree_step(const FftPlan& plan, u64 ahead, double* x, double* g, const FftBranch& at) {
+  const u32 depth = plan.subtree_depth(), below = at.level - depth;
+  const u32 count = FftTables::base_count(plan.k, depth);
+  const Source source{plan.tables->root(1, 0),
+                      plan.tables->subtree_bases(plan.k, at.root, depth) + (at.node >> below) * count,
+                      count == kFftPassLevels.size() ? kPassLevel : kEveryLevel, ahead};
+  node_step<S>(source, x, g, below, at.node & ((u64{1} << below) - 1), at.height);
+}
+
+/// node_step() of a node above the subtrees of a rotated transform, or in one.
+template <FftStep S>
+void upper_node_step(const FftPlan& plan, u64 ahead, double* x, double* g, const FftBranch& at) {
   const u32 depth = plan.subtree_depth();
-  if (level == depth) {
-    const u32 count = FftTables::base_count(plan.k, depth);
-    const Source subtree{tables.root(1, 0), tables.subtree_bases(plan.k, root, depth) + n * count,
-                         count == kFftPassLevels.size() ? kPassLevel : kEveryLevel, ahead};
-    node_step<S>(subtree, x, g, 0, 0, height);
-    return;
-  }
-  const FftTwiddles& t = tables.root(plan.k, root)[level][n];
-  const u32 bits = radix_bits(depth - level);
-  const u64 stride = kBlockDoubles << (height - bits);
+  if (at.level >= depth) return subtree_step<S>(plan, ahead, x, g, at);
+  const FftTwiddles& t = plan.tables->root(plan.k, at.root)[at.level][at.node];
+  const u32 bits = radix_bits(depth - at.level);
+  const u64 stride = kBlockDoubles << (at.height - bits);
   if constexpr (S == FftStep::convolve_multiply) node_pass_in_place<Direction::kForward>(g, stride, bits, t);
   if constexpr (is_forward(S)) node_pass_in_place<Direction::kForward>(x, stride, bits, t);
   for (u64 i = 0; i < u64{1} << bits; ++i)
-    upper_node_step<S>(plan, root, ahead, x + i * stride, uses_g(S) ? g + i * stride : nullptr, level + bits,
-                       (n << bits) + i, height - bits);
+    upper_node_step<S>(plan, ahead, x + i * stride, uses_g(S) ? g + i * stride : nullptr,
+                       {at.root, at.level + bits, at.height - bits, (at.node << bits) + i});
   if constexpr (S != FftStep::forward) node_pass_in_place<Direction::kInverse>(x, stride, bits, t);
 }
 
@@ -112,12 +115,11 @@ void branch_step(const FftPlan& plan, double* F, double* G, u32 index) {
   const FftBranch b = plan.branch(index);
   const u64 offset = 2 * plan.branch_points() * index;
   double* g = uses_g(S) ? G + offset : nullptr;
-  if (plan.blocked()) {
+  if (plan.rotated()) {
     // A transform beyond the caches: while a branch is worked on in cache, the next one is fetched (64 MiB,
     // one thread, Zen 4: forward 9.9 -> 7.6 ms; 8 MiB: no difference).
     const bool fetch = plan.complex_points() >= kFftPrefetchPoints && index + 1 < plan.branches();
-    upper_node_step<S>(plan, b.root, fetch ? 2 * plan.branch_points() : 0, F + offset, g, b.level, b.node,
-                       b.height);
+    upper_node_step<S>(plan, fetch ? 2 * plan.branch_points() : 0, F + offset, g, b);
   } else {
     node_step<S>(Source{plan.tables->root(plan.k, b.root), nullptr, nullptr, 0}, F + offset, g, b.level,
                  b.node, b.height);

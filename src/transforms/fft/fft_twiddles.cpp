@@ -68,20 +68,25 @@ u64 chunk_bytes(u64 count) {
 // subtrees, for each odd factor.
 struct Extent {
   u32 levels = 0;
-  u32 first_depth = 1, last_depth = 0;
+  u32 depths = 0;  // bit d: subtrees d levels below the root
 };
+
+template <class Body>
+void for_each_depth(const Extent& extent, const Body& body) {
+  for (u32 depth = 0; extent.depths >> depth != 0; ++depth)
+    if (extent.depths >> depth & 1) body(depth);
+}
 
 std::array<Extent, 3> extents(const std::array<u32, 3>& s) {
   std::array<Extent, 3> all;
   for (u32 i = 0; i < 3; ++i) {
     for (u32 x = 1 + kFftBlockLevels; x <= s[i]; ++x) {
       const FftPlan plan{FftTables::kOdd[i], x - 1 - kFftBlockLevels, 0, nullptr};
-      if (!plan.blocked()) {
-        all[i].levels = plan.levels + 1;
-      } else {
-        all[i].first_depth = plan.branch(0).level;
-        all[i].last_depth = plan.subtree_depth();
+      if (plan.rotated()) {
+        all[i].depths |= 1u << plan.subtree_depth();
         all[0].levels = kFftSubtreeLevels + 1;  // what subtrees rotate
+      } else {
+        all[i].levels = plan.levels + 1;
       }
     }
   }
@@ -137,8 +142,8 @@ u64 FftTables::bytes(const std::array<u32, 3>& s) {
     const u32 k = kOdd[i];
     const Extent& e = all[i];
     for (u32 level = 0; level < e.levels; ++level) total += k * chunk_bytes<FftTwiddles>(u64{1} << level);
-    for (u32 depth = e.first_depth; depth <= e.last_depth; ++depth)
-      total += k * chunk_bytes<FftTwiddles>(u64{base_count(k, depth)} << depth);
+    for_each_depth(
+        e, [&](u32 depth) { total += k * chunk_bytes<FftTwiddles>(u64{base_count(k, depth)} << depth); });
   }
   return total;
 }
@@ -158,8 +163,8 @@ void FftTables::grow(LinearHeapBuffer& memory, const std::array<u32, 3>& s) {
         for (u64 n = 0; n < u64{1} << level; ++n) t[n] = record(node_angle(k, j, level, n));
         roots_[i][j][level] = t;
       }
-      for (u32 depth = e.first_depth; depth <= e.last_depth; ++depth) {
-        if (bases_[i][j][depth]) continue;
+      for_each_depth(e, [&](u32 depth) {
+        if (bases_[i][j][depth]) return;
         const u32 count = base_count(k, depth);
         FftTwiddles* t = cut(u64{count} << depth);
         for (u64 n = 0; n < u64{1} << depth; ++n)
@@ -167,7 +172,7 @@ void FftTables::grow(LinearHeapBuffer& memory, const std::array<u32, 3>& s) {
             t[n * count + b] = base_record(node_angle(k, j, depth, n),
                                            count == kFftPassLevels.size() ? kFftPassLevels[b] : b);
         bases_[i][j][depth] = t;
-      }
+      });
     }
     built_s_[i] = std::max(built_s_[i], s[i]);
   }

@@ -16,7 +16,9 @@
 // cut into subtrees of at most kFftSubtreeLevels levels, which all use the
 // table of the root 1/4: theta(rho, l, n) = theta(1/4, l, n) + (rho - 1/4) /
 // 2^l, so a record is the product of a table record with a base record of the
-// subtree's root rho and the level. Tables stay far smaller than data.
+// subtree's root rho and the level. The roots of odd factors have
+// kFftOddRootLevels levels of their own; a small transform that is higher is a
+// subtree from its root on. Tables stay far smaller than data.
 #pragma once
 
 #include <array>
@@ -59,6 +61,11 @@ inline constexpr u32 kFftSubtreeLevels = 8;
 inline constexpr u32 kFftBlockPoints = 64;
 inline constexpr u32 kFftBlockLevels = 6;
 
+/// Levels below a root of an odd factor whose records are kept: upper levels of
+/// large transforms need no more, and eight roots of all their levels would fill
+/// half a megabyte.
+inline constexpr u32 kFftOddRootLevels = 5;
+
 /// A subtree of the full height has passes at these levels: radix 8, 8, 4 and
 /// the bottom.
 inline constexpr std::array<u32, 4> kFftPassLevels = {0, 3, 6, 8};
@@ -82,10 +89,11 @@ class FftTables final : public FamilyTables {
   const FftTwiddles* const* root(u32 k, u32 j) const { return roots_[k / 2][j].data(); }
   /// Base records of the subtrees whose roots lie `depth` levels below the root
   /// (1/4 + j) / k, base_count(k, depth) of them per subtree: those of every
-  /// level, or, where subtrees have the full height, of kFftPassLevels.
+  /// level, or, where passes begin at its root and have the full height below
+  /// them, of kFftPassLevels.
   const FftTwiddles* subtree_bases(u32 k, u32 j, u32 depth) const { return bases_[k / 2][j][depth]; }
   static constexpr u32 base_count(u32 k, u32 depth) {
-    return depth == (k > 1 ? 3 : 6) ? kFftSubtreeLevels + 1 : static_cast<u32>(kFftPassLevels.size());
+    return depth < (k > 1 ? 3 : 6) ? kFftSubtreeLevels + 1 : static_cast<u32>(kFftPassLevels.size());
   }
 
  private:
