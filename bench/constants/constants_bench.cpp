@@ -2,7 +2,8 @@
 //
 //   constants_bench [CONSTANT [DIGITS [TDS [FRAMEWORK [RUNS]]]]]
 //
-// CONSTANT is chudnovsky, ramanujan, chudnovsky-reduced, ramanujan-reduced, e, e-alternating, sqrt2 or phi.
+// CONSTANT is chudnovsky, ramanujan, chudnovsky-reduced, ramanujan-reduced, e, e-alternating, sqrt2, phi,
+// log2-primary or log2-secondary.
 // Defaults: chudnovsky, 1000000 and 10000000 digits, 1, none, 3. The peer is the same value by MPFR, on one
 // thread, for up to 1000000 digits; bench/pi holds the whole program against a GMP program.
 #include <mpfr.h>
@@ -12,10 +13,12 @@
 #include <string>
 
 #include "constants/e.h"
+#include "constants/log.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
 #include "core/exceptions.h"
 #include "core/status.h"
+#include "machin/stored_formulas.h"
 #include "multiply/algorithm_table.h"
 #include "simd/target.h"
 #include "support/measure.h"
@@ -36,6 +39,9 @@ std::unique_ptr<ConstantPlan<u64>> make_plan(const std::string& name, u64 p, u64
   if (name == "e-alternating") return make_e<Store>({ETaylor::kAlternating}, p, tds);
   if (name == "sqrt2") return make_sqrt<Store>({2}, p, tds);
   if (name == "phi") return make_golden_ratio<Store>(1, p, tds);
+  const LogFormulas& log2 = stored_log_formulas()[0].formulas;
+  if (name == "log2-primary") return make_log_machin<Store>(2, log2.primary, p, tds);
+  if (name == "log2-secondary") return make_log_machin<Store>(2, log2.secondary, p, tds);
   std::fprintf(stderr, "constants_bench: unknown constant %s\n", name.c_str());
   std::exit(1);
 }
@@ -45,6 +51,8 @@ void set_peer(const std::string& name, mpfr_ptr x) {
     mpfr_const_pi(x, MPFR_RNDN);
   } else if (name == "sqrt2" || name == "phi") {
     mpfr_sqrt_ui(x, name == "phi" ? 5 : 2, MPFR_RNDN);
+  } else if (name.find("log2") == 0) {
+    mpfr_const_log2(x, MPFR_RNDN);
   } else {
     mpfr_set_ui(x, 1, MPFR_RNDN);
     mpfr_exp(x, x, MPFR_RNDN);

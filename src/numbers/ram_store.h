@@ -43,6 +43,13 @@ struct RamStore {
   static Exact exact(AnyArena& arena, u64 words, const char* /*name*/) {
     return words == 0 ? Exact() : Exact(arena.template cut<W>(words), words);
   }
+  /// A number with the hash that its words must have, and back; the words stay where they are.
+  static Exact as_exact(const Number& x, u64 hash) {
+    auto exact = in_the_buffer_of<Exact>(x);
+    exact.hash = hash;
+    return exact;
+  }
+  static Number as_number(const Exact& x) { return in_the_buffer_of<Number>(x); }
   template <class AnyArena>
   static Digits digits(AnyArena& arena, u64 words, const char* /*name*/) {
     return arena.template cut<W>(words);
@@ -61,6 +68,17 @@ struct RamStore {
     return need;
   }
   static Scratch scratch(const RunContext& ctx, Arena arena) { return ctx.multiply(arena); }
+
+ private:
+  template <class To, class From>
+  static To in_the_buffer_of(const From& x) {
+    To same(x.base, x.size);
+    same.T = x.T;
+    same.L = x.L;
+    same.exp = x.exp;
+    same.sign = x.sign;
+    return same;
+  }
 };
 
 }  // namespace orl

@@ -8,16 +8,6 @@
 namespace orl {
 namespace {
 
-template <class W>
-BigFloat<W> as_number(const ExactFloat<W>& x) {
-  BigFloat<W> f(x.base, x.size);
-  f.T = x.T;
-  f.L = x.L;
-  f.exp = x.exp;
-  f.sign = x.sign;
-  return f;
-}
-
 u64 magnitude_of(s64 w) { return w < 0 ? u64{0} - static_cast<u64>(w) : static_cast<u64>(w); }
 
 /// x = a * w, every word of it; x holds a.L + 2 words of u32, one less of u64.
@@ -25,7 +15,7 @@ template <class W>
 void set_product(ExactFloat<W>& x, const ExactFloat<W>& a, s64 w, ParallelContext parallel) {
   if (w == 0 || a.L == 0) return x.set_zero();
   BigFloat<W> product(x.base, x.size);
-  product.set_mul_sL(a.L, as_number(a), w, parallel);
+  product.set_mul_sL(a.L, RamStore<W>::as_number(a), w, parallel);
   x.T = product.T;
   x.L = product.L;
   x.exp = product.exp;
@@ -78,7 +68,7 @@ void OuterSum<RamStore<W>>::run(const RunContext& ctx, Fraction& fraction, Outer
   multiply(u, static_cast<s64>(coefficients_.D), aside, parallel);
   show_fault_point("outer sum", n);
   show_fault_point("outer sum", u);
-  outer = {as_number(n), as_number(u), n.hash, u.hash};
+  outer = {RamStore<W>::as_number(n), RamStore<W>::as_number(u), n.hash, u.hash};
 }
 
 template class OuterSum<RamStore<u32>>;

@@ -8,10 +8,12 @@
 
 #include "constants/e.h"
 #include "constants/final_product.h"
+#include "constants/log.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
 #include "core/exceptions.h"
 #include "functions/function_runner.h"
+#include "machin/stored_formulas.h"
 #include "support/random_words.h"
 
 namespace orl {
@@ -52,6 +54,9 @@ void set_phi(mpfr_ptr x) {
 }
 std::function<void(mpfr_ptr)> root_of(u64 n) {
   return [n](mpfr_ptr x) { mpfr_sqrt_ui(x, n, MPFR_RNDN); };
+}
+std::function<void(mpfr_ptr)> log_of(u64 n) {
+  return [n](mpfr_ptr x) { mpfr_log_ui(x, n, MPFR_RNDN); };
 }
 std::function<void(mpfr_ptr)> inverse_of(std::function<void(mpfr_ptr)> f) {
   return [f](mpfr_ptr x) {
@@ -97,6 +102,14 @@ std::vector<Case<W>> all_cases() {
   for (const s32 power : {1, -1})
     cases.push_back({"golden ratio", [=](u64 p, u64 tds) { return make_golden_ratio<Store>(power, p, tds); },
                      power == 1 ? std::function<void(mpfr_ptr)>(set_phi) : inverse_of(set_phi)});
+  const auto log = [&](u64 n, const MachinFormula& formula) {
+    cases.push_back(
+        {"logarithm", [=](u64 p, u64 tds) { return make_log_machin<Store>(n, formula, p, tds); }, log_of(n)});
+  };
+  const StoredLogFormulas& two = stored_log_formulas().front();
+  log(two.n, two.formulas.primary);
+  log(two.n, two.formulas.secondary);
+  log(2147483647, {{558, 26}, {-62, 4801}, {248, 8749}, {-2, 4294967295}});
   return cases;
 }
 

@@ -1,6 +1,7 @@
 // Nodes of the recursion against GMP integers: every end case, both merges, all ways to split.
 #include <gtest/gtest.h>
 
+#include "constants/arccoth.h"
 #include "constants/series_oracles.h"
 #include "core/exceptions.h"
 #include "splitting/leaf.h"
@@ -35,6 +36,8 @@ std::vector<Pair<W>> all_series() {
   pairs.push_back({"e", make_e_series<W>(ETaylor::kPlain, p), test::mpz_e(ETaylor::kPlain)});
   pairs.push_back(
       {"e, alternating", make_e_series<W>(ETaylor::kAlternating, p), test::mpz_e(ETaylor::kAlternating)});
+  for (const u64 x : {u64{2}, u64{26}, u64{65536}, u64{4294967295}})
+    pairs.push_back({"ArcCoth", make_arccoth_series<W>(x, p), test::mpz_arccoth(x)});
   return pairs;
 }
 
@@ -120,8 +123,8 @@ TYPED_TEST(Nodes, OfAnySizeFitTheirPlanAtEveryThreshold) {
   }
 }
 
-// P_L Q_R, Q_L Q_R, R_L P_R and R_L R_R: Q_R and R_L once each, and four others. Among the first terms
-// of one series R is so much shorter than P that R_L R_R has a shape of its own: one more. Without R three.
+// P_L Q_R, Q_L Q_R, R_L P_R and R_L R_R: Q_R and R_L once each, and four others. Where R is so much shorter than P
+// that R_L R_R has a shape of its own: one more. Without R three.
 TYPED_TEST(Nodes, MergesTransformAnOperandOnce) {
   using W = TypeParam;
   test::CountedProducts<W> counts;
@@ -141,7 +144,8 @@ TYPED_TEST(Nodes, MergesTransformAnOperandOnce) {
       second.run(ctx, right.node, heap.buffer());
       counts->reset();
       merge_nodes(*pair.series, {a, b}, m, ctx, left.node, right.node, heap.buffer());
-      const bool short_R = a == 0 && std::string_view(pair.name) == "Chudnovsky";
+      const std::string_view name = pair.name;
+      const bool short_R = name == "ArcCoth" || (a == 0 && name == "Chudnovsky");
       EXPECT_LE(counts->forward, !pair.oracle.has_R ? 3u : short_R ? 7u : 6u);
       EXPECT_LE(counts->inverse, pair.oracle.has_R ? 4u : 2u);
     }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <ctime>
 
+#include "constants/log.h"
 #include "constants/roots.h"
 #include "constants/series_oracles.h"
 #include "core/exceptions.h"
@@ -236,6 +237,10 @@ TEST(ConstantPlans, OfAnySizeAndWidthAreBuiltAtOnceAndStayBounded) {
       {"e, alternating", [](u64 p, u64 tds) { return make_e<Store>({ETaylor::kAlternating}, p, tds); }},
       {"square root", [](u64 p, u64 tds) { return make_sqrt<Store>({2}, p, tds); }},
       {"golden ratio", [](u64 p, u64 tds) { return make_golden_ratio<Store>(1, p, tds); }},
+      {"Log(2)",
+       [](u64 p, u64 tds) {
+         return make_log_machin<Store>(2, {{4, 6}, {2, 99}}, p, tds);
+       }},
   };
   for (const auto& [name, make] : constants)
     for (const u64 p : {u64{51905127000}, u64{51905127000000}}) {  // 10^12 and 10^15 digits

@@ -30,4 +30,11 @@ inline MpzSeries mpz_e(ETaylor series) {
           }};
 }
 
+inline MpzSeries mpz_arccoth(u64 x) {
+  return {true, [x](u64 k) {
+            const Mpz r = Mpz(2 * k + 1);
+            return MpzNode{Mpz(1), Mpz(x) * Mpz(x) * r, r};
+          }};
+}
+
 }  // namespace orl::test

@@ -4,11 +4,13 @@
 #include <cstring>
 
 #include "constants/e.h"
+#include "constants/log.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
 #include "core/exceptions.h"
 #include "core/fault_point.h"
 #include "functions/function_runner.h"
+#include "machin/stored_formulas.h"
 #include "support/counting_algorithm.h"
 #include "support/random_words.h"
 
@@ -50,7 +52,7 @@ constexpr Step kSteps[] = {
     {"fold operand", kMerge, 20}, {"fold result", kMerge, 8},         {"tail between pieces", kMerge, 3},
     {"outer sum", kDivision, 6},  {"division operand", kDivision, 6}, {"root", kProduct, 3},
     {"root result", kProduct, 3}, {"last factor", kProduct, 4},       {"cross product", kProduct, 4},
-    {"cross sum", kProduct, 2},   {"last product", kProduct, 2},
+    {"cross sum", kProduct, 2},   {"last product", kProduct, 2},      {"sum of series", kProduct, 6},
 };
 
 template <class W>
@@ -109,6 +111,7 @@ TYPED_TEST(StepFaults, AreFoundByTheCheckBehindTheStep) {
       Constant<W>(make_sqrt<Store>({3, -1}, p, 1)),
       Constant<W>(make_golden_ratio<Store>(1, p, 1)),
       Constant<W>(make_golden_ratio<Store>(-1, p, 1)),
+      Constant<W>(make_log_machin<Store>(2, stored_log_formulas().front().formulas.primary, p, 1)),
   };
   for (const Step& step : kSteps) {
     u64 visits = 0;
