@@ -3,7 +3,7 @@
 //   constants_bench [CONSTANT [DIGITS [TDS [FRAMEWORK [RUNS]]]]]
 //
 // CONSTANT is chudnovsky, ramanujan, chudnovsky-reduced, ramanujan-reduced, e, e-alternating, sqrt2, phi,
-// log2-primary or log2-secondary.
+// log2, log2-primary, log2-secondary, lemniscate, lemniscate-gauss or lemniscate-sebah.
 // Defaults: chudnovsky, 1000000 and 10000000 digits, 1, none, 3. The peer is the same value by MPFR, on one
 // thread, for up to 1000000 digits; bench/pi holds the whole program against a GMP program.
 #include <mpfr.h>
@@ -13,6 +13,7 @@
 #include <string>
 
 #include "constants/e.h"
+#include "constants/lemniscate.h"
 #include "constants/log.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
@@ -39,6 +40,10 @@ std::unique_ptr<ConstantPlan<u64>> make_plan(const std::string& name, u64 p, u64
   if (name == "e-alternating") return make_e<Store>({ETaylor::kAlternating}, p, tds);
   if (name == "sqrt2") return make_sqrt<Store>({2}, p, tds);
   if (name == "phi") return make_golden_ratio<Store>(1, p, tds);
+  if (name == "log2") return make_log2<Store>(p, tds);
+  if (name == "lemniscate") return make_lemniscate<Store>({LemniscateAlgorithm::kSingular}, p, tds);
+  if (name == "lemniscate-gauss") return make_lemniscate<Store>({LemniscateAlgorithm::kGauss}, p, tds);
+  if (name == "lemniscate-sebah") return make_lemniscate<Store>({LemniscateAlgorithm::kSebah}, p, tds);
   const LogFormulas& log2 = stored_log_formulas()[0].formulas;
   if (name == "log2-primary") return make_log_machin<Store>(2, log2.primary, p, tds);
   if (name == "log2-secondary") return make_log_machin<Store>(2, log2.secondary, p, tds);
@@ -53,6 +58,14 @@ void set_peer(const std::string& name, mpfr_ptr x) {
     mpfr_sqrt_ui(x, name == "phi" ? 5 : 2, MPFR_RNDN);
   } else if (name.find("log2") == 0) {
     mpfr_const_log2(x, MPFR_RNDN);
+  } else if (name.find("lemniscate") == 0) {  // the work of 2 Pi / AGM(1, sqrt(2)), but for a division
+    mpfr_sqrt_ui(x, 2, MPFR_RNDN);
+    mpfr_t one;
+    mpfr_init2(one, mpfr_get_prec(x));
+    mpfr_set_ui(one, 1, MPFR_RNDN);
+    mpfr_agm(x, x, one, MPFR_RNDN);
+    mpfr_const_pi(one, MPFR_RNDN);
+    mpfr_clear(one);
   } else {
     mpfr_set_ui(x, 1, MPFR_RNDN);
     mpfr_exp(x, x, MPFR_RNDN);

@@ -50,8 +50,9 @@ void add_below(BigFloat<W>& x, u64& x_hash, const BigFloat<W>& c, u64 c_hash, Pa
 }  // namespace
 
 template <class W>
-FinalProduct<RamStore<W>>::FinalProduct(u64 p, const typename Store::Budget& budget)
-    : p_(p),
+FinalProduct<RamStore<W>>::FinalProduct(const char* caller, u64 p, const typename Store::Budget& budget)
+    : caller_(caller),
+      p_(p),
       tds_(std::max<u64>(budget.tds, 1)),
       half_((p + 3) / 2),
       product_words_(2 * (p + 3 - half_)),
@@ -125,7 +126,7 @@ u64 FinalProduct<RamStore<W>>::run(const RunContext& ctx, Frame& caller, Number&
   show_fault_point("cross sum", cross);
   add_below(x, hash, cross, cross_hash, ctx.parallel);
   show_fault_point("last product", x);
-  require_hash<Number>({x, hash}, "Pi_Series_BigFloatR::run()", kProductMismatch, ctx.parallel);
+  require_hash<Number>({x, hash}, caller_, kProductMismatch, ctx.parallel);
   return hash;
 }
 

@@ -27,14 +27,14 @@ class FinalProduct<RamStore<W>> {
   using Number = typename Store::Number;
   using Frame = typename Store::Frame;
 
-  /// For results of p words.
-  FinalProduct(u64 p, const typename Store::Budget& budget);
+  /// For results of p words; `caller` is who asks, as exceptions name him.
+  FinalProduct(const char* caller, u64 p, const typename Store::Budget& budget);
 
   /// The heap of run(), the capacity that x must have, the longest partial product.
   Need need() const { return need_; }
   /// x *= y: the top p + 2 words or a few more, the lowest of them inexact; relative error below 8 W^-(p+1).
-  /// Both are positive and normalised, and of p / 2 words at least, since sums end at the lowest word of x1 y1; `x_hash` is what x hashed to when it was proved. Returns the hash that
-  /// x's words must have. Throws BufferTooSmallException "FinalProduct::run()"; AlgorithmFailedException
+  /// Both are positive and normalised, and of p / 2 words at least, since sums end at the lowest word of x1 y1;
+  /// `x_hash` is what x hashed to when it was proved. Returns the hash that x's words must have. Throws BufferTooSmallException "FinalProduct::run()"; AlgorithmFailedException
   /// "Checksum Mismatch. Multiplication Failed." when the words have not the hash that those of the operands
   /// give them.
   u64 run(const RunContext& ctx, Frame& frame, Number& x, u64 x_hash, const Hashed<Number>& y,
@@ -48,6 +48,7 @@ class FinalProduct<RamStore<W>> {
   template <class Arena>
   Buffers cut(Arena& arena) const;
 
+  const char* caller_;
   u64 p_;
   u64 tds_;
   u64 half_;           ///< words of a lower half

@@ -2,9 +2,20 @@
 
 namespace orl {
 
-template ConstantPlanPointer<RamStore<u32>> make_log_machin<RamStore<u32>>(u64, const MachinFormula&, u64,
-                                                                           const RamStore<u32>::Budget&);
-template ConstantPlanPointer<RamStore<u64>> make_log_machin<RamStore<u64>>(u64, const MachinFormula&, u64,
-                                                                           const RamStore<u64>::Budget&);
+TermSeries log2_terms() {
+  return {.name = "Log2_Zuniga_BSR",
+          .P = {.polynomial = {1794, 1497}},
+          .Q = {216, {{6, 1}, {6, 5}}},
+          .R = {1, {{1, 0}, {2, -1}}},
+          .outer = {.P = 1, .Q = 1497, .D = 2160}};
+}
+
+#define ORVANE_INSTANTIATE(W)                                                                            \
+  template ConstantPlanPointer<RamStore<W>> make_log_machin<RamStore<W>>(u64, const MachinFormula&, u64, \
+                                                                         const RamStore<W>::Budget&);    \
+  template ConstantPlanPointer<RamStore<W>> make_log2<RamStore<W>>(u64, const RamStore<W>::Budget&);
+ORVANE_INSTANTIATE(u32)
+ORVANE_INSTANTIATE(u64)
+#undef ORVANE_INSTANTIATE
 
 }  // namespace orl

@@ -23,7 +23,7 @@ class Pi_Series final : public BasicConstantPlan<Store> {
         series_(make_pi_series<typename Store::Word>(formula.series, p + 2), value_of(formula), p + 2,
                 budget),
         root_(p + 1, budget),
-        product_(p + 1, budget) {
+        product_(kRun, p + 1, budget) {
     need_ = Store::need_of([&](auto& arena) {
       arena.leave(series_.need());
       cut_root(arena);
@@ -34,7 +34,6 @@ class Pi_Series final : public BasicConstantPlan<Store> {
   Need need() const override { return need_; }
 
   u64 run(const RunContext& ctx, Store::Frame& caller, Store::Number& out, Store::Arena heap) const override {
-    constexpr const char* kRun = "Pi_Series_BigFloatR::run()";
     if (heap.size < need_.ram_bytes) throw BufferTooSmallException(kRun, heap.size, need_.ram_bytes);
     auto frame = caller.enter(kRun);
     ctx.status.println(kind_ == PiSeries::kChudnovsky ? "Pi - Chudnovsky (1989):" : "Pi - Ramaunjan (1910):");
@@ -53,6 +52,8 @@ class Pi_Series final : public BasicConstantPlan<Store> {
   }
 
  private:
+  static constexpr const char* kRun = "Pi_Series_BigFloatR::run()";
+
   /// A row of the table in pi.h.
   struct Row {
     SeriesCoefficients coefficients;

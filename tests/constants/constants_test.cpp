@@ -8,6 +8,7 @@
 
 #include "constants/e.h"
 #include "constants/final_product.h"
+#include "constants/lemniscate.h"
 #include "constants/log.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
@@ -51,6 +52,17 @@ void set_phi(mpfr_ptr x) {
   mpfr_sqrt_ui(x, 5, MPFR_RNDN);
   mpfr_add_ui(x, x, 1, MPFR_RNDN);
   mpfr_div_2ui(x, x, 1, MPFR_RNDN);
+}
+void set_lemniscate(mpfr_ptr x) {
+  mpfr_t agm;
+  mpfr_init2(agm, mpfr_get_prec(x));
+  mpfr_sqrt_ui(x, 2, MPFR_RNDN);
+  mpfr_set_ui(agm, 1, MPFR_RNDN);
+  mpfr_agm(agm, agm, x, MPFR_RNDN);
+  mpfr_const_pi(x, MPFR_RNDN);
+  mpfr_mul_ui(x, x, 2, MPFR_RNDN);
+  mpfr_div(x, x, agm, MPFR_RNDN);
+  mpfr_clear(agm);
 }
 std::function<void(mpfr_ptr)> root_of(u64 n) {
   return [n](mpfr_ptr x) { mpfr_sqrt_ui(x, n, MPFR_RNDN); };
@@ -110,6 +122,19 @@ std::vector<Case<W>> all_cases() {
   log(two.n, two.formulas.primary);
   log(two.n, two.formulas.secondary);
   log(2147483647, {{558, 26}, {-62, 4801}, {248, 8749}, {-2, 4294967295}});
+  cases.push_back({"Log(2)", [](u64 p, u64 tds) { return make_log2<Store>(p, tds); }, log_of(2)});
+  const auto lemniscate = [&](const char* name, LemniscateAlgorithm algorithm, s32 power) {
+    cases.push_back(
+        {name,
+         [=](u64 p, u64 tds) {
+           return make_lemniscate<Store>({algorithm, power}, p, tds);
+         },
+         power == 1 ? std::function<void(mpfr_ptr)>(set_lemniscate) : inverse_of(set_lemniscate)});
+  };
+  lemniscate("lemniscate, Gauss", LemniscateAlgorithm::kGauss, 1);
+  lemniscate("lemniscate, Sebah", LemniscateAlgorithm::kSebah, 1);
+  lemniscate("lemniscate", LemniscateAlgorithm::kSingular, 1);
+  lemniscate("1/lemniscate", LemniscateAlgorithm::kSingular, -1);
   return cases;
 }
 
@@ -190,6 +215,9 @@ TYPED_TEST(Constants, RefuseOtherPowers) {
   EXPECT_THROW(make_e<Store>({ETaylor::kAlternating, 0}, 10, 1), InvalidParametersException);
   EXPECT_THROW(make_e<Store>({ETaylor::kPlain, -1}, 10, 1), InvalidParametersException);
   EXPECT_THROW(make_sqrt<Store>({0, 1}, 10, 1), ArithmeticException);
+  for (const s32 power : {-1, 2})
+    EXPECT_THROW(make_lemniscate<Store>({LemniscateAlgorithm::kGauss, power}, 10, 1),
+                 InvalidParametersException);
 }
 
 // From halves, whichever words the operands lack or have too many; with the hash of what comes out.
@@ -201,7 +229,7 @@ TYPED_TEST(Constants, LastProductTakesLongAndShortOperands) {
     for (const u64 x_words : {p / 2, p + 3, p + 20})
       for (const u64 y_words : {p / 2, p + 3, p + 20}) {
         SCOPED_TRACE(testing::Message() << p << ": " << x_words << " by " << y_words);
-        const FinalProduct<RamStore<W>> plan(p, 1);
+        const FinalProduct<RamStore<W>> plan("test", p, 1);
         const test::OwnedFloat<W> a(random.number<W>(x_words), -1), b(random.number<W>(y_words), -7);
         test::OwnedFloat<W> x(std::max(plan.need().out_words, x_words));
         std::copy_n(a.x.T, a.x.L, x.x.T);

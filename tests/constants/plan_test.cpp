@@ -4,6 +4,7 @@
 #include <cmath>
 #include <ctime>
 
+#include "constants/lemniscate.h"
 #include "constants/log.h"
 #include "constants/roots.h"
 #include "constants/series_oracles.h"
@@ -241,6 +242,7 @@ TEST(ConstantPlans, OfAnySizeAndWidthAreBuiltAtOnceAndStayBounded) {
        [](u64 p, u64 tds) {
          return make_log_machin<Store>(2, {{4, 6}, {2, 99}}, p, tds);
        }},
+      {"lemniscate", [](u64 p, u64 tds) { return make_lemniscate<Store>({}, p, tds); }},
   };
   for (const auto& [name, make] : constants)
     for (const u64 p : {u64{51905127000}, u64{51905127000000}}) {  // 10^12 and 10^15 digits

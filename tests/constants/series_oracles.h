@@ -37,4 +37,25 @@ inline MpzSeries mpz_arccoth(u64 x) {
           }};
 }
 
+inline MpzSeries mpz_log2() {
+  return {true, [](u64 k) {
+            const Mpz r = Mpz(k) * Mpz(2 * k - 1);
+            return MpzNode{r * Mpz(1794 * k + 1497), Mpz(216) * Mpz(6 * k + 1) * Mpz(6 * k + 5), r};
+          }};
+}
+
+inline MpzSeries mpz_arcsinlemn(u64 x, u64 y) {
+  return {true, [x, y](u64 k) {
+            const Mpz r = Mpz(2 * k - 1) * Mpz(4 * k - 3) * Mpz(x * x) * Mpz(x * x);
+            return MpzNode{r, Mpz(2 * k) * Mpz(4 * k + 1) * Mpz(y * y) * Mpz(y * y), r};
+          }};
+}
+
+inline MpzSeries mpz_lemniscate() {
+  return {true, [](u64 k) {
+            const Mpz r = Mpz(12 * k - 11) * Mpz(12 * k - 7);
+            return MpzNode{r * Mpz(126 * k + 5), Mpz(23958) * Mpz(k) * Mpz(k), r};
+          }};
+}
+
 }  // namespace orl::test
