@@ -80,8 +80,11 @@ void algorithm_menu(Constant& constant) {
     keys.push_back(key);
     console::println(last, 'T');
   };
-  for (const AlgorithmRow& row : constant.algorithms())
-    if (row.menu_text) offer(row.key, menu_text(constant, row));
+  const auto rows = constant.algorithms();
+  for (u32 i = 0; i < rows.size(); ++i) {
+    const bool marked = i != 0 && i == constant.default_algorithm();
+    if (rows[i].menu_text) offer(rows[i].key, menu_text(constant, rows[i]) + (marked ? "    (default)" : ""));
+  }
   if (keys.empty()) offer(constant.algorithm_key(), constant.algorithm_long());
   if (const char* note = constant.row().algorithm_menu.note) console::println(last = note, 'w');
   if (!last.ends_with('\n')) console::newline();

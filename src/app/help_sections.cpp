@@ -177,12 +177,19 @@ std::string words_of(u64 index, const Constant& constant) {
 }
 
 HelpSection constants() {
-  HelpSection section{"Constants and their algorithms (the first is the default)", {}, {}};
+  HelpSection section{
+      "Constants and their algorithms (the first is the default where none is marked)", {}, {}};
   for (u64 i = 0; i < kConstantCount; i++) {
     const auto constant = make_constant(i);
     std::string text = catalogue()[i].menu.name;
-    if (!constant->algorithms().empty())
-      text += ": " + join(value_words(Values::kAlgorithm, constant->key()), ", ");
+    const char* separator = ": ";
+    for (const AlgorithmRow& row : constant->algorithms()) {
+      text += separator + std::string(row.key);
+      if (const u32 chosen = constant->default_algorithm();
+          chosen != 0 && row.key == constant->algorithms()[chosen].key)
+        text += " (default)";
+      separator = ", ";
+    }
     if (!constant->unavailable().empty()) text += " (not in this version yet)";
     section.entries.push_back({words_of(i, *constant), text, {}});
   }

@@ -5,7 +5,7 @@ namespace orl {
 
 TermSeries pi_terms(PiSeries series) {
   if (series == PiSeries::kChudnovsky)
-    return {.name = "Pi_Chudnovsky_BSR",
+    return {.name = "Pi_Chudnovsky",
             .P = {.polynomial = {545140134, 13591409}, .negative = true},
             .Q = {10939058860032000, {{1, 0, 3}}},
             .R = {1, {{6, -5}, {2, -1}, {6, -1}}},
@@ -13,7 +13,7 @@ TermSeries pi_terms(PiSeries series) {
             .wide_P = "PR2",
             .wide_R = "PR2"};
   // The rate is lower than ln(9801^2) in the sixth decimal, as it was given: a few terms more than the sum needs.
-  return {.name = "Pi_Ramanujan_BSR",
+  return {.name = "Pi_Ramanujan",
           .P = {.polynomial = {26390, 1103}},
           .Q = {3073907232, {{1, 0, 3}}},
           .R = {1, {{2, -1}, {4, -3}, {4, -1}}},

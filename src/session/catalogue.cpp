@@ -1,8 +1,10 @@
 // The table of constants, and what a Constant does with its row.
+#include <algorithm>
 #include <vector>
 
 #include "config/located.h"
 #include "constants/e.h"
+#include "constants/one_series.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
 #include "core/exceptions.h"
@@ -14,33 +16,73 @@ namespace {
 using orl::InvalidParametersException;
 using Plan = std::unique_ptr<orl::ConstantPlan<Word>>;
 
-constexpr AlgorithmRow kNewton[] = {{"newton", "Newton", "Newton's Method", "1st order Newton's Method"}};
-constexpr AlgorithmRow kExp[] = {
-    {"exp(1)", "exp(1)", "Taylor Series of exp(1)", ""},
-    {"exp(-1)", "exp(-1)", "Taylor Series of exp(-1)", "Taylor Series of exp(-1)    (same speed)\n"},
+using Store = orl::RamStore<Word>;
+
+Plan plan_sqrt(const Constant& constant, u64 precision_words, u64 tds) {
+  return orl::make_sqrt<Store>({constant.argument(), 1}, precision_words, tds);
+}
+Plan plan_golden_ratio(const Constant&, u64 precision_words, u64 tds) {
+  return orl::make_golden_ratio<Store>(1, precision_words, tds);
+}
+template <orl::ETaylor Series>
+Plan plan_e(const Constant&, u64 precision_words, u64 tds) {
+  return orl::make_e<Store>({Series, 1}, precision_words, tds);
+}
+template <orl::PiSeries Series, orl::SeriesMemory Memory>
+Plan plan_pi(const Constant&, u64 precision_words, u64 tds) {
+  return orl::make_pi<Store>({Series, 1, Memory}, precision_words, tds);
+}
+template <orl::OneSeries Series>
+Plan plan_one_series(const Constant&, u64 precision_words, u64 tds) {
+  return orl::make_one_series<Store>(Series, 1, precision_words, tds);
+}
+
+using orl::ETaylor, orl::OneSeries, orl::PiSeries, orl::SeriesMemory;
+
+constexpr AlgorithmRow kSqrt[] = {
+    {"newton", "Newton", "Newton's Method", "1st order Newton's Method", plan_sqrt}};
+constexpr AlgorithmRow kGoldenRatio[] = {
+    {"newton", "Newton", "Newton's Method", "1st order Newton's Method", plan_golden_ratio}};
+constexpr AlgorithmRow kE[] = {
+    {"exp(1)", "exp(1)", "Taylor Series of exp(1)", "", plan_e<ETaylor::kPlain>},
+    {"exp(-1)", "exp(-1)", "Taylor Series of exp(-1)", "Taylor Series of exp(-1)    (same speed)\n",
+     plan_e<ETaylor::kAlternating>},
 };
 constexpr AlgorithmRow kPi[] = {
-    {"chudnovsky", "Chudnovsky", "Chudnovsky (1989)", "Chudnovsky (1989)    (fastest)"},
-    {"ramanujan", "Ramanujan", "Ramanujan (1910)", "Ramanujan (1910)     (~40% slower)"},
-    {"chudnovsky-reduced", "Chudnovsky (reduced)", "Chudnovsky (1989) (reduced memory)", nullptr},
-    {"ramanujan-reduced", "Ramanujan (reduced)", "Ramanujan (1910) (reduced memory)", nullptr},
+    {"chudnovsky", "Chudnovsky", "Chudnovsky (1989)", "Chudnovsky (1989)    (fastest)",
+     plan_pi<PiSeries::kChudnovsky, SeriesMemory::kFast>},
+    {"ramanujan", "Ramanujan", "Ramanujan (1910)", "Ramanujan (1910)     (~40% slower)",
+     plan_pi<PiSeries::kRamanujan, SeriesMemory::kFast>},
+    {"chudnovsky-reduced", "Chudnovsky (reduced)", "Chudnovsky (1989) (reduced memory)", nullptr,
+     plan_pi<PiSeries::kChudnovsky, SeriesMemory::kReduced>},
+    {"ramanujan-reduced", "Ramanujan (reduced)", "Ramanujan (1910) (reduced memory)", nullptr,
+     plan_pi<PiSeries::kRamanujan, SeriesMemory::kReduced>},
 };
 constexpr AlgorithmRow kLog[] = {
     {"machin-primary", "Machin (primary)", "Primary Machin-like Formula", ""},
     {"machin-secondary", "Machin (secondary)", "Secondary Machin-like Formula", ""},
 };
 constexpr AlgorithmRow kZeta3[] = {
-    {"wedeniwski", "Wedeniwski", "Wedeniwski (1998)", "Wedeniwski (1998)               (fastest)"},
+    {"wedeniwski", "Wedeniwski", "Wedeniwski (1998)", "Wedeniwski (1998)               (fastest)",
+     plan_one_series<OneSeries::kZeta3Wedeniwski>},
     {"az", "Amdeberhan-Zeilberger (1997)", "Amdeberhan-Zeilberger (1997)",
-     "Amdeberhan-Zeilberger (1997)    (slightly slower)"},
+     "Amdeberhan-Zeilberger (1997)    (slightly slower)",
+     plan_one_series<OneSeries::kZeta3AmdeberhanZeilberger>},
+    {"zuniga", "Zuniga", "Zuniga (2023)", "Zuniga (2023)               ",
+     plan_one_series<OneSeries::kZeta3Zuniga>},
 };
 constexpr AlgorithmRow kCatalan[] = {
-    {"pilehrood-short", "Pilehrood (short)", "Pilehrood (2010-short)", "Pilehrood (2010-short)    (fastest)"},
-    {"pilehrood-long", "Pilehrood (long)", "Pilehrood (2010-long)",
-     "Pilehrood (2010-long)     (1.5x slower)"},
-    {"guillera", "Guillera", "Guillera (2008)", "Guillera (2008)           (1.8x slower)"},
-    {"lupas", "Lupas", "Lupas (2000)", "Lupas (2000)              (3.8x slower)"},
-    {"huvent", "Huvent", "Huvent (2006)", "Huvent (2006)             (4.3x slower)"},
+    {"pilehrood-short", "Pilehrood (short)", "Pilehrood (2010-short)", "Pilehrood (2010-short)    (fastest)",
+     plan_one_series<OneSeries::kCatalanPilehroodShort>},
+    {"pilehrood-long", "Pilehrood (long)", "Pilehrood (2010-long)", "Pilehrood (2010-long)     (1.5x slower)",
+     plan_one_series<OneSeries::kCatalanPilehroodLong>},
+    {"guillera", "Guillera", "Guillera (2008)", "Guillera (2008)           (1.8x slower)",
+     plan_one_series<OneSeries::kCatalanGuillera>},
+    {"lupas", "Lupas", "Lupas (2000)", "Lupas (2000)              (3.8x slower)",
+     plan_one_series<OneSeries::kCatalanLupas>},
+    {"huvent", "Huvent", "Huvent (2006)", "Huvent (2006)             (4.3x slower)",
+     plan_one_series<OneSeries::kCatalanHuvent>},
+    {"zuniga", "Zuniga", "Zuniga (2023)", "", plan_one_series<OneSeries::kCatalanZuniga>},
 };
 constexpr AlgorithmRow kLemniscate[] = {
     {"agm-pi", "AGM-Pi", "AGM-Pi", "AGM with Pi        (Can be very slow on disk.)\n"},
@@ -48,7 +90,7 @@ constexpr AlgorithmRow kLemniscate[] = {
      "Gauss Formula      (2x slower in ram, may be faster on disk)\n"},
     {"sebah", "Sebah's formula", "Sebah's formula", "Sebah's Formula    (20% slower than Gauss)\n"},
 };
-constexpr AlgorithmRow kBrentMcMillan[] = {
+constexpr AlgorithmRow kGamma[] = {
     {"brent-refined", "Brent-McMillan (refined)", "Brent-McMillan with Refinement", ""},
     {"brent-original", "Brent-McMillan", "Brent-McMillan", ""},
 };
@@ -66,25 +108,6 @@ constexpr const char* kLemniscateNote =
     "            Lemniscate = 8 * ArcSinlemn(1/2) + 4 * ArcSinLemn(7/23)\n\n"
     "            Lemniscate = 8 * ArcSinlemn(2/3) - 4 * ArcSinLemn(7/137)\n";
 
-using Store = orl::RamStore<Word>;
-
-Plan plan_sqrt(const Constant& constant, u64 precision_words, u64 tds) {
-  return orl::make_sqrt<Store>({constant.argument(), 1}, precision_words, tds);
-}
-Plan plan_golden_ratio(const Constant&, u64 precision_words, u64 tds) {
-  return orl::make_golden_ratio<Store>(1, precision_words, tds);
-}
-Plan plan_e(const Constant& constant, u64 precision_words, u64 tds) {
-  const auto series = constant.algorithm_index() == 1 ? orl::ETaylor::kAlternating : orl::ETaylor::kPlain;
-  return orl::make_e<Store>({series, 1}, precision_words, tds);
-}
-Plan plan_pi(const Constant& constant, u64 precision_words, u64 tds) {
-  const u32 algorithm = constant.algorithm_index();
-  const auto series = algorithm & 1 ? orl::PiSeries::kRamanujan : orl::PiSeries::kChudnovsky;
-  const auto memory = algorithm >= 2 ? orl::SeriesMemory::kReduced : orl::SeriesMemory::kFast;
-  return orl::make_pi<Store>({series, 1, memory}, precision_words, tds);
-}
-
 constexpr const char* kFast = "Fast Constants:";
 constexpr const char* kModerate = "Moderate Constants:";
 constexpr const char* kSlow = "Slow Constants:";
@@ -95,31 +118,27 @@ constexpr std::array<ConstantRow, kConstantCount> kCatalogue = {{
      .key = "sqrt",
      .words = {"sqrt"},
      .menu = {kFast, 'P', "Sqrt(n)", "", "  1.46"},
-     .algorithm_menu = {kNewton, kSqrtNote},
+     .algorithm_menu = {kSqrt, kSqrtNote},
      .argument = {Argument::kWholeNumber, "Sqrt(n): n = "},
-     .make = make_sqrt,
-     .make_ram = plan_sqrt},
+     .make = make_sqrt},
     {.index = ConstantIndex::kGoldenRatio,
      .key = "goldenratio",
      .words = {"phi", "goldenratio"},
      .menu = {kFast, 'P', "Golden Ratio", "1.618034...", "  1.46"},
      .name = "Golden Ratio",
-     .algorithm_menu = {kNewton, kGoldenRatioNote},
-     .make_ram = plan_golden_ratio},
+     .algorithm_menu = {kGoldenRatio, kGoldenRatioNote}},
     {.index = ConstantIndex::kE,
      .key = "e",
      .words = {"e"},
      .menu = {kFast, 'P', "e", "2.718281...", "  3.88 / 3.88"},
      .name = "e",
-     .algorithm_menu = {kExp},
-     .make_ram = plan_e},
+     .algorithm_menu = {kE}},
     {.index = ConstantIndex::kPi,
      .key = "pi",
      .words = {"pi"},
      .menu = {kModerate, 'G', "Pi", "3.141592...", "  13.2 / 19.9"},
      .name = "Pi",
-     .algorithm_menu = {kPi},
-     .make_ram = plan_pi},
+     .algorithm_menu = {kPi}},
     {.index = ConstantIndex::kLog,
      .key = "log",
      .words = {"log"},
@@ -133,7 +152,7 @@ constexpr std::array<ConstantRow, kConstantCount> kCatalogue = {{
      .menu = {kModerate, 'G', "Zeta(3) (Apery's Constant)", "1.202056...", "  62.8 / 65.7"},
      .name = "Zeta(3)",
      .name_long = "Zeta(3) - Apery's Constant",
-     .algorithm_menu = {kZeta3}},
+     .algorithm_menu = {kZeta3, nullptr, 2}},
     {.index = ConstantIndex::kCatalan,
      .key = "catalan",
      .words = {"catalan"},
@@ -153,14 +172,14 @@ constexpr std::array<ConstantRow, kConstantCount> kCatalogue = {{
      .words = {"gamma"},
      .menu = {kSlow, 'B', "Euler-Mascheroni Constant", "0.577215...", "  383. / 574."},
      .name = "Euler-Mascheroni Constant",
-     .algorithm_menu = {kBrentMcMillan},
+     .algorithm_menu = {kGamma},
      .make = make_gamma},
     {.index = ConstantIndex::kBrent,
      .key = "brent",
      .words = {"brent"},
      .menu = {kOther, 'B', "Euler-Mascheroni Constant (parameter override)"},
      .name = "Euler-Mascheroni Constant",
-     .algorithm_menu = {kBrentMcMillan},
+     .algorithm_menu = {kGamma},
      .argument = {Argument::kWholeNumber, "n = 2^k: k = "},
      .make = make_brent},
     {.index = ConstantIndex::kCustom,
@@ -188,9 +207,9 @@ std::unique_ptr<Constant> make_constant(u64 index) {
   return row.make ? row.make() : std::make_unique<Constant>(row.index);
 }
 
-std::string Constant::algorithm_key() const { return algorithms()[algorithm_].key; }
-std::string Constant::algorithm_short() const { return algorithms()[algorithm_].short_name; }
-std::string Constant::algorithm_long() const { return algorithms()[algorithm_].long_name; }
+std::string Constant::algorithm_key() const { return algorithms()[algorithm_index()].key; }
+std::string Constant::algorithm_short() const { return algorithms()[algorithm_index()].short_name; }
+std::string Constant::algorithm_long() const { return algorithms()[algorithm_index()].long_name; }
 
 void Constant::set_algorithm(std::string_view algorithm_word) {
   const auto rows = algorithms();
@@ -205,8 +224,19 @@ void Constant::set_algorithm(std::string_view algorithm_word) {
 }
 
 std::string Constant::unavailable() const {
-  if (row().make_ram) return {};
-  return name() + " cannot be computed by this version yet. It computes pi, e, sqrt and goldenratio.";
+  const auto has_plan = [](const AlgorithmRow& row) { return row.make_ram != nullptr; };
+  const auto rows = algorithms();
+  if (!rows.empty() && has_plan(rows[algorithm_index()])) return {};
+  std::string text = name();
+  if (std::any_of(rows.begin(), rows.end(), has_plan)) text += " by " + algorithm_key();
+  text += " cannot be computed by this version yet. It computes ";
+  std::vector<const char*> keys;
+  for (const ConstantRow& row : kCatalogue)
+    if (const auto& all = row.algorithm_menu.rows; std::any_of(all.begin(), all.end(), has_plan))
+      keys.push_back(row.key);
+  for (std::size_t i = 0; i < keys.size(); ++i)
+    text += (i == 0 ? "" : i + 1 == keys.size() ? " and " : ", ") + std::string(keys[i]);
+  return text + ".";
 }
 
 void Constant::set_argument(const std::string& text) {

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -41,18 +42,22 @@ enum class ConstantIndex : u32 {
 };
 inline constexpr u32 kConstantCount = 11;
 
-/// A row of a constant's algorithm menu. Index 0 is the default and the fastest.
+class Constant;
+
+/// What makes the plan of an algorithm in memory.
+using MakeRam = std::unique_ptr<orl::ConstantPlan<Word>> (*)(const Constant&, u64 precision_words, u64 tds);
+
+/// A row of a constant's algorithm menu.
 struct AlgorithmRow {
   const char* key;
   const char* short_name;
   const char* long_name;
-  const char* menu_text;  ///< shown in the menu; empty: the long name; null: not offered there
+  const char* menu_text;       ///< shown in the menu; empty: the long name; null: not offered there
+  MakeRam make_ram = nullptr;  ///< null: not in this version
 };
 
 /// What stands behind the colon of a constant's word.
 enum class Argument { kNone, kWholeNumber, kFormulaFile };
-
-class Constant;
 
 /// A line of the constants menu.
 struct ConstantMenuRow {
@@ -66,6 +71,7 @@ struct ConstantMenuRow {
 struct AlgorithmMenu {
   std::span<const AlgorithmRow> rows{};  ///< empty where a file brings their names
   const char* note = nullptr;            ///< stands under them
+  u32 default_row = 0;                   ///< the fastest
 };
 /// What a constant asks for.
 struct ArgumentQuestion {
@@ -90,9 +96,6 @@ struct ConstantRow {
 
   /// A fresh object of the constant's own class; null where Constant will do.
   std::unique_ptr<Constant> (*make)() = nullptr;
-  /// The plan of the chosen algorithm in memory; null: not in this version.
-  std::unique_ptr<orl::ConstantPlan<Word>> (*make_ram)(const Constant&, u64 precision_words,
-                                                       u64 tds) = nullptr;
 };
 /// By index.
 std::span<const ConstantRow, kConstantCount> catalogue();
@@ -122,7 +125,10 @@ class Constant {
   virtual std::string algorithm_key() const;
   virtual std::string algorithm_short() const;
   virtual std::string algorithm_long() const;
-  u32 algorithm_index() const { return algorithm_; }
+  /// The algorithm that was chosen, and until then the default.
+  u32 algorithm_index() const { return algorithm_.value_or(default_algorithm()); }
+  /// The fastest algorithm; may depend on the argument.
+  virtual u32 default_algorithm() const { return row().algorithm_menu.default_row; }
   /// Throws InvalidParametersException "Invalid Algorithm: " with the word; the former choice then stays.
   virtual void set_algorithm(std::string_view algorithm_word);
 
@@ -145,11 +151,11 @@ class Constant {
   /// Adds the key `Formula` to the dump, where the constant is defined by one.
   virtual void write_formula(orl::Object&) const {}
 
-  /// Empty when the constant can be computed in memory; else one line that says what cannot be done.
+  /// Empty when the chosen algorithm can compute the constant in memory; else one line that says what cannot be done.
   std::string unavailable() const;
   /// The plan of the chosen algorithm for `precision_words` words and `tds` tasks; unavailable() is empty.
   std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const {
-    return row().make_ram(*this, precision_words, tds);
+    return algorithms()[algorithm_index()].make_ram(*this, precision_words, tds);
   }
 
  protected:
@@ -158,7 +164,7 @@ class Constant {
   virtual void read_keys(const orl::Object& object);
 
   ConstantIndex index_;
-  u32 algorithm_ = 0;
+  std::optional<u32> algorithm_;
 
  private:
   u64 precision_ = 100;

@@ -141,7 +141,7 @@ class GammaConstant final : public Constant {
   std::unique_ptr<Constant> clone() const override { return std::make_unique<GammaConstant>(*this); }
   std::string algorithm_long() const override {
     return Constant::algorithm_long() + " ( n = 2^" +
-           std::to_string(brent_exponent(precision(), algorithm_ == 0)) + " )";
+           std::to_string(brent_exponent(precision(), algorithm_index() == 0)) + " )";
   }
 };
 

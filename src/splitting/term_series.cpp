@@ -153,7 +153,7 @@ FactorialModel::Parameters sizes_of(const TermSeries& series) {
 }
 
 template <class W>
-TermLeaf<W>::TermLeaf(TermSeries of, u64 last) : of_(std::move(of)), leaf_name_(of_.name + "_End()") {
+TermLeaf<W>::TermLeaf(TermSeries of, u64 last) : of_(std::move(of)), leaf_name_(of_.name + "_BSR_End()") {
   const auto last_below = [&](u64 largest) {
     s128 k = ~u64{0};
     for (const LinearProduct* product : {&of_.Q, &of_.R, &of_.P.product})
@@ -177,7 +177,7 @@ typename TermLeaf<W>::EndCases TermLeaf<W>::end_cases(u64 k, const char* P, cons
   const u64 own_words = words_for<W>(log2_at(of_.P.product, k) + log2_at(of_.P.polynomial, k));
   if (own_words > kOwnWords) internal_error(leaf_name_, "The polynomial of P is too large.");
   const auto named = [&](const char* number, u64 words) {
-    return EndCase{of_.name + "_End_" + number + "()", words};
+    return EndCase{of_.name + "_BSR_End_" + number + "()", words};
   };
   return {named(P, own_words + (of_.P.times_R ? R_words : 0)), named(Q, words_for<W>(log2_at(of_.Q, k))),
           named(R, R_words)};

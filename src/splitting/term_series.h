@@ -9,7 +9,7 @@
 // A row, with its source beside it:
 //
 //   TermSeries log2_series() {  // J. Zuniga, 2023
-//     return {.name = "Log2_Zuniga_BSR",
+//     return {.name = "Log2_Zuniga",
 //             .P = {.polynomial = {1794, 1497}},
 //             .Q = {216, {{6, 1}, {6, 5}}},
 //             .R = {1, {{1, 0}, {2, -1}}},
@@ -50,7 +50,7 @@ struct TermNumerator {
 
 /// One series. Where it alternates, R stands for its magnitude: the minus signs are in R(k) / Q(k).
 struct TermSeries {
-  std::string name;  ///< of its end cases: "Zeta3_AZ1_BSR" has Zeta3_AZ1_BSR_End_R1() and so on
+  std::string name;  ///< of its end cases: "Zeta3_AZ1" has Zeta3_AZ1_BSR_End_R1() and so on
   TermNumerator P{};
   LinearProduct Q{};
   LinearProduct R{};
@@ -59,7 +59,7 @@ struct TermSeries {
   /// Nats of precision that a term brings; null: ln of the leading coefficient of Q through that of R, which have one
   /// degree.
   const char* rate = nullptr;
-  /// What the wide end cases of P and R are called, such as Name_End_P2().
+  /// What the wide end cases of P and R are called, such as Name_BSR_End_P2().
   const char* wide_P = "P2";
   const char* wide_R = "R2";
 };
@@ -78,11 +78,11 @@ class TermLeaf {
 
   /// The most terms of a leaf.
   u64 width() const { return LeafSplitter<W, Term>::width(term_words_); }
-  /// P, Q, R of the term k. Throws BufferTooSmallException under the name of the end case: Name_End_P1(), while every
-  /// linear factor fits a word, Name_End_P2() from there on, and so for Q and R.
+  /// P, Q, R of the term k. Throws BufferTooSmallException under the name of the end case: Name_BSR_End_P1(), while every
+  /// linear factor fits a word, Name_BSR_End_P2() from there on, and so for Q and R.
   void term(u64 k, LeafNode<W>& out) const;
   /// Series<W>::end(): (a, b] of `series`, b - a <= width(). Throws BufferTooSmallException as term() does, or under
-  /// Name_End().
+  /// Name_BSR_End().
   void end(const Series<W>& series, u64 a, u64 b, SeriesNode<W>& out) const;
 
  private:

@@ -63,8 +63,6 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"custom", "log:2"}, "cannot be computed by this version yet"},
       {{"custom", "brent:64"}, "64 is out of range."},
       {{"custom", "brent:0"}, "Argument must be greater than 0."},
-      {{"custom", "zeta(3)"}, "cannot be computed by this version yet"},
-      {{"custom", "catalan", "-algorithm:huvent"}, "cannot be computed by this version yet"},
       {{"custom", "custom:" + folder.file("formula.cfg")}, "String cannot be longer than 50 characters."},
       {{"config"}, "Please specify a config file."},
       {{"config", folder.file("missing.cfg")}, "Path does not exist."},

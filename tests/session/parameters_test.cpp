@@ -160,8 +160,8 @@ TEST(Parameters, SayBeforeTheRunWhatCannotBeRun) {
   EXPECT_NE(checked([&](auto&) { std::filesystem::remove(folder.path()); }).find("= Path is not writable."),
             std::string::npos);
   EXPECT_NE(checked([](auto& p) {
-              p.set_constant(make_constant(6));
-            }).find("= Catalan cannot be computed by this version yet."),
+              p.set_constant(make_constant(10));
+            }).find("= Custom cannot be computed by this version yet."),
             std::string::npos);
 }
 
@@ -197,8 +197,8 @@ TEST(Parameters, DumpWhatWasSetAndWhatItTakes) {
   parameters.output_digits = false;
   EXPECT_NE(dump_of("Output").find("Value : 0\r\n"), std::string::npos);
 
-  parameters.set_constant(make_constant(6));
-  EXPECT_NE(dump_of("Memory").find("Catalan cannot be computed by this version yet."), std::string::npos);
+  parameters.set_constant(make_constant(10));
+  EXPECT_NE(dump_of("Memory").find("Custom cannot be computed by this version yet."), std::string::npos);
   EXPECT_THROW(parameters.required_bytes(), orl::InvalidParametersException);
 }
 
