@@ -102,7 +102,8 @@ struct ArcSinlemnTerm {
   u64 x, y;
 };
 
-/// The plan for a sum of two series.
+/// The plan for a sum of two series. Their numbers grow to more than ten times the precision: blocks of half of it
+/// save 1.4 bytes per digit, a quarter, and cost 2 % of the time (3000000 digits).
 template <class Store>
 ConstantPlanPointer<Store> make_lemniscate_sum(const char* headline, std::array<ArcSinlemnTerm, 2> sum, u64 p,
                                                const typename Store::Budget& budget) {
@@ -110,7 +111,7 @@ ConstantPlanPointer<Store> make_lemniscate_sum(const char* headline, std::array<
   std::vector<SeriesTerm<W>> terms;
   for (const auto& [c, x, y] : sum) {
     const TermSeries series = arcsinlemn_terms<W>(std::abs(c), x, y);
-    terms.push_back({make_term_series<W>(series, p + 1), series.outer, c < 0});
+    terms.push_back({make_term_series<W>(series, p + 1), series.outer, c < 0, SeriesMemory::kReduced});
   }
   return make_series_sum<Store>({"Lemniscate_ArcSinlemn_BigFloatR::run()", headline}, std::move(terms), p,
                                 budget);

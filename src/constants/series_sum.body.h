@@ -24,9 +24,10 @@ class SeriesSum final : public BasicConstantPlan<Store> {
       : names_(std::move(names)), kept_words_(p + 3) {
     Need series;
     for (SeriesTerm<W>& term : terms) {
-      summands_.push_back({std::make_unique<const PSR_Series<Store>>(
-                               std::move(term.series), value_of(term.coefficients), p + 1, budget),
-                           term.subtracted});
+      const typename PSR_Series<Store>::Value value{.coefficients = term.coefficients, .memory = term.memory};
+      summands_.push_back(
+          {std::make_unique<const PSR_Series<Store>>(std::move(term.series), value, p + 1, budget),
+           term.subtracted});
       series = Need::max(series, summands_.back().series->need());
     }
     value_words_ = series.out_words;
@@ -76,9 +77,6 @@ class SeriesSum final : public BasicConstantPlan<Store> {
     bool subtracted;
   };
 
-  static typename PSR_Series<Store>::Value value_of(const SeriesCoefficients& coefficients) {
-    return {.coefficients = coefficients};
-  }
   /// The place of a value; its series gets the rest.
   template <class AnyArena>
   Number cut_value(AnyArena& arena) const {

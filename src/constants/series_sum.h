@@ -21,6 +21,7 @@ struct SeriesTerm {
   std::unique_ptr<const Series<W>> series;
   SeriesCoefficients coefficients;
   bool subtracted = false;
+  SeriesMemory memory = SeriesMemory::kFast;
 };
 
 /// What a sum says of itself.

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "constants/e.h"
+#include "constants/lemniscate.h"
 #include "constants/log.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
@@ -112,6 +113,7 @@ TYPED_TEST(StepFaults, AreFoundByTheCheckBehindTheStep) {
       Constant<W>(make_golden_ratio<Store>(1, p, 1)),
       Constant<W>(make_golden_ratio<Store>(-1, p, 1)),
       Constant<W>(make_log_machin<Store>(2, stored_log_formulas().front().formulas.primary, p, 1)),
+      Constant<W>(make_lemniscate<Store>({LemniscateAlgorithm::kSingular}, p, 1)),
   };
   for (const Step& step : kSteps) {
     u64 visits = 0;
