@@ -24,9 +24,10 @@ from cpp_declarations import blanked, declarations
 SHELLS = ("functions", "splitting", "constants")
 # What has, or will have, one body for each kind of store.
 INNER = {"functions/newton_level", "functions/newton_small", "functions/newton_steps", "functions/residual",
-         "functions/proved_window", "functions/radix_conversion", "functions/convert_plan", "functions/power_table",
-         "functions/verify_conversion", "splitting/bsr_block", "splitting/psr_block", "splitting/merge", "splitting/kind",
-         "splitting/outer_sum", "constants/final_product"}
+         "functions/proved_window", "functions/hashed_steps", "functions/power_ladder",
+         "functions/radix_conversion", "functions/convert_plan", "functions/power_table", "functions/verify_conversion",
+         "splitting/bsr_block", "splitting/psr_block", "splitting/merge", "splitting/kind", "splitting/outer_sum",
+         "constants/final_product"}
 STORED = re.compile(r"\bLinearHeapBuffer\b|\bBigFloat\s*<")
 
 

@@ -9,6 +9,7 @@
 #include "constants/arcsinlemn.h"
 #include "constants/final_product.h"
 #include "constants/lemniscate.h"
+#include "constants/lemniscate_agm.body.h"
 #include "constants/series_sum.body.h"
 #include "splitting/stage_timer.h"
 
@@ -129,6 +130,8 @@ ConstantPlanPointer<Store> make_lemniscate(const LemniscateFormula& formula, u64
           "Lemniscate()", std::string("(Power = -1) is not supported for (Algorithm = ") + algorithm + ").");
   };
   switch (formula.algorithm) {
+    case LemniscateAlgorithm::kAgmPi:
+      return std::make_unique<Lemniscate_AGM<Store>>(inverse, p, budget);
     case LemniscateAlgorithm::kGauss:
       refuse_inverse("gauss");
       return make_lemniscate_sum<Store>("Lemniscate = 8 ArcSinlemn( 1 / 2 ) + 4 ArcSinlemn( 7 / 23 )",

@@ -4,6 +4,7 @@
 
 #include "config/located.h"
 #include "constants/e.h"
+#include "constants/lemniscate.h"
 #include "constants/one_series.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
@@ -36,8 +37,12 @@ template <orl::OneSeries Series>
 Plan plan_one_series(const Constant&, u64 precision_words, u64 tds) {
   return orl::make_one_series<Store>(Series, 1, precision_words, tds);
 }
+template <orl::LemniscateAlgorithm Algorithm>
+Plan plan_lemniscate(const Constant&, u64 precision_words, u64 tds) {
+  return orl::make_lemniscate<Store>({Algorithm, 1}, precision_words, tds);
+}
 
-using orl::ETaylor, orl::OneSeries, orl::PiSeries, orl::SeriesMemory;
+using orl::ETaylor, orl::LemniscateAlgorithm, orl::OneSeries, orl::PiSeries, orl::SeriesMemory;
 
 constexpr AlgorithmRow kSqrt[] = {
     {"newton", "Newton", "Newton's Method", "1st order Newton's Method", plan_sqrt}};
@@ -85,7 +90,8 @@ constexpr AlgorithmRow kCatalan[] = {
     {"zuniga", "Zuniga", "Zuniga (2023)", "", plan_one_series<OneSeries::kCatalanZuniga>},
 };
 constexpr AlgorithmRow kLemniscate[] = {
-    {"agm-pi", "AGM-Pi", "AGM-Pi", "AGM with Pi        (Can be very slow on disk.)\n"},
+    {"agm-pi", "AGM-Pi", "AGM-Pi", "AGM with Pi        (Can be very slow on disk.)\n",
+     plan_lemniscate<LemniscateAlgorithm::kAgmPi>},
     {"gauss", "Gauss Formula", "Gauss Formula",
      "Gauss Formula      (2x slower in ram, may be faster on disk)\n"},
     {"sebah", "Sebah's formula", "Sebah's formula", "Sebah's Formula    (20% slower than Gauss)\n"},

@@ -131,6 +131,8 @@ std::vector<Case<W>> all_cases() {
          },
          power == 1 ? std::function<void(mpfr_ptr)>(set_lemniscate) : inverse_of(set_lemniscate)});
   };
+  lemniscate("lemniscate by AGM", LemniscateAlgorithm::kAgmPi, 1);
+  lemniscate("1/lemniscate by AGM", LemniscateAlgorithm::kAgmPi, -1);
   lemniscate("lemniscate, Gauss", LemniscateAlgorithm::kGauss, 1);
   lemniscate("lemniscate, Sebah", LemniscateAlgorithm::kSebah, 1);
   lemniscate("lemniscate", LemniscateAlgorithm::kSingular, 1);
@@ -202,7 +204,7 @@ TEST(PiPlan, HoldsItsLastProduct) {
 
 TYPED_TEST(Constants, DoNotDependOnTheThreadWidth) {
   const auto cases = all_cases<TypeParam>();
-  for (const u64 i : {0, 4, 6, 7, 9, 15})
+  for (const u64 i : {0, 4, 6, 7, 9, 15, 17})
     for (const u64 tds : {2, 7, 64})
       for (const char* framework : {"pushpool", "spawn"}) check(cases[i], 6000, tds, framework);
 }

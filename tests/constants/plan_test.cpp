@@ -238,6 +238,8 @@ TEST(ConstantPlans, OfAnySizeAndWidthAreBuiltAtOnceAndStayBounded) {
       {"e, alternating", [](u64 p, u64 tds) { return make_e<Store>({ETaylor::kAlternating}, p, tds); }},
       {"square root", [](u64 p, u64 tds) { return make_sqrt<Store>({2}, p, tds); }},
       {"golden ratio", [](u64 p, u64 tds) { return make_golden_ratio<Store>(1, p, tds); }},
+      {"lemniscate by AGM",
+       [](u64 p, u64 tds) { return make_lemniscate<Store>({LemniscateAlgorithm::kAgmPi}, p, tds); }},
       {"Log(2)",
        [](u64 p, u64 tds) {
          return make_log_machin<Store>(2, {{4, 6}, {2, 99}}, p, tds);

@@ -40,6 +40,7 @@ namespace {
 
 constexpr const char* kMerge = "Modular Redundancy Check Failed";
 constexpr const char* kDivision = "Checksum Mismatch. Division failed.";
+constexpr const char* kRoot = "Checksum Mismatch. Square root failed.";
 constexpr const char* kProduct = "Checksum Mismatch. Multiplication Failed.";
 
 struct Step {
@@ -54,6 +55,7 @@ constexpr Step kSteps[] = {
     {"outer sum", kDivision, 6},  {"division operand", kDivision, 6}, {"root", kProduct, 3},
     {"root result", kProduct, 3}, {"last factor", kProduct, 4},       {"cross product", kProduct, 4},
     {"cross sum", kProduct, 2},   {"last product", kProduct, 2},      {"sum of series", kProduct, 6},
+    {"doubled root", kRoot, 2},   {"doubled pi", kDivision, 2},
 };
 
 template <class W>
@@ -112,6 +114,8 @@ TYPED_TEST(StepFaults, AreFoundByTheCheckBehindTheStep) {
       Constant<W>(make_sqrt<Store>({3, -1}, p, 1)),
       Constant<W>(make_golden_ratio<Store>(1, p, 1)),
       Constant<W>(make_golden_ratio<Store>(-1, p, 1)),
+      Constant<W>(make_lemniscate<Store>({LemniscateAlgorithm::kAgmPi}, 64000 / (8 * sizeof(W)), 1)),
+      Constant<W>(make_lemniscate<Store>({LemniscateAlgorithm::kAgmPi, -1}, 64000 / (8 * sizeof(W)), 1)),
       Constant<W>(make_log_machin<Store>(2, stored_log_formulas().front().formulas.primary, p, 1)),
       Constant<W>(make_lemniscate<Store>({LemniscateAlgorithm::kSingular}, p, 1)),
   };

@@ -7,6 +7,8 @@
 #include "core/exceptions.h"
 #include "core/fault_point.h"
 #include "functions/function_runner.h"
+#include "functions/log_agm.h"
+#include "functions/power.h"
 #include "functions/proved.h"
 #include "functions/radix_conversion.h"
 #include "support/counting_algorithm.h"
@@ -73,6 +75,20 @@ void multiply(Random& random) {
   run_plan(ProvedProduct<Store>(kWords, 1), Hashed<BigFloat<W>>{a.x, hash_of(a.x)},
            Hashed<BigFloat<W>>{b.x, hash_of(b.x)});
 }
+void take_agm(Random& random) {
+  const OwnedFloat<W> a = operand(random), b = operand(random);
+  run_plan(AGM2<Store>(kWords, 1), Hashed<BigFloat<W>>{a.x, hash_of(a.x)},
+           Hashed<BigFloat<W>>{b.x, hash_of(b.x)});
+}
+void take_log(Random& random) {
+  const OwnedFloat<W> x = operand(random), pi = operand(random), log2 = operand(random);
+  run_plan(Log_AGM<Store>(kWords, 1), Hashed<BigFloat<W>>{x.x, hash_of(x.x)},
+           LogOperands<BigFloat<W>>{{pi.x, hash_of(pi.x)}, {log2.x, hash_of(log2.x)}});
+}
+void take_power(Random& random) {
+  const OwnedFloat<W> x = operand(random);
+  run_plan(Power_nL<Store>(kWords, -13, 1), Hashed<BigFloat<W>>{x.x, hash_of(x.x)});
+}
 // Throws the proof's answer as the session does.
 void convert(Random& random) {
   const u64 n = 3000;
@@ -135,6 +151,18 @@ const Row kRows[] = {
     {"proved product", "product", &multiply, 9, "Checksum Mismatch. Multiplication Failed."},
     {"proved product", "product, below the window", &multiply, 8 * kWords + 100,
      "Checksum Mismatch. Multiplication Failed."},
+    {"arithmetic mean", "AGM", &take_agm, 9, "Checksum Mismatch."},
+    {"geometric mean", "AGM", &take_agm, 9, "Checksum Mismatch."},
+    {"geometric mean", "AGM, a low word", &take_agm, 8 * kWords - 9, "Checksum Mismatch."},
+    {"proved product", "AGM", &take_agm, 9, "Checksum Mismatch. Multiplication Failed."},
+    {"square root", "AGM", &take_agm, 9, "Residual is too large. Square root failed."},
+    {"newton product", "AGM", &take_agm, 9, "Checksum Mismatch. Multiplication Failed."},
+    {"doubled mean", "logarithm", &take_log, 9, "Checksum Mismatch. Division failed."},
+    {"multiple of Log(2)", "logarithm", &take_log, 9, "Checksum Mismatch. Logarithm failed."},
+    {"logarithm", "logarithm", &take_log, 9, "Checksum Mismatch. Logarithm failed."},
+    {"power product", "power", &take_power, 9, "Checksum Mismatch. Multiplication Failed."},
+    {"dividend", "power", &take_power, 1, "Checksum Mismatch. Division failed."},
+    {"divisor", "power", &take_power, 9, "Checksum Mismatch. Division failed."},
     {"conversion power", "conversion", &convert, 9, "Power Hash Mismatch"},
     {"conversion fraction", "conversion", &convert, 1, "Overlap Mismatch"},
     {"conversion fraction", "conversion", &convert, 60, "Digits are wrong.", false},

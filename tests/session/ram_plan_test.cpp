@@ -18,8 +18,8 @@ RamPlan plan_for(const Constant& constant, u64 digits, u64 tds, bool verify) {
 // That the memory of a plan is enough, and little more than what is used, is shown by runs in exactly that much
 // (tests/app/session_memory_test.cpp). Here: it stays in hand where no run can go.
 TEST(RamPlan, GrowsLittleWithTasksAtTheLargestSizes) {
-  for (const ConstantIndex index :
-       {ConstantIndex::kSqrt, ConstantIndex::kGoldenRatio, ConstantIndex::kE, ConstantIndex::kPi}) {
+  for (const ConstantIndex index : {ConstantIndex::kSqrt, ConstantIndex::kGoldenRatio, ConstantIndex::kE,
+                                    ConstantIndex::kPi, ConstantIndex::kLemniscate}) {
     const auto constant = make_constant(static_cast<u64>(index));
     for (const u64 digits : {u64{1000000000000}, u64{1000000000000000}}) {
       SCOPED_TRACE(constant->name() + " " + std::to_string(digits));

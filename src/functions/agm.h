@@ -1,0 +1,103 @@
+// The arithmetic-geometric mean: a' = (a + b) / 2, b' = sqrt(a b) until a and b agree.
+//
+// Precision  a result of precision p has a relative error of a few dozen W^-(p+1): every step adds a few, and neither mean
+//            makes those of its operands larger.
+// Steps      log2 of p words in bits, and log2(ln(a / b)) before them.
+// End        with t bits from the top of a down to that of a - b, their arithmetic mean is the limit but for a factor
+//            1 + 2^(-2t-2): AGM(a, b) = m (1 - (d/m)^2/16 - ...), m = (a + b)/2, d = a - b.
+// Proof      the product of each step by its hash, the root by its residual; both read the hashes that the step before has
+//            left, and the arithmetic means carry theirs on. What is returned has been compared with its hash.
+// Source     C. F. Gauss, "Bestimmung der Anziehung eines elliptischen Ringes", 1818. R. Brent, "Multiple-precision zero-finding methods and
+//            the complexity of elementary function evaluation", 1976.
+#pragma once
+
+#include "functions/proved.h"
+
+namespace orl {
+
+/// AGM(a, b).
+template <class Store>
+class AGM2 {
+ public:
+  using Number = Store::Number;
+
+  /// The two numbers of an iteration, of p + 5 words each.
+  struct Means {
+    Number& a;
+    u64 a_hash = 0;
+    Number b;
+    u64 b_hash = 0;
+    u64 agree = 0;  ///< 1: the next arithmetic mean is the last
+  };
+
+  /// A plan for p words.
+  AGM2(u64 p, const Store::Budget& budget);
+
+  u64 precision() const { return p_; }
+  Need need() const { return need_; }
+  /// out = AGM(a, b); zero where one of them is. Returns the hash of out's words. Throws InvalidParametersException
+  /// "One of the inputs is negative.", AlgorithmFailedException as the steps do, with "Checksum Mismatch. Arithmetic
+  /// mean failed." besides.
+  u64 run(const RunContext& ctx, Store::Frame& frame, Number& out, const Hashed<Number>& a,
+          const Hashed<Number>& b, Store::Arena arena) const;
+
+  /// What run() does from the second arithmetic mean on: AGM(a, b) in means.a. Takes iteration_need().
+  u64 iterate(const RunContext& ctx, Store::Frame& frame, Means& means, Store::Arena arena) const;
+  Need iteration_need() const { return iteration_need_; }
+  /// a = (a + b) / 2 with the hash, in what mean_need() is.
+  void take_mean(const RunContext& ctx, Number& a, u64& a_hash, const Hashed<Number>& b,
+                 Store::Arena arena) const;
+  Need mean_need() const;
+  /// b = sqrt(product), and whether it agrees with a, in what root_need() is.
+  void take_root(const RunContext& ctx, Store::Frame& frame, Means& means, const Hashed<Number>& product,
+                 Store::Arena arena) const;
+  Need root_need() const { return root_.need(); }
+  /// A number of an iteration.
+  template <class AnyArena>
+  Number cut(AnyArena& arena, const char* name) const {
+    return Store::number(arena, p_ + 5, name);
+  }
+
+ private:
+  template <class AnyArena>
+  Number lay_out(AnyArena& arena) const;
+  template <class AnyArena>
+  Number lay_out_iteration(AnyArena& arena) const;
+  bool agree(const Means& means) const;
+  void step(const RunContext& ctx, Store::Frame& frame, Means& means, Store::Arena arena) const;
+
+  u64 p_;
+  ProvedProduct<Store> product_;
+  ProvedSqrtFloat<Store> root_;
+  Need iteration_need_;
+  Need need_;
+};
+
+/// AGM(1, x).
+template <class Store>
+class AGM1 {
+ public:
+  using Number = Store::Number;
+
+  /// A plan for p words.
+  AGM1(u64 p, const Store::Budget& budget);
+
+  Need need() const { return need_; }
+  /// out = AGM(1, x), else as AGM2::run. Throws InvalidParametersException "AGM of negative number.".
+  u64 run(const RunContext& ctx, Store::Frame& frame, Number& out, const Hashed<Number>& x,
+          Store::Arena arena) const;
+
+ private:
+  template <class AnyArena>
+  Number lay_out(AnyArena& arena) const;
+
+  AGM2<Store> means_;
+  Need need_;
+};
+
+template <class W>
+using AGM1_BigFloatR = AGM1<RamStore<W>>;
+template <class W>
+using AGM2_BigFloatR = AGM2<RamStore<W>>;
+
+}  // namespace orl
