@@ -1,6 +1,6 @@
 #include "app/actions.h"
 
-#include <array>
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -38,18 +38,27 @@ int invalid_parameter(const std::string& key) {
   return 1;
 }
 
-// Runs the rest of the line through a table. False after an unknown key, which has been reported.
-template <class Target>
-bool parse_options(std::span<const Option<Target>> table, Target& target, Line& line) {
+// Runs the rest of the line through a table, and what the table does not have through `take_other`, which says
+// whether it knew it. False after an unknown key, which has been reported.
+template <class Target, class TakeOther>
+bool parse_options(std::span<const Option<Target>> table, Target& target, Line& line, TakeOther take_other) {
+  GivenOptions given;
   while (!line.at_end()) {
-    const auto* option = find_option(table, line.key());
-    if (!option) {
-      invalid_parameter(line.key());
-      return false;
-    }
-    option->handler(target, line);
+    if (take_option(table, target, line, given) || take_other()) continue;
+    invalid_parameter(line.key());
+    return false;
   }
   return true;
+}
+template <class Target>
+bool parse_options(std::span<const Option<Target>> table, Target& target, Line& line) {
+  return parse_options(table, target, line, [] { return false; });
+}
+
+// True at the end of the line; what else stands there has been reported.
+bool is_at_end(const Line& line) {
+  if (!line.at_end()) invalid_parameter(line.key());
+  return line.at_end();
 }
 
 int run_custom(Line& line) {
@@ -72,21 +81,19 @@ int run_bench(Line& line) {
   line.take();
   if (line.at_end()) return bench_menu();
   BenchSettings settings;
-  while (!line.at_end()) {
-    bool is_size = false;
-    for (const BenchSize& size : bench_sizes()) {
-      if (line.key() != size.token) continue;
-      settings.decimal_digits = size.decimal_digits;
-      is_size = true;
-    }
-    if (is_size) {
-      line.take();
-      continue;
-    }
-    const auto* option = find_option(bench_options(), line.key());
-    if (!option) return invalid_parameter(line.key());
-    option->handler(settings, line);
-  }
+  const auto take_size = [&] {
+    const auto sizes = bench_sizes();
+    const auto size = std::find_if(sizes.begin(), sizes.end(),
+                                   [&](const BenchSize& row) { return line.key() == row.token; });
+    if (size == sizes.end()) return false;
+    if (settings.decimal_digits != 0 && settings.decimal_digits != size->decimal_digits)
+      throw InvalidParametersException(
+          "bench", "Only one size is taken at a time, and \"" + line.key() + "\" is a second one.");
+    settings.decimal_digits = size->decimal_digits;
+    line.take();
+    return true;
+  };
+  if (!parse_options(bench_options(), settings, line, take_size)) return 1;
   if (settings.decimal_digits == 0) throw InvalidParametersException("bench", "No benchmark size selected.");
   return run_benchmark(settings);
 }
@@ -133,7 +140,9 @@ int run_digit_viewer(Line&) {
 }
 int run_validate(Line&) { return run_validator(); }
 
-int run_about(Line&) {
+int run_about(Line& line) {
+  line.take();
+  if (!is_at_end(line)) return 1;
   print_banner();
   console::println(
       "\nComputes Pi, e, square roots, the golden ratio and other constants to as many digits as the\n"
@@ -189,6 +198,8 @@ int help(Line& line) {
   }
   const Action* action = find_action(line.key());
   if (!action) return invalid_parameter(line.key());
+  line.take();
+  if (!is_at_end(line)) return 1;
   print_help(*action);
   return 0;
 }
@@ -275,9 +286,14 @@ int dispatch(Line& line) {
     print_help(*action);
     return 0;
   }
-  if (action) return action->run(line);
+  if (action) {
+    refuse_value(line);
+    return action->run(line);
+  }
   if (is_help(key)) return help(line);
   if (is_version(key)) {
+    line.take();
+    if (!is_at_end(line)) return 1;
     print_version();
     return 0;
   }

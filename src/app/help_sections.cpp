@@ -251,10 +251,17 @@ HelpSection number_forms() {
   return {
       "Numbers",
       {},
-      {{"DIGITS", "Digits, then K, M, B or T for 10^3, 10^6, 10^9 or 10^12.", "10m is 10,000,000"},
-       {"N", "The same with an optional minus sign.", "-1"},
-       {"BYTES", "Digits, a fraction, then K, M, G, T, P or E for 2^10 to 2^60.", "1.5G is 1,610,612,736"},
-       {"SECONDS, tasks", "Digits only.", "64"}}};
+      {{"DIGITS", "A whole number; K, M, B or T behind it for 10^3, 10^6, 10^9 or 10^12.",
+        "10m is 10,000,000"},
+       {"N",
+        "As DIGITS, with an optional minus sign. Where it stands for yes or no: 1, yes, true; 0, no, false.",
+        "-1"},
+       {"BYTES", "A number, a fraction, then K, M, G, T, P or E for 2^10 to 2^60.", "1.5G is 1,610,612,736"},
+       {"SECONDS, tasks", "A whole number.", "64"},
+       {"all of them",
+        "Commas in groups of three, underscores and an exponent are understood; a number with anything "
+        "else behind it is refused.",
+        "1,000,000 and 1_000_000 and 1e6"}}};
 }
 
 std::vector<HelpSection> common_help() {

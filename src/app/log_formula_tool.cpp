@@ -5,9 +5,9 @@
 
 #include "console/console.h"
 #include "console/menu_input.h"
-#include "console/number_forms.h"
 #include "core/exceptions.h"
 #include "core/format.h"
+#include "core/number_forms.h"
 #include "machin/generator.h"
 #include "splitting/size_model.h"
 

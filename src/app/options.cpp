@@ -1,21 +1,17 @@
 #include "app/options.h"
 
 #include <algorithm>
-#include <array>
-#include <memory>
+#include <limits>
 
-#include "console/number_forms.h"
 #include "core/exceptions.h"
+#include "core/number_forms.h"
 #include "core/settings.h"
 
 namespace orvane {
 namespace {
 
 using orl::InvalidParametersException;
-using orl::parse_byte_size;
-using orl::parse_decimal_count;
-using orl::parse_plain_integer;
-using orl::parse_signed_count;
+using orl::NumberForm;
 using orl::s64;
 using orl::CommandLine::CommandLineException;
 using Line = orl::CommandLine::Parameters;
@@ -26,9 +22,54 @@ std::string take_value(Line& line) {
   line.take();
   return value;
 }
-s64 take_signed(Line& line) { return parse_signed_count(take_value(line)); }
-u64 take_bytes(Line& line) { return parse_byte_size(take_value(line)); }
-u64 take_integer(Line& line) { return parse_plain_integer(take_value(line)); }
+
+// `text` as a number; `text` empty: 0.
+u64 number_of(const std::string& key, std::string_view text, NumberForm form) {
+  const orl::Number number = orl::parse_number(text, form);
+  if (text.empty() || number.is_whole()) return number.value;
+  std::string refusal = number_refusal(number, form);
+  // A count that breaks off is seldom large enough, and 2 digits are what "2.5b" was always read as.
+  if (form == NumberForm::kCount && number.value < kMinDecimalDigits && (key == "-dec" || key == "-hex"))
+    refusal = kTooFewDigits + ("\n" + refusal);
+  throw InvalidParametersException(key, refusal);
+}
+
+// The number behind the colon, 0 where there is none; the cursor steps past the token.
+u64 take_number(Line& line, NumberForm form) {
+  const std::string key = line.key();
+  return number_of(key, take_value(line), form);
+}
+u64 take_count(Line& line) { return take_number(line, NumberForm::kCount); }
+u64 take_bytes(Line& line) { return take_number(line, NumberForm::kBytes); }
+u64 take_integer(Line& line) { return take_number(line, NumberForm::kInteger); }
+
+s64 signed_of(const std::string& key, std::string_view text) {
+  const bool negative = text.starts_with('-');
+  if (negative) text.remove_prefix(1);
+  if (negative && text.empty()) throw InvalidParametersException(key, "\"-\" is not a number.");
+  constexpr u64 kLargest = std::numeric_limits<s64>::max();
+  const s64 value = static_cast<s64>(std::min(number_of(key, text, NumberForm::kCount), kLargest));
+  return negative ? -value : value;
+}
+
+// A count with an optional minus sign.
+s64 take_signed(Line& line) {
+  const std::string key = line.key();
+  return signed_of(key, take_value(line));
+}
+orl::s32 take_level(Line& line) {
+  return static_cast<orl::s32>(std::clamp<s64>(take_signed(line), INT32_MIN, INT32_MAX));
+}
+
+// 1 for yes and true, 0 for no, false and nothing, and every number as it stands.
+s64 take_switch(Line& line) {
+  const std::string key = line.key(), value = take_value(line);
+  if (value == "yes" || value == "true") return 1;
+  if (value == "no" || value == "false") return 0;
+  if (!value.empty() && value.find_first_not_of("-0123456789") != std::string::npos)
+    throw InvalidParametersException(key, "\"" + value + "\" is neither 0, no or false nor 1, yes or true.");
+  return signed_of(key, value);
+}
 
 u64 clamp_memory(u64 bytes) { return std::min(bytes, StressSettings::kMaxMemory); }
 
@@ -50,23 +91,19 @@ constexpr Option<orl::Settings> kGlobal[] = {
     {"pause", "pause:N",
      "When to ask for ENTER at the end: 1 always, 0 and -1 after a failure, below -1 never.", "pause:-2",
      [](orl::Settings& settings, Line& line) {
-       settings.pause_level = static_cast<orl::s32>(std::clamp<s64>(take_signed(line), INT32_MIN, INT32_MAX));
+       settings.pause_level = take_level(line);
        if (settings.pause_level < -1) settings.pause_on_fatal = false;
      }},
     {"priority", "priority:N",
      "Real-time scheduling: 0 leaves it alone, below 0 the lowest, above 0 the highest priority. The default "
      "is -1; "
      "it needs root.",
-     "priority:0",
-     [](orl::Settings& settings, Line& line) {
-       settings.thread_priority =
-           static_cast<orl::s32>(std::clamp<s64>(take_signed(line), INT32_MIN, INT32_MAX));
-     }},
+     "priority:0", [](orl::Settings& settings, Line& line) { settings.thread_priority = take_level(line); }},
     {"colors", "colors:N", "Above 0 prints in colour, 0 without.", "colors:0",
-     [](orl::Settings& settings, Line& line) { settings.colors_enabled = take_signed(line) > 0; }},
+     [](orl::Settings& settings, Line& line) { settings.colors_enabled = take_switch(line) > 0; }},
     {"PII", "PII:N", "Above 0 lets reports show serial numbers, below 0 hides them.", "PII:1",
      [](orl::Settings& settings, Line& line) {
-       const s64 level = take_signed(line);
+       const s64 level = take_switch(line);
        if (level != 0) settings.print_pii = level > 0;
      }},
     {"height", "height:N", "Accepted for old scripts; without effect.", "height:50",
@@ -78,15 +115,16 @@ constexpr Option<orl::Settings> kGlobal[] = {
      }},
 };
 
+// "-C" and "-compress".
+void take_digits_per_file(ModeHolder& mode, Line& line) {
+  mode.current().request_digits_per_file(static_cast<u64>(take_signed(line)));
+}
+
 constexpr Option<ModeHolder> kCustom[] = {
     {"-dec", "-dec:DIGITS", "Decimal digits, at least 100. Default 1m.", "-dec:10m",
-     [](ModeHolder& mode, Line& line) {
-       mode.current().set_decimal_digits(parse_decimal_count(take_value(line)));
-     }},
+     [](ModeHolder& mode, Line& line) { mode.current().set_decimal_digits(take_count(line)); }},
     {"-hex", "-hex:DIGITS", "Hexadecimal digits; 0 (the default) for none.", "-hex:1000000",
-     [](ModeHolder& mode, Line& line) {
-       mode.current().set_hexadecimal_digits(parse_decimal_count(take_value(line)));
-     }},
+     [](ModeHolder& mode, Line& line) { mode.current().set_hexadecimal_digits(take_count(line)); }},
     {"-algorithm", "-algorithm:NAME", "Algorithm of the constant; the constants are listed with theirs.",
      "-algorithm:ramanujan",
      [](ModeHolder& mode, Line& line) { mode.current().constant().set_algorithm(take_value(line)); },
@@ -94,21 +132,15 @@ constexpr Option<ModeHolder> kCustom[] = {
     {"-o", "-o PATH", "Folder of the digit files; it must exist. Default: the working folder.", "-o digits",
      [](ModeHolder& mode, Line& line) { mode.current().set_output_path(take_path(line)); }},
     {"-od", "-od:N", "0 computes and proves the digits without writing files. Default 1.", "-od:0",
-     [](ModeHolder& mode, Line& line) { mode.current().output_digits = take_signed(line) != 0; }},
+     [](ModeHolder& mode, Line& line) { mode.current().output_digits = take_switch(line) != 0; }},
     {"-C", "-C:N",
      "Compressed digit files of N digits each, at least 1m; 0 (the default) for text, -1 for one compressed "
      "file.",
-     "-C:1m",
-     [](ModeHolder& mode, Line& line) {
-       mode.current().request_digits_per_file(static_cast<u64>(take_signed(line)));
-     }},
-    {"-compress", "-compress:N", "The same as -C.", "-compress:-1",
-     [](ModeHolder& mode, Line& line) {
-       mode.current().request_digits_per_file(static_cast<u64>(take_signed(line)));
-     }},
+     "-C:1m", take_digits_per_file},
+    {"-compress", "-compress:N", "The same as -C.", "-compress:-1", take_digits_per_file},
     {"-verify", "-verify:N",
      "0 skips the proof of the conversion and the reading back of the files. Default 1.", "-verify:1",
-     [](ModeHolder& mode, Line& line) { mode.current().verify_conversion = take_signed(line) != 0; }},
+     [](ModeHolder& mode, Line& line) { mode.current().verify_conversion = take_switch(line) != 0; }},
     {"-mode", "-mode:MODE", "ram (the default) or swap (not in this version yet).", "-mode:ram",
      [](ModeHolder& mode, Line& line) { mode.set_mode(take_value(line)); }, Values::kMode},
     {"-MA", "-MA:NAME", "Memory allocator; the default is mmap.", "-MA:malloc",
@@ -121,7 +153,7 @@ constexpr Option<ModeHolder> kCustom[] = {
      [](ModeHolder& mode, Line& line) { mode.current().parallelism.set_tds(take_integer(line)); }},
     {"-json", "-json:N",
      "Other than 0 also writes the results as JSON, beside the validation file. Default 0.", "-json:1",
-     [](ModeHolder& mode, Line& line) { mode.current().json_results = take_signed(line) != 0; }},
+     [](ModeHolder& mode, Line& line) { mode.current().json_results = take_switch(line) != 0; }},
     {"-M", "-M:BYTES", "Memory to use; swap mode only.", "-M:1.5G",
      [](ModeHolder& mode, Line& line) {
        auto& swap = mode.swap_for("-M");
@@ -158,7 +190,7 @@ constexpr Option<BenchSettings> kBench[] = {
     {"-o", "-o PATH", "Folder of the digit files.", "-o digits",
      [](BenchSettings& bench, Line& line) { bench.parameters.set_output_path(take_path(line)); }},
     {"-od", "-od:N", "Other than 0 writes digit files; 0 (the default) does not.", "-od:1",
-     [](BenchSettings& bench, Line& line) { bench.parameters.output_digits = take_signed(line) != 0; }},
+     [](BenchSettings& bench, Line& line) { bench.parameters.output_digits = take_switch(line) != 0; }},
     {"-TD", "-TD:N", "Task decomposition, 1 to 65536.", "-TD:8",
      [](BenchSettings& bench, Line& line) { bench.parameters.parallelism.set_tds(take_integer(line)); }},
     {"-PF", "-PF:NAME", "Parallel framework.", "-PF:none",
@@ -169,7 +201,7 @@ constexpr Option<BenchSettings> kBench[] = {
      Values::kAllocator},
     {"-json", "-json:N",
      "Other than 0 also writes the results as JSON, beside the validation file. Default 0.", "-json:1",
-     [](BenchSettings& bench, Line& line) { bench.parameters.json_results = take_signed(line) != 0; }},
+     [](BenchSettings& bench, Line& line) { bench.parameters.json_results = take_switch(line) != 0; }},
 };
 
 constexpr Option<BenchIoSettings> kBenchIo[] = {
@@ -193,9 +225,7 @@ constexpr Option<BenchIoSettings> kBenchIo[] = {
 constexpr Option<LogFormulaLine> kLogFormula[] = {
     {"-dec", "-dec:DIGITS",
      "Decimal digits that the formulas are to be the cheapest for, at least 100. Default 1m.", "-dec:1b",
-     [](LogFormulaLine& formula, Line& line) {
-       formula.decimal_digits = parse_decimal_count(take_value(line));
-     }},
+     [](LogFormulaLine& formula, Line& line) { formula.decimal_digits = take_count(line); }},
 };
 
 void select_test(StressLine& stress, Line& line) { stress.tests.push_back(line.take()); }
@@ -216,6 +246,22 @@ constexpr Option<StressLine> kStress[] = {
 };
 
 }  // namespace
+
+void GivenOptions::add(const void* option, const Line& line, u64 first) {
+  std::string value = line.pairs[first].second;
+  for (u64 i = first + 1; i < line.cursor; i++) value += "\n" + line.tokens[i];
+  const auto [place, is_new] = values_.emplace(option, value);
+  if (is_new || place->second == value) return;
+  throw InvalidParametersException(line.pairs[first].first,
+                                   "This was given twice, with different values. Which one is meant?\n\"" +
+                                       line.tokens[first] + "\" is the second.");
+}
+
+void refuse_value(const Line& line) {
+  if (line.tokens[line.cursor].size() == line.key().size()) return;
+  throw InvalidParametersException(line.key(),
+                                   "It takes no value, so \"" + line.value() + "\" would be left out.");
+}
 
 std::span<const Option<orl::Settings>> global_options() { return kGlobal; }
 std::span<const Option<ModeHolder>> custom_options() { return kCustom; }

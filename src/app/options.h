@@ -3,8 +3,10 @@
 // One row serves both, so an option cannot be parsed and undocumented, or documented and ignored.
 #pragma once
 
+#include <map>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "app/command_line.h"
@@ -91,12 +93,42 @@ inline constexpr u64 kDecimalSizes = 16;
 /// All sizes, in the order of the menu.
 std::span<const BenchSize> bench_sizes();
 
+/// The options that a line has given so far: one may be repeated, not contradicted.
+class GivenOptions {
+ public:
+  /// Notes the tokens of `line` from `first` to the cursor as `option`, any pointer that stands for it. Throws
+  /// InvalidParametersException when it stood there before with another value.
+  void add(const void* option, const orl::CommandLine::Parameters& line, u64 first);
+
+ private:
+  std::map<const void*, std::string> values_;
+};
+
+/// Throws InvalidParametersException when the current token brings a value that nobody reads.
+void refuse_value(const orl::CommandLine::Parameters& line);
+
 /// The row with this key, or null.
 template <class Target>
 const Option<Target>* find_option(std::span<const Option<Target>> table, const std::string& key) {
   for (const auto& option : table)
     if (key == option.key) return &option;
   return nullptr;
+}
+
+/// Runs the token at the cursor, and what belongs to it, through `table`. False, and nothing done, when the table
+/// does not have it.
+template <class Target>
+bool take_option(std::span<const Option<Target>> table, Target& target, orl::CommandLine::Parameters& line,
+                 GivenOptions& given) {
+  const auto* option = find_option(table, line.key());
+  if (!option) return false;
+  const bool has_value = std::string_view(option->form).substr(line.key().size()).starts_with(':');
+  if (!has_value) refuse_value(line);
+  const u64 first = line.cursor;
+  option->handler(target, line);
+  // Two names of one option share their handler; options that share one have no values.
+  given.add(reinterpret_cast<const void*>(option->handler), line, first);
+  return true;
 }
 
 }  // namespace orvane

@@ -108,7 +108,16 @@ const Value& Object::get(std::string_view key) const {
   return *value;
 }
 
-s64 Object::get_integer(std::string_view key) const { return get(key).as_integer(key).value; }
+s64 Object::get_integer(std::string_view key) const {
+  const Integer& integer = get(key).as_integer(key);
+  if (integer.unit != '\0')
+    throw InvalidParametersException("Object::get_integer()",
+                                     std::string("\"") + integer.unit +
+                                         "\" is for numbers of digits. Please write this number in full: " +
+                                         std::to_string(integer.value));
+  return integer.value;
+}
+s64 Object::get_count(std::string_view key) const { return get(key).as_integer(key).value; }
 const std::string& Object::get_string(std::string_view key) const { return get(key).as_string(key).value; }
 const Array& Object::get_array(std::string_view key) const { return get(key).as_array(key); }
 const Object& Object::get_object(std::string_view key) const { return get(key).as_object(key); }
@@ -163,7 +172,7 @@ std::unique_ptr<Value> copy_of(const Value& value) {
   std::unique_ptr<Value> copy;
   switch (value.kind()) {
     case ValueKind::kInteger:
-      copy = std::make_unique<Integer>(value.as_integer("").value);
+      copy = std::make_unique<Integer>(value.as_integer("").value, value.as_integer("").unit);
       break;
     case ValueKind::kString:
       copy = std::make_unique<String>(value.as_string("").value);

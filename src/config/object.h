@@ -65,8 +65,10 @@ class Value {
 class Integer final : public Value {
  public:
   /// Any 64-bit value.
-  explicit Integer(s64 integer) : Value(ValueKind::kInteger), value(integer) {}
+  explicit Integer(s64 integer, char letter = '\0')
+      : Value(ValueKind::kInteger), value(integer), unit(letter) {}
   s64 value;
+  char unit;  ///< the K, M, B or T that the value was written with; 0: none
 };
 
 class String final : public Value {
@@ -127,7 +129,11 @@ class Object final : public Value {
   bool contains(std::string_view key) const { return find(key) != nullptr; }
 
   // get(), then the type check with the key as the name.
+  /// A number that was written with a unit of digits throws InvalidParametersException: among bytes it would
+  /// mean something else.
   s64 get_integer(std::string_view key) const;
+  /// A number of digits, which may have a unit.
+  s64 get_count(std::string_view key) const;
   const std::string& get_string(std::string_view key) const;
   const Array& get_array(std::string_view key) const;
   const Object& get_object(std::string_view key) const;

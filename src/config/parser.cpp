@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "core/exceptions.h"
+#include "core/number_forms.h"
 
 namespace orl {
 
@@ -194,21 +195,22 @@ class Parser {
     }
   }
 
-  s64 parse_integer() {
+  Integer parse_integer() {
     const bool negative = peek() == '-';
     if (negative) at_++;
-    u64 limit = u64{1} << 63;
-    if (!negative) limit--;
-    u64 value = 0;
-    bool any = false;
-    for (; peek() >= '0' && peek() <= '9'; at_++) {
-      if (value > 0xccccccccccccccc) fail("Invalid integer literal.");
-      value = value * 10 + static_cast<u64>(peek() - '0');
-      if (value > limit) fail("Invalid integer literal.");
-      any = true;
-    }
-    if (!any) fail("Invalid integer literal.");
-    return static_cast<s64>(negative ? 0 - value : value);
+    // A comma is never part of a number here: it separates nothing either.
+    const std::string_view rest = text_.substr(at_);
+    const std::string_view literal = rest.substr(0, rest.find_first_of(" \t\r\n,:\"/[]{}"));
+    const Number number = parse_number(literal, json() ? NumberForm::kInteger : NumberForm::kCount);
+    const u64 limit = (u64{1} << 63) - (negative ? 0 : 1);
+    const bool plain = number.read.find_first_not_of("0123456789") == std::string_view::npos;
+    if (number.read.empty() || number.too_large || number.value > limit || (json() && !plain))
+      fail("Invalid integer literal.");
+    if (!number.is_whole()) fail("Invalid integer literal. " + number_refusal(number, NumberForm::kCount));
+    at_ += literal.size();
+    const char last = literal.back();
+    const char unit = last >= '0' && last <= '9' ? '\0' : last;
+    return Integer(static_cast<s64>(negative ? 0 - number.value : number.value), unit);
   }
 
   std::string_view text_;

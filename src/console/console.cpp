@@ -7,12 +7,12 @@
 
 #include <algorithm>
 #include <atomic>
-#include <charconv>
 #include <iostream>
 #include <optional>
 
 #include "core/ending.h"
 #include "core/format.h"
+#include "core/number_forms.h"
 #include "core/output.h"
 #include "core/settings.h"
 #include "core/uncopied.h"
@@ -125,14 +125,6 @@ std::string line_or_exit() {
   return *std::move(line);
 }
 
-std::optional<u64> leading_number(std::string_view line) {
-  line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
-  u64 value = 0;
-  const auto result = std::from_chars(line.data(), line.data() + line.size(), value);
-  if (result.ec != std::errc{}) return std::nullopt;
-  return value;
-}
-
 /// Returns the length of the text.
 u64 write_piece(std::string_view text, char colour, std::string_view end) {
   print_call_count.fetch_add(1, std::memory_order_relaxed);
@@ -188,11 +180,29 @@ u64 label_value(std::string_view label, std::string_view value, char colour) {
   return length + print(value, colour);
 }
 
+namespace {
+
+std::string_view without_blanks(std::string_view line) {
+  const u64 begin = std::min(line.find_first_not_of(" \t\r"), line.size());
+  return line.substr(begin, line.find_last_not_of(" \t\r") + 1 - begin);
+}
+
+/// The number that the line is. What has something behind it is told; an answer without any number, or past 64 bits,
+/// is not.
+std::optional<u64> answered_number(std::string_view line) {
+  const Number number = parse_number(without_blanks(line), NumberForm::kCount);
+  if (number.is_whole() && !number.too_large) return number.value;
+  if (!number.read.empty() && !number.rest.empty()) println(number_refusal(number, NumberForm::kCount), 'R');
+  return std::nullopt;
+}
+
+}  // namespace
+
 u64 read_number(std::string_view prompt, char colour) {
   for (;;) {
     print(prompt, colour == ' ' ? ' ' : 'w');
     set_colour(colour);
-    if (const std::optional<u64> value = leading_number(line_or_exit())) return *value;
+    if (const std::optional<u64> value = answered_number(line_or_exit())) return *value;
   }
 }
 
@@ -209,8 +219,8 @@ std::optional<u64> read_choice(std::string_view prompt, u64 low, u64 high, char 
     set_colour(colour);
     const std::string line = line_or_exit();
     if (colour != ' ') set_colour('w');
-    if (line.find_first_not_of(" \t\r") == std::string::npos) return std::nullopt;
-    const std::optional<u64> value = leading_number(line);
+    if (without_blanks(line).empty()) return std::nullopt;
+    const std::optional<u64> value = answered_number(line);
     if (value && low <= *value && *value <= high) return value;
   }
 }

@@ -37,8 +37,8 @@ u64 print_number(u64 width, u64 value, char colour = 'G');
 /// nothing.
 u64 label_value(std::string_view label, std::string_view value, char colour = 'G');
 
-/// Prints the prompt and reads a decimal number in the colour given, from the front of a line. Asks again
-/// when the line does not begin with a number or when it does not fit 64 bits.
+/// Prints the prompt and reads a number of the form kCount (core/number_forms.h) in the colour given. Asks again
+/// when the line is none or does not fit 64 bits; a number with something behind it is told first.
 u64 read_number(std::string_view prompt, char colour = 'G');
 /// read_number() until low <= value <= high, with no message; `high` of all ones is no bound. Then back to
 /// 'w', unless the colour is the blank.

@@ -5,7 +5,7 @@
 
 #include "console/console.h"
 #include "console/menu_row.h"
-#include "console/number_forms.h"
+#include "core/number_forms.h"
 
 namespace orl {
 

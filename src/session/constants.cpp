@@ -5,8 +5,8 @@
 
 #include "config/located.h"
 #include "config/parser.h"
-#include "console/number_forms.h"
 #include "core/exceptions.h"
+#include "core/number_forms.h"
 #include "session/constant_kinds.h"
 
 namespace orvane {

@@ -79,7 +79,7 @@ Object dump_allocator(const orl::MemoryAllocator& allocator) {
 }
 
 u64 count_of(const Object& object, const char* key) {
-  const s64 count = object.get_integer(key);
+  const s64 count = object.get_count(key);
   if (count < 0)
     throw orl::InvalidParametersException("count_of()", std::to_string(count) + " is out of range.");
   return static_cast<u64>(count);
@@ -105,7 +105,7 @@ void read_format(const Object& object, ComputeParameters& parameters) {
   read_optional_key(object, "OutputEnable",
                     [&] { parameters.output_digits = object.get_bool("OutputEnable"); });
   read_optional_key(object, "DigitsPerFile", [&] {
-    parameters.request_digits_per_file(static_cast<u64>(object.get_integer("DigitsPerFile")));
+    parameters.request_digits_per_file(static_cast<u64>(object.get_count("DigitsPerFile")));
   });
   read_optional_key(object, "Path", [&] {
     const std::string& path = object.get_string("Path");

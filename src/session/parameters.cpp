@@ -16,6 +16,7 @@ namespace console = orl::console;
 using orl::InvalidParametersException;
 using orl::kMinDigitsPerFile;
 
+constexpr u64 kMinHexadecimalDigits = 83;  // the least that are worth kMinDecimalDigits
 constexpr u64 kMaxMemoryBytes = 0x6ffffffffffffff9;
 constexpr u64 kMinBytesPerSeek = 4096;
 constexpr u64 kBytesPerSeekOfDrive = u64{1} << 20;
@@ -33,8 +34,7 @@ u64 decimal_equivalent(u64 digits) {
 }
 
 void check_digits(u64 decimal_digits, const Constant& constant) {
-  if (decimal_digits < kMinDecimalDigits)
-    throw InvalidParametersException("set_digits()", "Computation size must be at least 100 decimal digits.");
+  if (decimal_digits < kMinDecimalDigits) throw InvalidParametersException("set_digits()", kTooFewDigits);
   if (decimal_digits > constant.max_digits())
     throw InvalidParametersException("set_digits()", "Computation size cannot be larger than " +
                                                          orl::format_with_commas(constant.max_digits()) +
@@ -66,6 +66,10 @@ void ComputeParameters::set_decimal_digits(u64 digits) {
 }
 
 void ComputeParameters::set_hexadecimal_digits(u64 digits) {
+  if (digits != 0 && digits < kMinHexadecimalDigits)
+    throw InvalidParametersException("set_digits()", std::string(kTooFewDigits) + "\nThose are " +
+                                                         std::to_string(kMinHexadecimalDigits) +
+                                                         " hexadecimal digits.");
   if (digits != 0) check_digits(decimal_equivalent(digits), *constant_);
   hexadecimal_digits_ = digits;
   digits_changed();

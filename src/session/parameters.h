@@ -27,6 +27,7 @@ struct Precision {
 /// Guard digits beyond what is written; they are computed and dropped.
 inline constexpr u64 kGuardDigits = 100;
 inline constexpr u64 kMinDecimalDigits = 100;
+inline constexpr const char* kTooFewDigits = "Computation size must be at least 100 decimal digits.";
 inline constexpr u64 kOneFile = ~u64{0};  ///< digits per file: one compressed file for the whole stream
 
 /// How digit files are written, in words.

@@ -5,8 +5,8 @@
 #include <numeric>
 
 #include "console/console.h"
-#include "console/number_forms.h"
 #include "core/name_table.h"
+#include "core/number_forms.h"
 #include "digits/sha256.h"
 #include "session/validation_file.h"
 
@@ -87,11 +87,7 @@ bool has_all_lines(std::string_view text) {
   return true;
 }
 
-u64 number_of(std::string_view text) {
-  std::string digits(text);
-  std::erase(digits, ',');
-  return orl::parse_plain_integer(digits);
-}
+u64 number_of(std::string_view text) { return orl::parse_number(text, orl::NumberForm::kInteger).value; }
 
 // Every digit was counted.
 bool counts_agree(std::string_view text, std::string_view digits_label, std::string_view counts_label) {

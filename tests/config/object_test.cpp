@@ -35,6 +35,10 @@ TEST(ConfigObject, KeepsTheOrderOfInsertionAndFindsByKey) {
   for (const Object::Node& node : object.nodes()) order += node.key + " ";
   EXPECT_EQ(order, "zeta alpha flag list inner ");
   EXPECT_EQ(object.get_integer("zeta"), -3);
+  Object with_unit;
+  with_unit.add_node("size", std::make_unique<Integer>(8000000, 'M'));
+  EXPECT_EQ(with_unit.get_count("size"), 8000000);
+  EXPECT_THROW(with_unit.get_integer("size"), InvalidParametersException);  // bytes have units of their own
   EXPECT_EQ(object.get_string("alpha"), "text");
   EXPECT_TRUE(object.get_bool("flag"));
   EXPECT_EQ(object.get_array("list")[0].as_integer("").value, 1);

@@ -38,18 +38,24 @@ constexpr const char* kEnd = "EOS Unexpected end of stream.";
 constexpr const char* kLong = "Line 1: Invalid integer literal.";
 
 TEST(ConfigText, IntegersReachTheEndsOfTheirRange) {
-  check(parse_text, {{"9223372036854775807", "9223372036854775807"},
-                     {"-9223372036854775808", "-9223372036854775808"},
-                     {"0009", "9"},
-                     {"9223372036854775808", kLong},
-                     {"-9223372036854775809", kLong},
-                     {"18446744073709551616", kLong},
-                     {"14757395258967641300", kLong},
-                     {"99999999999999999999999999999999", kLong},
-                     {"-", kLong},
-                     {"--1", kLong},
-                     {"+1", kLong},
-                     {"word", kLong}});
+  check(parse_text,
+        {{"9223372036854775807", "9223372036854775807"},
+         {"-9223372036854775808", "-9223372036854775808"},
+         {"0009", "9"},
+         {"9223372036854775808", kLong},
+         {"-9223372036854775809", kLong},
+         {"18446744073709551616", kLong},
+         {"14757395258967641300", kLong},
+         {"99999999999999999999999999999999", kLong},
+         {"-", kLong},
+         {"--1", kLong},
+         {"+1", kLong},
+         {"[ 25m 1_000 3e2 -1k ]", "[\r\n    25000000\r\n    1000\r\n    300\r\n    -1000\r\n]\r\n"},
+         {"[ 1,000 ]", "Line 1: Don't use commas to separate elements."},
+         {"[ 2.5b ]", std::string(kLong) +
+                          " \"2\" was read, but not the \".5b\" behind it.\nPlease enter a "
+                          "whole number, with K, M, B or T behind it for 10^3, 10^6, 10^9 or 10^12."},
+         {"word", kLong}});
 }
 
 TEST(ConfigText, StringsKnowTwoEscapes) {

@@ -68,12 +68,15 @@ TEST(Console, EveryPrintCallCountsOnce) {
 }
 
 TEST(ConsoleReaders, BoundedReaderAsksAgainWithoutAWord) {
-  // Out of range, no number, empty, past 64 bits, negative; then one with blanks before and text behind.
-  const ChildResult result = run_child("9\nx\n\n99999999999999999999999\n-1\n  7 seven\r\n", [] {
+  // Out of range, no number, empty, past 64 bits, negative; then one that has text behind it, and one in blanks.
+  const ChildResult result = run_child("9\nx\n\n99999999999999999999999\n-1\n7 seven\n  7 \r\n", [] {
     return static_cast<int>(console::read_bounded("option: ", 0, 7, 'G'));
   });
   EXPECT_EQ(result.status, 7);
-  EXPECT_EQ(result.output, "option: option: option: option: option: option: ");
+  EXPECT_EQ(
+      result.output,
+      "option: option: option: option: option: option: \"7\" was read, but not the \" seven\" behind it.\n"
+      "Please enter a whole number, with K, M, B or T behind it for 10^3, 10^6, 10^9 or 10^12.\noption: ");
 }
 
 TEST(ConsoleReaders, AllOnesIsNoBound) {
