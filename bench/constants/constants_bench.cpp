@@ -15,6 +15,7 @@
 #include "constants/e.h"
 #include "constants/lemniscate.h"
 #include "constants/log.h"
+#include "constants/one_series.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
 #include "core/exceptions.h"
@@ -40,7 +41,7 @@ std::unique_ptr<ConstantPlan<u64>> make_plan(const std::string& name, u64 p, u64
   if (name == "e-alternating") return make_e<Store>({ETaylor::kAlternating}, p, tds);
   if (name == "sqrt2") return make_sqrt<Store>({2}, p, tds);
   if (name == "phi") return make_golden_ratio<Store>(1, p, tds);
-  if (name == "log2") return make_log2<Store>(p, tds);
+  if (name == "log2") return make_one_series<Store>(OneSeries::kLog2Zuniga, 1, p, tds);
   if (name == "lemniscate") return make_lemniscate<Store>({LemniscateAlgorithm::kSingular}, p, tds);
   if (name == "lemniscate-gauss") return make_lemniscate<Store>({LemniscateAlgorithm::kGauss}, p, tds);
   if (name == "lemniscate-sebah") return make_lemniscate<Store>({LemniscateAlgorithm::kSebah}, p, tds);

@@ -72,13 +72,11 @@ std::unique_ptr<Constant> constants_menu() {
 }
 
 void algorithm_menu(Constant& constant) {
-  console::println("\nSelect an Algorithm:\n", 'w');
-  std::vector<std::string> keys;
-  std::string last;
+  // The texts first: some say on the console what it takes to make them.
+  std::vector<std::string> keys, texts;
   const auto offer = [&](const std::string& key, const std::string& text) {
-    last = "   " + std::to_string(keys.size()) + "    " + text;
+    texts.push_back("   " + std::to_string(keys.size()) + "    " + text);
     keys.push_back(key);
-    console::println(last, 'T');
   };
   const auto rows = constant.algorithms();
   for (u32 i = 0; i < rows.size(); ++i) {
@@ -86,8 +84,11 @@ void algorithm_menu(Constant& constant) {
     if (rows[i].menu_text) offer(rows[i].key, menu_text(constant, rows[i]) + (marked ? "    (default)" : ""));
   }
   if (keys.empty()) offer(constant.algorithm_key(), constant.algorithm_long());
-  if (const char* note = constant.row().algorithm_menu.note) console::println(last = note, 'w');
-  if (!last.ends_with('\n')) console::newline();
+  console::println("\nSelect an Algorithm:\n", 'w');
+  for (const std::string& text : texts) console::println(text, 'T');
+  const char* const note = constant.row().algorithm_menu.note;
+  if (note) console::println(note, 'w');
+  if (!(note ? std::string_view(note) : texts.back()).ends_with('\n')) console::newline();
   constant.set_algorithm(keys[console::read_bounded("Algorithm: ", 0, keys.size() - 1, 'G')]);
 }
 

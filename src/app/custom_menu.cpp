@@ -55,8 +55,10 @@ class CustomMenu {
   }
 
   void print() {
+    // Some constants say on the console what it takes to name their algorithm.
+    const std::string algorithm = parameters().constant().algorithm_long();
     console::println("\n\nCustom Compute a Constant:\n", 'Y');
-    print_computation();
+    print_computation(algorithm);
     console::newline();
     print_output();
     console::newline();
@@ -70,10 +72,10 @@ class CustomMenu {
     console::newline();
   }
 
-  void print_computation() {
+  void print_computation(const std::string& algorithm) {
     const Constant& constant = parameters().constant();
     print_row("  1     ", "Constant:", constant.name_long(), constant.row().menu.colour);
-    print_row("  2     ", "Algorithm:", constant.algorithm_long());
+    print_row("  2     ", "Algorithm:", algorithm);
     print_row("  3     ", "Decimal Digits:", count_text(parameters().decimal_digits()));
     print_row("  4     ", "Hexadecimal Digits:", count_text(parameters().hexadecimal_digits()),
               parameters().hexadecimal_digits() == 0 ? 'g' : 'G');

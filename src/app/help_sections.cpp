@@ -183,13 +183,13 @@ HelpSection constants() {
     const auto constant = make_constant(i);
     std::string text = catalogue()[i].menu.name;
     const char* separator = ": ";
-    for (const AlgorithmRow& row : constant->algorithms()) {
+    const AlgorithmMenu& menu = catalogue()[i].algorithm_menu;
+    for (const AlgorithmRow& row : menu.rows) {
       text += separator + std::string(row.key);
-      if (const u32 chosen = constant->default_algorithm();
-          chosen != 0 && row.key == constant->algorithms()[chosen].key)
-        text += " (default)";
+      if (menu.default_row != 0 && &row == &menu.rows[menu.default_row]) text += " (default)";
       separator = ", ";
     }
+    if (menu.remark) text += std::string("; ") + menu.remark;
     if (!constant->unavailable().empty()) text += " (not in this version yet)";
     section.entries.push_back({words_of(i, *constant), text, {}});
   }

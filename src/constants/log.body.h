@@ -22,14 +22,4 @@ ConstantPlanPointer<Store> make_log_machin(u64 n, const MachinFormula& formula, 
                                 budget);
 }
 
-/// As log.h has it.
-template <class Store>
-ConstantPlanPointer<Store> make_log2(u64 p, const typename Store::Budget& budget) {
-  const TermSeries series = log2_terms();
-  std::vector<SeriesTerm<typename Store::Word>> terms;
-  terms.push_back({make_term_series<typename Store::Word>(series, p + 1), series.outer});
-  return make_series_sum<Store>({"Log2_Zuniga_BigFloatR::run()", "Log(2) - Zuniga (2023):"}, std::move(terms),
-                                p, budget);
-}
-
 }  // namespace orl

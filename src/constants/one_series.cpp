@@ -109,6 +109,14 @@ TermSeries catalan_zuniga() {
           .outer = {.P = 1, .Q = 1999553, .D = 2182950}};
 }
 
+TermSeries log2_zuniga() {
+  return {.name = "Log2_Zuniga",
+          .P = {.polynomial = {1794, 1497}},
+          .Q = {216, {{6, 1}, {6, 5}}},
+          .R = {1, {{1, 0}, {2, -1}}},
+          .outer = {.P = 1, .Q = 1497, .D = 2160}};
+}
+
 }  // namespace
 
 OneSeriesRow one_series_row(OneSeries which) {
@@ -131,6 +139,8 @@ OneSeriesRow one_series_row(OneSeries which) {
       return {"Catalan - Huvent (2006):", catalan_huvent()};
     case OneSeries::kCatalanZuniga:
       return {"Catalan - Zuniga (2023):", catalan_zuniga()};
+    case OneSeries::kLog2Zuniga:
+      return {"Log(2) - Zuniga (2023):", log2_zuniga()};
   }
   internal_error("one_series_row()", "No such series.");
 }

@@ -11,6 +11,7 @@
 //   Catalan, Lupas                    "Formulae for some classical constants", 2000
 //   Catalan, Huvent                   2006; here nine of its squared denominators are one Q
 //   Zeta(3), Catalan, Zuniga          2023
+//   Log(2), Zuniga                    2023, arXiv:2506.08245
 #pragma once
 
 #include "constants/constant_plan.h"
@@ -29,8 +30,9 @@ enum class OneSeries {
   kCatalanLupas,
   kCatalanHuvent,
   kCatalanZuniga,
+  kLog2Zuniga,
 };
-inline constexpr u32 kOneSeriesCount = 9;
+inline constexpr u32 kOneSeriesCount = 10;
 
 /// A row.
 struct OneSeriesRow {

@@ -33,13 +33,13 @@ template <orl::PiSeries Series, orl::SeriesMemory Memory>
 Plan plan_pi(const Constant&, u64 precision_words, u64 tds) {
   return orl::make_pi<Store>({Series, 1, Memory}, precision_words, tds);
 }
-template <orl::OneSeries Series>
-Plan plan_one_series(const Constant&, u64 precision_words, u64 tds) {
-  return orl::make_one_series<Store>(Series, 1, precision_words, tds);
-}
 template <orl::LemniscateAlgorithm Algorithm>
 Plan plan_lemniscate(const Constant&, u64 precision_words, u64 tds) {
   return orl::make_lemniscate<Store>({Algorithm, 1}, precision_words, tds);
+}
+template <orl::OneSeries Series>
+Plan plan_one_series(const Constant&, u64 precision_words, u64 tds) {
+  return orl::make_one_series<Store>(Series, 1, precision_words, tds);
 }
 
 using orl::ETaylor, orl::LemniscateAlgorithm, orl::OneSeries, orl::PiSeries, orl::SeriesMemory;
@@ -64,8 +64,9 @@ constexpr AlgorithmRow kPi[] = {
      plan_pi<PiSeries::kRamanujan, SeriesMemory::kReduced>},
 };
 constexpr AlgorithmRow kLog[] = {
-    {"machin-primary", "Machin (primary)", "Primary Machin-like Formula", ""},
-    {"machin-secondary", "Machin (secondary)", "Secondary Machin-like Formula", ""},
+    {"machin-primary", "Machin (primary)", "Primary Machin-like Formula", "", plan_log_machin},
+    {"machin-secondary", "Machin (secondary)", "Secondary Machin-like Formula", "", plan_log_machin},
+    {"zuniga", "Zuniga", "Zuniga (2023)", "", plan_one_series<OneSeries::kLog2Zuniga>},
 };
 constexpr AlgorithmRow kZeta3[] = {
     {"wedeniwski", "Wedeniwski", "Wedeniwski (1998)", "Wedeniwski (1998)               (fastest)",
@@ -93,8 +94,11 @@ constexpr AlgorithmRow kLemniscate[] = {
     {"agm-pi", "AGM-Pi", "AGM-Pi", "AGM with Pi        (Can be very slow on disk.)\n",
      plan_lemniscate<LemniscateAlgorithm::kAgmPi>},
     {"gauss", "Gauss Formula", "Gauss Formula",
-     "Gauss Formula      (2x slower in ram, may be faster on disk)\n"},
-    {"sebah", "Sebah's formula", "Sebah's formula", "Sebah's Formula    (20% slower than Gauss)\n"},
+     "Gauss Formula      (2x slower in ram, may be faster on disk)\n",
+     plan_lemniscate<LemniscateAlgorithm::kGauss>},
+    {"sebah", "Sebah's formula", "Sebah's formula", "Sebah's Formula    (20% slower than Gauss)\n",
+     plan_lemniscate<LemniscateAlgorithm::kSebah>},
+    {"singular", "Singular value", "Singular value", "", plan_lemniscate<LemniscateAlgorithm::kSingular>},
 };
 constexpr AlgorithmRow kGamma[] = {
     {"brent-refined", "Brent-McMillan (refined)", "Brent-McMillan with Refinement", ""},
@@ -149,7 +153,7 @@ constexpr std::array<ConstantRow, kConstantCount> kCatalogue = {{
      .key = "log",
      .words = {"log"},
      .menu = {kModerate, 'G', "Log(n)", "", "> 35.7"},
-     .algorithm_menu = {kLog},
+     .algorithm_menu = {kLog, nullptr, 0, "zuniga is for Log(2) alone and its default"},
      .argument = {Argument::kWholeNumber, "Log(n): n = "},
      .make = make_log},
     {.index = ConstantIndex::kZeta3,
@@ -172,7 +176,7 @@ constexpr std::array<ConstantRow, kConstantCount> kCatalogue = {{
      .menu = {kModerate, 'G', "Lemniscate", "5.244115...", "  60.4 / 124. / 154."},
      .name = "Lemniscate",
      .name_long = "Lemniscate Constant",
-     .algorithm_menu = {kLemniscate, kLemniscateNote}},
+     .algorithm_menu = {kLemniscate, kLemniscateNote, 3}},
     {.index = ConstantIndex::kGamma,
      .key = "gamma",
      .words = {"gamma"},

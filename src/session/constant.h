@@ -72,6 +72,7 @@ struct AlgorithmMenu {
   std::span<const AlgorithmRow> rows{};  ///< empty where a file brings their names
   const char* note = nullptr;            ///< stands under them
   u32 default_row = 0;                   ///< the fastest
+  const char* remark = nullptr;          ///< stands behind them in the help
 };
 /// What a constant asks for.
 struct ArgumentQuestion {
@@ -120,8 +121,8 @@ class Constant {
   /// The name of reports where a longer one exists, such as "Zeta(3) - Apery's Constant".
   virtual std::string name_long() const { return row().name_long ? row().name_long : name(); }
 
-  /// Empty where the constant brings its own names from a file.
-  std::span<const AlgorithmRow> algorithms() const { return row().algorithm_menu.rows; }
+  /// Those that the argument allows; empty where the constant brings its own names from a file.
+  virtual std::span<const AlgorithmRow> algorithms() const { return row().algorithm_menu.rows; }
   virtual std::string algorithm_key() const;
   virtual std::string algorithm_short() const;
   virtual std::string algorithm_long() const;

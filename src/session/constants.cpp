@@ -5,9 +5,13 @@
 
 #include "config/located.h"
 #include "config/parser.h"
+#include "constants/log.h"
 #include "core/exceptions.h"
 #include "core/number_forms.h"
+#include "machin/generator.h"
 #include "session/constant_kinds.h"
+#include "session/parameters.h"
+#include "splitting/size_model.h"
 
 namespace orvane {
 namespace {
@@ -50,8 +54,13 @@ class ArgumentConstant : public Constant {
   void read_keys(const orl::Object& object) override {
     u64 argument = 0;
     orl::read_key(object, "Argument", [&] { argument = file_argument(object); });
-    Constant::read_keys(object);
-    argument_ = argument;
+    std::swap(argument_, argument);  // which algorithms there are may depend on it
+    try {
+      Constant::read_keys(object);
+    } catch (...) {
+      argument_ = argument;
+      throw;
+    }
   }
 
   // A file holds what its integers cannot as a string of digits.
@@ -115,6 +124,40 @@ class LogConstant final : public ArgumentConstant {
   LogConstant() : ArgumentConstant(ConstantIndex::kLog) {}
   std::unique_ptr<Constant> clone() const override { return std::make_unique<LogConstant>(*this); }
   std::string name() const override { return "Log(" + std::to_string(argument_) + ")"; }
+  std::span<const AlgorithmRow> algorithms() const override {
+    return argument_ == 2 ? Constant::algorithms() : Constant::algorithms().first(kZuniga);
+  }
+  u32 default_algorithm() const override { return argument_ == 2 ? kZuniga : kPrimary; }
+  void set_argument(const std::string& text) override {
+    ArgumentConstant::set_argument(text);
+    if (argument_ != 2 && algorithm_ == kZuniga) algorithm_.reset();
+  }
+  void set_algorithm(std::string_view word) override {
+    if (argument_ != 2 && word == Constant::algorithms()[kZuniga].key)
+      throw InvalidParametersException(function(), "zuniga is an algorithm for Log(2) alone: " + name() +
+                                                       " has its Machin-like formulas.");
+    Constant::set_algorithm(word);
+  }
+  std::string algorithm_long() const override {
+    const std::string text = Constant::algorithm_long();
+    if (algorithm_index() == kZuniga) return text;
+    return text + " (" + std::to_string(formula().size()) + " terms)";
+  }
+
+  /// The formula of the chosen algorithm. Those that were made last are kept: names, menus and plans ask for the same
+  /// ones.
+  const orl::MachinFormula& formula() const {
+    static struct {
+      u64 n = 0, precision_words = 0;
+      orl::LogFormulas formulas{};
+    } made;
+    const u64 words = Precision{precision()}.words();
+    if (made.n != argument_ || made.precision_words != words) {
+      const double nats = orl::words_to_nats<Word>(words).to_double();
+      made = {argument_, words, orl::generate_log_formulas(argument_, nats)};
+    }
+    return algorithm_index() == kPrimary ? made.formulas.primary : made.formulas.secondary;
+  }
 
  protected:
   void check_argument(u64 value) const override {
@@ -123,6 +166,10 @@ class LogConstant final : public ArgumentConstant {
   }
   const char* function() const override { return "Constant_Log()"; }
   const char* example() const override { return "2"; }
+
+ private:
+  // Rows of its algorithms.
+  static constexpr u32 kPrimary = 0, kZuniga = 2;
 };
 
 // The parameter of Brent and McMillan's method, n = 2^e: the smallest e whose error bound reaches the
@@ -231,6 +278,10 @@ class CustomConstant final : public Constant {
 
 std::unique_ptr<Constant> make_sqrt() { return std::make_unique<SqrtConstant>(); }
 std::unique_ptr<Constant> make_log() { return std::make_unique<LogConstant>(); }
+std::unique_ptr<orl::ConstantPlan<Word>> plan_log_machin(const Constant& log, u64 precision_words, u64 tds) {
+  const orl::MachinFormula& formula = static_cast<const LogConstant&>(log).formula();
+  return orl::make_log_machin<orl::RamStore<Word>>(log.argument(), formula, precision_words, tds);
+}
 std::unique_ptr<Constant> make_gamma() { return std::make_unique<GammaConstant>(); }
 std::unique_ptr<Constant> make_brent() { return std::make_unique<BrentConstant>(); }
 std::unique_ptr<Constant> make_custom() { return std::make_unique<CustomConstant>(); }

@@ -71,7 +71,7 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"custom", "sqrt:18446744065119617025"}, "18446744065119617025 is a perfect square."},
       {{"custom", "sqrt:18446744073709551616"}, "18446744073709551616 is out of range."},
       {{"custom", "log:1"}, "1 is out of range."},
-      {{"custom", "log:2"}, "cannot be computed by this version yet"},
+      {{"custom", "log:3", "-algorithm:zuniga"}, "zuniga is an algorithm for Log(2) alone"},
       {{"custom", "brent:64"}, "64 is out of range."},
       {{"custom", "brent:0"}, "Argument must be greater than 0."},
       {{"custom", "custom:" + folder.file("formula.cfg")}, "String cannot be longer than 50 characters."},

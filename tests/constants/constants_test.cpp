@@ -10,6 +10,7 @@
 #include "constants/final_product.h"
 #include "constants/lemniscate.h"
 #include "constants/log.h"
+#include "constants/one_series.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
 #include "core/exceptions.h"
@@ -122,7 +123,9 @@ std::vector<Case<W>> all_cases() {
   log(two.n, two.formulas.primary);
   log(two.n, two.formulas.secondary);
   log(2147483647, {{558, 26}, {-62, 4801}, {248, 8749}, {-2, 4294967295}});
-  cases.push_back({"Log(2)", [](u64 p, u64 tds) { return make_log2<Store>(p, tds); }, log_of(2)});
+  cases.push_back({"Log(2)",
+                   [](u64 p, u64 tds) { return make_one_series<Store>(OneSeries::kLog2Zuniga, 1, p, tds); },
+                   log_of(2)});
   const auto lemniscate = [&](const char* name, LemniscateAlgorithm algorithm, s32 power) {
     cases.push_back(
         {name,

@@ -4,7 +4,7 @@
 #include "constants/arccoth.h"
 #include "constants/arcsinlemn.h"
 #include "constants/lemniscate.h"
-#include "constants/log.h"
+#include "constants/one_series.h"
 #include "constants/series_oracles.h"
 #include "core/exceptions.h"
 #include "splitting/leaf.h"
@@ -44,7 +44,7 @@ std::vector<Pair<W>> all_series() {
   const auto add = [&](const char* name, const TermSeries& terms, const MpzSeries& oracle) {
     pairs.push_back({name, make_term_series<W>(terms, p), oracle});
   };
-  add("Log(2)", log2_terms(), test::mpz_log2());
+  add("Log(2)", one_series_row(OneSeries::kLog2Zuniga).terms, test::mpz_log2());
   add("ArcSinlemn(7/23)", arcsinlemn_terms<W>(4, 7, 23), test::mpz_arcsinlemn(7, 23));
   const u64 y = sizeof(W) == 8 ? 65535 : 255;
   add("ArcSinlemn", arcsinlemn_terms<W>(1, y / 2, y), test::mpz_arcsinlemn(y / 2, y));

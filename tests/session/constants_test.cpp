@@ -52,6 +52,10 @@ TEST(Catalogue, NamesItsRowsAndAlgorithms) {
       {"zeta3", "zeta3", "Zeta(3)", "az", "Amdeberhan-Zeilberger (1997)", "Amdeberhan-Zeilberger (1997)"},
       {"catalan", "catalan", "Catalan", "huvent", "Huvent", "Huvent (2006)"},
       {"lemniscate", "lemniscate", "Lemniscate", "sebah", "Sebah's formula", "Sebah's formula"},
+      {"lemniscate", "lemniscate", "Lemniscate", "singular", "Singular value", "Singular value"},
+      {"log", "log", "Log(2)", "zuniga", "Zuniga", "Zuniga (2023)"},
+      {"log", "log", "Log(2)", "machin-secondary", "Machin (secondary)",
+       "Secondary Machin-like Formula (2 terms)"},
   };
   for (const auto& row : rows) {
     const auto constant = make(row.word);
@@ -134,6 +138,20 @@ TEST(Constants, GoThroughAConfigurationObject) {
   }
 }
 
+// Log(2) has a series of its own, which a menu of another logarithm does not offer.
+TEST(Constants, HaveTheAlgorithmsThatTheirArgumentAllows) {
+  const auto log = make("log");
+  EXPECT_EQ(log->algorithm_key(), "zuniga");
+  log->set_algorithm("zuniga");
+  log->set_argument("6");
+  EXPECT_EQ(log->algorithm_key(), "machin-primary");
+  EXPECT_EQ(log->algorithms().size(), 2u);
+  EXPECT_NE(message_of([&] { log->set_algorithm("zuniga"); }), "nothing was thrown");
+  log->set_algorithm("machin-secondary");
+  log->set_argument("2");
+  EXPECT_EQ(log->algorithm_key(), "machin-secondary");
+}
+
 TEST(Constants, CheckTheArgumentsOfAFile) {
   const struct {
     const char *word, *algorithm;
@@ -146,6 +164,8 @@ TEST(Constants, CheckTheArgumentsOfAFile) {
       {"sqrt", "fly", 3, "Algorithm: Invalid Algorithm: fly"},
       {"log", "machin-primary", 1, "Argument: 1 is out of range."},
       {"log", "machin-primary", 2147483648, "Argument: 2147483648 is out of range."},
+      {"log", "zuniga", 3,
+       "Algorithm: zuniga is an algorithm for Log(2) alone: Log(3) has its Machin-like formulas."},
       {"brent", "brent-refined", 64, "Argument: 64 is a out of range."},
       {"brent", "brent-refined", -1, "Argument: -1 is a out of range."},
       {"brent", "brent-refined", 0, nullptr},

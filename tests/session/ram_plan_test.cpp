@@ -19,7 +19,7 @@ RamPlan plan_for(const Constant& constant, u64 digits, u64 tds, bool verify) {
 // (tests/app/session_memory_test.cpp). Here: it stays in hand where no run can go.
 TEST(RamPlan, GrowsLittleWithTasksAtTheLargestSizes) {
   for (const ConstantIndex index : {ConstantIndex::kSqrt, ConstantIndex::kGoldenRatio, ConstantIndex::kE,
-                                    ConstantIndex::kPi, ConstantIndex::kLemniscate}) {
+                                    ConstantIndex::kPi, ConstantIndex::kLog, ConstantIndex::kLemniscate}) {
     const auto constant = make_constant(static_cast<u64>(index));
     for (const u64 digits : {u64{1000000000000}, u64{1000000000000000}}) {
       SCOPED_TRACE(constant->name() + " " + std::to_string(digits));
