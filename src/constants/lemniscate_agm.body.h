@@ -1,6 +1,8 @@
 // The plan of the lemniscate constant by Pi and an arithmetic-geometric mean.
 #pragma once
 
+#include <algorithm>
+
 #include "constants/constant_plan.h"
 #include "constants/pi.h"
 #include "core/exceptions.h"
@@ -27,11 +29,10 @@ class Lemniscate_AGM final : public BasicConstantPlan<Store> {
         division_(p, budget, DivisionMemory::kLess) {
     need_ = Store::need_of([&](auto& arena) {
       cut_mean(arena);
-      auto rest = arena;
-      cut_root(rest);
+      for (const Need& need : {root_.need(), agm_.need()}) arena.leave(need);
       cut_pi(arena);
     });
-    need_.out_words = division_.need().out_words;
+    need_.out_words = std::max(division_.need().out_words, root_.need().out_words + 1);
   }
 
   Need need() const override { return need_; }
@@ -42,7 +43,7 @@ class Lemniscate_AGM final : public BasicConstantPlan<Store> {
     auto frame = caller.enter(kRun);
     ctx.status.println("Lemniscate - AGM-Pi:");
     auto mean = cut_mean(heap);
-    const u64 mean_hash = run_mean(ctx, frame, mean, heap);
+    const u64 mean_hash = run_mean(ctx, frame, mean, out, heap);
     auto pi = cut_pi(heap);
     u64 hash = 0;
     frame.stage(
@@ -62,10 +63,11 @@ class Lemniscate_AGM final : public BasicConstantPlan<Store> {
   }
 
  private:
-  u64 run_mean(const RunContext& ctx, Store::Frame& frame, Number& mean, Store::Arena arena) const {
+  // `root` is the place of sqrt(2), which nothing needs afterwards.
+  u64 run_mean(const RunContext& ctx, Store::Frame& frame, Number& mean, Number& root,
+               const Store::Arena& arena) const {
     StageTimer timer(ctx.status, "AGM(1,x)...");
-    auto root = cut_root(arena);
-    u64 hash = 0;
+    u64 hash = 0, mean_hash = 0;
     frame.stage(
         [&] {
           hash = root_.run(ctx, frame, root, 2, arena);
@@ -74,7 +76,6 @@ class Lemniscate_AGM final : public BasicConstantPlan<Store> {
         },
         root, hash);
     fault_point("doubled root", root);
-    u64 mean_hash = 0;
     frame.stage([&] { mean_hash = agm_.run(ctx, frame, mean, {root, hash}, arena); }, mean, mean_hash);
     timer.finish();
     return mean_hash;
@@ -83,12 +84,6 @@ class Lemniscate_AGM final : public BasicConstantPlan<Store> {
   template <class AnyArena>
   Number cut_mean(AnyArena& arena) const {
     return Store::number(arena, agm_.need().out_words, "orv_M.sf");
-  }
-  template <class AnyArena>
-  Number cut_root(AnyArena& arena) const {
-    auto root = Store::number(arena, root_.need().out_words, "orv_X.sf");
-    for (const Need& need : {root_.need(), agm_.need()}) arena.leave(need);
-    return root;
   }
   template <class AnyArena>
   Number cut_pi(AnyArena& arena) const {

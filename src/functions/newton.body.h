@@ -3,8 +3,9 @@
 // Errors, relative, for a level of n words over one of h = (n + 1) >> 1; c is a small number.
 //
 //   Induction      t has error |eps| < c W^-(h+1), and n + 1 <= 2 h + 1.
-//   Newton         1/sqrt: the step leaves 3/2 eps^2; reciprocal and quotient: eps^2. Both are < W^-(n+1), as
-//                  2 (h + 1) > n + 1.
+//   Newton         1/sqrt(w): the step leaves 3/2 eps^2; reciprocal and quotient: eps^2. Both are < W^-(n+1), as
+//                  2 (h + 1) > n + 1. With eta for 1/sqrt(a) and eps for sqrt(a): eps^2/2 + eps eta and then
+//                  eta^2 + the error of the new root.
 //   e              holds n + 3 words, of which the top may be 0 and the next 1: an error of c W^-(n+1), for
 //                  1/sqrt(w) with the factor w < W over a square truncated at W^-(n+2).
 //   correction     is itself of size c W^-(h+1) and kept to h + 3 words, of which the top may be 0 and the
@@ -89,7 +90,7 @@ void NewtonPlan<Store, Below>::run_below(const RunContext& ctx, Store::Frame& fr
 template <class Store, class Below>
 template <class ErrorOf>
 void NewtonPlan<Store, Below>::run_level(const RunContext& ctx, Store::Frame& frame, Store::Number& out,
-                                         const Store::Number& estimate, Store::Arena arena,
+                                         const Store::Number& estimate, Store::Arena arena, Correction share,
                                          const ErrorOf& error_of) const {
   frame.stage(
       [&] {
@@ -101,7 +102,7 @@ void NewtonPlan<Store, Below>::run_level(const RunContext& ctx, Store::Frame& fr
         }
         if (side == Estimate::kExact) return products.keep_exact(out, estimate);
         const StatusFrame status(ctx.status, " 1M ");
-        products.correct(out, estimate, side);
+        products.correct(out, estimate, side, share);
       },
       out);
 }
@@ -115,9 +116,7 @@ template <class Store>
 InvsqrtWord<Store>::InvsqrtWord(u64 p, const Store::Budget& budget)
     : NewtonPlan<Store, InvsqrtWord>(p, budget) {
   if (this->plan_small()) return;
-  LevelShape shape = LevelShape::plain<typename Store::Word>(p);
-  shape.root = true;
-  this->plan_level(shape, [&](auto& arena) { this->lay_out(arena); });
+  this->plan_level(LevelShape::plain<typename Store::Word>(p), [&](auto& arena) { this->lay_out(arena); });
 }
 
 template <class Store>
@@ -128,43 +127,118 @@ void InvsqrtWord<Store>::run(const RunContext& ctx, Store::Frame& parent, Store:
   if (!this->below_) return frame.stage([&] { small_inverse_root(ctx, out, w, this->p_, arena); }, out);
   auto t = this->lay_out(arena);
   this->run_below(ctx, frame, t, w, arena);
-  this->run_level(ctx, frame, out, t, arena,
+  this->run_level(ctx, frame, out, t, arena, Correction::kHalf,
                   [&](auto& products) { return products.square_error(out, t, w, kFunction); });
 }
 
-// ---- 1/sqrt(a) ------------------------------------------------------------------------------------------
+// ---- sqrt(a) and 1/sqrt(a) ------------------------------------------------------------------------------
 
 template <class Store>
-InvsqrtFloat<Store>::InvsqrtFloat(u64 p, const Store::Budget& budget)
-    : NewtonPlan<Store, InvsqrtFloat>(p, budget) {
-  if (this->plan_small()) return;
-  LevelShape shape = LevelShape::wrapped<typename Store::Word>(p, budget.tds);
-  shape.root = true;
-  this->plan_level(shape, [&](auto& arena) { lay_out(arena); });
+RootPlan<Store>::RootPlan(u64 p, const Store::Budget& budget)
+    : NewtonPlan<Store, RootPair<Store>>(p, budget) {
+  if (this->plan_small(true)) return;
+  this->plan_level(LevelShape::of_root<typename Store::Word>(p, budget.tds),
+                   [&](auto& arena) { lay_out(arena); });
 }
 
 template <class Store>
 template <class AnyArena>
-auto InvsqrtFloat<Store>::lay_out(AnyArena& arena) const -> Numbers {
-  auto root = Store::number(arena, this->p_ + 4, "orv_S.sf");
-  return {root, NewtonPlan<Store, InvsqrtFloat>::lay_out(arena)};
+auto RootPlan<Store>::lay_out(AnyArena& arena) const -> Estimates {
+  const u64 words = this->shape_.below + 4;
+  Estimates estimates;
+  estimates.root = Store::number(arena, words, "orv_S.sf");
+  estimates.inverse = Store::number(arena, words, "orv_X.sf");
+  this->leave_parts(arena);
+  return estimates;
 }
 
 template <class Store>
-void InvsqrtFloat<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::Number& out,
-                              const Store::Number& a, Store::Arena arena) const {
+void RootPlan<Store>::run_below(const RunContext& ctx, Store::Frame& frame, Estimates& estimates,
+                                const Number& a, Store::Arena arena) const {
+  frame.stage(
+      [&] {
+        const StatusFrame status(ctx.status, "R");
+        this->below_->run(ctx, frame, {estimates.root, estimates.inverse}, a, arena);
+      },
+      estimates.root, estimates.inverse);
+}
+
+template <class Store>
+void RootPlan<Store>::improve(const RunContext& ctx, Products& products, Number& root,
+                              const Estimates& estimates, const Number& a, const char* function) const {
+  Estimate side;
+  {
+    const StatusFrame status(ctx.status, " 0M ");
+    side = products.square_difference(root, a, estimates.root, function);
+  }
+  const StatusFrame status(ctx.status, " 1M ");
+  products.keep(estimates.inverse);
+  products.correct(root, estimates.root, side, Correction::kHalf);
+}
+
+template <class Store>
+RootPair<Store>::RootPair(u64 p, const Store::Budget& budget) : RootPlan<Store>(p, budget) {}
+
+template <class Store>
+void RootPair<Store>::run(const RunContext& ctx, Store::Frame& parent, const Roots& roots, const Number& a,
+                          Store::Arena arena) const {
   constexpr const char* kFunction = "InvsqrtFloat_BigFloatR::run()";
   auto frame = this->enter(kFunction, ctx, parent, arena);
-  if (!this->below_) return frame.stage([&] { small_inverse_root(ctx, out, a, this->p_, arena); }, out);
-  Numbers numbers = lay_out(arena);
-  auto& t = numbers.estimate;
-  this->run_below(ctx, frame, t, a, arena);
-  this->run_level(ctx, frame, out, t, arena, [&](auto& products) {
-    // a t, an approximation of sqrt(a), of which nothing is known, and then e = a t * t.
-    products.keep(t);
-    products.multiply_long(numbers.root, a);
-    return products.error(out, numbers.root, kFunction);
-  });
+  if (!this->below_)
+    return frame.stage([&] { small_roots(ctx, roots.root, roots.inverse, a, this->p_, arena); }, roots.root,
+                       roots.inverse);
+  auto estimates = this->lay_out(arena);
+  this->run_below(ctx, frame, estimates, a, arena);
+  frame.stage(
+      [&] {
+        LevelProducts<Number> products(ctx, this->shape_, arena);
+        this->improve(ctx, products, roots.root, estimates, a, kFunction);
+        const StatusFrame status(ctx.status, " 2M ");
+        const Estimate side = products.error(roots.inverse, roots.root, kFunction);
+        if (side == Estimate::kExact) return products.keep_exact(roots.inverse, estimates.inverse);
+        products.correct(roots.inverse, estimates.inverse, side);
+      },
+      roots.root, roots.inverse);
+}
+
+template <class Store>
+SqrtFloat<Store>::SqrtFloat(u64 p, const Store::Budget& budget) : RootPlan<Store>(p, budget) {}
+
+template <class Store>
+void SqrtFloat<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::Number& out,
+                           const Store::Number& a, Store::Arena arena) const {
+  constexpr const char* kFunction = "SqrtFloat_BigFloatR::run()";
+  auto frame = this->enter(kFunction, ctx, parent, arena);
+  if (!this->below_) return frame.stage([&] { small_root(ctx, out, a, this->p_, arena); }, out);
+  auto estimates = this->lay_out(arena);
+  this->run_below(ctx, frame, estimates, a, arena);
+  frame.stage(
+      [&] {
+        LevelProducts<typename Store::Number> products(ctx, this->shape_, arena);
+        this->improve(ctx, products, out, estimates, a, kFunction);
+      },
+      out);
+}
+
+template <class Store>
+InvsqrtFloat<Store>::InvsqrtFloat(u64 p, const Store::Budget& budget) : roots_(p, budget) {
+  need_ = Store::need_of([&](auto& arena) { lay_out(arena); });
+  need_.out_words = roots_.need().out_words;
+}
+
+template <class Store>
+template <class AnyArena>
+auto InvsqrtFloat<Store>::lay_out(AnyArena& arena) const -> Store::Number {
+  auto root = Store::number(arena, roots_.need().out_words, "orv_S.sf");
+  arena.leave(roots_.need());
+  return root;
+}
+
+template <class Store>
+void InvsqrtFloat<Store>::run(const RunContext& ctx, Store::Frame& frame, Store::Number& out,
+                              const Store::Number& a, Store::Arena arena) const {
+  auto root = lay_out(arena);
+  roots_.run(ctx, frame, {root, out}, a, arena);
 }
 
 // ---- 1/a ------------------------------------------------------------------------------------------------
@@ -184,7 +258,7 @@ void Reciprocal<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::
   if (!this->below_) return frame.stage([&] { small_reciprocal(ctx, out, a, this->p_, arena); }, out);
   auto x0 = this->lay_out(arena);
   this->run_below(ctx, frame, x0, a, arena);
-  this->run_level(ctx, frame, out, x0, arena, [&](auto& products) {
+  this->run_level(ctx, frame, out, x0, arena, Correction::kWhole, [&](auto& products) {
     products.keep(x0);
     return products.error(out, a, kFunction);
   });

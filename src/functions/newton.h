@@ -1,4 +1,4 @@
-// Newton iterations on floating big numbers: 1/sqrt(word), 1/sqrt(a), 1/a and A/B.
+// Newton iterations on floating big numbers: 1/sqrt(word), sqrt(a) and 1/sqrt(a), 1/a and A/B.
 //
 // Precision  n counts words; the level below n is (n + 1) >> 1, level 0 is a double. A result holds at most
 //            n + 2 words and its relative error is a few W^-(n+1): newton.body.h shows it. A result never
@@ -50,10 +50,11 @@ class NewtonPlan {
   template <class Argument>
   void run_below(const RunContext& ctx, Store::Frame& frame, Store::Number& estimate,
                  const Argument& argument, Store::Arena arena) const;
-  /// The stage of the level: takes the error that error_of(products) finds off the estimate.
+  /// The stage of the level: takes the error that error_of(products) finds, or half of it, off the estimate.
   template <class ErrorOf>
   void run_level(const RunContext& ctx, Store::Frame& frame, Store::Number& out,
-                 const Store::Number& estimate, Store::Arena arena, const ErrorOf& error_of) const;
+                 const Store::Number& estimate, Store::Arena arena, Correction share,
+                 const ErrorOf& error_of) const;
 
   u64 p_;
   Store::Budget budget_;
@@ -76,23 +77,81 @@ class InvsqrtWord : public NewtonPlan<Store, InvsqrtWord<Store>> {
            Store::Arena arena) const;
 };
 
+template <class Store>
+class RootPair;
+
+/// What roots of a number have in common: s = sqrt(a) and y = 1/sqrt(a) of the level below make a root of this one,
+/// s + y (a - s^2) / 2 (A. Karp, P. Markstein, as at Division).
+template <class Store>
+class RootPlan : public NewtonPlan<Store, RootPair<Store>> {
+ protected:
+  using Number = Store::Number;
+  using Products = LevelProducts<Number>;
+  struct Estimates {
+    Number root, inverse;
+  };
+
+  RootPlan(u64 p, const Store::Budget& budget);
+
+  template <class AnyArena>
+  Estimates lay_out(AnyArena& arena) const;
+  void run_below(const RunContext& ctx, Store::Frame& frame, Estimates& estimates, const Number& a,
+                 Store::Arena arena) const;
+  /// The root of this level; keeps the transform of the inverse one below.
+  void improve(const RunContext& ctx, Products& products, Number& root, const Estimates& estimates,
+               const Number& a, const char* function) const;
+};
+
+/// sqrt(a) and 1/sqrt(a) of a positive number a, each from both of the level below.
+template <class Store>
+class RootPair : public RootPlan<Store> {
+ public:
+  using Number = Store::Number;
+
+  /// Both results, of need().out_words words each.
+  struct Roots {
+    Number& root;
+    Number& inverse;
+  };
+
+  /// A plan for p words and at most budget.tds tasks.
+  RootPair(u64 p, const Store::Budget& budget);
+
+  /// roots = sqrt(a), 1/sqrt(a), else as InvsqrtWord::run. `a` may be of any length; its top p + 2 words count.
+  void run(const RunContext& ctx, Store::Frame& frame, const Roots& roots, const Number& a,
+           Store::Arena arena) const;
+};
+
+/// sqrt(a) of a positive number a.
+template <class Store>
+class SqrtFloat : public RootPlan<Store> {
+ public:
+  /// A plan for p words and at most budget.tds tasks.
+  SqrtFloat(u64 p, const Store::Budget& budget);
+
+  /// out = sqrt(a), else as RootPair::run.
+  void run(const RunContext& ctx, Store::Frame& frame, Store::Number& out, const Store::Number& a,
+           Store::Arena arena) const;
+};
+
 /// 1/sqrt(a) of a positive number a.
 template <class Store>
-class InvsqrtFloat : public NewtonPlan<Store, InvsqrtFloat<Store>> {
+class InvsqrtFloat {
  public:
-  /// A plan for p words and at most tds tasks.
+  /// A plan for p words and at most budget.tds tasks.
   InvsqrtFloat(u64 p, const Store::Budget& budget);
 
-  /// out = 1/sqrt(a), else as InvsqrtWord::run. `a` may be of any length; its top p + 2 words count.
+  Need need() const { return need_; }
+  /// out = 1/sqrt(a), else as RootPair::run.
   void run(const RunContext& ctx, Store::Frame& frame, Store::Number& out, const Store::Number& a,
            Store::Arena arena) const;
 
  private:
-  struct Numbers {
-    Store::Number root, estimate;
-  };
   template <class AnyArena>
-  Numbers lay_out(AnyArena& arena) const;
+  Store::Number lay_out(AnyArena& arena) const;
+
+  RootPair<Store> roots_;
+  Need need_;
 };
 
 /// 1/a.

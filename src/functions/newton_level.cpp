@@ -28,6 +28,9 @@ constexpr double kTopError = 0x1p-40;
 template <class W>
 inline constexpr u64 kHalfWords = sizeof(W) / sizeof(u32);
 
+// Words that the ring of a root's estimate must have.
+u64 square_words(const LevelShape& shape) { return shape.below + kWrapGuard; }
+
 // T += low, both positive, words under T's lowest dropped. low ends under T's top.
 template <class W>
 void add_below(BigFloat<W>& T, const BigFloat<W>& low, ParallelContext parallel) {
@@ -77,7 +80,7 @@ Estimate subtract_product(BigFloat<W>& difference, u64 n, const BigFloat<W>& a, 
 template <class W>
 LevelShape LevelShape::plain(u64 n) {
   const u64 h = (n + 1) >> 1;
-  return {n, h, 2 * (h + 2), 0, 1};
+  return {.n = n, .below = h, .product_words = 2 * (h + 2)};
 }
 
 template <class W>
@@ -95,9 +98,30 @@ LevelShape LevelShape::wrapped(u64 n, u64 tds) {
 }
 
 template <class W>
+LevelShape LevelShape::of_root(u64 n, u64 tds) {
+  LevelShape shape = wrapped<W>(n, tds);
+  shape.dividend = true;
+  if (shape.wrap == 0) return shape;
+  ParametersBox box, square_box;
+  const Parameters& whole =
+      basic_table<W>().parameters_for(box, nullptr, shape.product_words, tds, ShapeChoice::kLean);
+  const Parameters& square =
+      basic_table<W>().parameters_for(square_box, nullptr, square_words(shape), tds, ShapeChoice::kLean);
+  const u64 cyclic = square.cyclic_words();
+  // It is made in the memory of the level.
+  const MultiplySizes room = whole.sizes(), sizes = square.sizes();
+  const bool fits = sizes.transform_bytes <= room.transform_bytes &&
+                    sizes.scratch_bytes <= room.scratch_bytes && cyclic <= shape.wrap * kHalfWords<W>;
+  if (fits && cyclic >= square_words(shape) * kHalfWords<W> && cyclic % kHalfWords<W> == 0)
+    shape.square_wrap = cyclic / kHalfWords<W>;
+  return shape;
+}
+
+template <class W>
 LevelProducts<BigFloat<W>>::LevelProducts(const RunContext& ctx, const LevelShape& shape,
                                           LinearHeapBuffer heap)
     : shape_(shape),
+      tables_(ctx.tables),
       areas_(lay_out(shape, ctx.parallel.tds, heap)),
       helper_(ctx.multiply(heap), shape.product_words, shape.kept, shape.choice()) {
   if (shape.wrap && helper_.parameters().cyclic_words() != shape.wrap * kHalfWords<W>)
@@ -108,7 +132,7 @@ template <class W>
 void LevelProducts<BigFloat<W>>::keep(const BigFloat<W>& t, u64 index) {
   fault_point("newton estimate", t);
   used_ = index;
-  kept_[index].top = t.to_double(&kept_[index].top_exp);
+  kept_[index].top = top_of(t);
   if (!shape_.wrap) return kept().forward(helper_, shape_.below, t, index);
   const BigFloat<W> used = top_words(t, shape_.below + 2);
   kept().clear();
@@ -122,15 +146,19 @@ void LevelProducts<BigFloat<W>>::keep(const BigFloat<W>& t, u64 index) {
                                                  helper_.scratch(), helper_.parallel());
 }
 
-// The product of a and the kept number over `ideal` (over 1 when that is zero), as far as doubles tell. 0 and
-// infinity stand for what is out of their reach.
 template <class W>
-double LevelProducts<BigFloat<W>>::top_ratio(const BigFloat<W>& a, const BigFloat<W>& ideal) const {
-  s64 exp_a = 0, exp_ideal = 0;
-  double x = a.to_double(&exp_a) * kept_[used_].top;
-  if (ideal.L != 0) x /= ideal.to_double(&exp_ideal);
-  const s64 words = std::clamp<s64>(exp_a + kept_[used_].top_exp - exp_ideal, -9, 9);
-  return std::abs(std::ldexp(x, static_cast<int>(words) * static_cast<int>(8 * sizeof(W))));
+auto LevelProducts<BigFloat<W>>::top_of(const BigFloat<W>& a) -> Top {
+  Top top;
+  top.value = a.to_double(&top.exp);
+  return top;
+}
+
+// |x y / ideal| as far as doubles tell. 0 and infinity stand for what is out of their reach.
+template <class W>
+double LevelProducts<BigFloat<W>>::ratio(const Top& x, const Top& y, const Top& ideal) {
+  const s64 words = std::clamp<s64>(x.exp + y.exp - ideal.exp, -9, 9);
+  return std::abs(
+      std::ldexp(x.value * y.value / ideal.value, static_cast<int>(words) * static_cast<int>(8 * sizeof(W))));
 }
 
 // The residue of a times the kept number fills the buffer.
@@ -145,17 +173,46 @@ void LevelProducts<BigFloat<W>>::residue(const BigFloat<W>& a) {
   wrapped.pointwise_cyclic(helper_.working(), helper_.kept(used_), product, helper_.scratch(), parallel);
   fault_point("newton product", product, shape_.wrap * sizeof(W));
   check.compare(product, false, "LevelProducts::residue()", parallel);
-  buffer_.T = buffer_.base;
-  buffer_.L = shape_.wrap;
-  buffer_.exp = a.exp + kept().exp;
-  buffer_.sign = a.sign == kept().sign;
+  take_buffer(shape_.wrap, a.exp + kept().exp, a.sign == kept().sign);
 }
 
-// The residue less A W^at, `at` of any size, L <= m.
 template <class W>
-void LevelProducts<BigFloat<W>>::subtract(const W* A, u64 L, u64 at) {
+void LevelProducts<BigFloat<W>>::take_buffer(u64 m, s64 exp, u8 sign) {
+  buffer_.T = buffer_.base;
+  buffer_.L = m;
+  buffer_.exp = exp;
+  buffer_.sign = sign;
+}
+
+// The residue of t^2 modulo W^m - 1 fills the buffer, where t may lie.
+template <class W>
+void LevelProducts<BigFloat<W>>::square_residue(const BigFloat<W>& t, u64 m) {
   const ParallelContext parallel = helper_.parallel();
-  const u64 m = shape_.wrap;
+  ParametersBox box;
+  const Parameters& shape = m == shape_.wrap
+                                ? helper_.parameters()
+                                : basic_table<W>().parameters_for(box, &tables_, square_words(shape_),
+                                                                  parallel.tds, ShapeChoice::kLean);
+  if (shape.cyclic_words() != m * kHalfWords<W>)
+    throw InvalidParametersException("LevelProducts::square_residue()", "The plan has another shape.");
+  const WrappedProducts& wrapped = *shape.wrapped();
+  RingCheck check(m * kHalfWords<W>);
+  check.take(reinterpret_cast<const u32*>(t.T), t.L * kHalfWords<W>, parallel);
+  check.square();
+  u32* const product = reinterpret_cast<u32*>(buffer_.base);
+  void *const F = helper_.working(), *const tmp = helper_.scratch();
+  const s64 exp = 2 * t.exp;
+  wrapped.forward_cyclic(F, Words<W>{t.T, t.L}, tmp, parallel);
+  wrapped.pointwise_cyclic(F, F, product, tmp, parallel);
+  fault_point("newton product", product, m * sizeof(W));
+  check.compare(product, false, "LevelProducts::square_residue()", parallel);
+  take_buffer(m, exp, 1);
+}
+
+// The residue modulo W^m - 1 less A W^at, `at` of any size, L <= m.
+template <class W>
+void LevelProducts<BigFloat<W>>::subtract(const W* A, u64 L, u64 at, u64 m) {
+  const ParallelContext parallel = helper_.parallel();
   W* const C = buffer_.base;
   at %= m;
   const u64 first = std::min(L, m - at);
@@ -171,8 +228,7 @@ void LevelProducts<BigFloat<W>>::subtract(const W* A, u64 L, u64 at) {
 
 // The number of least magnitude with the residue in the buffer; minus a residue is its complement.
 template <class W>
-Estimate LevelProducts<BigFloat<W>>::take_residue(s64 exp) {
-  const u64 m = shape_.wrap;
+Estimate LevelProducts<BigFloat<W>>::take_residue(s64 exp, u64 m) {
   const bool negative = buffer_.base[m - 1] >> (8 * sizeof(W) - 1) != 0;
   if (negative) bp_not(buffer_.base, buffer_.base, m, helper_.parallel());
   buffer_.T = buffer_.base;
@@ -236,15 +292,15 @@ Estimate LevelProducts<BigFloat<W>>::error(BigFloat<W>& work, const BigFloat<W>&
     return take_error_of(work, function);
   }
   const BigFloat<W> used = top_words(a, shape_.n + 3);
-  const double e = top_ratio(used, BigFloat<W>());
+  const double e = ratio(top_of(used), kept_[used_].top, Top());
   if (!(std::abs(e - 1) < kTopError))
     convergence_failure(function, e < 1 ? "Under-Estimate" : "Over-Estimate", shape_.below, 0);
   residue(used);
   const W one = 1;
   const s64 exp = buffer_.exp;
   if (exp > 0) convergence_failure(function, "Over-Estimate", shape_.below, exp);
-  subtract(&one, 1, static_cast<u64>(-exp));
-  const Estimate side = take_residue(exp);
+  subtract(&one, 1, static_cast<u64>(-exp), shape_.wrap);
+  const Estimate side = take_residue(exp, shape_.wrap);
   if (side != Estimate::kExact && error_.magnitude() > error_bound(shape_.below))
     convergence_failure(function, side == Estimate::kOver ? "Over-Estimate" : "Under-Estimate", shape_.below,
                         error_.magnitude());
@@ -263,12 +319,7 @@ Estimate LevelProducts<BigFloat<W>>::difference(BigFloat<W>& work, const BigFloa
     error_ = areas_.difference;
     return side;
   }
-  const double ratio = top_ratio(divisor, dividend);
-  if (!(std::abs(ratio - 1) < kTopError)) {
-    const W top = dividend.T[dividend.L - 1];
-    const double product = ratio * static_cast<double>(top);
-    tops_disagree(function, top, product < 0x1p63 ? static_cast<u64>(product) : ~u64{0});
-  }
+  check_tops_of(top_of(divisor), kept_[used_].top, dividend, function);
   const s64 exp = divisor.exp + kept().exp;
   if (exp > dividend.exp) {
     // The product ends above the dividend: zeros below the divisor bring them level.
@@ -280,9 +331,17 @@ Estimate LevelProducts<BigFloat<W>>::difference(BigFloat<W>& work, const BigFloa
     divisor.exp -= static_cast<s64>(zeros);
   }
   residue(divisor);
+  return take_difference(dividend, shape_.wrap, function);
+}
+
+// What is made twice the dividend's length in the ring of a square comes off in parts of the ring's length.
+template <class W>
+Estimate LevelProducts<BigFloat<W>>::take_difference(const BigFloat<W>& dividend, u64 m,
+                                                     const char* function) {
   const s64 bottom = buffer_.exp;
-  subtract(dividend.T, dividend.L, static_cast<u64>(dividend.exp - bottom));
-  const Estimate side = take_residue(bottom);
+  for (u64 at = 0; at < dividend.L; at += m)
+    subtract(dividend.T + at, std::min(m, dividend.L - at), static_cast<u64>(dividend.exp - bottom) + at, m);
+  const Estimate side = take_residue(bottom, m);
   if (side != Estimate::kExact && error_.magnitude() > dividend.magnitude() + error_bound(shape_.below)) {
     const s64 place = error_.magnitude() - 1;
     const W word = dividend.word_at(place), off = error_.T[error_.L - 1];
@@ -291,10 +350,50 @@ Estimate LevelProducts<BigFloat<W>>::difference(BigFloat<W>& work, const BigFloa
   return side;
 }
 
+// x y must be the dividend, as far as doubles tell.
 template <class W>
-void LevelProducts<BigFloat<W>>::correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate side) {
+void LevelProducts<BigFloat<W>>::check_tops_of(const Top& x, const Top& y, const BigFloat<W>& dividend,
+                                               const char* function) const {
+  const double found = ratio(x, y, top_of(dividend));
+  if (std::abs(found - 1) < kTopError) return;
+  const W top = dividend.T[dividend.L - 1];
+  const double product = found * static_cast<double>(top);
+  tops_disagree(function, top, product < 0x1p63 ? static_cast<u64>(product) : ~u64{0});
+}
+
+template <class W>
+Estimate LevelProducts<BigFloat<W>>::square_difference(BigFloat<W>& work, const BigFloat<W>& a,
+                                                       const BigFloat<W>& t, const char* function) {
+  fault_point("newton estimate", t);
+  const ParallelContext parallel = helper_.parallel();
+  const BigFloat<W> dividend = top_words(a, shape_.n + 2);
+  BigFloat<W> root = top_words(t, shape_.below + 2);
+  if (!shape_.wrap) {
+    BigFloatTransformR<W>::sqr_rx_xf(helper_, work, shape_.n + 1, root, kept());
+    const Estimate side = subtract_product(areas_.difference, shape_.n, dividend, work, function, parallel);
+    error_ = areas_.difference;
+    return side;
+  }
+  check_tops_of(top_of(root), top_of(root), dividend, function);
+  if (2 * root.exp > dividend.exp) {
+    // The square ends above the dividend: zeros below the root bring them level.
+    const u64 zeros = static_cast<u64>(2 * root.exp - dividend.exp + 1) / 2;
+    bp_copy(buffer_.base + zeros, root.T, root.L, parallel);
+    bp_fill(buffer_.base, zeros, 0, parallel);
+    root.T = buffer_.base;
+    root.L += zeros;
+    root.exp -= static_cast<s64>(zeros);
+  }
+  const u64 m = shape_.square_wrap ? shape_.square_wrap : shape_.wrap;
+  square_residue(root, m);
+  return take_difference(dividend, m, function);
+}
+
+template <class W>
+void LevelProducts<BigFloat<W>>::correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate side,
+                                         Correction share) {
   if (side != Estimate::kExact) {
-    if (shape_.root) error_.mp2(-1, helper_.parallel());
+    if (share == Correction::kHalf) error_.mp2(-1, helper_.parallel());
     into_buffer(shape_.below + 1, error_);
   }
   fault_point("newton correction", buffer_);
@@ -309,6 +408,7 @@ void LevelProducts<BigFloat<W>>::keep_exact(BigFloat<W>& y, const BigFloat<W>& t
 #define ORVANE_INSTANTIATE(W)                                                                                \
   template LevelShape LevelShape::plain<W>(u64);                                                             \
   template LevelShape LevelShape::wrapped<W>(u64, u64);                                                      \
+  template LevelShape LevelShape::of_root<W>(u64, u64);                                                      \
   template Estimate subtract_product(BigFloat<W>&, u64, const BigFloat<W>&, const BigFloat<W>&, const char*, \
                                      ParallelContext);                                                       \
   template class LevelProducts<BigFloat<W>>;

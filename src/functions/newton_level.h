@@ -8,7 +8,8 @@
 // Wrapped  a shape with products modulo W^m - 1, m a few words above n. The product of n + h + 5 words is
 //          known but for about n: its top is that of 1, or of the dividend. The residue less what is ideal is
 //          congruent to the error, which is shorter than m words and so is found whole, with its sign. Five
-//          transforms of a level become three.
+//          transforms of a level become three. The square of the estimate of a root is known but for its lower
+//          half: where the shape has a ring of about h words it is taken in that, in a half of a transform each way.
 #pragma once
 
 #include "functions/newton_steps.h"
@@ -25,9 +26,9 @@ struct LevelShape {
   u64 below = 0;          ///< h
   u64 product_words = 0;  ///< that the shape is asked for
   u64 wrap = 0;           ///< m; 0: plain
+  u64 square_wrap = 0;    ///< m of the square of a root's estimate, where that is another one
   u64 kept = 1;           ///< numbers whose transforms are kept at once, 1 or 2
   bool dividend = false;  ///< the ideal product is a dividend, else 1
-  bool root = false;      ///< the step of an inverse root, which takes half of the error off
 
   /// What the helper of the level takes: a wrapped one has its ring from the lean algorithm.
   ShapeChoice choice() const { return wrap ? ShapeChoice::kLean : ShapeChoice::kRow; }
@@ -37,7 +38,13 @@ struct LevelShape {
   /// Wrapped when the shape of that length offers it.
   template <class W>
   static LevelShape wrapped(u64 n, u64 tds);
+  /// As above, with a ring for the square.
+  template <class W>
+  static LevelShape of_root(u64 n, u64 tds);
 };
+
+/// How much of an error a step takes off.
+enum class Correction { kWhole, kHalf };
 
 /// difference = |a - product| to n + 3 words, a cut to its top n + 2; kUnder when a is larger. Throws
 /// AlgorithmFailedException "Convergence Failure: ..." when the tops disagree.
@@ -94,28 +101,41 @@ class LevelProducts<BigFloat<W>> {
   /// Computes |a - b * kept|: kUnder when a is larger. The plain way uses `work`, of n + 4 words. Throws
   /// AlgorithmFailedException "Convergence Failure: ..." when the tops disagree.
   Estimate difference(BigFloat<W>& work, const BigFloat<W>& a, const BigFloat<W>& b, const char* function);
+  /// Computes |a - t^2| for the top h + 2 words of t, and keeps nothing; else as difference().
+  Estimate square_difference(BigFloat<W>& work, const BigFloat<W>& a, const BigFloat<W>& t,
+                             const char* function);
   /// y = t -+ the error found, or half of it, times the kept number, to n + 2 words; y = t where there was none.
-  void correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate side);
+  void correct(BigFloat<W>& y, const BigFloat<W>& t, Estimate side, Correction share = Correction::kWhole);
   /// y = t, a unit of its lowest place up: the iteration found t exact.
   void keep_exact(BigFloat<W>& y, const BigFloat<W>& t) const;
 
  private:
+  /// A number as a double times W^exp.
+  struct Top {
+    double value = 1;
+    s64 exp = 0;
+  };
   struct Kept {
     BigFloatTransformR<W> transform;
-    double top = 0;  ///< the number as a double times W^top_exp
-    s64 top_exp = 0;
+    Top top;
     RingCheck check{1};  ///< of wrapped products with the number
   };
 
   BigFloatTransformR<W>& kept() { return kept_[used_].transform; }
   Estimate take_error_of(BigFloat<W>& e, const char* function);
-  double top_ratio(const BigFloat<W>& a, const BigFloat<W>& ideal) const;
+  static Top top_of(const BigFloat<W>& a);
+  static double ratio(const Top& x, const Top& y, const Top& ideal);
+  void check_tops_of(const Top& x, const Top& y, const BigFloat<W>& dividend, const char* function) const;
   void residue(const BigFloat<W>& a);
-  void subtract(const W* A, u64 L, u64 at);
-  Estimate take_residue(s64 exp);
+  void square_residue(const BigFloat<W>& t, u64 m);
+  void take_buffer(u64 m, s64 exp, u8 sign);
+  void subtract(const W* A, u64 L, u64 at, u64 m);
+  Estimate take_residue(s64 exp, u64 m);
+  Estimate take_difference(const BigFloat<W>& dividend, u64 m, const char* function);
   void into_buffer(u64 p, const BigFloat<W>& a);
 
   const LevelShape shape_;
+  const TransformTables& tables_;
   Areas areas_;
   const TransformHelper<W> helper_;
   BigFloat<W>& buffer_ = areas_.buffer;

@@ -58,6 +58,21 @@ void small_inverse_root(const RunContext& ctx, BigFloat<W>& y, const BigFloat<W>
   const LinearWordBuffer<W> small = cut_small_level<W>(heap, n);
   InvsqrtFloat_BigFloatR_E(ctx.multiply(heap), y, a, n, small);
 }
+/// root = sqrt(a), y = 1/sqrt(a).
+template <class W>
+void small_roots(const RunContext& ctx, BigFloat<W>& root, BigFloat<W>& y, const BigFloat<W>& a, u64 n,
+                 LinearHeapBuffer heap) {
+  small_inverse_root(ctx, y, a, n, heap);
+  root.set_mul_small(n + 1, a, y, ctx.multiply(heap));
+  root.truncate(n);
+}
+/// root = sqrt(a).
+template <class W>
+void small_root(const RunContext& ctx, BigFloat<W>& root, const BigFloat<W>& a, u64 n,
+                LinearHeapBuffer heap) {
+  BigFloat<W> y = cut_small_reciprocal<W>(heap, n);
+  small_roots(ctx, root, y, a, n, heap);
+}
 template <class W>
 void small_reciprocal(const RunContext& ctx, BigFloat<W>& y, const BigFloat<W>& a, u64 n,
                       LinearHeapBuffer heap) {

@@ -86,35 +86,20 @@ u64 ProvedInvsqrtWord<Store>::run(const RunContext& ctx, Store::Frame& parent, S
 
 template <class Store>
 ProvedSqrtFloat<Store>::ProvedSqrtFloat(u64 p, const Store::Budget& budget)
-    : ProvedRootPlan<Store>(p, budget) {
-  this->need_ = Store::need_of([&](auto& arena) { lay_out(arena); });
-  this->need_.out_words = p + 4;
-}
-
-template <class Store>
-template <class AnyArena>
-auto ProvedSqrtFloat<Store>::lay_out(AnyArena& arena) const -> Store::Number {
-  arena.leave(this->square_.need());
-  auto inverse = Store::number(arena, this->inverse_.need().out_words, "orv_Y.sf");
-  arena.leave(this->inverse_.need());
-  arena.leave(this->product_need());
-  return inverse;
-}
+    : root_(p, budget),
+      square_(ResidualOf::kSquare, p, budget.tds),
+      need_(Need::max(root_.need(), square_.need())) {}
 
 template <class Store>
 u64 ProvedSqrtFloat<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::Number& root,
                                 const Hashed<typename Store::Number>& a, Store::Arena arena) const {
   constexpr const char* kFunction = "SqrtFloat_BigFloatR::run()";
-  auto frame = parent.enter(kFunction);
-  auto rest = arena;
-  auto inverse = lay_out(rest);
-  frame.stage([&] { this->inverse_.run(ctx, frame, inverse, a.number, rest); }, inverse);
-  u64 hash = proved::run_hashed(ctx, frame, "square root", root, [&] {
-    root.set_mul(this->inverse_.precision(), a.number, inverse, Store::scratch(ctx, rest));
-  });
+  auto frame = parent.enter("ProvedSqrtFloat::run()");
+  u64 hash = proved::run_hashed(ctx, frame, "square root", root,
+                                [&] { root_.run(ctx, frame, root, a.number, arena); });
   frame.stage(
       [&] {
-        this->square_.check_square_root(ctx, root, a.number, arena);
+        square_.check_square_root(ctx, root, a.number, arena);
         require_hash(a, kFunction, "Checksum Mismatch. Square root failed.", ctx.parallel);
       },
       root, hash);
@@ -123,17 +108,18 @@ u64 ProvedSqrtFloat<Store>::run(const RunContext& ctx, Store::Frame& parent, Sto
 
 template <class Store>
 ProvedInvsqrtFloat<Store>::ProvedInvsqrtFloat(u64 p, const Store::Budget& budget)
-    : ProvedRootPlan<Store>(p, budget), product_(ResidualOf::kProduct, p, budget.tds) {
-  this->need_ = Store::need_of([&](auto& arena) { lay_out(arena); });
-  this->need_.out_words = this->inverse_.need().out_words;
+    : roots_(p, budget),
+      square_(ResidualOf::kSquare, p, budget.tds),
+      product_(ResidualOf::kProduct, p, budget.tds) {
+  need_ = Store::need_of([&](auto& arena) { lay_out(arena); });
+  need_.out_words = roots_.need().out_words;
 }
 
 template <class Store>
 template <class AnyArena>
 auto ProvedInvsqrtFloat<Store>::lay_out(AnyArena& arena) const -> Store::Number {
-  arena.leave(this->inverse_.need());
-  auto root = Store::number(arena, this->inverse_.precision() + 4, "orv_S.sf");
-  for (const Need& need : {this->product_need(), this->square_.need(), product_.need()}) arena.leave(need);
+  auto root = Store::number(arena, roots_.need().out_words, "orv_S.sf");
+  for (const Need& need : {roots_.need(), square_.need(), product_.need()}) arena.leave(need);
   return root;
 }
 
@@ -141,15 +127,20 @@ template <class Store>
 u64 ProvedInvsqrtFloat<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::Number& out,
                                    const Hashed<typename Store::Number>& a, Store::Arena arena) const {
   constexpr const char* kFunction = "InvsqrtFloat_BigFloatR::run()";
-  auto frame = parent.enter(kFunction);
-  u64 hash = proved::run_hashed(ctx, frame, "inverse root", out,
-                                [&] { this->inverse_.run(ctx, frame, out, a.number, arena); });
+  auto frame = parent.enter("ProvedInvsqrtFloat::run()");
+  auto root = lay_out(arena);
+  u64 hash = 0;
   frame.stage(
       [&] {
-        auto root = lay_out(arena);
-        root.set_mul(this->inverse_.precision(), a.number, out, Store::scratch(ctx, arena));
+        roots_.run(ctx, frame, {root, out}, a.number, arena);
+        hash = hash_of(out, ctx.parallel);
         fault_point("square root", root);
-        this->square_.check_square_root(ctx, root, a.number, arena);
+        fault_point("inverse root", out);
+      },
+      root, out, hash);
+  frame.stage(
+      [&] {
+        square_.check_square_root(ctx, root, a.number, arena);
         product_.check_inverse_root(ctx, out, root, arena);
         require_hash(a, kFunction, "Checksum Mismatch. Inverse root failed.", ctx.parallel);
       },

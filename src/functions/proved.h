@@ -79,53 +79,34 @@ class ProvedInvsqrtWord {
   Need need_;
 };
 
-/// What both roots of a positive number a take: y = 1/sqrt(a) by Newton's iteration and b = a y. That b^2 is a
-/// proves b; that b y is 1 besides proves y.
+/// sqrt(a) of a positive number a, proved by its square.
 template <class Store>
-class ProvedRootPlan {
- public:
-  Need need() const { return need_; }
-
- protected:
-  ProvedRootPlan(u64 p, const Store::Budget& budget)
-      : inverse_(p, budget), square_(ResidualOf::kSquare, p, budget.tds), budget_(budget) {}
-
-  /// What the product b = a y takes.
-  Need product_need() const {
-    return Store::product_need(2 * inverse_.precision() + 4, inverse_.precision() + 2, budget_);
-  }
-
-  InvsqrtFloat<Store> inverse_;
-  Residual<typename Store::Number> square_;
-  Store::Budget budget_;
-  Need need_;
-};
-
-/// sqrt(a).
-template <class Store>
-class ProvedSqrtFloat : public ProvedRootPlan<Store> {
+class ProvedSqrtFloat {
  public:
   /// A plan for p words.
   ProvedSqrtFloat(u64 p, const Store::Budget& budget);
 
-  /// root = sqrt(a) to p words, of need().out_words words. Throws as InvsqrtFloat::run,
+  Need need() const { return need_; }
+  /// root = sqrt(a) to p words, of need().out_words words. Throws as SqrtFloat::run,
   /// AlgorithmFailedException "Residual is too large. Square root failed." and "Checksum Mismatch. Square
   /// root failed." when `a` has not its hash.
   u64 run(const RunContext& ctx, Store::Frame& frame, Store::Number& root,
           const Hashed<typename Store::Number>& a, Store::Arena arena) const;
 
  private:
-  template <class AnyArena>
-  Store::Number lay_out(AnyArena& arena) const;
+  SqrtFloat<Store> root_;
+  Residual<typename Store::Number> square_;
+  Need need_;
 };
 
-/// 1/sqrt(a).
+/// 1/sqrt(a) of a positive number a: the square of b = sqrt(a) proves b, and b / sqrt(a) = 1 its inverse.
 template <class Store>
-class ProvedInvsqrtFloat : public ProvedRootPlan<Store> {
+class ProvedInvsqrtFloat {
  public:
   /// A plan for p words.
   ProvedInvsqrtFloat(u64 p, const Store::Budget& budget);
 
+  Need need() const { return need_; }
   /// out = 1/sqrt(a) to p words, else as ProvedSqrtFloat::run; "... Inverse root failed." besides.
   u64 run(const RunContext& ctx, Store::Frame& frame, Store::Number& out,
           const Hashed<typename Store::Number>& a, Store::Arena arena) const;
@@ -134,7 +115,9 @@ class ProvedInvsqrtFloat : public ProvedRootPlan<Store> {
   template <class AnyArena>
   Store::Number lay_out(AnyArena& arena) const;
 
-  Residual<typename Store::Number> product_;
+  RootPair<Store> roots_;
+  Residual<typename Store::Number> square_, product_;
+  Need need_;
 };
 
 /// A / B.

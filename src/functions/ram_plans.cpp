@@ -5,6 +5,8 @@ namespace orl {
 
 #define ORVANE_INSTANTIATE(W)                     \
   template class InvsqrtWord<RamStore<W>>;        \
+  template class RootPair<RamStore<W>>;           \
+  template class SqrtFloat<RamStore<W>>;          \
   template class InvsqrtFloat<RamStore<W>>;       \
   template class Reciprocal<RamStore<W>>;         \
   template class Division<RamStore<W>>;           \
