@@ -88,9 +88,9 @@ void NewtonPlan<Store, Below>::run_below(const RunContext& ctx, Store::Frame& fr
 }
 
 template <class Store, class Below>
-template <class ErrorOf>
+template <Correction share, class ErrorOf>
 void NewtonPlan<Store, Below>::run_level(const RunContext& ctx, Store::Frame& frame, Store::Number& out,
-                                         const Store::Number& estimate, Store::Arena arena, Correction share,
+                                         const Store::Number& estimate, Store::Arena arena,
                                          const ErrorOf& error_of) const {
   frame.stage(
       [&] {
@@ -127,8 +127,8 @@ void InvsqrtWord<Store>::run(const RunContext& ctx, Store::Frame& parent, Store:
   if (!this->below_) return frame.stage([&] { small_inverse_root(ctx, out, w, this->p_, arena); }, out);
   auto t = this->lay_out(arena);
   this->run_below(ctx, frame, t, w, arena);
-  this->run_level(ctx, frame, out, t, arena, Correction::kHalf,
-                  [&](auto& products) { return products.square_error(out, t, w, kFunction); });
+  this->template run_level<Correction::kHalf>(
+      ctx, frame, out, t, arena, [&](auto& products) { return products.square_error(out, t, w, kFunction); });
 }
 
 // ---- sqrt(a) and 1/sqrt(a) ------------------------------------------------------------------------------
@@ -258,7 +258,7 @@ void Reciprocal<Store>::run(const RunContext& ctx, Store::Frame& parent, Store::
   if (!this->below_) return frame.stage([&] { small_reciprocal(ctx, out, a, this->p_, arena); }, out);
   auto x0 = this->lay_out(arena);
   this->run_below(ctx, frame, x0, a, arena);
-  this->run_level(ctx, frame, out, x0, arena, Correction::kWhole, [&](auto& products) {
+  this->template run_level<Correction::kWhole>(ctx, frame, out, x0, arena, [&](auto& products) {
     products.keep(x0);
     return products.error(out, a, kFunction);
   });

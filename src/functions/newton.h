@@ -51,10 +51,9 @@ class NewtonPlan {
   void run_below(const RunContext& ctx, Store::Frame& frame, Store::Number& estimate,
                  const Argument& argument, Store::Arena arena) const;
   /// The stage of the level: takes the error that error_of(products) finds, or half of it, off the estimate.
-  template <class ErrorOf>
+  template <Correction share, class ErrorOf>
   void run_level(const RunContext& ctx, Store::Frame& frame, Store::Number& out,
-                 const Store::Number& estimate, Store::Arena arena, Correction share,
-                 const ErrorOf& error_of) const;
+                 const Store::Number& estimate, Store::Arena arena, const ErrorOf& error_of) const;
 
   u64 p_;
   Store::Budget budget_;
