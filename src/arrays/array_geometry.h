@@ -13,6 +13,9 @@
 
 namespace orl::R03 {
 
+/// Files of a lane at most, those of RAID 0.
+inline constexpr u64 kMaxFiles = 64;
+
 /// How many files a lane has.
 struct LaneFiles {
   u32 data_files = 1;
@@ -50,6 +53,7 @@ ArrayGeometry geometry_of(std::span<const LaneFiles> lanes, u64 buffer_per_file)
 struct BytePlace {
   u64 lane, file, offset;
 };
+/// Where the byte at a logical address lies; files count from the first data file of the lane.
 BytePlace place_of(const ArrayGeometry& geometry, u64 address);
 
 /// `count` elements of `length` bytes, the first at `offset`, each `stride` bytes behind the one before.
@@ -93,6 +97,7 @@ struct ColumnWindow {
   u64 begin, end;
   u64 bytes() const { return end - begin; }
 };
+/// The window of a piece: its own columns, or the whole width where it lies in more than one file.
 ColumnWindow window_of(const RowPiece& piece, u64 file_block_bytes);
 /// What data file `file` itself holds of a piece, rounded out to 4096; empty where it holds nothing.
 ColumnWindow columns_of(const RowPiece& piece, u64 file_block_bytes, u64 file);

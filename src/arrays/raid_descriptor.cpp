@@ -1,12 +1,16 @@
 #include "arrays/raid_descriptor.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <limits>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "config/located.h"
 #include "core/exceptions.h"
+#include "core/output.h"
+#include "files/path_check.h"
 
 namespace orl::R03 {
 
@@ -22,6 +26,27 @@ void check(bool valid, const char* text) {
   if (!valid) throw InvalidParametersException("Raid03Descriptor", text);
 }
 
+// The folder itself, however it is written, as far as it exists.
+std::string folder_of(const std::string& path) {
+  std::error_code ignored;
+  const std::filesystem::path folder =
+      path.empty() ? std::filesystem::path(".") : std::filesystem::path(path);
+  std::filesystem::path real = std::filesystem::weakly_canonical(folder, ignored);
+  if (real.empty()) real = folder.lexically_normal();
+  if (!real.has_filename()) real = real.parent_path();
+  return real.string();
+}
+
+// All files of an object have one name, so two paths of an array cannot be one folder.
+void check_distinct(const std::vector<RaidGroup>& groups) {
+  std::set<std::string> seen;
+  for (const RaidGroup& group : groups)
+    for (const RaidPath& path : group.paths)
+      if (!seen.insert(folder_of(path.path)).second)
+        throw InvalidParametersException(
+            "Raid03Descriptor", "Two paths of a disk array are the same folder: " + shown_path(path.path));
+}
+
 void check_group(const RaidGroup& group) {
   const u64 count = group.paths.size();
   check(count != 0, "Paths cannot be empty.");
@@ -33,9 +58,9 @@ void check_group(const RaidGroup& group) {
   check(count >= kMinRaid3Paths, "RAID3 needs at least 2 paths.");
 }
 
-Array paths_array(const std::vector<std::string>& paths) {
+Array paths_array(const std::vector<RaidPath>& paths) {
   Array array;
-  for (const std::string& path : paths) array.add_string(path);
+  for (const RaidPath& path : paths) array.add_string(path.path);
   return array;
 }
 
@@ -84,17 +109,38 @@ RaidType raid_type_of_option(const std::string& word) {
   return *type;
 }
 
+std::string shown_status(s64 status) {
+  if (status < 0) return "   ( Status: Failed )";
+  if (status == 0) return "   ( Status: ok )";
+  return "   ( Status: " + std::to_string(status) + (status == 1 ? " error )" : " errors )");
+}
+
+u64 RaidGroup::failed_drives() const {
+  return static_cast<u64>(
+      std::count_if(paths.begin(), paths.end(), [](const RaidPath& path) { return path.failed(); }));
+}
+
+void RaidGroup::mark_failed(u64 path_index) {
+  if (tolerance() < 0)
+    throw Raid03Exception("RaidGroup::mark_failed()", "This raid group has already failed.",
+                          paths[path_index].path, 0);
+  paths[path_index].status = -1;
+}
+
 void Raid03Descriptor::set_group(RaidGroup group) {
   check_group(group);
+  check_distinct({group});
   groups_ = {std::move(group)};
-  as_lanes_ = false;
+  ready_ = as_lanes_ = false;
 }
 
 void Raid03Descriptor::set_lanes(std::vector<RaidGroup> groups) {
   check(!groups.empty(), "Groups cannot be empty.");
   check(groups.size() <= kMaxGroups, "Cannot have more than 64 groups.");
   for (const RaidGroup& group : groups) check_group(group);
+  check_distinct(groups);
   groups_ = std::move(groups);
+  ready_ = false;
   as_lanes_ = true;
 }
 
@@ -104,8 +150,39 @@ void Raid03Descriptor::set_buffer_per_file(u64 bytes) {
 
 u64 Raid03Descriptor::data_files() const {
   u64 count = 0;
-  for (const RaidGroup& group : groups_) count += group.paths.size() - (group.type == RaidType::raid3);
+  for (const RaidGroup& group : groups_) count += group.data_files();
   return count;
+}
+
+void Raid03Descriptor::prepare() {
+  check_distinct(groups_);  // folders may have been made since
+  for (RaidGroup& group : groups_) {
+    for (u64 i = 0; i < group.paths.size(); i++) {
+      if (group.paths[i].failed() || path_is_writable(group.paths[i].path)) continue;
+      notice_line("Unable to write to: " + shown_path(group.paths[i].path), 'R');
+      notice_line("Marking drive as failed.", 'R');
+      output().set_colour('w');
+      group.mark_failed(i);
+    }
+  }
+  ready_ = true;
+}
+
+void Raid03Descriptor::claim() {
+  constexpr const char* kFunction = "Raid03Descriptor::claim()";
+  if (in_use_)
+    throw InvalidParametersException(
+        kFunction, "This raid file descriptor is already in use and has active allocations.");
+  bool usable = ready_;
+  for (const RaidGroup& group : groups_) usable = usable && group.tolerance() >= 0;
+  if (!usable) throw InvalidParametersException(kFunction, "This raid file descriptor is not ready to use.");
+  in_use_ = true;
+}
+
+void Raid03Descriptor::release(const std::vector<std::vector<s64>>& statuses) {
+  in_use_ = false;
+  for (u64 i = 0; i < groups_.size(); i++)
+    for (u64 j = 0; j < groups_[i].paths.size(); j++) groups_[i].paths[j].status = statuses[i][j];
 }
 
 Object Raid03Descriptor::to_object() const {
@@ -150,7 +227,7 @@ void Raid03Descriptor::read_object(const Object& object) {
 std::string Raid03Descriptor::to_string() const {
   const RaidGroup& first = groups_[0];
   if (groups_.size() > 1) return "Custom Configuration with " + std::to_string(groups_.size()) + " lanes";
-  if (first.paths.size() == 1) return "One path at:  " + shown_path(first.paths[0]);
+  if (first.paths.size() == 1) return "One path at:  " + shown_path(first.paths[0].path);
   return std::string(first.type == RaidType::raid0 ? "RAID 0" : "RAID 3") + " with " +
          std::to_string(first.paths.size()) + " paths";
 }

@@ -237,12 +237,6 @@ void pause() {
 
 u64 print_calls() { return print_call_count.load(std::memory_order_relaxed); }
 
-std::mutex& fault_mutex() {
-  // Never destroyed: a worker may hold it while the process ends.
-  static std::mutex* const mutex = new std::mutex;
-  return *mutex;
-}
-
 void show_live_line(std::string_view label, std::string_view value, std::string_view tail, char colour) {
   if (!at_line_start || !isatty(STDOUT_FILENO)) return;
   const OnePiece piece;

@@ -11,7 +11,6 @@
 //          console.
 #pragma once
 
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -52,8 +51,6 @@ void pause();
 
 /// Number of print calls so far, of all threads.
 u64 print_calls();
-/// Held by whoever asks the user about a fault while other threads run.
-std::mutex& fault_mutex();
 
 /// Shows label, value and tail as the line that is rewritten in place: the label and the tail in the default
 /// colour, the value in `colour`, together at most one line of plain text. Does nothing unless standard

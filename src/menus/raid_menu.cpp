@@ -50,7 +50,7 @@ void print(const Raid03Descriptor& raid) {
   for (u64 i = 0; i < groups.size(); i++) {
     console::print("Lane " + std::to_string(i) + ":  ", 'w');
     console::println(raid_type_text(groups[i].type), 'G');
-    for (const std::string& path : groups[i].paths) console::println("    " + shown_path(path), 'G');
+    for (const RaidPath& path : groups[i].paths) console::println("    " + shown_path(path.path), 'G');
   }
   console::label_value("Buffer Size:  ", format_bytes(raid.buffer_per_file()), 'G');
   console::println("  / drive", 'w');

@@ -216,7 +216,7 @@ void ComputeParameters::from_object(const Object& object) {
 
 void SwapParameters::write_mode_settings(Object& object) const {
   object.add_integer("Memory", static_cast<s64>(memory_setting_));
-  object.add_integer("BytesPerSeek", static_cast<s64>(bytes_per_seek_setting_));
+  object.add_integer("BytesPerSeek", static_cast<s64>(bytes_per_seek_.setting()));
   object.add_object("RaidFile", raid.to_object());
 }
 

@@ -18,8 +18,6 @@ using orl::kMinDigitsPerFile;
 
 constexpr u64 kMinHexadecimalDigits = 83;  // the least that are worth kMinDecimalDigits
 constexpr u64 kMaxMemoryBytes = 0x6ffffffffffffff9;
-constexpr u64 kMinBytesPerSeek = 4096;
-constexpr u64 kBytesPerSeekOfDrive = u64{1} << 20;
 
 void warn(const std::string& text) {
   console::print("Warning: ", 'Y');
@@ -149,17 +147,6 @@ void SwapParameters::set_memory_bytes(u64 bytes) { memory_setting_ = std::min(by
 
 u64 SwapParameters::memory_bytes() const {
   return memory_setting_ != 0 ? memory_setting_ : orl::total_memory_bytes() / 8 * 7;
-}
-
-void SwapParameters::set_bytes_per_seek(u64 bytes) {
-  if (bytes < kMinBytesPerSeek)
-    throw InvalidParametersException("set_bytes_per_seek()", "MinIO is too small.");
-  if (bytes >> 63) throw InvalidParametersException("set_bytes_per_seek()", "MinIO is too large.");
-  bytes_per_seek_setting_ = bytes;
-}
-
-u64 SwapParameters::bytes_per_seek() const {
-  return bytes_per_seek_setting_ != 0 ? bytes_per_seek_setting_ : kBytesPerSeekOfDrive * raid.data_files();
 }
 
 ModeHolder::ModeHolder() : ram_(std::make_unique<RamParameters>()), current_(ram_.get()) {}

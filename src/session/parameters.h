@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "arrays/bytes_per_seek.h"
 #include "arrays/raid_descriptor.h"
 #include "config/object.h"
 #include "memory/allocators.h"
@@ -145,11 +146,11 @@ class SwapParameters final : public ComputeParameters {
 
   /// Bytes that are transferred in the time of a seek. Throws InvalidParametersException "MinIO is too
   /// small." below 4096 and "MinIO is too large." from 2^63.
-  void set_bytes_per_seek(u64 bytes);
+  void set_bytes_per_seek(u64 bytes) { bytes_per_seek_.set(bytes); }
   /// Back to the default: 1 MiB for each drive that holds data.
-  void reset_bytes_per_seek() { bytes_per_seek_setting_ = 0; }
-  bool has_default_bytes_per_seek() const { return bytes_per_seek_setting_ == 0; }
-  u64 bytes_per_seek() const;
+  void reset_bytes_per_seek() { bytes_per_seek_.reset(); }
+  bool has_default_bytes_per_seek() const { return bytes_per_seek_.is_default(); }
+  u64 bytes_per_seek() const { return bytes_per_seek_.value(raid); }
 
   u64 memory_needed() const override { return memory_bytes(); }
 
@@ -162,7 +163,7 @@ class SwapParameters final : public ComputeParameters {
 
  private:
   u64 memory_setting_ = 0;
-  u64 bytes_per_seek_setting_ = 0;  ///< 0: default
+  orl::BytesPerSeek bytes_per_seek_;
 };
 
 class ModeHolder {

@@ -7,6 +7,7 @@
 
 #include "console/console.h"
 #include "core/exceptions.h"
+#include "core/fault_mutex.h"
 #include "core/fault_point.h"
 #include "core/format.h"
 #include "core/run_timer.h"
@@ -26,7 +27,7 @@ double thread_seconds() {
 }
 
 void report_error(u32 core, const orl::Exception& error) {
-  const std::lock_guard lock(console::fault_mutex());
+  const std::lock_guard lock(orl::fault_mutex());
   error.print();
   console::println("Error(s) encountered on logical core " + std::to_string(core), 'R');
   console::set_colour('w');
@@ -39,7 +40,7 @@ StressThreads::StressThreads(StressSetup setup) : setup_(std::move(setup)), work
     try {
       enter(worker);
     } catch (...) {
-      const std::lock_guard lock(console::fault_mutex());
+      const std::lock_guard lock(orl::fault_mutex());
       orl::fatal_error("Unknown exception thrown from worker thread.");
     }
   };
@@ -117,7 +118,7 @@ void StressThreads::enter(Worker& worker) {
   const u32 core = worker.report.core;
   if (!orl::bind_thread({core})) {
     {
-      const std::lock_guard lock(console::fault_mutex());
+      const std::lock_guard lock(orl::fault_mutex());
       console::println("Failed to set core affinity to core: " + std::to_string(core), 'R');
       console::set_colour('w');
     }
@@ -154,7 +155,7 @@ bool StressThreads::obtain_memory(Worker& worker) {
   worker.memory = setup_.allocate(setup_.share_bytes, worker.report.core, errors);
   if (worker.memory && errors.empty()) return true;
   const char colour = worker.memory ? 'Y' : 'R';
-  const std::lock_guard lock(console::fault_mutex());
+  const std::lock_guard lock(orl::fault_mutex());
   console::println((worker.memory ? "The memory of logical core "
                                   : "Memory Allocation Failed: " + orl::format_bytes(setup_.share_bytes) +
                                         " for logical core ") +

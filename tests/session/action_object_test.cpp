@@ -213,11 +213,13 @@ TEST(ActionObject, NamesLineAndKeyOfWhatItRefuses) {
       {swap("RaidFile : { Type : \"raid0\" Paths : [ ] }"), "Line 4: RaidFile.Paths: Paths cannot be empty."},
       {swap("RaidFile : { Type : \"raid3\" Paths : [ \"a\" ] }"),
        "Line 4: RaidFile.Paths: RAID3 needs at least 2 paths."},
+      {swap("RaidFile : { Type : \"raid0\" Paths : [ \"a\" \"a/\" ] }"),
+       "Line 4: RaidFile: Two paths of a disk array are the same folder: a/"},
       {swap("RaidFile : { Lanes : [ ] }"), "Line 4: RaidFile.Lanes: Groups cannot be empty."},
       {swap("RaidFile : { Type : \"raid0\" Lanes : [ { RaidType : \"raid0\" Paths : [ \"\" ] } ] }"),
        "Line 4: RaidFile.Type: Unknown key. Please remove it or correct its name."},
       {swap("RaidFile : { Lanes : [ { RaidType : \"raid0\" Paths : [ \"\" ] }\n{ RaidType : \"raid0\" Paths "
-            ": [ \"\" "
+            ": [ \"a\" "
             "] Path : 1 } ] }"),
        "Line 5: RaidFile.Lanes.Path: Unknown key. Please remove it or correct its name."},
   };
