@@ -29,12 +29,7 @@ Fit fit(RamParameters& parameters, u64 decimal_digits) {
     result.refusal = limit.message() + " Choose a smaller size.";
     return result;
   }
-  const u64 available = orl::available_memory_bytes();
-  if (result.needed > available)
-    result.refusal = "This size needs " + orl::format_bytes(result.needed) +
-                     " of memory.\nThis machine has " + orl::format_bytes(orl::total_memory_bytes()) +
-                     ", of which " + orl::format_bytes(available) +
-                     " are available.\nChoose a smaller size, or end what else uses memory.";
+  result.refusal = memory_refusal(result.needed);
   return result;
 }
 

@@ -12,6 +12,7 @@
 #include "menus/allocator_menu.h"
 #include "menus/parallelism_menu.h"
 #include "menus/raid_menu.h"
+#include "session/output_claim.h"
 #include "session/parameters.h"
 #include "system/machine.h"
 
@@ -50,8 +51,18 @@ class CustomMenu {
 
   void check() {
     console::newline();
+    // An answer holds for one start.
+    parameters().overwrite = may_replace(larger_digits_text(digits_to_replace(parameters())));
     parameters().check_parameters();
     console::newline();
+  }
+
+  static bool may_replace(const std::string& larger) {
+    if (larger.empty()) return false;
+    console::print(larger, 'Y');
+    console::println("\n  0     Keep it, and go back.\n  1     Replace it.\n", 'T');
+    if (console::read_bounded("option: ", 0, 1, 'G') == 1) return true;
+    throw InvalidParametersException("may_replace()", "It is kept. Choose another output path.");
   }
 
   void print() {

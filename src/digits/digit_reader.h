@@ -54,10 +54,6 @@ class DigitReader {
 /// what is found.
 std::unique_ptr<DigitReader> open_digits(const std::string& path, u32 radix = 0);
 
-/// Gives the file, or every file of the set, the name of an unfinished one: what a caller does when it proves
-/// wrong. Says so on the console when that fails.
-void mark_unfinished(const std::string& path);
-
 /// The most digits, a multiple of 64, for which a window of `bytes` holds the raw digits of `blocks` blocks
 /// and what `reader` needs to load one; 0 when there is no room for any.
 u64 block_for_window(const DigitReader& reader, u64 bytes, u64 blocks = 1);

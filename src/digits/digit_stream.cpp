@@ -1,15 +1,10 @@
 // What text files and compressed files have in common.
 #include <algorithm>
-#include <cstring>
-#include <filesystem>
-#include <vector>
 
 #include "core/exceptions.h"
-#include "core/output.h"
 #include "digits/digit_writer.h"
 #include "digits/ovd_set.h"
 #include "digits/text_file.h"
-#include "files/file_calls.h"
 #include "files/path_check.h"
 
 namespace orl {
@@ -39,36 +34,18 @@ std::unique_ptr<DigitWriter> make_digit_writer(const std::string& path, const st
   return std::make_unique<BasicOvdSetWriter>(path, name, first_digits, radix, digits_per_file, total_digits);
 }
 
+std::unique_ptr<DigitReader> DigitWriter::close_and_get_basic_reader() {
+  seal();
+  publish(Pieces::kKept);
+  return open_digits(path(), radix());
+}
+
 std::unique_ptr<DigitReader> open_digits(const std::string& path, u32 radix) {
   if (!path.ends_with(".ovd")) return std::make_unique<BasicTextReader>(path, radix);
   auto reader = std::make_unique<BasicOvdSetReader>(path);
   if (radix != 0 && reader->radix() != radix)
     throw InvalidParametersException("open_digits()", "Radix does not match.");
   return reader;
-}
-
-namespace {
-
-void take_name(const std::string& path, const std::string& unfinished) {
-  if (file_calls().rename(path.c_str(), unfinished.c_str()) != 0)
-    notice_line("Unable to rename file: " + path, 'R');
-}
-
-}  // namespace
-
-void mark_unfinished(const std::string& path) {
-  if (!path.ends_with(".ovd")) return take_name(path, unfinished_text_name(path));
-  // Files may be missing: whatever has the stem, a number and the extension.
-  const std::string stem = ovd_stem(path);
-  const std::filesystem::path folder = std::filesystem::path(stem).parent_path();
-  std::error_code ignored;
-  std::vector<std::string> files;
-  for (const auto& entry : std::filesystem::directory_iterator(folder.empty() ? "." : folder, ignored)) {
-    const std::string file = (folder / entry.path().filename()).string();
-    const bool numbered = file.size() > stem.size() + std::strlen(".ovd");
-    if (numbered && file.ends_with(".ovd") && ovd_stem(file) == stem) files.push_back(file);
-  }
-  for (const std::string& file : files) take_name(file, unfinished_ovd_name(file));
 }
 
 u64 block_for_window(const DigitReader& reader, u64 bytes, u64 blocks) {

@@ -1,7 +1,9 @@
 // A stream of digits that can be written: a text file, or a set of compressed files.
 //
-// While it is being written a file has a name that says so; it takes its final name at close, when all of it
-// is on the disk. A writer that goes without a close leaves nothing that looks finished.
+// While it is being written a file has a name that says so. A writer is sealed when all of the stream is on the
+// disk; the files can be read under their unfinished names then, and are given their final ones when their owner
+// has proved them. A writer that goes before it is sealed leaves nothing; one that is sealed leaves nothing that
+// looks finished.
 #pragma once
 
 #include <memory>
@@ -28,10 +30,19 @@ class DigitWriter {
   /// several threads.
   virtual void store_digits(const u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                             ParallelContext parallel) = 0;
-  /// Flushes and closes everything, gives the files their final names, and opens them for reading.
-  virtual std::unique_ptr<DigitReader> close_and_get_basic_reader() = 0;
+  /// Flushes and closes everything. Throws InvalidParametersException "No files open." when a set has no file.
+  virtual void seal() = 0;
+  /// What becomes of the other numbered files of a set that stand where the new ones go.
+  enum class Pieces { kKept, kRemoved };
+  /// Gives the sealed files their final names, over what has them. When one cannot have its name all keep their
+  /// unfinished ones, and those of an older set their own.
+  virtual void publish(Pieces others) = 0;
+  /// seal(), publish() beside what is there, and the files open for reading.
+  std::unique_ptr<DigitReader> close_and_get_basic_reader();
   /// The file (of a set: the first) under its final name.
   virtual std::string path() const = 0;
+  /// The file, or the first that was stored to, under the name that it has until it is published.
+  virtual std::string unfinished_path() const = 0;
 };
 
 /// " - Dec - " or " - Hex - " between the names; throws InvalidParametersException "Invalid Base".

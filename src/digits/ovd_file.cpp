@@ -53,21 +53,10 @@ OvdHeader make_header(const std::string& first_digits, u32 radix, u64 digits_per
 
 }  // namespace
 
-namespace {
-
-std::string with_note(const std::string& path, const char* note) {
-  return path.substr(0, path.size() - std::strlen(".ovd")) + note + ".ovd";
-}
-
-}  // namespace
-
-std::string unfinished_ovd_name(const std::string& path) { return with_note(path, " (incomplete)"); }
-std::string replaced_ovd_name(const std::string& path) { return with_note(path, " (replaced)"); }
-
 BasicOvdFileWriter::BasicOvdFileWriter(const std::string& name, const std::string& first_digits, u32 radix,
                                        u64 digits_per_file, u64 total_digits, u64 file_id)
     : header_(make_header(first_digits, radix, digits_per_file, total_digits, file_id)),
-      file_(unfinished_ovd_name(name), name, file_bytes(header_)) {
+      file_(name, file_bytes(header_)) {
   const std::string text = format_header(header_);
   file_.update(0, text.size(), [&](u8* data) { std::memcpy(data, text.data(), text.size()); });
 }
@@ -130,7 +119,6 @@ void BasicOvdFileWriter::store_digits_B(const u8* digits, u64 offset, u64 count,
 }
 
 void BasicOvdFileWriter::seal() { file_.seal(file_bytes(header_)); }
-void BasicOvdFileWriter::set_aside() { file_.set_aside(replaced_ovd_name(file_.final_path())); }
 
 BasicOvdFileReader::BasicOvdFileReader(const std::string& path)
     : file_(path, RawFile::Mode::kRead), header_(parse_header(file_)) {}

@@ -30,11 +30,12 @@ class BasicOvdFileWriter {
   /// Flushes and closes.
   void seal();
   /// As PageFile's.
-  void set_aside();
+  void set_aside() { file_.set_aside(); }
   void publish() { file_.publish(); }
   void put_back() noexcept { file_.put_back(); }
   void drop_replaced() noexcept { file_.drop_replaced(); }
   const std::string& path() const { return file_.final_path(); }
+  const std::string& unfinished_path() const { return file_.unfinished_path(); }
 
   /// Window of store_digits_B.
   static u64 buffer_bytes(u32 radix, u64 count);
@@ -76,10 +77,5 @@ class BasicOvdFileReader {
   mutable std::mutex mutex_;  ///< over the file's position
   OvdHeader header_;
 };
-
-/// "x - 3.ovd" becomes "x - 3 (incomplete).ovd".
-std::string unfinished_ovd_name(const std::string& path);
-/// "x - 3.ovd" becomes "x - 3 (replaced).ovd".
-std::string replaced_ovd_name(const std::string& path);
 
 }  // namespace orl

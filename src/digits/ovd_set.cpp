@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
+#include <string_view>
 
 #include "core/exceptions.h"
 #include "core/output.h"
+#include "core/uncopied.h"
 #include "files/file_calls.h"
 #include "files/path_check.h"
 
@@ -14,11 +17,34 @@ namespace {
 // A process may have 1024 files open; a stream may have more.
 constexpr std::size_t kMaxOpenFiles = 64;
 
+constexpr std::string_view kExtension = ".ovd";
+
 void make_folder(const std::string& path) {
   constexpr mode_t kPermission = 0775;
   if (file_calls().mkdir(path.c_str(), kPermission) != 0 && errno != EEXIST)
     FileIO::throw_file_error("BasicOvdSetWriter()", errno, "Unable to create folder.", path);
 }
+
+// A file of an older set that no new one replaces, out of the way until the new set is named.
+class PieceAside : Uncopied {
+ public:
+  explicit PieceAside(std::string path) : path_(std::move(path)) {
+    if (file_calls().rename(path_.c_str(), replaced_name(path_).c_str()) != 0)
+      FileIO::throw_file_error("BasicOvdSetWriter::publish()", errno, "Unable to rename file.", path_);
+  }
+  ~PieceAside() {
+    if (dropped_ || file_calls().rename(replaced_name(path_).c_str(), path_.c_str()) == 0) return;
+    notice_line("Unable to rename file: " + replaced_name(path_) + "\n    to: " + path_, 'R');
+  }
+  void drop() {
+    dropped_ = true;
+    remove_file(replaced_name(path_));
+  }
+
+ private:
+  std::string path_;
+  bool dropped_ = false;
+};
 
 }  // namespace
 
@@ -83,40 +109,75 @@ void BasicOvdSetWriter::store_digits(const u8* digits, u64 offset, u64 count, Li
                                   part->end - part->begin, buffer, parallel);
 }
 
-std::unique_ptr<DigitReader> BasicOvdSetWriter::close_and_get_basic_reader() {
+void BasicOvdSetWriter::seal() {
   if (files_.empty())
     throw InvalidParametersException("BasicOvdSetWriter::close_and_get_basic_reader()", "No files open.");
-  // No file looks finished before all are on the disk.
   for (auto& [id, file] : files_) file->seal();
-  // An older set of the same name stays whole: its files go aside before any of the new ones takes a name,
-  // and come back when one cannot. At every moment one of the sets is complete.
+  open_.clear();
+}
+
+// An older set of the same name stays whole: its files go aside before any of the new ones takes a name, and come
+// back when one cannot. At every moment one of the sets is complete.
+void BasicOvdSetWriter::publish(Pieces others) {
+  std::vector<std::unique_ptr<PieceAside>> aside;
   try {
     for (auto& [id, file] : files_) file->set_aside();
+    if (others == Pieces::kRemoved)
+      for (const std::string& piece : ovd_files_like(path()))
+        aside.push_back(std::make_unique<PieceAside>(piece));
     for (auto& [id, file] : files_) file->publish();
   } catch (const Exception&) {
     for (auto& [id, file] : files_) file->put_back();
     throw;
   }
+  for (auto& piece : aside) piece->drop();
   for (auto& [id, file] : files_) file->drop_replaced();
-  const std::string first = files_.begin()->second->path();
-  open_.clear();
-  files_.clear();
-  return std::make_unique<BasicOvdSetReader>(first);
 }
 
 std::string ovd_stem(const std::string& path) {
-  std::string stem = path.substr(0, path.size() - std::string_view(".ovd").size());
+  std::string stem = path.substr(0, path.size() - kExtension.size());
   const std::size_t folder = stem.find_last_of("/\\") + 1;  // 0 when there is none
   while (stem.size() > folder && stem.back() >= '0' && stem.back() <= '9') stem.pop_back();
   return stem;
 }
 
+std::vector<std::string> ovd_files_like(const std::string& path) {
+  const std::string stem = ovd_stem(path);
+  const std::filesystem::path folder = std::filesystem::path(stem).parent_path();
+  std::error_code failed;
+  std::vector<std::string> files;
+  for (std::filesystem::directory_iterator entry(folder.empty() ? "." : folder, failed), end;
+       !failed && entry != end; entry.increment(failed)) {
+    const std::string file = (folder / entry->path().filename()).string();
+    const bool numbered = file.size() > stem.size() + kExtension.size();
+    if (numbered && file.ends_with(kExtension) && ovd_stem(file) == stem) files.push_back(file);
+  }
+  return files;
+}
+
+namespace {
+
+// What stands behind the number in an unfinished file's path without its extension, such as " (4711) (incomplete)".
+std::string note_of(std::string_view path) {
+  std::string_view rest = path;
+  if (!rest.ends_with(kUnfinishedNote)) return {};
+  rest.remove_suffix(std::string_view(kUnfinishedNote).size());
+  if (rest.ends_with(")")) {
+    const std::size_t open = rest.find_last_not_of("0123456789", rest.size() - 2);
+    if (open != std::string_view::npos && open > 0 && rest.substr(open - 1, 2) == " (")
+      rest = rest.substr(0, open - 1);
+  }
+  return std::string(path.substr(rest.size()));
+}
+
+}  // namespace
+
 BasicOvdSetReader::BasicOvdSetReader(const std::string& path) {
   constexpr const char* kFunction = "BasicOvdSetReader()";
-  static const std::string kExtension = ".ovd";
   if (path.size() < kExtension.size()) throw InvalidParametersException(kFunction, "File name is too short.");
   if (!path.ends_with(kExtension)) throw InvalidParametersException(kFunction, "Invalid Extension");
-  stem_ = ovd_stem(path);
+  note_ = note_of(path.substr(0, path.size() - kExtension.size()));
+  stem_ = ovd_stem(path.substr(0, path.size() - kExtension.size() - note_.size()) + std::string(kExtension));
   const std::size_t folder = stem_.find_last_of("/\\") + 1;  // 0 when there is none
   search_paths_.push_back(stem_.substr(0, folder));
   stem_.erase(0, folder);

@@ -50,9 +50,10 @@ class BasicOvdSetWriter final : public DigitWriter {
   u64 buffer_bytes(u64 count) const override { return BasicOvdFileWriter::buffer_bytes(shape_.radix, count); }
   void store_digits(const u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                     ParallelContext parallel) override;
-  /// Throws InvalidParametersException "No files open." when nothing was stored.
-  std::unique_ptr<DigitReader> close_and_get_basic_reader() override;
-  std::string path() const override { return file_path(0); }
+  void seal() override;
+  void publish(Pieces others) override;
+  std::string path() const override { return files_.empty() ? file_path(0) : files_.begin()->second->path(); }
+  std::string unfinished_path() const override { return files_.begin()->second->unfinished_path(); }
   /// A file under its final name.
   std::string file_path(u64 id) const;
 
@@ -68,11 +69,13 @@ class BasicOvdSetWriter final : public DigitWriter {
 
 /// The path without extension and number: what the names of a set's files share.
 std::string ovd_stem(const std::string& path);
+/// The finished files that share the stem of `path`, in no order; those of an unreadable folder are none.
+std::vector<std::string> ovd_files_like(const std::string& path);
 
 /// Any number of threads may read at once, while no search path is added.
 class BasicOvdSetReader final : public DigitReader {
  public:
-  /// `path` is any file of the set; the others are looked for in its folder.
+  /// `path` is any file of the set, finished or not; the others are looked for in its folder.
   explicit BasicOvdSetReader(const std::string& path);
 
   u32 radix() const override { return first_->header().radix; }
@@ -99,9 +102,10 @@ class BasicOvdSetReader final : public DigitReader {
   OpenFile open_file(u64 id) const;
   OpenFile load_file(u64 id);
   OvdCommands make_commands(u64 offset, u64 count);
-  std::string file_name(u64 id) const { return stem_ + std::to_string(id) + ".ovd"; }
+  std::string file_name(u64 id) const { return stem_ + std::to_string(id) + note_ + ".ovd"; }
 
   std::string stem_;  ///< without folder
+  std::string note_;  ///< between number and extension of unfinished files
   std::vector<std::string> search_paths_;
   OpenFile first_;  ///< the file that the set was opened by
   std::mutex mutex_;

@@ -1,6 +1,7 @@
 #include "digits/page_writer.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -9,9 +10,15 @@
 #include "core/exceptions.h"
 #include "core/output.h"
 #include "files/file_calls.h"
+#include "files/path_check.h"
 
 namespace orl {
 namespace {
+
+// "name.ext" becomes "name" note ".ext".
+std::string with_note(const std::string& path, const std::string& note) {
+  return path.substr(0, path.rfind('.')) + note + path.substr(path.rfind('.'));
+}
 
 bool is_folder(const std::string& path) {
   const int fd = file_calls().open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
@@ -21,6 +28,12 @@ bool is_folder(const std::string& path) {
 }
 
 }  // namespace
+
+std::string unfinished_name(const std::string& path) {
+  return with_note(path, " (" + std::to_string(getpid()) + ")" + kUnfinishedNote);
+}
+
+std::string replaced_name(const std::string& path) { return with_note(path, " (replaced)"); }
 
 PageSpan cut_pages(LinearHeapBuffer buffer, u64 offset, u64 bytes, const char* function) {
   const auto address = reinterpret_cast<std::uintptr_t>(buffer.ptr);
@@ -35,8 +48,8 @@ PageSpan cut_pages(LinearHeapBuffer buffer, u64 offset, u64 bytes, const char* f
   return span;
 }
 
-PageFile::PageFile(std::string unfinished_path, std::string final_path, u64 expected_bytes)
-    : unfinished_path_(std::move(unfinished_path)), final_path_(std::move(final_path)) {
+PageFile::PageFile(std::string final_path, u64 expected_bytes)
+    : unfinished_path_(unfinished_name(final_path)), final_path_(std::move(final_path)) {
   // Told now rather than when all is written and the name cannot be given.
   if (is_folder(final_path_))
     FileIO::throw_file_error("PageFile()", EISDIR, "Unable to create file. A folder has this name.",
@@ -45,7 +58,12 @@ PageFile::PageFile(std::string unfinished_path, std::string final_path, u64 expe
   if (!remove_file(unfinished_path_))
     FileIO::throw_file_error("PageFile()", errno, "Unable to create file.", unfinished_path_);
   const u64 pages = (expected_bytes + kIoAlignment - 1) / kIoAlignment;
-  file_ = RawFile(pages * kIoAlignment, unfinished_path_);
+  try {
+    file_ = RawFile(pages * kIoAlignment, unfinished_path_);
+  } catch (const FileIO::FileException&) {
+    remove_file(unfinished_path_);
+    throw;
+  }
 }
 
 PageFile::~PageFile() {
@@ -91,9 +109,11 @@ void PageFile::publish() {
   if (file_calls().rename(unfinished_path_.c_str(), final_path_.c_str()) != 0)
     FileIO::throw_file_error("PageFile::publish()", errno, "Unable to rename file.", final_path_);
   published_ = true;
+  sync_folder_of(final_path_);
 }
 
-void PageFile::set_aside(std::string replaced_path) {
+void PageFile::set_aside() {
+  std::string replaced_path = replaced_name(final_path_);
   if (file_calls().rename(final_path_.c_str(), replaced_path.c_str()) == 0)
     replaced_path_ = std::move(replaced_path);
   else if (errno != ENOENT)

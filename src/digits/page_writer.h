@@ -33,13 +33,21 @@ constexpr u64 page_span_bytes(u64 bytes) {
   return ((bytes + kIoAlignment - 2) / kIoAlignment + 1) * kIoAlignment + kLostToAlignment;
 }
 
-/// A file under construction. It is made under `unfinished_path`, filled in any order, sealed when complete
+/// What ends the name, before its extension, of a file that is not finished or not proved yet.
+inline constexpr const char* kUnfinishedNote = " (incomplete)";
+/// "x.txt" becomes "x (4711) (incomplete).txt" in the process with this number: two programs that make the same
+/// file keep apart.
+std::string unfinished_name(const std::string& path);
+/// "x - 3.ovd" becomes "x - 3 (replaced).ovd".
+std::string replaced_name(const std::string& path);
+
+/// A file under construction. It is made under its unfinished name, filled in any order, sealed when complete
 /// and then given its final name. One that goes before it is sealed is removed; one that is sealed but could
 /// not take its name stays under the unfinished one.
 class PageFile : Uncopied {
  public:
-  /// Throws FileException when the file cannot be made, or when a folder stands at `final_path`.
-  PageFile(std::string unfinished_path, std::string final_path, u64 expected_bytes);
+  /// Throws FileException when the file cannot be made, has no room, or when a folder stands at `final_path`.
+  PageFile(std::string final_path, u64 expected_bytes);
   ~PageFile();
 
   /// Stores [offset, offset + bytes) from a span that cut_pages made for it and whose data the caller has
@@ -69,12 +77,13 @@ class PageFile : Uncopied {
   /// Gives a sealed file its final name, over whatever file has it.
   void publish();
   /// Gives the file that has the final name another one for now. Without such a file nothing happens.
-  void set_aside(std::string replaced_path);
+  void set_aside();
   /// Undoes what was done of set_aside and publish, and tells which file could not get its name back.
   void put_back() noexcept;
   /// Removes what was set aside.
   void drop_replaced() noexcept;
   const std::string& final_path() const { return final_path_; }
+  const std::string& unfinished_path() const { return unfinished_path_; }
 
  private:
   // Runs body() with the file open and the mutex held.

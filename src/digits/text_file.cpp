@@ -39,16 +39,12 @@ u64 line_end_bytes(const RawFile& file, u64 size) {
 
 }  // namespace
 
-std::string unfinished_text_name(const std::string& path) {
-  return path.substr(0, path.size() - std::strlen(".txt")) + " (incomplete).txt";
-}
-
 BasicTextWriter::BasicTextWriter(const std::string& path, const std::string& first_digits, u32 radix,
                                  u64 total_digits)
     : radix_(radix),
       header_bytes_(checked_header(first_digits, radix)),
       total_digits_(total_digits),
-      file_(unfinished_text_name(path), path, header_bytes_ + total_digits) {
+      file_(path, header_bytes_ + total_digits) {
   file_.update(0, header_bytes_, [&](u8* data) { std::memcpy(data, first_digits.data(), header_bytes_); });
 }
 
@@ -65,11 +61,8 @@ void BasicTextWriter::store_digits(const u8* digits, u64 offset, u64 count, Line
   file_.store(span, header_bytes_ + offset, count);
 }
 
-std::unique_ptr<DigitReader> BasicTextWriter::close_and_get_basic_reader() {
-  file_.seal(header_bytes_ + total_digits_);
-  file_.publish();
-  return std::make_unique<BasicTextReader>(file_.final_path(), radix_);
-}
+void BasicTextWriter::seal() { file_.seal(header_bytes_ + total_digits_); }
+void BasicTextWriter::publish(Pieces) { file_.publish(); }
 
 BasicTextReader::BasicTextReader(const std::string& path, u32 radix)
     : file_(path, RawFile::Mode::kRead), radix_(radix) {

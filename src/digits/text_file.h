@@ -18,8 +18,10 @@ class BasicTextWriter final : public DigitWriter {
   u64 buffer_bytes(u64 count) const override { return page_span_bytes(count); }
   void store_digits(const u8* digits, u64 offset, u64 count, LinearHeapBuffer buffer,
                     ParallelContext parallel) override;
-  std::unique_ptr<DigitReader> close_and_get_basic_reader() override;
+  void seal() override;
+  void publish(Pieces) override;
   std::string path() const override { return file_.final_path(); }
+  std::string unfinished_path() const override { return file_.unfinished_path(); }
 
  private:
   u32 radix_;
@@ -27,9 +29,6 @@ class BasicTextWriter final : public DigitWriter {
   u64 total_digits_;
   PageFile file_;
 };
-
-/// "x.txt" becomes "x (incomplete).txt".
-std::string unfinished_text_name(const std::string& path);
 
 /// A stream of digits in one text file.
 class BasicTextReader final : public DigitReader {

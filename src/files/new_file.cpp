@@ -8,6 +8,7 @@
 #include "core/exceptions.h"
 #include "core/uncopied.h"
 #include "files/file_calls.h"
+#include "files/path_check.h"
 
 namespace orl {
 namespace {
@@ -60,16 +61,6 @@ class UnfinishedFile : Uncopied {
   int fd_;
   bool published_ = false;
 };
-
-// Puts the new name on the disk. A file system that cannot sync a folder has its own ways.
-void sync_folder_of(const std::string& path) {
-  const std::string folder = path.substr(0, path.find_last_of('/') + 1);
-  const int fd =
-      file_calls().open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
-  if (fd < 0) return;
-  file_calls().fsync(fd);
-  file_calls().close(fd);
-}
 
 }  // namespace
 

@@ -1,8 +1,19 @@
 #include "files/path_check.h"
 
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+
+#include "files/file_calls.h"
 #include "files/raw_file.h"
 
 namespace orl {
+namespace {
+
+const char* name_of(const std::string& folder) { return folder.empty() ? "." : folder.c_str(); }
+
+}  // namespace
 
 std::string with_separator(const std::string& folder) {
   if (folder.empty() || folder.back() == '/' || folder.back() == '\\') return folder;
@@ -17,6 +28,31 @@ bool path_is_writable(const std::string& folder) {
   } catch (...) {
     return false;
   }
+}
+
+u64 free_bytes(const std::string& folder) {
+  struct statvfs found {};
+  if (statvfs(name_of(folder), &found) != 0) return ~u64{0};
+  return static_cast<u64>(found.f_bavail) * found.f_frsize;
+}
+
+u64 file_length_limit() {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return ~u64{0};
+  return limit.rlim_cur;
+}
+
+u64 file_system_of(const std::string& folder) {
+  struct stat found {};
+  return stat(name_of(folder), &found) == 0 ? found.st_dev : 0;
+}
+
+void sync_folder_of(const std::string& path) {
+  const std::string folder = path.substr(0, path.find_last_of('/') + 1);
+  const int fd = file_calls().open(name_of(folder), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+  if (fd < 0) return;
+  file_calls().fsync(fd);
+  file_calls().close(fd);
 }
 
 }  // namespace orl

@@ -251,14 +251,19 @@ void RawFile::rename(const std::string& new_path) {
 
 void reserve_file(int fd, u64 size_bytes, const std::string& path) {
   if (size_bytes == 0 || file_calls().fallocate(fd, static_cast<s64>(size_bytes)) == 0) return;
-  if (errno == EOPNOTSUPP)
+  const int code = errno;
+  if (code == EOPNOTSUPP)
     warn_once(g_fallocate_told,
               "fallocate() is not supported on this volume. Expect performance degradation.\n", path);
   else
     warn_once(
         g_fallocate_told,
-        "fallocate() has failed. (errno = " + std::to_string(errno) + ")  Expect performance degradation.\n",
+        "fallocate() has failed. (errno = " + std::to_string(code) + ")  Expect performance degradation.\n",
         path);
+  // What has no room now has none when all but its end is written.
+  if (code == ENOSPC || code == EDQUOT || code == EFBIG)
+    FileIO::throw_file_error("reserve_file()", code,
+                             "Unable to reserve " + std::to_string(size_bytes) + " bytes.", path);
 }
 
 bool remove_file(const std::string& path) {

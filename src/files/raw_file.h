@@ -76,7 +76,7 @@ class RawFile {
   bool direct_ = false;
 };
 
-/// fallocate over the whole file, with its one-time warnings.
+/// fallocate over the whole file, with its one-time warnings. Throws FileException when there is no room.
 void reserve_file(int fd, u64 size_bytes, const std::string& path);
 
 /// Removes a file; one that does not exist is no failure. Returns false when it is still there.

@@ -207,6 +207,17 @@ std::string first_digits_text(const DigitWords& number) {
   return text + ".";
 }
 
+std::string digits_text(const DigitWords& number, u64 offset, u64 count) {
+  const u64 width = orl::digits_per_word(number.radix), skipped = offset % width;
+  const u64 words = (skipped + count + width - 1) / width;
+  std::vector<u8> digits(words * width);
+  const u64* const top = number.words + (number.word_count - 1 - offset / width);
+  orl::unpack_words(number.radix, digits.data(), top, -1, words);
+  std::string text(count, '\0');
+  orl::digits_to_text(text.data(), digits.data() + skipped, count);
+  return text;
+}
+
 std::string counts_text(const orl::DigitCounts& counts) {
   std::string text;
   for (u32 digit = 0; digit < counts.radix(); digit++)
@@ -223,14 +234,15 @@ OutputResult write_digits(const OutputContext& context, const DigitWords& number
                           const OutputTarget& target) {
   OutputResult result = make_result(context, number, digit_count);
   const std::string name = orl::digit_file_name(target.constant, target.algorithm, number.radix);
-  const auto writer = orl::make_digit_writer(target.path, name, result.first_digits, number.radix,
-                                             target.digits_per_file, digit_count);
+  result.files = orl::make_digit_writer(target.path, name, result.first_digits, number.radix,
+                                        target.digits_per_file, digit_count);
   let_faults_in(number, digit_count);
-  digit_pass(context, number, writer.get(), result);
-  result.path = writer->path();
+  digit_pass(context, number, result.files.get(), result);
+  result.path = result.files->path();
   result.digits_per_file = target.digits_per_file;
-  writer->close_and_get_basic_reader();
-  orl::fault_point("digit file", result.path.data(), result.path.size());
+  result.files->seal();
+  std::string unfinished = result.files->unfinished_path();
+  orl::fault_point("digit file", unfinished.data(), unfinished.size());
   return result;
 }
 
@@ -253,7 +265,6 @@ void verify_digits(const OutputContext& context, const DigitWords& number, const
   const u64 after = orl::hash_canon(hash_of_words(number, result.digit_count, context.parallel));
   if (after == result.hash && after == result.digit_hash && result.counts.total() == result.digit_count)
     return;
-  if (!result.path.empty()) orl::mark_unfinished(result.path);
   const u64 before = after == result.hash ? result.digit_hash : result.hash;
   context.status.println("Before Hash = " + std::to_string(before), 'R');
   context.status.println("After  Hash = " + std::to_string(after), 'R');
@@ -268,21 +279,19 @@ void read_check(const OutputContext& context, const OutputResult& result) {
   context.status.println(std::string(title) + ":");
 
   DigitStats stats(result.radix);
-  try {
-    const auto reader = orl::open_digits(result.path, result.radix);
-    read_back(context, *reader, result.digit_count, stats);
-    if (orl::hash_canon(stats.hash) == result.hash && stats.counts == result.counts)
-      return reader->check_as_written(result.first_digits, result.digits_per_file, result.digit_count);
-  } catch (const orl::Exception&) {
-    orl::mark_unfinished(result.path);
-    throw;
-  }
-  orl::mark_unfinished(result.path);
+  const auto reader = orl::open_digits(result.files->unfinished_path(), result.radix);
+  read_back(context, *reader, result.digit_count, stats);
+  if (orl::hash_canon(stats.hash) == result.hash && stats.counts == result.counts)
+    return reader->check_as_written(result.first_digits, result.digits_per_file, result.digit_count);
   context.status.println("Pre-Write Hash = " + std::to_string(result.hash), 'R');
   context.status.println("Read-Back Hash = " + std::to_string(orl::hash_canon(stats.hash)), 'R');
   context.status.println("Pre-Write Counts = " + counts_text(result.counts), 'R');
   context.status.println("Read-Back Counts = " + counts_text(stats.counts), 'R');
   orl::fatal_error("Digit output failed. Metadata cross-check doesn't match.");
+}
+
+void publish_digits(const OutputResult& result) {
+  if (result.files) result.files->publish(orl::DigitWriter::Pieces::kRemoved);
 }
 
 }  // namespace orvane

@@ -61,12 +61,17 @@ struct OutputResult {
   orl::DigitCounts counts{10};
   orl::LastDigits last_digits;
   std::optional<orl::HashedDigits> sha256;  ///< of the decimal digits after the point
-  std::string path;                         ///< of the (first) file; empty when none was written
+  std::string path;                         ///< of the (first) file once it is published; empty without files
   u64 digits_per_file = 0;                  ///< of those files, as in OutputTarget
+  std::shared_ptr<orl::DigitWriter>
+      files;  ///< sealed; they have their unfinished names until they are proved
 };
 
 /// The digits before the point and the point, such as "3.".
 std::string first_digits_text(const DigitWords& number);
+
+/// The text of `count` digits behind the first `offset` ones after the point; `number` holds them all.
+std::string digits_text(const DigitWords& number, u64 offset, u64 count);
 
 /// The counts from digit 0 on, a blank between two.
 std::string counts_text(const orl::DigitCounts& counts);
@@ -74,17 +79,15 @@ std::string counts_text(const orl::DigitCounts& counts);
 /// Least window for any of the stages below.
 u64 output_buffer_bytes();
 
-/// Writes `digit_count` digits to a file (or a set of files) under their unfinished names, gives them their
-/// final names, and opens them once. Throws FileException; what it leaves after a failure is not
-/// named like a finished file.
+/// Writes `digit_count` digits to a file (or a set of files) under their unfinished names. Throws FileException,
+/// and leaves nothing then.
 OutputResult write_digits(const OutputContext& context, const DigitWords& number, u64 digit_count,
                           const OutputTarget& target);
 /// The digit pass of write_digits() without a file.
 OutputResult process_digits(const OutputContext& context, const DigitWords& number, u64 digit_count);
 
 /// "Verifying Binary Output:": compares the hash of the hexadecimal digits that went out with one taken
-/// directly from the binary words, now and before. On a mismatch takes the file's finished name away and ends
-/// the program.
+/// directly from the binary words, now and before. Ends the program on a mismatch.
 void verify_binary_output(const OutputContext& context, const DigitWords& number, const OutputResult& result);
 
 /// verify_binary_output() without a line of its own: for digits whose words another check proves.
@@ -93,5 +96,9 @@ void verify_digits(const OutputContext& context, const DigitWords& number, const
 /// "Verifying Decimal Output" or "Verifying Hexadecimal Output": reads the files back and compares hash and
 /// counts. Ends the program on a mismatch with "Digit output failed. Metadata cross-check doesn't match."
 void read_check(const OutputContext& context, const OutputResult& result);
+
+/// Gives the files their final names, when all is proved. Of an older set of that name nothing stays. Throws
+/// FileException; the new files keep their unfinished names then.
+void publish_digits(const OutputResult& result);
 
 }  // namespace orvane

@@ -56,12 +56,18 @@ Object output_object(const ComputeParameters& parameters, const std::string& pat
   return object;
 }
 
+void write_output_switches(Object& object, const ComputeParameters& parameters) {
+  object.add_bool("OutputVerify", parameters.verify_conversion);
+  object.add_bool("JsonResults", parameters.json_results);
+  object.add_bool("Overwrite", parameters.overwrite);
+  object.add_string("BbpCheck", !parameters.pi_proof ? "auto" : *parameters.pi_proof ? "true" : "false");
+}
+
 Object dump_output(const ComputeParameters& parameters) {
   Object object = output_object(parameters, path_text(parameters.output_path()));
   const u64 bytes = parameters.output_bytes();
   object.add_object("Size", with_text(bytes, orl::format_bytes(bytes)));
-  object.add_bool("OutputVerify", parameters.verify_conversion);
-  object.add_bool("JsonResults", parameters.json_results);
+  write_output_switches(object, parameters);
   return object;
 }
 
@@ -118,6 +124,11 @@ void read_output(const Object& object, ComputeParameters& parameters) {
   read_optional_key(object, "OutputVerify",
                     [&] { parameters.verify_conversion = object.get_bool("OutputVerify"); });
   read_optional_key(object, "JsonResults", [&] { parameters.json_results = object.get_bool("JsonResults"); });
+  read_optional_key(object, "Overwrite", [&] { parameters.overwrite = object.get_bool("Overwrite"); });
+  read_optional_key(object, "BbpCheck", [&] {
+    parameters.pi_proof.reset();
+    if (object.get_string("BbpCheck") != "auto") parameters.pi_proof = object.get_bool("BbpCheck");
+  });
 }
 
 std::unique_ptr<orl::MemoryAllocator> read_allocator(const Object& object) {
@@ -137,20 +148,17 @@ std::string format_text(u64 digits_per_file) {
   return "Compress with " + orl::format_with_commas(digits_per_file) + " digits per file.";
 }
 
-u64 ComputeParameters::output_bytes() const {
+u64 ComputeParameters::output_bytes_of(orl::u32 radix) const {
   if (!output_digits) return 0;
-  constexpr u64 kDecimalDigitsPerWord = 19, kHexadecimalDigitsPerWord = 16;
-  const auto bytes = [&](u64 digits, u64 digits_per_word) {
-    constexpr u64 kFirstDigits = 2;  // one digit and the point
-    if (digits == 0) return u64{0};
-    if (digits_per_file_ == 0) return digits + kFirstDigits;
-    // Each file of a set ends with a whole word.
-    const u64 whole_files = digits / digits_per_file_, rest = digits % digits_per_file_;
-    const auto words = [&](u64 count) { return (count + digits_per_word - 1) / digits_per_word; };
-    return sizeof(Word) * (whole_files * words(digits_per_file_) + words(rest));
-  };
-  return bytes(decimal_digits_, kDecimalDigitsPerWord) +
-         bytes(hexadecimal_digits_, kHexadecimalDigitsPerWord);
+  constexpr u64 kFirstDigits = 2;  // one digit and the point
+  const u64 digits = radix == 10 ? decimal_digits_ : hexadecimal_digits_;
+  const u64 digits_per_word = radix == 10 ? 19 : 16;
+  if (digits == 0) return 0;
+  if (digits_per_file_ == 0) return digits + kFirstDigits;
+  // Each file of a set ends with a whole word.
+  const u64 whole_files = digits / digits_per_file_, rest = digits % digits_per_file_;
+  const auto words = [&](u64 count) { return (count + digits_per_word - 1) / digits_per_word; };
+  return sizeof(Word) * (whole_files * words(digits_per_file_) + words(rest));
 }
 
 Object ComputeParameters::dump_memory() const {
@@ -192,8 +200,7 @@ Object ComputeParameters::to_object() const {
   constant().to_object(object);
   object.add_object("ComputeSize", size_object(*this));
   Object output = output_object(*this, output_path());
-  output.add_bool("OutputVerify", verify_conversion);
-  output.add_bool("JsonResults", json_results);
+  write_output_switches(output, *this);
   object.add_object("Output", std::move(output));
   Object threads;
   parallelism.write_settings(threads);

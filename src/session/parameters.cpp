@@ -7,6 +7,7 @@
 #include "core/format.h"
 #include "digits/digit_writer.h"
 #include "files/path_check.h"
+#include "session/output_claim.h"
 #include "system/machine.h"
 
 namespace orvane {
@@ -24,12 +25,21 @@ void warn(const std::string& text) {
   console::println(text, 'Y');
 }
 
+constexpr long double kLog10Of16 = 1.20411998265592478085495557889797L;
+
 // Decimal digits that `digits` hexadecimal ones are worth, rounded up; log10(16) = 1.2041199826559247808...
 u64 decimal_equivalent(u64 digits) {
-  constexpr long double kLog10Of16 = 1.20411998265592478085495557889797L;
   if (digits > kMaxDecimalDigits) return ~u64{0};
   return static_cast<u64>(std::ceil(static_cast<long double>(digits) * kLog10Of16));
 }
+
+}  // namespace
+
+u64 hexadecimal_equivalent(u64 decimal_digits) {
+  return static_cast<u64>(static_cast<long double>(decimal_digits) / kLog10Of16);
+}
+
+namespace {
 
 void check_digits(u64 decimal_digits, const Constant& constant) {
   if (decimal_digits < kMinDecimalDigits) throw InvalidParametersException("set_digits()", kTooFewDigits);
@@ -40,6 +50,14 @@ void check_digits(u64 decimal_digits, const Constant& constant) {
 }
 
 }  // namespace
+
+std::string memory_refusal(u64 needed_bytes) {
+  const u64 available = orl::available_memory_bytes();
+  if (needed_bytes <= available) return {};
+  return "This size needs " + orl::format_bytes(needed_bytes) + " of memory.\nThis machine has " +
+         orl::format_bytes(orl::total_memory_bytes()) + ", of which " + orl::format_bytes(available) +
+         " are available.\nChoose a smaller size, or end what else uses memory.";
+}
 
 u64 Precision::words() const {
   // log2(10) / 64 words per digit, one word for the integer part and one against the rounding of this
@@ -125,6 +143,8 @@ void ComputeParameters::copy_shared(const ComputeParameters& other) {
   output_digits = other.output_digits;
   verify_conversion = other.verify_conversion;
   json_results = other.json_results;
+  overwrite = other.overwrite;
+  pi_proof = other.pi_proof;
   orl::Object settings;
   other.parallelism.write_settings(settings);
   parallelism.read_object(settings);
@@ -148,6 +168,9 @@ void SwapParameters::set_memory_bytes(u64 bytes) { memory_setting_ = std::min(by
 u64 SwapParameters::memory_bytes() const {
   return memory_setting_ != 0 ? memory_setting_ : orl::total_memory_bytes() / 8 * 7;
 }
+
+RamParameters::RamParameters() = default;
+RamParameters::~RamParameters() = default;
 
 ModeHolder::ModeHolder() : ram_(std::make_unique<RamParameters>()), current_(ram_.get()) {}
 

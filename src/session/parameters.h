@@ -6,6 +6,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,12 @@ inline constexpr u64 kGuardDigits = 100;
 inline constexpr u64 kMinDecimalDigits = 100;
 inline constexpr const char* kTooFewDigits = "Computation size must be at least 100 decimal digits.";
 inline constexpr u64 kOneFile = ~u64{0};  ///< digits per file: one compressed file for the whole stream
+
+/// Empty when so many bytes of memory are available; else what is missing, in three lines.
+std::string memory_refusal(u64 needed_bytes);
+
+/// Hexadecimal digits that `decimal_digits` decimal ones determine, rounded down.
+u64 hexadecimal_equivalent(u64 decimal_digits);
 
 /// How digit files are written, in words.
 std::string format_text(u64 digits_per_file);
@@ -87,14 +94,17 @@ class ComputeParameters {
   /// cannot be computed.
   virtual u64 memory_needed() const = 0;
   /// Bytes of the digit files on the disk, headers aside; 0 when none are written.
-  u64 output_bytes() const;
+  u64 output_bytes() const { return output_bytes_of(10) + output_bytes_of(16); }
+  u64 output_bytes_of(orl::u32 radix) const;
 
   /// Copies what both modes share.
   void copy_shared(const ComputeParameters& other);
 
   bool output_digits = true;
   bool verify_conversion = true;
-  bool json_results = false;  ///< a file of results for scripts beside the validation file
+  bool overwrite = false;        ///< digit files with more digits than the run makes may be replaced
+  std::optional<bool> pi_proof;  ///< the BBP check of Pi; by itself where it costs less than 5 % of the run
+  bool json_results = false;     ///< a file of results for scripts beside the validation file
   orl::Parallelism parallelism;
   std::unique_ptr<orl::MemoryAllocator> allocator;
 
@@ -117,8 +127,12 @@ class ComputeParameters {
   std::string output_path_;
 };
 
+class OutputClaim;
+
 class RamParameters final : public ComputeParameters {
  public:
+  RamParameters();
+  ~RamParameters() override;
   bool check_parameters() override;
   int run(int reserved) override;
   const char* mode_name() const override { return "Ram Only"; }
@@ -128,6 +142,9 @@ class RamParameters final : public ComputeParameters {
   /// computed.
   u64 required_bytes() const;
   u64 memory_needed() const override { return required_bytes(); }
+
+ private:
+  std::unique_ptr<OutputClaim> claim_;  ///< from the check of the parameters to the end of the run
 };
 
 /// Settings of the mode on disks. They can be given, saved and loaded; the computation itself comes later.

@@ -42,12 +42,19 @@ void leave_report(const RunReport& report, bool json_results) {
     throw;
   }
   // Only now, so that a failed run leaves its report.
+  if (report.pi_proof && report.pi_proof->result == PiProof::kFailed)
+    throw orl::AlgorithmFailedException(
+        "prove_pi()", "BBP check: " + to_string(*report.pi_proof) +
+                          "\n\nThis machine computes wrongly. The digit files, if any, keep the names of "
+                          "unfinished ones.\nTest the machine with \"orvane stress\".");
   const SpotCheck& check = report.spot_check;
   if (check.result != SpotCheck::kFailed) return;
   throw orl::AlgorithmFailedException(
-      "spot_check()", "Spot check failed at: " + std::to_string(check.position) +
-                          "\n\nThe digit at this place after the point is not that of \"" + check.file +
-                          "\".\nEither that file is damaged, or this machine computes wrongly.");
+      "spot_check()",
+      "Spot check failed at: " + std::to_string(check.position) +
+          "\n\nThe digit at this place after the point is not that of \"" + check.file +
+          "\".\nEither that file is damaged, or this machine computes wrongly. The digit files, if any, "
+          "keep the names of unfinished ones.");
 }
 
 }  // namespace orvane

@@ -45,6 +45,11 @@ ReportLine spot_check_line(const SpotCheck& check, ReportForm form) {
   return labelled(label, text, check.result == SpotCheck::kPassed ? 'G' : 'R');
 }
 
+ReportLine pi_proof_line(const PiProof& proof) {
+  const char colour = proof.result == PiProof::kPassed ? 'G' : proof.result == PiProof::kFailed ? 'R' : 'Y';
+  return labelled("BBP Check:                  ", to_string(proof), colour);
+}
+
 ReportLine clock_line(const std::string& label, orl::ClockCheck check, bool contiguous) {
   const char colour = check == orl::ClockCheck::kPassed && contiguous   ? 'G'
                       : check == orl::ClockCheck::kFailed && contiguous ? 'R'
@@ -127,6 +132,7 @@ ReportLines check_lines(const RunReport& report, ReportForm form) {
   ReportLines lines = {spot_check_line(report.spot_check, form),
                        clock_line("Timer Sanity Check:         ", clocks.timer, report.contiguous),
                        clock_line("Frequency Sanity Check:     ", clocks.frequency, report.contiguous)};
+  if (report.pi_proof) lines.insert(lines.begin() + 1, pi_proof_line(*report.pi_proof));
   if (form == ReportForm::kConsole) return lines;
   lines.push_back(labelled("Reference Clock:            ", clocks.reference, 'w'));
   for (std::size_t i = 0; i < clocks.clocks.size(); i++)

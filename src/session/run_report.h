@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "bbp/pi_proof.h"
 #include "config/object.h"
 #include "core/run_timer.h"
 #include "session/digit_output.h"
@@ -44,6 +45,7 @@ struct RunReport {
   OutputResult dec, hex;  ///< hex.digit_count is 0 without hexadecimal digits
 
   SpotCheck spot_check;
+  std::optional<PiProof> pi_proof;  ///< of Pi alone
   orl::ClockReport clocks;
   bool debugger = false;
   bool contiguous = true;  ///< from start to end in one process

@@ -1,4 +1,6 @@
 // The run of a computation in memory, stage by stage.
+#include <unistd.h>
+
 #include <algorithm>
 
 #include "console/console.h"
@@ -16,6 +18,7 @@
 #include "numbers/ram_store.h"
 #include "session/digit_output.h"
 #include "session/number_layout.h"
+#include "session/output_claim.h"
 #include "session/parameters.h"
 #include "session/ram_plan.h"
 #include "session/report_files.h"
@@ -93,6 +96,7 @@ class RamSession {
     report_.clocks = clocks_.finish();
     events_.add("End Computation");
     finish_report();
+    publish();
     print_report();
     leave_report(report_, parameters_.json_results);
   }
@@ -160,6 +164,7 @@ class RamSession {
     frame.stage([&] { number = compute(context, frame, buffers); }, number);
 
     const DigitWords hexadecimal{16, number.words[number.count - 1], number.words, number.count - 1};
+    hexadecimal_ = hexadecimal;
     frame.stage(
         [&] {
           if (parameters_.hexadecimal_digits() != 0)
@@ -221,10 +226,26 @@ class RamSession {
     const Constant& constant = parameters_.constant();
     const OutputTarget target{constant.name(), constant.algorithm_short(), parameters_.output_path(),
                               parameters_.digits_per_file()};
-    OutputResult result = parameters_.output_digits ? write_digits(context, words, digit_count, target)
+    OutputResult result = parameters_.output_digits ? write_or_ask(context, words, digit_count, target)
                                                     : process_digits(context, words, digit_count);
     finish_stage(std::string(radix_name) + " Output");
     return result;
+  }
+
+  /// Digits that are in memory are not lost to a full disk or a folder that went away while somebody can help.
+  static OutputResult write_or_ask(const OutputContext& context, const DigitWords& words, u64 digit_count,
+                                   const OutputTarget& target) {
+    for (;;) {
+      try {
+        return write_digits(context, words, digit_count, target);
+      } catch (const orl::FileIO::FileException& e) {
+        if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO)) throw;
+        e.print();
+        console::println(
+            "\nThe digits are still in memory. Make room for them, then press ENTER to write again.", 'Y');
+        if (console::read_line("(q and ENTER ends the run, and loses them.)\n") == "q") throw;
+      }
+    }
   }
 
   void verify_conversion(const orl::RunContext& context, Frame& frame, const FixedNumber& number,
@@ -235,7 +256,7 @@ class RamSession {
     if (proof.ok) return;
     status_.println("R = " + std::to_string(proof.digits_hash), 'R');
     status_.println("B = " + std::to_string(proof.binary_hash), 'R');
-    refuse_digits("Base Conversion Failed: Checksum Mismatch");
+    orl::fatal_error("Base Conversion Failed: Checksum Mismatch");
   }
 
   void verify_output(const DigitWords& hexadecimal, LinearHeapBuffer buffer) {
@@ -249,14 +270,14 @@ class RamSession {
   /// The words of the number are still those that the constant's plan proved.
   void check_number(const FixedNumber& number) {
     if (orl::hash_canon(orl::bp_hash<Word>(0, number.words, number.count, parallel_)) != number.hash)
-      refuse_digits("Data Corruption Detected: Checksum Mismatch");
+      orl::fatal_error("Data Corruption Detected: Checksum Mismatch");
   }
 
-  /// No file keeps its finished name when the run ends without a proof of the number.
-  [[noreturn]] void refuse_digits(const char* reason) {
-    for (const OutputResult* written : {&report_.dec, &report_.hex})
-      if (!written->path.empty()) orl::mark_unfinished(written->path);
-    orl::fatal_error(reason);
+  /// Only what every check of the run has passed gets its final name.
+  void publish() {
+    if (report_.spot_check.result == SpotCheck::kFailed) return;
+    if (report_.pi_proof && report_.pi_proof->result == PiProof::kFailed) return;
+    for (const OutputResult* written : {&report_.dec, &report_.hex}) publish_digits(*written);
   }
 
   void finish_report() {
@@ -281,6 +302,24 @@ class RamSession {
     report_.events = events_.text();
     report_.spot_check = spot_check(stored_digit_folders("", orl::settings().exe_dir),
                                     report_.constant + ".txt", decimal_, report_.dec.digit_count);
+    prove_end_of_pi();
+  }
+
+  /// The end of Pi by another formula, where it was asked for or costs little of the run's time.
+  void prove_end_of_pi() {
+    constexpr double kShare = 0.05;
+    if (parameters_.constant().index() != ConstantIndex::kPi) return;
+    const u64 wanted = parameters_.hexadecimal_digits();
+    const u64 digits = wanted != 0 ? wanted : hexadecimal_equivalent(parameters_.decimal_digits());
+    const u64 threads = std::min(parallel_.tds, report_.threads);
+    report_.pi_proof.emplace();
+    if (!parameters_.pi_proof.value_or(pi_proof_seconds(digits, threads) < kShare * timer_.wall_seconds()))
+      return;
+    status_.println("Verifying the Last Digits by the BBP Formula:");
+    const auto digits_at = [&](u64 offset, u64 count) { return digits_text(hexadecimal_, offset, count); };
+    report_.pi_proof = prove_pi(digits, threads, digits_at, status_);
+    status_.print("BBP Check:  ");
+    status_.println(seconds_text(report_.pi_proof->seconds) + "\n", 'Y');
   }
 
   void print_report() const {
@@ -303,7 +342,7 @@ class RamSession {
   orl::LinearConsoleNode status_;
   orl::ParallelContext parallel_;
   bool allocation_errors_ = false;
-  DigitWords decimal_{};  ///< the digits of the result, in the working memory
+  DigitWords decimal_{}, hexadecimal_{};  ///< the digits of the result, in the working memory
   RunReport report_;
 };
 
@@ -315,19 +354,26 @@ bool RamParameters::check_parameters() {
   // A run that could not write its digits says so before it computes them.
   if (output_digits && !orl::path_is_writable(output_path()))
     throw InvalidParametersException("check_parameters()", "Path is not writable.");
-  if (!orl::path_is_writable(""))
+  const bool report_is_kept = orl::path_is_writable("");
+  if (!report_is_kept && !output_digits)
+    throw InvalidParametersException(
+        "check_parameters()",
+        "The working folder is not writable, and the run would leave nothing: neither "
+        "digits nor a validation file.\nRun in a folder that can be written to.");
+  if (!report_is_kept)
     console::println(
         "Warning: The working folder is not writable. The run will end without a validation file.", 'Y');
   const u64 bytes = required_bytes();
   print_line("Required Memory:   ", orl::format_bytes(bytes), 'G');
-  const u64 installed = orl::total_memory_bytes();
-  if (bytes <= installed) return true;
-  console::println("Warning: this is more than the " + orl::format_bytes(installed) + " of this machine.",
-                   'Y');
-  return false;
+  if (const std::string missing = memory_refusal(bytes); !missing.empty())
+    throw InvalidParametersException("check_parameters()", missing);
+  claim_.reset();
+  claim_ = std::make_unique<OutputClaim>(*this);
+  return true;
 }
 
 int RamParameters::run(int) {
+  const std::unique_ptr<OutputClaim> claim = std::move(claim_);
   RamSession(*this).run();
   return 0;
 }

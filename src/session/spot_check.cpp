@@ -12,18 +12,6 @@ namespace {
 
 constexpr u64 kBlockWords = 4096;
 
-// Text of `count` digits from the one with stream index `first`, which begins a word.
-std::string fresh_text(const DigitWords& number, u64 first, u64 count) {
-  const u64 width = orl::digits_per_word(number.radix);
-  const u64 words = (count + width - 1) / width;
-  std::vector<orl::u8> digits(words * width);
-  const u64* const top = number.words + (number.word_count - 1 - first / width);
-  orl::unpack_words(number.radix, digits.data(), top, -1, words);
-  std::string text(count, '\0');
-  orl::digits_to_text(text.data(), digits.data(), count);
-  return text;
-}
-
 // Bytes of the file up to its last digit: line ends behind it are an editor's.
 u64 length_of_digits(std::ifstream& file) {
   file.seekg(0, std::ios::end);
@@ -46,7 +34,7 @@ void compare(std::ifstream& file, const DigitWords& number, u64 digit_count, Spo
     file.read(stored.data(), static_cast<std::streamsize>(stored.size()));
     stored.resize(static_cast<u64>(file.gcount()));
     if (stored.empty()) return;  // it has become shorter meanwhile
-    const std::string fresh = fresh_text(number, check.compared, stored.size());
+    const std::string fresh = digits_text(number, check.compared, stored.size());
     const auto difference = std::mismatch(stored.begin(), stored.end(), fresh.begin()).first;
     check.compared += static_cast<u64>(difference - stored.begin());
     if (difference == stored.end()) continue;

@@ -144,6 +144,9 @@ TEST(Options, OfAComputationChangeTheirOwnSetting) {
                               {{"-PF:none"}, {{"Parallelism.Framework", "none"}}, {"-PF:spawn"}},
                               {{"-TD:13"}, {{"Parallelism.TaskDecomposition", "13"}}},
                               {{"-json:1"}, {{"Output.JsonResults", "true"}}},
+                              {{"-overwrite:1"}, {{"Output.Overwrite", "true"}}},
+                              {{"-bbp:1"}, {{"Output.BbpCheck", "true"}}},
+                              {{"-bbp:0"}, {{"Output.BbpCheck", "false"}}},
                               {{"-M:1G"}, {{"Memory", "1073741824"}}, swap},
                               {{"-minIO:1M"}, {{"BytesPerSeek", "1048576"}}, swap},
                               {{"-swap:raid3", "/a", "/b", "/c"}, raid("RaidFile"), swap}});
@@ -177,6 +180,8 @@ TEST(Options, OfTheOtherActionsChangeTheirOwnSetting) {
   expect_effects<BenchSettings>(bench_options(),
                                 with_shared({{{"-o", folder.path()}, {{kPath, folder.path()}}},
                                              {{"-od:1"}, {{kEnable, "true"}}},
+                                             {{"-overwrite:1"}, {{"Output.Overwrite", "true"}}},
+                                             {{"-bbp:1"}, {{"Output.BbpCheck", "true"}}},
                                              {{"-json:1"}, {{"Output.JsonResults", "true"}}}}));
   expect_effects<BenchIoSettings>(benchio_options(),
                                   with_shared({{{"-M:4G"}, {{"total", "4294967296"}}},

@@ -406,15 +406,33 @@ TEST_P(DigitFiles, ShowEveryFlippedBit) {
   EXPECT_FALSE(is_right()) << "a byte less";
 }
 
-TEST_P(DigitFiles, LoseTheirFinishedName) {
-  const std::vector<u8> digits(9000, 1);
-  const std::string path = make_writer(folder_, GetParam(), digits.size())->path();
-  write_stream(folder_, GetParam(), digits);
-  if (GetParam().digits_per_file != 0 && GetParam().digits_per_file != kSingleFile)
-    std::filesystem::remove(path);
-  mark_unfinished(path);
-  EXPECT_EQ(finished_files(folder_), 0u) << "though the first file of a set is missing";
-  EXPECT_FALSE(folder_.names().empty());
+TEST_P(DigitFiles, CanBeReadBeforeTheyHaveTheirNameAndThenReplaceAllOfAnOlderStream) {
+  const auto older = random_digits(random_, GetParam().radix, 9000);
+  const auto newer = random_digits(random_, GetParam().radix, 950);
+  const std::string path =
+      write_stream(folder_, GetParam(), older) ? make_writer(folder_, GetParam(), 950)->path() : "";
+  const u64 old_files = finished_files(folder_);
+  const auto writer = make_writer(folder_, GetParam(), newer.size());
+  store(*writer, newer, 0, newer.size());
+  writer->seal();
+  EXPECT_EQ(load(*open_digits(writer->unfinished_path(), GetParam().radix), 0, newer.size()), newer);
+  EXPECT_EQ(load(*open_digits(path, GetParam().radix), 0, older.size()), older);
+  calls_.fail(FileCall::kRename, EACCES, old_files, 1);
+  if (GetParam().digits_per_file != 0) {
+    EXPECT_THROW(writer->publish(DigitWriter::Pieces::kRemoved), FileIO::FileException);
+  }
+  calls_.heal();
+  EXPECT_EQ(finished_files(folder_), old_files);
+  writer->publish(DigitWriter::Pieces::kRemoved);
+  EXPECT_EQ(load(*open_digits(path, GetParam().radix), 0, newer.size()), newer);
+  const auto names = folder_.names();
+  EXPECT_EQ(static_cast<u64>(
+                std::count_if(names.begin(), names.end(),
+                              [](const std::string& name) { return name.find('.') != std::string::npos; })),
+            GetParam().digits_per_file == 0 || GetParam().digits_per_file == kSingleFile
+                ? 1
+                : (950 - 1) / GetParam().digits_per_file + 1)
+      << "a piece of the older stream is left";
 }
 
 // The format as docs/file-formats.md has it, read without any of the code that writes it: the digits of one
@@ -498,7 +516,8 @@ TEST(TextFile, HoldsThePointAndOneCharacterADigit) {
   const auto writer = make_digit_writer(folder.path() + "/", kName, "a1.", 16, 0, 5);
   EXPECT_EQ(writer->path(), folder.file("Pi - Dec - Test.txt"));
   store(*writer, {0, 9, 10, 15, 1}, 0, 5);
-  EXPECT_EQ(folder.names(), std::vector<std::string>{"Pi - Dec - Test (incomplete).txt"});
+  EXPECT_EQ(folder.names(),
+            std::vector<std::string>{"Pi - Dec - Test (" + std::to_string(getpid()) + ") (incomplete).txt"});
   writer->close_and_get_basic_reader();
   EXPECT_EQ(read_file(writer->path()), "a1.09af1");
   EXPECT_EQ(message_of([&] { BasicTextWriter(folder.file("x.txt"), "3", 10, 1); }),
@@ -556,7 +575,8 @@ TEST(OvdSet, NamesItsFiles) {
   const auto many = make_digit_writer(folder.path(), kName, "3.", 10, 100, 250);
   store(*many, digits, 0, 1);
   const std::string base = std::string(kName) + "/" + kName + " - ";
-  EXPECT_EQ(folder.names(), (std::vector<std::string>{kName, base + "0 (incomplete).ovd"}));
+  EXPECT_EQ(folder.names(), (std::vector<std::string>{
+                                kName, base + "0 (" + std::to_string(getpid()) + ") (incomplete).ovd"}));
   store(*many, digits, 0, 250);
   many->close_and_get_basic_reader();
   EXPECT_EQ(folder.names(),

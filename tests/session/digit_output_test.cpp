@@ -128,7 +128,7 @@ TEST_F(DigitOutput, WritesTheDigitsOfTheWordsAndKnowsTheirRecord) {
           const OutputResult result = write_digits(c, sample.number, digits, target(0));
           const std::string expected = sample.cut(digits);
           EXPECT_EQ(result.path, folder_.file(radix == 10 ? "Pi - Dec - Test.txt" : "Pi - Hex - Test.txt"));
-          EXPECT_TRUE(read_file(result.path) == expected);
+          EXPECT_TRUE(read_file(result.files->unfinished_path()) == expected);
           EXPECT_EQ(result.first_digits, sample.first());
           EXPECT_EQ(result.last_digits.text(), expected.substr(expected.size() - 100));
           EXPECT_EQ(result.hash, residue_of(expected, radix));
@@ -222,7 +222,7 @@ TEST_F(DigitOutput, EndsTheProgramWhenTheFileIsNotWhatWasWritten) {
   const auto damaged = [&](u64 digits_per_file, const std::function<void(const std::string& path)>& damage) {
     const auto child = run_child("\n", [&]() -> int {
       const OutputResult result = write_digits(context(), sample.number, digits, target(digits_per_file));
-      damage(result.path);
+      damage(result.files->unfinished_path());
       orl::LinearConsoleNode console;
       try {
         read_check({{reversed_, 1}, console, events_, window_.buffer()}, result);
