@@ -5,12 +5,12 @@
 #include <string>
 
 #include "app/action_file.h"
+#include "app/bbp_extractor.h"
 #include "app/bench.h"
 #include "app/custom_menu.h"
 #include "app/log_formula_tool.h"
 #include "app/options.h"
 #include "app/stress_menu.h"
-#include "bbp/bbp_extractor.h"
 #include "console/console.h"
 #include "core/exceptions.h"
 #include "core/settings.h"

@@ -5,8 +5,8 @@
 #include <system_error>
 #include <thread>
 
-#include "console/console.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 #include "system/topology.h"
 #include "threads/frameworks.h"
 #include "threads/parallelizer.h"
@@ -59,7 +59,7 @@ void Extraction::run(u64 thread) {
   if (!task_.pin_order.empty()) {
     const u32 core = task_.pin_order[thread % task_.pin_order.size()];
     if (!orl::bind_thread({core}))
-      orl::console::println("Failed to set core affinity to core: " + std::to_string(core), 'R');
+      orl::notice_line("Failed to set core affinity to core: " + std::to_string(core), 'R');
   }
   for (;;) {
     const u64 block = next_.fetch_add(1, std::memory_order_relaxed);

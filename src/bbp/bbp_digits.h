@@ -51,7 +51,7 @@ std::vector<orl::BbpTerm> bbp_terms(BbpFormula formula, u64 offset);
 std::string to_string(const orl::BbpTerm& term);
 
 /// task.precision_digits() digits in lower case, from the one behind the offset on. A core that a thread
-/// cannot be bound to is reported on the console; the thread then runs anywhere.
+/// cannot be bound to is reported; the thread then runs anywhere.
 std::string bbp_digits(const BbpTask& task, orl::StatusNode& status);
 
 }  // namespace orvane

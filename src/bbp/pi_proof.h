@@ -24,6 +24,7 @@ struct PiProofPlace {
 
 /// The outcome of a proof.
 struct PiProof {
+  /// kNotRun: it was not asked for.
   enum Result { kNotRun, kPassed, kFailed } result = kNotRun;
   std::vector<PiProofPlace> places;  ///< those that were compared
   double seconds = 0;                ///< that it took

@@ -10,6 +10,7 @@ namespace orl {
 /// Holds an advisory lock on a file of its own, which is made for it and removed with it.
 class FileLock : Uncopied {
  public:
+  /// What came of the attempt.
   enum class State {
     kHeld,
     kTaken,        ///< by another process, or by another lock of this one

@@ -351,6 +351,8 @@ class RamSession {
 bool RamParameters::check_parameters() {
   const std::string refusal = constant().unavailable();
   if (!refusal.empty()) throw InvalidParametersException("check_parameters()", refusal);
+  if (pi_proof.value_or(false) && constant().index() != ConstantIndex::kPi)
+    throw InvalidParametersException("check_parameters()", "The BBP check (-bbp:1) proves digits of Pi alone.");
   // A run that could not write its digits says so before it computes them.
   if (output_digits && !orl::path_is_writable(output_path()))
     throw InvalidParametersException("check_parameters()", "Path is not writable.");
@@ -366,7 +368,8 @@ bool RamParameters::check_parameters() {
   const u64 bytes = required_bytes();
   print_line("Required Memory:   ", orl::format_bytes(bytes), 'G');
   if (const std::string missing = memory_refusal(bytes); !missing.empty())
-    throw InvalidParametersException("check_parameters()", missing);
+    throw InvalidParametersException("check_parameters()",
+                                     missing + "\n\nCannot run computation with these parameters.");
   claim_.reset();
   claim_ = std::make_unique<OutputClaim>(*this);
   return true;

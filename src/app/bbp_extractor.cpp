@@ -1,4 +1,4 @@
-#include "bbp/bbp_extractor.h"
+#include "app/bbp_extractor.h"
 
 #include <algorithm>
 
