@@ -23,7 +23,7 @@ TermSeries arcsinlemn_terms(s64 c, u64 x, u64 y) {
   if (x == 0 || 4 * x >= 3 * y)
     throw InvalidParametersException(kFunction, "Convergence is too slow: N / D < 0.75");
   const s64 scale = c * static_cast<s64>(x);
-  return {.name = "ArcSinlemn_BSR",
+  return {.name = "ArcSinlemn",
           .Q = {y4, {{2, 0}, {4, 1}}},
           .R = {x4, {{2, -1}, {4, -3}}},
           .outer = {.P = scale, .Q = scale, .D = y}};

@@ -3,7 +3,7 @@
 namespace orl {
 
 TermSeries lemniscate_terms() {
-  return {.name = "Lemniscate_Singular_BSR",
+  return {.name = "Lemniscate_Singular",
           .P = {.polynomial = {126, 5}},
           .Q = {23958, {{1, 0, 2}}},
           .R = {1, {{12, -11}, {12, -7}}},
