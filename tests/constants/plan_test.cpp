@@ -153,7 +153,7 @@ void check_fraction(int which, u64 p, u64 tds, const char* framework,
   EXPECT_TRUE(f.U.is_consistent(runner.context(1).parallel));
   EXPECT_LE(f.U.L, p + 3);
   const test::MpzSeries series = which < 2
-                                     ? test::mpz_pi(static_cast<PiSeries>(which))
+                                     ? test::mpz_terms(pi_terms(static_cast<PiSeries>(which)))
                                      : test::mpz_e(which == 3 ? ETaylor::kAlternating : ETaylor::kPlain);
   const test::MpzNode exact = series.range(0, plan.series().terms());
   const s64 lowest = std::min(f.T.exp, f.U.exp);
