@@ -108,8 +108,8 @@ BSR_BlockT<W>::BSR_BlockT(const Series<W>& series, const TermRange& range, u64 t
     depth.heap = kind.merge_scratch(product, right, 1);
     if (d + 1 == plan_.size()) continue;
     const Depth& below = plan_[d + 1];
-    depth.heap = std::max({depth.heap, kind.merge_scratch(product, right, depth.tds),
-                           depth.halves_in_turn ? below.heap : 2 * round_up_64(below.heap)});
+    if (depth.tds > 1) depth.heap = std::max(depth.heap, kind.merge_scratch(product, right, depth.tds));
+    depth.heap = std::max(depth.heap, depth.halves_in_turn ? below.heap : 2 * round_up_64(below.heap));
     for (u32 i = 0; i < kind.numbers(); ++i) {
       const u64 halves =
           depth.halves_in_turn ? round_up_8(right[i]) + below.out[i] : 2 * round_up_8(below.out[i]);

@@ -226,40 +226,5 @@ TYPED_TEST(Plans, HoldForTrillionsOfDigitsInSizesAndTime) {
   }
 }
 
-TEST(ConstantPlans, OfAnySizeAndWidthAreBuiltAtOnceAndStayBounded) {
-  using Store = RamStore<u64>;
-  const std::pair<const char*, std::function<ConstantPlanPointer<Store>(u64, u64)>> constants[] = {
-      {"Chudnovsky", [](u64 p, u64 tds) { return make_pi<Store>({}, p, tds); }},
-      {"Ramanujan, reduced",
-       [](u64 p, u64 tds) {
-         return make_pi<Store>({PiSeries::kRamanujan, 1, SeriesMemory::kReduced}, p, tds);
-       }},
-      {"e", [](u64 p, u64 tds) { return make_e<Store>({ETaylor::kPlain}, p, tds); }},
-      {"e, alternating", [](u64 p, u64 tds) { return make_e<Store>({ETaylor::kAlternating}, p, tds); }},
-      {"square root", [](u64 p, u64 tds) { return make_sqrt<Store>({2}, p, tds); }},
-      {"golden ratio", [](u64 p, u64 tds) { return make_golden_ratio<Store>(1, p, tds); }},
-      {"lemniscate by AGM",
-       [](u64 p, u64 tds) { return make_lemniscate<Store>({LemniscateAlgorithm::kAgmPi}, p, tds); }},
-      {"Log(2)",
-       [](u64 p, u64 tds) {
-         return make_log_machin<Store>(2, {{4, 6}, {2, 99}}, p, tds);
-       }},
-      {"lemniscate", [](u64 p, u64 tds) { return make_lemniscate<Store>({}, p, tds); }},
-  };
-  for (const auto& [name, make] : constants)
-    for (const u64 p : {u64{51905127000}, u64{51905127000000}}) {  // 10^12 and 10^15 digits
-      u64 alone = 0;
-      for (const u64 tds : {1, 2, 7, 128, 65536}) {
-        SCOPED_TRACE(std::string(name) + ", p = " + std::to_string(p) + ", tds = " + std::to_string(tds));
-        const std::clock_t start = std::clock();
-        const Need need = make(p, tds)->need();
-        EXPECT_LT(std::clock() - start, test::kProcessorSecond);
-        if (tds == 1) alone = need.ram_bytes;
-        EXPECT_LE(need.ram_bytes, alone + alone / 4);
-        EXPECT_GE(need.ram_bytes, 8 * p);
-      }
-    }
-}
-
 }  // namespace
 }  // namespace orl

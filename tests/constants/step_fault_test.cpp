@@ -6,6 +6,7 @@
 #include "constants/e.h"
 #include "constants/lemniscate.h"
 #include "constants/log.h"
+#include "constants/one_series.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
 #include "core/exceptions.h"
@@ -110,6 +111,8 @@ TYPED_TEST(StepFaults, AreFoundByTheCheckBehindTheStep) {
       // So short that products have no form of half the memory, and the tail is folded in pieces.
       Constant<W>(make_pi<Store>({PiSeries::kRamanujan}, 128000 / (8 * sizeof(W)), 1)),
       Constant<W>(make_e<Store>({ETaylor::kAlternating, 1}, p, 1)),
+      Constant<W>(make_one_series<Store>(OneSeries::kZeta3Zuniga, 1, p, 1)),
+      Constant<W>(make_one_series<Store>(OneSeries::kCatalanPilehroodShort, -1, p, 1)),
       Constant<W>(make_sqrt<Store>({2, 1}, p, 1)),
       Constant<W>(make_sqrt<Store>({3, -1}, p, 1)),
       Constant<W>(make_golden_ratio<Store>(1, p, 1)),

@@ -11,7 +11,10 @@
 namespace orl {
 namespace {
 
-constexpr u32 kMinLevels = 8;
+// Every plan of a product asks for bounds, for one of few lengths.
+constexpr u32 kMinLevels = 8, kMaxLevels = 48;
+using ByLevels = std::array<double, kMaxLevels + 1>;
+
 constexpr double kReduced = 0.51;
 // Quotients of operands of products stay below 2^51, where rounding by 1.5 * 2^52 works: 0.52 * 15 < 2^3.
 constexpr double kLargest = 15;
@@ -64,6 +67,25 @@ double inverse_pass(double bound, u32 levels, bool at_root, double& largest) {
   return largest_of(row, levels);
 }
 
+// The largest value of a forward transform of 2^n points.
+double forward_bound(u32 n) {
+  // The stage, then passes in memory that reduce their lower rows, then the block.
+  const u32 stage = residue_stage_levels(n);
+  double bound = kReduced, largest = 0;
+  if (stage) {
+    const u32 upper = residue_upper_levels(stage);
+    bound = std::max(forward_levels(bound, upper), forward_root_pass(bound, upper, largest));
+    bound = forward_levels(bound, stage - upper);
+  }
+  u32 left = n - stage;
+  while (left > kResidueBlockLevels) {
+    const u32 levels = residue_memory_levels(u64{1} << left);
+    bound = forward_levels(kReduced + residue_product_bound(bound), levels - 1);
+    left -= levels;
+  }
+  return std::max(largest, forward_levels(bound, left - 3));
+}
+
 // The largest value of an inverse transform of k 2^n points.
 double inverse_bound(u32 n, u32 k) {
   double bound = kReduced, largest = 0;
@@ -92,27 +114,15 @@ double residue_limbs_bound(u32 P) { return 1 + (P / 2 - 1) * residue_product_bou
 double residue_odd_operand(double bound, u32 k) { return k == 1 ? 0 : k == 5 ? 4 * bound : 2 * bound; }
 
 double residue_forward_bound(u32 n) {
-  // The stage, then passes in memory that reduce their lower rows, then the block.
-  const u32 stage = residue_stage_levels(n);
-  double bound = kReduced, largest = 0;
-  if (stage) {
-    const u32 upper = residue_upper_levels(stage);
-    bound = std::max(forward_levels(bound, upper), forward_root_pass(bound, upper, largest));
-    bound = forward_levels(bound, stage - upper);
-  }
-  u32 left = n - stage;
-  while (left > kResidueBlockLevels) {
-    const u32 levels = residue_memory_levels(u64{1} << left);
-    bound = forward_levels(kReduced + residue_product_bound(bound), levels - 1);
-    left -= levels;
-  }
-  return std::max(largest, forward_levels(bound, left - 3));
+  static const auto bounds = [] {
+    ByLevels table{};
+    for (u32 levels = kMinLevels; levels <= kMaxLevels; ++levels) table[levels] = forward_bound(levels);
+    return table;
+  }();
+  return bounds.at(n);
 }
 
 double residue_inverse_bound(u32 n, u32 k) {
-  // Every plan of a product asks, for one of few lengths.
-  constexpr u32 kMaxLevels = 48;
-  using ByLevels = std::array<double, kMaxLevels + 1>;
   static const auto bounds = [] {
     std::array<ByLevels, 4> table{};
     for (u32 odd = 0; odd < table.size(); ++odd)
@@ -131,14 +141,12 @@ u32 residue_coefficient_bits(const ResidueRow& row, ProductRing ring) {
 void check_residue_bounds(const ResidueRow& row) {
   const ResidueSet& set = residue_set(row.P, row.k);
   const u32 modulus_bits = 64 * set.words - static_cast<u32>(std::countl_zero(set.modulus[set.words - 1]));
-  double modulus = 0;
-  for (u32 i = 0; i < set.P; ++i) modulus += std::log2(static_cast<double>(residue_primes()[set.prime[i]].p));
   // All forms: N terms of either sign, within the modulus by the 2^-12 of it that the join's estimate asks
   // for.
   const double coefficient =
       2.0 * static_cast<double>(row.point_bits()) + std::log2(static_cast<double>(row.points()));
   if (row.n < kMinLevels || row.n > set.e || modulus_bits > 512 ||
-      coefficient + 1 + kEstimateMargin > modulus || residue_forward_bound(row.n) > kLargest ||
+      coefficient + 1 + kEstimateMargin > set.modulus_log2 || residue_forward_bound(row.n) > kLargest ||
       residue_inverse_bound(row.n, row.k) > kLargest || residue_split_bound(row.P, row.k) > kLargestSum ||
       residue_odd_operand(residue_limbs_bound(row.P), row.k) > kLargest)
     throw InvalidParametersException("C17", "Invalid Function Parameters:   ");

@@ -1,6 +1,7 @@
 #include "transforms/c17/residue_primes.h"
 
 #include <algorithm>
+#include <cmath>
 #include <initializer_list>
 #include <vector>
 
@@ -60,6 +61,7 @@ struct Tables {
       set.e = record.e;
       set.words = 1;
       set.modulus[0] = 1;
+      set.modulus_log2 = 0;
       for (u32 i = 0; i < set.P; ++i) {
         const u64 p = record.primes[i];
         auto found =
@@ -67,6 +69,7 @@ struct Tables {
         if (found == primes.end()) found = primes.insert(found, ResiduePrime(p));
         set.prime[i] = static_cast<u32>(found - primes.begin());
         set.words = multiply_small(set.modulus, set.words, p);
+        set.modulus_log2 += std::log2(static_cast<double>(p));
       }
       const u32 limbs = 2 * join_limbs(set.P), bits = join_limb_bits(set.P);
       s64 carry = 0;

@@ -39,6 +39,7 @@ struct ResidueSet {
   u32 prime[kMaxResiduePrimes];  ///< indices into residue_primes()
   u32 words;                     ///< 64-bit words of the modulus
   u64 modulus[8];
+  double modulus_log2;
   double cofactor[kMaxResiduePrimes][8];     ///< modulus / p in limbs of join_limb_bits(P), 0 to 2^bits
   double modulus_limb[9];                    ///< the modulus, -2^(bits - 1) to 2^(bits - 1); the last to 2^48
   u64 scale[kMaxResiduePrimes];              ///< (k modulus / p)^-1 mod p
