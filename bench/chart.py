@@ -4,6 +4,7 @@
   chart.py multiply multiply.csv docs/multiply.png
   chart.py ramp ramp.csv docs/ramp.png
   chart.py pi pi.csv docs/pi.png
+  chart.py constants constants.csv docs/constants.png
 
 By gnuplot (Debian: gnuplot-nox), which needs no module of whichever Python comes first on a machine."""
 import collections
@@ -123,8 +124,28 @@ def pi(path, output):
     draw(script, series, output)
 
 
+def constants(path, output):
+    """Bars: the fastest algorithm of each constant, and Arb."""
+    fastest = {}
+    for row in rows_of(path):
+        known = fastest.get(row["constant"])
+        if known is None or float(row["seconds"]) < float(known["seconds"]):
+            fastest[row["constant"]] = row
+    table = "".join(f'"{row["constant"]}\\n{row["algorithm"]}",{row["seconds"]},{row["arb_seconds"] or "NaN"}\n'
+                    for row in fastest.values())
+    with tempfile.TemporaryDirectory() as folder:
+        data = pathlib.Path(folder) / "constants.csv"
+        data.write_text(table)
+        text = HEAD.format(height=600, output=output, key="top left")
+        text += ("set style data histograms\nset style histogram clustered gap 1\nset style fill solid 0.9\nset logscale y\n"
+                 "set format y '%g'\nset ylabel 'seconds'\nset title 'Constants, from start to written file, one thread'\n"
+                 f"plot '{data}' using 2:xtic(1) lc rgb '{COLOURS[2]}' title 'orvane, fastest algorithm', "
+                 f"'' using 3 lc rgb '{COLOURS[1]}' title 'Arb'\n")
+        subprocess.run(["gnuplot"], input=text, text=True, check=True)
+
+
 def main():
-    charts = {"multiply": multiply, "ramp": ramp, "pi": pi}
+    charts = {"multiply": multiply, "ramp": ramp, "pi": pi, "constants": constants}
     if len(sys.argv) != 4 or sys.argv[1] not in charts:
         raise SystemExit(__doc__)
     charts[sys.argv[1]](sys.argv[2], sys.argv[3])

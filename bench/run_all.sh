@@ -12,9 +12,9 @@ data=docs/data
 mkdir -p "$data"
 
 if [ -n "${QUICK:-}" ]; then
-  largest=100000 ramp_from=6710886 ramp_to=13421773 digits=100000,316228,1000000 long=3162278
+  largest=100000 ramp_from=6710886 ramp_to=13421773 digits=100000,316228,1000000 long=3162278 constants=1000000
 else
-  largest=10000000 ramp_from=67108864 ramp_to=134217728 digits=100000,316228,1000000,3162278,10000000 long=31622777,100000000
+  largest=10000000 ramp_from=67108864 ramp_to=134217728 digits=100000,316228,1000000,3162278,10000000 long=31622777,100000000 constants=10000000
 fi
 step=1.7782794100389228  # four sizes to a factor of ten
 
@@ -45,4 +45,9 @@ say "Pi read back and proved, and in less memory"
 bench/pi/compare.py --build "$build" --runs 1 --digits "$long" --without-gmp-from 0 --verify | tee "$data/pi-verified.txt"
 bench/pi/compare.py --build "$build" --runs 1 --digits "$long" --without-gmp-from 0 --threads 2 \
   --algorithm chudnovsky-reduced | tee "$data/pi-reduced.txt"
+say "every constant at $constants digits, beside Arb where bench/constants/arb_constants was built"
+for threads in 1 2; do
+  bench/constants/compare.py --build "$build" --digits "$constants" --threads $threads --csv "$data/constants-$threads.csv"
+done | tee "$data/constants.txt"
+bench/chart.py constants "$data/constants-1.csv" docs/constants.png
 say "done"

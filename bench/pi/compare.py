@@ -13,31 +13,13 @@ import argparse
 import csv
 import os
 import pathlib
-import platform
 import re
 import statistics
-import subprocess
+import sys
 import tempfile
-import time
 
-
-def timed(command, folder):
-    os.sync()  # the files of the run before are no part of this one
-    start = time.perf_counter()
-    process = subprocess.Popen(command, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-    text = process.stdout.read().decode(errors="replace")
-    _, status, usage = os.wait4(process.pid, 0)
-    process.returncode = os.waitstatus_to_exitcode(status)
-    seconds = time.perf_counter() - start
-    if process.returncode != 0:
-        raise SystemExit(f"{' '.join(command)} ended with {process.returncode}:\n{text}")
-    return seconds, usage.ru_maxrss * 1024, text
-
-
-def stated_bytes(text):
-    """Working Memory plus Twiddle Tables as the program prints them."""
-    found = re.findall(r"(?:Working Memory|Twiddle Tables)\.\.\.\s+([0-9,]+)", text)
-    return sum(int(number.replace(",", "")) for number in found)
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
+from whole_runs import ROOT, commit_of, processor, stated_bytes, timed
 
 
 def stage_seconds(text):
@@ -47,17 +29,9 @@ def stage_seconds(text):
     return {name: float(seconds) for name, seconds in found if name not in totals}
 
 
-def processor():
-    for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines():
-        if line.startswith("model name"):
-            return line.split(":", 1)[1].strip()
-    return platform.processor()
-
-
 def main():
-    here = pathlib.Path(__file__).resolve().parent.parent.parent
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--build", default=str(here / "build" / "release"))
+    parser.add_argument("--build", default=str(ROOT / "build" / "release"))
     parser.add_argument("--runs", type=int, default=5)
     parser.add_argument("--digits", default="1000000,10000000")
     parser.add_argument("--threads", default="1,2")
@@ -67,9 +41,7 @@ def main():
     parser.add_argument("--without-gmp-from", type=int, default=1 << 62)
     options = parser.parse_args()
     build = pathlib.Path(options.build).resolve()
-    commit = subprocess.run(["git", "-C", str(here), "rev-parse", "--short", "HEAD"], capture_output=True,
-                            text=True).stdout.strip()
-    print(f"{processor()}, {os.cpu_count()} processors, commit {commit}, median of {options.runs} pairs")
+    print(f"{processor()}, {os.cpu_count()} processors, commit {commit_of(ROOT)}, median of {options.runs} pairs")
     print(f"{'digits':>12} {'threads':>7} {'GMP s':>9} {'orvane s':>9} {'ratio':>7} {'speed-up':>8} "
           f"{'stated MiB':>10} {'peak MiB':>9} {'bytes/digit':>11}")
     rows = []
