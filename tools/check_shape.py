@@ -27,7 +27,7 @@ INNER = {"functions/newton_level", "functions/newton_small", "functions/newton_s
          "functions/proved_window", "functions/hashed_steps", "functions/power_ladder",
          "functions/radix_conversion", "functions/convert_plan", "functions/power_table", "functions/verify_conversion",
          "splitting/bsr_block", "splitting/psr_block", "splitting/merge", "splitting/kind", "splitting/outer_sum",
-         "constants/final_product"}
+         "splitting/brent_mcmillan", "splitting/brent_mcmillan_block", "splitting/node_products", "constants/final_product"}
 STORED = re.compile(r"\bLinearHeapBuffer\b|\bBigFloat\s*<")
 
 

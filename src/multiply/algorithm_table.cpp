@@ -162,6 +162,13 @@ const Algorithm& AlgorithmTable<W>::get_algorithm(u64 words) const {
 }
 
 template <class W>
+const Algorithm& AlgorithmTable<W>::get_lean_algorithm(u64 words) const {
+  const Entry& entry = find(words, "AlgorithmTable::get_algorithm()");
+  const Algorithm* const lean = entry.lean_at(words);
+  return lean ? *lean : *entry.algorithm;
+}
+
+template <class W>
 const Parameters& AlgorithmTable<W>::parameters_for(ParametersBox& out, const TransformTables* tables,
                                                     u64 words, u64 tds, ShapeChoice choice) const {
   const Entry& entry = find(words, "AlgorithmTable::get_algorithm()");

@@ -111,6 +111,8 @@ class AlgorithmTable {
 
   /// The algorithm of a product of `words` words. Throws LimitExceededException past the last row.
   const Algorithm& get_algorithm(u64 words) const;
+  /// Its lean algorithm, or itself where it has none.
+  const Algorithm& get_lean_algorithm(u64 words) const;
 
   /// Shape of a product of `words` words, built into `out`. `tables` may be null when only sizes are wanted.
   const Parameters& parameters_for(ParametersBox& out, const TransformTables* tables, u64 words, u64 tds,

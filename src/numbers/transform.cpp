@@ -192,7 +192,7 @@ void op_mul_rr_xx(const MultiplyContext& ctx, Number& T, Limit limit, const RawF
     helper.parameters().inverse_fmul(helper.working(), helper.kept(0), target, helper.scratch(),
                                      ctx.parallel);
   } else {
-    basic_table<W>().get_algorithm(words).mul_bounded(ctx, target, a.words(), b.words());
+    basic_table<W>().get_lean_algorithm(words).mul_bounded(ctx, target, a.words(), b.words());
   }
   finish_product(T, target, ctx.parallel);
 }

@@ -4,6 +4,7 @@
 
 #include "config/located.h"
 #include "constants/e.h"
+#include "constants/euler.h"
 #include "constants/lemniscate.h"
 #include "constants/one_series.h"
 #include "constants/pi.h"
@@ -42,7 +43,14 @@ Plan plan_one_series(const Constant&, u64 precision_words, u64 tds) {
   return orl::make_one_series<Store>(Series, 1, precision_words, tds);
 }
 
-using orl::ETaylor, orl::LemniscateAlgorithm, orl::OneSeries, orl::PiSeries, orl::SeriesMemory;
+template <orl::EulerVariant Variant>
+Plan plan_gamma(const Constant& constant, u64 precision_words, u64 tds) {
+  // 0 for the constant that chooses its parameter.
+  return orl::make_euler<Store>({Variant, static_cast<orl::u32>(constant.argument())}, precision_words, tds);
+}
+
+using orl::ETaylor, orl::EulerVariant, orl::LemniscateAlgorithm, orl::OneSeries, orl::PiSeries,
+    orl::SeriesMemory;
 
 constexpr AlgorithmRow kSqrt[] = {
     {"newton", "Newton", "Newton's Method", "1st order Newton's Method", plan_sqrt}};
@@ -101,8 +109,9 @@ constexpr AlgorithmRow kLemniscate[] = {
     {"singular", "Singular value", "Singular value", "", plan_lemniscate<LemniscateAlgorithm::kSingular>},
 };
 constexpr AlgorithmRow kGamma[] = {
-    {"brent-refined", "Brent-McMillan (refined)", "Brent-McMillan with Refinement", ""},
-    {"brent-original", "Brent-McMillan", "Brent-McMillan", ""},
+    {"brent-refined", "Brent-McMillan (refined)", "Brent-McMillan with Refinement", "",
+     plan_gamma<EulerVariant::kRefined>},
+    {"brent-original", "Brent-McMillan", "Brent-McMillan", "", plan_gamma<EulerVariant::kOriginal>},
 };
 
 constexpr const char* kSqrtNote =

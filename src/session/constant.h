@@ -153,7 +153,7 @@ class Constant {
   virtual void write_formula(orl::Object&) const {}
 
   /// Empty when the chosen algorithm can compute the constant in memory; else one line that says what cannot be done.
-  std::string unavailable() const;
+  virtual std::string unavailable() const;
   /// The plan of the chosen algorithm for `precision_words` words and `tds` tasks; unavailable() is empty.
   std::unique_ptr<orl::ConstantPlan<Word>> make_ram(u64 precision_words, u64 tds) const {
     return algorithms()[algorithm_index()].make_ram(*this, precision_words, tds);

@@ -5,6 +5,7 @@
 
 #include "config/located.h"
 #include "config/parser.h"
+#include "constants/euler_series.h"
 #include "constants/log.h"
 #include "core/exceptions.h"
 #include "core/number_forms.h"
@@ -19,6 +20,8 @@ namespace {
 using orl::InvalidParametersException;
 using orl::parse_whole_number;
 using orl::WholeNumber;
+
+constexpr orl::u32 kWordBits = 8 * sizeof(Word);
 
 // A constant whose argument is a whole number.
 class ArgumentConstant : public Constant {
@@ -172,15 +175,11 @@ class LogConstant final : public ArgumentConstant {
   static constexpr u32 kPrimary = 0, kZuniga = 2;
 };
 
-// The parameter of Brent and McMillan's method, n = 2^e: the smallest e whose error bound reaches the
-// precision.
-u64 brent_exponent(u64 decimal_digits, bool refined) {
-  const double nats = static_cast<double>(decimal_digits) * std::log(10.0) + 64 * std::log(2.0);
-  const double needed = refined ? (nats + std::log(24.0)) / 8 : (nats + std::log(M_PI)) / 4;
-  u64 e = 1;
-  while (std::ldexp(1.0, static_cast<int>(e)) < needed) e++;
-  return e;
+// Brent and McMillan's method with n = 2^k.
+orl::EulerVariant euler_variant(const Constant& constant) {
+  return constant.algorithm_index() == 0 ? orl::EulerVariant::kRefined : orl::EulerVariant::kOriginal;
 }
+u64 precision_words(const Constant& constant) { return Precision{constant.precision()}.words(); }
 
 class GammaConstant final : public Constant {
  public:
@@ -188,7 +187,8 @@ class GammaConstant final : public Constant {
   std::unique_ptr<Constant> clone() const override { return std::make_unique<GammaConstant>(*this); }
   std::string algorithm_long() const override {
     return Constant::algorithm_long() + " ( n = 2^" +
-           std::to_string(brent_exponent(precision(), algorithm_index() == 0)) + " )";
+           std::to_string(orl::euler_exponent(euler_variant(*this), precision_words(*this), kWordBits)) +
+           " )";
   }
 };
 
@@ -198,6 +198,9 @@ class BrentConstant final : public ArgumentConstant {
   std::unique_ptr<Constant> clone() const override { return std::make_unique<BrentConstant>(*this); }
   std::string algorithm_long() const override {
     return Constant::algorithm_long() + " ( n = 2^" + std::to_string(argument_) + " )";
+  }
+  std::string unavailable() const override {
+    return orl::refused_euler_exponent(euler_variant(*this), argument_, precision_words(*this), kWordBits);
   }
 
  protected:

@@ -58,12 +58,6 @@ inline void warn_of_plan_size(u64 count) {
   notice_line("It is not recommended to proceed with such a computation.", 'Y');
 }
 
-/// The most nats of a block: those of the precision, or of half of it.
-template <class W>
-DoubleDouble largest_block(u64 p, SeriesMemory memory) {
-  return words_to_nats<W>(memory == SeriesMemory::kReduced ? std::max<u64>(p / 2, 1) : p);
-}
-
 }  // namespace block_list
 
 template <class Store, class Block>
@@ -82,7 +76,7 @@ void BlockList<Store, Block>::plan(u64 p, const Store::Budget& budget, SeriesMem
   u64 width = 1;
   while (width < budget.tds) width *= 2;
   const DoubleDouble smallest = DoubleDouble::from_u64(width * block_list::kThreadBits) * DoubleDouble::ln2();
-  const DoubleDouble largest = block_list::largest_block<W>(p, memory);
+  const DoubleDouble largest = Block::largest(p, memory);
   u64 highest = 0;
   const auto total_with = [&](const Block& block) { return std::max(highest, block.total_bytes()); };
   BlockShape shape{p, std::max<u64>(budget.tds, 1), 0, memory};

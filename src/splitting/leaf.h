@@ -107,6 +107,21 @@ struct LeafNumber {
       subtract_words(T, L, b.T, b.L);
     }
   }
+  /// += b 2^shift, neither negative; capacity of the longer, b.L + shift / (bits of a word) + 1, and one word.
+  void add_shifted(const LeafNumber& b, u64 shift) {
+    constexpr u64 kBits = 8 * sizeof(W);
+    hash = hash_add(hash, hash_mul(b.hash, u64{1} << shift % 61));
+    const u64 from = shift / kBits, rest = shift % kBits;
+    while (b.L != 0 && L < from + b.L) T[L++] = 0;
+    W carry = 0;
+    for (u64 i = 0; i < b.L || carry != 0; ++i) {
+      if (from + i == L) T[L++] = 0;
+      const D shifted = i < b.L ? D{b.T[i]} << rest : 0;
+      const D d = D{T[from + i]} + static_cast<W>(shifted) + carry;
+      T[from + i] = static_cast<W>(d);
+      carry = static_cast<W>(shifted >> kBits) + static_cast<W>(d >> kBits);
+    }
+  }
 
  private:
   using D = typename DoubleWord<W>::type;

@@ -9,6 +9,8 @@
 // Proof    the fold's results must have the hashes that those of T, U, P, Q and X give them.
 #pragma once
 
+#include <algorithm>
+
 #include "numbers/ram_store.h"
 #include "splitting/block_list.h"
 #include "splitting/bsr_block.h"
@@ -34,6 +36,11 @@ class PSR_Block<RamStore<W>> {
 
   /// A plan for the terms of `range`.
   PSR_Block(const Series<W>& series, const TermRange& range, const BlockShape& shape);
+
+  /// The most nats of a block of a sum to p words.
+  static DoubleDouble largest(u64 p, SeriesMemory memory) {
+    return words_to_nats<W>(memory == SeriesMemory::kReduced ? std::max<u64>(p / 2, 1) : p);
+  }
 
   u64 a() const { return range_.a; }
   u64 b() const { return range_.b; }

@@ -16,10 +16,9 @@ const DoubleDouble& words_per_nat() {
   return value;
 }
 
-// stirling() and its slope, log1p, in doubles: enough to halve a range to within a term.
-double stirling_estimate(double x) { return (x + 0.5) * std::log1p(x) - x; }
-
 }  // namespace
+
+double stirling_estimate(double x) { return (x + 0.5) * std::log1p(x) - x; }
 
 DoubleDouble stirling(u64 x) {
   static const DoubleDouble offset =

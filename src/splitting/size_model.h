@@ -12,6 +12,8 @@ namespace orl {
 /// (x + 1/2) ln(1 + x) - x - (1 - ln(2 pi)/2), Stirling's formula for ln x! at 1 + x without its first term,
 /// so low by less than 1 / (12 (x + 1)); finite at 0.
 DoubleDouble stirling(u64 x);
+/// stirling(x) - stirling(0) in doubles, of any x >= 0: enough to halve a range to within a term.
+double stirling_estimate(double x);
 
 /// p words in nats.
 template <class W>

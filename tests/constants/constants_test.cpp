@@ -8,6 +8,7 @@
 #include <string>
 
 #include "constants/e.h"
+#include "constants/euler.h"
 #include "constants/final_product.h"
 #include "constants/lemniscate.h"
 #include "constants/log.h"
@@ -134,6 +135,10 @@ std::vector<Case<W>> all_cases() {
     cases.push_back({"logarithm", [=](u64 p, u64 tds) { return make_log_machin<Store>(n, formula, p, tds); },
                      log_of(n), n == 2 ? "Log(2)" : nullptr});
   };
+  for (const EulerVariant variant : {EulerVariant::kRefined, EulerVariant::kOriginal})
+    cases.push_back({"Euler",
+                     [=](u64 p, u64 tds) { return make_euler<Store>(EulerFormula{variant}, p, tds); },
+                     [](mpfr_ptr x) { mpfr_const_euler(x, MPFR_RNDN); }});
   const StoredLogFormulas& two = stored_log_formulas().front();
   log(two.n, two.formulas.primary);
   log(two.n, two.formulas.secondary);
