@@ -1,4 +1,5 @@
-// Division, square root and radix conversion against GMP's mpf_div, mpf_sqrt_ui and mpf_get_str.
+// Division, square root and radix conversion against GMP's mpf_div, mpf_sqrt_ui and mpf_get_str; the
+// arithmetic-geometric mean and the logarithm by it against MPFR's mpfr_agm and mpfr_log.
 //
 //   functions_bench [-TD:tasks] [-PF:framework] [digits ...]     1,000,000 and 10,000,000 digits by default
 //
@@ -6,12 +7,14 @@
 // plan. The proof of the conversion has no peer and stands beside the same mpf_get_str. GMP runs on one
 // thread always.
 #include <gmp.h>
+#include <mpfr.h>
 
 #include <cmath>
 #include <cstring>
 #include <memory>
 
 #include "core/status.h"
+#include "functions/log_agm.h"
 #include "functions/proved.h"
 #include "functions/radix_conversion.h"
 #include "functions/ring_check.h"
@@ -74,6 +77,7 @@ class Bench {
     take_root();
     convert();
     prove();
+    take_means();
   }
 
  private:
@@ -187,6 +191,53 @@ class Bench {
       for (int i = 0; i < 3; ++i) check.take(words, 2 * x.L, ctx.parallel);
     });
     mpf_clears(a, b, nullptr);
+  }
+
+  // AGM(1, sqrt(2)) and ln sqrt(2), proved, beside MPFR's.
+  void take_means() {
+    const u64 p = words_, tds = ctx_.parallel.tds;
+    const AGM1<RamStore<u64>> agm(p, tds);
+    const Log_AGM<RamStore<u64>> log(p, tds);
+    const Need need = Need::max(agm.need(), log.need());
+    const Memory heap(need.ram_bytes), tables_of(basic_table<u64>().table_bytes(need.table_bits));
+    TransformTables tables(tables_of.buffer());
+    basic_table<u64>().ensure_tables(tables, need.table_bits);
+    const RunContext ctx{ctx_.parallel, tables, silent_status()};
+    std::vector<u64> out_words(need.out_words);
+    BigFloat<u64> out(out_words.data(), out_words.size());
+
+    const mpfr_prec_t bits = static_cast<mpfr_prec_t>(log.operand_words() + 1) * 64;
+    mpfr_t x, pi, log2, one, right;
+    mpfr_inits2(bits, x, pi, log2, one, right, nullptr);
+    mpfr_set_ui(one, 1, MPFR_RNDN);
+    mpfr_sqrt_ui(x, 2, MPFR_RNDN);
+    mpfr_const_pi(pi, MPFR_RNDN);
+    mpfr_const_log2(log2, MPFR_RNDN);
+    const auto hashed = [&](const BigFloat<u64>& a) {
+      return Hashed<BigFloat<u64>>{a, a.computed_hash(ctx.parallel)};
+    };
+    mpf_t x_words, pi_words, log2_words, right_words;
+    for (mpf_ptr f : {x_words, pi_words, log2_words, right_words}) mpf_init2(f, static_cast<u64>(bits) + 64);
+    mpfr_get_f(x_words, x, MPFR_RNDN);
+    mpfr_get_f(pi_words, pi, MPFR_RNDN);
+    mpfr_get_f(log2_words, log2, MPFR_RNDN);
+    const BigFloat<u64> x_view = view(x_words), pi_view = view(pi_words), log2_view = view(log2_words);
+    const LogOperands<BigFloat<u64>> operands{hashed(pi_view), hashed(log2_view)};
+    const auto our_agm = [&] { agm.run(ctx, frame_, out, hashed(x_view), heap.buffer()); };
+    const auto peer_agm = [&] { mpfr_agm(right, one, x, MPFR_RNDN); };
+    const auto our_log = [&] { log.run(ctx, frame_, out, hashed(x_view), operands, heap.buffer()); };
+    const auto peer_log = [&] { mpfr_log(right, x, MPFR_RNDN); };
+    const auto compare = [&](const char* name, const Need& own, const auto& ours, const auto& peer) {
+      ours();
+      peer();
+      mpfr_get_f(right_words, right, MPFR_RNDN);
+      require(agree(out, right_words, words_ - 2), name);
+      row(name, own, ours, peer);
+    };
+    compare("AGM(1,x)", agm.need(), our_agm, peer_agm);
+    compare("Log(x)", log.need(), our_log, peer_log);
+    mpfr_clears(x, pi, log2, one, right, nullptr);
+    mpf_clears(x_words, pi_words, log2_words, right_words, nullptr);
   }
 
   static BigFloat<u64> view(mpf_srcptr f) {

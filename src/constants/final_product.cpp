@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/exceptions.h"
+#include "functions/hashed_steps.h"
 #include "numbers/transform.h"
 #include "splitting/exact_steps.h"
 #include "words/hash.h"
@@ -30,22 +31,6 @@ struct HashedPart {
   BigFloat<W> words;
   u64 hash;
 };
-
-/// x += c, c at most as high as x and cut at the bottom of x; x has a free word above its top. x_hash
-/// follows.
-template <class W>
-void add_below(BigFloat<W>& x, u64& x_hash, const BigFloat<W>& c, u64 c_hash, ParallelContext parallel) {
-  const s64 lost = std::max<s64>(x.exp - c.exp, 0);
-  if (static_cast<s64>(c.L) <= lost) return;
-  const u64 lost_hash = hash_of(slice(c, 0, static_cast<u64>(lost)), parallel);
-  x_hash = hash_add(x_hash, hash_canon(hash_sub(hash_canon(c_hash), lost_hash)));
-  const u64 length = c.L - static_cast<u64>(lost);
-  const u64 at = static_cast<u64>(c.exp + lost - x.exp);
-  const W carry = bp_add(x.T + at, x.T + at, c.T + lost, length, 0, parallel);
-  if (carry == 0) return;
-  const auto out = bp_carry<W>(1, x.T + at + length, x.L - at - length, parallel);
-  if (out != 0) x.T[x.L++] = 1;
-}
 
 }  // namespace
 
@@ -109,7 +94,7 @@ u64 FinalProduct<RamStore<W>>::run(const RunContext& ctx, Frame& caller, Number&
   u64 hash = hash_mul(x1.hash, y1.hash), cross_hash = 0;
   const auto take_cross = [&](u64 product_hash) {
     show_fault_point("cross product", product);
-    add_below(cross, cross_hash, product, product_hash, ctx.parallel);
+    add_below(cross, cross_hash, {product, product_hash}, ctx.parallel);
   };
   frame.stage(
       [&] {
@@ -124,7 +109,7 @@ u64 FinalProduct<RamStore<W>>::run(const RunContext& ctx, Frame& caller, Number&
       x, cross);
   cross.strip_top_zeros(ctx.parallel);
   show_fault_point("cross sum", cross);
-  add_below(x, hash, cross, cross_hash, ctx.parallel);
+  add_below(x, hash, {cross, cross_hash}, ctx.parallel);
   show_fault_point("last product", x);
   require_hash<Number>({x, hash}, caller_, kProductMismatch, ctx.parallel);
   return hash;

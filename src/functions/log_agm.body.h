@@ -27,7 +27,7 @@ Log_AGM<Store>::Log_AGM(u64 p, const Store::Budget& budget, u64 near_one_words)
       near_one_(near_one_words),
       p_(p + log_agm::kGuardWords<typename Store::Word> + near_one_words),
       mean_(p_, budget),
-      division_(p_, budget) {
+      division_(p_, budget, DivisionMemory::kLess) {
   need_ = Store::need_of([&](auto& arena) { lay_out(arena); });
   need_.out_words = out_words();
 }

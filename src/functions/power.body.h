@@ -67,7 +67,9 @@ inline u64 magnitude(s64 exponent) {
 
 template <class Store>
 Power_nL<Store>::Power_nL(u64 p, s64 exponent, const Store::Budget& budget)
-    : inverse_(exponent < 0), power_(p, power::magnitude(exponent), budget), division_(p, budget) {
+    : inverse_(exponent < 0),
+      power_(p, power::magnitude(exponent), budget),
+      division_(p, budget, DivisionMemory::kLess) {
   need_ = power_.need();
   if (inverse_) {
     need_ = Store::need_of([&](auto& arena) { lay_out(arena); });

@@ -6,7 +6,7 @@
                [--required 18] [--everything] [--verbose] [-- OPTION...]
 
 `--constant` takes what follows `custom` on the program's command line and may be given several times, `--mix` a file of
-such lines (`#` opens a remark) or `all`: both algorithms of Pi and of e, two of Log(2) and of the lemniscate, Sqrt(2) and
+such lines (`#` opens a remark) or `all`: both algorithms of Pi and of e, two of Log(2), three of the lemniscate, Sqrt(2) and
 the golden ratio. `--digits` is one number, or a range from which `--sizes` sizes for each line are drawn, even in their
 logarithms. What follows `--` is handed to every run.
 
@@ -46,7 +46,8 @@ SMALLEST = 1 << 20
 PAGE = os.sysconf("SC_PAGE_SIZE")
 STACK_BYTES = 16384
 ALL = ["pi -algorithm:chudnovsky", "pi -algorithm:ramanujan", "e -algorithm:exp(1)", "e -algorithm:exp(-1)", "sqrt:2", "phi",
-       "log:2", "log:2 -algorithm:machin-primary", "lemniscate", "lemniscate -algorithm:gauss"]
+       "log:2", "log:2 -algorithm:machin-primary", "lemniscate", "lemniscate -algorithm:gauss",
+       "lemniscate -algorithm:agm-pi"]
 
 CHECKS = [
     "Modular Redundancy Check Failed",
@@ -54,6 +55,8 @@ CHECKS = [
     "Checksum Mismatch. Division failed.",
     "Checksum Mismatch. Inverse root failed.",
     "Checksum Mismatch. Square root failed.",
+    "Checksum Mismatch. Arithmetic mean failed.",
+    "Checksum Mismatch. Logarithm failed.",
     "The parts of a product disagree.",
     "Residual is too large.",
     "Coefficient is too large.",

@@ -54,9 +54,11 @@ class RecordingFrame {
       run(body);
       if (r.resume == nullptr) r.saves.push_back({path_, {keep(live)...}});
     } else if (path_ == r.resume->path) {
-      u64 i = 0;
-      (restore(live, r.resume->alive.at(i++)), ...);
+      restore_all(*r.resume, live...);
       r.loading = false;
+    } else if (is_just_before(r.resume->path)) {
+      for (const Recording::Save& save : r.saves)
+        if (save.path == path_) restore_all(save, live...);
     } else if (path_.size() < r.resume->path.size() &&
                std::equal(path_.begin(), path_.end(), r.resume->path.begin())) {
       run(body);
@@ -66,6 +68,17 @@ class RecordingFrame {
   }
 
  private:
+  /// True for the stage before the one that is open on the way to `path`: what it left alive is an operand there.
+  bool is_just_before(const Recording::Path& path) const {
+    const u64 depth = path_.size() - 1;
+    return path.size() > depth && path_.back() + 1 == path[depth] &&
+           std::equal(path_.begin(), path_.end() - 1, path.begin());
+  }
+  template <class... Live>
+  static void restore_all(const Recording::Save& save, Live&... live) {
+    u64 i = 0;
+    (restore(live, save.alive.at(i++)), ...);
+  }
   template <class Body>
   void run(Body&& body) {
     next_ = 0;

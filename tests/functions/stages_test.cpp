@@ -3,7 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "functions/function_runner.h"
-#include "functions/proved.body.h"
+#include "functions/log_agm.body.h"
+#include "functions/power.body.h"
 #include "functions/recording_frame.h"
 #include "support/counting_algorithm.h"
 #include "support/random_words.h"
@@ -101,6 +102,10 @@ TYPED_TEST(Stages, OfProvedOperationsAreComplete) {
     resumes(ProvedInvsqrtFloat<RecordingStore<W>>(p, 1), x);
     resumes(ProvedDivision<RecordingStore<W>>(p, 1, DivisionMemory::kLess), x, y);
     resumes(ProvedDivision<RecordingStore<W>>(p, 1, DivisionMemory::kLeast), x, y);
+    resumes(AGM1<RecordingStore<W>>(p, 1), x);
+    resumes(AGM2<RecordingStore<W>>(p, 1), x, y);
+    resumes(Log_AGM<RecordingStore<W>>(p, 1), x, LogOperands<BigFloat<W>>{x, y});
+    resumes(Power_nL<RecordingStore<W>>(p, -13, 1), x);
   }
 }
 
