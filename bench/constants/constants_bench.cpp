@@ -3,7 +3,7 @@
 //   constants_bench [CONSTANT [DIGITS [TDS [FRAMEWORK [RUNS]]]]]
 //
 // CONSTANT is chudnovsky, ramanujan, chudnovsky-reduced, ramanujan-reduced, e, e-alternating, sqrt2, phi,
-// log2, log2-primary, log2-secondary, lemniscate, lemniscate-gauss or lemniscate-sebah.
+// log2, log2-primary, log2-secondary, log2-agm, lemniscate, lemniscate-agm, lemniscate-gauss or lemniscate-sebah.
 // Defaults: chudnovsky, 1000000 and 10000000 digits, 1, none, 3. The peer is the same value by MPFR, on one
 // thread, for up to 1000000 digits; bench/pi holds the whole program against a GMP program.
 #include <mpfr.h>
@@ -15,6 +15,7 @@
 #include "constants/e.h"
 #include "constants/lemniscate.h"
 #include "constants/log.h"
+#include "constants/log_agm_alone.h"
 #include "constants/one_series.h"
 #include "constants/pi.h"
 #include "constants/roots.h"
@@ -43,8 +44,10 @@ std::unique_ptr<ConstantPlan<u64>> make_plan(const std::string& name, u64 p, u64
   if (name == "phi") return make_golden_ratio<Store>(1, p, tds);
   if (name == "log2") return make_one_series<Store>(OneSeries::kLog2Zuniga, 1, p, tds);
   if (name == "lemniscate") return make_lemniscate<Store>({LemniscateAlgorithm::kSingular}, p, tds);
+  if (name == "lemniscate-agm") return make_lemniscate<Store>({LemniscateAlgorithm::kAgmPi}, p, tds);
   if (name == "lemniscate-gauss") return make_lemniscate<Store>({LemniscateAlgorithm::kGauss}, p, tds);
   if (name == "lemniscate-sebah") return make_lemniscate<Store>({LemniscateAlgorithm::kSebah}, p, tds);
+  if (name == "log2-agm") return make_log_agm<Store>(2, p, tds);
   const LogFormulas& log2 = stored_log_formulas()[0].formulas;
   if (name == "log2-primary") return make_log_machin<Store>(2, log2.primary, p, tds);
   if (name == "log2-secondary") return make_log_machin<Store>(2, log2.secondary, p, tds);

@@ -58,4 +58,34 @@ u64 Log_AGM_alone<Store>::run(const RunContext& ctx, Store::Frame& parent, Numbe
                      arena);
 }
 
+/// The plan that make_log_agm gives.
+template <class Store>
+class LogOfWord_AGM final : public BasicConstantPlan<Store> {
+ public:
+  using Number = Store::Number;
+
+  /// Of ln n to p words.
+  LogOfWord_AGM(Store::Word n, u64 p, const Store::Budget& budget) : n_(n), log_(p, budget) {}
+
+  Need need() const override { return log_.need(); }
+  u64 run(const RunContext& ctx, Store::Frame& frame, Number& out, Store::Arena heap) const override {
+    typename Store::Word word[2];
+    Number x(word, 2);
+    x.set_uW(n_);
+    return log_.run(ctx, frame, out, {x, n_}, heap);
+  }
+
+ private:
+  Store::Word n_;
+  Log_AGM_alone<Store> log_;
+};
+
+/// As log_agm_alone.h has it.
+template <class Store>
+ConstantPlanPointer<Store> make_log_agm(u64 n, u64 p, const typename Store::Budget& budget) {
+  const auto word = static_cast<typename Store::Word>(n);
+  if (n < 2 || word != n) throw InvalidParametersException("LogOfWord_AGM()", "Argument is out of range.");
+  return std::make_unique<LogOfWord_AGM<Store>>(word, p, budget);
+}
+
 }  // namespace orl

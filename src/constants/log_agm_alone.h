@@ -33,6 +33,10 @@ class Log_AGM_alone {
   Need need_;
 };
 
+/// A plan of ln n to p words by Log_AGM_alone, n > 1 of one word.
+template <class Store>
+ConstantPlanPointer<Store> make_log_agm(u64 n, u64 p, const typename Store::Budget& budget);
+
 template <class W>
 using Log_AGM_alone_BigFloatR = Log_AGM_alone<RamStore<W>>;
 

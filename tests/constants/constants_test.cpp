@@ -94,27 +94,6 @@ std::function<void(mpfr_ptr)> inverse_of(std::function<void(mpfr_ptr)> f) {
   };
 }
 
-/// ln n by an arithmetic-geometric mean.
-template <class W>
-class LogByMean final : public ConstantPlan<W> {
- public:
-  LogByMean(W n, u64 p, u64 tds) : log_(p, tds) {
-    x_.set_uW(n);
-    hash_ = n;
-  }
-  Need need() const override { return log_.need(); }
-  u64 run(const RunContext& ctx, NullStackFrame& frame, BigFloat<W>& out,
-          LinearHeapBuffer heap) const override {
-    return log_.run(ctx, frame, out, {x_, hash_}, heap);
-  }
-
- private:
-  W word_ = 0;
-  BigFloat<W> x_{&word_, 1};
-  u64 hash_;
-  Log_AGM_alone<RamStore<W>> log_;
-};
-
 template <class W>
 std::vector<Case<W>> all_cases() {
   std::vector<Case<W>> cases;
@@ -198,9 +177,9 @@ std::vector<Case<W>> all_cases() {
   lemniscate("lemniscate, Sebah", LemniscateAlgorithm::kSebah, 1);
   lemniscate("lemniscate", LemniscateAlgorithm::kSingular, 1);
   lemniscate("1/lemniscate", LemniscateAlgorithm::kSingular, -1);
-  for (const W n : {W{3}, W{4294967291}})
-    cases.push_back({"logarithm by AGM",
-                     [=](u64 p, u64 tds) { return std::make_unique<LogByMean<W>>(n, p, tds); }, log_of(n)});
+  for (const u64 n : {u64{3}, u64{4294967291}})
+    cases.push_back(
+        {"logarithm by AGM", [=](u64 p, u64 tds) { return make_log_agm<Store>(n, p, tds); }, log_of(n)});
   return cases;
 }
 
