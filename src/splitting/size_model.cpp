@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "core/types.h"
+#include "splitting/node.h"
 
 namespace orl {
 namespace {
@@ -44,6 +44,10 @@ u64 nats_to_words_rounded(DoubleDouble nats) {
 
 DoubleDouble FactorialModel::size(u64 a, u64 b) const {
   return of_.A * DoubleDouble::from_u64(b - a) + DoubleDouble(of_.B) * (stirling(b) - stirling(a));
+}
+
+DoubleDouble FactorialModel::part(u32 number, DoubleDouble nats) const {
+  return number == SeriesNode<u64>::kR ? nats * DoubleDouble(of_.R_share) : nats;
 }
 
 DoubleDouble FactorialModel::excess(u64 a, u64 b) const {

@@ -48,8 +48,8 @@ class SizeModel {
 ///   size(a, b) = A (b - a) + B (F(b) - F(a)),   F = stirling
 ///   excess     = max(0, s) ln((b + 1)/(a + 1)) + max(0, e ln b + ln C) + 1
 ///
-/// with s = -(sum of the roots of Q) and P(k)/Q(k) ~ C k^e: the model of Q leaves out what P has more. A
-/// node's numbers all have this one bound.
+/// with s = -(sum of the roots of Q) and P(k)/Q(k) ~ C k^e: the model of Q leaves out what P has more. R has a share of
+/// the size, the other numbers all of it.
 class FactorialModel final : public SizeModel {
  public:
   /// The constants of the formula.
@@ -59,11 +59,13 @@ class FactorialModel final : public SizeModel {
     double s = 0;
     double e = 0;
     double ln_C = 0;
+    double R_share = 1;  ///< at most 1
   };
   /// Takes the constants as they are.
   explicit constexpr FactorialModel(const Parameters& parameters) : of_(parameters) {}
 
   DoubleDouble size(u64 a, u64 b) const override;
+  DoubleDouble part(u32 number, DoubleDouble nats) const override;
   DoubleDouble excess(u64 a, u64 b) const override;
   u64 midpoint(u64 a, u64 b) const override;
   DoubleDouble imbalance(u64 b) const override;

@@ -116,9 +116,9 @@ void set_polynomial_at(LeafNumber<W>& x, const std::vector<s64>& polynomial, u64
 template <class W>
 class GeometricTermSeries final : public GeometricSeries<W> {
  public:
-  GeometricTermSeries(const TermSeries& of, u64 p, TermLeaf<W> leaf)
-      : GeometricSeries<W>(common_P2B3<W>(), std::make_unique<FactorialModel>(sizes_of(of)), leaf.width(), p,
-                           rate_of(of), of.alternating),
+  GeometricTermSeries(const TermSeries& of, u64 p, u64 terms, TermLeaf<W> leaf)
+      : GeometricSeries<W>(common_P2B3<W>(), std::make_unique<FactorialModel>(sizes_of(of, terms)),
+                           leaf.width(), p, rate_of(of), of.alternating),
         leaf_(std::move(leaf)) {}
 
   void end(u64 a, u64 b, SeriesNode<W>& out) const override { leaf_.end(*this, a, b, out); }
@@ -136,7 +136,7 @@ DoubleDouble rate_of(const TermSeries& series) {
   return Q.ln_lead - R.ln_lead;
 }
 
-FactorialModel::Parameters sizes_of(const TermSeries& series) {
+FactorialModel::Parameters sizes_of(const TermSeries& series, u64 last) {
   const Growth Q = growth_of(series.Q), R = growth_of(series.R);
   Growth P = growth_of(series.P.product);
   P.degree += series.P.polynomial.size() - 1;
@@ -145,11 +145,17 @@ FactorialModel::Parameters sizes_of(const TermSeries& series) {
     P.degree += R.degree;
     P.ln_lead = P.ln_lead + R.ln_lead;
   }
+  // Each of the n terms of a range has A + B ln(last + 1) nats in Q at most, and the difference of the logarithms of both
+  // leading coefficients less in R.
+  const double per_term =
+      Q.ln_lead.to_double() + static_cast<double>(Q.degree) * std::log(static_cast<double>(last) + 1);
+  const double less = Q.degree == R.degree ? (Q.ln_lead - R.ln_lead).to_double() : 0;
   return {.A = Q.ln_lead,
           .B = static_cast<double>(Q.degree),
           .s = std::max(Q.roots, R.roots),
           .e = static_cast<double>(P.degree) - static_cast<double>(Q.degree),
-          .ln_C = (P.ln_lead - Q.ln_lead).to_double()};
+          .ln_C = (P.ln_lead - Q.ln_lead).to_double(),
+          .R_share = 1 - less / per_term * (1 - 1e-9)};
 }
 
 template <class W>
@@ -225,7 +231,7 @@ void TermLeaf<W>::end(const Series<W>& series, u64 a, u64 b, SeriesNode<W>& out)
 template <class W>
 std::unique_ptr<const Series<W>> make_term_series(const TermSeries& of, u64 p) {
   const u64 terms = GeometricSeries<W>::terms_for(p, rate_of(of));
-  return std::make_unique<GeometricTermSeries<W>>(of, p, TermLeaf<W>(of, terms));
+  return std::make_unique<GeometricTermSeries<W>>(of, p, terms, TermLeaf<W>(of, terms));
 }
 
 #define ORVANE_INSTANTIATE(W) \

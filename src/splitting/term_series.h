@@ -66,8 +66,8 @@ struct TermSeries {
 
 /// Nats of precision per term.
 DoubleDouble rate_of(const TermSeries& series);
-/// The size of its numbers, for a series whose Q grows no slower than its R.
-FactorialModel::Parameters sizes_of(const TermSeries& series);
+/// The size of its numbers up to term `last`, for a series whose Q grows no slower than its R.
+FactorialModel::Parameters sizes_of(const TermSeries& series, u64 last);
 
 /// The leaves of a series up to some term. For a Series<W> of its own; make_term_series() has one.
 template <class W>

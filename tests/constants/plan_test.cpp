@@ -71,7 +71,7 @@ TYPED_TEST(Plans, OfTheReducedKindHaveBlocksOfHalfThePrecision) {
   for (const auto& block : reduced.blocks()) EXPECT_LE(block->recursion().number_words(), p / 2 + 8);
   // Smaller blocks pay where they decide the memory.
   EXPECT_LE(reduced.need().ram_bytes, whole.need().ram_bytes);
-  const u64 large = u64{1} << 22;
+  const u64 large = (u64{1} << 25) / sizeof(W);
   EXPECT_LT(make_plan<W>(0, large, 1, SeriesMemory::kReduced).need().ram_bytes,
             make_plan<W>(0, large).need().ram_bytes);
 }
