@@ -3,7 +3,8 @@
 //   constants_bench [CONSTANT [DIGITS [TDS [FRAMEWORK [RUNS]]]]]
 //
 // CONSTANT is chudnovsky, ramanujan, chudnovsky-reduced, ramanujan-reduced, e, e-alternating, sqrt2, phi,
-// log2, log2-primary, log2-secondary, log2-agm, lemniscate, lemniscate-agm, lemniscate-gauss or lemniscate-sebah.
+// log2, log2-primary, log2-secondary, log2-agm, lemniscate, lemniscate-agm, lemniscate-gauss, lemniscate-sebah, gamma or
+// gamma-original.
 // Defaults: chudnovsky, 1000000 and 10000000 digits, 1, none, 3. The peer is the same value by MPFR, on one
 // thread, for up to 1000000 digits; bench/pi holds the whole program against a GMP program.
 #include <mpfr.h>
@@ -13,6 +14,7 @@
 #include <string>
 
 #include "constants/e.h"
+#include "constants/euler.h"
 #include "constants/lemniscate.h"
 #include "constants/log.h"
 #include "constants/log_agm_alone.h"
@@ -48,6 +50,8 @@ std::unique_ptr<ConstantPlan<u64>> make_plan(const std::string& name, u64 p, u64
   if (name == "lemniscate-gauss") return make_lemniscate<Store>({LemniscateAlgorithm::kGauss}, p, tds);
   if (name == "lemniscate-sebah") return make_lemniscate<Store>({LemniscateAlgorithm::kSebah}, p, tds);
   if (name == "log2-agm") return make_log_agm<Store>(2, p, tds);
+  if (name == "gamma") return make_euler<Store>({}, p, tds);
+  if (name == "gamma-original") return make_euler<Store>({EulerVariant::kOriginal}, p, tds);
   const LogFormulas& log2 = stored_log_formulas()[0].formulas;
   if (name == "log2-primary") return make_log_machin<Store>(2, log2.primary, p, tds);
   if (name == "log2-secondary") return make_log_machin<Store>(2, log2.secondary, p, tds);
@@ -62,6 +66,8 @@ void set_peer(const std::string& name, mpfr_ptr x) {
     mpfr_sqrt_ui(x, name == "phi" ? 5 : 2, MPFR_RNDN);
   } else if (name.find("log2") == 0) {
     mpfr_const_log2(x, MPFR_RNDN);
+  } else if (name.find("gamma") == 0) {
+    mpfr_const_euler(x, MPFR_RNDN);
   } else if (name.find("lemniscate") == 0) {  // the work of 2 Pi / AGM(1, sqrt(2)), but for a division
     mpfr_sqrt_ui(x, 2, MPFR_RNDN);
     mpfr_t one;

@@ -5,10 +5,9 @@
 #include <optional>
 
 #include "constants/euler.h"
-#include "constants/log.h"
+#include "constants/one_series.h"
 #include "core/exceptions.h"
 #include "core/status.h"
-#include "machin/stored_formulas.h"
 #include "splitting/brent_mcmillan_block.h"
 #include "splitting/psr_series.body.h"
 #include "splitting/stage_timer.h"
@@ -32,7 +31,7 @@ class BrentMcMillan final : public BasicConstantPlan<Store> {
         AB_(make_euler_AB<W>(e_, p)),
         sum_(*AB_, p + 2, budget, SeriesMemory::kFast, {"Series A and B", "Series A and B"}),
         quotient_(p + 2, budget),
-        log_(make_log_machin<Store>(2, stored_log_formulas()[0].formulas.primary, p + 2, budget)) {
+        log_(make_one_series<Store>(OneSeries::kLog2Zuniga, 1, p + 2, budget)) {
     const u64 C_words = variant_ == EulerVariant::kRefined ? euler_C_words<W>(e_, p) : 0;
     if (C_words > 0) correction_.emplace(e_, p, C_words, budget);
     plan_need(budget);

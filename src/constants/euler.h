@@ -1,8 +1,8 @@
 // Euler's constant by the method of Brent and McMillan: euler_series.h has the formulas.
 //
 // Series A and B are one sum of kind BrentMcMillanAB, whose quotient is divided out once. C / B^2 is needed to half of
-// the precision at most, so 1/B is a division of that length, and C a series of its own. Log(2) comes from its
-// Machin-like formula.
+// the precision at most, so 1/B is a division of that length, and C a series of its own. Log(2) is another series
+// (one_series.h).
 #pragma once
 
 #include "constants/constant_plan.h"

@@ -131,9 +131,10 @@ void BrentMcMillanBlock<RamStore<W>>::run(const RunContext& ctx, Frame& caller, 
   ExactFloat<W> cube;
   frame.stage([&] { recurse(ctx, tail, node, memory); }, node, tail);
   memory.product = memory.heap.template cut<W>(words_.product);
-  show_node("fold operand", node);
-  if (tail_words_ > 0) {
-    for (const ExactFloat<W>* x : {&tail.a, &tail.b, &tail.v}) show_fault_point("fold operand", *x);
+  for (const u32 i : {Kind::kD, Kind::kT, Kind::kV}) show_fault_point("fold operand", node[i]);
+  if (tail_words_ > 0) {  // else C is of no use
+    for (const ExactFloat<W>* x : {&node[Kind::kC], &tail.a, &tail.b, &tail.v})
+      show_fault_point("fold operand", *x);
     frame.stage([&] { fold_D(ctx, tail, node, memory); }, node, tail);
   }
   frame.stage([&] { take_own_products(ctx, node, cube, memory); }, node, cube, tail);

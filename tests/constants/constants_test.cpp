@@ -136,10 +136,19 @@ std::vector<Case<W>> all_cases() {
     cases.push_back({"logarithm", [=](u64 p, u64 tds) { return make_log_machin<Store>(n, formula, p, tds); },
                      log_of(n), n == 2 ? "Log(2)" : nullptr});
   };
-  for (const EulerVariant variant : {EulerVariant::kRefined, EulerVariant::kOriginal})
-    cases.push_back({"Euler",
-                     [=](u64 p, u64 tds) { return make_euler<Store>(EulerFormula{variant}, p, tds); },
-                     [](mpfr_ptr x) { mpfr_const_euler(x, MPFR_RNDN); }});
+  // With the smallest n that serves, and with larger ones.
+  const auto euler = [&](const char* name, EulerVariant variant, u32 more) {
+    cases.push_back({name,
+                     [=](u64 p, u64 tds) {
+                       const u32 k = euler_exponent(variant, p, 8 * sizeof(W)) + more;
+                       return make_euler<Store>({variant, more == 0 ? 0 : k}, p, tds);
+                     },
+                     [](mpfr_ptr x) { mpfr_const_euler(x, MPFR_RNDN); }, "Euler", 1000});
+  };
+  euler("Euler, refined", EulerVariant::kRefined, 0);
+  euler("Euler, original", EulerVariant::kOriginal, 0);
+  euler("Euler, refined, 2 n", EulerVariant::kRefined, 1);
+  euler("Euler, original, 4 n", EulerVariant::kOriginal, 2);
   const StoredLogFormulas& two = stored_log_formulas().front();
   log(two.n, two.formulas.primary);
   log(two.n, two.formulas.secondary);
@@ -276,7 +285,7 @@ TEST(PiPlan, HoldsItsLastProduct) {
 
 TYPED_TEST(Constants, DoNotDependOnTheThreadWidth) {
   const auto cases = all_cases<TypeParam>();
-  for (const u64 i : {0, 4, 6, 7, 9, 15, 17})
+  for (const u64 i : {0, 4, 6, 7, 9, 15, 17, 21})
     for (const u64 tds : {2, 7, 64})
       for (const char* framework : {"pushpool", "spawn"}) check(cases[i], 6000, tds, framework);
 }

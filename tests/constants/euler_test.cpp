@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "constants/euler_series.h"
+#include "constants/euler.h"
 #include "core/exceptions.h"
 #include "splitting/block_list.body.h"
 #include "splitting/brent_mcmillan_block.h"
@@ -98,6 +98,68 @@ TYPED_TEST(EulerNodes, OfAnySizeFitTheirPlanAtEveryThreshold) {
         check_range(*series, e, runner, 5, 5 + length);
     }
   }
+}
+
+// R(k) = P(k) = (2k - 1)^3, Q(k) = 32 n^2 k, where n is the least that serves, so that there are nearly 2 n terms.
+TYPED_TEST(EulerNodes, OfTheThirdSeriesEqualGmpEverywhere) {
+  using W = TypeParam;
+  test::Random random;
+  SCOPED_TRACE(random.replay());
+  test::Runner<W> runner(1 << 22);
+  for (const u32 e : {10, 21, 49}) {
+    const u64 p =
+        static_cast<u64>((std::ldexp(8.0, static_cast<int>(e)) - 8) / std::log(2.0) - 64) / (8 * sizeof(W));
+    ASSERT_EQ(euler_exponent(EulerVariant::kRefined, p, 8 * sizeof(W)), e);
+    const auto series = make_euler_C<W>(e, p);
+    EXPECT_LT(series->terms(), u64{2} << e);
+    EXPECT_GT(series->terms(), u64{14} << e >> 3);
+    const test::MpzSeries oracle{true, [e](u64 k) {
+                                   const Mpz odd(2 * k - 1), R = odd * odd * odd;
+                                   return test::MpzNode{R, Mpz(k) << (2 * e + 5), R};
+                                 }};
+    for (int i = 0; i < 12; ++i) {
+      const u64 terms = 1 + random.below(i < 6 ? 40 : 600);
+      const u64 a = i % 3 == 0 ? 0 : random.below(series->terms() - terms);
+      SCOPED_TRACE("e " + std::to_string(e) + " (" + std::to_string(a) + ", " + std::to_string(a + terms) +
+                   "]");
+      const BSR_BlockT<W> block(*series, {a, a + terms}, 1, 0);
+      test::NodeBuffers<W> out(series->kind(), block.out_words());
+      runner.run(
+          {block.heap_bytes(), 0, 0, 0}, 1,
+          [&](const RunContext& ctx, LinearHeapBuffer heap) { block.run(ctx, out.node, heap); }, ~u64{0});
+      EXPECT_TRUE(out.intact());
+      const test::MpzNode exact = oracle.range(a, a + terms);
+      const Mpz* const expected[] = {&exact.P, &exact.Q, &exact.R};
+      for (u32 n = 0; n < 3; ++n) {
+        ASSERT_TRUE(test::mpz_of(out.node[n]) == *expected[n]) << n;
+        EXPECT_LE(out.node[n].L, series->bound_words(n, a, a + terms)) << n;
+      }
+    }
+  }
+}
+
+// Of two neighbouring n the smaller one serves up to some precision and not beyond it, and so does what is taken of it.
+TEST(EulerExponents, ThatDoNotServeAreRefusedWithOneThatDoes) {
+  using Store = RamStore<u64>;
+  for (const EulerVariant variant : {EulerVariant::kRefined, EulerVariant::kOriginal})
+    for (const u64 p : {u64{1}, u64{100}, u64{5193}, u64{51905127000000}}) {
+      const u32 e = euler_exponent(variant, p, 64);
+      const auto refusal = [&](u32 k) { return refused_euler_exponent(variant, k, p, 64); };
+      EXPECT_EQ(refusal(e), "");
+      EXPECT_EQ(refusal(e + 4), "");
+      EXPECT_EQ(refusal(e - 1), "k = " + std::to_string(e - 1) +
+                                    " is too small for this precision. It must be at least " +
+                                    std::to_string(e) + ".");
+      const u32 largest = std::max(e + 4, 22u);
+      EXPECT_EQ(refusal(63), "k = 63 is too large for this precision. It must be at most " +
+                                 std::to_string(largest) + ".");
+      EXPECT_THROW(make_euler<Store>({variant, e - 1}, p, 1), InvalidParametersException);
+      // What the formula leaves of e^-8n, or of e^-4n, is below the precision, and with half of n it is not.
+      const double nats = static_cast<double>(p) * 64 * std::log(2.0);
+      const double per_n = variant == EulerVariant::kRefined ? 8 : 4;
+      EXPECT_GE(std::ldexp(per_n, static_cast<int>(e)), nats);
+      EXPECT_LE(std::ldexp(per_n, static_cast<int>(e)), 2 * nats + 100);
+    }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "constants/e.h"
+#include "constants/euler.h"
 #include "constants/lemniscate.h"
 #include "constants/log.h"
 #include "constants/one_series.h"
@@ -36,6 +37,7 @@ TEST(SeriesAllocations, AreNone) {
       EXPECT_EQ(allocations(*make_pi<Store>(reduced, p, tds), tds, "none"), 0u);
       EXPECT_EQ(allocations(*make_e<Store>({ETaylor::kAlternating, 1}, p, tds), tds, "none"), 0u);
       EXPECT_EQ(allocations(*make_one_series<Store>(OneSeries::kZeta3Zuniga, 1, p, tds), tds, "none"), 0u);
+      EXPECT_EQ(allocations(*make_euler<Store>({}, p / 2, tds), tds, "none"), 0u);
       EXPECT_EQ(allocations(*make_golden_ratio<Store>(1, p, tds), tds, "none"), 0u);
       EXPECT_EQ(allocations(*make_lemniscate<Store>({LemniscateAlgorithm::kAgmPi}, p, tds), tds, "none"), 0u);
       EXPECT_EQ(allocations(*make_log_machin<Store>(2, {{4, 6}, {2, 99}}, p, tds), tds, "none"), 0u);

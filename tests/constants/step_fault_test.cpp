@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "constants/e.h"
+#include "constants/euler.h"
 #include "constants/lemniscate.h"
 #include "constants/log.h"
 #include "constants/one_series.h"
@@ -51,12 +52,13 @@ struct Step {
   u64 most_behind = ~u64{0};  ///< visits until the check speaks: no further than the node's last number
 };
 constexpr Step kSteps[] = {
-    {"leaf", kMerge, 1000},       {"merge operand", kMerge, 1000},    {"merge result", kMerge, 1000, 3},
-    {"fold operand", kMerge, 20}, {"fold result", kMerge, 8},         {"tail between pieces", kMerge, 3},
-    {"outer sum", kDivision, 6},  {"division operand", kDivision, 6}, {"root", kProduct, 3},
-    {"root result", kProduct, 3}, {"last factor", kProduct, 4},       {"cross product", kProduct, 4},
-    {"cross sum", kProduct, 2},   {"last product", kProduct, 2},      {"sum of series", kProduct, 6},
-    {"doubled root", kRoot, 2},   {"doubled pi", kDivision, 2},
+    {"leaf", kMerge, 1000},        {"merge operand", kMerge, 1000},    {"merge result", kMerge, 1000, 3},
+    {"fold operand", kMerge, 20},  {"fold result", kMerge, 8},         {"tail between pieces", kMerge, 3},
+    {"outer sum", kDivision, 6},   {"division operand", kDivision, 6}, {"root", kProduct, 3},
+    {"root result", kProduct, 3},  {"last factor", kProduct, 4},       {"cross product", kProduct, 4},
+    {"cross sum", kProduct, 2},    {"last product", kProduct, 2},      {"sum of series", kProduct, 6},
+    {"doubled root", kRoot, 2},    {"doubled pi", kDivision, 2},       {"euler sum", kProduct, 2},
+    {"euler factor", kProduct, 3}, {"euler log", kProduct, 1},
 };
 
 template <class W>
@@ -113,6 +115,7 @@ TYPED_TEST(StepFaults, AreFoundByTheCheckBehindTheStep) {
       Constant<W>(make_e<Store>({ETaylor::kAlternating, 1}, p, 1)),
       Constant<W>(make_one_series<Store>(OneSeries::kZeta3Zuniga, 1, p, 1)),
       Constant<W>(make_one_series<Store>(OneSeries::kCatalanPilehroodShort, -1, p, 1)),
+      Constant<W>(make_euler<Store>({}, 100000 / (8 * sizeof(W)), 1)),
       Constant<W>(make_sqrt<Store>({2, 1}, p, 1)),
       Constant<W>(make_sqrt<Store>({3, -1}, p, 1)),
       Constant<W>(make_golden_ratio<Store>(1, p, 1)),

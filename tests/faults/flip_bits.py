@@ -47,7 +47,7 @@ PAGE = os.sysconf("SC_PAGE_SIZE")
 STACK_BYTES = 16384
 ALL = ["pi -algorithm:chudnovsky", "pi -algorithm:ramanujan", "e -algorithm:exp(1)", "e -algorithm:exp(-1)", "sqrt:2", "phi",
        "log:2", "log:2 -algorithm:machin-primary", "lemniscate", "lemniscate -algorithm:gauss",
-       "lemniscate -algorithm:agm-pi"]
+       "lemniscate -algorithm:agm-pi", "gamma"]
 
 CHECKS = [
     "Modular Redundancy Check Failed",

@@ -3,6 +3,7 @@
 #include "config/parser.h"
 #include "core/exceptions.h"
 #include "session/constant.h"
+#include "session/parameters.h"
 #include "support/files.h"
 
 namespace orvane {
@@ -118,6 +119,22 @@ TEST(Constants, CheckTheArgumentsOfTheCommandLine) {
   constant->set_argument("3");
   EXPECT_THROW(constant->set_argument("4"), InvalidParametersException);
   EXPECT_EQ(constant->name(), "Sqrt(3)");
+}
+
+// The name of the algorithm, the refusal and the plan ask one function for n.
+TEST(Constants, OfEulerTakeAnNThatServesTheirPrecision) {
+  const auto gamma = make("gamma"), brent = make("brent");
+  for (const char* algorithm : {"brent-refined", "brent-original"})
+    for (const u64 digits : {100, 35000, 36000, 1000000}) {
+      gamma->set_algorithm(algorithm), brent->set_algorithm(algorithm);
+      gamma->set_precision(digits), brent->set_precision(digits);
+      u64 smallest = 1;
+      for (; brent->set_argument(std::to_string(smallest)), !brent->unavailable().empty(); ++smallest)
+        EXPECT_EQ(brent->unavailable().find("k = " + std::to_string(smallest) + " is too small"), 0u);
+      EXPECT_EQ(gamma->algorithm_long(), brent->algorithm_long());
+      const u64 words = Precision{digits}.words();
+      EXPECT_EQ(gamma->make_ram(words, 1)->need().ram_bytes, brent->make_ram(words, 1)->need().ram_bytes);
+    }
 }
 
 TEST(Constants, GoThroughAConfigurationObject) {
