@@ -1,6 +1,7 @@
 #include "constants/arccoth.h"
 
 #include <bit>
+#include <cmath>
 
 #include "core/exceptions.h"
 #include "splitting/leaf.h"
@@ -20,18 +21,22 @@ u64 checked_square(u64 x) {
 
 DoubleDouble ln(u64 n) { return log1p(DoubleDouble::from_u64(n - 1)); }
 
-// P(k)/Q(k) ~ 1 / (2 y k), and the root of Q is -1/2.
-FactorialModel::Parameters model_of(u64 y) {
+// P(k)/Q(k) ~ 1 / (2 y k), and the root of Q is -1/2. A term of Q has A + ln(last + 1) nats at most, that of R is shorter
+// by ln y.
+FactorialModel::Parameters model_of(u64 y, u64 last) {
   const DoubleDouble A = ln(y) + DoubleDouble::ln2();
-  return {.A = A, .B = 1, .s = 0.5, .e = -1, .ln_C = -A.hi};
+  const double per_term = A.hi + std::log(static_cast<double>(last) + 1);
+  return {.A = A, .B = 1, .s = 0.5, .e = -1, .ln_C = -A.hi, .R_share = 1 - ln(y).hi / per_term * (1 - 1e-9)};
 }
 
 template <class W>
 class ArcCothSeries final : public GeometricSeries<W> {
  public:
   ArcCothSeries(u64 y, u64 p)
-      : GeometricSeries<W>(common_P2B3<W>(), std::make_unique<FactorialModel>(model_of(y)), kLeafWidth, p,
-                           ln(y), false),
+      : GeometricSeries<W>(
+            common_P2B3<W>(),
+            std::make_unique<FactorialModel>(model_of(y, GeometricSeries<W>::terms_for(p, ln(y)))),
+            kLeafWidth, p, ln(y), false),
         y_(y) {}
 
   // One pass: appending the term k turns P into P y (2k + 1) + R, Q into Q y (2k + 1) and R into R (2k + 1).

@@ -55,6 +55,18 @@ class Oracle {
       mpfr_sqrt_ui(entry.number, 5, MPFR_RNDZ);
       mpfr_add_ui(entry.number, entry.number, 1, MPFR_RNDZ);
       mpfr_div_2ui(entry.number, entry.number, 1, MPFR_RNDZ);
+    } else if (constant == "lemniscate") {
+      mpfr_t mean;
+      mpfr_init2(mean, kBits);
+      mpfr_sqrt_ui(entry.number, 2, MPFR_RNDZ);
+      mpfr_set_ui(mean, 1, MPFR_RNDZ);
+      mpfr_agm(mean, mean, entry.number, MPFR_RNDZ);
+      mpfr_const_pi(entry.number, MPFR_RNDZ);
+      mpfr_mul_2ui(entry.number, entry.number, 1, MPFR_RNDZ);
+      mpfr_div(entry.number, entry.number, mean, MPFR_RNDZ);
+      mpfr_clear(mean);
+    } else if (constant.starts_with("log:")) {
+      mpfr_log_ui(entry.number, std::stoul(constant.substr(4)), MPFR_RNDZ);
     } else {
       mpfr_sqrt_ui(entry.number, std::stoul(constant.substr(constant.find(':') + 1)), MPFR_RNDZ);
     }
@@ -89,6 +101,9 @@ constexpr Case kCases[] = {
     {"sqrt:2", "newton", "Sqrt(2) - @ - Newton"},
     {"sqrt:2000000011", "newton", "Sqrt(2000000011) - @ - Newton"},
     {"phi", "newton", "Golden Ratio - @ - Newton"},
+    {"log:2", "zuniga", "Log(2) - @ - Zuniga"},
+    {"log:10", "machin-primary", "Log(10) - @ - Machin (primary)"},
+    {"lemniscate", "singular", "Lemniscate - @ - Singular value"},
 };
 
 // The lines of a report that say what the digits are.

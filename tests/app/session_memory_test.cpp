@@ -69,7 +69,7 @@ Usage run_in_process(const char* constant, orl::u64 digits, orl::u64 tds) {
 }
 
 TEST(SessionMemory, UsesTheWholePlan) {
-  for (const char* constant : {"pi", "e", "sqrt", "phi"})
+  for (const char* constant : {"pi", "e", "sqrt", "phi", "log", "lemniscate"})
     for (const orl::u64 digits : {orl::u64{300000}, orl::u64{1000000}, orl::u64{3000000}})
       for (const orl::u64 tds : {orl::u64{1}, orl::u64{4}})
         EXPECT_GE(run_in_process(constant, digits, tds).share, 0.95)
