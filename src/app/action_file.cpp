@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 
+#include "benchio/io_benchmark.h"
 #include "config/located.h"
 #include "config/parser.h"
 #include "config/writer.h"
@@ -18,6 +19,7 @@ using orl::InvalidParametersException;
 using orl::Object;
 
 constexpr const char* kCustomCompute = "CustomCompute";
+constexpr const char* kBenchIo = "BenchIO";
 constexpr const char* kStressTest = "StressTest";
 
 // What a saved file opens with; the readers skip it.
@@ -44,9 +46,14 @@ int run_custom_compute(const Object& root) {
   return mode.current().run(0);
 }
 
-int run_io_benchmark(const Object&) {
-  console::println("The I/O benchmark is not available in this version yet.", 'R');
-  return 1;
+int run_bench_io(const Object& root) {
+  BenchIoSettings settings;
+  read_settings(root, kBenchIo, settings);
+  if (const std::string refusal = settings.refusal(); !refusal.empty()) {
+    console::println(refusal, 'R');
+    throw InvalidParametersException("config", "Cannot run benchmark with these parameters.");
+  }
+  return run_io_benchmark(settings);
 }
 
 int run_stress(const Object& root) {
@@ -66,7 +73,7 @@ constexpr struct FileAction {
   int (*run)(const Object& root);
 } kFileActions[] = {
     {kCustomCompute, run_custom_compute},
-    {"BenchIO", run_io_benchmark},
+    {kBenchIo, run_bench_io},
     {kStressTest, run_stress},
 };
 
@@ -115,10 +122,18 @@ std::string action_file_path(const std::string& name) {
 void save_custom(const std::string& path, const ModeHolder& mode) {
   save_action(path, kCustomCompute, mode.current().to_object());
 }
+void save_bench_io(const std::string& path, const BenchIoSettings& settings) {
+  save_action(path, kBenchIo, settings.to_object());
+}
 void save_stress(const std::string& path, const StressSettings& settings) {
   save_action(path, kStressTest, settings.to_object());
 }
 void load_custom(const std::string& path, ModeHolder& mode) { load_action(path, kCustomCompute, mode); }
+void load_bench_io(const std::string& path, BenchIoSettings& settings) {
+  BenchIoSettings fresh;
+  load_action(path, kBenchIo, fresh);
+  settings = std::move(fresh);
+}
 void load_stress(const std::string& path, StressSettings& settings) {
   load_action(path, kStressTest, settings);
 }

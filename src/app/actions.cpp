@@ -7,6 +7,7 @@
 #include "app/action_file.h"
 #include "app/bbp_extractor.h"
 #include "app/bench.h"
+#include "app/benchio_menu.h"
 #include "app/custom_menu.h"
 #include "app/log_formula_tool.h"
 #include "app/options.h"
@@ -114,10 +115,12 @@ int run_stress(Line& line) {
 
 int run_benchio(Line& line) {
   line.take();
-  if (line.at_end()) return not_available("The I/O benchmark's menu");
+  if (line.at_end()) return benchio_menu();
   BenchIoSettings settings;
   if (!parse_options(benchio_options(), settings, line)) return 1;
-  return not_available("The I/O benchmark");
+  if (const std::string refusal = settings.refusal(); !refusal.empty())
+    throw InvalidParametersException("benchio", refusal);
+  return run_io_benchmark(settings);
 }
 
 int run_log_formula(Line& line) {
@@ -158,7 +161,7 @@ constexpr Action kActions[] = {
      [] { return option_texts(bench_options()); }},
     {"stress", "stress [OPTION...]", "Component stress tester.", "orvane stress -M:4G -D:60 BKT C17",
      run_stress, [] { return option_texts(stress_options()); }},
-    {"benchio", "benchio [OPTION...]", "I/O benchmark of a disk array (not in this version yet).",
+    {"benchio", "benchio [OPTION...]", "I/O benchmark of a disk array.",
      "orvane benchio -M:4G -swap:raid0 /disk1 /disk2", run_benchio,
      [] { return option_texts(benchio_options()); }},
     {"custom", "custom CONSTANT[:ARGUMENT] [OPTION...]", "Computes a constant.",

@@ -10,6 +10,7 @@
 #include "core/exceptions.h"
 #include "core/format.h"
 #include "menus/allocator_menu.h"
+#include "menus/bytes_per_seek_menu.h"
 #include "menus/parallelism_menu.h"
 #include "menus/raid_menu.h"
 #include "session/output_claim.h"
@@ -184,7 +185,7 @@ class CustomMenu {
                                                  swap.memory_setting()));
         break;
       case 13:
-        ask_bytes_per_seek(swap);
+        orl::ask_bytes_per_seek(swap.bytes_per_seek_setting());
         break;
       case 14:
         orl::R03::run_raid_menu(swap.raid);
@@ -206,24 +207,6 @@ class CustomMenu {
     if (choice == 2)
       digits_per_file = orl::ask_decimal_count("\nDigits per file: ", parameters().digits_per_file());
     parameters().request_digits_per_file(digits_per_file);
-  }
-
-  static void ask_bytes_per_seek(SwapParameters& swap) {
-    console::println(
-        "\nThe \"Bytes/Seek\" parameter is a rough measure of the # of bytes that can be\n"
-        "read or written sequentially in the same amount of time it takes to seek to\n"
-        "a random address on the device.\n\n"
-        "Orvane uses the \"Bytes/Seek\" parameter to decide when to choose algorithms\n"
-        "that have more disk seeks vs. algorithms that require more bytes of access.\n\n"
-        "The default is 1 MB which is then scaled according to the swap configuration.\n",
-        'w');
-    const u64 bytes =
-        orl::ask_byte_size("Enter the Bytes/Seek: (e.g. 256KB, 2MB, etc...)  0 resets to default value.\n",
-                           swap.has_default_bytes_per_seek() ? 0 : swap.bytes_per_seek());
-    if (bytes == 0)
-      swap.reset_bytes_per_seek();
-    else
-      swap.set_bytes_per_seek(bytes);
   }
 
   ModeHolder mode_;

@@ -219,21 +219,23 @@ constexpr Option<BenchSettings> kBench[] = {
 };
 
 constexpr Option<BenchIoSettings> kBenchIo[] = {
-    {"-M", "-M:BYTES", "Total size of the test.", "-M:4G",
-     [](BenchIoSettings& io, Line& line) { io.total_bytes = clamp_memory(take_bytes(line)); }},
+    {"-M", "-M:BYTES", "Memory to use, and size of the file. Default 1G, or half of what is available.",
+     "-M:4G", [](BenchIoSettings& io, Line& line) { io.memory_bytes = clamp_memory(take_bytes(line)); }},
     {"-MA", "-MA:NAME", "Memory allocator.", "-MA:mmap",
-     [](BenchIoSettings& io, Line& line) { io.parameters.set_allocator(take_value(line)); },
+     [](BenchIoSettings& io, Line& line) { io.allocator = orl::create_allocator(take_value(line)); },
      Values::kAllocator},
     {"-PF", "-PF:NAME", "Parallel framework.", "-PF:pushpool",
-     [](BenchIoSettings& io, Line& line) { io.parameters.parallelism.set_framework(take_value(line)); },
+     [](BenchIoSettings& io, Line& line) { io.parallelism.set_framework(take_value(line)); },
      Values::kFramework},
     {"-TD", "-TD:N", "Task decomposition, 1 to 65536.", "-TD:8",
-     [](BenchIoSettings& io, Line& line) { io.parameters.parallelism.set_tds(take_integer(line)); }},
+     [](BenchIoSettings& io, Line& line) { io.parallelism.set_tds(take_integer(line)); }},
     {"-minIO", "-minIO:BYTES", "Smallest unit of reading and writing, at least 4096.", "-minIO:1M",
-     [](BenchIoSettings& io, Line& line) { io.minimum_io_bytes = std::max<u64>(take_bytes(line), 4096); }},
+     [](BenchIoSettings& io, Line& line) { io.bytes_per_seek.set(std::max<u64>(take_bytes(line), 4096)); }},
     {"-swap", "-swap:TYPE PATH...", "Disk array, raid0 or raid3, on all folders that follow.",
      "-swap:raid0 /disk1 /disk2", [](BenchIoSettings& io, Line& line) { take_swap(line, io.raid); },
      Values::kRaidType},
+    {"-json", "-json:N", "Other than 0 also writes the results as JSON, in the working folder. Default 0.",
+     "-json:1", [](BenchIoSettings& io, Line& line) { io.json_results = take_signed(line) != 0; }},
 };
 
 constexpr Option<LogFormulaLine> kLogFormula[] = {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "app/command_line.h"
+#include "benchio/io_benchmark.h"
 #include "core/settings.h"
 #include "session/parameters.h"
 #include "stress/stress_settings.h"
@@ -53,14 +54,6 @@ struct BenchSettings {
 
   u64 decimal_digits = 0;  ///< 0: no size given yet
   RamParameters parameters;
-};
-
-/// Settings of the I/O benchmark.
-struct BenchIoSettings {
-  u64 total_bytes = 0;
-  u64 minimum_io_bytes = 4096;
-  RamParameters parameters;
-  orl::R03::Raid03Descriptor raid;
 };
 
 /// A line of the generator of formulas for Log(n).

@@ -14,6 +14,7 @@
 #include "core/exceptions.h"
 #include "core/settings.h"
 #include "memory/allocators.h"
+#include "menus/fault_prompt.h"
 #include "simd/target.h"
 #include "system/environment.h"
 #include "system/topology.h"
@@ -111,6 +112,7 @@ void register_everything() {
 
 int run_program(int argc, char** argv) {
   console::install();
+  orl::install_fault_prompt();
   console::restore_colours_at_signals();
   store_own_path();
   orl::CommandLine::Parameters line(argc, argv);

@@ -148,6 +148,12 @@ SwapDescriptor::~SwapDescriptor() {
   for (const std::string& line : left) notice_line("    " + line, 'R');
 }
 
+double SwapDescriptor::busy_seconds() const {
+  double seconds = 0;
+  for (u64 i = 0; i < array_->lanes(); i++) seconds = std::max(seconds, array_->lane(i).busy_seconds());
+  return seconds;
+}
+
 std::unique_ptr<PersistentMemory> SwapDescriptor::allocate(u64 bytes, const char* name) {
   return std::make_unique<R03::L0_RaidFile>(array_, bytes, name);
 }

@@ -35,6 +35,7 @@ class RaidArray : Uncopied {
   const ArrayGeometry& geometry() const { return geometry_; }
   /// The lane; index counts from 0.
   RaidLane& lane(u64 index) { return *lanes_[index]; }
+  const RaidLane& lane(u64 index) const { return *lanes_[index]; }
   u64 lanes() const { return lanes_.size(); }
   SwapUsage& usage() { return usage_; }
   const ArrayCounters& counters() const { return state_.counters; }
@@ -94,6 +95,8 @@ class SwapDescriptor : Uncopied {
   const R03::ArrayCounters& counters() const { return array_->counters(); }
   /// Memory of all buffers.
   u64 buffer_bytes() const { return geometry().buffer_bytes(); }
+  /// Seconds in which the busiest lane had a transfer under way.
+  double busy_seconds() const;
 
  private:
   std::shared_ptr<R03::RaidArray> array_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <optional>
@@ -162,10 +163,14 @@ s64 RaidLane::tolerance() const {
 
 void RaidLane::post(LaneRequest request) {
   thread_->post([this, request = std::move(request)] {
-    request.state->finish(failure_of([&] {
+    const auto start = std::chrono::steady_clock::now();
+    Failure failure = failure_of([&] {
       state_.check();
       run(request);
-    }));
+    });
+    const std::chrono::nanoseconds time = std::chrono::steady_clock::now() - start;
+    busy_ns_ += static_cast<u64>(time.count());
+    request.state->finish(std::move(failure));
   });
 }
 
@@ -449,6 +454,7 @@ bool RaidLane::open_file(RawFile& file, const std::string& path, u64 bytes, u64 
     file = RawFile(bytes, path);
     return true;
   } catch (const Exception& e) {
+    remove_file(path);  // one without room is there all the same
     state_.check();
     const FaultChoice choice = ask_about_fault(e, path, tolerance());
     if (choice == FaultChoice::quit) quit(e, path);

@@ -87,6 +87,8 @@ class RaidLane : Uncopied {
 
   /// What became of each drive, as RaidPath::status.
   std::vector<s64> statuses() const;
+  /// Seconds in which a transfer was under way; complete as soon as it has been waited for.
+  double busy_seconds() const { return 1e-9 * static_cast<double>(busy_ns_.load()); }
 
  private:
   struct Drive;
@@ -121,6 +123,7 @@ class RaidLane : Uncopied {
   ArrayState& state_;
   u64 halves_, half_bytes_;
   std::vector<std::unique_ptr<Drive>> drives_;
+  std::atomic<u64> busy_ns_{0};
   std::unique_ptr<IoThread> thread_;
 };
 

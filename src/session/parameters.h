@@ -168,6 +168,8 @@ class SwapParameters final : public ComputeParameters {
   void reset_bytes_per_seek() { bytes_per_seek_.reset(); }
   bool has_default_bytes_per_seek() const { return bytes_per_seek_.is_default(); }
   u64 bytes_per_seek() const { return bytes_per_seek_.value(raid); }
+  /// The setting itself, for its prompt.
+  orl::BytesPerSeek& bytes_per_seek_setting() { return bytes_per_seek_; }
 
   u64 memory_needed() const override { return memory_bytes(); }
 

@@ -61,10 +61,8 @@ Settings settings_of(const BenchSettings& bench) {
   return settings;
 }
 Settings settings_of(const BenchIoSettings& io) {
-  Settings settings = settings_of(io.parameters);
-  flatten(io.raid.to_object(), "Raid", settings);
-  settings["total"] = std::to_string(io.total_bytes);
-  settings["unit"] = std::to_string(io.minimum_io_bytes);
+  Settings settings;
+  flatten(io.to_object(), "", settings);
   return settings;
 }
 Settings settings_of(const StressLine& stress) {
@@ -184,9 +182,10 @@ TEST(Options, OfTheOtherActionsChangeTheirOwnSetting) {
                                              {{"-bbp:1"}, {{"Output.BbpCheck", "true"}}},
                                              {{"-json:1"}, {{"Output.JsonResults", "true"}}}}));
   expect_effects<BenchIoSettings>(benchio_options(),
-                                  with_shared({{{"-M:4G"}, {{"total", "4294967296"}}},
-                                               {{"-minIO:1M"}, {{"unit", "1048576"}}},
-                                               {{"-swap:raid3", "/a", "/b", "/c"}, raid("Raid")}}));
+                                  with_shared({{{"-M:4G"}, {{"Memory", "4294967296"}}},
+                                               {{"-minIO:1M"}, {{"BytesPerSeek", "1048576"}}},
+                                               {{"-json:1"}, {{"JsonResults", "true"}}},
+                                               {{"-swap:raid3", "/a", "/b", "/c"}, raid("RaidFile")}}));
   std::vector<Row> stress = {{{"-M:1G"}, {{"TotalMemory", "1073741824"}}}, {{"-D:7"}, {{"Seconds", "7"}}}};
   for (const char* test : {"BKT", "N32", "N64", "HNT", "VST", "C17"})
     stress.push_back({{test}, {{"tests", std::string(test) + " "}}});

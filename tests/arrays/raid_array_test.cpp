@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "arrays/array_fixture.h"
 #include "arrays/bytes_per_seek.h"
 #include "core/exceptions.h"
@@ -33,6 +35,34 @@ TEST(RaidArray, PutsEachByteWhereTheLayoutSays) {
     ASSERT_EQ(sum, 0xFF) << i;
   }
   EXPECT_EQ(disk.counters().modified_rows, 0u);
+}
+
+// The lines "$ xxd -s 0x7fffc -l 4 A/orv_R.sf      0007fffc: 0707 0707" of docs/disks.md hold of the object described there.
+TEST(RaidArray, LiesAsTheDocumentShows) {
+  Folders folders({"1", "2+1"});
+  SwapDescriptor disk(folders.descriptor);
+  std::vector<u8> bytes(1572864);
+  for (u64 a = 0; a < bytes.size(); a++) bytes[a] = static_cast<u8>(a / 65536);
+  const auto object = disk.allocate(bytes.size(), "orv_R.sf");
+  object->store(bytes.data(), 0, bytes.size());
+  const std::string document = test::read_file(ORVANE_DOCS "/disks.md");
+  u64 lines = 0;
+  for (std::size_t at = document.find("$ xxd"); at != std::string::npos;
+       at = document.find("$ xxd", at + 1)) {
+    unsigned offset, shown_offset, words[2];
+    char name;
+    ASSERT_EQ(std::sscanf(document.c_str() + at, "$ xxd -s 0x%x -l 4 %c/orv_R.sf %x: %x %x", &offset, &name,
+                          &shown_offset, &words[0], &words[1]),
+              5);
+    const std::string file = folders.file(static_cast<u64>(name - 'A'), "orv_R.sf");
+    ASSERT_EQ(shown_offset, offset);
+    ASSERT_LE(offset + 4, file.size());
+    for (u64 i = 0; i < 4; i++)
+      EXPECT_EQ(static_cast<u8>(file[offset + i]), words[i / 2] >> (i % 2 == 0 ? 8 : 0) & 255)
+          << name << offset;
+    lines++;
+  }
+  EXPECT_EQ(lines, 9u);
 }
 
 // Against an array of bytes in memory. Where there is parity only rows that have been written can be read.
