@@ -7,6 +7,8 @@
 #include <memory>
 #include <string>
 
+#include "constants/arccoth.h"
+#include "constants/arcsinlemn.h"
 #include "constants/e.h"
 #include "constants/euler.h"
 #include "constants/final_product.h"
@@ -298,9 +300,36 @@ TYPED_TEST(Constants, RefuseOtherPowers) {
   EXPECT_THROW(make_e<Store>({ETaylor::kAlternating, 0}, 10, 1), InvalidParametersException);
   EXPECT_THROW(make_e<Store>({ETaylor::kPlain, -1}, 10, 1), InvalidParametersException);
   EXPECT_THROW(make_sqrt<Store>({0, 1}, 10, 1), ArithmeticException);
-  for (const s32 power : {-1, 2})
-    EXPECT_THROW(make_lemniscate<Store>({LemniscateAlgorithm::kGauss, power}, 10, 1),
-                 InvalidParametersException);
+  EXPECT_THROW(make_lemniscate<Store>({LemniscateAlgorithm::kGauss, 2}, 10, 1), InvalidParametersException);
+}
+
+TYPED_TEST(Constants, RefuseArgumentsThatNoSeriesTakes) {
+  using W = TypeParam;
+  const auto message_of = [](auto&& make) -> std::string {
+    try {
+      make();
+    } catch (const InvalidParametersException& e) {
+      return e.message();
+    }
+    return "";
+  };
+  const auto arccoth = [&](u64 x) { return message_of([&] { make_arccoth_series<W>(x, 10); }); };
+  EXPECT_EQ(arccoth(1), "Argument is too small.");
+  EXPECT_EQ(arccoth(4294967296), "Argument is too large.");
+  EXPECT_EQ(arccoth(4294967295), "");
+  const auto arcsinlemn = [&](u64 x, u64 y) { return message_of([&] { arcsinlemn_terms<W>(1, x, y); }); };
+  const u64 end = sizeof(W) == 8 ? 65536 : 256;
+  EXPECT_EQ(arcsinlemn(end, 2 * end), "x^4 does not fit into a machine word.");
+  EXPECT_EQ(arcsinlemn(1, end), "y^4 does not fit into a machine word.");
+  for (const auto& [x, y] : {std::pair<u64, u64>{3, 4}, {5, 4}, {0, 4}})
+    EXPECT_EQ(arcsinlemn(x, y), "Convergence is too slow: N / D < 0.75") << x;
+  EXPECT_EQ(arcsinlemn(2, 3), "");
+  for (const auto& [algorithm, name] :
+       {std::pair{LemniscateAlgorithm::kGauss, "gauss"}, {LemniscateAlgorithm::kSebah, "sebah"}})
+    EXPECT_EQ(message_of([&] {
+                make_lemniscate<RamStore<W>>({algorithm, -1}, 10, 1);
+              }),
+              std::string("(Power = -1) is not supported for (Algorithm = ") + name + ").");
 }
 
 // From halves, whichever words the operands lack or have too many; with the hash of what comes out.

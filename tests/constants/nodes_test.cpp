@@ -35,7 +35,7 @@ std::vector<Pair<W>> all_series() {
   pairs.push_back({"e", make_e_series<W>(ETaylor::kPlain, p), test::mpz_e(ETaylor::kPlain)});
   pairs.push_back(
       {"e, alternating", make_e_series<W>(ETaylor::kAlternating, p), test::mpz_e(ETaylor::kAlternating)});
-  for (const u64 x : {u64{2}, u64{26}, u64{65536}, u64{4294967295}})
+  for (const u64 x : {u64{2}, u64{65536}, u64{4294967295}})
     pairs.push_back({"ArcCoth", make_arccoth_series<W>(x, p), test::mpz_arccoth(x)});
   const auto add = [&](const TermSeries& terms) {
     pairs.push_back({terms.name, make_term_series<W>(terms, p), test::mpz_terms(terms)});
