@@ -3,8 +3,9 @@
 //   constants_bench [CONSTANT [DIGITS [TDS [FRAMEWORK [RUNS]]]]]
 //
 // CONSTANT is chudnovsky, ramanujan, chudnovsky-reduced, ramanujan-reduced, e, e-alternating, sqrt2, phi,
-// log2, log2-primary, log2-secondary, log2-agm, lemniscate, lemniscate-agm, lemniscate-gauss, lemniscate-sebah, gamma or
-// gamma-original.
+// zeta3, zeta3-wedeniwski, zeta3-az, catalan, catalan-zuniga, catalan-pilehrood, catalan-guillera, catalan-lupas,
+// catalan-huvent, log2, log2-primary, log2-secondary, log2-agm, lemniscate, lemniscate-agm, lemniscate-gauss,
+// lemniscate-sebah, gamma or gamma-original.
 // Defaults: chudnovsky, 1000000 and 10000000 digits, 1, none, 3. The peer is the same value by MPFR, on one
 // thread, for up to 1000000 digits; bench/pi holds the whole program against a GMP program.
 #include <mpfr.h>
@@ -44,6 +45,15 @@ std::unique_ptr<ConstantPlan<u64>> make_plan(const std::string& name, u64 p, u64
   if (name == "e-alternating") return make_e<Store>({ETaylor::kAlternating}, p, tds);
   if (name == "sqrt2") return make_sqrt<Store>({2}, p, tds);
   if (name == "phi") return make_golden_ratio<Store>(1, p, tds);
+  if (name == "zeta3") return make_one_series<Store>(OneSeries::kZeta3Zuniga, 1, p, tds);
+  if (name == "zeta3-wedeniwski") return make_one_series<Store>(OneSeries::kZeta3Wedeniwski, 1, p, tds);
+  if (name == "zeta3-az") return make_one_series<Store>(OneSeries::kZeta3AmdeberhanZeilberger, 1, p, tds);
+  if (name == "catalan") return make_one_series<Store>(OneSeries::kCatalanPilehroodShort, 1, p, tds);
+  if (name == "catalan-zuniga") return make_one_series<Store>(OneSeries::kCatalanZuniga, 1, p, tds);
+  if (name == "catalan-pilehrood") return make_one_series<Store>(OneSeries::kCatalanPilehroodLong, 1, p, tds);
+  if (name == "catalan-guillera") return make_one_series<Store>(OneSeries::kCatalanGuillera, 1, p, tds);
+  if (name == "catalan-lupas") return make_one_series<Store>(OneSeries::kCatalanLupas, 1, p, tds);
+  if (name == "catalan-huvent") return make_one_series<Store>(OneSeries::kCatalanHuvent, 1, p, tds);
   if (name == "log2") return make_one_series<Store>(OneSeries::kLog2Zuniga, 1, p, tds);
   if (name == "lemniscate") return make_lemniscate<Store>({LemniscateAlgorithm::kSingular}, p, tds);
   if (name == "lemniscate-agm") return make_lemniscate<Store>({LemniscateAlgorithm::kAgmPi}, p, tds);
@@ -68,6 +78,8 @@ void set_peer(const std::string& name, mpfr_ptr x) {
     mpfr_const_log2(x, MPFR_RNDN);
   } else if (name.find("gamma") == 0) {
     mpfr_const_euler(x, MPFR_RNDN);
+  } else if (name.find("catalan") == 0) {
+    mpfr_const_catalan(x, MPFR_RNDN);
   } else if (name.find("lemniscate") == 0) {  // the work of 2 Pi / AGM(1, sqrt(2)), but for a division
     mpfr_sqrt_ui(x, 2, MPFR_RNDN);
     mpfr_t one;
@@ -135,7 +147,8 @@ void measure(const std::string& name, u64 digits, u64 tds, const std::string& fr
       static_cast<double>(need.ram_bytes + need.out_words * 8) / static_cast<double>(digits),
       static_cast<double>(watermark.high) / static_cast<double>(need.ram_bytes),
       static_cast<double>(table_block.size) / 1e6);
-  if (digits <= 1000000) {
+  // That of Zeta(3) takes minutes.
+  if (digits <= 1000000 && name.find("zeta3") != 0) {
     const double start = bench::now_ns();
     mpfr_t x;
     mpfr_init2(x, static_cast<mpfr_prec_t>(64 * p));

@@ -44,28 +44,17 @@ struct LeafNumber {
   /// *= w, w > 0; grows by one word, two of u32.
   void mul(u64 w) {
     hash = hash_mul(hash, w);
-    if constexpr (sizeof(W) == 8) {
-      u64 carry = 0;
-      for (u64 i = 0; i < L; ++i) {
-        const u128 t = u128{T[i]} * w + carry;
-        T[i] = static_cast<u64>(t);
-        carry = static_cast<u64>(t >> 64);
-      }
-      if (carry != 0) T[L++] = carry;
-    } else {
-      u128 carry = 0;
-      for (u64 i = 0; i < L; ++i) {
-        carry += u128{T[i]} * w;
-        T[i] = static_cast<u32>(carry);
-        carry >>= 32;
-      }
-      for (; carry != 0; carry >>= 32) T[L++] = static_cast<u32>(carry);
-    }
+    mul_words(w, 0);
   }
   /// x w + c, w > 0; grows by one word, two of u32.
   void mul_add(u64 w, s64 c) {
-    mul(w);
     const u64 magnitude = c < 0 ? u64{0} - static_cast<u64>(c) : static_cast<u64>(c);
+    if (negative == (c < 0)) {
+      hash = hash_mul(hash, w);
+      hash = negative ? hash_sub(hash, hash_fold(magnitude)) : hash_add(hash, hash_fold(magnitude));
+      return mul_words(w, magnitude);
+    }
+    mul(w);
     W words[8 / sizeof(W)];
     LeafNumber summand{words, 8 / sizeof(W)};
     summand.set(magnitude);
@@ -131,6 +120,25 @@ struct LeafNumber {
       return 0;
     else
       return value >> 32;
+  }
+  /// |x| w + carry.
+  void mul_words(u64 w, u64 carry) {
+    if constexpr (sizeof(W) == 8) {
+      for (u64 i = 0; i < L; ++i) {
+        const u128 t = u128{T[i]} * w + carry;
+        T[i] = static_cast<u64>(t);
+        carry = static_cast<u64>(t >> 64);
+      }
+      if (carry != 0) T[L++] = carry;
+    } else {
+      u128 above = carry;
+      for (u64 i = 0; i < L; ++i) {
+        above += u128{T[i]} * w;
+        T[i] = static_cast<u32>(above);
+        above >>= 32;
+      }
+      for (; above != 0; above >>= 32) T[L++] = static_cast<u32>(above);
+    }
   }
   void copy_words(const LeafNumber& a) {
     for (u64 i = 0; i < a.L; ++i) T[i] = a.T[i];
