@@ -46,7 +46,7 @@ SMALLEST = 1 << 20
 PAGE = os.sysconf("SC_PAGE_SIZE")
 STACK_BYTES = 16384
 ALL = ["pi -algorithm:chudnovsky", "pi -algorithm:ramanujan", "e -algorithm:exp(1)", "e -algorithm:exp(-1)", "sqrt:2", "phi",
-       "log:2", "log:2 -algorithm:machin-primary", "lemniscate", "lemniscate -algorithm:gauss",
+       "log:2", "log:2 -algorithm:machin-primary", "zeta3", "catalan", "lemniscate", "lemniscate -algorithm:gauss",
        "lemniscate -algorithm:agm-pi", "gamma"]
 
 CHECKS = [
