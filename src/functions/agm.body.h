@@ -30,36 +30,27 @@ struct Label {
 
 template <class Store>
 AGM2<Store>::AGM2(u64 p, const Store::Budget& budget) : p_(p), product_(p, budget), root_(p, budget) {
-  iteration_need_ = Store::need_of([&](auto& arena) { lay_out_iteration(arena); });
-  need_ = Store::need_of([&](auto& arena) { lay_out(arena); });
+  iteration_need_ = Store::need_of([&](auto& arena) {
+    for (const Need& need : {product_.need(), root_.need()}) arena.leave(need);
+    cut_number(arena);
+  });
+  Number out;
+  need_ = Store::need_of([&](auto& arena) { lay_out(out, arena); });
   need_.out_words = p + 5;
 }
 
 template <class Store>
 template <class AnyArena>
-auto AGM2<Store>::lay_out(AnyArena& arena) const -> Number {
-  auto b = cut(arena, "orv_B.sf");
+auto AGM2<Store>::lay_out(Number& a, AnyArena& arena) const -> Means {
+  Means means = cut(a, arena);
   arena.leave(iteration_need_);
-  return b;
-}
-
-template <class Store>
-template <class AnyArena>
-auto AGM2<Store>::lay_out_iteration(AnyArena& arena) const -> Number {
-  auto product = cut(arena, "orv_M.sf");
-  for (const Need& need : {product_.need(), mean_need(), root_.need()}) arena.leave(need);
-  return product;
-}
-
-template <class Store>
-Need AGM2<Store>::mean_need() const {
-  return Store::need_of([&](auto& arena) { cut(arena, "orv_S.sf"); });
+  return means;
 }
 
 template <class Store>
 void AGM2<Store>::take_mean(const RunContext& ctx, Number& a, u64& a_hash, const Hashed<Number>& b,
                             Store::Arena arena) const {
-  auto sum = cut(arena, "orv_S.sf");
+  auto sum = cut_number(arena);
   // A geometric mean that came out too large by its last place may have a word more than the arithmetic one.
   const Hashed<Number> other{a, a_hash};
   const bool above = a.magnitude() >= b.number.magnitude();
@@ -79,31 +70,64 @@ bool AGM2<Store>::agree(const Means& means) const {
 template <class Store>
 void AGM2<Store>::take_root(const RunContext& ctx, Store::Frame& frame, Means& means,
                             const Hashed<Number>& product, Store::Arena arena) const {
-  frame.stage(
-      [&] {
-        means.b_hash = root_.run(ctx, frame, means.b, product, arena);
-        fault_point("geometric mean", means.b);
-        means.agree = agree(means);
-      },
-      means.a, means.a_hash, means.b, means.b_hash, means.agree);
+  stage(frame, means, [&] {
+    means.b_hash = root_.run(ctx, frame, means.b, product, arena);
+    fault_point("geometric mean", means.b);
+    means.agree = agree(means);
+  });
 }
 
 template <class Store>
-void AGM2<Store>::step(const RunContext& ctx, Store::Frame& frame, Means& means, Store::Arena arena) const {
-  auto product = lay_out_iteration(arena);
-  u64 hash = 0;
-  frame.stage(
-      [&] {
-        {
-          const StatusFrame status(ctx.status, " 2M ");
-          hash = product_.run(ctx, frame, product, {means.a, means.a_hash}, {means.b, means.b_hash}, arena);
-        }
-        const StatusFrame status(ctx.status, " 5S ");
-        take_mean(ctx, means.a, means.a_hash, {means.b, means.b_hash}, arena);
-      },
-      product, hash, means.a, means.a_hash);
-  const StatusFrame status(ctx.status, " 3Q ");
-  take_root(ctx, frame, means, {product, hash}, arena);
+bool AGM2<Store>::near(const Means& means) {
+  const s64 bits = means.a.bit_length() - means.b.bit_length();
+  return bits >= -1 && bits <= 1;
+}
+
+/// means.a_square = a^2.
+template <class Store>
+void AGM2<Store>::take_square(const RunContext& ctx, Store::Frame& frame, Means& means,
+                              Store::Arena arena) const {
+  const StatusFrame status(ctx.status, " 4M ");
+  means.a_square_hash =
+      product_.run(ctx, frame, means.a_square, {means.a, means.a_hash}, {means.a, means.a_hash}, arena);
+}
+
+/// means.b_square = a b, and the next a; its square too, if it can be used.
+template <class Store>
+void AGM2<Store>::take_product(const RunContext& ctx, Store::Frame& frame, Means& means,
+                               Store::Arena arena) const {
+  stage(frame, means, [&] {
+    const StatusFrame status(ctx.status, " 2M ");
+    means.b_square_hash =
+        product_.run(ctx, frame, means.b_square, {means.a, means.a_hash}, {means.b, means.b_hash}, arena);
+  });
+  stage(frame, means, [&] {
+    const StatusFrame status(ctx.status, " 5S ");
+    const u64 squares = near(means);
+    take_mean(ctx, means.a, means.a_hash, {means.b, means.b_hash}, arena);
+    if (squares) take_square(ctx, frame, means, arena);
+    means.squares = squares;
+  });
+}
+
+/// As above, from the squares of a and b.
+template <class Store>
+void AGM2<Store>::take_product_from_squares(const RunContext& ctx, Store::Frame& frame, Means& means,
+                                            Store::Arena arena) const {
+  stage(frame, means, [&] {
+    const StatusFrame status(ctx.status, " 5S ");
+    take_mean(ctx, means.a, means.a_hash, {means.b, means.b_hash}, arena);
+    take_mean(ctx, means.b_square, means.b_square_hash, {means.a_square, means.a_square_hash}, arena);
+    take_square(ctx, frame, means, arena);
+    auto rest = arena;
+    auto product = cut_number(rest);
+    u64 hash = set_padded(product, p_, {means.a_square, means.a_square_hash}, ctx.parallel);
+    product.mul_uW(2, ctx.parallel);
+    hash = hash_mul(hash, 2);
+    subtract_below(product, hash, {means.b_square, means.b_square_hash}, ctx.parallel);
+    fault_point("product from squares", product);
+    means.b_square_hash = set_padded(means.b_square, p_, {product, hash}, ctx.parallel);
+  });
 }
 
 template <class Store>
@@ -115,7 +139,15 @@ u64 AGM2<Store>::iterate(const RunContext& ctx, Store::Frame& parent, Means& mea
   for (u64 iteration = 1; !means.agree; ++iteration) {
     const agm::Label label(iteration);
     const StatusFrame status(ctx.status, label.text);
-    step(ctx, frame, means, arena);
+    // One stage whichever way it goes: a run that resumes further on does not know which.
+    stage(frame, means, [&] {
+      if (means.squares)
+        take_product_from_squares(ctx, frame, means, arena);
+      else
+        take_product(ctx, frame, means, arena);
+    });
+    const StatusFrame root(ctx.status, " 3Q ");
+    take_root(ctx, frame, means, {means.b_square, means.b_square_hash}, arena);
   }
   const StatusFrame status(ctx.status, "( Final )");
   frame.stage(
@@ -139,7 +171,7 @@ u64 AGM2<Store>::run(const RunContext& ctx, Store::Frame& parent, Number& out, c
     throw InvalidParametersException(kFunction, "One of the inputs is negative.");
   const StatusFrame status(ctx.status, "AGM(a,b)");
   auto frame = parent.enter(kFunction);
-  Means means{.a = out, .b = lay_out(arena)};
+  Means means = lay_out(out, arena);
   frame.stage(
       [&] {
         means.a_hash = set_padded(out, p_, a, ctx.parallel);
@@ -156,17 +188,17 @@ u64 AGM2<Store>::run(const RunContext& ctx, Store::Frame& parent, Number& out, c
 
 template <class Store>
 AGM1<Store>::AGM1(u64 p, const Store::Budget& budget) : means_(p, budget) {
-  need_ = Store::need_of([&](auto& arena) { lay_out(arena); });
+  Number out;
+  need_ = Store::need_of([&](auto& arena) { lay_out(out, arena); });
   need_.out_words = p + 5;
 }
 
 template <class Store>
 template <class AnyArena>
-auto AGM1<Store>::lay_out(AnyArena& arena) const -> Number {
-  auto b = means_.cut(arena, "orv_B.sf");
-  for (const Need& need : {means_.mean_need(), means_.root_need(), means_.iteration_need()})
-    arena.leave(need);
-  return b;
+auto AGM1<Store>::lay_out(Number& a, AnyArena& arena) const -> AGM2<Store>::Means {
+  auto means = means_.cut(a, arena);
+  arena.leave(means_.iteration_need());
+  return means;
 }
 
 template <class Store>
@@ -180,7 +212,7 @@ u64 AGM1<Store>::run(const RunContext& ctx, Store::Frame& parent, Number& out, c
   if (x.number.signum() < 0) throw InvalidParametersException(kFunction, "AGM of negative number.");
   const StatusFrame status(ctx.status, "AGM(1,x)");
   auto frame = parent.enter(kFunction);
-  typename AGM2<Store>::Means means{.a = out, .b = lay_out(arena)};
+  auto means = lay_out(out, arena);
   {
     const StatusFrame start(ctx.status, "(start)");
     frame.stage(

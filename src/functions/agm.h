@@ -3,6 +3,9 @@
 // Precision  a result of precision p has a relative error of a few dozen W^-(p+1): every step adds a few, and neither mean
 //            makes those of its operands larger.
 // Steps      log2 of p words in bits, and log2(ln(a / b)) before them.
+// Products   while a and b are far apart b' is the root of a b. Then the squares A and B of a and b are kept, and B' = a b
+//            comes from them, 2 A' - (A + B) / 2: a square in place of a product (A. Schoenhage, in his "Fast
+//            Algorithms", 1994). Where a > 4 b that would cost places.
 // End        with t bits from the top of a down to that of a - b, their arithmetic mean is the limit but for a factor
 //            1 + 2^(-2t-2): AGM(a, b) = m (1 - (d/m)^2/16 - ...), m = (a + b)/2, d = a - b.
 // Proof      the product of each step by its hash, the root by its residual; both read the hashes that the step before has
@@ -21,13 +24,18 @@ class AGM2 {
  public:
   using Number = Store::Number;
 
-  /// The two numbers of an iteration, of p + 5 words each.
+  /// The numbers of an iteration, of p + 5 words each.
   struct Means {
     Number& a;
     u64 a_hash = 0;
     Number b;
     u64 b_hash = 0;
-    u64 agree = 0;  ///< 1: the next arithmetic mean is the last
+    Number a_square;
+    u64 a_square_hash = 0;
+    Number b_square;
+    u64 b_square_hash = 0;
+    u64 squares = 0;  ///< 1: they are those of a and b
+    u64 agree = 0;    ///< 1: the next arithmetic mean is the last
   };
 
   /// A plan for p words.
@@ -41,30 +49,43 @@ class AGM2 {
   u64 run(const RunContext& ctx, Store::Frame& frame, Number& out, const Hashed<Number>& a,
           const Hashed<Number>& b, Store::Arena arena) const;
 
-  /// What run() does from the second arithmetic mean on: AGM(a, b) in means.a. Takes iteration_need().
+  /// Numbers of an iteration whose first one is `a`.
+  template <class AnyArena>
+  Means cut(Number& a, AnyArena& arena) const {
+    const auto number = [&](const char* name) { return Store::number(arena, p_ + 5, name); };
+    return {
+        .a = a, .b = number("orv_B.sf"), .a_square = number("orv_AA.sf"), .b_square = number("orv_BB.sf")};
+  }
+  /// What run() does once a and b are set: AGM(a, b) in means.a. Takes iteration_need().
   u64 iterate(const RunContext& ctx, Store::Frame& frame, Means& means, Store::Arena arena) const;
-  Need iteration_need() const { return iteration_need_; }
-  /// a = (a + b) / 2 with the hash, in what mean_need() is.
+  /// a = (a + b) / 2 with the hash.
   void take_mean(const RunContext& ctx, Number& a, u64& a_hash, const Hashed<Number>& b,
                  Store::Arena arena) const;
-  Need mean_need() const;
-  /// b = sqrt(product), and whether it agrees with a, in what root_need() is.
+  /// b = sqrt(product), and whether it agrees with a.
   void take_root(const RunContext& ctx, Store::Frame& frame, Means& means, const Hashed<Number>& product,
                  Store::Arena arena) const;
-  Need root_need() const { return root_.need(); }
-  /// A number of an iteration.
-  template <class AnyArena>
-  Number cut(AnyArena& arena, const char* name) const {
-    return Store::number(arena, p_ + 5, name);
-  }
+  /// Each of the three.
+  Need iteration_need() const { return iteration_need_; }
 
  private:
   template <class AnyArena>
-  Number lay_out(AnyArena& arena) const;
+  Means lay_out(Number& a, AnyArena& arena) const;
   template <class AnyArena>
-  Number lay_out_iteration(AnyArena& arena) const;
+  Number cut_number(AnyArena& arena) const {
+    return Store::number(arena, p_ + 5, "orv_S.sf");
+  }
+  /// A stage behind which all of `means` is alive.
+  template <class Body>
+  static void stage(Store::Frame& frame, Means& means, const Body& body) {
+    frame.stage(body, means.a, means.a_hash, means.b, means.b_hash, means.a_square, means.a_square_hash,
+                means.b_square, means.b_square_hash, means.squares, means.agree);
+  }
   bool agree(const Means& means) const;
-  void step(const RunContext& ctx, Store::Frame& frame, Means& means, Store::Arena arena) const;
+  static bool near(const Means& means);
+  void take_square(const RunContext& ctx, Store::Frame& frame, Means& means, Store::Arena arena) const;
+  void take_product(const RunContext& ctx, Store::Frame& frame, Means& means, Store::Arena arena) const;
+  void take_product_from_squares(const RunContext& ctx, Store::Frame& frame, Means& means,
+                                 Store::Arena arena) const;
 
   u64 p_;
   ProvedProduct<Store> product_;
@@ -89,7 +110,7 @@ class AGM1 {
 
  private:
   template <class AnyArena>
-  Number lay_out(AnyArena& arena) const;
+  AGM2<Store>::Means lay_out(Number& a, AnyArena& arena) const;
 
   AGM2<Store> means_;
   Need need_;

@@ -52,6 +52,22 @@ void add_below(BigFloat<W>& x, u64& x_hash, const Hashed<BigFloat<W>>& c, Parall
 }
 
 template <class W>
+void subtract_below(BigFloat<W>& x, u64& x_hash, const Hashed<BigFloat<W>>& c, ParallelContext parallel) {
+  const s64 words = c.number.magnitude() - x.exp;
+  if (c.number.L == 0 || words <= 0) return;
+  const HashedView<W> used = top_hashed(c, static_cast<u64>(words), parallel);
+  const BigFloat<W>& y = used.number;
+  x_hash = hash_canon(hash_sub(hash_canon(x_hash), used.hash));
+  const u64 from = static_cast<u64>(y.exp - x.exp), end = from + y.L;
+  W borrow = end > x.L ? W{1} : bp_sub(x.T + from, x.T + from, y.T, y.L, 0, parallel);
+  if (borrow != 0 && end < x.L) borrow = bp_carry<W>(-1, x.T + end, x.L - end, parallel) != 0;
+  // The numbers are right in exact arithmetic, so a word of them has changed.
+  if (borrow != 0)
+    throw AlgorithmFailedException("subtract_below()", "Checksum Mismatch. Subtraction failed.");
+  x.strip_top_zeros(parallel);
+}
+
+template <class W>
 void halve_hashed(BigFloat<W>& x, u64& hash, ParallelContext parallel) {
   constexpr u64 kHashOfHalf = u64{1} << 60;  // 2 is the inverse of 2^60 modulo 2^61 - 1
   x.mp2(-1, parallel);
@@ -98,6 +114,7 @@ u64 agreeing_bits(const BigFloat<W>& a, const BigFloat<W>& b) {
   template void cut_hashed(BigFloat<W>&, u64&, u64, ParallelContext);                                     \
   template u64 set_padded(BigFloat<W>&, u64, const Hashed<BigFloat<W>>&, ParallelContext);                \
   template void add_below(BigFloat<W>&, u64&, const Hashed<BigFloat<W>>&, ParallelContext);               \
+  template void subtract_below(BigFloat<W>&, u64&, const Hashed<BigFloat<W>>&, ParallelContext);          \
   template void halve_hashed(BigFloat<W>&, u64&, ParallelContext);                                        \
   template u64 subtract_hashed(BigFloat<W>&, u64, const Hashed<BigFloat<W>>&, const Hashed<BigFloat<W>>&, \
                                ParallelContext);                                                          \

@@ -43,6 +43,10 @@ u64 set_padded(BigFloat<W>& out, u64 p, const Hashed<BigFloat<W>>& x, ParallelCo
 template <class W>
 void add_below(BigFloat<W>& x, u64& x_hash, const Hashed<BigFloat<W>>& c, ParallelContext parallel);
 
+/// x -= c, both positive, x the larger one, c cut at the bottom of x.
+template <class W>
+void subtract_below(BigFloat<W>& x, u64& x_hash, const Hashed<BigFloat<W>>& c, ParallelContext parallel);
+
 /// x /= 2, exactly: a word more. x has a free word above its top.
 template <class W>
 void halve_hashed(BigFloat<W>& x, u64& hash, ParallelContext parallel);

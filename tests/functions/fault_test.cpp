@@ -154,6 +154,7 @@ const Row kRows[] = {
     {"arithmetic mean", "AGM", &take_agm, 9, "Checksum Mismatch."},
     {"geometric mean", "AGM", &take_agm, 9, "Checksum Mismatch."},
     {"geometric mean", "AGM, a low word", &take_agm, 8 * kWords - 9, "Checksum Mismatch."},
+    {"product from squares", "AGM", &take_agm, 9, "Checksum Mismatch. Square root failed."},
     {"proved product", "AGM", &take_agm, 9, "Checksum Mismatch. Multiplication Failed."},
     {"square root", "AGM", &take_agm, 9, "Residual is too large. Square root failed."},
     {"newton product", "AGM", &take_agm, 9, "Checksum Mismatch. Multiplication Failed."},
