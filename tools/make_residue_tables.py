@@ -2,6 +2,8 @@
 """Writes the prime sets and the size tables of "C17", "VST" and "HNT", and proves them.
 
 Run from the top of the source tree: tools/make_residue_tables.py
+Shapes of up to 2^SHARED_LEVELS points per odd factor share the first primes of one list, so that their tables are those of nine
+primes; larger ones have sets of their own.
 Proved: every prime by Pocklington's criterion (the factored part of p - 1 exceeds sqrt(p)), k * 2^e divides p - 1,
 the product of a set exceeds twice every coefficient of every row, wrapped forms included, and 1 / 2048 more; rows rise and reach the family's largest product.
 """
@@ -13,6 +15,8 @@ LIMIT = 1 << 48
 MAX_BITS = 0x12C0000000000
 HNT_MAX_BITS = 0x7FFF0000000
 MAX_REMAINDER = 0x6000000 // 64
+SHARED_LEVELS = 32
+SHARED_ODD = 105
 FACTORS = {6: (1, 3, 5), 7: (1, 3, 5), 8: (1, 3, 5, 7), 9: (1, 3, 5, 7)}
 
 
@@ -24,6 +28,12 @@ def prime_set(count, k):
         if len(primes) >= count:
             return e, primes[:count]
     raise SystemExit("no prime set")
+
+
+def shared_primes(count):
+    step = SHARED_ODD << SHARED_LEVELS
+    primes = (c * step + 1 for c in range((LIMIT - 1) // step, 0, -1))
+    return [p for p in primes if proved_prime(p)][:count]
 
 
 def stretch(row, above, cost):
@@ -53,16 +63,21 @@ def write_rows(path, rows, cost, stretched=False):
 
 
 def main():
-    sets = {(P, k): prime_set(P, k) for P in range(4, 10) for k in (1, 3, 5, 7)}
+    shared = shared_primes(9)
+    sets = {}
+    for P in range(4, 10):
+        for k in (1, 3, 5, 7):
+            sets[P, k] = [(SHARED_LEVELS, shared[:P]), prime_set(P, k)]
     with open("src/transforms/c17/residue_sets.inc", "w") as out:
         out.write("// Written by tools/make_residue_tables.py.\n")
-        for (P, k), (e, primes) in sorted(sets.items()):
-            out.write("{%d, %d, %d, {%s}},\n" % (P, k, e, ", ".join("0x%X" % p for p in primes)))
+        for (P, k), both in sorted(sets.items()):
+            for e, primes in both:
+                out.write("{%d, %d, %d, {%s}},\n" % (P, k, e, ", ".join("0x%X" % p for p in primes)))
     rows = []
     for P, ks in FACTORS.items():
         for k in ks:
-            e, primes = sets[P, k]
-            for n in range(8, e + 1):
+            for n in range(8, sets[P, k][1][0] + 1):
+                primes = sets[P, k][n > SHARED_LEVELS][1]
                 # Where a product wraps, a coefficient has all points as terms and may be negative; the join's
                 # estimate asks for 2^-12 of the modulus besides.
                 if (1 << 12) * (k << n) * (((1 << 24 * (P - 1)) - 1) ** 2) <= ((1 << 11) - 1) * prod(primes):

@@ -46,7 +46,8 @@ int main(int argc, char** argv) {
   const ResidueKernels& kernels = residue_kernels(simd::active_target());
   std::printf("%s kernels\n P   one run  side by side  (ns a point)\n", kernels.name);
   for (u8 P = 4; P <= 9; ++P) {
-    ResiduePlan plan{{P, 1, 11}, ProductRing::kPlain, &residue_set(P, 1), {}};
+    const ResidueRow row{P, 1, 11};
+    ResiduePlan plan{row, ProductRing::kPlain, &residue_set(row), {}};
     std::vector<double> x(P * kPoints);
     u64 random = 1;
     for (u32 r = 0; r < P; ++r) {

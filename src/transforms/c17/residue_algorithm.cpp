@@ -143,7 +143,7 @@ ResidueRun::ResidueRun(const ResidueRow& row, const ResidueTables* tables, u64 t
 }
 
 ResiduePlan ResidueRun::plan(ProductRing ring) const {
-  ResiduePlan plan{row_, ring, &residue_set(row_.P, row_.k), {}};
+  ResiduePlan plan{row_, ring, &residue_set(row_), {}};
   for (u32 i = 0; i < row_.P; ++i) {
     const ResiduePrime& prime = residue_primes()[plan.set->prime[i]];
     ResidueModulus& m = plan.modulus[i];

@@ -139,7 +139,7 @@ u32 residue_coefficient_bits(const ResidueRow& row, ProductRing ring) {
 }
 
 void check_residue_bounds(const ResidueRow& row) {
-  const ResidueSet& set = residue_set(row.P, row.k);
+  const ResidueSet& set = residue_set(row);
   const u32 modulus_bits = 64 * set.words - static_cast<u32>(std::countl_zero(set.modulus[set.words - 1]));
   // All forms: N terms of either sign, within the modulus by the 2^-12 of it that the join's estimate asks
   // for.

@@ -50,12 +50,12 @@ void make_dft(const ResiduePrime& prime, u32 k, u64 root, ResidueFactor* dft) {
 
 struct Tables {
   std::vector<ResiduePrime> primes;
-  ResidueSet sets[6][4];
+  ResidueSet sets[6][4][2] = {};  // by P, k and whether it is the one of larger shapes
 
   Tables() {
     for (const SetRecord& record : kRecords) {
-      ResidueSet& set = sets[record.P - 4][record.k >> 1];
-      set = {};
+      auto& both = sets[record.P - 4][record.k >> 1];
+      ResidueSet& set = both[both[0].P != 0];  // the smaller e comes first
       set.P = record.P;
       set.k = record.k;
       set.e = record.e;
@@ -122,7 +122,10 @@ ResidueFactor ResiduePrime::factor(u64 value) const {
 }
 
 std::span<const ResiduePrime> residue_primes() { return tables().primes; }
-const ResidueSet& residue_set(u32 P, u32 k) { return tables().sets[P - 4][k >> 1]; }
+const ResidueSet& residue_set(const ResidueRow& row) {
+  const auto& both = tables().sets[row.P - 4][row.k >> 1];
+  return both[row.n > both[0].e];
+}
 std::span<const ResidueRow> residue_rows() { return kRows; }
 
 }  // namespace orl

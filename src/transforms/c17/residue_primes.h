@@ -65,8 +65,9 @@ struct ResidueRow {
 
 /// All primes that stand in a set.
 std::span<const ResiduePrime> residue_primes();
-/// P from 4 to 9, k in 1, 3, 5, 7.
-const ResidueSet& residue_set(u32 P, u32 k);
+/// The set of a shape, P from 4 to 9, k in 1, 3, 5, 7. Shapes of small n have the first P of nine primes, so that
+/// their tables are few; larger ones have primes of their own.
+const ResidueSet& residue_set(const ResidueRow& row);
 /// In order of capacity.
 std::span<const ResidueRow> residue_rows();
 
@@ -75,7 +76,7 @@ template <class Row, class Need>
 std::vector<u64> largest_by_prime(std::span<const Row> rows, Need&& need) {
   std::vector<u64> largest(residue_primes().size());
   for (const Row& row : rows) {
-    const ResidueSet& set = residue_set(row.P, row.k);
+    const ResidueSet& set = residue_set({row.P, row.k, row.n});
     for (u32 i = 0; i < set.P; ++i) largest[set.prime[i]] = std::max<u64>(largest[set.prime[i]], need(row));
   }
   return largest;

@@ -50,7 +50,7 @@ struct FftPlan {
 
   bool blocked() const { return complex_points() >= kFftBlockedPoints; }
   /// Whether the lower levels rotate the table of the root 1/4.
-  bool rotated() const { return blocked() || (k > 1 && levels > kFftOddRootLevels); }
+  bool rotated() const { return blocked() || (k > 1 && levels > fft_odd_root_levels(k)); }
   u32 first_radix() const { return k > 1 ? k : 1u << first_bits(); }
   u32 branches() const { return first_radix() * (blocked() ? kFftSecondRadix : 1); }
   u64 branch_points() const { return complex_points() / branches(); }

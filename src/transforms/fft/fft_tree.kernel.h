@@ -27,7 +27,8 @@ struct Source {
   }
 };
 
-constexpr u8 kEveryLevel[kFftSubtreeLevels + 1] = {0, 1, 2, 3, 4, 5, 6, 7, 8};
+// From entry kFftSubtreeLevels - b on for records that begin with level b.
+constexpr u8 kEveryLevel[2 * kFftSubtreeLevels + 1] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8};
 constexpr u8 kPassLevel[kFftSubtreeLevels + 1] = {0, 0, 0, 1, 0, 0, 2, 0, 3};
 
 /// log2 of the radix of the first pass over a node `height` levels high.
@@ -90,7 +91,10 @@ void subtree_step(const FftPlan& plan, u64 ahead, double* x, double* g, const Ff
   const u32 count = FftTables::base_count(plan.k, depth);
   const Source source{plan.tables->root(1, 0),
                       plan.tables->subtree_bases(plan.k, at.root, depth) + (at.node >> below) * count,
-                      count == kFftPassLevels.size() ? kPassLevel : kEveryLevel, ahead};
+                      FftTables::begins_with_passes(plan.k, depth)
+                          ? kPassLevel
+                          : kEveryLevel + kFftSubtreeLevels - FftTables::base_level(plan.k, depth),
+                      ahead};
   node_step<S>(source, x, g, below, at.node & ((u64{1} << below) - 1), at.height);
 }
 

@@ -17,7 +17,7 @@
 // table of the root 1/4: theta(rho, l, n) = theta(1/4, l, n) + (rho - 1/4) /
 // 2^l, so a record is the product of a table record with a base record of the
 // subtree's root rho and the level. The roots of odd factors have
-// kFftOddRootLevels levels of their own; a small transform that is higher is a
+// fft_odd_root_levels() of their own; a small transform that is higher is a
 // subtree from its root on. Tables stay far smaller than data.
 #pragma once
 
@@ -64,7 +64,7 @@ inline constexpr u32 kFftBlockLevels = 6;
 /// Levels below a root of an odd factor whose records are kept: upper levels of
 /// large transforms need no more, and eight roots of all their levels would fill
 /// half a megabyte.
-inline constexpr u32 kFftOddRootLevels = 5;
+constexpr u32 fft_odd_root_levels(u32 k) { return k == 3 ? 5 : 4; }
 
 /// A subtree of the full height has passes at these levels: radix 8, 8, 4 and
 /// the bottom.
@@ -89,12 +89,17 @@ class FftTables final : public FamilyTables {
   const FftTwiddles* const* root(u32 k, u32 j) const { return roots_[k / 2][j].data(); }
   /// Base records of the subtrees whose roots lie `depth` levels below the root
   /// (1/4 + j) / k, base_count(k, depth) of them per subtree: those of every
-  /// level, or, where passes begin at its root and have the full height below
-  /// them, of kFftPassLevels.
+  /// level from base_level() on, or, where passes begin at its root and have the
+  /// full height below them, of kFftPassLevels.
   const FftTwiddles* subtree_bases(u32 k, u32 j, u32 depth) const { return bases_[k / 2][j][depth]; }
   static constexpr u32 base_count(u32 k, u32 depth) {
-    return depth < (k > 1 ? 3 : 6) ? kFftSubtreeLevels + 1 : static_cast<u32>(kFftPassLevels.size());
+    return begins_with_passes(k, depth) ? static_cast<u32>(kFftPassLevels.size())
+                                        : kFftSubtreeLevels + 1 - base_level(k, depth);
   }
+  static constexpr bool begins_with_passes(u32 k, u32 depth) { return depth >= (k > 1 ? 3 : 6); }
+  /// The first level of such a subtree that is read: that of the branches, but for
+  /// small transforms, which are one subtree.
+  static constexpr u32 base_level(u32 k, u32 depth) { return k == 1 ? 6 - depth : depth > 0 ? 3 - depth : 0; }
 
  private:
   static constexpr u32 kMaxDepth = 8;

@@ -37,7 +37,7 @@ class VstRun {
     VstPlan plan{shape_, {}, ring == ProductRing::kNegacyclic ? 1u : 0u, {}, {}};
     plan.primes.row = row;
     plan.primes.ring = ring;
-    plan.primes.set = &residue_set(row.P, row.k);
+    plan.primes.set = &residue_set(row);
     for (u32 i = 0; i < row.P; ++i) {
       const u32 index = plan.primes.set->prime[i];
       const ResiduePrime& prime = residue_primes()[index];

@@ -106,7 +106,7 @@ VstShape::VstShape(const VstRow& from) : row(from.row()), a(from.a), b(from.b), 
             : std::max((n - c + passes - 1) / passes, (n - c - first_levels + passes - 2) / (passes - 1));
     a = n - c - (passes - 1) * b;
   }
-  const ResidueSet& set = residue_set(row.P, row.k);
+  const ResidueSet& set = residue_set(row);
   const u32 nested = n - a - c;  // a wrapped difference is refused as well
   if (n > set.e || a < 1 || a > first_levels || b > kVstMaxLevels || c < kVstTileLevels || c > kCacheLevels ||
       (b ? nested % b != 0 || nested > n : nested != 0))

@@ -71,7 +71,7 @@ struct Joining {
   u64 stride;
 
   Joining(Random& random, const ResidueRow& row, std::vector<Integer> values)
-      : plan{row, ProductRing::kPlain, &residue_set(row.P, row.k), {}},
+      : plan{row, ProductRing::kPlain, &residue_set(row), {}},
         coefficients(std::move(values)),
         stride(coefficients.size() + 3) {
     x.resize(stride * row.P);
@@ -299,11 +299,14 @@ TEST(ResidueBounds, TakeWhatFitsTheModulus) {
   u32 refused = 0;
   for (u8 P = 4; P <= 9; ++P)
     for (const u8 k : {1, 3, 5, 7}) {
-      const ResidueSet& set = residue_set(P, k);
-      Integer modulus(1);
-      for (u32 i = 0; i < set.P; ++i) mpz_mul_ui(modulus.z, modulus.z, residue_primes()[set.prime[i]].p);
-      for (u8 n = 8; n <= set.e; ++n) {
+      const u32 largest = residue_set({P, k, 255}).e;
+      for (u8 n = 8; n <= largest; ++n) {
         const ResidueRow row{P, k, n};
+        const ResidueSet& set = residue_set(row);
+        ASSERT_LE(n, set.e);
+        Integer modulus(1);
+        for (u32 i = 0; i < set.P; ++i)
+          mpz_mul_ui(modulus.z, modulus.z, residue_primes()[set.prime[i]].p);
         if (mpz_cmp(largest_coefficient(row, 2 * row.points()).z, modulus.z) < 0) {
           EXPECT_NO_THROW(check_residue_bounds(row)) << int{P} << " " << int{k} << " " << int{n};
         } else {

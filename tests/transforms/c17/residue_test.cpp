@@ -120,9 +120,9 @@ TEST(ResidueNesting, SubtreesBeyondACacheHaveSubtreesOfTheirOwn) {
   LinearHeapBuffer left = memory.buffer();
   ResidueTables tables;
   tables.grow(left, {&row, 1});
-  const ResiduePrime& prime = residue_primes()[residue_set(4, 1).prime[1]];
+  const ResiduePrime& prime = residue_primes()[residue_set(row).prime[1]];
   const double p = static_cast<double>(prime.p);
-  const ResidueModulus modulus{p, 1 / p, tables.roots(residue_set(4, 1).prime[1]), {}, nullptr};
+  const ResidueModulus modulus{p, 1 / p, tables.roots(residue_set(row).prime[1]), {}, nullptr};
   const GuardedBlock X(8 * m * sequences), G(8 * m * sequences);
   double *const x = static_cast<double*>(X.buffer().ptr), *const g = static_cast<double*>(G.buffer().ptr);
   Random random;
