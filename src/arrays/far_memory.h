@@ -5,7 +5,7 @@
 //
 //   FarTransfer reading = a.start_load(next, ...);   // block i + 1
 //   compute(block);                                  // block i
-//   writing = r.start_store(block, ...);             // waits for the store of block i - 1 first
+//   writing = r.start_store(block, ...);             // and waits for the store of block i - 1
 //   reading.wait();
 //
 // Lifetime  buffer and object stay until the transfer has been waited for; its destructor waits too.
@@ -32,7 +32,7 @@ class FarTransfer {
   /// Done when each of the parts that `state` counts has ended.
   explicit FarTransfer(std::shared_ptr<TransferState> state);
   FarTransfer(FarTransfer&& other) noexcept;
-  /// Waits for what this object stood for before, and throws what wait() would.
+  /// Stands for `other` now, then waits for what it stood for before, and throws what wait() would.
   FarTransfer& operator=(FarTransfer&& other);
   ~FarTransfer();
 

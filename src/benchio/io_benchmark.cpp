@@ -96,6 +96,7 @@ class FileTest {
     for (u64 column = 0; column < columns; column++) {
       FarTransfer& transfer = transfers[column % 2];
       u8* const half = halves_[column % 2];
+      transfer.wait();
       transfer = write ? file_.start_scatter(half, column * piece, piece, stride, rows)
                        : file_.start_gather(half, column * piece, piece, stride, rows);
     }

@@ -184,6 +184,33 @@ TEST(RaidArray, LeavesNoFileBehindAndTakesNothingTwice) {
   EXPECT_EQ(folders.files_left(), 0u);
 }
 
+// Bytes that the system has moved between this process and disks, "read_bytes" or "write_bytes".
+u64 system_bytes(const std::string& name) {
+  const std::string text = test::read_file("/proc/self/io");
+  const std::size_t at = text.find("\n" + name + ": ");
+  return at == std::string::npos ? 0 : std::stoull(text.substr(at + name.size() + 3));
+}
+
+// Unbuffered, so that what is counted has been moved.
+TEST(RaidArray, CountsWhatTheSystemCounts) {
+  std::mt19937_64 random(6);
+  Folders folders({"2+1"});
+  SwapDescriptor disk(folders.descriptor);
+  const std::vector<u8> bytes = random_bytes(random, 16 * kMega);
+  std::vector<u8> back(bytes.size());
+  const auto object = disk.allocate(bytes.size());
+  const u64 read_before = system_bytes("read_bytes"), written_before = system_bytes("write_bytes");
+  object->store(bytes.data(), 0, bytes.size());
+  object->load(back.data(), 0, back.size());
+  const u64 read = system_bytes("read_bytes") - read_before;
+  const u64 written = system_bytes("write_bytes") - written_before;
+  EXPECT_EQ(disk.counters().bytes_read, 24 * kMega);
+  EXPECT_EQ(disk.counters().bytes_written, 24 * kMega);
+  if (read == 0) GTEST_SKIP() << "the temporary folder is no disk";
+  EXPECT_NEAR(static_cast<double>(read), 24.0 * kMega, 0.03 * 24 * kMega);
+  EXPECT_NEAR(static_cast<double>(written), 24.0 * kMega, 0.03 * 24 * kMega);
+}
+
 TEST(RaidArray, BuffersTakeAnEighthOfTheMemory) {
   Folders folders({"7+1"});
   folders.descriptor.set_buffer_per_file(kDefaultBufferPerFile);
