@@ -65,10 +65,11 @@ BlockList<Store, Block>::BlockList(const Series<W>& series, u64 p, const Store::
                                    SeriesMemory memory, const SumTitle& title)
     : series_(series), status_(title.status) {
   plan(p, budget, memory);
-  expansion_ = (series.size(0, series.terms()) / words_to_nats<W>(p)).to_double();
+  // How much larger than the precision the numbers of the whole range would be.
+  const DoubleDouble expansion = series.size(0, series.terms()) / words_to_nats<W>(p);
   headline_ = (title.headline ? std::string(title.headline) : std::string("Series ") + series.kind().name()) +
               "...  " + format_with_commas(series.terms()) +
-              " terms  (Expansion Factor = " + format_float(expansion_, 3) + ")";
+              " terms  (Expansion Factor = " + format_float(expansion.to_double(), 3) + ")";
 }
 
 template <class Store, class Block>

@@ -45,8 +45,6 @@ class BlockList {
             const SumTitle& title);
 
   const std::vector<std::unique_ptr<Block>>& blocks() const { return blocks_; }
-  /// How much larger than the precision the numbers of the whole range would be.
-  double expansion_factor() const { return expansion_; }
   /// The largest block's bytes.
   u64 total_bytes() const;
   /// Plans every block as fast as `bytes` allow, and raises the tables that `need` asks for to what they take.
@@ -62,7 +60,6 @@ class BlockList {
   const char* status_;
   std::string headline_;  ///< the line on the console, made here because a run allocates nothing
   std::vector<std::unique_ptr<Block>> blocks_;
-  double expansion_;
 };
 
 }  // namespace orl

@@ -6,9 +6,9 @@
                [--required 18] [--everything] [--verbose] [-- OPTION...]
 
 `--constant` takes what follows `custom` on the program's command line and may be given several times, `--mix` a file of
-such lines (`#` opens a remark) or `all`: both algorithms of Pi and of e, two of Log(2), three of the lemniscate, Sqrt(2) and
-the golden ratio. `--digits` is one number, or a range from which `--sizes` sizes for each line are drawn, even in their
-logarithms. What follows `--` is handed to every run.
+such lines (`#` opens a remark) or `all`: both algorithms of Pi and of e, two of Log(2), three of the lemniscate, Sqrt(2),
+the golden ratio and Euler's constant. `--digits` is one number, or a range from which `--sizes` sizes for each line are
+drawn, even in their logarithms. What follows `--` is handed to every run.
 
 For each line and size a first run without faults gives the digits to compare with and the processor time that it takes.
 Every further run is struck once, when it has used a random part of that time; it stands still meanwhile. A strike takes one
