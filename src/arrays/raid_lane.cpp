@@ -371,7 +371,8 @@ void RaidLane::settle(Pass& pass) {
       state_.check();
       tell_mismatch(paths);
       if (ask_to_retry() == FaultChoice::quit)
-        quit("A parity mismatch has been detected.", paths[0], kParityMismatch);
+        quit(Raid03Exception("ord_rf2_process_raid_la()", "A parity mismatch has been detected.", paths[0],
+                             kParityMismatch));
     } else if (parity && failed < 0 && std::popcount(mask) == 1) {
       return settle_one_fault(pass, static_cast<u64>(std::countr_zero(mask)));
     } else {
@@ -418,11 +419,10 @@ void RaidLane::flag(u64 file, const std::string& path) {
 }
 
 void RaidLane::quit(const Exception& fault, const std::string& path) {
-  quit(fault.message().c_str(), path, code_of(fault));
+  quit(Raid03Exception(fault.function(), fault.message(), path, code_of(fault)));
 }
 
-void RaidLane::quit(const char* message, const std::string& path, s32 code) {
-  const Raid03Exception failure("ord_rf2_process_raid_la()", message, path, code);
+void RaidLane::quit(const Raid03Exception& failure) {
   state_.give_up(failure);
   throw failure;
 }

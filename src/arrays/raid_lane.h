@@ -117,7 +117,7 @@ class RaidLane : Uncopied {
   s64 tolerance() const;
   void flag(u64 file, const std::string& path);
   [[noreturn]] void quit(const Exception& fault, const std::string& path);
-  [[noreturn]] void quit(const char* message, const std::string& path, s32 code);
+  [[noreturn]] void quit(const Raid03Exception& failure);
 
   LanePlace place_;
   ArrayState& state_;
