@@ -9,6 +9,7 @@
 #include "config/writer.h"
 #include "console/console.h"
 #include "core/exceptions.h"
+#include "core/format.h"
 #include "stress/stress_tester.h"
 
 namespace orvane {
@@ -60,7 +61,7 @@ int run_stress(const Object& root) {
   StressSettings settings;
   read_settings(root, kStressTest, settings);
   if (const std::string refusal = settings.refusal(); !refusal.empty()) {
-    console::println(refusal, 'R');
+    console::println(orl::wrapped(refusal), 'R');
     throw InvalidParametersException("config", "Cannot run stress test with these parameters.");
   }
   return run_stress_test(settings);

@@ -148,9 +148,9 @@ int run_about(Line& line) {
   if (!is_at_end(line)) return 1;
   print_banner();
   console::println(
-      "\nComputes Pi, e, square roots, the golden ratio and other constants to as many digits as the\n"
-      "memory holds. Every large operation is proved with a hash modulo 2^61 - 1, so a finished run is\n"
-      "also a test of the machine that made it.\n\n"
+      "\nComputes Pi, e, square roots, the golden ratio and other constants to as many\n"
+      "digits as the memory holds. Every large operation is proved with a hash modulo\n"
+      "2^61 - 1, so a finished run is also a test of the machine that made it.\n\n"
       "MIT licence. Options: orvane --help",
       'w');
   return 0;
@@ -207,10 +207,14 @@ int help(Line& line) {
   return 0;
 }
 
+// Behind the name of what not_available() answers for.
+constexpr const char* kToCome = "  (not in this version yet)";
+
 struct MenuEntry {
   const char* name;
   char colour;
   int (*run)();
+  const char* note = "";
 };
 
 int advanced_menu() {
@@ -227,11 +231,12 @@ int advanced_menu() {
          orl::print_report_page("Compilation Options", orl::compilation_sections());
          return 0;
        }},
-      {"Test Swap Multiply", 'Y', [] { return not_available("The test of swap multiplication"); }},
+      {"Test Swap Multiply", 'Y', [] { return not_available("The test of swap multiplication"); }, kToCome},
   };
   console::println("\nAdvanced Options\n", 'w');
   for (std::size_t i = 0; i < std::size(entries); i++)
-    console::println("  " + std::to_string(i) + "         " + entries[i].name, entries[i].colour);
+    console::println("  " + std::to_string(i) + "         " + entries[i].name + entries[i].note,
+                     entries[i].colour);
   console::println("\nEnter your choice:", 'w');
   return entries[console::read_bounded("option: ", 0, std::size(entries) - 1, 'G')].run();
 }
@@ -241,20 +246,22 @@ int main_menu() {
   static constexpr struct {
     const char* text;
     char colour;
+    const char* note = "";
   } rows[] = {
       {"  0         Benchmark Pi  (all in ram)", 'T'},
       {"  1         Component Stress Tester", 'T'},
-      {"  2         Run I/O Performance Analysis", 'T'},
+      {"  2         Run I/O Performance Analysis", 'T', kToCome},
       {"  3         Custom Compute a Constant", 'Y'},
       {"                -   Compute other constants (e, Golden Ratio, etc...)", 'Y'},
-      {"                -   Choose your own settings (use disk for large computations)", 'Y'},
+      {"                -   Choose your own settings (use disk for large computations)", 'Y',
+       "\n                    (computing on disk is not in this version yet)"},
       {"  4         BBP Digit Extractor for Pi", 'G'},
       {"  5         Digit Viewer", 'G'},
       {"  6         Advanced Options", 'G'},
       {"  7         About", 'G'},
   };
   console::newline();
-  for (const auto& row : rows) console::println(row.text, row.colour);
+  for (const auto& row : rows) console::println(std::string(row.text) + row.note, row.colour);
   console::println("\nEnter your choice:", 'w');
   const u64 choice = console::read_bounded("option: ", 0, 7, 'G');
   console::newline();

@@ -8,6 +8,7 @@
 #include "console/menu_row.h"
 #include "core/format.h"
 #include "core/run_timer.h"
+#include "core/settings.h"
 #include "system/environment.h"
 #include "threads/frameworks.h"
 
@@ -56,7 +57,7 @@ void choose_offset(BbpTask& task) {
       return;
     }
     console::println("The largest offset is " + format_with_commas(kMaxBbpOffset) +
-                         ": beyond it, rounding could reach the digits\nthat are asked for. Please enter a "
+                         ": beyond it, rounding could\nreach the digits that are asked for. Please enter a "
                          "smaller one.",
                      'Y');
   }
@@ -124,9 +125,9 @@ void print_task(const BbpTask& task) {
     console::println((term.positive ? "  + " : "  - ") + to_string(term), 'w');
 }
 
-// Groups of eight, eight to a line, with the place of the line's last digit.
+// Groups of eight, six to a line, with the place of the line's last digit.
 void print_digits(std::string_view digits, u64 place, u64 last_place, char colour) {
-  constexpr std::size_t kGroup = 8, kLine = 64;
+  constexpr std::size_t kGroup = 8, kLine = 48;
   const std::size_t place_width = format_with_commas(last_place).size();
   for (std::size_t at = 0; at < digits.size(); at += kLine) {
     const std::string_view part = digits.substr(at, kLine);
@@ -145,9 +146,10 @@ void print_result(const BbpTask& task, std::string_view digits) {
   console::println("\nHexadecimal Digits starting from: 16^-" + format_with_commas(task.offset) + "\n", 'w');
   print_digits(digits.substr(0, task.digits), task.offset, last_place, 'G');
   print_digits(digits.substr(task.digits), task.offset + task.digits, last_place, 'Y');
-  console::print("\nGreen ", 'G');
+  const bool colours = orl::settings().colors_enabled;
+  console::print(colours ? "\nGreen " : "\nThe first " + format_with_commas(task.digits), 'G');
   console::println(" = Requested digits that should be correct.", 'w');
-  console::print("Yellow", 'Y');
+  console::print(colours ? "Yellow" : "The others", 'Y');
   console::println(" = Extra working precision. May not be correct.", 'w');
 }
 

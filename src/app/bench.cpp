@@ -93,7 +93,7 @@ int bench_menu() {
       settings.decimal_digits = sizes[choice - 1].decimal_digits;
       const std::string refusal = fit(settings.parameters, settings.decimal_digits).refusal;
       if (refusal.empty()) return run_benchmark(settings);
-      console::println("\n" + refusal + "\n", 'Y');
+      console::println("\n" + orl::wrapped(refusal) + "\n", 'Y');
     }
   }
 }

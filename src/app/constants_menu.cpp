@@ -1,10 +1,12 @@
 #include "app/constants_menu.h"
 
+#include <string>
 #include <string_view>
 #include <vector>
 
 #include "console/console.h"
 #include "core/exceptions.h"
+#include "core/format.h"
 
 namespace orvane {
 namespace {
@@ -32,7 +34,13 @@ void print_catalogue() {
     print_row(row);
   }
   console::newline();
-  console::println("*Actual numbers will vary. Radix conversion = 1.00\n", 'w');
+  console::println("*Actual numbers will vary. Radix conversion = 1.00", 'w');
+  std::string to_come;
+  for (u64 i = 0; i < kConstantCount; i++)
+    if (!make_constant(i)->unavailable().empty())
+      to_come += (to_come.empty() ? " " : ", ") + std::to_string(i);
+  if (!to_come.empty()) console::println("Not in this version yet:" + to_come, 'w');
+  console::newline();
 }
 
 // False when the user keeps the former constant.
@@ -48,7 +56,7 @@ bool ask_argument(Constant& constant) {
     } catch (const orl::InvalidParametersException& e) {
       // A file is not asked for again.
       if (row.argument.kind == Argument::kFormulaFile) throw;
-      console::println(e.message(), 'R');
+      console::println(orl::wrapped(e.message()), 'R');
     }
   }
 }

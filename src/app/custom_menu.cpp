@@ -135,7 +135,7 @@ class CustomMenu {
     }
     print_row(kNoNumber, "Memory Available:", orl::format_bytes(available));
     print_row(kNoNumber, "Digit Files:", orl::format_bytes(parameters().output_bytes()));
-    if (!trouble.empty()) console::println("\n" + trouble, 'Y');
+    if (!trouble.empty()) console::println("\n" + orl::wrapped(trouble), 'Y');
   }
 
   void change(u64 choice) {

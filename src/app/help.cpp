@@ -5,6 +5,7 @@
 #include "app/actions.h"
 #include "app/help_sections.h"
 #include "console/console.h"
+#include "core/format.h"
 #include "core/version.h"
 #include "simd/target.h"
 
@@ -14,27 +15,6 @@ namespace {
 namespace console = orl::console;
 
 constexpr std::size_t kFormWidth = 22;
-constexpr std::size_t kLineWidth = 100;
-
-// `text` cut into lines that end before kLineWidth; the first begins at `column`, the others behind `margin`
-// blanks.
-std::string wrapped(std::string_view text, std::size_t column, std::size_t margin) {
-  std::string lines;
-  while (!text.empty()) {
-    const std::string_view word = text.substr(0, text.find(' '));
-    text.remove_prefix(std::min(text.size(), word.size() + 1));
-    if (!lines.empty() && column + 1 + word.size() > kLineWidth) {
-      lines += "\n" + std::string(margin, ' ');
-      column = margin;
-    } else if (!lines.empty()) {
-      lines += ' ';
-      column++;
-    }
-    lines += word;
-    column += word.size();
-  }
-  return lines;
-}
 
 void print_text(std::string_view text) {
   while (!text.empty()) {
@@ -43,7 +23,7 @@ void print_text(std::string_view text) {
     if (line.starts_with("    "))
       console::println(line, 'G');
     else
-      console::println((line.empty() ? "" : "  ") + wrapped(line, 2, 2), 'w');
+      console::println((line.empty() ? "" : "  ") + orl::wrapped(line, 2), 'w');
   }
 }
 
@@ -56,7 +36,7 @@ void print_entry(const HelpEntry& entry) {
     console::newline();
     console::print(std::string(margin, ' '), 'w');
   }
-  console::println(wrapped(entry.help, margin, margin), 'w');
+  console::println(orl::wrapped(entry.help, margin), 'w');
   if (!entry.example.empty()) console::println(std::string(margin, ' ') + "Example: " + entry.example, 't');
 }
 

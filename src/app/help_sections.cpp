@@ -11,9 +11,9 @@ namespace {
 
 constexpr const char* kUsage =
     "    orvane [GLOBAL OPTION...] [ACTION [ITS OPTIONS]]\n"
-    "    orvane                        the main menu: everything can be done from there\n"
-    "    orvane ACTION                 the action's own menu, where it has one\n"
-    "    orvane ACTION --help          what one action does, and its options\n"
+    "    orvane                 the main menu: everything can be done from there\n"
+    "    orvane ACTION          the action's own menu, where it has one\n"
+    "    orvane ACTION --help   what one action does, and its options\n"
     "    orvane --help | --version\n"
     "\n"
     "The status is 0 on success and 1 on any failure.";
@@ -54,10 +54,10 @@ constexpr struct {
      "validate` checks, in the working folder. No digits are written unless asked for. A size that does not "
      "fit into the memory that is available is refused before anything is allocated.\n"
      "\n"
-     "    orvane bench                     the menu: threads, then the sizes with the memory they need\n"
+     "    orvane bench                     the menu: threads, then the sizes\n"
      "    orvane bench 25m                 25,000,000 digits on all cores\n"
      "    orvane bench 1G -TD:1 -PF:none   2^30 digits on one thread\n"
-     "    orvane bench 100m -od:1 -o pi    with the digits, as a text file in the folder pi"},
+     "    orvane bench 100m -od:1 -o pi    with the digits, as a text file in pi"},
     {"stress",
      "Loads every core with the program's own products and compares each result with a known answer: a "
      "machine that fails here gives wrong digits. One iteration runs every test once for its seconds; then "
@@ -74,11 +74,12 @@ constexpr struct {
     {"custom",
      "Computes a constant and writes its digits.\n"
      "\n"
-     "    orvane custom                                    the menu\n"
-     "    orvane custom pi -dec:10m                        Pi to 10,000,000 digits\n"
-     "    orvane custom sqrt:2 -dec:10m -hex:1m -o digits  both radices, into the folder digits\n"
+     "    orvane custom                the menu\n"
+     "    orvane custom pi -dec:10m    Pi to 10,000,000 digits\n"
+     "    orvane custom sqrt:2 -dec:10m -hex:1m -o digits\n"
+     "                                 both radices, into the folder digits\n"
      "    orvane custom e -dec:1b '-algorithm:exp(-1)' -C:100m\n"
-     "                                                     compressed files of 100,000,000 digits\n"
+     "                                 compressed files of 100,000,000 digits\n"
      "\n"
      "Digits go to \"NAME - Dec - ALGORITHM.txt\" (Hex for hexadecimal ones); they are read back and proved. "
      "A finished run also leaves a validation file in the working folder."},

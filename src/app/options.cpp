@@ -89,9 +89,13 @@ void take_swap(Line& line, orl::R03::Raid03Descriptor& raid) {
 
 constexpr Option<orl::Settings> kGlobal[] = {
     {"pause", "pause:N",
-     "When to ask for ENTER at the end: 1 always, 0 and -1 after a failure, below -1 never.", "pause:-2",
+     "When to ask for ENTER at the end: 1 always, 0 and -1 after a failure, below -1 never. Without it: "
+     "after a "
+     "failure, on a terminal.",
+     "pause:-2",
      [](orl::Settings& settings, Line& line) {
        settings.pause_level = take_level(line);
+       settings.pause_given = true;
        if (settings.pause_level < -1) settings.pause_on_fatal = false;
      }},
     {"priority", "priority:N",
@@ -99,7 +103,10 @@ constexpr Option<orl::Settings> kGlobal[] = {
      "is -1; "
      "it needs root.",
      "priority:0", [](orl::Settings& settings, Line& line) { settings.thread_priority = take_level(line); }},
-    {"colors", "colors:N", "Above 0 prints in colour, 0 without.", "colors:0",
+    {"colors", "colors:N",
+     "1 prints in colour, 0 without. Default: in colour on a terminal, unless NO_COLOR is set or TERM is "
+     "dumb.",
+     "colors:0",
      [](orl::Settings& settings, Line& line) { settings.colors_enabled = take_switch(line) > 0; }},
     {"PII", "PII:N", "Above 0 lets reports show serial numbers, below 0 hides them.", "PII:1",
      [](orl::Settings& settings, Line& line) {
@@ -108,6 +115,9 @@ constexpr Option<orl::Settings> kGlobal[] = {
      }},
     {"height", "height:N", "Accepted for old scripts; without effect.", "height:50",
      [](orl::Settings&, Line& line) { take_signed(line); }},
+    {"quiet", "quiet:N",
+     "1 leaves out what a start says of processor and settings, unless something is missing.", "quiet:1",
+     [](orl::Settings& settings, Line& line) { settings.quiet = take_switch(line) > 0; }},
     {"skip-warnings", "skip-warnings", "The processor check does not stop for ENTER.", "skip-warnings",
      [](orl::Settings& settings, Line& line) {
        line.take();

@@ -5,6 +5,9 @@
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "app/actions.h"
 #include "app/command_line.h"
@@ -12,6 +15,7 @@
 #include "console/console.h"
 #include "core/ending.h"
 #include "core/exceptions.h"
+#include "core/output.h"
 #include "core/settings.h"
 #include "memory/allocators.h"
 #include "menus/fault_prompt.h"
@@ -52,24 +56,58 @@ void store_own_path() {
   settings.exe_dir = settings.exe_path.substr(0, settings.exe_path.find_last_of("/\\") + 1);
 }
 
+// What the start says while it stands: nothing when it is to be quiet, unless there is a warning in it.
+class StartWords : orl::Output {
+ public:
+  explicit StartWords(bool quiet) : console_(orl::output()) {
+    if (quiet) orl::set_output(this);
+  }
+  ~StartWords() override { show(); }
+
+ private:
+  void print(std::string_view text, char colour) override { keep(std::string(text), colour); }
+  void print_line(std::string_view text, char colour) override { keep(std::string(text) + "\n", colour); }
+  // Whoever waits has something to say.
+  void wait_for_user() override {
+    warned_ = true;
+    show();
+    console_.wait_for_user();
+  }
+
+  void keep(std::string text, char colour) {
+    warned_ = warned_ || colour == 'R' || colour == 'Y';
+    held_.emplace_back(std::move(text), colour);
+  }
+  void show() {
+    orl::set_output(&console_);
+    if (warned_)
+      for (const auto& [text, colour] : held_) console_.print(text, colour);
+    held_.clear();
+  }
+
+  orl::Output& console_;
+  std::vector<std::pair<std::string, char>> held_;
+  bool warned_ = false;
+};
+
 void check_processor() {
   using orl::simd::Target;
   // A processor that lacks a higher target runs a lower one; only below the lowest is there something to warn
   // of.
   const Target target = std::max(orl::simd::best_target(), Target::kAvx2);
-  console::println("\nChecking processor/OS features...\n", 'w');
-  console::println("Required Features:", 'w');
-  console::println(orl::simd::target_feature_list(target), 'T');
+  orl::notice_line("\nChecking processor/OS features...\n", 'w');
+  orl::notice_line("Required Features:", 'w');
+  orl::notice_line(orl::simd::target_feature_list(target), 'T');
   if (orl::simd::missing_features(target).empty()) return;
-  console::println("Warning:", 'R');
-  console::println(
+  orl::notice_line("Warning:", 'R');
+  orl::notice_line(
       "  This computer does not have all the processor or operating system\n"
       "  features that are necessary to run this binary.\n\n"
       "  Proceeding may cause the program to crash.\n"
       "  Command line users can skip this message by passing, \"skip-warnings\"\n"
       "  as the first parameter.",
       'Y');
-  if (!orl::settings().skip_warnings) console::pause();
+  if (!orl::settings().skip_warnings) orl::output().wait_for_user();
 }
 
 int resume() {
@@ -90,12 +128,15 @@ int guarded_body(orl::CommandLine::Parameters& line) {
     taken = take_option(global_options(), settings, line, given);
   }
   if (asks_for_words(line)) return dispatch(line);
-  console::newline();
-  orl::set_thread_priority(settings.thread_priority);
-  check_processor();
-  orl::set_environment(orl::on_usable_cores(
-      orl::load_environment(settings.exe_dir + kEnvironmentFile, orl::topology()), orl::bound_cores()));
-  console::newline();
+  {
+    const StartWords words(settings.quiet);
+    orl::notice("\n", ' ');
+    orl::set_thread_priority(settings.thread_priority);
+    check_processor();
+    orl::set_environment(orl::on_usable_cores(
+        orl::load_environment(settings.exe_dir + kEnvironmentFile, orl::topology()), orl::bound_cores()));
+    orl::notice("\n", ' ');
+  }
   if (std::filesystem::exists(kCheckpointFile)) return resume();
   return dispatch(line);
 }
@@ -113,6 +154,7 @@ void register_everything() {
 int run_program(int argc, char** argv) {
   console::install();
   orl::install_fault_prompt();
+  orl::settings().colors_enabled = console::terminal_takes_colours();
   console::restore_colours_at_signals();
   store_own_path();
   orl::CommandLine::Parameters line(argc, argv);

@@ -22,15 +22,15 @@ constexpr unsigned kGaugeLength = 12;  // of "CPU------Mem"
 
 void print_row(u64 number, const std::string& label, const std::string& value) {
   const std::string text = std::to_string(number);
-  console::print_padded(32, "  " + text + std::string(4 - std::min<u64>(text.size(), 3), ' ') + label, 'T');
+  console::print_padded(30, "  " + text + std::string(4 - std::min<u64>(text.size(), 3), ' ') + label, 'T');
   console::println(value, 'G');
 }
 
-// " 1.18 MiB" of "1,234,567 ( 1.18 MiB)".
+// "1.18 MiB", with its number in five columns.
 std::string short_bytes(u64 bytes) {
-  const std::string text = orl::format_bytes(bytes);
-  const std::size_t open = text.find('(');
-  return text.substr(open + 1, text.size() - open - 2);
+  const std::string text = orl::format_binary_size(bytes);
+  const std::size_t number = text.find(' ');
+  return std::string(number < 5 ? 5 - number : 0, ' ') + text;
 }
 
 std::string core_list(const StressSettings& settings) {
@@ -154,7 +154,8 @@ void change(StressSettings& settings, u64 choice) {
     case 3:
       return choose_memory(settings);
     case 4:
-      settings.seconds = console::read_bounded("\nSeconds per test: ", 1, StressSettings::kMaxSeconds, 'G');
+      settings.seconds = console::read_bounded("\nSeconds per test: ", 1, StressSettings::kMaxSeconds, 'G',
+                                               orl::NumberForm::kInteger);
       return;
     case 5:
       settings.stop_on_error = !settings.stop_on_error;
@@ -185,7 +186,7 @@ int stress_menu() {
     }
     const std::string refusal = settings.refusal();
     if (refusal.empty()) return run_stress_test(settings);
-    console::println("\n" + refusal, 'R');
+    console::println("\n" + orl::wrapped(refusal), 'R');
   }
 }
 

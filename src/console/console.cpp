@@ -2,6 +2,7 @@
 
 #include <signal.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <unistd.h>
 #include <wchar.h>
 
@@ -12,7 +13,6 @@
 
 #include "core/ending.h"
 #include "core/format.h"
-#include "core/number_forms.h"
 #include "core/output.h"
 #include "core/settings.h"
 #include "core/uncopied.h"
@@ -55,9 +55,13 @@ std::string_view sequence(char colour) {
     case 'y':
       return "\033[22;33m";
     default:
-      return "\033[01;37m";
+      // Bright white, and then what the terminal itself takes for its text: white is no colour on a light ground.
+      return "\033[01;37m\033[0m";
   }
 }
+
+// The first sequence leaves bold as it is, the second ends it.
+constexpr std::string_view kReset = "\033[39;49m\033[0m";
 
 bool is_wide() { return fwide(stdout, 0) > 0; }
 
@@ -119,12 +123,6 @@ std::optional<std::string> next_line() {
   return line;
 }
 
-std::string line_or_exit() {
-  std::optional<std::string> line = next_line();
-  if (!line) quiet_exit(1);
-  return *std::move(line);
-}
-
 /// Returns the length of the text.
 u64 write_piece(std::string_view text, char colour, std::string_view end) {
   print_call_count.fetch_add(1, std::memory_order_relaxed);
@@ -154,7 +152,7 @@ void reset_colours() {
   const OnePiece piece;
   erase_live_line();
   current_colour = ' ';
-  if (settings().colors_enabled) write_raw("\033[39;49m");
+  if (settings().colors_enabled) write_raw(kReset);
 }
 
 u64 print_padded(u64 width, std::string_view text, char colour) {
@@ -182,6 +180,15 @@ u64 label_value(std::string_view label, std::string_view value, char colour) {
 
 namespace {
 
+std::string line_or_exit() {
+  std::optional<std::string> line = next_line();
+  if (!line) {
+    println("\nThe input has ended before this was answered.", 'R');
+    quiet_exit(1);
+  }
+  return *std::move(line);
+}
+
 std::string_view without_blanks(std::string_view line) {
   const u64 begin = std::min(line.find_first_not_of(" \t\r"), line.size());
   return line.substr(begin, line.find_last_not_of(" \t\r") + 1 - begin);
@@ -189,26 +196,26 @@ std::string_view without_blanks(std::string_view line) {
 
 /// The number that the line is. What has something behind it is told; an answer without any number, or past 64 bits,
 /// is not.
-std::optional<u64> answered_number(std::string_view line) {
-  const Number number = parse_number(without_blanks(line), NumberForm::kCount);
+std::optional<u64> answered_number(std::string_view line, NumberForm form) {
+  const Number number = parse_number(without_blanks(line), form);
   if (number.is_whole() && !number.too_large) return number.value;
-  if (!number.read.empty() && !number.rest.empty()) println(number_refusal(number, NumberForm::kCount), 'R');
+  if (!number.read.empty() && !number.rest.empty()) println(number_refusal(number, form), 'R');
   return std::nullopt;
 }
 
 }  // namespace
 
-u64 read_number(std::string_view prompt, char colour) {
+u64 read_number(std::string_view prompt, char colour, NumberForm form) {
   for (;;) {
     print(prompt, colour == ' ' ? ' ' : 'w');
     set_colour(colour);
-    if (const std::optional<u64> value = answered_number(line_or_exit())) return *value;
+    if (const std::optional<u64> value = answered_number(line_or_exit(), form)) return *value;
   }
 }
 
-u64 read_bounded(std::string_view prompt, u64 low, u64 high, char colour) {
-  u64 value = read_number(prompt, colour);
-  while (value < low || value > high) value = read_number(prompt, colour);
+u64 read_bounded(std::string_view prompt, u64 low, u64 high, char colour, NumberForm form) {
+  u64 value = read_number(prompt, colour, form);
+  while (value < low || value > high) value = read_number(prompt, colour, form);
   if (colour != ' ') set_colour('w');
   return value;
 }
@@ -220,7 +227,7 @@ std::optional<u64> read_choice(std::string_view prompt, u64 low, u64 high, char 
     const std::string line = line_or_exit();
     if (colour != ' ') set_colour('w');
     if (without_blanks(line).empty()) return std::nullopt;
-    const std::optional<u64> value = answered_number(line);
+    const std::optional<u64> value = answered_number(line, NumberForm::kCount);
     if (value && low <= *value && *value <= high) return value;
   }
 }
@@ -231,6 +238,9 @@ std::string read_line(std::string_view prompt) {
 }
 
 void pause() {
+  const Settings& given = settings();
+  const bool asked_for = given.pause_given && given.pause_level >= -1;
+  if (!asked_for && !(isatty(STDIN_FILENO) && isatty(STDOUT_FILENO))) return;
   print("Press ENTER to continue . . .", ' ');
   next_line();
 }
@@ -277,8 +287,8 @@ class ConsoleOutput final : public Output {
 
 /// Only what a signal handler may do. The disposition is the default one again when it is called.
 void end_by_signal(int signal) {
-  constexpr std::string_view kReset = "\033[39;49m\n";
-  if (settings().colors_enabled && ::write(STDOUT_FILENO, kReset.data(), kReset.size()) < 0) {
+  if (settings().colors_enabled &&
+      (::write(STDOUT_FILENO, kReset.data(), kReset.size()) < 0 || ::write(STDOUT_FILENO, "\n", 1) < 0)) {
     // The terminal is gone.
   }
   raise(signal);
@@ -290,6 +300,14 @@ void install() {
   // Never destroyed: a thread may speak while the process ends.
   static ConsoleOutput* const console = new ConsoleOutput;
   set_output(console);
+}
+
+bool terminal_takes_colours() {
+  const char* const refused = getenv("NO_COLOR");
+  const char* const terminal = getenv("TERM");
+  if (refused != nullptr && *refused != '\0') return false;
+  if (terminal != nullptr && std::string_view(terminal) == "dumb") return false;
+  return isatty(STDOUT_FILENO) != 0;
 }
 
 void restore_colours_at_signals() {

@@ -1,11 +1,11 @@
 // Everything that the user sees or types goes through here.
 //
 // Colours  one letter each: R error, Y warning, G value, T menu entry, B blue, P magenta, lower case for the
-//          dim form, 'w' and any other letter the default text colour, ' ' no change. A colour stays until the
-//          next one is set. settings().colors_enabled = false writes no escape sequence at all.
+//          dim form, 'w' and any other letter the terminal's own text colour, ' ' no change. A colour stays until
+//          the next one is set. settings().colors_enabled = false writes no escape sequence at all.
 // Output   std::cout, or std::wcout if standard output has been put in wide orientation. Every call flushes.
-// Input    a prompt for ENTER returns at the end of input; any other reader then ends the program with
-//          status 1.
+// Input    a prompt for ENTER returns at the end of input; any other reader then says so and ends the program
+//          with status 1.
 // Threads  printing takes no lock; one call's text is written in one piece.
 // Below    the libraries include nothing of this: they speak through core/output.h, where install() puts the
 //          console.
@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "core/number_forms.h"
 #include "core/types.h"
 
 namespace orl::console {
@@ -36,17 +37,19 @@ u64 print_number(u64 width, u64 value, char colour = 'G');
 /// nothing.
 u64 label_value(std::string_view label, std::string_view value, char colour = 'G');
 
-/// Prints the prompt and reads a number of the form kCount (core/number_forms.h) in the colour given. Asks again
-/// when the line is none or does not fit 64 bits; a number with something behind it is told first.
-u64 read_number(std::string_view prompt, char colour = 'G');
+/// Prints the prompt and reads a number of the form (core/number_forms.h) in the colour given. Asks again when the
+/// line is none or does not fit 64 bits; a number with something behind it is told first.
+u64 read_number(std::string_view prompt, char colour = 'G', NumberForm form = NumberForm::kCount);
 /// read_number() until low <= value <= high, with no message; `high` of all ones is no bound. Then back to
 /// 'w', unless the colour is the blank.
-u64 read_bounded(std::string_view prompt, u64 low, u64 high, char colour = 'G');
+u64 read_bounded(std::string_view prompt, u64 low, u64 high, char colour = 'G',
+                 NumberForm form = NumberForm::kCount);
 /// As read_bounded, but an empty line gives nothing: the user's way back.
 std::optional<u64> read_choice(std::string_view prompt, u64 low, u64 high, char colour = 'G');
 /// A line without its end.
 std::string read_line(std::string_view prompt);
-/// "Press ENTER to continue . . .", then waits for a line or the end of input.
+/// "Press ENTER to continue . . .", then waits for a line or the end of input. Without a terminal at both ends it
+/// does nothing, unless the line asked for pauses.
 void pause();
 
 /// Number of print calls so far, of all threads.
@@ -62,6 +65,9 @@ void clear_live_line();
 
 /// Makes the console the output of the libraries (core/output.h). Every main that has a user calls it first.
 void install();
+
+/// Standard output is a terminal that takes colours: none named "dumb", and NO_COLOR is not set.
+bool terminal_takes_colours();
 
 /// From now on SIGINT, SIGQUIT and SIGTERM give a terminal its colours back before they end the process as
 /// they would have done. One that is ignored stays ignored.

@@ -168,7 +168,7 @@ void Exception::print() const {
   notice("\n", ' ');
   print_field("Exception Encountered: ", get_typename(), 'R');
   print_function(function_);
-  notice_line(message_, ' ');
+  notice_line(wrapped(message_), ' ');
   print_end();
 }
 

@@ -14,10 +14,7 @@ std::string format_with_commas(u64 value) {
 }
 
 std::string format_bytes(u64 bytes) {
-  std::string size = format_binary_size(bytes);
-  // The number takes five columns.
-  if (const auto blank = size.find(' '); blank < 5) size.insert(0, 5 - blank, ' ');
-  return format_with_commas(bytes) + " (" + size + ")";
+  return format_with_commas(bytes) + " (" + format_binary_size(bytes) + ")";
 }
 
 std::string format_binary_size(u64 bytes) {
@@ -45,6 +42,33 @@ std::string padded(std::string_view text, u64 width) {
   std::string result(text);
   if (result.size() < width) result.append(width - result.size(), ' ');
   return result;
+}
+
+std::string wrapped(std::string_view text, u64 margin) {
+  constexpr u64 kLineWidth = 79;
+  const std::string line_feed = "\n" + std::string(margin, ' ');
+  std::string lines;
+  u64 column = margin;
+  bool is_path = text.starts_with("Path: ");
+  while (!text.empty()) {
+    const u64 end = std::min(text.find_first_of(" \n", 1), text.size());
+    const std::string_view word = text.substr(0, end);  // with the blank or the line feed in front of it
+    text.remove_prefix(end);
+    if (word.front() == '\n') {
+      lines += line_feed;
+      lines += word.substr(1);
+      column = margin + word.size() - 1;
+      is_path = word == "\nPath:";
+    } else if (word.front() == ' ' && !is_path && column + word.size() > kLineWidth) {
+      lines += line_feed;
+      lines += word.substr(1);
+      column = margin + word.size() - 1;
+    } else {
+      lines += word;
+      column += word.size();
+    }
+  }
+  return lines;
 }
 
 }  // namespace orl

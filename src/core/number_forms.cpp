@@ -139,9 +139,9 @@ const char* how_to_write(NumberForm form) {
     case NumberForm::kInteger:
       return "Please enter a whole number.";
     case NumberForm::kCount:
-      return "Please enter a whole number, with K, M, B or T behind it for 10^3, 10^6, 10^9 or 10^12.";
+      return "Please enter a whole number; K, M, B and T are 10^3, 10^6, 10^9 and 10^12.";
     case NumberForm::kBytes:
-      return "Please enter a size such as 512 MB or 1.5 GB: K, M, G, T, P and E are 2^10 to 2^60.";
+      return "Please enter a size such as 512 MB or 1.5 GB; K to E are 2^10 to 2^60.";
   }
   return "";
 }

@@ -38,7 +38,7 @@ struct AllocationReport {
 
   /// Small pages, none of them locked, all of those sampled on one node.
   bool is_ordinary() const;
-  /// Labels with their colons, and values: "NUMA node 0:", "1,048,576 ( 1.00 MiB)".
+  /// Labels with their colons, and values: "NUMA node 0:", "1,048,576 (1.00 MiB)".
   std::vector<std::pair<std::string, std::string>> rows() const;
   void print() const;
 };

@@ -85,12 +85,12 @@ std::string StressSettings::refusal() const {
   if (cores.empty()) return "No logical cores are selected. Select at least one.";
   const u64 available = orl::available_memory_bytes();
   if (total_memory > available)
-    return "The test needs " + orl::format_bytes(total_memory) + " of memory, and " +
+    return "The test needs " + orl::format_bytes(total_memory) + " of memory,\nand " +
            orl::format_bytes(available) + " are available. Ask for less.";
   if (std::none_of(tests.begin(), tests.end(),
                    [&](const auto& test) { return test->enabled && test->plan(share_bytes()); }))
     return orl::format_bytes(total_memory) + " of memory for " + std::to_string(cores.size()) +
-           " thread(s) are too little for every selected test. Ask for more.";
+           " thread(s)\nare too little for every selected test. Ask for more.";
   return {};
 }
 

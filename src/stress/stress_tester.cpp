@@ -141,7 +141,7 @@ class StressRun {
       return processor_share(a) < processor_share(b);
     });
     const std::string share = orl::format_float(100 * processor_share(*least), 4) + " %";
-    console::label_value("  CPU: ", share, 'G');
+    console::label_value("\n        CPU: ", share, 'G');
     console::newline();
     if (!interrupted && processor_share(*least) < lowest_share_) {
       lowest_share_ = processor_share(*least);

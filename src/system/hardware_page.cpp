@@ -47,8 +47,8 @@ ReportSection caches(const std::string& root, u32 core) {
     std::string text = format_bytes(static_cast<u64>(*kilobytes) << 10);
     const auto ways = read_kernel_number(own + "ways_of_associativity");
     const auto line = read_kernel_number(own + "coherency_line_size");
-    if (ways.value_or(0) > 0) text += ", " + std::to_string(*ways) + " ways";
-    if (line.value_or(0) > 0) text += ", lines of " + std::to_string(*line) + " bytes";
+    if (ways.value_or(0) > 0) text += ", " + std::to_string(*ways) + "-way";
+    if (line.value_or(0) > 0) text += ", " + std::to_string(*line) + " B lines";
     const auto sharers = parse_id_list(read_kernel_line(own + "shared_cpu_list"));
     if (!sharers.empty()) text += ", cores " + id_list_text(sharers);
     section.rows.emplace_back(

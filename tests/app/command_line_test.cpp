@@ -133,10 +133,18 @@ TEST(Menu, AsksAgainAndEndsAtTheEndOfInput) {
 }
 
 TEST(Colours, ReachTheOutputOnlyWhenTheyAreOn) {
-  EXPECT_EQ(run_orvane({"about"}).output.find('\033'), std::string::npos);
-  const Outcome coloured = run(ORVANE_PROGRAM, {"pause:-2", "priority:0", "about"});
+  for (const char* word : {"about", "--help", "fly"})
+    EXPECT_EQ(run(ORVANE_PROGRAM, {"priority:0", word}).output.find('\033'), std::string::npos) << word;
+  const Outcome coloured =
+      run(ORVANE_PROGRAM, {"priority:0", "colors:1", "about"}, {.environment = {{"TERM", "dumb"}}});
   EXPECT_NE(coloured.output.find("\033[01;36m"), std::string::npos);
-  EXPECT_NE(coloured.output.find("\033[39;49m"), std::string::npos);
+  EXPECT_TRUE(coloured.output.ends_with("\033[39;49m\033[0m\n"));
+}
+
+TEST(Scripts, NeedNoWordsInFrontAndGetNoneAtTheStart) {
+  const Outcome failed = run(ORVANE_PROGRAM, {"priority:0", "quiet:1", "fly"});
+  EXPECT_EQ(failed.status, 1);
+  EXPECT_EQ(failed.output, "Invalid Parameter: fly\n\n");
 }
 
 TEST(Priority, ReachesTheScheduler) {

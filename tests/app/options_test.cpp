@@ -49,6 +49,8 @@ Settings settings_of(const ModeHolder& mode) { return settings_of(mode.current()
 Settings settings_of(const orl::Settings& s) {
   return {{"pause_level", std::to_string(s.pause_level)},
           {"pause_on_fatal", std::to_string(s.pause_on_fatal)},
+          {"pause_given", std::to_string(s.pause_given)},
+          {"quiet", std::to_string(s.quiet)},
           {"priority", std::to_string(s.thread_priority)},
           {"colours", std::to_string(s.colors_enabled)},
           {"pii", std::to_string(s.print_pii)},
@@ -151,19 +153,21 @@ TEST(Options, OfAComputationChangeTheirOwnSetting) {
 }
 
 TEST(Options, OfTheProgramChangeTheirOwnSetting) {
-  expect_effects<orl::Settings>(global_options(),
-                                {{{"pause:1"}, {{"pause_level", "1"}}},
-                                 {{"pause:-1"}, {{"pause_level", "-1"}}},
-                                 {{"pause:-2"}, {{"pause_level", "-2"}, {"pause_on_fatal", "0"}}},
-                                 {{"priority:5"}, {{"priority", "5"}}},
-                                 {{"priority:-5"}, {{"priority", "-5"}}},
-                                 {{"colors:0"}, {{"colours", "0"}}},
-                                 {{"colors:1"}, {{"colours", "1"}}, {"colors:0"}},
-                                 {{"PII:1"}, {{"pii", "1"}}},
-                                 {{"PII:0"}, {}, {"PII:1"}},
-                                 {{"PII:-1"}, {{"pii", "0"}}, {"PII:1"}},
-                                 {{"height:9"}, {}},
-                                 {{"skip-warnings"}, {{"skip", "1"}}}});
+  expect_effects<orl::Settings>(
+      global_options(),
+      {{{"pause:1"}, {{"pause_level", "1"}, {"pause_given", "1"}}},
+       {{"pause:-1"}, {{"pause_level", "-1"}, {"pause_given", "1"}}},
+       {{"pause:-2"}, {{"pause_level", "-2"}, {"pause_on_fatal", "0"}, {"pause_given", "1"}}},
+       {{"priority:5"}, {{"priority", "5"}}},
+       {{"priority:-5"}, {{"priority", "-5"}}},
+       {{"colors:0"}, {{"colours", "0"}}},
+       {{"colors:1"}, {{"colours", "1"}}, {"colors:0"}},
+       {{"PII:1"}, {{"pii", "1"}}},
+       {{"PII:0"}, {}, {"PII:1"}},
+       {{"PII:-1"}, {{"pii", "0"}}, {"PII:1"}},
+       {{"height:9"}, {}},
+       {{"quiet:yes"}, {{"quiet", "1"}}},
+       {{"skip-warnings"}, {{"skip", "1"}}}});
 }
 
 TEST(Options, OfTheOtherActionsChangeTheirOwnSetting) {

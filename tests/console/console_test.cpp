@@ -26,7 +26,7 @@ TEST(Console, EveryColourLetterHasItsSequence) {
   EXPECT_EQ(result.output,
             "\033[01;34mx\033[01;32mx\033[01;35mx\033[01;31mx\033[01;36mx\033[01;33mx"
             "\033[22;34mx\033[22;32mx\033[22;35mx\033[22;31mx\033[22;36mx\033[22;33mx"
-            "\033[01;37mx\033[01;37mxx\033[39;49m");
+            "\033[01;37m\033[0mx\033[01;37m\033[0mxx\033[39;49m\033[0m");
 }
 
 TEST(Console, NoEscapeSequenceGoesOutWithColoursOff) {
@@ -37,6 +37,7 @@ TEST(Console, NoEscapeSequenceGoesOutWithColoursOff) {
     console::print_padded(5, "d", 'T');
     console::print_number(6, 1234, 'G');
     console::read_bounded("? ", 0, 7, 'G');
+    settings().pause_given = true;
     console::pause();
     console::reset_colours();
     return 0;
@@ -76,7 +77,7 @@ TEST(ConsoleReaders, BoundedReaderAsksAgainWithoutAWord) {
   EXPECT_EQ(
       result.output,
       "option: option: option: option: option: option: \"7\" was read, but not the \" seven\" behind it.\n"
-      "Please enter a whole number, with K, M, B or T behind it for 10^3, 10^6, 10^9 or 10^12.\noption: ");
+      "Please enter a whole number; K, M, B and T are 10^3, 10^6, 10^9 and 10^12.\noption: ");
 }
 
 TEST(ConsoleReaders, AllOnesIsNoBound) {
@@ -94,7 +95,7 @@ TEST(ConsoleReaders, ColourOfANumberIsTakenBackUnlessItIsTheBlank) {
     console::read_bounded("b", 0, 7, ' ');
     return 0;
   });
-  EXPECT_EQ(result.output, "\033[01;37ma\033[01;32m\033[01;37mb");
+  EXPECT_EQ(result.output, "\033[01;37m\033[0ma\033[01;32m\033[01;37m\033[0mb");
 }
 
 TEST(ConsoleReaders, EndOfInputEndsTheProgramExceptAtThePromptForEnter) {
@@ -103,12 +104,13 @@ TEST(ConsoleReaders, EndOfInputEndsTheProgramExceptAtThePromptForEnter) {
     return 5;
   });
   EXPECT_EQ(enter.status, 5);
+  EXPECT_EQ(enter.output, "");  // nobody is there to press it
   const ChildResult number = run_child("99\n", [] {
     console::read_bounded("? ", 0, 7);
     return 5;
   });
   EXPECT_EQ(number.status, 1);
-  EXPECT_EQ(number.output, "? ? ");  // no second prompt for ENTER
+  EXPECT_EQ(number.output, "? ? \nThe input has ended before this was answered.\n");  // no prompt for ENTER
   const ChildResult line = run_child("", [] {
     console::read_line("path: ");
     return 5;

@@ -25,6 +25,7 @@ constexpr const char* kPrompt = "Press ENTER to continue . . .";
 bool asks(int status, s32 pause_level) {
   const ChildResult result = run_child("", [&]() -> int {
     settings().pause_level = pause_level;
+    settings().pause_given = true;
     leave(status);
   });
   EXPECT_EQ(result.status, status);
@@ -64,18 +65,20 @@ std::string output_at(int signal) {
 }
 
 TEST(Ending, SignalGivesTheTerminalItsColoursBack) {
-  for (const int signal : {SIGINT, SIGTERM}) EXPECT_EQ(output_at(signal), "\033[01;31min red\033[39;49m\r\n");
+  for (const int signal : {SIGINT, SIGTERM})
+    EXPECT_EQ(output_at(signal), "\033[01;31min red\033[39;49m\033[0m\r\n");
 }
 
 TEST(Ending, FatalErrorSpeaksAsksAndFails) {
   const auto fail = [](bool ask) {
     return run_child("\n", [=]() -> int {
       settings().pause_on_fatal = ask;
+      settings().pause_given = true;
       settings().colors_enabled = true;
       fatal_error("Base Conversion Failed");
     });
   };
-  const std::string words = "\033[01;31mBase Conversion Failed\n\033[39;49m";
+  const std::string words = "\033[01;31mBase Conversion Failed\n\033[39;49m\033[0m";
   EXPECT_EQ(fail(false).output, words);
   EXPECT_EQ(fail(false).status, 1);
   EXPECT_EQ(fail(true).output, words + kPrompt);
@@ -105,6 +108,7 @@ TEST(Ending, FailingWorkerEndsTheProcessWhileTheMainThreadWaitsForIt) {
 
 TEST(Ending, OfManyFailingThreadsOneEndsTheProcess) {
   const ChildResult result = run_child("", [] {
+    settings().pause_given = true;
     std::vector<std::thread> threads;
     for (int i = 0; i < 8; i++) threads.emplace_back([] { fatal_exit(1); });
     for (std::thread& thread : threads) thread.join();

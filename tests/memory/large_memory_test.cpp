@@ -267,12 +267,12 @@ TEST(AllocationReport, ShowsTheNodes) {
   report.locked_bytes = 5;
   EXPECT_FALSE(report.is_ordinary());
   EXPECT_EQ(testing_parallel::screen_of("", [&] { report.print(); }),
-            "    Total Bytes:        6,291,456 ( 6.00 MiB)\n"
+            "    Total Bytes:        6,291,456 (6.00 MiB)\n"
             "    Page Size:          4,096\n"
-            "    Large Page Bytes:   0 (    0 bytes)\n"
-            "    Locked Bytes:       5 (    5 bytes)\n"
-            "    NUMA node 0:        2,097,152 ( 2.00 MiB)\n"
-            "    NUMA node 12:       4,194,304 ( 4.00 MiB)\n");
+            "    Large Page Bytes:   0 (0 bytes)\n"
+            "    Locked Bytes:       5 (5 bytes)\n"
+            "    NUMA node 0:        2,097,152 (2.00 MiB)\n"
+            "    NUMA node 12:       4,194,304 (4.00 MiB)\n");
 }
 
 TEST(MmapAllocator, SettingsSurviveTheTrip) {

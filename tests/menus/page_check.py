@@ -25,7 +25,7 @@ class Matching(unittest.TestCase):
         self.assertTrue(self.fits("Digits:   <number>", "Digits:            1,000"))
         self.assertFalse(self.fits("Digits:   <number>", "Digits:            none"))
         self.assertFalse(self.fits("Digits:<number>", "Digits: 1"))
-        self.assertTrue(self.fits("<bytes> of <any>", "1,024 ( 1.00 KiB) of x"))
+        self.assertTrue(self.fits("<bytes> of <any>", "1,024 (1.00 KiB) of x"))
         self.assertFalse(self.fits("<bytes>", "1024"))
         self.assertTrue(self.fits("<date>", "Sat Nov  1 16:10:38 2025"))
         self.assertFalse(self.fits("<seconds>", "12"))

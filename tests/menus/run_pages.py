@@ -12,6 +12,7 @@ import concurrent.futures
 import fnmatch
 import os
 import pathlib
+import re
 import shutil
 import signal
 import subprocess
@@ -26,6 +27,7 @@ import page as pages  # noqa: E402
 
 FIXED = ["pause:-2", "priority:0", "colors:0", "skip-warnings"]
 CUT_SECONDS = 1.0
+COLUMNS = 80
 # A process that is started while a copy is being written holds it open, and the copy could not be run.
 COPY_OR_START = threading.Lock()
 
@@ -120,6 +122,14 @@ def check_files(place, run, faults):
         faults += [f"'{name}' was written" for name in named(names, pattern)]
 
 
+def wide_lines(screen):
+    """Lines that a terminal of 80 columns would break. Names of files and records of a run are as long as they are;
+    a prompt ends its line where somebody types."""
+    return [f"{len(line)} columns: {line}" for line in (re.sub("<esc>[^m]*m", "", line) for line in screen)
+            if len(re.sub(r"^((option|offset): |.* = )+", "", line)) > COLUMNS
+            and not re.search(r"<folder>|/|<cr>|^Validation File: |^(Dec|Hex) Counts: |^ +(Flags|Serial Number): |^Results File: |, cores ", line)]
+
+
 def play(page, program, update):
     """Runs a page. Returns its faults, as texts."""
     faults, screens = [], []
@@ -143,6 +153,7 @@ def play(page, program, update):
             if not update and not pages.matches(expected, seen):
                 faults.append(pages.difference(expected, seen, "screen"))
             check_files(place, run, faults)
+            faults += wide_lines(seen)
     if update:
         page.write_screens(screens)
     return faults

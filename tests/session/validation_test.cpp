@@ -91,8 +91,8 @@ TEST(ValidationFile, HoldsItsSectionsInOrder) {
            "Hexadecimal Digits:    160\r\n",
            "Computation Mode:      Ram Only\r\n",
            "Threading Mode:        None\r\n",
-           "Working Memory:        4,096 ( 4.00 KiB)\r\n",
-           "Total Memory:          5,120 ( 5.00 KiB)\r\n",
+           "Working Memory:        4,096 (4.00 KiB)\r\n",
+           "Total Memory:          5,120 (5.00 KiB)\r\n",
            "Logical Peak Disk Usage:       10",
            "Logical Disk Bytes Read:       20",
            "Logical Disk Bytes Written:    30",
@@ -207,8 +207,8 @@ TEST(Validator, AnswersByVersionAndForm) {
   EXPECT_EQ(outcome(closed_again(replaced(text, "Hex Counts: 10 10", "Hex Counts: 10 11"))),
             Validation::kTampered);
   EXPECT_EQ(outcome(closed_again(replaced(text, "Event Log:", "Log:"))), Validation::kTampered);
-  const std::string working = "Working Memory:        4,096 ( 4.00 KiB)\r\n",
-                    total = "Total Memory:          5,120 ( 5.00 KiB)\r\n";
+  const std::string working = "Working Memory:        4,096 (4.00 KiB)\r\n",
+                    total = "Total Memory:          5,120 (5.00 KiB)\r\n";
   EXPECT_EQ(outcome(closed_again(replaced(text, working + total, total + working))), Validation::kTampered);
   EXPECT_EQ(outcome(closed_again(replaced(text, "User:  ", "User "))), Validation::kTampered);
 }

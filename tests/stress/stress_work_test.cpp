@@ -186,7 +186,8 @@ TEST(StressSettings, SayWhyATestCannotRun) {
   EXPECT_EQ(settings.refusal(), "No Tests Enabled.");
   settings.enable_all(true);
   settings.total_memory = orl::available_memory_bytes() / 2 * 3;
-  const std::string needs = "The test needs " + orl::format_bytes(settings.total_memory) + " of memory, and ";
+  const std::string needs =
+      "The test needs " + orl::format_bytes(settings.total_memory) + " of memory,\nand ";
   EXPECT_EQ(settings.refusal().find(needs), 0u) << settings.refusal();
   settings.total_memory = 1;
   EXPECT_NE(settings.refusal(), "");

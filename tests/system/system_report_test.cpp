@@ -136,8 +136,8 @@ TEST_F(SystemReport, DescribesTheMachine) {
   EXPECT_EQ(read("Motherboard:", "Serial Number:"),
             "Suppressed - Personally identifiable information is opt-in only.");
   EXPECT_EQ(read("Motherboard:", "Serial Number:", true), "S-77");
-  EXPECT_EQ(read("Memory:", "Usable Memory:"), "16,384,000,000 ( 15.3 GiB)");
-  EXPECT_EQ(read("Memory:", "Total Memory:"), "17,179,869,184 ( 16.0 GiB)");
+  EXPECT_EQ(read("Memory:", "Usable Memory:"), "16,384,000,000 (15.3 GiB)");
+  EXPECT_EQ(read("Memory:", "Total Memory:"), "17,179,869,184 (16.0 GiB)");
   EXPECT_EQ(read("Memory:", "DIMM:"), "8.00 GiB DDR5 4800 MT/s, DIMM_A1, Maker, PART-1");
   machine_.put("sys/devices/system/cpu/cpu2/cpufreq/base_frequency", "2300000\n");
   EXPECT_EQ(read("Processor(s):", "Base Frequency:"), "2.300 GHz");
@@ -157,7 +157,7 @@ TEST_F(SystemReport, FillsGapsFromOtherSources) {
   EXPECT_EQ(read("Motherboard:", "Manufacturer:"), "Cloud");
   EXPECT_EQ(read("Motherboard:", "Model:"), "VM");
   EXPECT_EQ(read("Motherboard:", "Serial Number:", true), "Not Available");
-  EXPECT_EQ(read("Memory:", "Total Memory:"), "268,435,456 (  256 MiB)");
+  EXPECT_EQ(read("Memory:", "Total Memory:"), "268,435,456 (256 MiB)");
   EXPECT_EQ(read("Memory:", "DIMM:"), "Not Available");
 }
 
@@ -184,9 +184,9 @@ TEST(HardwareSections, DescribeCachesNodesPagesAndClocks) {
       .put("sys/devices/system/clocksource/clocksource0/current_clocksource", "hpet\n");
   const auto sections = read_hardware_sections(machine.root(), small_topology());
   EXPECT_EQ(value(sections, "Caches of Core 2:", "L1 Data:"),
-            "49,152 ( 48.0 KiB), 12 ways, lines of 64 bytes, cores 2,4");
-  EXPECT_EQ(value(sections, "NUMA Nodes:", "Node 0:"), "cores 2-5, memory 0 (    0 bytes)");
-  EXPECT_EQ(value(sections, "NUMA Nodes:", "Node 1:"), "cores none, memory 0 (    0 bytes)");
+            "49,152 (48.0 KiB), 12-way, 64 B lines, cores 2,4");
+  EXPECT_EQ(value(sections, "NUMA Nodes:", "Node 0:"), "cores 2-5, memory 0 (0 bytes)");
+  EXPECT_EQ(value(sections, "NUMA Nodes:", "Node 1:"), "cores none, memory 0 (0 bytes)");
   EXPECT_EQ(value(sections, "Memory Pages:", "Transparent Huge Pages:"), "madvise");
   EXPECT_EQ(value(sections, "Memory Pages:", "Pages of 2048 KiB:"), "12 reserved, 7 free");
   EXPECT_EQ(value(sections, "Memory Pages:", "Pages of 1048576 KiB:"), "0 reserved, 0 free");
