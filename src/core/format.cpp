@@ -48,25 +48,19 @@ std::string wrapped(std::string_view text, u64 margin) {
   constexpr u64 kLineWidth = 79;
   const std::string line_feed = "\n" + std::string(margin, ' ');
   std::string lines;
-  u64 column = margin;
-  bool is_path = text.starts_with("Path: ");
-  while (!text.empty()) {
-    const u64 end = std::min(text.find_first_of(" \n", 1), text.size());
-    const std::string_view word = text.substr(0, end);  // with the blank or the line feed in front of it
-    text.remove_prefix(end);
-    if (word.front() == '\n') {
-      lines += line_feed;
-      lines += word.substr(1);
-      column = margin + word.size() - 1;
-      is_path = word == "\nPath:";
-    } else if (word.front() == ' ' && !is_path && column + word.size() > kLineWidth) {
-      lines += line_feed;
-      lines += word.substr(1);
-      column = margin + word.size() - 1;
-    } else {
-      lines += word;
-      column += word.size();
+  for (bool first = true; first || !text.empty(); first = false) {
+    std::string_view line = text.substr(0, text.find('\n'));
+    text.remove_prefix(std::min(text.size(), line.size() + 1));
+    if (!first) lines += line_feed;
+    const bool names_path = line.starts_with("Path: ") || line.starts_with('"');
+    while (!names_path && margin + line.size() > kLineWidth) {
+      u64 end = line.rfind(' ', kLineWidth - margin);
+      if (end == std::string_view::npos) end = std::min(line.find(' '), line.size());
+      lines.append(line.substr(0, end));
+      line.remove_prefix(std::min(line.size(), end + 1));
+      if (!line.empty()) lines += line_feed;
     }
+    lines += line;
   }
   return lines;
 }

@@ -20,7 +20,8 @@ std::string format_float(double value, u32 digits);
 /// The text with blanks behind it up to `width` bytes; a longer text as it stands.
 std::string padded(std::string_view text, u64 width);
 /// The text in lines of at most 79 columns, broken at blanks; all but the first begin with `margin` blanks, and the
-/// first stands behind as many. A line of "Path: " stands as it is.
+/// first stands behind as many. A line that begins with "Path: " or a quoted
+/// name stands as it is.
 std::string wrapped(std::string_view text, u64 margin = 0);
 
 }  // namespace orl

@@ -55,7 +55,7 @@ std::string memory_refusal(u64 needed_bytes) {
   const u64 available = orl::available_memory_bytes();
   if (needed_bytes <= available) return {};
   return "This size needs " + orl::format_bytes(needed_bytes) + " of memory.\nThis machine has " +
-         orl::format_bytes(orl::total_memory_bytes()) + ", of which " + orl::format_bytes(available) +
+         orl::format_bytes(orl::total_memory_bytes()) + ",\nof which " + orl::format_bytes(available) +
          " are available.\nChoose a smaller size, or end what else uses memory.";
 }
 

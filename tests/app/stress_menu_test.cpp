@@ -20,7 +20,7 @@ TEST(StressMenu, TogglesCores) {
       orl::test::run_child("1\n" + first + "\n" + more + "\n\n1\n" + first + "\n\n", stress_menu);
   EXPECT_EQ(child.status, 1) << "the input ends";
   std::string screen = child.output;
-  const std::string label = "Logical Cores:            ",
+  const std::string label = "Logical Cores:          ",
                     fewer = std::to_string(orl::topology().cores.size() - 1);
   const std::vector<std::string> parts = {label + total + " of " + total,
                                           "Pin threads to the following cores in a round-robin fashion.\r\n",
