@@ -250,7 +250,7 @@ int main_menu() {
   } rows[] = {
       {"  0         Benchmark Pi  (all in ram)", 'T'},
       {"  1         Component Stress Tester", 'T'},
-      {"  2         Run I/O Performance Analysis", 'T', kToCome},
+      {"  2         Run I/O Performance Analysis", 'T'},
       {"  3         Custom Compute a Constant", 'Y'},
       {"                -   Compute other constants (e, Golden Ratio, etc...)", 'Y'},
       {"                -   Choose your own settings (use disk for large computations)", 'Y',
