@@ -1,17 +1,17 @@
 // The arithmetic-geometric mean: a' = (a + b) / 2, b' = sqrt(a b) until a and b agree.
 //
-// Precision  a result of precision p has a relative error of a few dozen W^-(p+1): every step adds a few, and neither mean
-//            makes those of its operands larger.
+// Precision  a result of precision p has a relative error of a few dozen W^-(p+1): every step adds a few, and
+//            neither mean makes those of its operands larger.
 // Steps      log2 of p words in bits, and log2(ln(a / b)) before them.
-// Products   while a and b are far apart b' is the root of a b. Then the squares A and B of a and b are kept, and B' = a b
-//            comes from them, 2 A' - (A + B) / 2: a square in place of a product (A. Schoenhage, in his "Fast
-//            Algorithms", 1994). Where a > 4 b that would cost places.
+// Products   the product a b is made while b < a / 4. Then the squares A and B of a and b are kept, and a b comes from
+//            them as 2 A' - (A + B) / 2, A' being the square of a': a square in place of a product. Before, the
+//            difference would cost places (A. Schoenhage, A. Grotefeld, E. Vetter, "Fast Algorithms", 1994).
 // End        with t bits from the top of a down to that of a - b, their arithmetic mean is the limit but for a factor
 //            1 + 2^(-2t-2): AGM(a, b) = m (1 - (d/m)^2/16 - ...), m = (a + b)/2, d = a - b.
-// Proof      the product of each step by its hash, the root by its residual; both read the hashes that the step before has
-//            left, and the arithmetic means carry theirs on. What is returned has been compared with its hash.
-// Source     C. F. Gauss, "Bestimmung der Anziehung eines elliptischen Ringes", 1818. R. Brent, "Multiple-precision zero-finding methods and
-//            the complexity of elementary function evaluation", 1976.
+// Proof      each product and square by its hash, each root by its residual; they compare what the step before has
+//            left with its hash, and sums, halves and differences carry theirs on. So is the result compared.
+// Source     C. F. Gauss, "Bestimmung der Anziehung eines elliptischen Ringes", 1818. R. Brent, "Multiple-precision
+//            zero-finding methods and the complexity of elementary function evaluation", 1976.
 #pragma once
 
 #include "functions/proved.h"

@@ -14,8 +14,7 @@ namespace log_agm {
 
 inline constexpr const char* kFunction = "Log_AGM_BigFloatR::run()";
 
-/// Words that a difference of two numbers near ln s costs, and the errors of the steps: 41 bits, 16 bits for x near 1, a few
-/// for the steps.
+/// Words that the difference of two numbers near ln s costs, 41 bits, and that x near 1 does, 16 bits.
 template <class W>
 inline constexpr u64 kGuardWords = sizeof(W) == 4 ? 3 : 2;
 

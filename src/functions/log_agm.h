@@ -4,10 +4,12 @@
 //
 // which is 4 / s with s = W^m / x; the error of Pi / (2 AGM(1, 4/s)) - ln s is (4 / s^2)(ln s - 1) + O(ln s / s^4).
 //
-// Precision  result: relative error below W^-p. c = -log2|x - 1| for x near 1, else 0. Both sides of the difference are near
-//            ln s, so log2(ln s) + c bits of them cancel: the steps keep two words more of 64 bits or three of 32, which are enough
-//            for c < 16 and ln s < 2^41, and `near_one_words` more. s is W^(p/2 + 1) at least, and W^(near_one_words / 2) more.
-// Source     E. Salamin 1976, in M. Beeler, R. Gosper, R. Schroeppel, "HAKMEM", item 143; J. and P. Borwein, "Pi and the AGM", 1987.
+// Precision  the relative error of a result is below W^-p. With c = -log2|x - 1| for x near 1, else 0, log2(ln s) + c
+//            bits of the difference cancel. The steps keep two words more of 64 bits or three of 32, which is enough
+//            for c < 16 and ln s < 2^41, and `near_one_words` more. s is W^(p/2 + 1) at least, and
+//            W^(near_one_words / 2) more.
+// Source     E. Salamin, in M. Beeler, R. Gosper, R. Schroeppel, "HAKMEM", 1972, item 143. J. and P. Borwein, "Pi and
+//            the AGM", 1987.
 #pragma once
 
 #include "functions/agm.h"

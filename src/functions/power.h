@@ -1,8 +1,8 @@
-// Powers of a number with a whole exponent: squares from the top bit of the exponent down, and a product by x where a bit
-// is set. The transform of x is made once.
+// Powers of a number with a whole exponent: squares from the top bit of the exponent down, and a product by x where a
+// bit is set. The transform of x is made once.
 //
-// Precision  relative error below W^-p for any exponent: an error grows as the exponent, so the steps keep as many bits more as
-//            the exponent has.
+// Precision  the relative error is below W^-p for any exponent: it grows as the exponent, so the steps keep as many
+//            bits more as an exponent may have.
 // Proof      every product is made whole and has the hash that follows from those of its operands.
 #pragma once
 
