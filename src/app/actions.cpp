@@ -16,6 +16,7 @@
 #include "core/exceptions.h"
 #include "core/settings.h"
 #include "menus/report_page.h"
+#include "session/digit_check.h"
 #include "session/validation_file.h"
 #include "stress/stress_tester.h"
 #include "system/machine.h"
@@ -143,6 +144,16 @@ int run_digit_viewer(Line&) {
 }
 int run_validate(Line&) { return run_validator(); }
 
+int run_check_digits(Line& line) {
+  line.take();
+  if (line.at_end()) throw InvalidParametersException("checkdigits", "Please specify a file of digits.");
+  const auto reader = orl::open_digits(line.take());
+  if (line.at_end()) return run_pi_proof(*reader);
+  const std::string report = line.take();
+  if (!line.at_end()) return invalid_parameter(line.key());
+  return run_digit_check(*reader, report);
+}
+
 int run_about(Line& line) {
   line.take();
   if (!is_at_end(line)) return 1;
@@ -178,6 +189,11 @@ constexpr Action kActions[] = {
     {"validate", "validate",
      "Checks a validation file: asks for its path; status 0 if it is as the program wrote it.",
      "orvane validate", run_validate},
+    {"checkdigits", "checkdigits FILE [REPORT]",
+     "Checks all digits of a file or a set against the validation file of its run; without one, the last "
+     "hexadecimal "
+     "digits of Pi by another formula.",
+     "orvane checkdigits digits/pi.txt report.txt", run_check_digits},
     {"config", "config FILE", "Runs a configuration file; .cfg is added to a name without a point.",
      "orvane config pi-1b.cfg", run_config},
 };

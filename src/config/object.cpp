@@ -74,7 +74,8 @@ void Object::add_string(std::string key, std::string value, std::string node_com
 }
 
 void Object::add_bool(std::string key, bool value, std::string node_comment) {
-  add_string(std::move(key), value ? "true" : "false", std::move(node_comment));
+  insert("Object::add_bool()", std::move(key), std::make_unique<String>(value ? "true" : "false", true),
+         std::move(node_comment));
 }
 
 void Object::add_array(std::string key, std::unique_ptr<Array> array, std::string node_comment) {
@@ -175,7 +176,7 @@ std::unique_ptr<Value> copy_of(const Value& value) {
       copy = std::make_unique<Integer>(value.as_integer("").value, value.as_integer("").unit);
       break;
     case ValueKind::kString:
-      copy = std::make_unique<String>(value.as_string("").value);
+      copy = std::make_unique<String>(value.as_string("").value, value.as_string("").truth);
       break;
     case ValueKind::kArray: {
       auto array = std::make_unique<Array>();

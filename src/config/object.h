@@ -74,8 +74,10 @@ class Integer final : public Value {
 class String final : public Value {
  public:
   /// Any bytes; the text form refuses a byte of zero when it is written.
-  explicit String(std::string text) : Value(ValueKind::kString), value(std::move(text)) {}
+  explicit String(std::string text, bool is_truth = false)
+      : Value(ValueKind::kString), value(std::move(text)), truth(is_truth) {}
   std::string value;
+  bool truth;  ///< "true" or "false" as a boolean, which JSON writes bare
 };
 
 class Array final : public Value {

@@ -103,9 +103,20 @@ class Parser {
         fail("Unexpected '}'.");
       case ']':
         fail("Unexpected ']'.");
-      default:
-        return std::make_unique<Integer>(parse_integer());
+      case 't':
+        if (json()) return parse_truth("true");
+        break;
+      case 'f':
+        if (json()) return parse_truth("false");
+        break;
     }
+    return std::make_unique<Integer>(parse_integer());
+  }
+
+  std::unique_ptr<Value> parse_truth(std::string_view word) {
+    for (const char c : word)
+      if (take() != c) fail("Expected true or false.");
+    return std::make_unique<String>(std::string(word), true);
   }
 
   [[noreturn]] void refuse_comma() const {

@@ -62,7 +62,8 @@ class Writer {
         side_comment(value.comment, indent);
         return;
       case ValueKind::kString:
-        text_ += quoted(value.as_string("").value);
+        text_ += json_ && value.as_string("").truth ? value.as_string("").value
+                                                    : quoted(value.as_string("").value);
         side_comment(value.comment, indent);
         return;
       case ValueKind::kArray:

@@ -248,8 +248,9 @@ void pause() {
 u64 print_calls() { return print_call_count.load(std::memory_order_relaxed); }
 
 void show_live_line(std::string_view label, std::string_view value, std::string_view tail, char colour) {
-  if (!at_line_start || !isatty(STDOUT_FILENO)) return;
+  if (!isatty(STDOUT_FILENO)) return;
   const OnePiece piece;
+  if (!at_line_start) return;
   const char before = current_colour;
   write_raw("\r");
   write_colour('w');
@@ -267,6 +268,15 @@ void show_live_line(std::string_view label, std::string_view value, std::string_
     live_length = old_length;
   }
   write_colour(before);
+}
+
+bool print_line_between(std::string_view text) {
+  const OnePiece piece;
+  if (!at_line_start) return false;
+  erase_live_line();
+  write_text(text);
+  write_text("\n");
+  return true;
 }
 
 void clear_live_line() {

@@ -62,6 +62,8 @@ u64 print_calls();
 void show_live_line(std::string_view label, std::string_view value = {}, std::string_view tail = {},
                     char colour = 'G');
 void clear_live_line();
+/// Prints a line of its own, unless the cursor stands behind some text: then false.
+bool print_line_between(std::string_view text);
 
 /// Makes the console the output of the libraries (core/output.h). Every main that has a user calls it first.
 void install();

@@ -35,6 +35,12 @@ std::string date_of_now(const char* form) {
 
 constexpr const char* kDateForm = "%a %b %e %H:%M:%S %Y";
 
+// strftime has no colon between the hours and the minutes of a zone.
+std::string iso_date_of_now() {
+  std::string date = date_of_now("%Y-%m-%dT%H:%M:%S%z");
+  return date.insert(date.size() - 2, ":");
+}
+
 }  // namespace
 
 double monotonic_seconds() {
@@ -48,7 +54,10 @@ std::string seconds_text(double seconds) {
 }
 
 RunTimer::RunTimer()
-    : start_wall_(monotonic_seconds()), last_stage_(start_wall_), start_date_(date_of_now(kDateForm)) {
+    : start_wall_(monotonic_seconds()),
+      last_stage_(start_wall_),
+      start_date_(date_of_now(kDateForm)),
+      iso_start_date_(iso_date_of_now()) {
   std::tie(start_user_, start_kernel_) = processor_seconds();
 }
 
@@ -66,6 +75,7 @@ void RunTimer::stop() {
   user_ = user - start_user_;
   kernel_ = kernel - start_kernel_;
   end_date_ = date_of_now(kDateForm);
+  iso_end_date_ = iso_date_of_now();
   end_stamp_ = date_of_now("%Y%m%d-%H%M%S");
 }
 

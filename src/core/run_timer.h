@@ -35,6 +35,9 @@ class RunTimer {
   /// "Sat Nov 21 09:24:13 2026"
   const std::string& start_date() const { return start_date_; }
   const std::string& end_date() const { return end_date_; }
+  /// The dates by ISO 8601, with the zone's difference from UTC: "2026-11-21T09:24:13+01:00".
+  const std::string& iso_start_date() const { return iso_start_date_; }
+  const std::string& iso_end_date() const { return iso_end_date_; }
   /// The end as names of files hold it, "20261121-092413".
   const std::string& end_stamp() const { return end_stamp_; }
   /// All stages of this name together.
@@ -43,7 +46,7 @@ class RunTimer {
  private:
   double start_wall_, start_user_, start_kernel_, last_stage_;
   double wall_ = 0, user_ = 0, kernel_ = 0;
-  std::string start_date_, end_date_, end_stamp_;
+  std::string start_date_, end_date_, iso_start_date_, iso_end_date_, end_stamp_;
   std::vector<std::pair<std::string, double>> stages_;
 };
 

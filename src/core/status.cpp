@@ -193,6 +193,12 @@ void LinearNode::compose(Line& line, u32 width) const {
   label.finish();
 }
 
+double LinearNode::stated_fraction() const {
+  for (u32 i = 0; i < std::min(depth_, kMaxStatusFrames); i++)
+    if (frames_[i].progress >= 0) return frames_[i].progress;
+  return -1;
+}
+
 StatusTree LinearNode::tree() const {
   StatusTree tree;
   tree.completed = completed_;

@@ -135,6 +135,14 @@ class LinearNode : public StatusNode {
   /// What there is to show, outermost frame first, cut to `width` characters, at most 255.
   void compose(Line& line, u32 width) const;
   u32 depth() const { return depth_; }
+  /// There is something to show: a frame or a count.
+  bool has_line() const { return depth_ != 0 || count_.shown; }
+  /// The innermost frame has changed what it shows: no count stands in its place any more.
+  void hide_count() { count_.shown = false; }
+  /// The outermost frame; null without one.
+  const StatusRecord* outermost() const { return depth_ != 0 ? frames_ : nullptr; }
+  /// The fraction of the outermost frame that states one; below 0 when none does.
+  double stated_fraction() const;
   StatusTree tree() const;
   [[noreturn]] void refuse(const char* operation, const char* message) const;
 

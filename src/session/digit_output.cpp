@@ -110,8 +110,7 @@ void digit_pass(const OutputContext& context, const DigitWords& number, DigitWri
 
   DigitStats stats(number.radix);
   stats.hash = number.integer_part;
-  std::optional<orl::DigitHasher> hasher;
-  if (number.radix == 10) hasher.emplace(1);
+  orl::DigitHasher hasher(1);
   // Counts what a buffer holds, then fills it from `word` on.
   const auto renew = [&](Block& block, u64 word, orl::ParallelContext parallel) {
     stats.append(block.digits, block.count, parallel);
@@ -129,7 +128,7 @@ void digit_pass(const OutputContext& context, const DigitWords& number, DigitWri
         context.parallel,
         [&] {
           result.last_digits.set(number.radix, block.digits, block.count);
-          if (hasher) hasher->append(block.digits, block.count);
+          hasher.append(block.digits, block.count);
         },
         [&](orl::ParallelContext parallel) {
           if (writer) writer->store_digits(block.digits, block.begin, block.count, window, parallel);
@@ -143,7 +142,7 @@ void digit_pass(const OutputContext& context, const DigitWords& number, DigitWri
   for (const Block& block : blocks) stats.append(block.digits, block.count, context.parallel);
   result.counts = stats.counts;
   result.digit_hash = orl::hash_canon(stats.hash);
-  if (hasher) result.sha256 = hasher->finish();
+  result.sha256 = hasher.finish();
 }
 
 OutputResult make_result(const OutputContext& context, const DigitWords& number, u64 digit_count) {

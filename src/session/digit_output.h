@@ -60,7 +60,7 @@ struct OutputResult {
   u64 digit_hash = 0;        ///< the same of the digits that went out
   orl::DigitCounts counts{10};
   orl::LastDigits last_digits;
-  std::optional<orl::HashedDigits> sha256;  ///< of the decimal digits after the point
+  std::optional<orl::HashedDigits> sha256;  ///< of the digits after the point as text
   std::string path;                         ///< of the (first) file once it is published; empty without files
   u64 digits_per_file = 0;                  ///< of those files, as in OutputTarget
   std::shared_ptr<orl::DigitWriter>

@@ -112,11 +112,13 @@ ReportLines result_lines(const RunReport& report) {
   ReportLines lines;
   add_last_digits(lines, "Last Decimal Digits:", dec);
   if (hexadecimal) add_last_digits(lines, "Last Hexadecimal Digits:", hex);
-  if (dec.sha256) {
-    const u64 first = dec.sha256->first_index();
-    lines.push_back(labelled("SHA256-dec(" + std::to_string(first) + " - " +
-                                 std::to_string(first + dec.sha256->count() - 1) + ") = ",
-                             dec.sha256->sha256(), 'G'));
+  for (const OutputResult* result : {&dec, &hex}) {
+    if (!result->sha256) continue;
+    const u64 first = result->sha256->first_index();
+    lines.push_back(labelled(std::string(result == &dec ? "SHA256-dec(" : "SHA256-hex(") +
+                                 std::to_string(first) + " - " +
+                                 std::to_string(first + result->sha256->count() - 1) + ") = ",
+                             result->sha256->sha256(), 'G'));
   }
   lines.push_back(labelled("Dec Counts: ", counts_text(dec.counts), 'G'));
   if (hexadecimal) lines.push_back(labelled("Hex Counts: ", counts_text(hex.counts), 'G'));

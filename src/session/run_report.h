@@ -9,6 +9,7 @@
 
 #include "bbp/pi_proof.h"
 #include "config/object.h"
+#include "core/run_progress.h"
 #include "core/run_timer.h"
 #include "session/digit_output.h"
 #include "session/spot_check.h"
@@ -39,7 +40,10 @@ struct RunReport {
   std::optional<DiskUse> disk;
   orl::Object configuration;
 
-  orl::RunTimer timer;             ///< stopped
+  orl::RunTimer timer;  ///< stopped
+  /// What the parts of each of the timer's stages took.
+  std::vector<std::vector<orl::SpentWork>> stage_parts;
+  u64 peak_bytes = 0;              ///< the most memory that the process had at once
   double computation_seconds = 0;  ///< the constant and its conversion to digits
 
   OutputResult dec, hex;  ///< hex.digit_count is 0 without hexadecimal digits
@@ -68,7 +72,7 @@ enum class ReportForm { kConsole, kFile };
 /// Start, end, computation and wall time; use of the processors.
 ReportLines time_lines(const RunReport& report, ReportForm form);
 ReportLines utilization_lines(const RunReport& report);
-/// Last digits, the decimal digits' SHA-256, counts and hashes, each of both radices before the next.
+/// Last digits, SHA-256 of the digits, counts and hashes, each of both radices before the next.
 ReportLines result_lines(const RunReport& report);
 ReportLines check_lines(const RunReport& report, ReportForm form);
 

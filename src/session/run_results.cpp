@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "core/name_table.h"
 #include "core/version.h"
 #include "session/validation_file.h"
 #include "simd/target.h"
@@ -50,7 +51,7 @@ std::string clean(std::string_view text) {
 std::unique_ptr<orl::Value> clean(const orl::Value& value) {
   switch (value.kind()) {
     case orl::ValueKind::kString:
-      return std::make_unique<orl::String>(clean(value.as_string("").value));
+      return std::make_unique<orl::String>(clean(value.as_string("").value), value.as_string("").truth);
     case orl::ValueKind::kArray: {
       auto array = std::make_unique<Array>();
       const Array& from = value.as_array("");
@@ -121,6 +122,7 @@ Object mode(const RunReport& report) {
   object.add_string("ThreadingMode", report.threading);
   add_count(object, "WorkingMemory", report.working_bytes);
   add_count(object, "TotalMemory", report.working_bytes + report.table_bytes);
+  add_count(object, "PeakMemory", report.peak_bytes);
   if (report.disk) {
     add_count(object, "LogicalPeakDiskUsage", report.disk->peak_bytes);
     add_count(object, "LogicalDiskBytesRead", report.disk->read_bytes);
@@ -129,17 +131,32 @@ Object mode(const RunReport& report) {
   return object;
 }
 
+// The last one, without a name, is what the stage did behind its last part.
+Array parts(const std::vector<orl::SpentWork>& spent) {
+  Array list;
+  for (const orl::SpentWork& work : spent) {
+    Object part;
+    part.add_string("Name", work.part);
+    add_seconds(part, "Microseconds", work.wall_seconds);
+    add_seconds(part, "ProcessorMicroseconds", work.processor_seconds);
+    list.add_object(std::move(part));
+  }
+  return list;
+}
+
 Object times(const RunReport& report) {
   Array stages;
-  for (const auto& [name, spent] : report.timer.stages()) {
+  for (u64 i = 0; i < report.timer.stages().size(); i++) {
+    const auto& [name, spent] = report.timer.stages()[i];
     Object stage;
     stage.add_string("Name", name);
     add_seconds(stage, "Microseconds", spent);
+    if (i < report.stage_parts.size()) stage.add_array("Parts", parts(report.stage_parts[i]));
     stages.add_object(std::move(stage));
   }
   Object object;
-  object.add_string("StartDate", report.timer.start_date());
-  object.add_string("EndDate", report.timer.end_date());
+  object.add_string("StartDate", report.timer.iso_start_date());
+  object.add_string("EndDate", report.timer.iso_end_date());
   add_seconds(object, "ComputationMicroseconds", report.computation_seconds);
   add_seconds(object, "WallMicroseconds", report.timer.wall_seconds());
   add_seconds(object, "UserMicroseconds", report.timer.user_seconds());
@@ -160,8 +177,27 @@ Object digits(const OutputResult& result) {
   object.add_string("LastDigits", result.last_digits.text());
   object.add_array("Counts", std::move(counts));
   add_count(object, "Hash", result.hash);
+  object.add_string("HashText", std::to_string(result.hash));
   if (result.sha256) object.add_string("Sha256", result.sha256->sha256());
   object.add_string("File", result.path);
+  return object;
+}
+
+Object bbp_check(const PiProof& proof) {
+  static constexpr orl::Named<PiProof::Result> kResults[] = {
+      {PiProof::kPassed, "Passed"}, {PiProof::kFailed, "Failed"}, {PiProof::kNotRun, "Not Run"}};
+  Array places;
+  for (const PiProofPlace& place : proof.places) {
+    Object object;
+    add_count(object, "Offset", place.offset);
+    object.add_string("Digits", place.given);
+    object.add_string("Formula", place.expected);
+    places.add_object(std::move(object));
+  }
+  Object object;
+  object.add_string("Result", orl::name_of(kResults, proof.result));
+  add_seconds(object, "Microseconds", proof.seconds);
+  object.add_array("Places", std::move(places));
   return object;
 }
 
@@ -175,6 +211,7 @@ Object checks(const RunReport& report) {
   object.add_string("SpotCheckFile", report.spot_check.file);
   if (report.spot_check.result == SpotCheck::kFailed)
     add_count(object, "SpotCheckPosition", report.spot_check.position);
+  if (report.pi_proof) object.add_object("BbpCheck", bbp_check(*report.pi_proof));
   object.add_string("TimerSanityCheck", clock_text(clocks.timer, report.contiguous));
   object.add_string("FrequencySanityCheck", clock_text(clocks.frequency, report.contiguous));
   object.add_string("ReferenceClock", clocks.reference);
@@ -198,6 +235,7 @@ Array lines_of(std::string_view text) {
 
 Object results_object(const RunReport& report, const std::string& validation_file) {
   Object object;
+  object.add_integer("ResultsVersion", kResultsVersion);
   object.add_string("FileFormat", kValidationVersion);
   object.add_object("Program", program());
   object.add_string("User", report.user);

@@ -8,6 +8,7 @@
 #include "core/ending.h"
 #include "core/event_log.h"
 #include "core/exceptions.h"
+#include "core/fault_mutex.h"
 #include "core/fault_point.h"
 #include "core/format.h"
 #include "core/run_timer.h"
@@ -24,6 +25,7 @@
 #include "session/report_files.h"
 #include "session/run_report.h"
 #include "session/user_name.h"
+#include "session/work_model.h"
 #include "system/machine.h"
 #include "threads/frameworks.h"
 #include "words/hash.h"
@@ -68,7 +70,8 @@ class RamSession {
       : parameters_(parameters),
         plan_(parameters.constant(), parameters.precision().words(), parameters.decimal_digits(),
               parameters.parallelism.tds(), parameters.verify_conversion),
-        status_(kStatusWidth, kStatusRefresh),
+        progress_(expected_work(parameters)),
+        status_(kStatusWidth, kStatusRefresh, &progress_),
         parallel_(parameters.parallelism.context()) {}
 
   void run() {
@@ -149,8 +152,13 @@ class RamSession {
     for (const auto& [label, value] : report.rows()) events_.add_line("    " + label + " ", value);
   }
 
+  double add_stage(const std::string& name) {
+    report_.stage_parts.push_back(progress_.finish_stage(name));
+    return timer_.add_stage(name);
+  }
+
   void finish_stage(const std::string& name) {
-    const double spent = timer_.add_stage(name);
+    const double spent = add_stage(name);
     status_.print(name + ":  ", 'w');
     status_.println(seconds_text(spent) + "\n", 'Y');
   }
@@ -158,7 +166,7 @@ class RamSession {
   /// A restart replays it: each stage names what is read behind it.
   void compute_and_write(Frame& frame, LinearHeapBuffer heap, const orl::TransformTables& tables) {
     const orl::RunContext context{parallel_, tables, status_};
-    timer_.add_stage("Setup");
+    add_stage("Setup");
     RamPlan::Buffers buffers = plan_.cut(heap);
     FixedNumber number{};
     frame.stage([&] { number = compute(context, frame, buffers); }, number);
@@ -240,6 +248,7 @@ class RamSession {
         return write_digits(context, words, digit_count, target);
       } catch (const orl::FileIO::FileException& e) {
         if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO)) throw;
+        const std::lock_guard asking(orl::fault_mutex());
         e.print();
         console::println(
             "\nThe digits are still in memory. Make room for them, then press ENTER to write again.", 'Y');
@@ -298,6 +307,7 @@ class RamSession {
     report_.computation_seconds =
         timer_.stage_seconds(constant.name()) + timer_.stage_seconds(kConversionStage);
     report_.system = orl::system_report(orl::settings().print_pii);
+    report_.peak_bytes = orl::peak_memory_bytes();
     report_.debugger = orl::debugger_is_present();
     report_.events = events_.text();
     report_.spot_check = spot_check(stored_digit_folders("", orl::settings().exe_dir),
@@ -339,6 +349,7 @@ class RamSession {
   orl::ReferenceClocks clocks_;
   orl::RunTimer timer_;
   orl::EventLog events_;
+  orl::RunProgress progress_;
   orl::LinearConsoleNode status_;
   orl::ParallelContext parallel_;
   bool allocation_errors_ = false;
@@ -352,7 +363,8 @@ bool RamParameters::check_parameters() {
   const std::string refusal = constant().unavailable();
   if (!refusal.empty()) throw InvalidParametersException("check_parameters()", refusal);
   if (pi_proof.value_or(false) && constant().index() != ConstantIndex::kPi)
-    throw InvalidParametersException("check_parameters()", "The BBP check (-bbp:1) proves digits of Pi alone.");
+    throw InvalidParametersException("check_parameters()",
+                                     "The BBP check (-bbp:1) proves digits of Pi alone.");
   // A run that could not write its digits says so before it computes them.
   if (output_digits && !orl::path_is_writable(output_path()))
     throw InvalidParametersException("check_parameters()", "Path is not writable.");

@@ -39,6 +39,13 @@ struct ValidationResult {
 /// Checks a whole file's text: hash, form, contents.
 ValidationResult check_validation_text(std::string_view text);
 
+/// What stands behind `label` at the start of a line of a report, without blanks around it; empty without such a line.
+std::string_view report_value(std::string_view report, std::string_view label);
+/// The text of the file; what cannot be read is told on the console, and empty.
+std::string read_validation_file(const std::string& path);
+/// Tells the outcome on the console. True for kPassed.
+bool print_validation(const ValidationResult& result);
+
 /// The action: asks for the path, prints the outcome. Status 0 for "Validation Passed!", else 1.
 int run_validator();
 

@@ -11,6 +11,18 @@
 #include "session/validation_file.h"
 
 namespace orvane {
+std::string_view report_value(std::string_view text, std::string_view label) {
+  for (std::size_t at = 0; (at = text.find(label, at)) != std::string_view::npos; at += label.size()) {
+    if (at != 0 && text[at - 1] != '\n') continue;
+    std::string_view value = text.substr(at + label.size());
+    value = value.substr(0, value.find_first_of("\r\n"));
+    const auto first = value.find_first_not_of(" \t:");
+    if (first == std::string_view::npos) return {};
+    return value.substr(first, value.find_last_not_of(" \t") + 1 - first);
+  }
+  return {};
+}
+
 namespace {
 
 namespace console = orl::console;
@@ -55,22 +67,9 @@ constexpr std::string_view kLineStarts[] = {
     "----\r\n",
 };
 
-// What stands behind `label` at the start of a line, from `from` on, without blanks around it.
-std::string_view value_of(std::string_view text, std::string_view label, std::size_t from = 0) {
-  for (std::size_t at = from; (at = text.find(label, at)) != std::string_view::npos; at += label.size()) {
-    if (at != 0 && text[at - 1] != '\n') continue;
-    std::string_view value = text.substr(at + label.size());
-    value = value.substr(0, value.find_first_of("\r\n"));
-    const auto first = value.find_first_not_of(" \t:");
-    if (first == std::string_view::npos) return {};
-    return value.substr(first, value.find_last_not_of(" \t") + 1 - first);
-  }
-  return {};
-}
-
 std::string version_of(std::string_view text) {
   for (const char* tag : {"Validation Version:", "File Format"}) {
-    const std::string_view version = value_of(text, tag);
+    const std::string_view version = report_value(text, tag);
     if (!version.empty()) return std::string(version);
   }
   return {};
@@ -91,9 +90,9 @@ u64 number_of(std::string_view text) { return orl::parse_number(text, orl::Numbe
 
 // Every digit was counted.
 bool counts_agree(std::string_view text, std::string_view digits_label, std::string_view counts_label) {
-  const u64 digits = number_of(value_of(text, digits_label));
+  const u64 digits = number_of(report_value(text, digits_label));
   u64 sum = 0;
-  for (std::string_view counts = value_of(text, counts_label); !counts.empty();) {
+  for (std::string_view counts = report_value(text, counts_label); !counts.empty();) {
     const auto end = std::min(counts.find(' '), counts.size());
     sum += number_of(counts.substr(0, end));
     counts.remove_prefix(std::min(end + 1, counts.size()));
@@ -126,8 +125,10 @@ constexpr orl::Named<Validation> kOutcomeTexts[] = {
     {Validation::kTooNew, "This validation file version is too new.\nPlease use a newer version of Orvane."},
 };
 
-// At most kMaxFileBytes + 1 bytes; nothing when the file cannot be read.
-std::string read_report(const std::string& path) {
+}  // namespace
+
+// At most kMaxFileBytes + 1 bytes.
+std::string read_validation_file(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   std::string text;
   char block[65536];
@@ -139,30 +140,32 @@ std::string read_report(const std::string& path) {
   return text;
 }
 
-}  // namespace
-
 ValidationResult check_validation_text(std::string_view text) {
   ValidationResult result;
   if (text.size() > kMaxFileBytes) return result;
   result.version = version_of(text);
   result.outcome = outcome_of(text, result.version);
   for (const char* check : {"Spot Check", "Timer Sanity Check", "Frequency Sanity Check"})
-    if (value_of(text, check) == "Failed") result.failed_checks.push_back(check);
+    if (report_value(text, check) == "Failed") result.failed_checks.push_back(check);
   return result;
 }
 
-int run_validator() {
-  console::println("\nBenchmark Validator\n", 'T');
-  const std::string path = console::read_line("Enter Path of Validation File:\n");
-  console::newline();
-  const ValidationResult result = check_validation_text(read_report(path));
+bool print_validation(const ValidationResult& result) {
   const bool known = result.version == "1.2" || result.version == kValidationVersion;
   if (known) console::println("Validation Format " + result.version + "\n", 'w');
   const bool passed = result.outcome == Validation::kPassed;
   for (const std::string& check : result.failed_checks)
     if (passed) console::println("The file reports a failed check: " + check, 'Y');
   console::println(orl::name_of(kOutcomeTexts, result.outcome), passed ? 'G' : 'R');
-  return passed ? 0 : 1;
+  return passed;
+}
+
+int run_validator() {
+  console::println("\nBenchmark Validator\n", 'T');
+  const std::string path = console::read_line("Enter Path of Validation File:\n");
+  console::newline();
+  const ValidationResult result = check_validation_text(read_validation_file(path));
+  return print_validation(result) ? 0 : 1;
 }
 
 }  // namespace orvane

@@ -14,6 +14,10 @@ u64 meminfo_field(std::string_view label) {
 u64 total_memory_bytes() { return meminfo_field("MemTotal:"); }
 u64 available_memory_bytes() { return meminfo_field("MemAvailable:"); }
 
+u64 peak_memory_bytes() {
+  return kilobytes_field(read_kernel_file("/proc/self/status").value_or(""), "VmHWM:");
+}
+
 std::string clock_source() {
   return read_kernel_line("/sys/devices/system/clocksource/clocksource0/current_clocksource");
 }

@@ -31,6 +31,8 @@ std::vector<ReportSection> read_system_report(const std::string& root, const Top
 /// Bytes of memory: what the kernel has to give, and what can be had without swapping (MemAvailable).
 u64 total_memory_bytes();
 u64 available_memory_bytes();
+/// The most memory that this process has had in use at once.
+u64 peak_memory_bytes();
 
 /// The kernel's clock source, such as "tsc"; empty when it does not tell.
 std::string clock_source();

@@ -16,6 +16,7 @@
 #include "digits/text_file.h"
 #include "files/path_check.h"
 #include "memory/aligned_malloc.h"
+#include "session/digit_check.h"
 #include "threads/parallelism.h"
 #include "viewer/digit_passes.h"
 #include "words/hash.h"
@@ -114,6 +115,8 @@ class FileMenu {
   void compress();
   void compress_subset();
   void add_search_directory();
+  void check_against_report();
+  void prove_pi();
 
   orl::DigitStats read_stats(DigitRange range, u64 top);
   bool enough_digits(u64 digits) const;
@@ -154,18 +157,26 @@ void FileMenu::run() {
       {"Compress digits 1 - N into one or more .ovd files.", "", &FileMenu::compress},
       {"Compress a subset of digits into .ovd files.", "", &FileMenu::compress_subset},
       {"Add search directory.", " (if .ovd files are in multiple paths)", &FileMenu::add_search_directory},
+      {"Check all digits against a validation file.", "", &FileMenu::check_against_report},
+      {"Prove the last hexadecimal digits of Pi by the BBP formula.", "", &FileMenu::prove_pi},
   };
-  const u64 rows = std::size(kRows) - (set_ ? 0 : 1);
+  constexpr u64 kSearchRow = 5, kProofRow = 7;
+  const bool may_be_pi = reader_->radix() == 16 && reader_->first_digits() == "3.";
+  const auto shown = [&](u64 row) {
+    return row == kSearchRow ? set_ != nullptr : row != kProofRow || may_be_pi;
+  };
   for (;;) {
     print_head();
-    for (u64 i = 0; i < rows; i++) {
+    for (u64 i = 0; i < std::size(kRows); i++) {
+      if (!shown(i)) continue;
       console::print("  " + std::to_string(i) + "     " + kRows[i].text, 'T');
       console::println(kRows[i].note, 'w');
     }
     console::println("\n        (ENTER alone closes the file.)", 'w');
     console::println("\nEnter your choice:", 'w');
-    const auto choice = console::read_choice("option: ", 0, rows - 1);
+    const auto choice = console::read_choice("option: ", 0, std::size(kRows) - 1);
     if (!choice) return;
+    if (!shown(*choice)) continue;
     try {
       (this->*kRows[*choice].run)();
     } catch (const orl::Exception& e) {
@@ -387,6 +398,18 @@ void FileMenu::add_search_directory() {
   if (!std::filesystem::is_directory(folder))
     throw InvalidParametersException("add_search_directory()", "There is no such folder: " + folder);
   set_->add_search_path(folder);
+}
+
+void FileMenu::check_against_report() {
+  print_title("\n\nCheck against a Validation File");
+  const std::string path = ask_line("Enter Path of Validation File:");
+  console::newline();
+  run_digit_check(*reader_, path);
+}
+
+void FileMenu::prove_pi() {
+  print_title("\n\nLast Hexadecimal Digits of Pi");
+  run_pi_proof(*reader_);
 }
 
 std::unique_ptr<orl::DigitReader> open_file(const std::string& path) {

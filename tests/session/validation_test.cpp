@@ -227,7 +227,7 @@ TEST(Results, ReadBackAsTheSameStrictJson) {
   report.user = "tab\there, \x01, a broken \xc3( and a good \xc3\xa4, cut \xe2\x82, \xed\xa0\x80";
   report.events = "first\r\nsecond \"quoted\" \\\r\n";
   report.spot_check = {SpotCheck::kFailed, "Digits/Sqrt(2).txt", 41, 42};
-  while (report.timer.start_date() == report.timer.end_date()) {  // dates are whole seconds
+  while (report.timer.iso_start_date() == report.timer.iso_end_date()) {  // dates are whole seconds
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
     report.timer.stop();
   }
@@ -242,8 +242,8 @@ TEST(Results, ReadBackAsTheSameStrictJson) {
   EXPECT_EQ(root.get_array("EventLog").size(), 2u);
   const orl::Object& times = root.get_object("Times");
   EXPECT_EQ(times.get_integer("ComputationMicroseconds"), 250000);
-  EXPECT_EQ(times.get_string("StartDate"), report.timer.start_date());
-  EXPECT_EQ(times.get_string("EndDate"), report.timer.end_date());
+  EXPECT_EQ(times.get_string("StartDate"), report.timer.iso_start_date());
+  EXPECT_EQ(times.get_string("EndDate"), report.timer.iso_end_date());
   EXPECT_EQ(root.get_object("DecimalDigits").get_integer("Digits"), 1020);
   EXPECT_EQ(root.get_object("DecimalDigits").get_integer("Hash"), 12345678901234567);
   EXPECT_EQ(root.get_object("HexadecimalDigits").get_array("Counts").size(), 16u);
