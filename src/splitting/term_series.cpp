@@ -53,53 +53,6 @@ u64 words_for(long double log2) {
   return static_cast<u64>(log2 + 1e-9L) / (8 * sizeof(W)) + 1;
 }
 
-/// Multiplies x, or sets it at first, by machine words: as few as the factors fit into.
-template <class W>
-class Multiplier {
- public:
-  Multiplier(LeafNumber<W>& x, bool set) : x_(x), set_(set) {}
-
-  void mul(u64 factor) {
-    const u128 both = u128{word_} * factor;
-    if (both >> 64 != 0) flush();
-    word_ = both >> 64 != 0 ? factor : static_cast<u64>(both);
-  }
-  void flush() {
-    if (set_)
-      x_.set(word_);
-    else
-      x_.mul(word_);
-    set_ = false;
-  }
-
- private:
-  LeafNumber<W>& x_;
-  bool set_;
-  u64 word_ = 1;
-};
-
-template <class W>
-void multiply_at(Multiplier<W> multiplier, const LinearProduct& product, u64 k) {
-  for (const LinearFactor& f : product.factors) {
-    const u64 factor = f.slope * k + static_cast<u64>(f.constant);
-    for (u32 i = 0; i < f.times; ++i) multiplier.mul(factor);
-  }
-  if (product.scale != 1) multiplier.mul(product.scale);
-  multiplier.flush();
-}
-
-/// x = the product at k.
-template <class W>
-void set_product_at(LeafNumber<W>& x, const LinearProduct& product, u64 k) {
-  multiply_at(Multiplier<W>(x, true), product, k);
-}
-
-/// x *= the product at k.
-template <class W>
-void mul_product_at(LeafNumber<W>& x, const LinearProduct& product, u64 k) {
-  if (product.scale != 1 || !product.factors.empty()) multiply_at(Multiplier<W>(x, false), product, k);
-}
-
 /// x = the polynomial at k: Horner's rule, in a machine word as long as it fits.
 template <class W>
 void set_polynomial_at(LeafNumber<W>& x, const std::vector<s64>& polynomial, u64 k) {
@@ -158,6 +111,52 @@ FactorialModel::Parameters sizes_of(const TermSeries& series, u64 last) {
           .R_share = 1 - less / per_term * (1 - 1e-9)};
 }
 
+WordProduct::WordProduct(const LinearProduct& product, u64 last) {
+  u128 together = 1;
+  const auto append = [&](const Factor& factor) {
+    const u64 value = factor.slope * last + factor.constant;
+    if (!factors_.empty() && together * value >> 64 != 0) {
+      ends_.push_back(factors_.size());
+      together = 1;
+    }
+    together *= value;
+    factors_.push_back(factor);
+  };
+  for (const LinearFactor& f : product.factors)
+    for (u32 i = 0; i < f.times; ++i) append({f.slope, static_cast<u64>(f.constant)});
+  if (product.scale != 1) append({0, product.scale});
+  if (!factors_.empty()) ends_.push_back(factors_.size());
+}
+
+template <class Use>
+void WordProduct::for_each_word(u64 k, const Use& use) const {
+  const Factor* factor = factors_.data();
+  for (const u64 end : ends_) {
+    u64 word = 1;
+    for (const Factor* const stop = factors_.data() + end; factor != stop; ++factor)
+      word *= factor->slope * k + factor->constant;
+    use(word);
+  }
+}
+
+template <class W>
+void WordProduct::set(LeafNumber<W>& x, u64 k) const {
+  bool first = true;
+  for_each_word(k, [&](u64 word) {
+    if (first)
+      x.set(word);
+    else
+      x.mul(word);
+    first = false;
+  });
+  if (first) x.set(1);
+}
+
+template <class W>
+void WordProduct::multiply(LeafNumber<W>& x, u64 k) const {
+  for_each_word(k, [&](u64 word) { x.mul(word); });
+}
+
 template <class W>
 TermLeaf<W>::TermLeaf(TermSeries of, u64 last) : of_(std::move(of)), leaf_name_(of_.name + "_BSR_End()") {
   const auto last_below = [&](u64 largest) {
@@ -170,6 +169,9 @@ TermLeaf<W>::TermLeaf(TermSeries of, u64 last) : of_(std::move(of)), leaf_name_(
   if (const u64 limit = last_below(~u64{0}); last > limit)
     throw LimitExceededException(leaf_name_, limit, last,
                                  "The terms of this series have factors of more than 64 bits.");
+  P_ = WordProduct(of_.P.product, last);
+  Q_ = WordProduct(of_.Q, last);
+  R_ = WordProduct(of_.R, last);
   last_narrow_ = last_below(static_cast<W>(~W{0}));
   narrow_ends_ = end_cases(std::min(last_narrow_, last), "P1", "Q1", "R1");
   wide_ends_ = end_cases(last, of_.wide_P, "Q2", of_.wide_R);
@@ -195,7 +197,7 @@ void TermLeaf<W>::set_P(LeafNumber<W>& P, const LeafNumber<W>& R, u64 k) const {
   LeafNumber<W> own{words, kOwnWords};
   LeafNumber<W>& x = of_.P.times_R ? own : P;
   set_polynomial_at(x, of_.P.polynomial, k);
-  mul_product_at(x, of_.P.product, k);
+  P_.multiply(x, k);
   if (of_.P.times_R) {
     if (own.L == 1 && !own.negative) {
       P.copy(R);
@@ -211,11 +213,11 @@ template <class W>
 void TermLeaf<W>::term(u64 k, LeafNode<W>& out) const {
   const EndCases& ends = k <= last_narrow_ ? narrow_ends_ : wide_ends_;
   check_end_capacity(ends.R.function.c_str(), out.R, ends.R.words);
-  set_product_at(out.R, of_.R, k);
+  R_.set(out.R, k);
   check_end_capacity(ends.P.function.c_str(), out.P, ends.P.words);
   set_P(out.P, out.R, k);
   check_end_capacity(ends.Q.function.c_str(), out.Q, ends.Q.words);
-  set_product_at(out.Q, of_.Q, k);
+  Q_.set(out.Q, k);
 }
 
 template <class W>

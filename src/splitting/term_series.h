@@ -69,6 +69,30 @@ DoubleDouble rate_of(const TermSeries& series);
 /// The size of its numbers up to term `last`, for a series whose Q grows no slower than its R.
 FactorialModel::Parameters sizes_of(const TermSeries& series, u64 last);
 
+/// A product as it multiplies a leaf's number: as few machine words as its factors fit into up to some k.
+class WordProduct {
+ public:
+  WordProduct() = default;
+  /// For k <= last, at which every factor fits 64 bits.
+  WordProduct(const LinearProduct& product, u64 last);
+  /// x = the product at k.
+  template <class W>
+  void set(LeafNumber<W>& x, u64 k) const;
+  /// x *= the product at k.
+  template <class W>
+  void multiply(LeafNumber<W>& x, u64 k) const;
+
+ private:
+  struct Factor {
+    u64 slope, constant;
+  };
+  template <class Use>
+  void for_each_word(u64 k, const Use& use) const;
+
+  std::vector<Factor> factors_;
+  std::vector<u64> ends_;  // of the factors of each word
+};
+
 /// The leaves of a series up to some term. For a Series<W> of its own; make_term_series() has one.
 template <class W>
 class TermLeaf {
@@ -105,6 +129,7 @@ class TermLeaf {
   static constexpr u64 kOwnWords = 512 / sizeof(W);  // of P's factors beside R
 
   TermSeries of_;
+  WordProduct P_, Q_, R_;
   std::string leaf_name_;
   u64 last_narrow_;  // the last k at which every linear factor fits a word
   EndCases narrow_ends_, wide_ends_;
