@@ -40,15 +40,8 @@ void add_below(BigFloat<W>& x, u64& x_hash, const Hashed<BigFloat<W>>& c, Parall
   const s64 words = c.number.magnitude() - x.exp;
   if (c.number.L == 0 || words <= 0) return;
   const HashedView<W> used = top_hashed(c, static_cast<u64>(words), parallel);
-  const BigFloat<W>& y = used.number;
   x_hash = hash_canon(hash_add(hash_canon(x_hash), used.hash));
-  W* const at = x.T + (y.exp - x.exp);
-  const W carry = bp_add(at, at, y.T, y.L, 0, parallel);
-  if (carry == 0) return;
-  const u64 above = x.L - static_cast<u64>(y.magnitude() - x.exp);
-  if (bp_carry<W>(1, at + y.L, above, parallel) == 0) return;
-  if (x.T + x.L == x.base + x.size) throw BufferTooSmallException("add_below()", x.size, x.size + 1);
-  x.T[x.L++] = 1;
+  add_below(x, used.number, parallel);
 }
 
 template <class W>

@@ -39,7 +39,7 @@ void cut_hashed(BigFloat<W>& x, u64& hash, u64 p, ParallelContext parallel);
 template <class W>
 u64 set_padded(BigFloat<W>& out, u64 p, const Hashed<BigFloat<W>>& x, ParallelContext parallel);
 
-/// x += c, both positive, c at most as high as x and cut at the bottom of x; x has a free word above its top.
+/// add_below() with the hashes; x has a free word above its top.
 template <class W>
 void add_below(BigFloat<W>& x, u64& x_hash, const Hashed<BigFloat<W>>& c, ParallelContext parallel);
 

@@ -31,21 +31,6 @@ inline constexpr u64 kHalfWords = sizeof(W) / sizeof(u32);
 // Words that the ring of a root's estimate must have.
 u64 square_words(const LevelShape& shape) { return shape.below + kWrapGuard; }
 
-// T += low, both positive, words under T's lowest dropped. low ends under T's top.
-template <class W>
-void add_below(BigFloat<W>& T, const BigFloat<W>& low, ParallelContext parallel) {
-  if (low.L == 0 || low.magnitude() <= T.exp) return;
-  const u64 cut = low.exp < T.exp ? static_cast<u64>(T.exp - low.exp) : 0;
-  const u64 at = low.exp > T.exp ? static_cast<u64>(low.exp - T.exp) : 0;
-  const u64 length = low.L - cut;
-  W* words = T.T + at;
-  if (bp_add(words, words, low.T + cut, length, 0, parallel) == 0) return;
-  if (bp_carry<W>(1, words + length, T.L - at - length, parallel) == 0) return;
-  if (T.T + T.L == T.base + T.size)
-    throw BufferTooSmallException("LevelProducts::multiply_long()", T.size, T.size + 1);
-  T.T[T.L++] = 1;
-}
-
 [[noreturn]] void tops_disagree(const char* function, u64 top_a, u64 top_b) {
   throw AlgorithmFailedException(function, "Convergence Failure:\n    topA = " + std::to_string(top_a) +
                                                "\n    topB = " + std::to_string(top_b));

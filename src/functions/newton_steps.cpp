@@ -56,7 +56,21 @@ void keep_exact(BigFloat<W>& y, u64 n, const BigFloat<W>& t, ParallelContext par
   y.truncate(n);
 }
 
+template <class W>
+void add_below(BigFloat<W>& x, const BigFloat<W>& c, ParallelContext parallel) {
+  if (c.L == 0 || c.magnitude() <= x.exp) return;
+  const u64 cut = c.exp < x.exp ? static_cast<u64>(x.exp - c.exp) : 0;
+  const u64 at = c.exp > x.exp ? static_cast<u64>(c.exp - x.exp) : 0;
+  const u64 length = c.L - cut;
+  W* const words = x.T + at;
+  if (bp_add(words, words, c.T + cut, length, 0, parallel) == 0) return;
+  if (bp_carry<W>(1, words + length, x.L - at - length, parallel) == 0) return;
+  if (x.T + x.L == x.base + x.size) throw BufferTooSmallException("add_below()", x.size, x.size + 1);
+  x.T[x.L++] = 1;
+}
+
 #define ORVANE_INSTANTIATE(W)                                                                         \
+  template void add_below(BigFloat<W>&, const BigFloat<W>&, ParallelContext);                         \
   template Estimate take_error(BigFloat<W>&, u64, const char*, ParallelContext);                      \
   template void apply_correction(BigFloat<W>&, u64, const BigFloat<W>&, const BigFloat<W>&, Estimate, \
                                  ParallelContext);                                                    \

@@ -36,6 +36,11 @@ BigFloat<W> words_below(const BigFloat<W>& a, u64 count) {
   return view;
 }
 
+/// x += c, both positive, c at most as high as x and cut at the bottom of x. Throws BufferTooSmallException when a carry
+/// finds no word above x's top.
+template <class W>
+void add_below(BigFloat<W>& x, const BigFloat<W>& c, ParallelContext parallel);
+
 /// On which side of the ideal value an estimate's product lies.
 enum class Estimate { kExact, kOver, kUnder };
 
