@@ -1,6 +1,7 @@
 #include "digits/ovd_header.h"
 
 #include <algorithm>
+#include <charconv>
 
 #include "core/exceptions.h"
 #include "digits/digit_words.h"
@@ -15,9 +16,13 @@ constexpr u64 kMaxHeaderBytes = 65536;  // of some 200: other files are not read
 
 [[noreturn]] void fail(const std::string& text) { throw ParseException(kFunction, text); }
 
-u64 parse_number(const std::string& text) {
-  u64 value = 0;
-  for (char c : text) value = value * 10 + static_cast<u64>(c - '0');
+// Digits and nothing else, in a U.
+template <class U>
+U whole_number(const std::string& text) {
+  U value{};
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, value);
+  if (error != std::errc() || stop != end) fail("Invalid Number: " + text);
   return value;
 }
 
@@ -94,15 +99,15 @@ OvdHeader parse_header(const RawFile& file) {
             "This version of the digit viewer is unable to view this file.");
       header.version = value;
     } else if (key == "Base:") {
-      header.radix = static_cast<u32>(parse_number(value));
+      header.radix = whole_number<u32>(value);
     } else if (key == "FirstDigits:") {
       header.first_digits = value;
     } else if (key == "TotalDigits:") {
-      header.total_digits = parse_number(value);
+      header.total_digits = whole_number<u64>(value);
     } else if (key == "Blocksize:") {
-      header.block_size = parse_number(value);
+      header.block_size = whole_number<u64>(value);
     } else if (key == "BlockID:") {
-      header.block_id = parse_number(value);
+      header.block_id = whole_number<u64>(value);
     }
   }
   if (header.version.empty()) fail("No version # found.");
