@@ -283,7 +283,7 @@ struct Memory {
     return bytes;
   }
   static u64 bytes_of_scratch(const std::vector<Column>& columns, const std::set<u64>& lengths, u64 threads) {
-    u64 bytes = basic_table<u64>().max_sizes(2 * *lengths.rbegin(), threads).total_bytes();
+    u64 bytes = basic_table<u64>().max_sizes(2 * *lengths.rbegin(), threads).product_bytes;
     for (const Column& column : columns)
       for (u64 words : lengths)
         if (column.algorithm && column.holds(words))

@@ -43,7 +43,7 @@ class Products {
         words_(16 * most_words),
         both_(16 * most_words),
         table_block_(basic_table<u64>().table_bytes(128 * most_words)),
-        scratch_(basic_table<u64>().max_sizes(2 * most_words, threads).total_bytes()),
+        scratch_(basic_table<u64>().max_sizes(2 * most_words, threads).product_bytes),
         tables_(table_block_.buffer()) {
     basic_table<u64>().ensure_tables(tables_, 128 * most_words);
     u64* const a = static_cast<u64*>(words_.buffer().ptr);

@@ -67,7 +67,7 @@ struct MultiplySizes {
   u64 square_bytes() const { return transform_bytes + scratch_bytes; }
 };
 
-/// Bytes of one bounded multiplication: what its product, and its square, may take.
+/// Bytes of a multiplication: what its product, and its square, may take.
 struct BoundedSizes {
   u64 product_bytes = 0;
   u64 square_bytes = 0;

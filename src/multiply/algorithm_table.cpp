@@ -203,12 +203,13 @@ void AlgorithmTable<W>::for_each_shape(u64 words, Body&& body) const {
 }
 
 template <class W>
-MultiplySizes AlgorithmTable<W>::max_sizes(u64 words, u64 tds, u64 transforms) const {
-  MultiplySizes largest;
+BoundedSizes AlgorithmTable<W>::max_sizes(u64 words, u64 tds) const {
+  BoundedSizes largest;
   for_each_shape(words, [&](const Entry& entry, u64 at) {
     ParametersBox box;
     const Parameters& shape = entry.algorithm->parameters_for(box, nullptr, at * word_bits, tds);
-    if (bytes_of(shape.sizes(), transforms) > bytes_of(largest, transforms)) largest = shape.sizes();
+    largest.product_bytes = std::max(largest.product_bytes, shape.sizes().total_bytes());
+    largest.square_bytes = std::max(largest.square_bytes, shape.sizes().square_bytes());
     return shape.max_bits() / word_bits;
   });
   return largest;

@@ -125,12 +125,9 @@ class AlgorithmTable {
                                       const TransformTables* tables, u64 words, u64 tds) const;
   /// Bytes that are enough for parameters_within() of any product of 1 to `words` words.
   u64 max_least_bytes(u64 words, u64 tds, u64 transforms) const;
-  /// Bytes of the most demanding of all products of 1 to `words` words. Shapes do not grow steadily, so a
-  /// plan whose products may turn out shorter asks here. Cost: one step per shape, some microseconds.
-  MultiplySizes max_sizes(u64 words, u64 tds) const { return max_sizes(words, tds, 2); }
-  /// max_sizes() when `transforms` transforms are held at once: the shape with the largest
-  /// transforms * transform_bytes + scratch_bytes.
-  MultiplySizes max_sizes(u64 words, u64 tds, u64 transforms) const;
+  /// Bytes of the most demanding of all direct products, and squares, of 1 to `words` words. Shapes do not grow
+  /// steadily, so a plan whose products may turn out shorter asks here. Cost: one step per shape, some microseconds.
+  BoundedSizes max_sizes(u64 words, u64 tds) const;
   /// Bytes of the most demanding of all bounded products, and squares, of 1 to `words` words, whose windows
   /// are `window` words or the whole product, whichever is less, or longer. By default whole products; 0 for
   /// results that lie over operands.
@@ -147,13 +144,13 @@ class AlgorithmTable {
     mul_window(ctx, {T, 0, A.count + B.count}, A, B);
   }
   /// T = its words of A^2, T.skip < T.len <= 2 A.count. T overlaps no operand. ctx.scratch holds
-  /// max_sizes(2 A.count, tds, 1).square_bytes().
+  /// max_sizes(2 A.count, tds).square_bytes.
   void sqr_window(const MultiplyContext& ctx, Window<W> T, Words<W> A) const {
     if (schoolbook(T, 2 * A.count)) return sqrB(T.T, A.ptr, A.count);
     sqr_trimmed(ctx, T, A);
   }
   /// T = its words of A * B, T.skip < T.len <= A.count + B.count, both counts at least 1. ctx.scratch holds
-  /// max_sizes(A.count + B.count, tds).total_bytes().
+  /// max_sizes(A.count + B.count, tds).product_bytes.
   void mul_window(const MultiplyContext& ctx, Window<W> T, Words<W> A, Words<W> B) const {
     if (schoolbook(T, A.count + B.count)) return mulB(T.T, A.ptr, A.count, B.ptr, B.count);
     mul_trimmed(ctx, T, A, B);

@@ -100,7 +100,7 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
     SCOPED_TRACE(text);
     const Outcome outcome = run_orvane(line.arguments, {.folder = folder.path()});
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_NE(outcome.output.find(line.words), std::string::npos) << outcome.output;
+    EXPECT_TRUE(holds(outcome.output, line.words)) << outcome.output;
   }
   EXPECT_EQ(folder.names(),
             (std::vector<std::string>{"action.cfg", "comma.cfg", "formula.cfg", "large.cfg"}));
@@ -113,19 +113,19 @@ TEST(Help, NamesEveryActionAndEndsWithZero) {
     for (const char* form :
          {"bench SIZE", "stress", "benchio", "custom CONSTANT", "bbp", "digitviewer", "about", "validate",
           "config FILE", "-swap:TYPE PATH", "pause:N", "chudnovsky-reduced", "2.5t", "DIGITS", "BYTES"})
-      EXPECT_NE(outcome.output.find(form), std::string::npos) << form;
+      EXPECT_TRUE(holds(outcome.output, form)) << form;
   }
   for (const char* word : {"--version", "version"}) {
     const Outcome outcome = run_orvane({word});
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_NE(outcome.output.find("Orvane "), std::string::npos);
+    EXPECT_TRUE(holds(outcome.output, "Orvane "));
   }
 }
 
 TEST(Menu, AsksAgainAndEndsAtTheEndOfInput) {
   const Outcome about = run_orvane({}, {.input = "9\n7\n"});
   EXPECT_EQ(about.status, 0) << about.output;
-  EXPECT_NE(about.output.find("  7         About"), std::string::npos);
+  EXPECT_TRUE(holds(about.output, "  7         About"));
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(run_orvane({}, {.input = "9\n"}).status, 1);
   EXPECT_EQ(run_orvane({}, {.input = "6\n"}).status, 1);
@@ -193,11 +193,8 @@ TEST(FileSizeRule, CountsWhenTheLineIsComplete) {
     arguments.insert(arguments.end(), row.options.begin(), row.options.end());
     const Outcome outcome = run_orvane(arguments);
     EXPECT_EQ(outcome.status, 0) << outcome.output;
-    if (row.words) {
-      EXPECT_NE(outcome.output.find(row.words), std::string::npos) << outcome.output;
-    } else {
-      EXPECT_EQ(outcome.output.find("Too few"), std::string::npos) << outcome.output;
-    }
+    EXPECT_EQ(holds(outcome.output, row.words ? row.words : "Too few"), row.words != nullptr)
+        << outcome.output;
     ASSERT_FALSE(folder.names().empty());
     const std::string last = folder.names().back();
     EXPECT_EQ(last.ends_with(".ovd"), row.compressed) << last;
@@ -208,9 +205,9 @@ TEST(DigitFiles, AreLeftOutOnRequestAndTheDigitsStillProved) {
   TemporaryFolder folder;
   const Outcome outcome = run_orvane({"custom", "pi", "-dec:1000", "-od:0"}, {.folder = folder.path()});
   EXPECT_EQ(outcome.status, 0) << outcome.output;
-  EXPECT_NE(outcome.output.find("Processing Decimal Digits:"), std::string::npos);
-  EXPECT_NE(outcome.output.find("Verifying Base Conversion:"), std::string::npos);
-  EXPECT_EQ(outcome.output.find("Verifying Decimal Output"), std::string::npos);
+  EXPECT_TRUE(holds(outcome.output, "Processing Decimal Digits:"));
+  EXPECT_TRUE(holds(outcome.output, "Verifying Base Conversion:"));
+  EXPECT_FALSE(holds(outcome.output, "Verifying Decimal Output"));
   ASSERT_EQ(folder.names().size(), 1u) << "only the report";
   EXPECT_TRUE(folder.names()[0].starts_with("Validation - Pi - Chudnovsky - 1000 - "));
 }
@@ -224,8 +221,8 @@ TEST(DigitFiles, ThatCannotBeWrittenLeaveNothingThatLooksFinished) {
     const Outcome outcome =
         run_orvane({"custom", "sqrt:2", "-dec:2000000", compression, "-o", folder.path()});
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_NE(outcome.output.find(", and the disk has 524,288 "), std::string::npos) << outcome.output;
-    EXPECT_EQ(outcome.output.find("Begin Computation"), std::string::npos);
+    EXPECT_TRUE(holds(outcome.output, ", and the disk has 524,288 ")) << outcome.output;
+    EXPECT_FALSE(holds(outcome.output, "Begin Computation"));
     for (const std::string& name : folder.names())
       EXPECT_TRUE(name.find('.') == std::string::npos || name.find(" (incomplete).") != std::string::npos)
           << name;
@@ -233,17 +230,17 @@ TEST(DigitFiles, ThatCannotBeWrittenLeaveNothingThatLooksFinished) {
   mount("tmpfs", folder.path().c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, "size=512k");
   const Outcome read_only = run_orvane({"custom", "sqrt:2", "-o", folder.path()});
   EXPECT_EQ(read_only.status, 1);
-  EXPECT_NE(read_only.output.find("Path is not writable."), std::string::npos);
+  EXPECT_TRUE(holds(read_only.output, "Path is not writable."));
   // Without -o the digits would go to the working folder; that is told before they are computed.
   const Outcome working_folder = run_orvane({"custom", "sqrt:2"}, {.folder = folder.path()});
   EXPECT_EQ(working_folder.status, 1);
-  EXPECT_NE(working_folder.output.find("Path is not writable."), std::string::npos);
-  EXPECT_EQ(working_folder.output.find("Begin Computation"), std::string::npos);
+  EXPECT_TRUE(holds(working_folder.output, "Path is not writable."));
+  EXPECT_FALSE(holds(working_folder.output, "Begin Computation"));
   // Without digit files nothing would be left at all.
   const Outcome no_report = run_orvane({"custom", "sqrt:2", "-dec:1000", "-od:0"}, {.folder = folder.path()});
   EXPECT_EQ(no_report.status, 1);
-  EXPECT_NE(no_report.output.find("The working folder is not writable"), std::string::npos);
-  EXPECT_EQ(no_report.output.find("Begin Computation"), std::string::npos);
+  EXPECT_TRUE(holds(no_report.output, "The working folder is not writable"));
+  EXPECT_FALSE(holds(no_report.output, "Begin Computation"));
   umount(folder.path().c_str());
 }
 
@@ -252,7 +249,7 @@ TEST(DigitFiles, DoNotGoWhereAFolderHasTheirName) {
   mkdir(folder.file("Sqrt(2) - Dec - Newton.txt").c_str(), 0700);
   const Outcome outcome = run_orvane({"custom", "sqrt:2", "-dec:1000", "-o", folder.path()});
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_NE(outcome.output.find("Unable to create file. A folder has this name."), std::string::npos);
+  EXPECT_TRUE(holds(outcome.output, "Unable to create file. A folder has this name."));
   EXPECT_EQ(folder.names().size(), 1u);
 }
 
@@ -261,7 +258,7 @@ TEST(UnfinishedComputation, IsNotRunOver) {
   std::ofstream(folder.file("Orvane Checkpoint File.txt")) << "x";
   const Outcome outcome = run_orvane({"custom", "pi", "-dec:100"}, {.folder = folder.path()});
   EXPECT_EQ(outcome.status, 1);
-  EXPECT_NE(outcome.output.find("An unfinished computation has been found."), std::string::npos);
+  EXPECT_TRUE(holds(outcome.output, "An unfinished computation has been found."));
   EXPECT_EQ(folder.names().size(), 1u);
 }
 

@@ -11,12 +11,9 @@ namespace {
 using Arguments = std::vector<std::string>;
 
 Outcome run_with_fault(const std::string& fault, const std::string& folder, const Arguments& more = {}) {
-  Arguments arguments = {"pause:-2",     "priority:0", "colors:0",    "skip-warnings",
-                         "custom",       "pi",         "-dec:300000", "-TD:2",
-                         "-PF:pushpool", "-o",         folder};
+  Arguments arguments = {"custom", "pi", "-dec:300000", "-TD:2", "-PF:pushpool", "-o", folder};
   arguments.insert(arguments.end(), more.begin(), more.end());
-  return run(ORVANE_FAULTY_PROGRAM, arguments,
-             {.input = {}, .folder = folder, .environment = {{"ORVANE_TEST_FAULT", fault}}});
+  return run_faulty(fault, folder, arguments);
 }
 
 bool looks_finished(const std::string& name) {
@@ -75,7 +72,7 @@ TEST(FlippedBit, IsFoundWhereverItStrikes) {
           const Outcome outcome = run_with_fault(fault, folder.path(), options);
           EXPECT_EQ(outcome.status, 1);
           EXPECT_TRUE(std::any_of(strike.words.begin(), strike.words.end(), [&](const char* words) {
-            return outcome.output.find(words) != std::string::npos;
+            return holds(outcome.output, words);
           })) << outcome.output;
           const auto names = folder.names();
           EXPECT_LE(std::count_if(names.begin(), names.end(), looks_finished), strike.may_finish);

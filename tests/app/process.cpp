@@ -11,6 +11,8 @@
 namespace orvane::test {
 namespace {
 
+const std::vector<std::string> kFixed = {"pause:-2", "priority:0", "colors:0", "skip-warnings"};
+
 void write_all(int fd, const std::string& text) {
   for (std::size_t done = 0; done < text.size();) {
     const ssize_t put = write(fd, text.data() + done, text.size() - done);
@@ -64,13 +66,18 @@ Outcome run(const std::string& program, const std::vector<std::string>& argument
 }
 
 Outcome run_orvane(std::vector<std::string> arguments, const RunOptions& options) {
-  static const std::vector<std::string> fixed = {"pause:-2", "priority:0", "colors:0", "skip-warnings"};
-  arguments.insert(arguments.begin(), fixed.begin(), fixed.end());
+  arguments.insert(arguments.begin(), kFixed.begin(), kFixed.end());
   if (!options.folder.empty()) return run(ORVANE_PROGRAM, arguments, options);
   static const TemporaryFolder scratch;
   RunOptions inside = options;
   inside.folder = scratch.path();
   return run(ORVANE_PROGRAM, arguments, inside);
+}
+
+Outcome run_faulty(const std::string& fault, const std::string& folder, std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), kFixed.begin(), kFixed.end());
+  return run(ORVANE_FAULTY_PROGRAM, arguments,
+             {.input = {}, .folder = folder, .environment = {{"ORVANE_TEST_FAULT", fault}}});
 }
 
 }  // namespace orvane::test

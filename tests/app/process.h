@@ -30,6 +30,11 @@ Outcome run(const std::string& program, const std::vector<std::string>& argument
 /// Without a working folder of its own it runs in one that goes with this process.
 Outcome run_orvane(std::vector<std::string> arguments, const RunOptions& options = {});
 
+/// The product that flips a bit at `fault`, "SITE:VISIT:BIT", with these options and in the folder.
+Outcome run_faulty(const std::string& fault, const std::string& folder, std::vector<std::string> arguments);
+
+inline bool holds(const std::string& text, const std::string& part) { return text.find(part) != text.npos; }
+
 using orl::test::read_file;
 using orl::test::TemporaryFolder;
 

@@ -28,8 +28,6 @@ void store_pi(const TemporaryFolder& folder, const std::string& digits) {
   orl::test::write_file(folder.file("Digits/Pi.txt"), digits);
 }
 
-bool holds(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
-
 TEST(Report, PassesTheValidatorUntilAByteChanges) {
   TemporaryFolder folder;
   store_pi(folder, read_file(kStoredPi));
@@ -105,11 +103,9 @@ TEST(Report, StatesOneRunsFiguresThreeTimesAlike) {
 
 TEST(Report, IsNotWrittenForARunThatFailed) {
   TemporaryFolder folder;
-  const Outcome run = test::run(
-      ORVANE_FAULTY_PROGRAM,
-      {"pause:-2", "priority:0", "colors:0", "skip-warnings", "custom", "pi", "-dec:20000", "-hex:0", "-od:0",
-       "-TD:1", "-PF:none", "-json:1"},
-      {.input = {}, .folder = folder.path(), .environment = {{"ORVANE_TEST_FAULT", "digit words:0:100"}}});
+  const Outcome run =
+      run_faulty("digit words:0:100", folder.path(),
+                 {"custom", "pi", "-dec:20000", "-hex:0", "-od:0", "-TD:1", "-PF:none", "-json:1"});
   EXPECT_EQ(run.status, 1) << run.output;
   EXPECT_TRUE(holds(run.output, "Checksum Mismatch")) << run.output;
   EXPECT_TRUE(reports(folder, "").empty());

@@ -45,7 +45,7 @@ TEST(FlippedBit, InAStressTestIsToldWithItsCore) {
       EXPECT_EQ(count(outcome.output, "Iteration "), 1u) << outcome.output;
       for (const char* text : {"Failed  Test Time:  ", "Errors encountered. Stopping test...\n",
                                "    Passed              0\n    Failed              1\n"})
-        EXPECT_NE(outcome.output.find(text), std::string::npos) << outcome.output;
+        EXPECT_TRUE(holds(outcome.output, text)) << outcome.output;
     }
   }
 }
@@ -55,10 +55,10 @@ TEST(FlippedBit, DoesNotEndAStressTestThatGoesOnAfterErrors) {
   const Outcome outcome =
       run_stress(core, "\"BKT\" \"N64\"", "stress operands BKT " + core + ":0:12345", "false", "2");
   EXPECT_EQ(outcome.status, 1) << outcome.output;
-  EXPECT_NE(outcome.output.find("Iteration 2"), std::string::npos) << outcome.output;
+  EXPECT_TRUE(holds(outcome.output, "Iteration 2")) << outcome.output;
   EXPECT_EQ(count(outcome.output, "Error(s) encountered on logical core " + core + "\n"), 1u);
   const std::string end = outcome.output.substr(outcome.output.rfind("All tests completed:"));
-  EXPECT_NE(end.find("    Failed              1\n"), std::string::npos) << outcome.output;
+  EXPECT_TRUE(holds(end, "    Failed              1\n")) << outcome.output;
 }
 
 }  // namespace

@@ -34,7 +34,6 @@ std::string requested_digits(const BbpTask& task) {
 
 TEST(BbpDigits, AreThoseOfPi) {
   orl::test::Random random;
-  SCOPED_TRACE(random.replay());
   const std::string pi = pi_digits(5200);
   for (const u64 offset : {u64{0}, u64{1}, u64{5}, u64{1000}, random.below(4000), random.below(4000)}) {
     for (const BbpFormula formula : {BbpFormula::kPlouffe, BbpFormula::kBellard}) {

@@ -6,6 +6,7 @@
 #include "core/exceptions.h"
 #include "support/gmp_oracle.h"
 #include "support/random_words.h"
+#include "support/targets.h"
 
 namespace {
 
@@ -29,7 +30,7 @@ Limbs oracle(const BbpTerm& term, u64 first, u64 last, u64 limb_count) {
   const u64 bits = kBbpLimbBits * limb_count;
   Mpz sum;
   for (u64 k = first; k < last; k++) sum = sum + fraction(term, k, bits);
-  if (!term.positive) sum = Mpz(0) - sum;
+  if (!term.positive) sum = -sum;
   Limbs limbs(limb_count);
   for (u64& limb : limbs) {
     limb = (sum % (Mpz(1) << kBbpLimbBits)).low_u64();
@@ -43,11 +44,8 @@ std::string show(const BbpTerm& term, u64 first, u64 last) {
          " d " + std::to_string(term.d) + " k " + std::to_string(first) + " to " + std::to_string(last);
 }
 
-class BbpSum : public testing::TestWithParam<simd::Target> {
+class BbpSum : public test::OnTarget {
  protected:
-  void SetUp() override {
-    if (GetParam() > simd::best_target()) GTEST_SKIP() << "CPU lacks " << simd::target_name(GetParam());
-  }
   Limbs sum(const BbpTerm& term, u64 first, u64 last, Limbs limbs) const {
     bbp_sum(GetParam(), term, first, last, limbs.data(), limbs.size());
     return limbs;
@@ -58,15 +56,12 @@ class BbpSum : public testing::TestWithParam<simd::Target> {
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(Targets, BbpSum,
-                         testing::Values(simd::Target::kScalar, simd::Target::kAvx2, simd::Target::kAvx512),
-                         [](const auto& row) { return std::string(simd::target_name(row.param)); });
+INSTANTIATE_TEST_SUITE_P(Targets, BbpSum, test::every_target(), test::target_label);
 
 // Denominators around every bound of the kernels' windows and of their kinds of arithmetic; both ends of the
 // range are anywhere in a batch.
 TEST_P(BbpSum, AgreesWithGmpAtEverySizeOfDenominator) {
   test::Random random;
-  SCOPED_TRACE(random.replay());
   for (const u64 bits : {1, 8, 25, 30, 34, 38, 42, 44, 46, 47, 48, 49, 52, 57, 63}) {
     for (int i = 0; i < 40; i++) {
       const u64 a = 2 * random.between(1, 32), b = 2 * random.below(500) + 1, count = random.between(1, 130);
@@ -83,7 +78,6 @@ TEST_P(BbpSum, AgreesWithGmpAtEverySizeOfDenominator) {
 
 TEST_P(BbpSum, ContinuesBelowExponentZero) {
   test::Random random;
-  SCOPED_TRACE(random.replay());
   for (int i = 0; i < 40; i++) {
     const BbpTerm term{2 * random.between(1, 10), 2 * random.below(i % 2 ? 20 : u64{1} << 50) + 1,
                        -static_cast<s64>(random.between(1, 20)), static_cast<s64>(random.below(600)) - 100,
@@ -102,7 +96,6 @@ TEST_P(BbpSum, PlacesPowersOfTwo) {
 // Enough indices for inverses that follow from those before, and for sums that are folded in between.
 TEST_P(BbpSum, DoesNotDependOnTheCuts) {
   test::Random random;
-  SCOPED_TRACE(random.replay());
   const BbpTerm term{20, 7, -20, s64{1} << 30, false};
   const u64 first = random.between(1000000, 2000000), last = first + 150000, limbs = 2;
   Limbs parts(limbs), other(limbs);

@@ -2,20 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "core/exceptions.h"
+#include "support/thrown.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-template <class Failure, class Call>
-std::string failure_text(Call call) {
-  try {
-    call();
-  } catch (const Failure& failure) {
-    return failure.function() + " " + failure.message();
-  }
-  return "accepted";
-}
 
 Object sample() {
   Object object;
@@ -48,7 +38,7 @@ TEST(ConfigObject, KeepsTheOrderOfInsertionAndFindsByKey) {
 
 TEST(ConfigObject, ExistingKeyIsRefusedByTheNameOfTheOperationAndChangesNothing) {
   Object object = sample();
-  const auto refused = [](auto call) { return failure_text<InvalidParametersException>(call); };
+  const auto refused = [](auto call) { return refusal<InvalidParametersException>(call); };
   const std::string words = "() Attempted to add an existing key.";
   EXPECT_EQ(refused([&] { object.add_integer("alpha", 1); }), "Object::add_integer" + words);
   EXPECT_EQ(refused([&] { object.add_string("alpha", "x"); }), "Object::add_string" + words);
@@ -61,19 +51,19 @@ TEST(ConfigObject, ExistingKeyIsRefusedByTheNameOfTheOperationAndChangesNothing)
 
 TEST(ConfigObject, MissingKeyIsNamed) {
   const Object object = sample();
-  EXPECT_NE(failure_text<KeyNotFoundException>([&] { object.get_integer("Lanes"); }).find("Lanes"),
+  EXPECT_NE(refusal<KeyNotFoundException>([&] { object.get_integer("Lanes"); }).find("Lanes"),
             std::string::npos);
 }
 
 TEST(ConfigObject, WrongKindIsToldWithBothKinds) {
   const Object object = sample();
-  const auto refused = [](auto call) { return failure_text<InvalidParametersException>(call); };
+  const auto refused = [](auto call) { return refusal<InvalidParametersException>(call); };
   const std::string kind = "Value::check_kind() ";
   EXPECT_EQ(refused([&] { object.get_bool("zeta"); }), kind + "zeta: Expected String, got Integer.");
   EXPECT_EQ(refused([&] { object.get_integer("alpha"); }), kind + "alpha: Expected Integer, got String.");
   EXPECT_EQ(refused([&] { object.get_array("inner"); }), kind + "inner: Expected Array, got Object.");
   EXPECT_EQ(refused([&] { root_object(String("x")); }), kind + "Expected Object, got String.");
-  EXPECT_EQ(failure_text<ParseException>([&] { object.get_bool("alpha"); }),
+  EXPECT_EQ(refusal<ParseException>([&] { object.get_bool("alpha"); }),
             "Object::get_bool() Expected true or false.");
   EXPECT_STREQ(kind_name(static_cast<ValueKind>(4)), "invalid type");
 }
@@ -95,4 +85,4 @@ TEST(ConfigObject, SameContentSeesEveryDifferenceButComments) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

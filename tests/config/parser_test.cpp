@@ -7,9 +7,9 @@
 #include <string>
 
 #include "config/writer.h"
-#include "core/exceptions.h"
+#include "support/thrown.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
 using Parse = std::unique_ptr<Value> (*)(std::string_view);
@@ -203,14 +203,7 @@ TEST(ConfigFile, IsReadWholeOrRefusedByItsPath) {
   save_file(path, to_json(root));
   EXPECT_TRUE(same_content(*load_json_file(path), root));
   std::remove(path.c_str());
-  const auto code = [](auto call) {
-    try {
-      call();
-    } catch (const FileIO::FileException& failure) {
-      return failure.code();
-    }
-    return 0;
-  };
+  const auto code = [](auto call) { return caught<FileIO::FileException>(call).code(); };
   EXPECT_EQ(code([&] { load_file(path); }), 2);
   EXPECT_NE(code([&] { load_file(testing::TempDir()); }), 0);  // a folder
   EXPECT_EQ(code([&] { save_file(path + "/inside", "x"); }), 2);
@@ -218,4 +211,4 @@ TEST(ConfigFile, IsReadWholeOrRefusedByItsPath) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -6,9 +6,9 @@
 #include <random>
 
 #include "config/parser.h"
-#include "core/exceptions.h"
+#include "support/thrown.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
 Object commented_sample() {
@@ -85,12 +85,7 @@ class Foreign final : public Value {
 
 TEST(ConfigWriter, RefusesWhatTheFormCannotHold) {
   const auto refusal = [](const Value& value) {
-    try {
-      to_string(value);
-    } catch (const InvalidParametersException& failure) {
-      return failure.message();
-    }
-    return std::string("accepted");
+    return message_of<InvalidParametersException>([&] { to_string(value); });
   };
   Object empty_key, zero_key;
   empty_key.add_integer("", 1);
@@ -156,4 +151,4 @@ TEST(ConfigRoundTrip, WritingAndReadingIsTheIdentityInBothForms) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

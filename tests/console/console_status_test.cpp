@@ -3,27 +3,15 @@
 #include <gtest/gtest.h>
 
 #include "console/console.h"
-#include "core/exceptions.h"
 #include "support/allocation_counter.h"
 #include "support/child.h"
+#include "support/thrown.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::ChildOutput;
-using test::ChildResult;
-using test::run_child;
 
 TEST(ConsoleStatus, RefusesWhatOnlyATreeCanDo) {
   LinearConsoleNode node;
-  const auto refusal = [](auto call) {
-    try {
-      call();
-    } catch (const InvalidParametersException& failure) {
-      return failure.function() + " " + failure.message();
-    }
-    return std::string("accepted");
-  };
   EXPECT_EQ(refusal([&] { node.push_node("x"); }),
             "LinearConsoleNode::push_node() Attempted to fork a linear status chain.");
   EXPECT_EQ(refusal([&] { node.get_tree(); }), "LinearConsoleNode::get_tree() Polling is not supported.");
@@ -43,7 +31,7 @@ TEST(ConsoleStatus, WhatTheMathematicsUsesDoesNotAllocate) {
     node.print("", ' ');
   };
   use();  // what the C library sets up at first use
-  const test::AllocationWatch watch;
+  const AllocationWatch watch;
   use();
   EXPECT_EQ(watch.calls(), 0u);
 }
@@ -89,4 +77,4 @@ TEST(ConsoleStatus, NumbersThatMoveAreShownOncePerInterval) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -9,12 +9,8 @@
 #include "core/settings.h"
 #include "support/child.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::ChildOutput;
-using test::ChildResult;
-using test::run_child;
 
 TEST(Console, EveryColourLetterHasItsSequence) {
   const ChildResult result = run_child("", [] {
@@ -163,4 +159,4 @@ TEST(Console, LiveLineGoesToTerminalsOnly) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -14,11 +14,8 @@
 #include "core/settings.h"
 #include "support/child.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::ChildResult;
-using test::run_child;
 
 constexpr const char* kPrompt = "Press ENTER to continue . . .";
 
@@ -119,4 +116,4 @@ TEST(Ending, OfManyFailingThreadsOneEndsTheProcess) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -5,15 +5,13 @@
 #include <thread>
 
 #include "core/event_log.h"
-#include "core/exceptions.h"
 #include "core/settings.h"
 #include "support/allocation_counter.h"
 #include "support/child.h"
+#include "support/thrown.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::run_child;
 
 /// Keeps the last line without allocating.
 class Recorder final : public StatusTransport {
@@ -32,16 +30,6 @@ class Recorder final : public StatusTransport {
   char last_[300];
   u64 length_ = 0;
 };
-
-template <class Call>
-std::string refusal(Call call) {
-  try {
-    call();
-  } catch (const InvalidParametersException& failure) {
-    return failure.function() + " " + failure.message();
-  }
-  return "accepted";
-}
 
 TEST(LinearStatus, ShowsTheChainOfFramesAndCutsItToTheWidth) {
   Recorder recorder;
@@ -137,7 +125,7 @@ TEST(Status, WhatTheMathematicsUsesDoesNotAllocate) {
   LinearNetworkNode network_node(recorder, 79);
   ParallelLocalNode parallel_node("section");
   use_like_mathematics(network_node);  // what the C library sets up at first use
-  const test::AllocationWatch watch;
+  const AllocationWatch watch;
   use_like_mathematics(network_node);
   use_like_mathematics(parallel_node);
   use_like_mathematics(silent_status());
@@ -231,4 +219,4 @@ TEST(EventLog, KeepsStagesAndTheirLinesInOrder) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

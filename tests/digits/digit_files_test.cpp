@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <thread>
 
-#include "core/exceptions.h"
 #include "digits/digit_text.h"
 #include "digits/digit_words.h"
 #include "digits/digit_writer.h"
@@ -19,18 +18,12 @@
 #include "support/multiplication.h"
 #include "support/random_words.h"
 #include "support/test_parallelizers.h"
+#include "support/thrown.h"
 #include "threads/frameworks.h"
 #include "words/hash.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::FakeFileCalls;
-using test::FileCall;
-using test::Random;
-using test::read_file;
-using test::TemporaryFolder;
-using test::write_file;
 
 constexpr const char* kName = "Pi - Dec - Test";
 
@@ -45,10 +38,10 @@ std::vector<u8> random_digits(Random& random, u32 radix, u64 count) {
   return digits;
 }
 
-using Window = test::GuardedBlock;  // of exactly as many bytes as are asked for
+using Window = GuardedBlock;  // of exactly as many bytes as are asked for
 
-test::ReverseOrder& reversed() {
-  static test::ReverseOrder framework;
+ReverseOrder& reversed() {
+  static ReverseOrder framework;
   return framework;
 }
 ParallelContext one_task() { return {reversed(), 1}; }
@@ -80,15 +73,6 @@ std::vector<u8> load(DigitReader& reader, u64 begin, u64 end, ParallelContext pa
   return digits;
 }
 
-std::string message_of(const std::function<void()>& body) {
-  try {
-    body();
-  } catch (const Exception& e) {
-    return e.function() + ": " + e.message();
-  }
-  return "nothing was thrown";
-}
-
 bool looks_finished(const std::string& name) {
   return (name.ends_with(".txt") || name.ends_with(".ovd")) &&
          name.find(" (incomplete).") == std::string::npos && name.find(" (replaced).") == std::string::npos;
@@ -104,7 +88,6 @@ class DigitFiles : public testing::TestWithParam<Shape> {
   DigitFiles() { calls_.refuse_direct = true; }
 
   Random random_;
-  testing::ScopedTrace trace_{__FILE__, __LINE__, random_.replay()};
   FakeFileCalls calls_;
   TemporaryFolder folder_;
 };
@@ -273,7 +256,7 @@ TEST_P(DigitFiles, SayThatTheDiskIsFull) {
     const u64 before = calls_.written;
     write();
     calls_.free_bytes = std::min(room, calls_.written - before - 1);
-    EXPECT_NE(message_of(write).find("\n\nDisk is Full"), std::string::npos) << room;
+    EXPECT_NE(refusal(write).find("\n\nDisk is Full"), std::string::npos) << room;
     for (const std::string& name : folder.names())
       EXPECT_EQ(name.find("(incomplete)"), std::string::npos) << "room is not given back";
   }
@@ -284,7 +267,7 @@ TEST_P(DigitFiles, DoNotGoWhereAFolderHasTheirName) {
   const std::string path = make_writer(folder_, GetParam(), digits.size())->path();
   std::filesystem::create_directories(path);
   const auto names = folder_.names();
-  EXPECT_NE(message_of([&] { write_stream(folder_, GetParam(), digits); }).find("A folder has this name."),
+  EXPECT_NE(refusal([&] { write_stream(folder_, GetParam(), digits); }).find("A folder has this name."),
             std::string::npos);
   EXPECT_EQ(folder_.names(), names);
 }
@@ -327,8 +310,7 @@ TEST_P(DigitFiles, LeaveAnOlderStreamWholeWhenARenameFails) {
     SCOPED_TRACE(n);
     const u64 before = calls_.count(FileCall::kRename);
     calls_.fail(FileCall::kRename, EACCES, n, 1);
-    EXPECT_EQ(message_of([&] { write_stream(folder_, GetParam(), newer); }) != "nothing was thrown",
-              n < renames);
+    EXPECT_EQ(refusal([&] { write_stream(folder_, GetParam(), newer); }) != "accepted", n < renames);
     calls_.heal();
     if (n == renames) {
       EXPECT_EQ(calls_.count(FileCall::kRename) - before, renames);
@@ -344,26 +326,24 @@ TEST_P(DigitFiles, RefuseRangesThatTheyDoNotHold) {
   const auto writer = make_writer(folder_, GetParam(), digits.size());
   Window window(65536);
   const auto put = [&](u64 offset, u64 count) {
-    return message_of(
-        [&] { writer->store_digits(digits.data(), offset, count, window.buffer(), one_task()); });
+    return refusal([&] { writer->store_digits(digits.data(), offset, count, window.buffer(), one_task()); });
   };
   for (const auto& [offset, count] : {std::pair{u64{0}, u64{301}}, std::pair{u64{301}, u64{1}},
                                       std::pair{u64{300}, u64{1}}, std::pair{~u64{0}, u64{2}}})
-    EXPECT_NE(put(offset, count).find(": Out of range."), std::string::npos) << offset;
-  EXPECT_EQ(put(0, 300), "nothing was thrown");
+    EXPECT_NE(put(offset, count).find("() Out of range."), std::string::npos) << offset;
+  EXPECT_EQ(put(0, 300), "accepted");
   const auto reader = writer->close_and_get_basic_reader();
   std::vector<u8> back(400);
   const char* const words =
       GetParam().digits_per_file == 0
-          ? "BasicTextReader::load_digits(): Out of range."
-          : "BasicOvdSetReader::make_commands(): This digit stream does not have enough digits.";
+          ? "BasicTextReader::load_digits() Out of range."
+          : "BasicOvdSetReader::make_commands() This digit stream does not have enough digits.";
   for (const auto& [offset, count] : {std::pair{u64{0}, u64{301}}, std::pair{~u64{0}, u64{2}}}) {
-    EXPECT_EQ(
-        message_of([&] { reader->load_digits(back.data(), offset, count, window.buffer(), one_task()); }),
-        words);
+    EXPECT_EQ(refusal([&] { reader->load_digits(back.data(), offset, count, window.buffer(), one_task()); }),
+              words);
   }
-  EXPECT_EQ(message_of([&] { reader->load_digits(back.data(), 300, 0, window.buffer(), one_task()); }),
-            "nothing was thrown");
+  EXPECT_EQ(refusal([&] { reader->load_digits(back.data(), 300, 0, window.buffer(), one_task()); }),
+            "accepted");
   Window small(4096 - 64);
   EXPECT_THROW(reader->load_digits(back.data(), 0, 300, small.buffer(), one_task()), BufferTooSmallException);
 }
@@ -393,9 +373,9 @@ TEST_P(DigitFiles, ShowEveryFlippedBit) {
   ASSERT_TRUE(is_right());
   const std::string good = read_file(path);
   for (u64 bit = 0; bit < good.size() * 8; bit++) {
-    test::put_byte(path, bit / 8, static_cast<char>(good[bit / 8] ^ (1 << bit % 8)));
+    put_byte(path, bit / 8, static_cast<char>(good[bit / 8] ^ (1 << bit % 8)));
     ASSERT_FALSE(is_right()) << "byte " << bit / 8 << " of " << good.size();
-    test::put_byte(path, bit / 8, good[bit / 8]);
+    put_byte(path, bit / 8, good[bit / 8]);
   }
   ASSERT_TRUE(is_right());
   for (const char* more : {"0", "\n", "\r\n"}) {  // a reader passes over line ends, this check does not
@@ -461,34 +441,6 @@ std::string decoded(const std::string& file, u32 radix, u64 digits, std::vector<
   return text.substr(0, digits);
 }
 
-TEST(FileFormat, HoldsItsExample) {
-  TemporaryFolder folder;
-  Random random;
-  SCOPED_TRACE(random.replay());
-  std::vector<u8> digits = random_digits(random, 10, 2500000);
-  const std::string start = "1415926535897932384";
-  for (u64 i = 0; i < start.size(); i++) digits[i] = static_cast<u8>(start[i] - '0');
-  write_stream(folder, {10, 1000000}, digits);
-  std::string text(digits.size(), '0');
-  for (u64 i = 0; i < digits.size(); i++) text[i] = static_cast<char>('0' + digits[i]);
-  for (u64 id = 0; id < 3; id++) {
-    const std::string number = std::to_string(id);
-    const std::string file =
-        read_file(folder.file(std::string(kName) + "/" + kName + " - " + number + ".ovd"));
-    std::vector<std::string> lines;
-    EXPECT_TRUE(decoded(file, 10, id < 2 ? 1000000 : 500000, lines) == text.substr(id * 1000000, 1000000));
-    EXPECT_EQ(lines,
-              (std::vector<std::string>{"#Compressed Digit File", "", "FileVersion:\t1.1.0", "", "Base:\t10",
-                                        "", "FirstDigits:\t3.", "", "TotalDigits:\t2500000", "",
-                                        "Blocksize:\t1000000", "BlockID:\t" + number, "", "EndHeader", ""}));
-    const std::size_t data = file.find('\0') + 1;
-    EXPECT_EQ((file.size() - data) / 8, id < 2 ? 52632u : 26316u);
-    if (id == 0) {
-      EXPECT_EQ(file.substr(data, 8), "\x60\xe2\x3e\xb8\xae\x61\xa6\x13");
-    }
-  }
-}
-
 TEST_P(DigitFiles, CanBeReadByAnyoneWhoHasTheFormat) {
   const u64 size = 9000;
   const std::vector<u8> digits = random_digits(random_, GetParam().radix, size);
@@ -506,6 +458,11 @@ TEST_P(DigitFiles, CanBeReadByAnyoneWhoHasTheFormat) {
     const std::string file = read_file(ovd_stem(path) + std::to_string(id) + ".ovd");
     const std::string expected = text.substr(id * block, block);
     EXPECT_EQ(decoded(file, GetParam().radix, expected.size(), lines), expected);
+    EXPECT_EQ(lines,
+              (std::vector<std::string>{"#Compressed Digit File", "", "FileVersion:\t1.1.0", "",
+                                        "Base:\t" + std::to_string(GetParam().radix), "", "FirstDigits:\t3.",
+                                        "", "TotalDigits:\t9000", "", "Blocksize:\t" + std::to_string(block),
+                                        "BlockID:\t" + std::to_string(id), "", "EndHeader", ""}));
   }
 }
 
@@ -520,12 +477,12 @@ TEST(TextFile, HoldsThePointAndOneCharacterADigit) {
             std::vector<std::string>{"Pi - Dec - Test (" + std::to_string(getpid()) + ") (incomplete).txt"});
   writer->close_and_get_basic_reader();
   EXPECT_EQ(read_file(writer->path()), "a1.09af1");
-  EXPECT_EQ(message_of([&] { BasicTextWriter(folder.file("x.txt"), "3", 10, 1); }),
-            "BasicTextWriter(): No decimal place was found.");
-  EXPECT_EQ(message_of([&] { BasicTextWriter(folder.file("x.txt"), "", 10, 1); }),
-            "BasicTextWriter(): No decimal place was found.");
-  EXPECT_EQ(message_of([&] { BasicTextWriter(folder.file("x.txt"), "3.", 8, 1); }),
-            "BasicTextWriter(): Invalid radix.");
+  EXPECT_EQ(refusal([&] { BasicTextWriter(folder.file("x.txt"), "3", 10, 1); }),
+            "BasicTextWriter() No decimal place was found.");
+  EXPECT_EQ(refusal([&] { BasicTextWriter(folder.file("x.txt"), "", 10, 1); }),
+            "BasicTextWriter() No decimal place was found.");
+  EXPECT_EQ(refusal([&] { BasicTextWriter(folder.file("x.txt"), "3.", 8, 1); }),
+            "BasicTextWriter() Invalid radix.");
 }
 
 TEST(TextFile, TellsItsRadixFromItsStart) {
@@ -533,13 +490,13 @@ TEST(TextFile, TellsItsRadixFromItsStart) {
   const std::string path = folder.file("x.txt");
   const auto opened = [&](const std::string& text, u32 radix = 0) -> std::string {
     write_file(path, text);
-    try {
+    std::string found;
+    const std::string refused = message_of([&] {
       const BasicTextReader reader(path, radix);
-      return std::to_string(reader.radix()) + " " + reader.first_digits() + " " +
-             std::to_string(reader.total_digits());
-    } catch (const Exception& e) {
-      return e.message();
-    }
+      found = std::to_string(reader.radix()) + " " + reader.first_digits() + " " +
+              std::to_string(reader.total_digits());
+    });
+    return found.empty() ? refused : found;
   };
   const std::string no_point = "A decimal place was not found within the first 63 bytes of the file.";
   EXPECT_EQ(opened("3.14159"), "10 3. 5");
@@ -564,9 +521,9 @@ TEST(TextFile, RefusesACharacterThatIsNoDigit) {
   write_file(folder.file("x.txt"), "3." + std::string(99, '1') + "a");
   BasicTextReader reader(folder.file("x.txt"), 10);
   EXPECT_EQ(load(reader, 0, 99), std::vector<u8>(99, 1));
-  EXPECT_EQ(message_of([&] { load(reader, 50, 100); }), "BasicTextReader::process_txt(): Invalid Digit");
+  EXPECT_EQ(refusal([&] { load(reader, 50, 100); }), "BasicTextReader::process_txt() Invalid Digit");
   write_file(folder.file("x.txt"), "3.1");
-  EXPECT_EQ(message_of([&] { load(reader, 0, 50); }), "BasicTextReader::load_digits(): Read error.");
+  EXPECT_EQ(refusal([&] { load(reader, 0, 50); }), "BasicTextReader::load_digits() Read error.");
 }
 
 TEST(OvdSet, NamesItsFiles) {
@@ -595,20 +552,20 @@ TEST(OvdSet, NamesItsFiles) {
 TEST(OvdSet, RefusesWhatItCannotHold) {
   TemporaryFolder folder;
   const auto made = [&](u32 radix, u64 per_file, u64 total) {
-    return message_of([&] { BasicOvdSetWriter(folder.path(), kName, "3.", radix, per_file, total); });
+    return refusal([&] { BasicOvdSetWriter(folder.path(), kName, "3.", radix, per_file, total); });
   };
-  EXPECT_EQ(made(8, 100, 1000), "BasicOvdSetWriter(): Invalid Parameters");
+  EXPECT_EQ(made(8, 100, 1000), "BasicOvdSetWriter() Invalid Parameters");
   EXPECT_EQ(made(10, kSingleFile, 0),
-            "BasicOvdSetWriter(): Single-file is incompatible with unbounded output.");
+            "BasicOvdSetWriter() Single-file is incompatible with unbounded output.");
   BasicOvdSetWriter writer(folder.path(), kName, "3.", 10, 100, 1000);
-  EXPECT_EQ(message_of([&] { writer.close_and_get_basic_reader(); }),
-            "BasicOvdSetWriter::close_and_get_basic_reader(): No files open.");
+  EXPECT_EQ(refusal([&] { writer.close_and_get_basic_reader(); }),
+            "BasicOvdSetWriter::close_and_get_basic_reader() No files open.");
   const u8 digit = 1;
   Window window(writer.buffer_bytes(1));
-  EXPECT_EQ(message_of([&] { writer.store_digits(&digit, 5, 0, window.buffer(), one_task()); }),
-            "BasicOvdSetWriter::make_commands(): Internal Overflow");
-  EXPECT_EQ(message_of([] { BasicOvdSetReader("ovd"); }), "BasicOvdSetReader(): File name is too short.");
-  EXPECT_EQ(message_of([] { BasicOvdSetReader("x.txt"); }), "BasicOvdSetReader(): Invalid Extension");
+  EXPECT_EQ(refusal([&] { writer.store_digits(&digit, 5, 0, window.buffer(), one_task()); }),
+            "BasicOvdSetWriter::make_commands() Internal Overflow");
+  EXPECT_EQ(refusal([] { BasicOvdSetReader("ovd"); }), "BasicOvdSetReader() File name is too short.");
+  EXPECT_EQ(refusal([] { BasicOvdSetReader("x.txt"); }), "BasicOvdSetReader() Invalid Extension");
 }
 
 TEST(OvdSet, HoldsAnUnboundedStream) {
@@ -634,8 +591,8 @@ TEST(OvdSet, KeepsTheDigitsOfAWordThatIsWrittenTwice) {
   for (const u64 at : {0, 5, 50, 70, 99}) {  // in a part of a word at either end, in a whole one
     bad[at] = 10;
     for (const u64 begin : {0, 3})
-      EXPECT_EQ(message_of([&] { store(*writer, bad, std::min(begin, at), 100); }),
-                "BasicOvdFileWriter::store_digits_B(): Invalid Digit");
+      EXPECT_EQ(refusal([&] { store(*writer, bad, std::min(begin, at), 100); }),
+                "BasicOvdFileWriter::store_digits_B() Invalid Digit");
     bad[at] = 1;
   }
   std::vector<u8> expected = sevens;
@@ -645,7 +602,7 @@ TEST(OvdSet, KeepsTheDigitsOfAWordThatIsWrittenTwice) {
 }
 
 TEST(OvdSet, NamesEveryMissingFileAtOnce) {
-  const auto result = test::run_child("", [] {
+  const auto result = run_child("", [] {
     TemporaryFolder folder;
     const std::vector<u8> digits(500, 3);
     const auto reader = write_stream(folder, {10, 100}, digits);
@@ -653,8 +610,8 @@ TEST(OvdSet, NamesEveryMissingFileAtOnce) {
     std::filesystem::remove(stem + "1.ovd");
     std::filesystem::remove(stem + "3.ovd");
     if (load(*reader, 200, 300) != std::vector<u8>(100, 3)) return 2;
-    const std::string message = message_of([&] { load(*reader, 150, 500); });
-    return message == "BasicOvdSetReader::make_commands(): Missing required files." ? 0 : 3;
+    const std::string message = refusal([&] { load(*reader, 150, 500); });
+    return message == "BasicOvdSetReader::make_commands() Missing required files." ? 0 : 3;
   });
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.output.find("The following needed files are missing or inaccessible:\n"), 0u)
@@ -665,13 +622,13 @@ TEST(OvdSet, NamesEveryMissingFileAtOnce) {
 }
 
 TEST(OvdSet, TellsWhichFilesOfAnOlderSetCouldNotComeBack) {
-  const auto result = test::run_child("", [] {
+  const auto result = run_child("", [] {
     TemporaryFolder folder;
     FakeFileCalls calls;
     const std::vector<u8> digits(200, 3);
     write_stream(folder, {10, 100}, digits);
     calls.fail(FileCall::kRename, EACCES, 2);  // from when both older files are aside
-    return message_of([&] { write_stream(folder, {10, 100}, digits); }) == "nothing was thrown" ? 1 : 0;
+    return refusal([&] { write_stream(folder, {10, 100}, digits); }) == "accepted" ? 1 : 0;
   });
   EXPECT_EQ(result.status, 0);
   for (const char* id : {"0", "1"}) {
@@ -685,7 +642,6 @@ TEST(OvdSet, TellsWhichFilesOfAnOlderSetCouldNotComeBack) {
 TEST(OvdSet, MayHaveMoreFilesThanAProcessMayOpen) {
   TemporaryFolder folder;
   Random random;
-  SCOPED_TRACE(random.replay());
   const std::vector<u8> digits = random_digits(random, 10, 30000);
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
@@ -704,4 +660,4 @@ TEST(OvdSet, MayHaveMoreFilesThanAProcessMayOpen) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

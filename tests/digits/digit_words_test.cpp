@@ -5,7 +5,6 @@
 
 #include <array>
 
-#include "core/exceptions.h"
 #include "digits/digit_kernels.h"
 #include "digits/digit_stats.h"
 #include "digits/digit_text.h"
@@ -14,13 +13,12 @@
 #include "support/gmp_oracle.h"
 #include "support/random_words.h"
 #include "support/test_parallelizers.h"
+#include "support/thrown.h"
 #include "threads/frameworks.h"
 #include "words/hash.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::Random;
 
 u64 random_digit_word(Random& random, u32 radix) {
   const u64 word = random.edge_word<u64>();
@@ -44,7 +42,6 @@ INSTANTIATE_TEST_SUITE_P(DigitWords, Radix, testing::Values(10, 16));
 
 TEST_P(Radix, WordsAreTheirDigitsMostSignificantFirst) {
   Random random;
-  SCOPED_TRACE(random.replay());
   const u32 radix = GetParam();
   const u64 width = digits_per_word(radix);
   for (int round = 0; round < 200; round++) {
@@ -57,12 +54,12 @@ TEST_P(Radix, WordsAreTheirDigitsMostSignificantFirst) {
       for (u64 i = width; i-- > 0; word /= radix) digits[i] = static_cast<u8>(word % radix);
       expected.insert(expected.end(), digits.begin(), digits.end());
     }
-    test::GuardedWords<u8> digits(count * width, random.below(64));
+    GuardedWords<u8> digits(count * width, random.below(64));
     unpack_words(radix, digits.data(), words.data(), 1, count);
     EXPECT_EQ(digits.words(), expected);
     EXPECT_TRUE(digits.intact());
 
-    test::GuardedWords<u64> packed(count, random.below(8));
+    GuardedWords<u64> packed(count, random.below(8));
     EXPECT_FALSE(pack_words(radix, packed.data(), digits.data(), count));
     EXPECT_EQ(packed.words(), words);
     EXPECT_TRUE(packed.intact());
@@ -132,7 +129,6 @@ TEST_P(Radix, TextTakesExactlyTheDigitsOfTheRadix) {
 
 TEST_P(Radix, EveryCountKernelAgreesWithAPlainLoop) {
   Random random;
-  SCOPED_TRACE(random.replay());
   const u32 radix = GetParam();
   // A lane counts to 255 before it is emptied: 255 blocks of 64, 32 and 8 bytes.
   for (const u64 length : {0, 1, 7, 63, 64, 65, 200, 8 * 255, 8 * 255 + 1, 32 * 255 + 31, 32 * 256,
@@ -157,7 +153,6 @@ TEST_P(Radix, EveryCountKernelAgreesWithAPlainLoop) {
 
 TEST_P(Radix, EveryHashKernelAgreesWithAPlainLoop) {
   Random random;
-  SCOPED_TRACE(random.replay());
   const u32 radix = GetParam();
   for (const u64 blocks : {1, 2, 3, 64, 1001}) {
     for (const bool largest : {false, true}) {
@@ -174,18 +169,17 @@ TEST_P(Radix, EveryHashKernelAgreesWithAPlainLoop) {
 
 TEST_P(Radix, StatsAreThoseOfTheStreamHoweverItIsCut) {
   Random random;
-  SCOPED_TRACE(random.replay());
   const u32 radix = GetParam();
   const auto spawn = create_framework("spawn");
-  test::ReverseOrder reversed;
+  ReverseOrder reversed;
   for (const u64 length :
        {u64{0}, u64{1}, u64{15}, u64{16}, u64{19}, u64{20}, u64{5000}, u64{65536 * 5 + 3}}) {
     const std::vector<u8> digits = random_digits(random, radix, length);
     std::string text(length, '0');
     digits_to_text(text.data(), digits.data(), length);
-    test::Mpz integer;
+    Mpz integer;
     if (length != 0) mpz_set_str(integer, text.c_str(), static_cast<int>(radix));
-    const u64 expected = test::residue_m61(integer);
+    const u64 expected = residue_m61(integer);
     EXPECT_EQ(hash_canon(hash_digits(radix, digits.data(), length)), expected);
 
     for (const u64 tds : {1, 2, 7, 200}) {
@@ -205,19 +199,11 @@ TEST_P(Radix, StatsAreThoseOfTheStreamHoweverItIsCut) {
 }
 
 TEST(DigitRecords, RefuseAnotherRadix) {
-  const auto message_of = [](auto&& body) {
-    try {
-      body();
-    } catch (const InvalidParametersException& e) {
-      return e.function() + " " + e.message();
-    }
-    return std::string("nothing was thrown");
-  };
   const u8 digit = 0;
   LastDigits last;
-  EXPECT_EQ(message_of([] { DigitCounts(17); }), "DigitCounts::DigitCounts() Radix is too large.");
-  EXPECT_EQ(message_of([&] { last.set(8, &digit, 1); }), "LastDigits::set() Invalid Radix.");
-  EXPECT_EQ(message_of([] { digits_per_word(2); }), "digits_per_word() Invalid radix.");
+  EXPECT_EQ(refusal([] { DigitCounts(17); }), "DigitCounts::DigitCounts() Radix is too large.");
+  EXPECT_EQ(refusal([&] { last.set(8, &digit, 1); }), "LastDigits::set() Invalid Radix.");
+  EXPECT_EQ(refusal([] { digits_per_word(2); }), "digits_per_word() Invalid radix.");
   EXPECT_NO_THROW(DigitCounts(16));
 }
 
@@ -250,4 +236,4 @@ TEST(DigitRecords, HashTheTextWithTheirIndices) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

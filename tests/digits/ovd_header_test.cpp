@@ -3,17 +3,14 @@
 
 #include <gtest/gtest.h>
 
-#include "core/exceptions.h"
 #include "digits/digit_words.h"
 #include "digits/ovd_set.h"
 #include "support/files.h"
 #include "support/test_parallelizers.h"
+#include "support/thrown.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::TemporaryFolder;
-using test::write_file;
 
 constexpr const char* kGood =
     "#Compressed Digit File\r\n\r\n"
@@ -40,12 +37,7 @@ OvdHeader parse(const std::string& text) {
 }
 
 std::string refusal(const std::string& text) {
-  try {
-    parse(text);
-  } catch (const Exception& e) {
-    return e.message();
-  }
-  return "taken";
+  return message_of([&] { parse(text); });
 }
 
 TEST(OvdHeader, IsWrittenToTheByte) {
@@ -99,13 +91,19 @@ TEST(OvdHeader, IsRefusedWithItsReason) {
   EXPECT_EQ(refusal(replaced(good, "1000000", "99")), "Invalid Digits per File");
   EXPECT_EQ(refusal(replaced(good, "1000000", "0")), "Invalid Digits per File");
   EXPECT_EQ(refusal(replaced(good, "Base:\t10", "Base:\t8")), "Unsupported Radix");
-  EXPECT_EQ(refusal(replaced(good, "Base:\t10", "")), "taken") << "10 is understood";
+  EXPECT_EQ(refusal(replaced(good, "Base:\t10", "")), "accepted") << "10 is understood";
+  for (const std::string number : {"12x", "-1", "+100", " 100", "1,000,000", "", "18446744073709551616"})
+    for (const char* key : {"Base:\t10", "TotalDigits:\t2500000", "Blocksize:\t1000000", "BlockID:\t2"}) {
+      const std::string line = key;
+      EXPECT_EQ(refusal(replaced(good, line, line.substr(0, line.find('\t') + 1) + number)),
+                "Invalid Number: " + number);
+    }
   EXPECT_EQ(
       refusal(replaced(good, "ID:\t2", "ID:\t3")),
       "This file is out of range.\nStart:        3000000\nEnd:          4000000\nTotal Digits: 2500000");
   // Its first digit would be the one behind the stream's last; one digit more, and it has one.
   EXPECT_EQ(refusal(replaced(good, "2500000", "2000000")).find("This file is out of range.\n"), 0u);
-  EXPECT_EQ(refusal(replaced(good, "2500000", "2000001")), "taken");
+  EXPECT_EQ(refusal(replaced(good, "2500000", "2000001")), "accepted");
   EXPECT_EQ(
       refusal(replaced(good, "ID:\t2", "ID:\t18446744073709551615")).find("This file is out of range.\n"),
       0u);
@@ -116,6 +114,13 @@ TEST(OvdHeader, IsRefusedWithItsReason) {
   EXPECT_EQ(refusal(good.substr(0, good.size() - 1)), "Unexpected end of file.");
   EXPECT_EQ(refusal("3.14"), "Unexpected end of file.");
   EXPECT_EQ(refusal(""), "Unexpected end of file.");
+}
+
+alignas(64) u8 window[32768];
+
+ParallelContext one_task() {
+  static ReverseOrder framework;
+  return {framework, 1};
 }
 
 // A set of two files of 100 digits by hand, the way the format is described: no code of the writers.
@@ -137,10 +142,8 @@ TEST(OvdSetReader, ReadsASetThatWasMadeByHand) {
   for (u64 id = 0; id < 2; id++) write_file(folder.file("x - " + std::to_string(id) + ".ovd"), hand_made(id));
   BasicOvdSetReader reader(folder.file("x - 1.ovd"));
   EXPECT_EQ(reader.file_count(), 2u);
-  alignas(64) u8 window[32768];
-  test::ReverseOrder framework;
   u8 digits[40];
-  reader.load_digits(digits, 81, 39, LinearHeapBuffer(window, sizeof window), {framework, 1});
+  reader.load_digits(digits, 81, 39, LinearHeapBuffer(window, sizeof window), one_task());
   std::string text;
   for (int i = 0; i < 39; i++) text.push_back(static_cast<char>('0' + digits[i]));
   // The end of word 4 and the first five digits of word 5 of file 0, then word 0 of file 1 and a digit.
@@ -159,24 +162,16 @@ TEST(OvdSetReader, ReadsASetThatWasMadeByHand) {
 TEST(OvdSetReader, SaysWhatDoesNotMatch) {
   TemporaryFolder folder;
   write_file(folder.file("x - 0.ovd"), hand_made(0));
-  alignas(64) u8 window[32768];
-  test::ReverseOrder framework;
   const auto loaded = [&](const std::string& second, u64 count = 10) {
     write_file(folder.file("x - 1.ovd"), second);
     BasicOvdSetReader reader(folder.file("x - 0.ovd"));
     u8 digits[100];
-    try {
-      reader.load_digits(digits, 100, count, LinearHeapBuffer(window, sizeof window), {framework, 1});
-    } catch (const InconsistentMetaData& e) {
-      const std::string head = "Inconsistent Metadata: \"" + folder.file("x - 1.ovd") + "\"\n\n";
-      EXPECT_EQ(e.message().find(head), 0u);
-      return e.message().substr(head.size());
-    } catch (const Exception& e) {
-      return e.message();
-    }
-    return std::string("loaded");
+    const std::string message = message_of(
+        [&] { reader.load_digits(digits, 100, count, LinearHeapBuffer(window, sizeof window), one_task()); });
+    const std::string head = "Inconsistent Metadata: \"" + folder.file("x - 1.ovd") + "\"\n\n";
+    return message.starts_with(head) ? message.substr(head.size()) : message;
   };
-  EXPECT_EQ(loaded(hand_made(1)), "loaded");
+  EXPECT_EQ(loaded(hand_made(1)), "accepted");
   EXPECT_EQ(loaded(hand_made(1, "1.0.0")), "File version does not match.");
   EXPECT_EQ(loaded(hand_made(1, "1.1.0", "16")), "Radix does not match.");
   EXPECT_EQ(loaded(hand_made(1, "1.1.0", "10", 101)), "Digits per file does not match.");
@@ -202,12 +197,10 @@ TEST(OvdSetReader, TakesTheStreamsNameFromTheFiles) {
   // "x.ovd" describes the stream whose files are x0.ovd, x1.ovd and so on.
   for (const char* name : {"x.ovd", "x0.ovd"}) write_file(folder.file(name), hand_made(0));
   BasicOvdSetReader reader(folder.file("x.ovd"));
-  alignas(64) u8 window[32768];
-  test::ReverseOrder framework;
   u8 digit;
-  reader.load_digits(&digit, 0, 1, LinearHeapBuffer(window, sizeof window), {framework, 1});
+  reader.load_digits(&digit, 0, 1, LinearHeapBuffer(window, sizeof window), one_task());
   EXPECT_EQ(digit, 1);
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

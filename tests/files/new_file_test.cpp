@@ -6,16 +6,13 @@
 #include "support/fake_file_calls.h"
 #include "support/files.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::FakeFileCalls;
-using test::FileCall;
 
 // Also where the file system knows no exclusive renaming.
 TEST(NewFile, NeverTakesTheNameOfAnother) {
   for (const bool knows : {true, false}) {
-    test::TemporaryFolder folder;
+    TemporaryFolder folder;
     FakeFileCalls calls;
     calls.knows_no_replace = knows;
     const std::string stem = folder.file("Report");
@@ -23,8 +20,8 @@ TEST(NewFile, NeverTakesTheNameOfAnother) {
     EXPECT_EQ(write_new_file(stem, ".txt", "second"), stem + " - 2.txt");
     EXPECT_EQ(write_new_file(stem, ".txt", "third"), stem + " - 3.txt");
     EXPECT_EQ(write_new_file(stem, ".json", ""), stem + ".json");
-    EXPECT_EQ(test::read_file(stem + ".txt"), "first");
-    EXPECT_EQ(test::read_file(stem + " - 3.txt"), "third");
+    EXPECT_EQ(read_file(stem + ".txt"), "first");
+    EXPECT_EQ(read_file(stem + " - 3.txt"), "third");
     EXPECT_EQ(folder.names(),
               (std::vector<std::string>{"Report - 2.txt", "Report - 3.txt", "Report.json", "Report.txt"}));
   }
@@ -33,17 +30,17 @@ TEST(NewFile, NeverTakesTheNameOfAnother) {
 // The name goes to the disk after the text, and the folder after the name; a call that was interrupted is made
 // again; everybody may read a report.
 TEST(NewFile, IsOnTheDiskBeforeItsNameIs) {
-  test::TemporaryFolder folder;
+  TemporaryFolder folder;
   FakeFileCalls calls;
   calls.fail(FileCall::kWrite, EINTR, 0, 1);
   write_new_file(folder.file("Report"), ".txt", "text");
   EXPECT_EQ(calls.trace(), (std::vector<std::string>{"create 644", "write", "write", "sync", "close",
                                                      "rename", "open folder", "sync", "close"}));
-  EXPECT_EQ(test::read_file(folder.file("Report.txt")), "text");
+  EXPECT_EQ(read_file(folder.file("Report.txt")), "text");
 }
 
 TEST(NewFile, IsThereWholeOrNotAtAll) {
-  test::TemporaryFolder folder;
+  TemporaryFolder folder;
   const std::string text(10000, 'x');
   for (const FileCall call :
        {FileCall::kOpen, FileCall::kWrite, FileCall::kSync, FileCall::kClose, FileCall::kRenameNew}) {
@@ -59,4 +56,4 @@ TEST(NewFile, IsThereWholeOrNotAtAll) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

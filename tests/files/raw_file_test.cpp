@@ -14,14 +14,10 @@
 #include "support/fake_file_calls.h"
 #include "support/files.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
 using FileIO::FileException;
-using test::FakeFileCalls;
-using test::FileCall;
-using test::run_child;
-using test::TemporaryFolder;
 
 class RawFileTest : public testing::Test {
  protected:
@@ -170,13 +166,13 @@ TEST_F(RawFileTest, CallsAShortTransferAFault) {
 
 TEST_F(RawFileTest, EndsAtAnOddSize) {
   filled().close_and_set_size(4097);
-  EXPECT_EQ(test::read_file(path()), std::string(reinterpret_cast<char*>(bytes_), 4097));
+  EXPECT_EQ(read_file(path()), std::string(reinterpret_cast<char*>(bytes_), 4097));
   filled().close_and_set_size(100000);
-  EXPECT_EQ(test::read_file(path()).size(), 100000u);
+  EXPECT_EQ(read_file(path()).size(), 100000u);
 }
 
 TEST_F(RawFileTest, RenamesOverWhatStandsThere) {
-  test::write_file(folder_.file("new.sf"), "old");
+  write_file(folder_.file("new.sf"), "old");
   RawFile file = filled();
   FakeFileCalls calls;
   calls.fail(FileCall::kRename, EEXIST, 0, 1);
@@ -293,7 +289,7 @@ TEST_F(RawFileTest, PathCheckLeavesNothingBehind) {
   EXPECT_TRUE(path_is_writable(folder_.path()));
   EXPECT_TRUE(path_is_writable(folder_.path() + "/"));
   EXPECT_FALSE(path_is_writable(folder_.file("missing")));
-  test::write_file(path(), "a file");
+  write_file(path(), "a file");
   EXPECT_FALSE(path_is_writable(path()));
   for (const FileCall call : {FileCall::kOpen, FileCall::kSync, FileCall::kClose, FileCall::kUnlink}) {
     FakeFileCalls calls;
@@ -306,4 +302,4 @@ TEST_F(RawFileTest, PathCheckLeavesNothingBehind) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

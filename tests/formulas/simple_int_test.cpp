@@ -20,7 +20,6 @@ Mpz value(const SimpleInt& n) {
 
 TEST(SimpleInts, ArithmeticAgreesWithGmp) {
   Random random;
-  SCOPED_TRACE(random.replay());
   for (int round = 0; round < 5000; ++round) {
     const SimpleInt a(random.coin(), random.words<u64>(random.below(9)));
     const SimpleInt b(random.coin(), random.words<u64>(random.below(6)));

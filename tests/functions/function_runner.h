@@ -10,11 +10,10 @@
 #include <vector>
 
 #include "core/status.h"
-#include "memory/linear_buffer.h"
-#include "multiply/algorithm_table.h"
 #include "numbers/big_float.h"
 #include "numbers/run_context.h"
 #include "support/gmp_oracle.h"
+#include "support/multiplication.h"
 #include "threads/frameworks.h"
 
 namespace orl::test {
@@ -35,30 +34,18 @@ class AlignedBytes {
   std::unique_ptr<u8, Free> store_;
 };
 
-/// `bytes` bytes between poisoned pages of guard.
-class GuardedHeap final : public CutObserver {
+/// `bytes` bytes between guards that sees what is cut of them.
+class GuardedHeap final : public GuardedBlock, public CutObserver {
  public:
-  explicit GuardedHeap(u64 bytes) : bytes_(bytes), store_(bytes + 2 * kGuard) {
-    std::fill_n(store_.data(), bytes + 2 * kGuard, kPoison);
-    set_cut_observer(this);
-  }
+  explicit GuardedHeap(u64 bytes) : GuardedBlock(bytes) { set_cut_observer(this); }
   ~GuardedHeap() override { set_cut_observer(nullptr); }
 
-  LinearHeapBuffer buffer() { return {store_.data() + kGuard, bytes_}; }
-  /// Nothing wrote outside.
-  bool intact() const {
-    const auto poisoned = [](u8 byte) { return byte == kPoison; };
-    const u8* end = store_.data() + kGuard + bytes_;
-    return std::all_of(store_.data(), store_.data() + kGuard, poisoned) &&
-           std::all_of(end, end + kGuard, poisoned);
-  }
   /// Bytes from the start of the heap to the end of the highest cut.
   u64 high_water() const { return high_water_; }
 
   void on_cut(const void* begin, u64 bytes) override {
-    const u8* at = static_cast<const u8*>(begin);
-    const u8* start = store_.data() + kGuard;
-    if (at < start || at > start + bytes_) return;
+    const u8 *const at = static_cast<const u8*>(begin), *const start = static_cast<const u8*>(buffer().ptr);
+    if (at < start || at > start + buffer().size) return;
     const u64 end = static_cast<u64>(at - start) + bytes;
     u64 seen = high_water_;
     while (seen < end && !high_water_.compare_exchange_weak(seen, end)) {
@@ -66,10 +53,6 @@ class GuardedHeap final : public CutObserver {
   }
 
  private:
-  static constexpr u64 kGuard = 4096;
-  static constexpr u8 kPoison = 0xd7;
-  u64 bytes_;
-  AlignedBytes store_;
   std::atomic<u64> high_water_{0};
 };
 
@@ -122,9 +105,23 @@ struct OwnedFloat {
     x.strip_top_zeros();
     x.exp = x.L ? exp : 0;
   }
-  OwnedFloat(const OwnedFloat&) = delete;
-  OwnedFloat& operator=(const OwnedFloat&) = delete;
+  OwnedFloat(OwnedFloat&&) = default;
 };
+
+/// What a plan makes of its operands; `tight_bytes` as Runner::run() has it.
+template <class W, class Plan, class... Operands>
+OwnedFloat<W> made_by(const Plan& plan, u64 tds, const char* framework, u64 tight_bytes,
+                      const Operands&... operands) {
+  OwnedFloat<W> out(plan.need().out_words);
+  Runner<W>(plan.need().table_bits, framework)
+      .run(
+          plan.need(), tds,
+          [&](const RunContext& ctx, LinearHeapBuffer heap) {
+            plan.run(ctx, frame, out.x, operands..., heap);
+          },
+          tight_bytes);
+  return out;
+}
 
 /// floor(|x| * W^words).
 template <class W>

@@ -2,11 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include "core/exceptions.h"
 #include "functions/function_runner.h"
 #include "functions/newton_steps.h"
 #include "support/counting_algorithm.h"
 #include "support/random_words.h"
+#include "support/thrown.h"
 
 namespace orl::test {
 namespace {
@@ -17,13 +17,12 @@ void expect_close(const BigFloat<W>& got, const Mpz& want, u64 words, u64 n) {
   constexpr u64 bits = 8 * sizeof(W);
   ASSERT_NE(got.L, 0u);
   EXPECT_LE(got.L, n + 3);
-  Mpz error = scaled(got, words) - want;
-  mpz_abs(error, error);
+  const Mpz error = abs(scaled(got, words) - want);
   const u64 good_bits = n == 0 ? 50 : n == 1 ? std::min<u64>(2 * bits - 4, 100) : (n + 1) * bits - 6;
-  const Mpz bound = (want >> good_bits) + Mpz(u64{2});
-  EXPECT_LE(mpz_cmp(error, bound), 0)
-      << "n = " << n << ", right bits: " << mpz_sizeinbase(want, 2) - mpz_sizeinbase(error, 2) << " of "
-      << good_bits;
+  const Mpz bound = (want >> good_bits) + Mpz(2);
+  EXPECT_TRUE(error <= bound) << "n = " << n
+                              << ", right bits: " << mpz_sizeinbase(want, 2) - mpz_sizeinbase(error, 2)
+                              << " of " << good_bits;
 }
 
 // floor(W^words / sqrt(a * W^exp))
@@ -31,7 +30,7 @@ template <class W>
 Mpz inverse_root(const Mpz& a, s64 exp, u64 words) {
   constexpr s64 bits = 8 * sizeof(W);
   const s64 shift = (2 * static_cast<s64>(words) - exp) * bits;
-  Mpz r = (Mpz(u64{1}) << static_cast<u64>(shift)) / a;
+  Mpz r = (Mpz(1) << static_cast<u64>(shift)) / a;
   mpz_sqrt(r, r);
   return r;
 }
@@ -49,33 +48,20 @@ template <class W>
 class Newton : public ::testing::Test {
  protected:
   Random random;
-  ::testing::ScopedTrace trace{__FILE__, __LINE__, random.replay()};
 
   void check_word(u64 n, W w, u64 tds, const char* framework = "none") {
-    const InvsqrtWord_BigFloatR<W> plan(n, tds);
-    Runner<W> runner(plan.need().table_bits, framework);
-    OwnedFloat<W> y(plan.need().out_words);
-    runner.run(plan.need(), tds,
-               [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, frame, y.x, w, heap); });
-    expect_close(y.x, inverse_root<W>(Mpz(u64{w}), 0, n + 4), n + 4, n);
+    const OwnedFloat<W> y = made_by<W>(InvsqrtWord_BigFloatR<W>(n, tds), tds, framework, 4096, w);
+    expect_close(y.x, inverse_root<W>(Mpz(w), 0, n + 4), n + 4, n);
   }
 
   void check_root(u64 n, const BigFloat<W>& a, u64 tds) {
-    const InvsqrtFloat_BigFloatR<W> plan(n, tds);
-    Runner<W> runner(plan.need().table_bits);
-    OwnedFloat<W> y(plan.need().out_words);
-    runner.run(plan.need(), tds,
-               [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, frame, y.x, a, heap); });
+    const OwnedFloat<W> y = made_by<W>(InvsqrtFloat_BigFloatR<W>(n, tds), tds, "none", 4096, a);
     const u64 words = n + 6 + static_cast<u64>(std::abs(a.magnitude()));
     expect_close(y.x, inverse_root<W>(Mpz(a.T, a.L), a.exp, words), words, n);
   }
 
   void check_reciprocal(u64 n, const BigFloat<W>& a, u64 tds) {
-    const Reciprocal_BigFloatR<W> plan(n, tds);
-    Runner<W> runner(plan.need().table_bits);
-    OwnedFloat<W> y(plan.need().out_words);
-    runner.run(plan.need(), tds,
-               [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, frame, y.x, a, heap); });
+    const OwnedFloat<W> y = made_by<W>(Reciprocal_BigFloatR<W>(n, tds), tds, "none", 4096, a);
     const s64 words = static_cast<s64>(n) + 6 + std::abs(a.magnitude());
     const Mpz want = word_power<W>(static_cast<u64>(words - a.exp)) / Mpz(a.T, a.L);
     EXPECT_EQ(y.x.sign, a.sign);
@@ -84,13 +70,9 @@ class Newton : public ::testing::Test {
 
   void check_division(u64 n, const BigFloat<W>& a, const BigFloat<W>& b, u64 tds,
                       const char* framework = "none", DivisionMemory division = DivisionMemory::kKeep) {
-    const Division_BigFloatR<W> plan(n, tds, division);
-    Runner<W> runner(plan.need().table_bits, framework);
-    OwnedFloat<W> q(plan.need().out_words);
-    runner.run(
-        plan.need(), tds,
-        [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, frame, q.x, a, b, heap); },
-        a.L == 0 || division == DivisionMemory::kLeast ? ~u64{0} : 4096);
+    const u64 tight_bytes = a.L == 0 || division == DivisionMemory::kLeast ? ~u64{0} : 4096;
+    const OwnedFloat<W> q =
+        made_by<W>(Division_BigFloatR<W>(n, tds, division), tds, framework, tight_bytes, a, b);
     if (a.L == 0) {
       EXPECT_EQ(q.x.L, 0u);
       return;
@@ -104,8 +86,8 @@ class Newton : public ::testing::Test {
 
   // Words without runs of zeros.
   std::vector<W> dense(u64 L) {
-    std::vector<W> words(L);
-    for (W& word : words) word = static_cast<W>(random.next() | 1);
+    std::vector<W> words = random.plain_words<W>(L);
+    for (W& word : words) word |= 1;
     return words;
   }
 
@@ -118,22 +100,13 @@ class Newton : public ::testing::Test {
   }
 };
 
-using WordTypes = ::testing::Types<u32, u64>;
-TYPED_TEST_SUITE(Newton, WordTypes);
+TYPED_TEST_SUITE(Newton, BothWords);
 
 TYPED_TEST(Newton, InverseRootOfAWordIsRight) {
   using W = TypeParam;
   const W top = static_cast<W>(~W{0});
-  const W words[] = {1,
-                     2,
-                     3,
-                     4,
-                     8,
-                     10005,
-                     static_cast<W>(2000000011u),
-                     static_cast<W>(W{1} << (8 * sizeof(W) - 2)),
-                     static_cast<W>(top - 1),
-                     top};
+  const W large = static_cast<W>(W{1} << (8 * sizeof(W) - 2));
+  const W words[] = {1, 2, 3, 4, 8, 10005, static_cast<W>(2000000011u), large, static_cast<W>(top - 1), top};
   for (const u64 n : all_sizes())
     for (const W w : words) this->check_word(n, w, 1);
 }
@@ -286,13 +259,8 @@ TYPED_TEST(Newton, ErrorOutsideItsBoundIsAFailure) {
     OwnedFloat<W> e(words, exp);
     return take_error(e.x, below, "test()", parallel);
   };
-  const auto message = [&](std::vector<W> words, s64 exp, u64 below) -> std::string {
-    try {
-      side(words, exp, below);
-    } catch (const AlgorithmFailedException& failure) {
-      return failure.message();
-    }
-    return "";
+  const auto message = [&](std::vector<W> words, s64 exp, u64 below) {
+    return message_of<AlgorithmFailedException>([&] { side(words, exp, below); });
   };
   EXPECT_EQ(side({7, 0, 0, 1}, -3, 4), Estimate::kOver);
   EXPECT_EQ(side({0, 0, 0, 1}, -3, 4), Estimate::kExact);
@@ -327,11 +295,8 @@ TYPED_TEST(Newton, WrappedErrorOutsideItsBoundIsAFailure) {
   const u64 n = 40;
   const CountedProducts<W> wrapped(2);
   const OwnedFloat<W> a(this->dense(n + 3), -7);
-  OwnedFloat<W> t(n / 2 + 4);
-  const Reciprocal_BigFloatR<W> plan(n / 2, 1);
+  OwnedFloat<W> t = made_by<W>(Reciprocal_BigFloatR<W>(n / 2, 1), 1, "none", 4096, a.x);
   Runner<W> runner(1 << 16);
-  runner.run(plan.need(), 1,
-             [&](const RunContext& ctx, LinearHeapBuffer heap) { plan.run(ctx, frame, t.x, a.x, heap); });
   const LevelShape shape = LevelShape::wrapped<W>(n, 1);
   ASSERT_GE(shape.wrap, n);
   AlignedBytes memory(layout_bytes([&](auto& arena) { RamLevelProducts<W>::lay_out(shape, 1, arena); }));

@@ -16,7 +16,6 @@ class ResidualTest : public ::testing::Test {
  protected:
   using Of = ResidualOf;
   Random random;
-  ::testing::ScopedTrace trace{__FILE__, __LINE__, random.replay()};
 
   /// Runs `plan` with exactly its memory and tables; true when it lets the numbers pass.
   template <class Check>
@@ -39,8 +38,8 @@ class ResidualTest : public ::testing::Test {
 
   // Words without long runs of zeros or ones.
   std::vector<W> dense(u64 L) {
-    std::vector<W> words(L);
-    for (W& word : words) word = random.word<W>() | 2;
+    std::vector<W> words = random.plain_words<W>(L);
+    for (W& word : words) word |= 2;
     return words;
   }
 
@@ -49,15 +48,7 @@ class ResidualTest : public ::testing::Test {
     OwnedFloat<W> a(random.number<W>(random.between(1, p + 4)), random.coin() ? 3 : -7, random.coin());
     OwnedFloat<W> b(dense(random.between(p, p + 4)), random.coin() ? 0 : -12, random.coin());
     if (random.below(4) == 0) b.store.back() = 1;
-    const Division_BigFloatR<W> division(p, tds);
-    OwnedFloat<W> q(division.need().out_words);
-    Runner<W>(division.need().table_bits)
-        .run(
-            division.need(), tds,
-            [&](const RunContext& ctx, LinearHeapBuffer heap) {
-              division.run(ctx, frame, q.x, a.x, b.x, heap);
-            },
-            ~u64{0});
+    OwnedFloat<W> q = made_by<W>(Division_BigFloatR<W>(p, tds), tds, "none", ~u64{0}, a.x, b.x);
     const RamResidual<W> residual(Of::kProduct, p, tds);
     const auto right = [&] {
       return passes(residual, tds, [&](const RunContext& ctx, LinearHeapBuffer heap) {
@@ -81,13 +72,7 @@ class ResidualTest : public ::testing::Test {
 
   void check_root(u64 p, W w, u64 tds) {
     SCOPED_TRACE(p);
-    const InvsqrtWord_BigFloatR<W> root(p, tds);
-    OwnedFloat<W> y(root.need().out_words);
-    Runner<W>(root.need().table_bits)
-        .run(
-            root.need(), tds,
-            [&](const RunContext& ctx, LinearHeapBuffer heap) { root.run(ctx, frame, y.x, w, heap); },
-            ~u64{0});
+    OwnedFloat<W> y = made_by<W>(InvsqrtWord_BigFloatR<W>(p, tds), tds, "none", ~u64{0}, w);
     const RamResidual<W> residual(Of::kSquare, p, tds);
     const auto right = [&](W word) {
       return passes(residual, tds, [&](const RunContext& ctx, LinearHeapBuffer heap) {
@@ -119,8 +104,7 @@ class ResidualTest : public ::testing::Test {
   }
 };
 
-using WordTypes = ::testing::Types<u32, u64>;
-TYPED_TEST_SUITE(ResidualTest, WordTypes);
+TYPED_TEST_SUITE(ResidualTest, BothWords);
 
 // a / 1 and 1 / 1 with the quotient off by less than the bound, and by the bound.
 TYPED_TEST(ResidualTest, BoundIsMetExactly) {

@@ -17,7 +17,6 @@ class Stages : public ::testing::Test {
  protected:
   CountedProducts<W> products{2};  // before any plan: with products that wrap
   Random random;
-  ::testing::ScopedTrace trace{__FILE__, __LINE__, random.replay()};
 
   /// run(ctx, frame, out, arena) is a plan's run with its operands. Returns the number of stages.
   template <class Run>
@@ -48,8 +47,7 @@ class Stages : public ::testing::Test {
   OwnedFloat<W> operand(u64 L) { return OwnedFloat<W>(random.number<W>(L), -static_cast<s64>(L / 2)); }
 };
 
-using Words = ::testing::Types<u32, u64>;
-TYPED_TEST_SUITE(Stages, Words);
+TYPED_TEST_SUITE(Stages, BothWords);
 
 // Sizes on both sides of the small levels, and with several levels above them.
 TYPED_TEST(Stages, OfNewtonIterationsAreComplete) {

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <sstream>
 
 #include "fuzz/formats.h"
 #include "support/random_words.h"
@@ -18,33 +19,18 @@ constexpr auto kTime = std::chrono::milliseconds(1000);
 constexpr u64 kFiles = 100;
 
 // What matters to one format or another.
-constexpr const char* kTokens[] = {"{",
-                                   "}",
-                                   "[",
-                                   "]",
-                                   "\"",
-                                   "\\",
-                                   ":",
-                                   "//",
-                                   "/*",
-                                   "\r\n",
-                                   "\t",
-                                   ".",
-                                   "-",
-                                   "0",
-                                   "18446744073709551615",
-                                   "-9223372036854775808",
-                                   "999999999999999999999999",
-                                   "EndHeader",
-                                   "Blocksize:\t",
-                                   "TotalDigits:\t0",
-                                   "BlockID:\t1",
-                                   "Base:\t16",
-                                   "true",
-                                   "\xff",
-                                   "1.3",
-                                   "----\r\n",
-                                   ","};
+const std::vector<std::string>& tokens() {
+  static const std::vector<std::string> list = [] {
+    std::istringstream text(
+        "{|}|[|]|\"|\\|:|//|/"
+        "*|\r\n|\t|.|-|0|18446744073709551615|-9223372036854775808|999999999999999999999999|,|"
+        "EndHeader|Blocksize:\t|TotalDigits:\t0|BlockID:\t1|Base:\t16|true|\xff|1.3|----\r\n");
+    std::vector<std::string> parts;
+    for (std::string part; std::getline(text, part, '|');) parts.push_back(part);
+    return parts;
+  }();
+  return list;
+}
 
 std::string changed(std::string text, const std::vector<std::string>& seeds, Random& random) {
   const auto place = [&] { return random.below(text.size() + 1); };
@@ -58,7 +44,7 @@ std::string changed(std::string text, const std::vector<std::string>& seeds, Ran
         if (at < text.size()) text[at] = static_cast<char>(random.next());
         break;
       case 2:
-        text.insert(at, kTokens[random.below(std::size(kTokens))]);
+        text.insert(at, tokens()[random.below(tokens().size())]);
         break;
       case 3:
         text.erase(at, 1 + random.below(20));

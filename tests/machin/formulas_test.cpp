@@ -4,15 +4,15 @@
 #include <array>
 #include <ctime>
 
-#include "core/exceptions.h"
 #include "machin/formula_oracle.h"
 #include "machin/formula_search.h"
 #include "machin/generator.h"
 #include "support/processor_time.h"
 #include "support/random_words.h"
 #include "support/screen.h"
+#include "support/thrown.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
 // Nats of a million, a billion and 10^15 digits.
@@ -22,9 +22,8 @@ LogFormulas generate(u64 n, double nats, std::string* screen = nullptr,
                      std::span<const StoredLogFormulas> stored = stored_log_formulas()) {
   LogFormulas formulas;
   const std::clock_t start = std::clock();
-  const std::string printed =
-      testing_parallel::screen_of("", [&] { formulas = generate_log_formulas(n, nats, stored); });
-  EXPECT_LT(std::clock() - start, test::kProcessorSecond);
+  const std::string printed = screen_of("", [&] { formulas = generate_log_formulas(n, nats, stored); });
+  EXPECT_LT(std::clock() - start, kProcessorSecond);
   if (screen) *screen = printed;
   return formulas;
 }
@@ -32,8 +31,8 @@ LogFormulas generate(u64 n, double nats, std::string* screen = nullptr,
 void expect_right(const MachinFormula& formula, u64 n) {
   ASSERT_FALSE(formula.empty());
   EXPECT_LE(formula.size(), 14u);
-  EXPECT_TRUE(test::is_exact_by_gmp(formula, n)) << to_string(formula, n);
-  EXPECT_GT(test::digits_by_mpfr(formula, n), 280) << to_string(formula, n);
+  EXPECT_TRUE(is_exact_by_gmp(formula, n)) << to_string(formula, n);
+  EXPECT_GT(digits_by_mpfr(formula, n), 280) << to_string(formula, n);
   EXPECT_TRUE(is_proved(formula, n));
   EXPECT_TRUE(agrees_with_log(formula, n));
 }
@@ -58,8 +57,7 @@ TEST(LogFormulas, AreRightForEveryKindOfNumber) {
 }
 
 TEST(LogFormulas, AreRightForRandomNumbers) {
-  test::Random random;
-  SCOPED_TRACE(random.replay());
+  Random random;
   for (int i = 0; i < 40; ++i) {
     const u64 n = std::max<u64>(2, (random.next() >> 33) >> (i % 4 == 0 ? random.below(30) : 0));
     expect_pair(n, i % 2 ? kMillion : kBillion);
@@ -142,13 +140,9 @@ TEST(LogFormulas, AWrongFormulaIsRefusedByBothChecks) {
     LogFormulas bad = formulas;
     (i == 0 ? bad.primary : bad.secondary).back().coefficient += 1;
     EXPECT_FALSE(agrees_with_log(i == 0 ? bad.primary : bad.secondary, 223092870));
-    try {
-      require_verified(bad, 223092870);
-      FAIL() << "formula " << i;
-    } catch (const AlgorithmFailedException& e) {
-      EXPECT_EQ(e.message(), "Unable to verify correctness of formula.\nFormula " + std::to_string(i) +
-                                 " failed to pass verification.\nPlease report this as a bug.");
-    }
+    EXPECT_EQ(message_of<AlgorithmFailedException>([&] { require_verified(bad, 223092870); }),
+              "Unable to verify correctness of formula.\nFormula " + std::to_string(i) +
+                  " failed to pass verification.\nPlease report this as a bug.");
   }
 }
 
@@ -163,4 +157,4 @@ TEST(LogFormulas, AFormulaOutOfRangeIsNotProved) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -8,7 +8,7 @@
 #include "machin/stored_formulas.h"
 #include "support/screen.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
 constexpr u64 kPrimes[] = {2, 3, 5, 7, 11, 13, 17, 19};
@@ -57,7 +57,7 @@ TEST(ArgumentSets, GiveTheLogarithmOfEveryPrimeOfTheirBase) {
       for (const u64 prime : base) {
         const auto formula = solve(candidates_of(base, set), target_of(base, prime));
         ASSERT_TRUE(formula) << prime;
-        EXPECT_TRUE(test::is_exact_by_gmp(*formula, prime));
+        EXPECT_TRUE(is_exact_by_gmp(*formula, prime));
       }
     }
   }
@@ -98,7 +98,7 @@ TEST(Chain, RemovesEveryPrimeBeyondTheBaseAndAvoidsTheBanned) {
     ASSERT_TRUE(rest);
     MachinFormula whole = chain->terms;
     whole.insert(whole.end(), rest->begin(), rest->end());
-    EXPECT_TRUE(test::is_exact_by_gmp(whole, 2147483629)) << to_string(whole, 2147483629);
+    EXPECT_TRUE(is_exact_by_gmp(whole, 2147483629)) << to_string(whole, 2147483629);
     banned.insert(banned.end(), chain->terms.begin(), chain->terms.end());
   }
   // The four arguments that a prime near 2^31 has are used up; there is no other link.
@@ -109,7 +109,7 @@ TEST(Chain, RemovesEveryPrimeBeyondTheBaseAndAvoidsTheBanned) {
 TEST(SpanSearchDeathTest, APrimeBeyondTheBaseIsAFaultOfTheProgram) {
   EXPECT_EXIT(
       {
-        testing_parallel::console_to_stderr();
+        console_to_stderr();
         settings().pause_on_fatal = false;
         exponents_over(std::span(kPrimes).first(2), 10);
       },
@@ -117,4 +117,4 @@ TEST(SpanSearchDeathTest, APrimeBeyondTheBaseIsAFaultOfTheProgram) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -5,19 +5,13 @@
 #include <cstring>
 #include <new>
 
-#include "core/exceptions.h"
+#include "support/thrown.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
-std::string message_of_free(void* block) {
-  try {
-    aligned_free(block);
-  } catch (const InvalidParametersException& failure) {
-    EXPECT_EQ(failure.function(), "aligned_free()");
-    return failure.message();
-  }
-  return "freed";
+std::string refusal_to_free(void* block) {
+  return refusal<InvalidParametersException>([=] { aligned_free(block); });
 }
 
 TEST(AlignedMalloc, AlignsAndGuardsEverySize) {
@@ -28,12 +22,12 @@ TEST(AlignedMalloc, AlignsAndGuardsEverySize) {
       EXPECT_EQ(reinterpret_cast<u64>(block) % std::max<u64>(align, 8), 0u);
       std::memset(block, 0xff, size);
       block[-1] ^= 1;
-      EXPECT_EQ(message_of_free(block), "Memory buffer has been underrun.");
+      EXPECT_EQ(refusal_to_free(block), "aligned_free() Memory buffer has been underrun.");
       block[-1] ^= 1;
       block[size] ^= 1;
-      EXPECT_EQ(message_of_free(block), "Memory buffer has been overrun.");
+      EXPECT_EQ(refusal_to_free(block), "aligned_free() Memory buffer has been overrun.");
       block[size] ^= 1;
-      EXPECT_EQ(message_of_free(block), "freed");
+      EXPECT_EQ(refusal_to_free(block), "accepted");
     }
   }
   aligned_free(nullptr);
@@ -53,4 +47,4 @@ TEST(AlignedMalloc, ListsWhatHasNotBeenFreed) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

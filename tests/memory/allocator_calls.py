@@ -18,7 +18,6 @@ TRACED = "mmap,munmap,mlock,mlockall,munlockall,mbind,move_pages,sched_setaffini
 CALL = re.compile(r"^(\w+)\((.*)\)\s+= (0x[0-9a-f]+|-?\d+)(?: (\w+))?")
 ANONYMOUS = "MAP_PRIVATE|MAP_ANONYMOUS"
 POPULATE = ANONYMOUS + "|MAP_POPULATE"
-CHUNK = "MAP_PRIVATE|MAP_FIXED|MAP_ANONYMOUS|MAP_POPULATE"
 LARGE = POPULATE + "|MAP_HUGETLB"
 NO_LOCKING = ('This process does not have "CAP_IPC_LOCK". Page locking will not be possible.\n'
               "Please run Orvane with elevation to enable page locking.\n")
@@ -45,12 +44,12 @@ class Call:
 class Run:
     """One allocation: exit status, output, and the calls of each thread in their order, the main thread's first."""
 
-    def __init__(self, key, size=SIZE, tds=1, settings="", machine=""):
+    def __init__(self, key, size=SIZE, settings="", machine=""):
         with tempfile.TemporaryDirectory() as folder:
             prefix = os.path.join(folder, "trace")
             done = subprocess.run(
                 ["strace", "-ff", "-qq", "-a1", "-e", "trace=" + TRACED, "-e", "signal=none", "-o", prefix,
-                 PROBE, key, str(size), str(tds), settings, machine],
+                 PROBE, key, str(size), "1", settings, machine],
                 stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, timeout=60, check=False)
             self.status, self.output = done.returncode, done.stdout
             self.calls = []
@@ -107,23 +106,6 @@ class AllocatorCalls(unittest.TestCase):
             if call.result == 0:
                 self.assertRegex(call.text, r"^0, 1, \[0x[0-9a-f]+\], NULL, \[\d+\], 0$")
 
-    def test_mmap_populates_chunk_by_chunk_for_several_tasks(self):
-        for tds, fewest in ((2, 2), (16, 5)):
-            run = Run("mmap", size=SIZE + 1, tds=tds)
-            self.allocated(run)
-            block = self.one(run.mapped(SIZE + 4096, ANONYMOUS))
-            chunks = sorted((call for call in run.named("mmap") if call.flags() == CHUNK), key=Call.address)
-            self.assertGreaterEqual(len(chunks), fewest)
-            end = block.result
-            for chunk in chunks:
-                self.assertEqual(chunk.address(), end)
-                self.assertEqual(chunk.result, end)
-                self.assertEqual(chunk.arguments[2], "PROT_READ|PROT_WRITE")
-                self.assertTrue(end == block.result or end % (2 * MIB) == 0)
-                end += chunk.length()
-            self.assertEqual(end, block.result + block.length())
-            self.assertTrue(run.given_back(block))
-
     def test_large_pages_are_tried_first(self):
         run = Run("mmap", size=SIZE - 5000, settings='{MemoryPolicy : {LargePages : "attempt"}}')
         self.allocated(run)
@@ -135,15 +117,6 @@ class AllocatorCalls(unittest.TestCase):
         self.assertEqual(run.errors(), ["Unable to obtain large pages. (Cannot allocate memory)"])
         self.assertRegex(run.output, r"Page Size: +4,096\n +Large Page Bytes: +0 \(")
         self.assertTrue(run.given_back(self.one(run.mapped(SIZE - 4096, POPULATE))))
-
-    def test_forced_large_pages_or_nothing(self):
-        run = Run("mmap", settings='{MemoryPolicy : {LargePages : "forced"}}')
-        large = self.one(run.mapped(SIZE, LARGE))
-        if has_large_pages():
-            self.assertTrue(run.given_back(large))
-            return
-        self.assertEqual((run.status, run.errors()), (3, ["Unable to force large pages."]))
-        self.assertFalse([call for call in run.named("mmap") if "POPULATE" in call.flags() and call is not large])
 
     def test_the_right_to_lock_is_tested_before_the_block_is_mapped(self):
         for mode, status in (("attempt", 0), ("forced", 3)):
@@ -182,19 +155,6 @@ class AllocatorCalls(unittest.TestCase):
         self.assertIn("Unable to place all pages onto node 1", run.errors())
         self.assertEqual(len(run.named("sched_setaffinity")), 4, "two threads moved, two moved back")
         self.assertTrue(run.given_back(block))
-
-    def test_forced_placement_leaves_no_mapping(self):
-        run = Run("interleave", settings='{Nodes : [0 1] MemoryPolicy : {NumaBind : "forced"}}', machine="2")
-        self.needs_numa(run)
-        self.assertEqual(run.status, 3)
-        self.assertIn("Unable to place all pages onto node 1", run.errors())
-        self.assertTrue(run.given_back(self.one(run.mapped(SIZE, ANONYMOUS))))
-
-    def test_one_node_needs_no_binding(self):
-        run = Run("interleave", machine="1")
-        self.allocated(run)
-        self.assertFalse(run.named("mbind"))
-        self.assertIn("only one NUMA node", self.one(run.errors()))
 
     def test_libnuma_interleaves_by_policy(self):
         run = Run("interleave-libnuma")

@@ -46,12 +46,12 @@ bool drop_the_right_to_lock() {
 bool pattern_is_right(const std::string& key, const LargeMemory& memory, u64 tds) {
   if (key == "malloc") return true;
   if (key != "interleave") {
-    testing_parallel::check_patterns(memory.address(), memory.length(), tds);
+    test::check_patterns(memory.address(), memory.length(), tds);
   } else {
     const u64 block = interleave_block_bytes(memory.length());
     for (u64 begin = 0; begin < memory.length(); begin += block) {
-      testing_parallel::check_pattern(static_cast<const u8*>(memory.address()) + begin,
-                                      std::min(block, memory.length() - begin));
+      test::check_pattern(static_cast<const u8*>(memory.address()) + begin,
+                          std::min(block, memory.length() - begin));
     }
   }
   return !::testing::Test::HasFailure();

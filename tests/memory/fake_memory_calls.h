@@ -14,7 +14,7 @@
 
 #include "memory/memory_calls.h"
 
-namespace orl::testing_parallel {
+namespace orl::test {
 
 /// In force as long as it lives; any number of threads may use it. The test that made it fails if memory is
 /// still mapped at its end.
@@ -177,4 +177,4 @@ class FakeMemoryCalls final : public MemoryCalls {
   u64 locked_ = 0;
 };
 
-}  // namespace orl::testing_parallel
+}  // namespace orl::test

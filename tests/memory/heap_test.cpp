@@ -11,7 +11,7 @@
 #include "memory/registered.h"
 #include "support/screen.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
 u64 round_8(u64 size) { return (size + 7) & ~u64{7}; }
@@ -186,7 +186,7 @@ TEST(HeapDeathTest, LastEntryServesAGapButNotTheTop) {
   ASSERT_EQ(full.heap.free_at_top(), 16u);
   const auto fails = ::testing::ExitedWithCode(1);
   const auto after = [](auto&& action) {
-    testing_parallel::console_to_stderr();
+    console_to_stderr();
     action();
   };
   EXPECT_EXIT(after([&] { heap_malloc(&full.heap, 65, 8); }), fails, "Memory Allocation Failure.");
@@ -204,7 +204,7 @@ TEST(HeapDeathTest, DamageAndMisuseEndTheProcess) {
   u8* loose = static_cast<u8*>(heap_malloc(nullptr, 10, 32));
   const auto fails = ::testing::ExitedWithCode(1);
   const auto after = [](auto&& action) {
-    testing_parallel::console_to_stderr();
+    console_to_stderr();
     action();
   };
   EXPECT_EXIT(after([&] { block[-1] ^= 1, heap_free(block); }), fails, "Memory buffer has been underrun.");
@@ -281,4 +281,4 @@ TEST(Heap, ReportsLeaksAndItsTable) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -7,22 +7,16 @@
 #include <cstring>
 
 #include "config/object.h"
-#include "core/exceptions.h"
 #include "memory/fake_memory_calls.h"
 #include "memory/mmap_allocator.h"
 #include "memory/pattern.h"
 #include "memory/registered.h"
 #include "support/screen.h"
+#include "support/thrown.h"
 #include "threads/simple_frameworks.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using testing_parallel::allocate;
-using testing_parallel::Allocation;
-using testing_parallel::check_pattern;
-using testing_parallel::check_patterns;
-using testing_parallel::FakeMemoryCalls;
 
 using Texts = std::vector<std::string>;
 
@@ -50,7 +44,7 @@ TEST(TouchMemory, CutsTheBlockByAQuarterOfTheDecomposition) {
 }
 
 TEST(Allocators, EachGivesAlignedWritableMemory) {
-  testing_parallel::fill_registries();
+  fill_registries();
   const FakeMemoryCalls machine({0, 1});
   ASSERT_EQ(allocators().size(), 4u);
   for (const AllocatorType& type : allocators()) {
@@ -70,7 +64,7 @@ TEST(Allocators, EachGivesAlignedWritableMemory) {
 }
 
 TEST(Allocators, RefuseWhatDoesNotFitTheAddressSpace) {
-  testing_parallel::fill_registries();
+  fill_registries();
   const FakeMemoryCalls machine({0, 1});
   for (const AllocatorType& type : allocators()) {
     for (const u64 bytes : {~u64{0}, ~u64{0} - 5000, u64{1} << 56}) {
@@ -222,7 +216,7 @@ TEST(MmapAllocatorDeathTest, LockingWithoutPermissionIsSaidOnce) {
 #endif
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   for (const Mode mode : {Mode::attempt, Mode::forced}) {
-    EXPECT_EXIT(testing_parallel::expect_printed_unprivileged(
+    EXPECT_EXIT(expect_printed_unprivileged(
                     "This process does not have \"CAP_IPC_LOCK\". Page locking will not be possible.\n"
                     "Please run Orvane with elevation to enable page locking.\n",
                     [=] { lock_without_permission(mode); }),
@@ -231,19 +225,14 @@ TEST(MmapAllocatorDeathTest, LockingWithoutPermissionIsSaidOnce) {
 }
 
 TEST(Allocators, UnknownKeysAreRefusedByName) {
-  testing_parallel::fill_registries();
-  try {
-    create_allocator("heap");
-    FAIL();
-  } catch (const InvalidParametersException& failure) {
-    EXPECT_EQ(failure.message(), "Invalid Memory Allocator: heap");
-  }
+  fill_registries();
+  EXPECT_EQ(message_of([] { create_allocator("heap"); }), "Invalid Memory Allocator: heap");
 }
 
 TEST(AllocatorsDeathTest, FailedAllocationAndDoubleRegistrationEndTheProcess) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   const auto fail = [] {
-    testing_parallel::console_to_stderr();
+    console_to_stderr();
     Parallelizer_None none;
     std::vector<std::string> errors;
     allocate_or_exit(MmapAllocator(), u64{1} << 56, {none, 1}, errors);
@@ -251,7 +240,7 @@ TEST(AllocatorsDeathTest, FailedAllocationAndDoubleRegistrationEndTheProcess) {
   EXPECT_EXIT(fail(), ::testing::ExitedWithCode(1),
               "Large heap allocation failed.(.|\n)*Failed Allocation(.|\n)*72,057,594,037,927,936");
   const auto register_twice = [] {
-    testing_parallel::console_to_stderr();
+    console_to_stderr();
     register_allocators();
     register_allocators();
   };
@@ -266,7 +255,7 @@ TEST(AllocationReport, ShowsTheNodes) {
   report.node_bytes = {{0, kLargePageBytes}, {12, 2 * kLargePageBytes}};
   report.locked_bytes = 5;
   EXPECT_FALSE(report.is_ordinary());
-  EXPECT_EQ(testing_parallel::screen_of("", [&] { report.print(); }),
+  EXPECT_EQ(screen_of("", [&] { report.print(); }),
             "    Total Bytes:        6,291,456 (6.00 MiB)\n"
             "    Page Size:          4,096\n"
             "    Large Page Bytes:   0 (0 bytes)\n"
@@ -290,13 +279,8 @@ TEST(MmapAllocator, SettingsSurviveTheTrip) {
   policy.add_string("LockPages", "Forced");
   Object wrong;
   wrong.add_object("MemoryPolicy", std::move(policy));
-  try {
-    second.read_object(wrong);
-    FAIL();
-  } catch (const InvalidParametersException& failure) {
-    EXPECT_EQ(failure.message(),
-              "Invalid value for LockPages. Expected \"disable\", \"attempt\", or \"forced\".");
-  }
+  EXPECT_EQ(message_of<InvalidParametersException>([&] { second.read_object(wrong); }),
+            "Invalid value for LockPages. Expected \"disable\", \"attempt\", or \"forced\".");
   EXPECT_EQ(second.large_pages(), Mode::attempt) << "a refused object changes nothing";
   Object older_policy;
   older_policy.add_string("LockedPages", "attempt");
@@ -308,4 +292,4 @@ TEST(MmapAllocator, SettingsSurviveTheTrip) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

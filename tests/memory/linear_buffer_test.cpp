@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "core/exceptions.h"
 #include "memory/sizing_arena.h"
+#include "support/thrown.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
 alignas(64) u8 memory[1024];
@@ -38,14 +38,10 @@ TEST(LinearHeapBuffer, RefusesWithoutCutting) {
   EXPECT_THROW(LinearHeapBuffer(memory, 100).cut_buffer(90), BufferTooSmallException) << "128 when rounded";
   EXPECT_EQ(buffer.ptr, memory);
   EXPECT_EQ(buffer.size, 128u);
-  try {
-    buffer.spawn_words<u64>(24);
-    FAIL();
-  } catch (const BufferTooSmallException& failure) {
-    EXPECT_EQ(failure.function(), "LinearHeapBuffer::spawn_words()");
-    EXPECT_EQ(failure.buffer_size(), 128u);
-    EXPECT_EQ(failure.required_size(), 192u);
-  }
+  const auto failure = caught<BufferTooSmallException>([&] { buffer.spawn_words<u64>(24); });
+  EXPECT_EQ(failure.function(), "LinearHeapBuffer::spawn_words()");
+  EXPECT_EQ(failure.buffer_size(), 128u);
+  EXPECT_EQ(failure.required_size(), 192u);
   EXPECT_THROW(LinearHeapBuffer(memory + 8, 64), InvalidParametersException);
 }
 
@@ -112,4 +108,4 @@ TEST(Need, AddsWhatIsAliveTogetherAndSharesTables) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

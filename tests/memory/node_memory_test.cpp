@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "config/object.h"
-#include "core/exceptions.h"
 #include "memory/allocator_kinds.h"
 #include "memory/fake_memory_calls.h"
 #include "memory/interleave_allocator.h"
@@ -13,15 +12,10 @@
 #include "memory/pattern.h"
 #include "memory/registered.h"
 #include "support/screen.h"
+#include "support/thrown.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using testing_parallel::allocate;
-using testing_parallel::Allocation;
-using testing_parallel::check_pattern;
-using testing_parallel::FakeMemoryCalls;
-using testing_parallel::screen_of;
 
 using Texts = std::vector<std::string>;
 
@@ -257,13 +251,8 @@ TEST(LibNumaAllocator, TakesTheListAndGivesAllBack) {
             Texts({"Pages lie on node 0, which was not chosen.", "No pages lie on node 1, which was chosen.",
                    "No pages lie on node 3, which was chosen."}));
   machine.has_numa = false;
-  try {
-    allocate(*on_others, 1);
-    FAIL();
-  } catch (const InvalidParametersException& failure) {
-    EXPECT_EQ(failure.message(), "NUMA is not available on this system.");
-    EXPECT_EQ(failure.function(), "LargeMemory_NodeInterleavingLibNuma()");
-  }
+  EXPECT_EQ(refusal<InvalidParametersException>([&] { allocate(*on_others, 1); }),
+            "LargeMemory_NodeInterleavingLibNuma() NUMA is not available on this system.");
 }
 
 TEST(NodeList, HoldsTheNodesWithMemory) {
@@ -284,12 +273,7 @@ TEST(NodeList, RefusesWhatIsNoListOfNodes) {
     Array list;
     for (const s64 number : numbers) list.add_integer(number);
     object.add_array("Nodes", std::move(list));
-    try {
-      read_nodes(object, {});
-    } catch (const InvalidParametersException& failure) {
-      return failure.message();
-    }
-    return std::string("accepted");
+    return message_of<InvalidParametersException>([&] { read_nodes(object, {}); });
   };
   EXPECT_EQ(refusal({}), "Node list cannot be empty.");
   EXPECT_EQ(refusal({0, -1}), "Invalid NUMA node: -1. Expected 0 to 1023.");
@@ -318,14 +302,10 @@ TEST(InterleaveAllocator, SettingsSurviveTheTrip) {
   Object wrong;
   wrong.add_bool("Hashed", true);
   wrong.add_object("MemoryPolicy", std::move(policy));
-  try {
-    second.read_object(wrong);
-    FAIL();
-  } catch (const InvalidParametersException& failure) {
-    EXPECT_EQ(failure.message(), "Invalid value for NumaBind. Expected \"attempt\" or \"forced\".");
-  }
+  EXPECT_EQ(message_of<InvalidParametersException>([&] { second.read_object(wrong); }),
+            "Invalid value for NumaBind. Expected \"attempt\" or \"forced\".");
   EXPECT_FALSE(second.settings().hashed) << "a refused object changes nothing";
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

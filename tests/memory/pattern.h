@@ -12,7 +12,7 @@
 #include "memory/allocators.h"
 #include "threads/push_pool_framework.h"
 
-namespace orl::testing_parallel {
+namespace orl::test {
 
 /// Checks the aligned words of a piece and the bytes that no aligned word covers.
 inline void check_pattern(const void* piece, u64 length) {
@@ -56,4 +56,4 @@ inline Allocation allocate(const MemoryAllocator& allocator, u64 bytes, u64 tds 
   return result;
 }
 
-}  // namespace orl::testing_parallel
+}  // namespace orl::test

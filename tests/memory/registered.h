@@ -4,11 +4,11 @@
 #include "memory/allocators.h"
 #include "threads/frameworks.h"
 
-namespace orl::testing_parallel {
+namespace orl::test {
 
 inline void fill_registries() {
   static const bool filled = (register_frameworks(), register_allocators(), true);
   static_cast<void>(filled);
 }
 
-}  // namespace orl::testing_parallel
+}  // namespace orl::test

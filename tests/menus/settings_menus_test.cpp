@@ -12,9 +12,9 @@
 namespace orl {
 namespace {
 
-using testing_parallel::FakeMemoryCalls;
-using testing_parallel::fill_registries;
-using testing_parallel::screen_of;
+using test::FakeMemoryCalls;
+using test::fill_registries;
+using test::screen_of;
 
 /// Runs the menu with `answers` typed and returns what it printed.
 std::string menu_output(Parallelism& settings, const std::string& answers) {

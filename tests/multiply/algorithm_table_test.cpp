@@ -2,27 +2,20 @@
 
 #include <gtest/gtest.h>
 
-#include "core/exceptions.h"
 #include "support/gmp_oracle.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
 #include "support/test_parallelizers.h"
+#include "support/thrown.h"
 #include "threads/simple_frameworks.h"
 #include "words/words.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::GuardedBlock;
-using test::GuardedWords;
-using test::Mpz;
-using test::Random;
-using test::TestTables;
 
 template <class W>
 class AlgorithmTableTest : public testing::Test {};
-using WordTypes = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(AlgorithmTableTest, WordTypes);
+TYPED_TEST_SUITE(AlgorithmTableTest, BothWords);
 
 const Algorithm* algorithm(const char* id) { return algorithm_registry().find(id)->basic<u32>(); }
 
@@ -40,13 +33,9 @@ TYPED_TEST(AlgorithmTableTest, ThresholdsDecideTheAlgorithm) {
   }
   ASSERT_GE(table.max_words() * table.word_bits, u64{0x12C0000000000});
   const auto attempt = [](const char* function, auto&& call) {
-    try {
-      call();
-      ADD_FAILURE() << function << " accepted a product past the last row";
-    } catch (const LimitExceededException& e) {
-      EXPECT_EQ(e.function(), function);
-      EXPECT_EQ(e.limit(), 0u);
-    }
+    const auto failure = caught<LimitExceededException>(call);
+    EXPECT_EQ(failure.function(), function);
+    EXPECT_EQ(failure.limit(), 0u);
   };
   attempt("AlgorithmTable::get_algorithm()", [&] { table.get_algorithm(table.max_words() + 1); });
   attempt("AlgorithmTableB::mSBsizes()", [&] { table.sizes(table.max_words() + 1, 1); });
@@ -85,7 +74,6 @@ TEST(AlgorithmTable, ReportsUnknownAlgorithmsAndBuildsTheRest) {
 // A trimmed product has the words of the window, but for carries from below it.
 TEST(AlgorithmTable, TrimmingKeepsTheWindow) {
   Random random;
-  SCOPED_TRACE(random.replay());
   for (u64 AL = 1; AL <= 7; ++AL) {
     for (u64 BL = 1; BL <= 7; ++BL) {
       const std::vector<u32> A = random.number<u32>(AL), B = random.number<u32>(BL);
@@ -134,7 +122,9 @@ TYPED_TEST(AlgorithmTableTest, MaxSizesCoverEveryProductAndAreReached) {
         ASSERT_EQ(bytes_of(table.parameters_within(row - 1, transforms, box, nullptr, words, tds).sizes()),
                   other);
         if (words % 37 != 0 && words > 300) continue;
-        ASSERT_EQ(bytes_of(table.max_sizes(words, tds, transforms)), largest) << words;
+        const BoundedSizes most = table.max_sizes(words, tds);
+        ASSERT_TRUE(transforms > 2 || (transforms == 1 ? most.square_bytes : most.product_bytes) == largest)
+            << words;
         ASSERT_EQ(table.max_least_bytes(words, tds, transforms), largest_least) << words;
       }
       EXPECT_GT(lean, 100u);
@@ -164,12 +154,11 @@ TYPED_TEST(AlgorithmTableTest, TablesTakeWhatTheyAreSaidToTake) {
 template <class W>
 void check_products(const TransformTables& tables, const std::vector<u64>& sizes) {
   Random random;
-  SCOPED_TRACE(random.replay());
-  test::ReverseOrder reverse;
+  ReverseOrder reverse;
   const AlgorithmTable<W>& table = basic_table<W>();
   for (const u64 words : sizes) {
     for (const u64 tds : {1, 2, 7}) {
-      const GuardedBlock scratch(table.max_sizes(words, tds).total_bytes());
+      const GuardedBlock scratch(table.max_sizes(words, tds).product_bytes);
       const MultiplyContext ctx{{reverse, tds}, tables, scratch.buffer()};
       for (int repeat = 0; repeat < 3; ++repeat) {
         const u64 BL = repeat == 0 ? words / 2 : 1 + random.below(words - 1);
@@ -197,7 +186,7 @@ void check_products(const TransformTables& tables, const std::vector<u64>& sizes
       const u64 L = words / 2;
       const std::vector<W> A = random.words<W>(L);
       GuardedWords<W> T(2 * L, 3);
-      const GuardedBlock square_scratch(table.max_sizes(2 * L, tds, 1).square_bytes());
+      const GuardedBlock square_scratch(table.max_sizes(2 * L, tds).square_bytes);
       table.sqr(ctx.with_scratch(square_scratch.buffer()), T.data(), Words{A.data(), L});
       ASSERT_EQ(T.words(), (Mpz(A) * Mpz(A)).template words<W>(2 * L))
           << "square of " << L << ", tds " << tds;
@@ -227,13 +216,13 @@ TYPED_TEST(AlgorithmTableTest, ProductsAreRightAtEveryThreshold) {
 TYPED_TEST(AlgorithmTableTest, ProductsAreRightWithThresholdsAtTheirExtremes) {
   const std::vector<u64> sizes = around<TypeParam>({64, 512, 5120, 40000, 0x10000 - 64});
   {
-    const test::TestTables tables(0x10000);
+    const TestTables tables(0x10000);
     ScopedBasicTable<TypeParam> all_fft({{"FFT", 0x10000}});
     check_products<TypeParam>(tables, sizes);
   }
   {
     ScopedBasicTable<TypeParam> all_basecase({{"BKT", 0x10000}});
-    const test::TestTables tables(64);
+    const TestTables tables(64);
     check_products<TypeParam>(tables, sizes);
     EXPECT_THROW(basic_table<TypeParam>().get_algorithm(0x10000 / (8 * sizeof(TypeParam)) + 1),
                  LimitExceededException);
@@ -254,4 +243,4 @@ TEST(AlgorithmTable, RefusesScratchThatIsTooSmall) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -18,19 +18,14 @@
 #include "threads/simple_frameworks.h"
 #include "words/word_shapes.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
-using test::GuardedBlock;
-using test::GuardedWords;
-using test::Mpz;
-using test::Random;
-
-class Basecase : public test::OnTarget {
+class Basecase : public OnTarget {
  protected:
   Random random_;
 };
-INSTANTIATE_TEST_SUITE_P(Targets, Basecase, test::every_target(), test::target_label);
+INSTANTIATE_TEST_SUITE_P(Targets, Basecase, every_target(), target_label);
 
 /// body.operator()<W>() for both word types.
 template <class Body>
@@ -65,7 +60,6 @@ void expect_square(Random& random, u64 L, u64 scratch_words, Square&& square) {
 }
 
 TEST_P(Basecase, SchoolbookProductsOfAllSmallShapes) {
-  SCOPED_TRACE(random_.replay());
   for_each_word_type([&]<class W>() {
     for (u64 AL = 1; AL <= 130; ++AL)
       for (u64 BL = 1; BL <= AL; BL += AL <= 40 ? 1 : 1 + random_.below(8)) {
@@ -78,7 +72,6 @@ TEST_P(Basecase, SchoolbookProductsOfAllSmallShapes) {
 }
 
 TEST_P(Basecase, SchoolbookSquaresAndEqualLengths) {
-  SCOPED_TRACE(random_.replay());
   for_each_word_type([&]<class W>() {
     for (u64 L = 1; L <= 130; ++L)
       for (int repeat = 0; repeat < 4; ++repeat) {
@@ -89,7 +82,6 @@ TEST_P(Basecase, SchoolbookSquaresAndEqualLengths) {
 }
 
 TEST_P(Basecase, KaratsubaWithCutoffsAtTheirLowest) {
-  SCOPED_TRACE(random_.replay());
   for_each_word_type([&]<class W>() {
     for (u64 cutoff : {2, 3, 4, 5, 7, 16}) {
       SCOPED_TRACE("cutoff " + std::to_string(cutoff));
@@ -107,7 +99,6 @@ TEST_P(Basecase, KaratsubaWithCutoffsAtTheirLowest) {
 // Slices, their number and their rest: l = 2s, 2s + 1 and 3s end differently, and a rest has a rest of its
 // own.
 TEST_P(Basecase, KaratsubaOfUnequalLengths) {
-  SCOPED_TRACE(random_.replay());
   for_each_word_type([&]<class W>() {
     for (u64 cutoff : {2, 3, 5, 8}) {
       SCOPED_TRACE("cutoff " + std::to_string(cutoff));
@@ -123,7 +114,6 @@ TEST_P(Basecase, KaratsubaOfUnequalLengths) {
 }
 
 TEST_P(Basecase, FrontOnBothSidesOfTheCutoffs) {
-  SCOPED_TRACE(random_.replay());
   for_each_word_type([&]<class W>() {
     const u64 mul_cutoff = kKaratsubaMulWords<W>, sqr_cutoff = kKaratsubaSqrWords<W>;
     for (u64 base : {u64{2}, mul_cutoff, sqr_cutoff, 2 * mul_cutoff, 4 * mul_cutoff})
@@ -183,7 +173,6 @@ void expect_window(const std::vector<W>& got, const Mpz& product, u64 skip, u64 
 }
 
 TEST_P(Basecase, WindowsOfProductsAndSquares) {
-  SCOPED_TRACE(random_.replay());
   for_each_word_type([&]<class W>() {
     for (int round = 0; round < 1500; ++round) {
       const u64 AL = random_.between(1, 110), BL = random_.coin() ? AL : random_.between(1, 110);
@@ -257,30 +246,29 @@ void expect_transforms_multiply(Random& random, Parallelizer& none, u64 AL, u64 
   const u64 total = AL + BL;
   ParametersBox box;
   const Parameters& shape = basecase_algorithm<W>().parameters_for(box, nullptr, total * sizeof(W) * 8, 1);
-  const GuardedBlock F(shape.transform_size()), G(shape.transform_size()), tmp(shape.scratch_size());
+  const ShapeAreas areas(shape);
   const std::vector<W> A = random.words<W>(AL), B = random.words<W>(BL);
-  const auto forward = [&](const GuardedBlock& block, const std::vector<W>& words) {
-    shape.forward(block.buffer().ptr, Words{words.data(), words.size()}, tmp.buffer().ptr, serial);
+  const auto forward = [&](void* F, const std::vector<W>& words) {
+    shape.forward(F, Words{words.data(), words.size()}, areas.t, serial);
   };
   const u64 skip = random.below(total), len = random.between(skip + 1, total);
   for (const auto& [from, to] : {std::pair(u64{0}, total), std::pair(skip, len)}) {
-    forward(F, A);
-    forward(G, B);
+    forward(areas.f, A);
+    forward(areas.g, B);
     GuardedWords<W> T(to - from);
-    shape.inverse_fmul(F.buffer().ptr, G.buffer().ptr, Window{T.data(), from, to}, tmp.buffer().ptr, serial);
+    shape.inverse_fmul(areas.f, areas.g, Window{T.data(), from, to}, areas.t, serial);
     expect_window(T.words(), Mpz(A) * Mpz(B), from, to);
-    ASSERT_TRUE(T.intact() && F.intact() && G.intact() && tmp.intact());
+    ASSERT_TRUE(T.intact());
   }
   if (2 * AL > total) return;
-  forward(F, A);
+  forward(areas.f, A);
   GuardedWords<W> T(2 * AL);
-  shape.inverse_fsqr(F.buffer().ptr, Window{T.data(), 0, 2 * AL}, tmp.buffer().ptr, serial);
+  shape.inverse_fsqr(areas.f, Window{T.data(), 0, 2 * AL}, areas.t, serial);
   expect_window(T.words(), Mpz(A) * Mpz(A), 0, 2 * AL);
-  ASSERT_TRUE(T.intact() && F.intact() && tmp.intact());
+  ASSERT_TRUE(T.intact());
 }
 
 TEST_F(BasecaseAlgorithm, TransformsMultiply) {
-  SCOPED_TRACE(random_.replay());
   for (int round = 0; round < 300; ++round) {
     const u64 AL = random_.between(1, 512), BL = random_.coin() ? AL : random_.between(1, 512);
     expect_transforms_multiply<u64>(random_, none_, AL, BL);
@@ -290,7 +278,6 @@ TEST_F(BasecaseAlgorithm, TransformsMultiply) {
 }
 
 TEST_F(BasecaseAlgorithm, MultipliesInExactlyItsScratch) {
-  SCOPED_TRACE(random_.replay());
   for (int round = 0; round < 300; ++round) {
     const u64 AL = random_.between(1, 512), BL = random_.coin() ? AL : random_.between(1, 512);
     const u64 skip = random_.coin() ? 0 : random_.below(AL + BL), len = random_.coin() ? AL + BL : skip + 1;
@@ -315,18 +302,15 @@ TEST_F(BasecaseAlgorithm, RefusesWhatDoesNotFit) {
   const Algorithm& algorithm = basecase_algorithm<u64>();
   ParametersBox box, other_box;
   const Parameters& shape = algorithm.parameters_for(box, nullptr, 640, 1);
-  const GuardedBlock F(shape.transform_size()), G(shape.transform_size()), tmp(shape.scratch_size());
+  const ShapeAreas areas(shape);
+  void *const F = areas.f, *const G = areas.g, *const tmp = areas.t;
   const std::vector<u64> A(11, 1);
   std::vector<u64> T(12);
-  EXPECT_THROW(shape.forward(F.buffer().ptr, Words{A.data(), 11}, nullptr, serial),
-               ConvolutionTooSmallException);
-  shape.forward(F.buffer().ptr, Words{A.data(), 6}, nullptr, serial);
-  shape.forward(G.buffer().ptr, Words{A.data(), 5}, nullptr, serial);
-  EXPECT_THROW(
-      shape.inverse_fmul(F.buffer().ptr, G.buffer().ptr, Window{T.data(), 0, 11}, tmp.buffer().ptr, serial),
-      ConvolutionTooSmallException);
-  EXPECT_THROW(shape.inverse_fsqr(F.buffer().ptr, Window{T.data(), 0, 12}, tmp.buffer().ptr, serial),
-               ConvolutionTooSmallException);
+  EXPECT_THROW(shape.forward(F, Words{A.data(), 11}, nullptr, serial), ConvolutionTooSmallException);
+  shape.forward(F, Words{A.data(), 6}, nullptr, serial);
+  shape.forward(G, Words{A.data(), 5}, nullptr, serial);
+  EXPECT_THROW(shape.inverse_fmul(F, G, Window{T.data(), 0, 11}, tmp, serial), ConvolutionTooSmallException);
+  EXPECT_THROW(shape.inverse_fsqr(F, Window{T.data(), 0, 12}, tmp, serial), ConvolutionTooSmallException);
   EXPECT_TRUE(shape.compatible(algorithm.parameters_for(other_box, nullptr, 577, 1)));
   EXPECT_FALSE(shape.compatible(algorithm.parameters_for(other_box, nullptr, 576, 1)));
 
@@ -339,4 +323,4 @@ TEST_F(BasecaseAlgorithm, RefusesWhatDoesNotFit) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

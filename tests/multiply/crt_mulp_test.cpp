@@ -5,27 +5,13 @@
 #include <unistd.h>
 
 #include "core/exceptions.h"
-#include "multiply/algorithm_table.h"
+#include "multiply/bounded_oracle.h"
 #include "multiply/toy_algorithm.h"
-#include "support/multiplication.h"
-#include "support/random_words.h"
 #include "support/test_parallelizers.h"
 #include "threads/simple_frameworks.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::GuardedBlock;
-using test::GuardedWords;
-using test::Mpz;
-using test::Random;
-using test::ToyAlgorithm;
-using test::ToyParameters;
-
-template <class W>
-std::vector<W> part(const Mpz& X, u64 skip, u64 len) {
-  return (X >> (8 * sizeof(W) * skip)).words<W>(len - skip);
-}
 
 // crt_combine ---------------------------------------------------------------------------------------------
 
@@ -33,8 +19,8 @@ void expect_combined(const Mpz& X, u64 n, u64 skip, u64 len, bool ones_for_zero,
   const Mpz whole = Mpz(1) << (32 * n);
   const Mpz low = X % whole, high = X >> (32 * n);
   Mpz c = low + high, d = low - high;
-  if (mpz_cmp(c, whole - Mpz(1)) >= 0) c = c - (whole - Mpz(1));
-  if (mpz_cmp(d, Mpz(0)) < 0) d = d + (whole + Mpz(1));
+  if (c >= whole - Mpz(1)) c = c - (whole - Mpz(1));
+  if (d.sign() < 0) d = d + (whole + Mpz(1));
   if (ones_for_zero && c == Mpz(0)) c = whole - Mpz(1);
   std::vector<u32> Cc = c.words<u32>(n);
   const std::vector<u32> Cn = d.words<u32>(n);
@@ -42,13 +28,12 @@ void expect_combined(const Mpz& X, u64 n, u64 skip, u64 len, bool ones_for_zero,
   CrtPieces pieces;
   pieces.add(0, Cc.data());
   crt_combine({{T.data(), skip, len}, n}, pieces, Cn.data(), d == whole, parallel);
-  ASSERT_EQ(T.words(), part<u32>(X, skip, len)) << "n " << n << ", words " << skip << " to " << len;
+  ASSERT_EQ(T.words(), X.window<u32>(skip, len)) << "n " << n << ", words " << skip << " to " << len;
   ASSERT_TRUE(T.intact());
 }
 
 TEST(CrtCombine, FindsTheOneNumberOfBothResidues) {
   Random random;
-  SCOPED_TRACE(random.replay());
   Parallelizer_None none;
   for (u64 n = 1; n <= 6; ++n) {
     const Mpz whole = Mpz(1) << (32 * n), limit = whole * whole - Mpz(1);
@@ -70,8 +55,7 @@ TEST(CrtCombine, FindsTheOneNumberOfBothResidues) {
 // Long runs of equal, zero and all-ones words carry everything across the blocks.
 TEST(CrtCombine, CarriesCrossBlocks) {
   Random random;
-  SCOPED_TRACE(random.replay());
-  test::ReverseOrder reverse;
+  ReverseOrder reverse;
   const ParallelContext parallel{reverse, 5};
   const u64 n = 5 * 8192 + 3;
   const Mpz whole = Mpz(1) << (32 * n), limit = whole * whole - Mpz(1);
@@ -94,30 +78,29 @@ TEST(CrtCombine, CarriesCrossBlocks) {
 
 // CRT_mulp ------------------------------------------------------------------------------------------------
 
+// A square where A and B are one object.
 void expect_product(const Parameters& shape, const std::vector<u32>& A, const std::vector<u32>& B, u64 skip,
                     u64 len, ParallelContext parallel) {
+  const bool square = &A == &B;
   GuardedWords<u32> T(len - skip, skip);
-  const GuardedBlock tmp(crt_mulp_bytes(shape, len - skip));
-  CRT_mulp(shape, Window{T.data(), skip, len}, Words{A.data(), A.size()}, Words{B.data(), B.size()},
-           tmp.buffer(), parallel);
-  ASSERT_EQ(T.words(), part<u32>(Mpz(A) * Mpz(B), skip, len))
+  const Window window{T.data(), skip, len};
+  const GuardedBlock tmp(square ? crt_sqrp_bytes(shape, len - skip) : crt_mulp_bytes(shape, len - skip));
+  if (square)
+    CRT_sqrp(shape, window, Words{A.data(), A.size()}, tmp.buffer(), parallel);
+  else
+    CRT_mulp(shape, window, Words{A.data(), A.size()}, Words{B.data(), B.size()}, tmp.buffer(), parallel);
+  ASSERT_EQ(T.words(), (Mpz(A) * Mpz(B)).window<u32>(skip, len))
       << A.size() << " by " << B.size() << ", words " << skip << " to " << len << ", n "
       << shape.cyclic_words();
   ASSERT_TRUE(T.intact() && tmp.intact());
 }
-
 void expect_square(const Parameters& shape, const std::vector<u32>& A, u64 skip, u64 len,
                    ParallelContext parallel) {
-  GuardedWords<u32> T(len - skip, skip);
-  const GuardedBlock tmp(crt_sqrp_bytes(shape, len - skip));
-  CRT_sqrp(shape, Window{T.data(), skip, len}, Words{A.data(), A.size()}, tmp.buffer(), parallel);
-  ASSERT_EQ(T.words(), part<u32>(Mpz(A) * Mpz(A), skip, len)) << A.size() << ", " << skip << " to " << len;
-  ASSERT_TRUE(T.intact() && tmp.intact());
+  expect_product(shape, A, A, skip, len, parallel);
 }
 
 TEST(CrtMulp, EveryLengthAndWindowOfSmallShapes) {
   Random random;
-  SCOPED_TRACE(random.replay());
   Parallelizer_None none;
   for (u64 n = 1; n <= 5; ++n) {
     const ToyParameters shape(n, n);
@@ -137,7 +120,6 @@ TEST(CrtMulp, EveryLengthAndWindowOfSmallShapes) {
 // A = W^n modulo W^n + 1 has no transform: its product is -B, and B = 1 makes that W^n itself.
 TEST(CrtMulp, TrivialFoldOfTheLongOperand) {
   Random random;
-  SCOPED_TRACE(random.replay());
   Parallelizer_None none;
   for (u64 n = 2; n <= 7; ++n) {
     const ToyParameters shape(n, n);
@@ -160,14 +142,13 @@ TEST(CrtMulp, TrivialFoldOfTheLongOperand) {
 // The result over the whole of an operand, or parts of both.
 TEST(CrtMulp, ResultsMayLieOverOperands) {
   Random random;
-  SCOPED_TRACE(random.replay());
   Parallelizer_None none;
   for (int round = 0; round < 300; ++round) {
     const u64 AL = random.between(1, 20), BL = random.between(1, 20), c = AL + BL, n = (c + 1) / 2;
     const u64 skip = random.coin() ? 0 : random.below(c);
     const ToyParameters shape(n, n);
     const std::vector<u32> A = random.words<u32>(AL), B = random.words<u32>(BL);
-    const std::vector<u32> expected = part<u32>(Mpz(A) * Mpz(B), skip, c);
+    const std::vector<u32> expected = (Mpz(A) * Mpz(B)).window<u32>(skip, c);
     std::vector<u32> words(3 * c);  // A, B, and the result anywhere over them
     std::copy(A.begin(), A.end(), words.begin());
     std::copy(B.begin(), B.end(), words.begin() + static_cast<s64>(AL));
@@ -183,15 +164,14 @@ TEST(CrtMulp, ResultsMayLieOverOperands) {
     CRT_sqrp(square, Window{words.data(), 0, 2 * AL}, Words{words.data(), AL}, square_tmp.buffer(),
              {none, 1});
     words.resize(2 * AL);
-    ASSERT_EQ(words, part<u32>(Mpz(A) * Mpz(A), 0, 2 * AL)) << AL;
+    ASSERT_EQ(words, (Mpz(A) * Mpz(A)).window<u32>(0, 2 * AL)) << AL;
     ASSERT_TRUE(square_tmp.intact());
   }
 }
 
 TEST(CrtMulp, LongOperandsInParallel) {
   Random random;
-  SCOPED_TRACE(random.replay());
-  test::ReverseOrder reverse;
+  ReverseOrder reverse;
   const ParallelContext parallel{reverse, 6};
   const u64 n = 6 * 8192 + 1;
   const ToyParameters shape(n, n);
@@ -233,8 +213,7 @@ TEST(CrtMulp, RefusesWhatDoesNotFit) {
 
 template <class W>
 class BoundedProduct : public testing::Test {};
-using WordTypes = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(BoundedProduct, WordTypes);
+TYPED_TEST_SUITE(BoundedProduct, BothWords);
 
 constexpr u64 kNoWrappedProducts = ~u64{0};
 
@@ -242,7 +221,6 @@ constexpr u64 kNoWrappedProducts = ~u64{0};
 TYPED_TEST(BoundedProduct, StaysWithinTheStatedMemory) {
   using W = TypeParam;
   Random random;
-  SCOPED_TRACE(random.replay());
   Parallelizer_None none;
   TransformTables tables{LinearHeapBuffer()};
   for (const u64 missing : {u64{0}, u64{1}, u64{3}, kNoWrappedProducts}) {
@@ -254,25 +232,13 @@ TYPED_TEST(BoundedProduct, StaysWithinTheStatedMemory) {
                 len = random.coin() ? c : random.between(skip + 1, c);
       const std::vector<W> A = random.words<W>(AL), B = random.words<W>(BL);
       constexpr u64 bits = 8 * sizeof(W);
-      const BoundedSizes sizes = toy.bounded_sizes(c * bits, (len - skip) * bits, 1);
       const u64 direct = toy.sizes(c * bits, 1).total_bytes();
-      ASSERT_LE(sizes.product_bytes, direct);
-      saved += sizes.product_bytes < direct;
-      const GuardedBlock scratch(sizes.product_bytes);
-      GuardedWords<W> T(len - skip, skip);
-      toy.mul_bounded({{none, 1}, tables, scratch.buffer()}, Window{T.data(), skip, len}, Words{A.data(), AL},
-                      Words{B.data(), BL});
-      ASSERT_EQ(T.words(), part<W>(Mpz(A) * Mpz(B), skip, len))
-          << AL << ' ' << BL << ' ' << skip << ' ' << len;
-      ASSERT_TRUE(T.intact() && scratch.intact());
-      const u64 square_len = std::min(len, 2 * AL), square_skip = std::min(skip, square_len - 1);
-      const GuardedBlock square_scratch(
-          toy.bounded_sizes(2 * AL * bits, (square_len - square_skip) * bits, 1).square_bytes);
-      GuardedWords<W> S(square_len - square_skip);
-      toy.sqr_bounded({{none, 1}, tables, square_scratch.buffer()}, Window{S.data(), square_skip, square_len},
-                      Words{A.data(), AL});
-      ASSERT_EQ(S.words(), part<W>(Mpz(A) * Mpz(A), square_skip, square_len)) << AL;
-      ASSERT_TRUE(S.intact() && square_scratch.intact());
+      const u64 bounded = toy.bounded_sizes(c * bits, (len - skip) * bits, 1).product_bytes;
+      ASSERT_LE(bounded, direct);
+      saved += bounded < direct;
+      check_bounded(toy, tables, {none, 1}, A, B, skip, len);
+      const u64 square_len = std::min(len, 2 * AL);
+      check_bounded(toy, tables, {none, 1}, A, A, std::min(skip, square_len - 1), square_len);
     }
     EXPECT_EQ(saved > 0, missing != kNoWrappedProducts) << missing;
   }
@@ -305,7 +271,6 @@ TYPED_TEST(BoundedProduct, TablesStateTheMostDemandingProduct) {
 TYPED_TEST(BoundedProduct, MemoryAtHandDecides) {
   using W = TypeParam;
   Random random;
-  SCOPED_TRACE(random.replay());
   Parallelizer_None none;
   TransformTables tables{LinearHeapBuffer()};
   const ToyAlgorithm toy(0);
@@ -318,7 +283,7 @@ TYPED_TEST(BoundedProduct, MemoryAtHandDecides) {
     const std::vector<W> A = random.words<W>(AL), B = random.words<W>(BL);
     std::vector<W> results[2];
     for (const bool direct : {false, true}) {
-      const GuardedBlock scratch(direct ? table.max_sizes(c, 1).total_bytes()
+      const GuardedBlock scratch(direct ? table.max_sizes(c, 1).product_bytes
                                         : table.max_bounded_sizes(c, 1, len - skip).product_bytes);
       GuardedWords<W> T(len - skip);
       table.mul_bounded({{none, 1}, tables, scratch.buffer()}, Window{T.data(), skip, len},
@@ -326,7 +291,7 @@ TYPED_TEST(BoundedProduct, MemoryAtHandDecides) {
       ASSERT_TRUE(T.intact() && scratch.intact());
       results[direct] = T.words();
       const u64 end = 2 * AL, begin = std::min(skip, end - 1);
-      const GuardedBlock square(direct ? table.max_sizes(end, 1, 1).square_bytes()
+      const GuardedBlock square(direct ? table.max_sizes(end, 1).square_bytes
                                        : table.max_bounded_sizes(end, 1, end - begin).square_bytes);
       GuardedWords<W> S(end - begin);
       table.sqr_bounded({{none, 1}, tables, square.buffer()}, Window{S.data(), begin, end},
@@ -338,10 +303,10 @@ TYPED_TEST(BoundedProduct, MemoryAtHandDecides) {
     ASSERT_EQ(results[0], results[1]) << AL << ' ' << BL << ' ' << skip << ' ' << len;
     if (skip == 0) {
       results[0].resize(len);
-      ASSERT_EQ(results[0], part<W>(Mpz(A) * Mpz(B), 0, len));
+      ASSERT_EQ(results[0], (Mpz(A) * Mpz(B)).template window<W>(0, len));
     }
   }
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

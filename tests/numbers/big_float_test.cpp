@@ -10,35 +10,13 @@
 #include "multiply/basic_int.h"
 #include "numbers/number_samples.h"
 #include "support/multiplication.h"
-#include "support/test_parallelizers.h"
-#include "threads/simple_frameworks.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
-using test::GuardedBlock;
-using test::kLowest;
-using test::magnitude_value;
-using test::Mpz;
-using test::product_magnitude;
-using test::Random;
-using test::Sample;
-using test::sign_of;
-using test::TestTables;
-using test::value;
-using test::word_power;
-
 template <class W>
-class BigFloatTest : public testing::Test {
- protected:
-  Random random;
-  test::ReverseOrder reverse;
-  ParallelContext serial{reverse, 1};
-};
-using WordTypes = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(BigFloatTest, WordTypes);
-
-#define ORL_TRACE_SEED SCOPED_TRACE(this->random.replay())
+class BigFloatTest : public NumberTest<W> {};
+TYPED_TEST_SUITE(BigFloatTest, BothWords);
 
 // `result` is what truncation of the exact value leaves: never above it, less than `ulps` units of its lowest
 // word below, and at least `words` words long unless it is exact.
@@ -47,8 +25,8 @@ testing::AssertionResult truncates(const BigFloat<W>& result, const Mpz& exact, 
   if (result.L > 0 && result.T[result.L - 1] == 0)
     return testing::AssertionFailure() << "the top word is zero";
   const Mpz error = exact - magnitude_value(result);
-  if (sign_of(error) == 0) return testing::AssertionSuccess();
-  if (sign_of(error) < 0) return testing::AssertionFailure() << "the result is too large";
+  if (error.sign() == 0) return testing::AssertionSuccess();
+  if (error.sign() < 0) return testing::AssertionFailure() << "the result is too large";
   if (result.L < words) return testing::AssertionFailure() << "only " << result.L << " words";
   if (mpz_cmp(error, word_power<W>(result.exp) * Mpz(ulps)) < 0) return testing::AssertionSuccess();
   return testing::AssertionFailure() << "the result is too small";
@@ -56,7 +34,6 @@ testing::AssertionResult truncates(const BigFloat<W>& result, const Mpz& exact, 
 
 TYPED_TEST(BigFloatTest, DoublesAreTakenExactlyAndGivenBackTruncated) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   Sample<W> x(3);
   const double samples[] = {1.0,   -1.0,    0.5,    3.0,       0x1.fffffffffffffp-1,
                             1e300, -1e-300, 5e-324, 0x1p-1022, 4294967296.0};
@@ -64,7 +41,7 @@ TYPED_TEST(BigFloatTest, DoublesAreTakenExactlyAndGivenBackTruncated) {
     const double d = i < 10 ? samples[i]
                             : std::ldexp(static_cast<double>(this->random.next() >> 11) + 1,
                                          static_cast<int>(this->random.below(1800)) - 900);
-    const s64 shift = static_cast<s64>(this->random.below(9)) - 4;
+    const s64 shift = this->exponent();
     x->set_double(d, shift);
     EXPECT_NE(x->T[0], W{0});
     EXPECT_EQ(x->signum(), d < 0 ? -1 : 1);
@@ -92,13 +69,12 @@ TYPED_TEST(BigFloatTest, DoublesAreTakenExactlyAndGivenBackTruncated) {
 
 TYPED_TEST(BigFloatTest, ComparesAndMeasures) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   for (int i = 0; i < 300; ++i) {
     Sample<W> a(this->random, this->random.below(5), static_cast<s64>(this->random.below(5)));
     Sample<W> b(this->random, this->random.below(5), static_cast<s64>(this->random.below(5)));
     if (this->random.below(4) == 0 && a->L <= b.words.size()) b.number = a.number;
-    EXPECT_EQ(BigFloat<W>::cmp(a, b), sign_of(magnitude_value(a.number) - magnitude_value(b.number)));
-    EXPECT_EQ(BigFloat<W>::cmp_signed(a, b), sign_of(value(a.number) - value(b.number)));
+    EXPECT_EQ(BigFloat<W>::cmp(a, b), (magnitude_value(a.number) - magnitude_value(b.number)).sign());
+    EXPECT_EQ(BigFloat<W>::cmp_signed(a, b), (value(a.number) - value(b.number)).sign());
     for (s64 e = -1; e < 12; ++e)
       EXPECT_EQ(a->word_at(e),
                 ((magnitude_value(a.number) >> (static_cast<u64>(e - kLowest) * BigFloat<W>::word_bits))
@@ -111,64 +87,43 @@ TYPED_TEST(BigFloatTest, ComparesAndMeasures) {
 
 TYPED_TEST(BigFloatTest, CutsAndStrips) {
   using W = TypeParam;
+  using Number = BigFloat<W>;
+  using Words = std::vector<W>;
   const W ones = static_cast<W>(~W{0});
-  const auto number = [](Sample<W>& s, std::initializer_list<W> words) {
-    s.number.T = s.number.base;
-    std::copy(words.begin(), words.end(), s.number.T);
-    s.number.L = words.size();
-    s.number.exp = 0;
-    s.number.sign = 0;
-  };
-  Sample<W> x(40);
-  number(x, {0, 0, 5, 6, 7});
-  x->truncate(3);
-  EXPECT_EQ(x->L, 5u);
-  x->truncate(0);
-  EXPECT_EQ(x->L, 2u);
-  EXPECT_EQ(x->exp, 3);
-  EXPECT_EQ(x->T[0], W{6});
-  number(x, {0, 0, 5, 6, 7});
-  x->strip_tzs();
-  EXPECT_EQ(x->exp, 2);
-  EXPECT_EQ(x->L, 3u);
-  number(x, {0, 0, 5, 6, 7});
-  x->strip_tzs_aligned();
-  EXPECT_EQ(x->L, 5u);
-  std::fill_n(x->base, 40, W{0});
-  x->T = x->base;
-  x->base[39] = 1;
-  x->L = 40;
-  x->exp = 0;
-  x->strip_tzs_aligned();
-  EXPECT_EQ(x->exp, 32);
-  EXPECT_EQ(x->L, 8u);
-  number(x, {4, 0, 5, 6, 7});
-  x->truncate_above(2);
-  EXPECT_EQ(x->L, 1u);
-  EXPECT_EQ(x->T[0], W{4});
-  x->truncate_above(-3);
-  EXPECT_EQ(x->L, 0u);
-  EXPECT_EQ(x->exp, 0);
-  EXPECT_EQ(x->sign, 1);
-  number(x, {1, 0, ones, ones});
-  x->strip_top_ones();
-  EXPECT_EQ(x->L, 1u);
-  number(x, {ones, ones});
-  x->strip_top_ones();
-  EXPECT_EQ(x->L, 0u);
-  number(x, {0, 1, 0, 0});
-  x->strip_top_zeros();
-  EXPECT_EQ(x->L, 2u);
-  EXPECT_EQ(x->sign, 0);
+  Words far(40, 0);
+  far[39] = 1;
+  const struct {
+    Words words;
+    void (*cut)(Number&);
+    Words left;
+    s64 exp;
+  } rows[] = {{{0, 0, 5, 6, 7}, [](Number& x) { x.truncate(3); }, {0, 0, 5, 6, 7}, 0},
+              {{0, 0, 5, 6, 7}, [](Number& x) { x.truncate(0); }, {6, 7}, 3},
+              {{0, 0, 5, 6, 7}, [](Number& x) { x.strip_tzs(); }, {5, 6, 7}, 2},
+              {{0, 0, 5, 6, 7}, [](Number& x) { x.strip_tzs_aligned(); }, {0, 0, 5, 6, 7}, 0},
+              {far, [](Number& x) { x.strip_tzs_aligned(); }, {0, 0, 0, 0, 0, 0, 0, 1}, 32},
+              {{4, 0, 5, 6, 7}, [](Number& x) { x.truncate_above(2); }, {4}, 0},
+              {{4}, [](Number& x) { x.truncate_above(-3); }, {}, 0},
+              {{1, 0, ones, ones}, [](Number& x) { x.strip_top_ones(); }, {1}, 0},
+              {{ones, ones}, [](Number& x) { x.strip_top_ones(); }, {}, 0},
+              {{0, 1, 0, 0}, [](Number& x) { x.strip_top_zeros(); }, {0, 1}, 0}};
+  for (const auto& row : rows) {
+    Sample<W> x(40);
+    std::copy(row.words.begin(), row.words.end(), x->base);
+    x->L = row.words.size();
+    x->sign = 0;
+    row.cut(x.number);
+    EXPECT_EQ(Words(x->T, x->T + x->L), row.left);
+    EXPECT_EQ(x->exp, row.exp);
+    EXPECT_EQ(x->sign, row.left.empty());
+  }
 }
 
 TYPED_TEST(BigFloatTest, PurturbUpAddsOneUnitBelowTheTop) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   for (int i = 0; i < 400; ++i) {
     const u64 n = this->random.below(8);
-    Sample<W> x(this->random, 1 + this->random.below(6), static_cast<s64>(this->random.below(9)) - 4,
-                this->random.below(3), 9);
+    Sample<W> x(this->random, 1 + this->random.below(6), this->exponent(), this->random.below(3), 9);
     if (this->random.coin()) std::fill_n(x->T, x->L, static_cast<W>(~W{0}));
     const Mpz expected = magnitude_value(x.number) + word_power<W>(x->magnitude() - 1 - static_cast<s64>(n));
     x->purturb_up(n);
@@ -187,9 +142,8 @@ TYPED_TEST(BigFloatTest, PurturbUpAddsOneUnitBelowTheTop) {
 
 TYPED_TEST(BigFloatTest, WordOperationsInPlace) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   for (int i = 0; i < 300; ++i) {
-    Sample<W> x(this->random, 1 + this->random.below(6), static_cast<s64>(this->random.below(9)) - 4, 0, 2);
+    Sample<W> x(this->random, 1 + this->random.below(6), this->exponent(), 0, 2);
     const Mpz before = value(x.number);
     const s64 bits = static_cast<s64>(this->random.below(300)) - 150;
     x->mp2(bits, this->serial);
@@ -227,10 +181,9 @@ TYPED_TEST(BigFloatTest, WordOperationsInPlace) {
 
 TYPED_TEST(BigFloatTest, WordFactorsAndDivisorsAtAPrecision) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   for (int i = 0; i < 400; ++i) {
     const u64 p = 1 + this->random.below(8);
-    const Sample<W> a(this->random, this->random.below(12), static_cast<s64>(this->random.below(9)) - 4);
+    const Sample<W> a(this->random, this->random.below(12), this->exponent());
     Sample<W> t(p + 3);
     const W w = this->random.template edge_word<W>();
     t->set_mul_uW(p, a, w, this->serial);
@@ -238,15 +191,11 @@ TYPED_TEST(BigFloatTest, WordFactorsAndDivisorsAtAPrecision) {
     EXPECT_EQ(t->signum(), w == 0 ? 0 : a.number.signum());
 
     const s64 factor = static_cast<s64>(this->random.template edge_word<u64>());
-    Mpz exact = value(a.number);
-    mpz_mul_si(exact, exact, factor);
+    const Mpz exact = value(a.number) * Mpz(factor);
     t->set_mul_sL(p, a, factor, this->serial);
-    Mpz error = exact - value(t.number);
-    mpz_abs(error, error);
-    EXPECT_LT(mpz_cmp(error, (magnitude_value(a.number) * Mpz(u64{1} << 63) * Mpz(2)) >>
-                                 (p * BigFloat<W>::word_bits)),
-              1);
-    EXPECT_EQ(t->signum(), sign_of(exact));
+    const Mpz error = abs(exact - value(t.number));
+    EXPECT_TRUE(error <= magnitude_value(a.number) << 64 >> p * BigFloat<W>::word_bits);
+    EXPECT_EQ(t->signum(), exact.sign());
     EXPECT_LE(t->L, p + 2);
     EXPECT_TRUE(t.intact());
 
@@ -275,7 +224,6 @@ TYPED_TEST(BigFloatTest, WordFactorsAndDivisorsAtAPrecision) {
 // Sums and differences in every relative position, with and without forks.
 TYPED_TEST(BigFloatTest, SumsOfNumbersThatDoNotLineUp) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   const u64 tds_values[] = {1, 2, 7, 64};
   for (int i = 0; i < 600; ++i) {
     const bool large = i % 30 == 29;
@@ -293,11 +241,10 @@ TYPED_TEST(BigFloatTest, SumsOfNumbersThatDoNotLineUp) {
     ASSERT_TRUE(truncates(t.number, x + y, p + 1, 2)) << i;
     const bool a_larger = mpz_cmp(x, y) >= 0;
     t->set_usub(p, a_larger ? a : b, a_larger ? b : a, parallel);
-    Mpz error = (a_larger ? x - y : y - x) - magnitude_value(t.number);
+    const Mpz error = abs(abs(x - y) - magnitude_value(t.number));
     const s64 top = std::max(a.number.magnitude(), b.number.magnitude());
-    mpz_abs(error, error);
     const s64 unit = std::max(top - static_cast<s64>(p) - 1, s64{0});  // below it the numbers have no words
-    ASSERT_LE(mpz_cmp(error, word_power<W>(unit)), 0) << i;
+    ASSERT_TRUE(error <= word_power<W>(unit)) << i;
     ASSERT_TRUE(t->L == 0 || t->T[t->L - 1] != 0);
 
     for (const bool subtract : {false, true}) {
@@ -305,10 +252,8 @@ TYPED_TEST(BigFloatTest, SumsOfNumbersThatDoNotLineUp) {
         t->set_sub(p, a, b, parallel);
       else
         t->set_add(p, a, b, parallel);
-      error = (subtract ? value(a.number) - value(b.number) : value(a.number) + value(b.number)) -
-              value(t.number);
-      mpz_abs(error, error);
-      ASSERT_LE(mpz_cmp(error, word_power<W>(unit) * Mpz(2)), 0) << i;
+      const Mpz right = subtract ? value(a.number) - value(b.number) : value(a.number) + value(b.number);
+      ASSERT_TRUE(abs(right - value(t.number)) <= word_power<W>(unit) * Mpz(2)) << i;
     }
     ASSERT_TRUE(t.intact());
   }
@@ -316,7 +261,6 @@ TYPED_TEST(BigFloatTest, SumsOfNumbersThatDoNotLineUp) {
 
 TYPED_TEST(BigFloatTest, DifferencesBelowZeroAndShortBuffersAreRefused) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   Sample<W> one(1), two(1), t(20);
   one->set_uW(1);
   two->set_uW(2);
@@ -336,7 +280,6 @@ TYPED_TEST(BigFloatTest, DifferencesBelowZeroAndShortBuffersAreRefused) {
 // Two numbers that agree above `top`, or differ there by the borrow alone.
 TYPED_TEST(BigFloatTest, SubtractionUnderATopForgetsTheWordsAboveIt) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   for (int i = 0; i < 200; ++i) {
     const u64 p = 2 + this->random.below(10);
     Sample<W> a(this->random, 12, 0);
@@ -347,11 +290,10 @@ TYPED_TEST(BigFloatTest, SubtractionUnderATopForgetsTheWordsAboveIt) {
     if (difference->word_at(static_cast<s64>(kept) - 1) == static_cast<W>(~W{0})) continue;
     b->set_usub(12, a, difference, this->serial);
     t->set_rsub(p, a, b, static_cast<s64>(kept), 0, this->serial);
-    Mpz error = magnitude_value(difference.number) - magnitude_value(t.number);
-    mpz_abs(error, error);
-    EXPECT_LE(mpz_cmp(error, word_power<W>(static_cast<s64>(kept) - static_cast<s64>(p) - 1)), 0);
+    const Mpz error = abs(magnitude_value(difference.number) - magnitude_value(t.number));
+    EXPECT_TRUE(error <= word_power<W>(static_cast<s64>(kept) - static_cast<s64>(p) - 1));
     if (kept <= p + 1) {
-      EXPECT_EQ(sign_of(error), 0);
+      EXPECT_EQ(error.sign(), 0);
     }
     EXPECT_EQ(t->signum(), t->L == 0 ? 0 : -1);
     EXPECT_TRUE(t.intact());
@@ -360,7 +302,6 @@ TYPED_TEST(BigFloatTest, SubtractionUnderATopForgetsTheWordsAboveIt) {
 
 TYPED_TEST(BigFloatTest, ProductsKeepTheTopWords) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   const TestTables tables(0x50000);
   // Precisions around the direct loops, the window of few words and the first rows of the table.
   const u64 bits = BigFloat<W>::word_bits;
@@ -377,8 +318,8 @@ TYPED_TEST(BigFloatTest, ProductsKeepTheTopWords) {
       for (int i = 0; i < 12; ++i) {
         const u64 longest = 2 * p + 6;
         const auto length = [&] { return i < 3 ? p + 2 : this->random.below(longest); };
-        const Sample<W> a(this->random, length(), static_cast<s64>(this->random.below(9)) - 4);
-        const Sample<W> b(this->random, length(), static_cast<s64>(this->random.below(9)) - 4);
+        const Sample<W> a(this->random, length(), this->exponent());
+        const Sample<W> b(this->random, length(), this->exponent());
         const u64 capacity = std::min(p + 2, std::min(a.number.L, p + 2) + std::min(b.number.L, p + 2));
         Sample<W> t(capacity, this->random.below(16));
         t->set_mul(p, a, b, {parallel, tables, mul_block.buffer()});
@@ -408,7 +349,6 @@ TYPED_TEST(BigFloatTest, ProductsKeepTheTopWords) {
 
 TYPED_TEST(BigFloatTest, CopiesFromOtherKinds) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   Sample<W> t(6);
   BasicIntO<W> small(u64{0x1234567890abcdef});
   t->set_BasicInt(small);
@@ -418,7 +358,7 @@ TYPED_TEST(BigFloatTest, CopiesFromOtherKinds) {
   EXPECT_TRUE(truncates(t.number, magnitude_value(a.number), 6, 1));
   EXPECT_EQ(t->sign, a.number.sign);
   EXPECT_THROW(t->set_BigFloat(5, a, this->serial), BufferTooSmallException);
-  test::ExactSample<W> exact(this->random, 5, 7);
+  ExactSample<W> exact(this->random, 5, 7);
   t->set_ExactFloat(exact, this->serial);
   EXPECT_EQ(value(t.number), value(exact.number));
   t->set_sW(std::numeric_limits<std::make_signed_t<W>>::min());
@@ -426,4 +366,4 @@ TYPED_TEST(BigFloatTest, CopiesFromOtherKinds) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

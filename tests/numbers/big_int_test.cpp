@@ -7,16 +7,9 @@
 #include "multiply/basic_int.h"
 #include "numbers/number_samples.h"
 #include "support/multiplication.h"
-#include "support/test_parallelizers.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::GuardedBlock;
-using test::GuardedWords;
-using test::Mpz;
-using test::Random;
-using test::TestTables;
 
 template <class W>
 struct IntSample {
@@ -43,20 +36,11 @@ Mpz value(const IntSample<W>& a) {
 }
 
 template <class W>
-class BigIntTest : public testing::Test {
- protected:
-  Random random;
-  test::ReverseOrder reverse;
-  ParallelContext serial{reverse, 1};
-};
-using WordTypes = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(BigIntTest, WordTypes);
-
-#define ORL_TRACE_SEED SCOPED_TRACE(this->random.replay())
+class BigIntTest : public NumberTest<W> {};
+TYPED_TEST_SUITE(BigIntTest, BothWords);
 
 TYPED_TEST(BigIntTest, ShiftsFactorsAndWordSums) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   for (int i = 0; i < 300; ++i) {
     const u64 bits = this->random.below(300);
     IntSample<W> a(this->random, this->random.below(6), bits / BigInt<W>::word_bits + 1);
@@ -86,7 +70,6 @@ TYPED_TEST(BigIntTest, ShiftsFactorsAndWordSums) {
 
 TYPED_TEST(BigIntTest, SumsAndComparisons) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   for (int i = 0; i < 300; ++i) {
     const u64 longest = i % 50 == 49 ? 20000 : 5;
     const ParallelContext parallel{this->reverse, i % 2 ? u64{7} : u64{1}};
@@ -110,7 +93,6 @@ TYPED_TEST(BigIntTest, SumsAndComparisons) {
 
 TYPED_TEST(BigIntTest, ProductsAtTheCutoffs) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   const TestTables tables(0x10000);
   const u64 row = 5120 / BigInt<W>::word_bits;
   for (const u64 c : {u64{2}, u64{19}, u64{20}, row, row + 1, 5 * row}) {
@@ -129,16 +111,15 @@ TYPED_TEST(BigIntTest, ProductsAtTheCutoffs) {
 
 TYPED_TEST(BigIntTest, TakesTheIntegerPartOfFloats) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   for (s64 exp = -8; exp <= 4; ++exp) {
-    test::Sample<W> f(this->random, 6, exp);
+    Sample<W> f(this->random, 6, exp);
     IntSample<W> t(10);
     t->set_BigFloat(f, this->serial);
     const Mpz words(f->T, f->L);
     EXPECT_EQ(magnitude(t), exp >= 0 ? words << (static_cast<u64>(exp) * BigInt<W>::word_bits)
                                      : words >> (static_cast<u64>(-exp) * BigInt<W>::word_bits));
     EXPECT_EQ(t->signum(), exp <= -6 ? 0 : f->signum());
-    test::Sample<W> back(10);
+    Sample<W> back(10);
     back->set_BigInt(t, this->serial);
     EXPECT_EQ(back->signum(), t->signum());
   }
@@ -152,4 +133,4 @@ TYPED_TEST(BigIntTest, TakesTheIntegerPartOfFloats) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -7,12 +7,8 @@
 #include "numbers/number_samples.h"
 #include "threads/simple_frameworks.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::Mpz;
-using test::Random;
-using test::Sample;
 
 template <class W>
 class FloatStringTest : public testing::Test {
@@ -28,8 +24,7 @@ class FloatStringTest : public testing::Test {
     return text(number, digits, radix);
   }
 };
-using WordTypes = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(FloatStringTest, WordTypes);
+TYPED_TEST_SUITE(FloatStringTest, BothWords);
 
 TYPED_TEST(FloatStringTest, PlainAndScientificForms) {
   EXPECT_EQ(this->text(0.5, 5), "0.5");
@@ -51,7 +46,6 @@ TYPED_TEST(FloatStringTest, PlainAndScientificForms) {
 TYPED_TEST(FloatStringTest, DigitsAreThoseOfAnIndependentLibrary) {
   using W = TypeParam;
   Random random;
-  SCOPED_TRACE(random.replay());
   mpfr_t m;
   mpfr_init2(m, 64 * 64);
   for (int i = 0; i < 100; ++i) {
@@ -75,7 +69,6 @@ TYPED_TEST(FloatStringTest, DigitsAreThoseOfAnIndependentLibrary) {
 TYPED_TEST(FloatStringTest, IntegersInBothRadixes) {
   using W = TypeParam;
   Random random;
-  SCOPED_TRACE(random.replay());
   for (int i = 0; i < 60; ++i) {
     const u64 L = random.below(30);
     std::vector<W> words = random.number<W>(L);
@@ -122,4 +115,4 @@ TYPED_TEST(FloatStringTest, RoundsAndRefuses) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -9,12 +9,12 @@
 #include "support/multiplication.h"
 #include "threads/simple_frameworks.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
 TEST(AllocationCounter, SeesEveryKindOfAllocation) {
   const auto counted = [](auto&& allocate) {
-    const test::AllocationWatch watch;
+    const AllocationWatch watch;
     void* volatile p = allocate();
     std::free(p);
     return watch.calls();
@@ -25,7 +25,7 @@ TEST(AllocationCounter, SeesEveryKindOfAllocation) {
 #ifndef __SANITIZE_THREAD__
   EXPECT_EQ(counted([] { return std::aligned_alloc(64, 128); }), 1u);
 #endif
-  const test::AllocationWatch watch;
+  const AllocationWatch watch;
   delete new volatile int(3);
   EXPECT_EQ(watch.calls(), 1u);
 }
@@ -37,13 +37,13 @@ TYPED_TEST_SUITE(NoAllocation, WordTypes);
 
 TYPED_TEST(NoAllocation, InAnyOperation) {
   using W = TypeParam;
-  const test::TestTables tables(0xa0000);
+  const TestTables tables(0xa0000);
   Parallelizer_None none;
   const ParallelContext parallel{none, 7};
   for (const u64 n : {u64{5}, u64{60}, u64{300}, u64{5000}}) {
     std::vector<W> words(8 * (2 * n + 8), W{3});
     const auto buffer = [&](u64 i) { return words.data() + i * (2 * n + 8); };
-    const test::GuardedBlock block(TransformHelper<W>::max_bytes(2 * n + 6, 7, 2));
+    const GuardedBlock block(TransformHelper<W>::max_bytes(2 * n + 6, 7, 2));
     const MultiplyContext ctx{parallel, tables, block.buffer()};
     BigFloat<W> a(buffer(0), n), b(buffer(1), n), t(buffer(2), 2 * n + 8);
     ExactFloat<W> x(buffer(3), n), y(buffer(4), n), u(buffer(5), 2 * n + 8), v(buffer(6), 2 * n + 8);
@@ -51,7 +51,7 @@ TYPED_TEST(NoAllocation, InAnyOperation) {
     a.sign = x.sign = y.sign = 1;
     b.exp = 2;
 
-    const test::AllocationWatch watch;
+    const AllocationWatch watch;
     x.recompute_hash(parallel);
     y.recompute_hash(parallel);
     t.set_mul(n, a, b, ctx);
@@ -79,4 +79,4 @@ TYPED_TEST(NoAllocation, InAnyOperation) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -8,6 +8,7 @@
 #include "numbers/exact_float.h"
 #include "support/gmp_oracle.h"
 #include "support/random_words.h"
+#include "support/test_parallelizers.h"
 
 namespace orl::test {
 
@@ -30,12 +31,6 @@ Mpz value(const Number& a) {
 template <class W>
 Mpz word_power(s64 e) {
   return Mpz(1) << (static_cast<u64>(e - kLowest) * 8 * sizeof(W));
-}
-
-/// -1, 0 or 1.
-inline int sign_of(const Mpz& v) {
-  const mpz_srcptr z = v;
-  return mpz_sgn(z);
 }
 
 /// |a * b| / W^kLowest.
@@ -69,5 +64,23 @@ struct Sample {
 
 template <class W>
 using ExactSample = Sample<W, ExactFloat>;
+
+/// What the tests of number objects share.
+template <class W>
+class NumberTest : public testing::Test {
+ protected:
+  s64 exponent(u64 bound = 9, s64 lowest = -4) { return static_cast<s64>(random.below(bound)) + lowest; }
+  /// A number with its hash, and free words on either side.
+  ExactSample<W> exact_sample(u64 L, s64 exp, u64 below = 0, u64 above = 0) {
+    ExactSample<W> s(random, L, exp, below, above);
+    s->recompute_hash(serial);
+    return s;
+  }
+
+  static constexpr W kOnes = static_cast<W>(~W{0});
+  Random random;
+  ReverseOrder reverse;
+  ParallelContext serial{reverse, 1};
+};
 
 }  // namespace orl::test

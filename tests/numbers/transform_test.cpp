@@ -2,73 +2,45 @@
 
 #include <gtest/gtest.h>
 
-#include "core/exceptions.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/toy_algorithm.h"
 #include "numbers/number_samples.h"
 #include "support/multiplication.h"
-#include "support/test_parallelizers.h"
+#include "support/thrown.h"
 #include "threads/frameworks.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
-using test::ExactSample;
-using test::GuardedBlock;
-using test::magnitude_value;
-using test::Mpz;
-using test::product_magnitude;
-using test::Random;
-using test::Sample;
-using test::sign_of;
-using test::TestTables;
-using test::value;
-using test::word_power;
-
 template <class W>
-class TransformTest : public testing::Test {
+class TransformTest : public NumberTest<W> {
  protected:
   // The top p + 2 words of a product whose operands were cut to as many.
   testing::AssertionResult close(const BigFloat<W>& t, const BigFloat<W>& a, const BigFloat<W>& b) {
     if (t.signum() != a.signum() * b.signum()) return testing::AssertionFailure() << "wrong sign";
     const Mpz error = product_magnitude(a, b) - magnitude_value(t);
-    if (sign_of(error) < 0 || mpz_cmp(error, word_power<W>(t.exp) * Mpz(4)) >= 0)
+    if (error.sign() < 0 || mpz_cmp(error, word_power<W>(t.exp) * Mpz(4)) >= 0)
       return testing::AssertionFailure() << "wrong words";
     return testing::AssertionSuccess();
   }
   testing::AssertionResult exact(const ExactFloat<W>& t, const ExactFloat<W>& a, const ExactFloat<W>& b) {
-    if (!t.is_consistent(serial)) return testing::AssertionFailure() << "wrong hash";
+    if (!t.is_consistent(this->serial)) return testing::AssertionFailure() << "wrong hash";
     Mpz expected = product_magnitude(a, b);
     if (a.sign != b.sign) mpz_neg(expected, expected);
     if (!(value(t) == expected)) return testing::AssertionFailure() << "wrong words";
     return testing::AssertionSuccess();
   }
-  ExactSample<W> exact_sample(u64 L, s64 exp) {
-    ExactSample<W> s(random, L, exp);
-    s->recompute_hash(serial);
-    return s;
-  }
-  s64 exponent() { return static_cast<s64>(random.below(9)) - 4; }
-
   // Lengths of one operand on both sides of the thresholds, and within the FFT.
   std::vector<u64> lengths() const {
     const u64 bits = BigFloat<W>::word_bits;
     return {1, 3, 2560 / bits - 1, 2560 / bits, 2560 / bits + 1, 20000 / bits, 110592 / bits + 1};
   }
-
-  Random random;
-  test::ReverseOrder reverse;
-  ParallelContext serial{reverse, 1};
 };
-using WordTypes = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(TransformTest, WordTypes);
-
-#define ORL_TRACE_SEED SCOPED_TRACE(this->random.replay())
+TYPED_TEST_SUITE(TransformTest, BothWords);
 
 TYPED_TEST(TransformTest, TruncatingProductsReuseTransforms) {
   using W = TypeParam;
   using F = BigFloatTransformR<W>;
-  ORL_TRACE_SEED;
   const TestTables tables(0x80000);
   for (const u64 n : this->lengths()) {
     for (const u64 tds : {u64{1}, u64{7}}) {
@@ -105,15 +77,24 @@ TYPED_TEST(TransformTest, TruncatingProductsReuseTransforms) {
   }
 }
 
+// All products by an algorithm that multiplies in half of the memory, but those of up to `basecase` words.
+template <class W>
+struct ToyRows {
+  explicit ToyRows(u64 basecase) : scope(rows(toy, basecase)) {}
+  static AlgorithmTable<W> rows(const ToyAlgorithm& toy, u64 basecase) {
+    AlgorithmTable<W> table("toy");
+    if (basecase > 0) table.add(basecase, algorithm_registry().find("BKT")->basic<W>());
+    table.add(1000, &toy);
+    return table;
+  }
+  const ToyAlgorithm toy{0};
+  const ScopedBasicTable<W> scope;
+};
+
 // Products of numbers in the memory their plans state, over tables whose algorithm multiplies in half of it.
 TYPED_TEST(TransformTest, NumbersMultiplyInBoundedMemory) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
-  const test::ToyAlgorithm toy(0);
-  AlgorithmTable<W> rows("toy");
-  rows.add(8, algorithm_registry().find("BKT")->basic<W>());
-  rows.add(1000, &toy);
-  const ScopedBasicTable<W> scope(std::move(rows));
+  const ToyRows<W> toy(8);
   TransformTables tables{LinearHeapBuffer()};
   u64 saved = 0;
   for (int round = 0; round < 150; ++round) {
@@ -149,11 +130,7 @@ TYPED_TEST(TransformTest, NumbersMultiplyInBoundedMemory) {
 // its own and over either operand.
 TYPED_TEST(TransformTest, UnkeptProductsMayLieOverOperands) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
-  const test::ToyAlgorithm toy(0);
-  AlgorithmTable<W> rows("toy");
-  rows.add(1000, &toy);
-  const ScopedBasicTable<W> scope(std::move(rows));
+  const ToyRows<W> toy(0);
   TransformTables tables{LinearHeapBuffer()};
   for (int round = 0; round < 200; ++round) {
     const u64 n = this->random.between(1, 90), m = this->random.between(1, 90), c = n + m, p = n + 3;
@@ -186,7 +163,6 @@ TYPED_TEST(TransformTest, UnkeptProductsMayLieOverOperands) {
 TYPED_TEST(TransformTest, ExactProductsKeepTheirHashes) {
   using W = TypeParam;
   using F = ExactFloatTransformR<W>;
-  ORL_TRACE_SEED;
   const TestTables tables(0x80000);
   for (const u64 n : this->lengths()) {
     for (const u64 tds : {u64{1}, u64{7}}) {
@@ -219,7 +195,6 @@ TYPED_TEST(TransformTest, ExactProductsKeepTheirHashes) {
 TYPED_TEST(TransformTest, ResultsMayTakeThePlaceOfAnOperand) {
   using W = TypeParam;
   using F = ExactFloatTransformR<W>;
-  ORL_TRACE_SEED;
   const TestTables tables(0x10000);
   for (const u64 bits : {2048, 20000}) {  // Basecase/Karatsuba and FFT
     const u64 n = bits / BigFloat<W>::word_bits;
@@ -241,7 +216,6 @@ TYPED_TEST(TransformTest, ResultsMayTakeThePlaceOfAnOperand) {
 TYPED_TEST(TransformTest, ZeroOperandsTouchNoTransform) {
   using W = TypeParam;
   using F = BigFloatTransformR<W>;
-  ORL_TRACE_SEED;
   const TestTables tables(0x10000);
   const GuardedBlock block(TransformHelper<W>::bytes(400, 1));
   const TransformHelper<W> helper({this->serial, tables, block.buffer()}, 400);
@@ -270,7 +244,6 @@ TYPED_TEST(TransformTest, ZeroOperandsTouchNoTransform) {
 TYPED_TEST(TransformTest, RefusesWhatDoesNotFit) {
   using W = TypeParam;
   using F = BigFloatTransformR<W>;
-  ORL_TRACE_SEED;
   const TestTables tables(0x40000);
   const u64 n = 20000 / BigFloat<W>::word_bits;
   const u64 bytes = TransformHelper<W>::bytes(2 * n, 1);
@@ -287,12 +260,10 @@ TYPED_TEST(TransformTest, RefusesWhatDoesNotFit) {
   F A, B;
   EXPECT_THROW(A.forward(helper, whole, huge), TransformTooSmallException);
   A.forward(helper, n, a);
-  try {
-    F::mul_rf_xf(helper, t.number, whole, half, A);
-    ADD_FAILURE();
-  } catch (const ConvolutionTooSmallException& e) {
-    EXPECT_EQ(e.function(), "BigFloatTransformR::mul_rf_xf()");
-  }
+  EXPECT_EQ(caught<ConvolutionTooSmallException>([&] {
+              F::mul_rf_xf(helper, t.number, whole, half, A);
+            }).function(),
+            "BigFloatTransformR::mul_rf_xf()");
   BigFloat<W> small(t->base, n);
   EXPECT_THROW(F::mul_rf_xf(helper, small, n, a, A), BufferTooSmallException);
   B.forward(other, n / 2 - 2, a);
@@ -315,7 +286,6 @@ TYPED_TEST(TransformTest, SharingPaysForNearlyEqualTransforms) {
 // Real threads, so that a sanitizer can see what tasks share.
 TYPED_TEST(TransformTest, EveryFrameworkGivesTheSameWords) {
   using W = TypeParam;
-  ORL_TRACE_SEED;
   const TestTables tables(0x100000);
   const u64 n = 0x80000 / BigFloat<W>::word_bits;
   const ExactSample<W> a = this->exact_sample(n, 1), b = this->exact_sample(n, -2),
@@ -344,4 +314,4 @@ TYPED_TEST(TransformTest, EveryFrameworkGivesTheSameWords) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "simd/lanes.h"
-#include "simd/target.h"
 #include "support/random_words.h"
+#include "support/targets.h"
 
 namespace orl::test {
 namespace scalar {
@@ -79,13 +79,11 @@ void expect_plain(std::span<const LaneOperation<T>> operations, const std::map<s
     }
 }
 
-class VectorTypes : public testing::TestWithParam<simd::Target> {};
+class VectorTypes : public OnTarget {};
+INSTANTIATE_TEST_SUITE_P(Targets, VectorTypes, every_target(), target_label);
 
 TEST_P(VectorTypes, EqualPlainCodeBitForBit) {
-  if (GetParam() > simd::best_target())
-    GTEST_SKIP() << "this machine cannot run " << simd::target_name(GetParam());
   Random random;
-  SCOPED_TRACE(random.replay());
   const LaneOperations& all = GetParam() == simd::Target::kScalar ? scalar::lane_operations
                               : GetParam() == simd::Target::kAvx2 ? avx2::lane_operations
                                                                   : avx512::lane_operations;
@@ -95,9 +93,6 @@ TEST_P(VectorTypes, EqualPlainCodeBitForBit) {
   });
   expect_plain<u64>(all.words, kWords, [&] { return random.edge_word<u64>() | 1; });
 }
-
-INSTANTIATE_TEST_SUITE_P(Targets, VectorTypes,
-                         testing::Values(simd::Target::kScalar, simd::Target::kAvx2, simd::Target::kAvx512));
 
 }  // namespace
 }  // namespace orl::test

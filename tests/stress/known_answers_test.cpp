@@ -16,8 +16,7 @@ namespace {
 
 template <class W>
 class KnownAnswers : public testing::Test {};
-using WordTypes = testing::Types<u32, u64>;
-TYPED_TEST_SUITE(KnownAnswers, WordTypes);
+TYPED_TEST_SUITE(KnownAnswers, BothWords);
 
 // Worked out with unbounded integers and cut to a word.
 TEST(KnownWords, AreTheCubicOfTheirIndexAndSeed) {
@@ -30,7 +29,6 @@ TEST(KnownWords, AreTheCubicOfTheirIndexAndSeed) {
 TYPED_TEST(KnownAnswers, WindowsAndTasksWriteTheSameWords) {
   using W = TypeParam;
   Random random;
-  SCOPED_TRACE(random.replay());
   constexpr u64 kWords = 100000;
   const u64 seed = random.next();
   Parallelizer_None none;
@@ -49,7 +47,6 @@ TYPED_TEST(KnownAnswers, WindowsAndTasksWriteTheSameWords) {
 TYPED_TEST(KnownAnswers, EveryAlgorithmPassesAndNoChangedWordDoes) {
   using W = TypeParam;
   Random random;
-  SCOPED_TRACE(random.replay());
   Parallelizer_Spawn spawn;
   const ParallelContext parallel{spawn, 2};
   for (const auto& [id, instances] : algorithm_registry().all()) {
@@ -82,7 +79,6 @@ TYPED_TEST(KnownAnswers, EveryAlgorithmPassesAndNoChangedWordDoes) {
 TYPED_TEST(KnownAnswers, ManyOperandsAreEachTheirOwn) {
   using W = TypeParam;
   Random random;
-  SCOPED_TRACE(random.replay());
   Parallelizer_None none;
   const ParallelContext parallel{none, 1};
   constexpr u64 operands = 7;

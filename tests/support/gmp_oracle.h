@@ -3,6 +3,9 @@
 
 #include <gmp.h>
 
+#include <compare>
+#include <concepts>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -14,7 +17,13 @@ namespace orl::test {
 class Mpz {
  public:
   Mpz() { mpz_init(z_); }
-  Mpz(u64 value) { mpz_init_set_ui(z_, value); }
+  template <std::integral Value>
+  Mpz(Value value) {
+    if constexpr (std::is_signed_v<Value>)
+      mpz_init_set_si(z_, value);
+    else
+      mpz_init_set_ui(z_, value);
+  }
   template <class W>
   Mpz(const W* A, u64 L) {
     mpz_init(z_);
@@ -36,9 +45,16 @@ class Mpz {
   operator mpz_ptr() { return z_; }
   operator mpz_srcptr() const { return z_; }
 
+  /// -1, 0 or 1.
+  int sign() const { return mpz_sgn(z_); }
   /// The low L words of |this|; `rest`, when given, receives what lies above them.
   template <class W>
   std::vector<W> words(u64 L, Mpz* rest = nullptr) const;
+  /// Words [skip, len) of |this|.
+  template <class W>
+  std::vector<W> window(u64 skip, u64 len) const {
+    return (*this >> 8 * sizeof(W) * skip).template words<W>(len - skip);
+  }
   u64 low_u64() const {
     u64 low = 0;
     if (mpz_sgn(z_) != 0) low = mpz_getlimbn(z_, 0);
@@ -47,6 +63,11 @@ class Mpz {
 
   friend Mpz operator+(const Mpz& a, const Mpz& b) { return apply(mpz_add, a, b); }
   friend Mpz operator-(const Mpz& a, const Mpz& b) { return apply(mpz_sub, a, b); }
+  friend Mpz operator-(const Mpz& a) { return Mpz(0) - a; }
+  friend Mpz abs(Mpz a) {
+    mpz_abs(a, a);
+    return a;
+  }
   friend Mpz operator*(const Mpz& a, const Mpz& b) { return apply(mpz_mul, a, b); }
   /// Floor division.
   friend Mpz operator/(const Mpz& a, const Mpz& b) { return apply(mpz_fdiv_q, a, b); }
@@ -63,6 +84,7 @@ class Mpz {
     return r;
   }
   friend bool operator==(const Mpz& a, const Mpz& b) { return mpz_cmp(a, b) == 0; }
+  friend auto operator<=>(const Mpz& a, const Mpz& b) { return mpz_cmp(a, b) <=> 0; }
 
  private:
   template <class F>

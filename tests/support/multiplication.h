@@ -1,6 +1,8 @@
 // What a test needs to multiply: transform tables and scratch of exactly the planned size.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -28,7 +30,7 @@ class GuardedBlock {
   }
 
  private:
-  static constexpr u64 kGuard = 256;
+  static constexpr u64 kGuard = 4096;
   static constexpr u8 kPoison = 0xa5;
   struct Free {
     void operator()(u8* p) const { ::operator delete[](p, std::align_val_t{64}); }
@@ -36,6 +38,22 @@ class GuardedBlock {
 
   u64 bytes_;
   std::unique_ptr<u8[], Free> store_;
+};
+
+/// The tables of one algorithm for products of up to `bits` bits, in a block of exactly table_bytes.
+class AlgorithmTables {
+ public:
+  AlgorithmTables(const Algorithm& algorithm, u64 bits)
+      : block_(algorithm.table_bytes(bits)), tables_(block_.buffer()) {
+    algorithm.ensure_tables(tables_, bits);
+  }
+
+  operator const TransformTables&() const { return tables_; }
+  bool intact() const { return block_.intact(); }
+
+ private:
+  GuardedBlock block_;
+  TransformTables tables_;
 };
 
 /// Tables for products of up to `bits` bits under the tables in force, in a block of exactly table_bytes.
@@ -56,6 +74,16 @@ class TestTables {
  private:
   GuardedBlock block_;
   TransformTables tables_;
+};
+
+/// Two transforms of a shape and its scratch, in exactly their bytes.
+struct ShapeAreas {
+  explicit ShapeAreas(const Parameters& p)
+      : F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size()) {}
+  ~ShapeAreas() { EXPECT_TRUE(F.intact() && G.intact() && tmp.intact()); }
+
+  const GuardedBlock F, G, tmp;
+  void *const f = F.buffer().ptr, *const g = G.buffer().ptr, *const t = tmp.buffer().ptr;
 };
 
 }  // namespace orl::test

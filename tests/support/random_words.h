@@ -1,6 +1,8 @@
 // Random words that look for carries: long runs of zeros and ones among plain random words.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <random>
@@ -12,17 +14,19 @@
 
 namespace orl::test {
 
-/// A replayable source. Put `SCOPED_TRACE(random.replay())` at the head of a test, so that a failure shows
-/// its seed; setting ORVANE_TEST_SEED to that number runs it again.
+/// The word types that typed tests run with.
+using BothWords = testing::Types<u32, u64>;
+
+/// A replayable source. A failure in the thread and the lifetime of one shows its seed; setting ORVANE_TEST_SEED
+/// to that number runs it again.
 class Random {
  public:
   /// One fixed seed for every run, so that a run tells of the change it tests and of nothing else; or the
   /// number in ORVANE_TEST_SEED, or a new one where that reads "new", for sweeps with `ctest --repeat
   /// until-fail:20`.
-  Random() : Random(default_seed()) {}
-  explicit Random(u64 seed) : seed_(seed), state_(seed) {}
+  explicit Random(u64 seed = default_seed(), const char* file = __builtin_FILE(), int line = __builtin_LINE())
+      : seed_(seed), state_(seed), trace_(file, line, replay()) {}
 
-  u64 seed() const { return seed_; }
   std::string replay() const { return "replay with ORVANE_TEST_SEED=" + std::to_string(seed_); }
 
   /// Uniform (SplitMix64; Steele, Lea, Flood 2014).
@@ -48,22 +52,9 @@ class Random {
     constexpr int bits = sizeof(W) * 8;
     const u64 kind = below(8);
     const W power = static_cast<W>(W{1} << below(bits));
-    switch (kind) {
-      case 0:
-        return 0;
-      case 1:
-        return static_cast<W>(~W{0});
-      case 2:
-        return power;
-      case 3:
-        return static_cast<W>(power - 1);
-      case 4:
-        return static_cast<W>(W{0} - power);
-      case 5:
-        return static_cast<W>(below(4));
-      default:
-        return word<W>();
-    }
+    const W edges[] = {0, static_cast<W>(~W{0}), power, static_cast<W>(power - 1),
+                       static_cast<W>(W{0} - power)};
+    return kind < 5 ? edges[kind] : kind == 5 ? static_cast<W>(below(4)) : word<W>();
   }
 
   /// Fills T[0, L) with stretches of zeros, ones, edge words and random words; stretches run from one word to
@@ -115,6 +106,7 @@ class Random {
 
   u64 seed_;
   u64 state_;
+  testing::ScopedTrace trace_;
 };
 
 /// Words between two guards: an array of exactly L words whose neighbours must stay as they were. `offset`

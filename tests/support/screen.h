@@ -11,7 +11,7 @@
 
 #include "core/settings.h"
 
-namespace orl::testing_parallel {
+namespace orl::test {
 
 /// What `action` prints with `answers` typed.
 template <class Action>
@@ -46,4 +46,4 @@ template <class Action>
   std::exit(printed == expected ? 0 : 4);
 }
 
-}  // namespace orl::testing_parallel
+}  // namespace orl::test

@@ -9,12 +9,9 @@
 #include "support/fake_file_calls.h"
 #include "support/files.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
-using test::read_file;
-using test::TemporaryFolder;
-using test::write_file;
 using Ids = std::vector<u32>;
 
 // Four logical cores on two physical ones, numbered as most systems do.
@@ -36,12 +33,12 @@ class EnvironmentFile : public testing::Test {
     return environment;
   }
   bool shows(const std::string& text) const { return screen_.find(text) != screen_.npos; }
-  // The generated file with one text replaced.
-  void write_changed(const std::string& from, const std::string& to) {
+  // The generated text with a part replaced.
+  std::string changed(const std::string& from, const std::string& to) {
     std::string text = environment_text(topology_);
     const std::size_t at = text.find(from);
-    ASSERT_NE(at, text.npos);
-    write_file(path_, text.replace(at, from.size(), to));
+    EXPECT_NE(at, text.npos) << from;
+    return text.replace(at, from.size(), to);
   }
   void expect_fault(const std::string& message) {
     EXPECT_EQ(load(topology_).static_pin_order, (Ids{0, 1, 2, 3})) << message;
@@ -113,25 +110,22 @@ TEST_F(EnvironmentFile, OfOtherHardwareIsNotUsedAndNotTouched) {
 }
 
 TEST_F(EnvironmentFile, ThatCannotBeUsedIsNamed) {
-  write_file(path_, "{\n  DetectedHardware : {,\n");
-  expect_fault("Line 2: ");
-  write_file(path_, "");
-  expect_fault("Unexpected end of stream.");
-  write_file(path_, "[ ]");
-  expect_fault("Expected Object, got Array.");
-  write_changed("StaticPinOrder", "StaticPinOder");
-  expect_fault("Unknown key: StaticPinOder");
-  write_changed("StaticPinOrder : [", "StaticPinOrder : [ 4");
-  expect_fault("There is no core 4.");
-  write_changed("StaticPinOrder : [", "StaticPinOrder : [ -4294967296");
-  expect_fault("There is no core -4294967296.");
-  write_changed("StaticPinOrder : [", "StaticPinOrder : [ \"0\"");
-  expect_fault("Expected Integer, got String.");
-  std::string text = environment_text(topology_);
-  write_file(path_, text.substr(0, text.find("StaticPinOrder")) + "StaticPinOrder : [ ] }");
-  expect_fault("The list of cores cannot be empty.");
-  write_file(path_, text.substr(0, text.find("//  Static-Pin")) + "}");
-  expect_fault("StaticPinOrder");
+  const std::string text = environment_text(topology_);
+  const std::pair<std::string, std::string> faults[] = {
+      {"{\n  DetectedHardware : {,\n", "Line 2: "},
+      {"", "Unexpected end of stream."},
+      {"[ ]", "Expected Object, got Array."},
+      {changed("StaticPinOrder", "StaticPinOder"), "Unknown key: StaticPinOder"},
+      {changed("StaticPinOrder : [", "StaticPinOrder : [ 4"), "There is no core 4."},
+      {changed("StaticPinOrder : [", "StaticPinOrder : [ -4294967296"), "There is no core -4294967296."},
+      {changed("StaticPinOrder : [", "StaticPinOrder : [ \"0\""), "Expected Integer, got String."},
+      {text.substr(0, text.find("StaticPinOrder")) + "StaticPinOrder : [ ] }",
+       "The list of cores cannot be empty."},
+      {text.substr(0, text.find("//  Static-Pin")) + "}", "StaticPinOrder"}};
+  for (const auto& [file, message] : faults) {
+    write_file(path_, file);
+    expect_fault(message);
+  }
 }
 
 // No user, not even root, can make a file there.
@@ -143,8 +137,8 @@ TEST_F(EnvironmentFile, InAFolderThatCannotBeWrittenIsNoFailure) {
 }
 
 TEST_F(EnvironmentFile, ThatGetsNoNameLeavesNothingBehind) {
-  test::FakeFileCalls calls;
-  calls.fail(test::FileCall::kRename, EACCES);
+  FakeFileCalls calls;
+  calls.fail(FileCall::kRename, EACCES);
   EXPECT_EQ(load(topology_).static_pin_order, (Ids{0, 1, 2, 3}));
   EXPECT_TRUE(shows("Unable to write \"" + path_ + "\": Permission denied. Using default settings."))
       << screen_;
@@ -199,4 +193,4 @@ TEST(Environment, DefaultsHoldUntilItIsSet) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -10,10 +10,8 @@
 #include "system/machine.h"
 #include "system/smbios.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::FakeMachine;
 
 // A structure of the firmware's table: `fields` by offset into a formatted area of `length` bytes.
 struct Field {
@@ -234,4 +232,4 @@ TEST(Machine, TellsItsMemory) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -9,10 +9,9 @@
 #include "system/fake_machine.h"
 #include "system/kernel_files.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
-using test::FakeMachine;
 using Ids = std::vector<u32>;
 
 TEST(IdList, KeepsWhatItCanRead) {
@@ -127,4 +126,4 @@ TEST(BindThread, MovesTheThreadAndRefusesWhatIsNotThere) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -16,7 +16,7 @@
 #include "threads/registered.h"
 #include "threads/simple_frameworks.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
 struct Variant {
@@ -41,7 +41,7 @@ std::string label_of(const ::testing::TestParamInfo<Variant>& variant) { return 
 class FrameworkBattery : public ::testing::TestWithParam<Variant> {
  protected:
   void SetUp() override {
-    testing_parallel::fill_registries();
+    fill_registries();
     const Variant& variant = GetParam();
     if (!has_framework(variant.key)) GTEST_SKIP() << "this build has no " << variant.key;
     framework_ = create_framework(variant.key);
@@ -197,7 +197,7 @@ enum class Thrown { ours, standard, other };
 }
 
 void forever_running_partner(Parallelizer& framework, bool throw_in_first, Thrown what) {
-  testing_parallel::console_to_stderr();
+  console_to_stderr();
   const auto fails = [&] { throw_one(what); };
   const auto waits = [] { std::this_thread::sleep_for(std::chrono::seconds(60)); };
   if (throw_in_first) {
@@ -241,7 +241,7 @@ class StealingDeathTest : public FrameworkDeathTest {};
 
 TEST_P(StealingDeathTest, IndexThatThrowsEndsTheProcess) {
   const auto fail = [&] {
-    testing_parallel::console_to_stderr();
+    console_to_stderr();
     fork_range(*framework_, 0, 100, [](u64 i) {
       if (i == 63) throw std::runtime_error("standard failure");
     });
@@ -254,10 +254,10 @@ constexpr Variant kStealingVariants[] = {{"cilk", "cilk"}, {"tbb", "tbb"}};
 INSTANTIATE_TEST_SUITE_P(Stealing, StealingDeathTest, ::testing::ValuesIn(kStealingVariants), label_of);
 
 TEST(Frameworks, TellWhatToDoAboutAThreadThatTheSystemRefuses) {
-  testing_parallel::fill_registries();
+  fill_registries();
   for (const char* key : {"spawn", "cppasync", "pushpool"}) {
     const auto framework = create_framework(key);
-    const test::ThreadLimit limit(0);
+    const ThreadLimit limit(0);
     try {
       fork_pair(
           *framework, [] {}, [] {});
@@ -277,4 +277,4 @@ TEST(NoFramework, LetsAnExceptionThrough) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

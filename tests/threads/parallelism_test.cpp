@@ -3,19 +3,19 @@
 #include <gtest/gtest.h>
 
 #include "config/object.h"
-#include "core/exceptions.h"
 #include "support/screen.h"
+#include "support/thrown.h"
 #include "threads/push_pool_framework.h"
 #include "threads/registered.h"
 #include "threads/simple_frameworks.h"
 #include "threads/thread_priority.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
 class ParallelismTest : public ::testing::Test {
  protected:
-  void SetUp() override { testing_parallel::fill_registries(); }
+  void SetUp() override { fill_registries(); }
 };
 
 TEST_F(ParallelismTest, DefaultsFollowTheProcessorCount) {
@@ -34,12 +34,8 @@ TEST_F(ParallelismTest, DecompositionLiesInItsBounds) {
   Parallelism settings;
   for (const u64 tds : {1, 65536}) EXPECT_NO_THROW(settings.set_tds(tds));
   for (const u64 tds : {u64{0}, u64{65537}, ~u64{0}}) {
-    try {
-      settings.set_tds(tds);
-      FAIL() << tds;
-    } catch (const InvalidParametersException& failure) {
-      EXPECT_EQ(failure.message(), "Task decomposition must be between 1 and 65536.");
-    }
+    EXPECT_EQ(message_of<InvalidParametersException>([&] { settings.set_tds(tds); }),
+              "Task decomposition must be between 1 and 65536.");
   }
   EXPECT_EQ(settings.tds(), 65536u);
 }
@@ -59,12 +55,8 @@ TEST_F(ParallelismTest, EachFrameworkDescribesItself) {
       EXPECT_EQ(create_framework(key)->to_string(8), line);
     }
   }
-  try {
-    create_framework("threads");
-    FAIL();
-  } catch (const InvalidParametersException& failure) {
-    EXPECT_EQ(failure.message(), "Invalid Parallel Framework: threads");
-  }
+  EXPECT_EQ(message_of<InvalidParametersException>([] { create_framework("threads"); }),
+            "Invalid Parallel Framework: threads");
 }
 
 /// Writes `from`, reads it into a fresh object and returns that one's report line.
@@ -120,7 +112,7 @@ TEST_F(ParallelismTest, RefusedSettingsChangeNothing) {
 TEST(FrameworksDeathTest, DoubleRegistrationEndsTheProcess) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
   const auto register_twice = [] {
-    testing_parallel::console_to_stderr();
+    console_to_stderr();
     const FrameworkType type{"cilk", "x", nullptr};
     if (!has_framework("cilk")) register_framework(type);
     register_framework(type);
@@ -134,14 +126,14 @@ TEST(ThreadPriority, IsLowestBelowZeroAndHighestAbove) {
 
 TEST(ThreadPriorityDeathTest, MissingPermissionIsSaidOnce) {
   ::testing::FLAGS_gtest_death_test_style = "threadsafe";
-  EXPECT_EXIT(testing_parallel::expect_printed_unprivileged(
-                  "Insufficient permissions to set thread priority. Please retry as root.\n"
-                  "Further messages for this warning will be suppressed.\n",
-                  [] {
-                    for (const int level : {0, -1, 1, 5}) set_thread_priority(level);
-                  }),
-              ::testing::ExitedWithCode(0), "");
+  EXPECT_EXIT(
+      expect_printed_unprivileged("Insufficient permissions to set thread priority. Please retry as root.\n"
+                                  "Further messages for this warning will be suppressed.\n",
+                                  [] {
+                                    for (const int level : {0, -1, 1, 5}) set_thread_priority(level);
+                                  }),
+      ::testing::ExitedWithCode(0), "");
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

@@ -3,11 +3,11 @@
 
 #include "threads/frameworks.h"
 
-namespace orl::testing_parallel {
+namespace orl::test {
 
 inline void fill_registries() {
   static const bool filled = (register_frameworks(), true);
   static_cast<void>(filled);
 }
 
-}  // namespace orl::testing_parallel
+}  // namespace orl::test

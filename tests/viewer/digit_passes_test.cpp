@@ -77,7 +77,6 @@ class LargeSet : public testing::Test {
   }
 
   orl::test::Random random_;
-  testing::ScopedTrace trace_{__FILE__, __LINE__, random_.replay()};
   FakeFileCalls calls_;
   TemporaryFolder folder_{fast_folder()};
   std::string digits_;

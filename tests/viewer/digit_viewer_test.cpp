@@ -88,7 +88,6 @@ class DigitViewer : public testing::TestWithParam<Kind> {
   }
 
   Random random_;
-  testing::ScopedTrace trace_{__FILE__, __LINE__, random_.replay()};
   TemporaryFolder folder_;
 };
 INSTANTIATE_TEST_SUITE_P(

@@ -7,11 +7,8 @@
 #include "support/gmp_oracle.h"
 #include "words/word_shapes.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::Mpz;
-using test::Random;
 
 constexpr u64 M = kHashModulus;
 // The largest value that the operations hand out.
@@ -20,23 +17,17 @@ constexpr u64 kLargestStored = 2 * M + 70;
 Mpz modulus() { return Mpz(M); }
 
 u64 stored_hash(Random& random) {
-  switch (random.below(4)) {
-    case 0:
-      return random.below(4);
-    case 1:
-      return M - 2 + random.below(5);
-    case 2:
-      return kLargestStored - random.below(200);
-    default:
-      return random.below(kLargestStored + 1);
-  }
+  const u64 kind = random.below(4);
+  return kind == 0   ? random.below(4)
+         : kind == 1 ? M - 2 + random.below(5)
+         : kind == 2 ? kLargestStored - random.below(200)
+                     : random.below(kLargestStored + 1);
 }
 
 TEST(HashArithmetic, CanonicalFormIsTheResidueOfEveryLazyValue) {
   for (u64 x : {u64{0}, M, 2 * M}) EXPECT_EQ(hash_canon(x), 0u);
   EXPECT_EQ(hash_canon(~u64{0}), 7u);
   Random random;
-  SCOPED_TRACE(random.replay());
   for (int round = 0; round < 10000; ++round) {
     const u64 x = random.coin() ? random.edge_word<u64>() : random.below(8) * M + random.below(9) - 4;
     EXPECT_EQ(hash_canon(x), x % M) << x;
@@ -45,14 +36,13 @@ TEST(HashArithmetic, CanonicalFormIsTheResidueOfEveryLazyValue) {
 
 TEST(HashArithmetic, AgreesWithIntegersModuloTheModulusAndStaysStorable) {
   Random random;
-  SCOPED_TRACE(random.replay());
   for (int round = 0; round < 20000; ++round) {
     const u64 a = stored_hash(random), b = stored_hash(random), x = random.edge_word<u64>();
     const u32 s = static_cast<u32>(random.below(32));
     SCOPED_TRACE(std::to_string(a) + ", " + std::to_string(b) + ", " + std::to_string(x));
     const auto expect_hash = [](u64 hash, const Mpz& value) {
       EXPECT_LE(hash, kLargestStored);
-      EXPECT_EQ(hash_canon(hash), test::residue_m61(value));
+      EXPECT_EQ(hash_canon(hash), residue_m61(value));
     };
     expect_hash(hash_add(a, b), Mpz(a) + Mpz(b));
     expect_hash(hash_sub(a, b), Mpz(a) - Mpz(b));
@@ -67,7 +57,6 @@ TEST(HashArithmetic, AgreesWithIntegersModuloTheModulusAndStaysStorable) {
 
 TEST(HashArithmetic, PowersAndTheirInverses) {
   Random random;
-  SCOPED_TRACE(random.replay());
   for (int round = 0; round < 3000; ++round) {
     const u64 b = stored_hash(random), n = random.coin() ? random.below(70) : random.next();
     Mpz power;
@@ -86,8 +75,8 @@ TEST(HashArithmetic, PowersAndTheirInverses) {
   EXPECT_EQ(hash_pow(0, 0), 1u);
 }
 
-class ArrayHash : public test::OnTarget {};
-INSTANTIATE_TEST_SUITE_P(Targets, ArrayHash, test::every_target(), test::target_label);
+class ArrayHash : public OnTarget {};
+INSTANTIATE_TEST_SUITE_P(Targets, ArrayHash, every_target(), target_label);
 
 constexpr u64 kLengths[] = {0,  1,  4,  5,   15,  16,  17,   31,    32,    33,    40,    63,    64,
                             65, 71, 97, 128, 129, 999, 9999, 10000, 10001, 20000, 20016, 20017, 100003};
@@ -95,13 +84,12 @@ constexpr u64 kLengths[] = {0,  1,  4,  5,   15,  16,  17,   31,    32,    33,  
 // Both word types from the same bytes, serial and parallel, with a word above the top.
 TEST_P(ArrayHash, IsTheResidueOfTheNumber) {
   Random random;
-  SCOPED_TRACE(random.replay());
-  test::for_each_context([&](ParallelContext parallel) {
+  for_each_context([&](ParallelContext parallel) {
     for (u64 L : kLengths) {
       SCOPED_TRACE("length " + std::to_string(L));
-      const test::GuardedWords<u32> words(random.words<u32>(L), random.below(16));
+      const GuardedWords<u32> words(random.words<u32>(L), random.below(16));
       const u64 seed = random.coin() ? 0 : random.edge_word<u64>();
-      const u64 expected = test::residue_m61((Mpz(seed) << (32 * L)) + Mpz(words.data(), L));
+      const u64 expected = residue_m61((Mpz(seed) << (32 * L)) + Mpz(words.data(), L));
       EXPECT_EQ(hash_canon(bp_hash(seed, words.data(), L, parallel)), expected);
       EXPECT_LE(bp_hash(seed, words.data(), L, parallel), L ? kLargestStored : ~u64{0});
       if (L % 2) continue;
@@ -124,9 +112,8 @@ TEST_P(ArrayHash, OfZerosIsZeroAndOfOnesIsAPowerLessOne) {
 
 TEST(GeneralBaseHash, IsThePolynomialsValue) {
   Random random;
-  SCOPED_TRACE(random.replay());
   const u64 decimal_word = 10'000'000'000'000'000'000u;
-  test::for_each_context([&](ParallelContext parallel) {
+  for_each_context([&](ParallelContext parallel) {
     for (u64 L : kLengths) {
       const std::vector<u64> words = random.words<u64>(L);
       const std::vector<u32> half_words = random.words<u32>(L);
@@ -146,4 +133,4 @@ TEST(GeneralBaseHash, IsThePolynomialsValue) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

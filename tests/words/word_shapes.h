@@ -1,35 +1,15 @@
-// The targets, lengths and task counts that tests of word arrays go through.
+// The lengths and task counts that tests of word arrays go through.
 #pragma once
-
-#include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "simd/target.h"
 #include "support/random_words.h"
+#include "support/targets.h"
 #include "support/test_parallelizers.h"
 #include "threads/push_pool_framework.h"
 
 namespace orl::test {
-
-/// A test that runs under one instruction target; skipped where the machine lacks it.
-class OnTarget : public testing::TestWithParam<simd::Target> {
- protected:
-  void SetUp() override {
-    const std::vector<std::string> missing = simd::missing_features(GetParam());
-    if (GetParam() > simd::best_target())
-      GTEST_SKIP() << "this machine lacks " << (missing.empty() ? "the target" : missing[0]);
-    simd::set_active_target(GetParam());
-  }
-  void TearDown() override { simd::set_active_target(simd::best_target()); }
-};
-inline auto every_target() {
-  return testing::Values(simd::Target::kScalar, simd::Target::kAvx2, simd::Target::kAvx512);
-}
-inline std::string target_label(const testing::TestParamInfo<simd::Target>& info) {
-  return simd::target_name(info.param);
-}
 
 /// Calls body(context) for 1 to 1000 tasks in reverse order, and for a pool of threads.
 template <class Body>

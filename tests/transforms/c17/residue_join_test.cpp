@@ -3,74 +3,35 @@
 // range.
 #include "transforms/c17/residue_join.h"
 
-#include <gmp.h>
 #include <gtest/gtest.h>
 
-#include <memory>
-
 #include "core/exceptions.h"
-#include "simd/target.h"
-#include "support/multiplication.h"
+#include "support/gmp_oracle.h"
 #include "support/random_words.h"
+#include "support/targets.h"
 #include "transforms/c17/residue_bounds.h"
 #include "transforms/c17/residue_kernels.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
 
-using test::GuardedBlock;
-using test::Random;
-
-struct Integer {
-  mpz_t z;
-  Integer() { mpz_init(z); }
-  explicit Integer(s64 value) { mpz_init_set_si(z, value); }
-  Integer(const Integer& other) { mpz_init_set(z, other.z); }
-  Integer& operator=(const Integer& other) {
-    mpz_set(z, other.z);
-    return *this;
-  }
-  ~Integer() { mpz_clear(z); }
-};
-Integer operator+(const Integer& a, const Integer& b) {
-  Integer r;
-  mpz_add(r.z, a.z, b.z);
-  return r;
+Mpz power_of_two(u64 bits) { return Mpz(1) << bits; }
+Mpz largest_coefficient(const ResidueRow& row, u64 terms) {
+  const Mpz point = power_of_two(row.point_bits()) - Mpz(1);
+  return point * point * Mpz(terms);
 }
-Integer operator-(const Integer& a) {
-  Integer r;
-  mpz_neg(r.z, a.z);
-  return r;
-}
-Integer power_of_two(u64 bits) {
-  Integer r(1);
-  mpz_mul_2exp(r.z, r.z, bits);
-  return r;
-}
-Integer largest_coefficient(const ResidueRow& row, u64 terms) {
-  Integer r = power_of_two(row.point_bits()) + Integer(-1);
-  mpz_mul(r.z, r.z, r.z);
-  mpz_mul_ui(r.z, r.z, terms);
-  return r;
-}
-Integer random_below(Random& random, const Integer& bound) {
-  Integer r;
-  for (size_t i = 0; i <= mpz_sizeinbase(bound.z, 2); i += 64) {
-    mpz_mul_2exp(r.z, r.z, 64);
-    mpz_add_ui(r.z, r.z, random.next());
-  }
-  mpz_mod(r.z, r.z, bound.z);
-  return r;
+Mpz random_below(Random& random, const Mpz& bound) {
+  return Mpz(random.plain_words<u64>(mpz_sizeinbase(bound, 2) / 64 + 2)) % bound;
 }
 
 /// A plan with what the join reads, and coefficients as its residues.
 struct Joining {
   ResiduePlan plan;
-  std::vector<Integer> coefficients;
+  std::vector<Mpz> coefficients;
   std::vector<double> x;
   u64 stride;
 
-  Joining(Random& random, const ResidueRow& row, std::vector<Integer> values)
+  Joining(Random& random, const ResidueRow& row, std::vector<Mpz> values)
       : plan{row, ProductRing::kPlain, &residue_set(row), {}},
         coefficients(std::move(values)),
         stride(coefficients.size() + 3) {
@@ -83,7 +44,7 @@ struct Joining {
       m.inverse = 1 / m.p;
       m.scale = prime.factor(prime.multiply(prime.multiply(plan.set->scale[r], row.k), rest));
       for (u64 i = 0; i < coefficients.size(); ++i) {
-        const u64 c = prime.multiply(mpz_fdiv_ui(coefficients[i].z, prime.p), prime.inverse(rest));
+        const u64 c = prime.multiply(mpz_fdiv_ui(coefficients[i], prime.p), prime.inverse(rest));
         x[r * stride + i] = static_cast<double>(c) + m.p * (static_cast<double>(random.below(30)) - 15);
       }
     }
@@ -115,12 +76,9 @@ struct Joining {
     return runs;
   }
 
-  Integer sum() const {
-    Integer r;
-    for (u64 i = coefficients.size(); i-- > 0;) {
-      mpz_mul_2exp(r.z, r.z, plan.row.point_bits());
-      mpz_add(r.z, r.z, coefficients[i].z);
-    }
+  Mpz sum() const {
+    Mpz r;
+    for (u64 i = coefficients.size(); i-- > 0;) r = (r << plan.row.point_bits()) + coefficients[i];
     return r;
   }
 };
@@ -132,52 +90,46 @@ u32 excess(const std::vector<ResidueJoinRun>& runs) {
 }
 
 /// Words [skip, len) of a sum of coefficients that fits into them.
-void check_plain(Random& random, simd::Target target, const ResidueRow& row, std::vector<Integer> values) {
-  for (u64 i = values.size() - 2; i < values.size(); ++i) values[i] = Integer(0);
+void check_plain(Random& random, simd::Target target, const ResidueRow& row, std::vector<Mpz> values) {
+  for (u64 i = values.size() - 2; i < values.size(); ++i) values[i] = Mpz(0);
   const Joining joining(random, row, std::move(values));
   const u64 words = joining.coefficients.size() * row.point_bits() / 32;
-  std::vector<u32> right(words);
-  mpz_export(right.data(), nullptr, -1, 4, 0, 0, joining.sum().z);
+  const std::vector<u32> right = joining.sum().words<u32>(words);
   for (u32 round = 0; round < 3; ++round) {
     const u64 skip = round ? random.below(words) : 0, len = round ? random.between(skip + 1, words) : words;
-    std::vector<u32> T(len - skip + 32, 0xa5a5a5a5);
+    GuardedWords<u32> T(len - skip, skip);
     std::vector<ResidueJoinRun> runs =
-        joining.join(random, target, ProductRing::kPlain, {T.data() + 16, skip, len});
+        joining.join(random, target, ProductRing::kPlain, {T.data(), skip, len});
     EXPECT_EQ(excess(runs), 0u);
     EXPECT_FALSE(resolve_residue_runs(row, ProductRing::kPlain, runs.data(), runs.size()));
-    EXPECT_TRUE(std::equal(T.begin() + 16, T.end() - 16, right.begin() + static_cast<s64>(skip)))
+    EXPECT_TRUE(std::equal(T.data(), T.data() + T.size(), right.begin() + static_cast<s64>(skip)))
         << skip << " to " << len;
-    for (u32 i = 0; i < 16; ++i) EXPECT_TRUE(T[i] == 0xa5a5a5a5 && T[T.size() - 1 - i] == 0xa5a5a5a5);
+    EXPECT_TRUE(T.intact());
   }
 }
 
 /// All coefficients of a product modulo W^n - 1 or W^n + 1.
 void check_wrapped(Random& random, simd::Target target, const ResidueRow& row, ProductRing ring,
-                   std::vector<Integer> values) {
+                   std::vector<Mpz> values) {
   const Joining joining(random, row, std::move(values));
   const u64 words = row.bits() / 32;
-  std::vector<u32> T(words + 32, 0xa5a5a5a5);
-  std::vector<ResidueJoinRun> runs = joining.join(random, target, ring, {T.data() + 16, 0, words});
+  GuardedWords<u32> T(words);
+  std::vector<ResidueJoinRun> runs = joining.join(random, target, ring, {T.data(), 0, words});
   EXPECT_EQ(excess(runs), 0u);
   const bool full = resolve_residue_runs(row, ring, runs.data(), runs.size());
-  Integer found, right = joining.sum(), modulus = power_of_two(row.bits());
-  mpz_import(found.z, words, -1, 4, 0, 0, T.data() + 16);
+  Mpz found(T.data(), words), modulus = power_of_two(row.bits());
   if (full) {
-    EXPECT_EQ(mpz_sgn(found.z), 0);
+    EXPECT_EQ(found.sign(), 0);
     found = modulus;
   }
-  modulus = modulus + Integer(ring == ProductRing::kCyclic ? -1 : 1);
-  mpz_mod(right.z, right.z, modulus.z);
-  if (ring == ProductRing::kCyclic) mpz_mod(found.z, found.z, modulus.z);  // its own modulus stands for 0 too
-  EXPECT_EQ(mpz_cmp(found.z, right.z), 0);
-  for (u32 i = 0; i < 16; ++i) EXPECT_TRUE(T[i] == 0xa5a5a5a5 && T[T.size() - 1 - i] == 0xa5a5a5a5);
+  modulus = modulus + Mpz(ring == ProductRing::kCyclic ? -1 : 1);
+  if (ring == ProductRing::kCyclic) found = found % modulus;  // its own modulus stands for 0 too
+  EXPECT_TRUE(found == joining.sum() % modulus);
+  EXPECT_TRUE(T.intact());
 }
 
-class ResidueJoin : public testing::TestWithParam<simd::Target> {
+class ResidueJoin : public OnTarget {
  protected:
-  void SetUp() override {
-    if (GetParam() > simd::best_target()) GTEST_SKIP() << "not on this machine";
-  }
   /// Shapes of few points, for each set of primes.
   template <class Body>
   void each_shape(Body&& body) {
@@ -190,43 +142,43 @@ class ResidueJoin : public testing::TestWithParam<simd::Target> {
   }
 };
 
+INSTANTIATE_TEST_SUITE_P(Targets, ResidueJoin, every_target(), target_label);
+
 TEST_P(ResidueJoin, SumsCoefficientsOfBothSigns) {
   Random random;
-  SCOPED_TRACE(random.replay());
   each_shape([&](const ResidueRow& row) {
     const u64 N = row.points();
-    const Integer half = largest_coefficient(row, N / 2), all = largest_coefficient(row, N);
-    std::vector<Integer> plain(N), cyclic(N), negacyclic(N);
+    const Mpz half = largest_coefficient(row, N / 2), all = largest_coefficient(row, N);
+    std::vector<Mpz> plain(N), cyclic(N), negacyclic(N);
     for (u64 i = 0; i < N; ++i) {
       plain[i] = random_below(random, half);
-      cyclic[i] = random.coin() ? random_below(random, all) : random.coin() ? all : Integer(0);
+      cyclic[i] = random.coin() ? random_below(random, all) : random.coin() ? all : Mpz(0);
       negacyclic[i] = random.coin() ? cyclic[i] : -random_below(random, all);
     }
     check_plain(random, GetParam(), row, plain);
-    check_plain(random, GetParam(), row, std::vector<Integer>(N, half));
+    check_plain(random, GetParam(), row, std::vector<Mpz>(N, half));
     check_wrapped(random, GetParam(), row, ProductRing::kCyclic, cyclic);
     check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, negacyclic);
-    for (const Integer& same : {Integer(0), all}) {
-      check_wrapped(random, GetParam(), row, ProductRing::kCyclic, std::vector<Integer>(N, same));
-      check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, std::vector<Integer>(N, same));
-      check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, std::vector<Integer>(N, -same));
+    for (const Mpz& same : {Mpz(0), all}) {
+      check_wrapped(random, GetParam(), row, ProductRing::kCyclic, std::vector<Mpz>(N, same));
+      check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, std::vector<Mpz>(N, same));
+      check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, std::vector<Mpz>(N, -same));
     }
   });
 }
 
 TEST_P(ResidueJoin, CarriesAndBorrowsRunThroughRunsAndAroundTheEnd) {
   Random random;
-  SCOPED_TRACE(random.replay());
   each_shape([&](const ResidueRow& row) {
     const u64 N = row.points();
-    const Integer ones = power_of_two(row.point_bits()) + Integer(-1);
-    const auto changed = [&](const Integer& same, u64 at, s64 by) {
-      std::vector<Integer> values(N, same);
-      values[at] = values[at] + Integer(by);
+    const Mpz ones = power_of_two(row.point_bits()) - Mpz(1);
+    const auto changed = [&](const Mpz& same, u64 at, s64 by) {
+      std::vector<Mpz> values(N, same);
+      values[at] = values[at] + Mpz(by);
       return values;
     };
     // All ones and an overflow of one, which carries around the end once more.
-    std::vector<Integer> twice(N, ones);
+    std::vector<Mpz> twice(N, ones);
     twice[N - 1] = ones + power_of_two(row.point_bits());
     check_wrapped(random, GetParam(), row, ProductRing::kCyclic, twice);
     check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, twice);
@@ -237,33 +189,29 @@ TEST_P(ResidueJoin, CarriesAndBorrowsRunThroughRunsAndAroundTheEnd) {
         check_wrapped(random, GetParam(), row, ProductRing::kCyclic, changed(ones, at, by));
         check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, changed(ones, at, by));
         check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, changed(-ones, at, by));
-        check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, changed(Integer(0), at, by));
+        check_wrapped(random, GetParam(), row, ProductRing::kNegacyclic, changed(Mpz(0), at, by));
       }
   });
 }
 
 TEST_P(ResidueJoin, HoldsTheLargestCoefficientsOfTheLongestShapes) {
   Random random;
-  SCOPED_TRACE(random.replay());
   u32 shapes = 0;
   for (const ResidueRow& row : residue_rows()) {
     if (row.n < 37) continue;
     SCOPED_TRACE(testing::Message() << "P " << int{row.P} << " k " << int{row.k} << " n " << int{row.n});
     ++shapes;
-    const Integer all = largest_coefficient(row, row.points());
-    std::vector<Integer> values(32);
+    const Mpz all = largest_coefficient(row, row.points());
+    std::vector<Mpz> values(32);
     for (u64 i = 0; i < 30; ++i) values[i] = random.coin() ? all : -all;
     values[random.below(30)] = -random_below(random, all);
     const Joining joining(random, row, values);
-    std::vector<u32> T(4 * row.point_bits() / 4), right(T.size());
+    std::vector<u32> T(4 * row.point_bits() / 4);
     const WordWindow window{T.data(), 0, T.size()};
     std::vector<ResidueJoinRun> runs = joining.join(random, GetParam(), ProductRing::kNegacyclic, window);
     EXPECT_EQ(excess(runs), 0u);
     resolve_residue_runs(row, ProductRing::kPlain, runs.data(), runs.size());  // below its end
-    Integer sum = joining.sum();
-    mpz_fdiv_r_2exp(sum.z, sum.z, 32 * T.size());
-    mpz_export(right.data(), nullptr, -1, 4, 0, 0, sum.z);
-    EXPECT_EQ(T, right);
+    EXPECT_EQ(T, (joining.sum() % power_of_two(32 * T.size())).words<u32>(T.size()));
     if (HasFailure()) return;
   }
   EXPECT_GT(shapes, 10u);
@@ -271,11 +219,10 @@ TEST_P(ResidueJoin, HoldsTheLargestCoefficientsOfTheLongestShapes) {
 
 TEST_P(ResidueJoin, FindsCoefficientsOutOfRange) {
   Random random;
-  SCOPED_TRACE(random.replay());
   each_shape([&](const ResidueRow& row) {
     std::vector<u32> T(row.bits() / 32);
-    const auto excess_of = [&](const Integer& one, ProductRing ring, double by) {
-      std::vector<Integer> values(16);
+    const auto excess_of = [&](const Mpz& one, ProductRing ring, double by) {
+      std::vector<Mpz> values(16);
       values[random.below(16)] = one;
       Joining joining(random, row, values);
       joining.x[random.below(row.P) * joining.stride + random.below(16)] += by;
@@ -283,13 +230,13 @@ TEST_P(ResidueJoin, FindsCoefficientsOutOfRange) {
     };
     for (const ProductRing ring : {ProductRing::kPlain, ProductRing::kCyclic, ProductRing::kNegacyclic}) {
       const u64 terms = ring == ProductRing::kPlain ? row.points() / 2 : row.points();
-      const Integer limit = power_of_two(mpz_sizeinbase(largest_coefficient(row, terms).z, 2));
+      const Mpz limit = power_of_two(mpz_sizeinbase(largest_coefficient(row, terms), 2));
       const bool is_signed = ring == ProductRing::kNegacyclic;
-      EXPECT_EQ(excess_of(limit + Integer(-1), ring, 0), 0u);
+      EXPECT_EQ(excess_of(limit - Mpz(1), ring, 0), 0u);
       EXPECT_EQ(excess_of(limit, ring, 0), 1u);
-      EXPECT_EQ(excess_of(is_signed ? -limit : Integer(0), ring, 0), 0u);
-      EXPECT_GT(excess_of((is_signed ? -limit : Integer(0)) + Integer(-1), ring, 0), 0u);
-      EXPECT_GT(excess_of(Integer(12345), ring, 1), 0u);
+      EXPECT_EQ(excess_of(is_signed ? -limit : Mpz(0), ring, 0), 0u);
+      EXPECT_GT(excess_of((is_signed ? -limit : Mpz(0)) - Mpz(1), ring, 0), 0u);
+      EXPECT_GT(excess_of(Mpz(12345), ring, 1), 0u);
     }
   });
 }
@@ -304,10 +251,9 @@ TEST(ResidueBounds, TakeWhatFitsTheModulus) {
         const ResidueRow row{P, k, n};
         const ResidueSet& set = residue_set(row);
         ASSERT_LE(n, set.e);
-        Integer modulus(1);
-        for (u32 i = 0; i < set.P; ++i)
-          mpz_mul_ui(modulus.z, modulus.z, residue_primes()[set.prime[i]].p);
-        if (mpz_cmp(largest_coefficient(row, 2 * row.points()).z, modulus.z) < 0) {
+        Mpz modulus(1);
+        for (u32 i = 0; i < set.P; ++i) modulus = modulus * Mpz(residue_primes()[set.prime[i]].p);
+        if (largest_coefficient(row, 2 * row.points()) < modulus) {
           EXPECT_NO_THROW(check_residue_bounds(row)) << int{P} << " " << int{k} << " " << int{n};
         } else {
           EXPECT_THROW(check_residue_bounds(row), InvalidParametersException)
@@ -319,8 +265,5 @@ TEST(ResidueBounds, TakeWhatFitsTheModulus) {
   EXPECT_GT(refused, 0u);
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, ResidueJoin,
-                         testing::Values(simd::Target::kScalar, simd::Target::kAvx2, simd::Target::kAvx512));
-
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

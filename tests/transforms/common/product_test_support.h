@@ -2,52 +2,29 @@
 // planned scratch.
 #pragma once
 
-#include <gmp.h>
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
+#include <memory>
 #include <vector>
 
-#include "simd/target.h"
+#include "support/gmp_oracle.h"
 #include "support/multiplication.h"
 #include "support/random_words.h"
+#include "support/targets.h"
 #include "threads/simple_frameworks.h"
 
 namespace orl::test {
 
 inline std::vector<u32> gmp_product(const std::vector<u32>& a, const std::vector<u32>& b) {
-  mpz_t x, y;
-  mpz_inits(x, y, nullptr);
-  mpz_import(x, a.size(), -1, 4, 0, 0, a.data());
-  mpz_import(y, b.size(), -1, 4, 0, 0, b.data());
-  mpz_mul(x, x, y);
-  std::vector<u32> product(a.size() + b.size() + 2);
-  size_t count;
-  mpz_export(product.data(), &count, -1, 4, 0, 0, x);
-  mpz_clears(x, y, nullptr);
-  product.resize(a.size() + b.size());
-  return product;
+  return (Mpz(a) * Mpz(b)).words<u32>(a.size() + b.size());
 }
 
-/// a b modulo W^n - 1 or W^n + 1, in n + 1 words.
-inline std::vector<u32> gmp_wrapped(const std::vector<u32>& a, const std::vector<u32>& b, u64 n,
-                                    bool negacyclic) {
-  const std::vector<u32> x = gmp_product(a, b);
-  mpz_t value, modulus;
-  mpz_inits(value, modulus, nullptr);
-  mpz_import(value, x.size(), -1, 4, 0, 0, x.data());
-  mpz_setbit(modulus, 32 * n);
-  if (negacyclic)
-    mpz_add_ui(modulus, modulus, 1);
-  else
-    mpz_sub_ui(modulus, modulus, 1);
-  mpz_mod(value, value, modulus);
-  std::vector<u32> residue(n + 1);
-  size_t count;
-  mpz_export(residue.data(), &count, -1, 4, 0, 0, value);
-  mpz_clears(value, modulus, nullptr);
-  return residue;
+/// A product modulo W^n - 1 or W^n + 1, in n + 1 words.
+inline std::vector<u32> gmp_wrapped(const Mpz& product, u64 n, Wrap ring) {
+  const Mpz whole = Mpz(1) << 32 * n, high = product >> 32 * n, low = product - (high << 32 * n);
+  return (ring == Wrap::cyclic ? (low + high) % (whole - Mpz(1)) : (low - high) % (whole + Mpz(1)))
+      .words<u32>(n + 1);
 }
 
 /// Ones, random words, or long runs of zeros and ones, by kind 0, 1, 2.
@@ -57,6 +34,15 @@ inline std::vector<u32> operand(Random& random, u64 words, u64 kind) {
   return a;
 }
 
+/// The largest product of a row of a size table.
+template <class Row>
+u64 bits_of(const Row& row) {
+  if constexpr (requires { row.bits(); })
+    return row.bits();
+  else
+    return row.bits;
+}
+
 /// Words [skip, len) of a product or square against GMP's.
 inline void check_window(const Algorithm& algorithm, const TransformTables& tables,
                          Parallelizer& parallelizer, u64 threads, const std::vector<u32>& a,
@@ -64,22 +50,22 @@ inline void check_window(const Algorithm& algorithm, const TransformTables& tabl
   const MultiplySizes sizes = algorithm.sizes((a.size() + b.size()) * 32, threads);
   const GuardedBlock scratch(square ? sizes.square_bytes() : sizes.total_bytes());
   const MultiplyContext ctx{{parallelizer, threads}, tables, scratch.buffer()};
-  const GuardedBlock target((4 * (len - skip) + 63) / 64 * 64);
-  u32* T = static_cast<u32*>(target.buffer().ptr);
+  GuardedWords<u32> T(len - skip, skip);
   if (square)
-    algorithm.sqr_window(ctx, Window{T, skip, len}, Words{a.data(), a.size()});
+    algorithm.sqr_window(ctx, Window{T.data(), skip, len}, Words{a.data(), a.size()});
   else
-    algorithm.mul_window(ctx, Window{T, skip, len}, Words{a.data(), a.size()}, Words{b.data(), b.size()});
+    algorithm.mul_window(ctx, Window{T.data(), skip, len}, Words{a.data(), a.size()},
+                         Words{b.data(), b.size()});
   const std::vector<u32> right = gmp_product(a, b);
-  ASSERT_TRUE(std::equal(right.begin() + static_cast<s64>(skip), right.begin() + static_cast<s64>(len), T));
-  ASSERT_TRUE(scratch.intact() && target.intact());
+  ASSERT_EQ(std::memcmp(T.data(), right.data() + skip, 4 * (len - skip)), 0)
+      << a.size() << " by " << b.size() << ", words " << skip << " to " << len << ", " << threads << " tasks";
+  ASSERT_TRUE(scratch.intact() && T.intact());
 }
 
 /// Every row up to `largest` bits, at its boundary and above the row before it, by tables that grew to them.
 template <class Rows>
 void check_rows(const Algorithm& algorithm, const Rows& rows, u64 largest) {
   Random random;
-  SCOPED_TRACE(random.replay());
   const GuardedBlock memory(algorithm.table_bytes(largest / 8) + algorithm.table_bytes(largest));
   TransformTables tables(memory.buffer());
   for (const u64 bits : {largest / 8, largest}) algorithm.ensure_tables(tables, bits);
@@ -87,104 +73,109 @@ void check_rows(const Algorithm& algorithm, const Rows& rows, u64 largest) {
   Parallelizer_Spawn spawn;
   u64 below = 64, number = 0;
   for (const auto& row : rows) {
-    if (row.bits() > largest) break;
-    SCOPED_TRACE(testing::Message() << "P " << int{row.P} << " k " << int{row.k} << " n " << int{row.n}
-                                    << ", " << row.bits() << " bits");
-    const u64 words = row.bits() / 32, kind = number++ % 3;
+    const u64 bits = bits_of(row);
+    if (bits > largest) break;
+    SCOPED_TRACE(testing::Message() << "row of " << bits << " bits");
+    const u64 words = bits / 32, kind = number++ % 3;
+    // All points at their largest: the middle coefficients reach the bound that the plan was checked against.
+    const std::vector<u32> ones = operand(random, words / 2, 0);
+    check_window(algorithm, tables, none, 1, operand(random, words - words / 2, 0), ones, 0, words, false);
+    check_window(algorithm, tables, none, 1, ones, ones, 0, 2 * ones.size(), true);
     const u64 al = number % 2 ? words / 2 : random.between(1, words - 1);
-    const u64 bl = words - al;
-    check_window(algorithm, tables, none, 1, operand(random, al, 0), operand(random, bl, 0), 0, words, false);
-    const std::vector<u32> a = operand(random, al, kind), b = operand(random, bl, 2);
+    const std::vector<u32> a = operand(random, al, kind), b = operand(random, words - al, 2);
     const u64 skip = random.below(words), len = random.between(skip + 1, words);
     check_window(algorithm, tables, spawn, random.between(2, 5), a, b, skip, len, false);
     const u64 low = below / 32 + 1;
     const std::vector<u32> s = operand(random, low / 2 + 1, 2);
     check_window(algorithm, tables, none, 1, s, s, 0, 2 * s.size(), true);
-    below = row.bits();
+    below = bits;
     if (testing::Test::HasFatalFailure()) return;
   }
   EXPECT_TRUE(memory.intact());
 }
 
-/// One shape's transform kept over two products and squared at last; windows of 64-bit words.
+/// Tables of one shape, in exactly its bytes.
+template <class Tables, class Row>
+struct ShapeTables {
+  ShapeTables(const char* id, const Row& row) : memory(Tables::bytes({&row, 1})), tables(memory.buffer()) {
+    auto own = std::make_unique<Tables>();
+    own->grow(tables.memory(), {&row, 1});
+    tables.put(id, std::move(own));
+  }
+  ~ShapeTables() { EXPECT_TRUE(memory.intact()); }
+  GuardedBlock memory;
+  TransformTables tables;
+};
+
+/// One shape's transform kept over two products and squared at last; windows of words of type W.
+template <class W>
+void check_kept_in(const Parameters& p, Random& random, ParallelContext parallel) {
+  const ShapeAreas areas(p);
+  void *const f = areas.f, *const g = areas.g, *const t = areas.t;
+  const u64 words = p.max_bits() / (8 * sizeof(W)), kept_words = words / 2;
+  const auto some = [&](u64 count) {
+    const std::vector<u32> a = operand(random, count * sizeof(W) / 4, random.below(3));
+    return Mpz(a).words<W>(count);
+  };
+  const std::vector<W> kept = some(kept_words);
+  p.forward(g, Words{kept.data(), kept_words}, t, parallel);
+  const std::vector<u8> before(static_cast<u8*>(g), static_cast<u8*>(g) + p.transform_size());
+  for (const u64 count : {words - kept_words, random.between(1, kept_words)}) {
+    const std::vector<W> other = some(count);
+    const u64 all = kept_words + count, skip = random.below(all), len = random.between(skip + 1, all);
+    GuardedWords<W> T(len - skip, skip);
+    p.forward(f, Words{other.data(), count}, t, parallel);
+    p.inverse_fmul(f, g, Window{T.data(), skip, len}, t, parallel);
+    EXPECT_TRUE(T.words() == (Mpz(kept) * Mpz(other)).window<W>(skip, len)) << skip << " to " << len;
+    EXPECT_EQ(std::memcmp(g, before.data(), before.size()), 0);
+    EXPECT_TRUE(T.intact());
+  }
+  std::vector<W> square(2 * kept_words);
+  p.inverse_fsqr(g, Window{square.data(), 0, square.size()}, t, parallel);
+  EXPECT_TRUE(square == (Mpz(kept) * Mpz(kept)).words<W>(square.size()));
+}
+inline void check_kept(const Parameters& p, Random& random, ParallelContext parallel) {
+  random.coin() ? check_kept_in<u32>(p, random, parallel) : check_kept_in<u64>(p, random, parallel);
+}
 inline void check_kept(const Parameters& p, Random& random, u64 threads) {
   Parallelizer_Spawn spawn;
-  const ParallelContext parallel{spawn, threads};
-  const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
-  void *const f = F.buffer().ptr, *const g = G.buffer().ptr, *const t = tmp.buffer().ptr;
-  const u64 words = p.max_bits() / 64;
-  const std::vector<u32> kept = operand(random, 2 * (words / 2), random.below(2));
-  const auto as_u64 = [](const std::vector<u32>& v) { return reinterpret_cast<const u64*>(v.data()); };
-  const auto expect_window = [&](const std::vector<u32>& other, u64 skip, u64 len, const u64* T) {
-    const std::vector<u32> right = gmp_product(kept, other);
-    EXPECT_EQ(std::memcmp(T, right.data() + 2 * skip, 8 * (len - skip)), 0) << skip << " to " << len;
-  };
-  p.forward(g, Words{as_u64(kept), kept.size() / 2}, t, parallel);
-  const std::vector<u8> before(static_cast<u8*>(g), static_cast<u8*>(g) + p.transform_size());
-  for (const u64 other_words : {words - words / 2, random.between(1, words / 2)}) {
-    const std::vector<u32> other = operand(random, 2 * other_words, random.below(3));
-    const u64 all = words / 2 + other_words, skip = random.below(all / 2) | 1,
-              len = random.between(skip + 1, all);
-    const GuardedBlock target((8 * (len - skip) + 63) / 64 * 64);
-    p.forward(f, Words{as_u64(other), other_words}, t, parallel);
-    p.inverse_fmul(f, g, Window{static_cast<u64*>(target.buffer().ptr), skip, len}, t, parallel);
-    expect_window(other, skip, len, static_cast<u64*>(target.buffer().ptr));
-    EXPECT_EQ(std::memcmp(g, before.data(), before.size()), 0);
-    EXPECT_TRUE(target.intact());
-  }
-  std::vector<u64> square(kept.size());
-  p.inverse_fsqr(g, Window{square.data(), 0, square.size()}, t, parallel);
-  expect_window(kept, 0, square.size(), square.data());
-  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact());
+  check_kept(p, random, ParallelContext{spawn, threads});
 }
 
-/// One shape's products modulo W^n - 1 and W^n + 1, n words of 32 bits all in use; a product that is W^n.
+/// One shape's products modulo W^n - 1 and W^n + 1, n words of 32 bits all in use: squares, products that are 0 or
+/// W^n, and others.
 inline void check_wrapped(const Parameters& p, Random& random, u64 threads) {
   Parallelizer_Spawn spawn;
   const ParallelContext parallel{spawn, threads};
-  const GuardedBlock F(p.transform_size()), G(p.transform_size()), tmp(p.scratch_size());
-  void *const f = F.buffer().ptr, *const g = G.buffer().ptr, *const t = tmp.buffer().ptr;
+  const ShapeAreas areas(p);
   const u64 n = p.cyclic_words();
   ASSERT_EQ(32 * n, p.max_bits());
-  const GuardedBlock target((4 * n + 63) / 64 * 64);
-  u32* const T = static_cast<u32*>(target.buffer().ptr);
-  for (u64 kind = 0; kind < 3; ++kind) {
-    const std::vector<u32> a = operand(random, n, kind);
-    const std::vector<u32> b = operand(random, kind == 1 ? n / 3 : n, 2 - kind);
-    p.wrapped()->forward_cyclic(f, Words{a.data(), a.size()}, t, parallel);
-    p.wrapped()->forward_cyclic(g, Words{b.data(), b.size()}, t, parallel);
-    p.wrapped()->pointwise_cyclic(f, g, T, t, parallel);
-    std::vector<u32> found(T, T + n);
-    // W^n - 1 stands for 0.
-    if (std::all_of(found.begin(), found.end(), [](u32 w) { return w == ~u32{0}; })) found.assign(n, 0);
-    found.push_back(0);
-    EXPECT_EQ(found, gmp_wrapped(a, b, n, false)) << "cyclic " << kind;
-    p.wrapped()->forward_negacyclic(f, Words{a.data(), a.size()}, t, parallel);
-    p.wrapped()->forward_negacyclic(g, Words{b.data(), b.size()}, t, parallel);
-    const bool top = p.wrapped()->pointwise_negacyclic(f, g, T, t, parallel);
-    found.assign(T, T + n);
-    found.push_back(top);
-    EXPECT_EQ(found, gmp_wrapped(a, b, n, true)) << "negacyclic " << kind;
-    EXPECT_TRUE(target.intact());
+  const std::vector<u32> ones(n, ~u32{0}), one{1}, zero(3);
+  std::vector<u32> half(n / 2 + 1);  // for an even n its square is W^n
+  half.back() = 1;
+  const std::pair<std::vector<u32>, std::vector<u32>> products[] = {
+      {ones, ones},
+      {ones, one},
+      {half, half},
+      {operand(random, n, 1), operand(random, random.between(1, n), 1)},
+      {operand(random, random.between(1, n), 1), zero},
+      {operand(random, n, 2), ones}};
+  for (const auto& [a, b] : products) {
+    const Mpz product = Mpz(a) * Mpz(b);
+    for (const Wrap ring : {Wrap::cyclic, Wrap::negacyclic}) {
+      void* const G = a == b ? areas.f : areas.g;
+      GuardedWords<u32> T(n, 1);
+      p.wrapped()->forward_wrapped(ring, areas.f, Words{a.data(), a.size()}, areas.t, parallel);
+      if (a != b) p.wrapped()->forward_wrapped(ring, G, Words{b.data(), b.size()}, areas.t, parallel);
+      const bool top = p.wrapped()->pointwise_wrapped(ring, areas.f, G, T.data(), areas.t, parallel);
+      std::vector<u32> found = T.words();
+      if (ring == Wrap::cyclic && found == ones) found.assign(n, 0);  // W^n - 1 stands for 0
+      found.push_back(ring == Wrap::negacyclic && top);
+      EXPECT_EQ(found, gmp_wrapped(product, n, ring))
+          << a.size() << " by " << b.size() << (ring == Wrap::cyclic ? ", cyclic" : ", negacyclic");
+      EXPECT_TRUE(T.intact());
+    }
   }
-  if (n % 2 == 0) {
-    std::vector<u32> half(n);  // its square is W^n
-    half[n / 2] = 1;
-    p.wrapped()->forward_negacyclic(f, Words{half.data(), n}, t, parallel);
-    EXPECT_TRUE(p.wrapped()->pointwise_negacyclic(f, f, T, t, parallel));
-    EXPECT_TRUE(std::all_of(T, T + n, [](u32 w) { return w == 0; }));
-  }
-  EXPECT_TRUE(F.intact() && G.intact() && tmp.intact() && target.intact());
 }
-
-/// Runs with the kernels of its parameter, where this machine has them.
-class TargetTest : public testing::TestWithParam<simd::Target> {
- protected:
-  TargetTest() : before_(simd::active_target()) {
-    if (GetParam() <= simd::best_target()) simd::set_active_target(GetParam());
-  }
-  ~TargetTest() override { simd::set_active_target(before_); }
-  simd::Target before_;
-};
 
 }  // namespace orl::test

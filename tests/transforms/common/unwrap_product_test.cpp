@@ -5,18 +5,16 @@
 #include "threads/simple_frameworks.h"
 #include "transforms/common/product_test_support.h"
 
-namespace orl {
+namespace orl::test {
 namespace {
-
-using test::Random;
 
 /// What the lowest words and the residue of a product of n + m words are, and what they are put together to.
 struct Wrapped {
   std::vector<u32> product, T, low;
 
-  Wrapped(const std::vector<u32>& a, const std::vector<u32>& b, u64 n) : product(test::gmp_product(a, b)) {
+  Wrapped(const std::vector<u32>& a, const std::vector<u32>& b, u64 n) : product(gmp_product(a, b)) {
     const u64 m = product.size() - n;
-    T = test::gmp_wrapped(a, b, n, false);
+    T = gmp_wrapped(Mpz(product), n, Wrap::cyclic);
     T.resize(n);
     T.resize(n + m, 0xABCDEF01);
     low.assign(product.begin(), product.begin() + static_cast<s64>(m) + 1);
@@ -29,12 +27,10 @@ struct Wrapped {
 
 TEST(UnwrapProduct, GivesTheProductFromResidueAndLowestWords) {
   Random random;
-  SCOPED_TRACE(random.replay());
   for (u64 i = 0; i < 3000; ++i) {
     const u64 n = random.between(2, i % 100 == 0 ? 3000 : 12), m = random.between(1, n - 1);
     const u64 longer = random.between((n + m + 1) / 2, n);
-    std::vector<u32> a = test::operand(random, longer, i % 3),
-                     b = test::operand(random, n + m - longer, i / 3 % 3);
+    std::vector<u32> a = operand(random, longer, i % 3), b = operand(random, n + m - longer, i / 3 % 3);
     if (i % 50 == 7) std::fill(b.begin(), b.end(), u32{0});
     Wrapped wrapped(a, b, n);
     // A transform may give W^n - 1 for a residue of 0.
@@ -46,10 +42,9 @@ TEST(UnwrapProduct, GivesTheProductFromResidueAndLowestWords) {
 
 TEST(UnwrapProduct, RefusesWordsThatBelongToNoProduct) {
   Random random;
-  SCOPED_TRACE(random.replay());
   for (u64 i = 0; i < 200; ++i) {
     const u64 n = random.between(3, 40), m = random.between(1, n - 1);
-    const std::vector<u32> a = test::operand(random, n, 1), b = test::operand(random, m, 1);
+    const std::vector<u32> a = operand(random, n, 1), b = operand(random, m, 1);
     Wrapped wrapped(a, b, n);
     // What is above W^n has m words, so a difference in the next one cannot be.
     (i % 2 ? wrapped.low[m] : wrapped.T[m]) ^= u32{1} << random.between(2, 30);
@@ -58,4 +53,4 @@ TEST(UnwrapProduct, RefusesWordsThatBelongToNoProduct) {
 }
 
 }  // namespace
-}  // namespace orl
+}  // namespace orl::test

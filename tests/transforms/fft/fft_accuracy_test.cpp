@@ -2,39 +2,29 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "support/random_words.h"
 #include "transforms/fft/fft_bounds.h"
 #include "transforms/fft/fft_test_support.h"
 
 namespace orl::test {
 namespace {
 
-// Largest, every second or third one 0, nearly largest with random low bits, 0 or largest at random, random.
-enum class Points { kLargest, kPeriod2, kPeriod3, kNearLargest, kTwoValued, kRandom };
-constexpr Points kAllPoints[] = {Points::kLargest,     Points::kPeriod2,   Points::kPeriod3,
-                                 Points::kNearLargest, Points::kTwoValued, Points::kRandom};
-
-u64 point_of(Points kind, u64 i, u64 largest, u64 random) {
-  switch (kind) {
-    case Points::kLargest:
-      return largest;
-    case Points::kPeriod2:
-      return i % 2 ? 0 : largest;
-    case Points::kPeriod3:
-      return i % 3 ? 0 : largest;
-    case Points::kNearLargest:
-      return largest - (random & largest) / 16;
-    case Points::kTwoValued:
-      return random & 1 ? largest : 0;
-    default:
-      return random & largest;
-  }
+// Point i of an operand, by kind 0 to 5: largest, every second or third one 0, nearly largest with random low bits, 0 or
+// largest at random, random.
+constexpr u64 kKinds = 6, kNearLargest = 3;
+u64 point_of(u64 kind, u64 i, u64 largest, u64 random) {
+  const u64 points[kKinds] = {largest,
+                              i % 2 ? 0 : largest,
+                              i % 3 ? 0 : largest,
+                              largest - (random & largest) / 16,
+                              random & 1 ? largest : 0,
+                              random & largest};
+  return points[kind];
 }
 
 /// A shape and the memory to measure products in.
 class Shape {
  public:
-  Shape(const FftRow& row, const Tables& tables)
+  Shape(const FftRow& row, const TransformTables& tables)
       : kernels_(fft_kernels(simd::best_target())),
         plan_(plan_of(row, tables)),
         F_(8 * plan_.points()),
@@ -44,7 +34,7 @@ class Shape {
         words_(plan_.field_bytes() + kFftFieldSlack) {}
 
   /// The largest rounding error of a product of a's points by half as many as the shape has.
-  double error(Points kind, u64 a_points, Random& random) {
+  double error(u64 kind, u64 a_points, Random& random) {
     first_stage(F_, packed(kind, a_points, random));
     first_stage(G_, packed(kind, plan_.points() / 2, random));
     kernels_.branches(plan_, FftStep::convolve_multiply, data(F_), data(G_), 0, plan_.branches());
@@ -55,13 +45,13 @@ class Shape {
   u64 points() const { return plan_.points(); }
 
  private:
-  static double* data(GuardedBytes& bytes) { return reinterpret_cast<double*>(bytes.data()); }
+  static double* data(const GuardedBlock& block) { return static_cast<double*>(block.buffer().ptr); }
   FftStageWork work() { return {data(chunk_), groups_.data()}; }
   u8* fields() {
     fields_.resize(plan_.field_bytes() + kFftFieldSlack);
     return fields_.data();
   }
-  std::vector<u8> packed(Points kind, u64 count, Random& random) const {
+  std::vector<u8> packed(u64 kind, u64 count, Random& random) const {
     std::vector<u8> bytes(plan_.field_bytes() * count / plan_.points() + 8);
     const u64 largest = (u64{1} << plan_.w) - 1;
     u64 word = 0, filled = 0;
@@ -74,27 +64,26 @@ class Shape {
     bytes.resize(bytes.size() - 8);
     return bytes;
   }
-  void first_stage(GuardedBytes& F, const std::vector<u8>& operand) {
+  void first_stage(GuardedBlock& F, const std::vector<u8>& operand) {
     kernels_.first_stage(plan_, data(F), {operand.data(), operand.size()}, 0, plan_.chunks(), data(chunk_));
   }
 
   const FftKernels& kernels_;
   FftPlan plan_;
-  GuardedBytes F_, G_, chunk_;
+  GuardedBlock F_, G_, chunk_;
   std::vector<FftRunGroup> groups_;
   std::vector<u8> words_, fields_;
 };
 
 TEST(FftAccuracy, LargestErrorOfEveryRowStaysWithinTheModel) {
   Random random;
-  SCOPED_TRACE(random.replay());
-  const Tables tables(fft_rows().back().bits);
+  const AlgorithmTables tables(fft_algorithm(), fft_rows().back().bits);
   double worst[2] = {};
   for (const FftRow& row : fft_rows()) {
     Shape shape(row, tables);
     double error[2] = {};
     for (const bool folded : {false, true})
-      for (const Points kind : kAllPoints)
+      for (u64 kind = 0; kind < kKinds; ++kind)
         error[folded] = std::max(error[folded], shape.error(kind, shape.points() / (folded ? 1 : 2), random));
     const double model = fft_error_bound(row.points(), row.w);
     EXPECT_LE(error[0], model) << text_of(row);
@@ -115,12 +104,11 @@ TEST(FftAccuracy, LargestErrorOfEveryRowStaysWithinTheModel) {
 TEST(FftAccuracy, MeasuringSeesErrorsWherePointsAreTooWide) {
   // Two bits more than the limit: the bound is broken, and so are results.
   Random random;
-  SCOPED_TRACE(random.replay());
-  const Tables tables(u64{1} << 20);
+  const AlgorithmTables tables(fft_algorithm(), u64{1} << 20);
   const FftRow row{8192 * 20, 1, 13, 20};
   Shape shape(row, tables);
   EXPECT_GT(fft_error_bound(row.points(), row.w), 0.5);
-  EXPECT_GT(shape.error(Points::kNearLargest, row.points() / 2, random), 0.3);
+  EXPECT_GT(shape.error(kNearLargest, row.points() / 2, random), 0.3);
 }
 
 }  // namespace

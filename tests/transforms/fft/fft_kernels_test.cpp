@@ -2,9 +2,6 @@
 
 #include "core/exceptions.h"
 #include "core/fault_point.h"
-#include "support/gmp_oracle.h"
-#include "support/random_words.h"
-#include "threads/simple_frameworks.h"
 #include "transforms/fft/fft_bounds.h"
 #include "transforms/fft/fft_test_support.h"
 
@@ -37,12 +34,15 @@ u64 block_offset(u32 lanes, u64 row, u64 column) {
   return row / lanes * lanes * 16 + column * 2 * lanes + row % lanes;
 }
 
-TEST_P(FftEachTarget, TransformsEqualTheScalarOnesBitForBit) {
+class FftKernelsTest : public OnTarget {};
+INSTANTIATE_TEST_SUITE_P(Targets, FftKernelsTest, testing::Values(simd::Target::kAvx2, simd::Target::kAvx512),
+                         target_label);
+
+TEST_P(FftKernelsTest, TransformsEqualTheScalarOnesBitForBit) {
   Random random;
-  SCOPED_TRACE(random.replay());
   const FftKernels& scalar = fft_kernels(simd::Target::kScalar);
   const FftKernels& wide = fft_kernels(GetParam());
-  const Tables tables(u64{4} << 20);
+  const AlgorithmTables tables(fft_algorithm(), u64{4} << 20);
   // Small and blocked, every first radix, subtrees at the branches and below.
   for (const FftRow row :
        {FftRow{0, 1, 7, 16}, FftRow{0, 1, 8, 20}, FftRow{0, 1, 9, 19}, FftRow{0, 1, 10, 13},
@@ -69,13 +69,11 @@ TEST_P(FftEachTarget, TransformsEqualTheScalarOnesBitForBit) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Targets, FftEachTarget, testing::Values(simd::Target::kAvx2, simd::Target::kAvx512));
-
 /// A square whose points can be struck. Its words have no runs: where most points are 0, few coefficients change.
 class Square {
  public:
   Square(u64 words, Random& random)
-      : tables_(64 * words),
+      : tables_(fft_algorithm(), 64 * words),
         a_(random.plain_words<u32>(words)),
         exact_((Mpz(a_) * Mpz(a_)).words<u32>(2 * words)),
         out_(2 * words),
@@ -84,15 +82,15 @@ class Square {
   const FftRow& row() const { return find_fft_row(64 * a_.size()); }
   /// Whether the words are right.
   bool run() {
-    fft_algorithm().sqr_window({{none_, 1}, *tables_, scratch_.buffer()}, {out_.data(), 0, out_.size()},
+    fft_algorithm().sqr_window({{none_, 1}, tables_, scratch_.buffer()}, {out_.data(), 0, out_.size()},
                                {a_.data(), a_.size()});
     return out_ == exact_;
   }
 
  private:
-  Tables tables_;
+  AlgorithmTables tables_;
   std::vector<u32> a_, exact_, out_;
-  GuardedBytes scratch_;
+  GuardedBlock scratch_;
   Parallelizer_None none_;
 };
 
@@ -101,9 +99,8 @@ constexpr u64 kStruckWords[] = {32768 / 64, 1048576 / 64};
 
 // A bit that is struck between the stages changes all coefficients by what is no whole number. (Shapes of an odd
 // factor have one branch where it may be a third or a fifth of one.)
-TEST_P(FftEachTarget, FlippedBitEndsTheProductOrLeavesItRight) {
+TEST_P(FftKernelsTest, FlippedBitEndsTheProductOrLeavesItRight) {
   Random random;
-  SCOPED_TRACE(random.replay());
   for (const u64 words : kStruckWords) {
     Square square(words, random);
     ASSERT_TRUE(square.run());

@@ -3,9 +3,7 @@
 
 #include <cmath>
 
-#include "core/exceptions.h"
-#include "support/random_words.h"
-#include "threads/simple_frameworks.h"
+#include "support/thrown.h"
 #include "transforms/fft/fft_bounds.h"
 #include "transforms/fft/fft_test_support.h"
 
@@ -23,13 +21,9 @@ TEST(FftTable, ProductTakesTheFirstRowThatHoldsIt) {
     }
   }
   EXPECT_EQ(rows.back().bits, fft_algorithm().max_bits());
-  try {
-    find_fft_row(rows.back().bits + 1);
-    FAIL() << "a product past the last row was taken";
-  } catch (const LimitExceededException& e) {
-    EXPECT_EQ(e.limit(), rows.back().bits);
-    EXPECT_EQ(e.attempted(), rows.back().bits + 1);
-  }
+  const auto failure = caught<LimitExceededException>([&] { find_fft_row(rows.back().bits + 1); });
+  EXPECT_EQ(failure.limit(), rows.back().bits);
+  EXPECT_EQ(failure.attempted(), rows.back().bits + 1);
 }
 
 TEST(FftTable, RowsKeepTheAccuracyLimit) {
@@ -44,7 +38,6 @@ TEST(FftTable, RowsKeepTheAccuracyLimit) {
 
 TEST(FftTwiddles, AnglesAreRightToHalfAUnitInTheLastPlace) {
   Random random;
-  SCOPED_TRACE(random.replay());
   mpfr_t angle, c, s;
   mpfr_inits2(200, angle, c, s, static_cast<mpfr_ptr>(nullptr));
   const auto ulps = [](mpfr_t exact, double value) {
@@ -78,7 +71,7 @@ TEST(FftTwiddles, AnglesAreRightToHalfAUnitInTheLastPlace) {
 TEST(FftTwiddles, GrowingCutsWhatIsStatedOnce) {
   const auto rows = fft_rows();
   const u64 largest = rows.back().bits;
-  GuardedBytes memory(fft_algorithm().table_bytes(largest));
+  GuardedBlock memory(fft_algorithm().table_bytes(largest));
   TransformTables tables(memory.buffer());
   u64 stated = 0;
   for (const FftRow& row : rows) {
@@ -97,9 +90,8 @@ TEST(FftTwiddles, GrowingCutsWhatIsStatedOnce) {
 TEST(FftTwiddles, AProductBeyondItsTablesIsRefused) {
   const Algorithm& fft = fft_algorithm();
   const auto rows = fft_rows();
-  GuardedBytes memory(fft.table_bytes(rows[40].bits));
-  TransformTables tables(memory.buffer()), none(LinearHeapBuffer{});
-  fft.ensure_tables(tables, rows[40].bits);
+  const AlgorithmTables some(fft, rows[40].bits);
+  const TransformTables none(LinearHeapBuffer{}), &tables = some;
   for (const FftRow& row : rows) {
     SCOPED_TRACE(text_of(row));
     ParametersBox box;
@@ -112,15 +104,15 @@ TEST(FftTwiddles, AProductBeyondItsTablesIsRefused) {
   }
   // The forms that build no Parameters: refused before a word is written.
   const u64 words = rows.back().bits / 64;
-  std::vector<u32> a(words, 1), product(2 * words);
-  GuardedBytes scratch(fft.sizes(64 * words, 1).total_bytes());
+  const std::vector<u32> a(words, 1);
+  std::vector<u32> product(2 * words);
+  const Words<u32> operand{a.data(), words};
+  const GuardedBlock scratch(fft.sizes(64 * words, 1).total_bytes());
   Parallelizer_None serial;
   const MultiplyContext ctx{{serial, 1}, tables, scratch.buffer()};
-  EXPECT_THROW(fft.sqr_window(ctx, Window{product.data(), 0, 2 * words}, Words{a.data(), words}),
-               InvalidParametersException);
-  EXPECT_THROW(fft.mul_window(ctx, Window{product.data(), 0, 2 * words}, Words{a.data(), words},
-                              Words{a.data(), words}),
-               InvalidParametersException);
+  const Window<u32> window{product.data(), 0, 2 * words};
+  EXPECT_THROW(fft.sqr_window(ctx, window, operand), InvalidParametersException);
+  EXPECT_THROW(fft.mul_window(ctx, window, operand, operand), InvalidParametersException);
 }
 
 TEST(FftSizes, ParametersStateWhatSizesStates) {
