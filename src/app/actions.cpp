@@ -133,16 +133,29 @@ int run_log_formula(Line& line) {
   return run_log_formula(formula);
 }
 
-int run_bbp(Line&) {
-  Menu_BbpExtractor();
+int run_bbp(Line& line) {
+  line.take();
+  if (line.at_end()) {
+    Menu_BbpExtractor();
+    return 0;
+  }
+  BbpTask task = default_bbp_task();
+  if (!parse_options(bbp_options(), task, line)) return 1;
+  run_bbp_task(task);
   return 0;
 }
 
-int run_digit_viewer(Line&) {
-  Menu_DigitViewer();
-  return 0;
+int run_digit_viewer(Line& line) {
+  line.take();
+  return is_at_end(line) ? Menu_DigitViewer() : 1;
 }
-int run_validate(Line&) { return run_validator(); }
+
+int run_validate(Line& line) {
+  line.take();
+  if (line.at_end()) return run_validator();
+  const std::string path = line.take();
+  return is_at_end(line) ? validate_file(path) : 1;
+}
 
 int run_check_digits(Line& line) {
   line.take();
@@ -178,7 +191,8 @@ constexpr Action kActions[] = {
     {"custom", "custom CONSTANT[:ARGUMENT] [OPTION...]", "Computes a constant.",
      "orvane custom sqrt:2 -dec:10m -hex:1m -o digits", run_custom,
      [] { return option_texts(custom_options()); }},
-    {"bbp", "bbp", "Hexadecimal digits of Pi at any offset.", "orvane bbp", run_bbp},
+    {"bbp", "bbp [OPTION...]", "Hexadecimal digits of Pi at any offset.", "orvane bbp -offset:1m -digits:32",
+     run_bbp, [] { return option_texts(bbp_options()); }},
     {"digitviewer", "digitviewer",
      "Looks into digit files of any size: ranges, statistics, extraction, compression.", "orvane digitviewer",
      run_digit_viewer},
@@ -186,8 +200,10 @@ constexpr Action kActions[] = {
      "Two Machin-like formulas for Log(N): the sums of series that compute and verify it.",
      "orvane logformula 97 -dec:1b", run_log_formula, [] { return option_texts(log_formula_options()); }},
     {"about", "about", "About this program.", "orvane about", run_about},
-    {"validate", "validate",
-     "Checks a validation file: asks for its path; status 0 if it is as the program wrote it.",
+    {"validate", "validate [FILE]",
+     "Checks a validation file, and asks for its path where it is not named; status 0 if it is as the "
+     "program "
+     "wrote it.",
      "orvane validate", run_validate},
     {"checkdigits", "checkdigits FILE [REPORT]",
      "Checks all digits of a file or a set against the validation file of its run; without one, the last "

@@ -75,8 +75,7 @@ void choose_threads(BbpTask& task) {
 
 // Until the user starts the computation.
 BbpTask ask_settings() {
-  BbpTask task;
-  task.threads = orl::logical_core_count();
+  BbpTask task = default_bbp_task();
   for (;;) {
     console::println("\nBBP Digit Extractor for Pi\n", 'Y');
     orl::print_menu_row("  1     Formula:", formula_name(task.formula));
@@ -155,9 +154,18 @@ void print_result(const BbpTask& task, std::string_view digits) {
 
 }  // namespace
 
+BbpTask default_bbp_task() {
+  BbpTask task;
+  task.threads = orl::logical_core_count();
+  return task;
+}
+
 void Menu_BbpExtractor() {
   console::println("Orvane BBP v2.0.5", 'T');
-  const BbpTask task = ask_settings();
+  run_bbp_task(ask_settings());
+}
+
+void run_bbp_task(const BbpTask& task) {
   print_task(task);
   orl::RunTimer timer;
   print_line("\nStart Time:    ", timer.start_date(), 'Y');

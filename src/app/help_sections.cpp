@@ -25,7 +25,6 @@ constexpr const char* kFirstSteps =
     "\n"
     "A constant of your choice, its digits as a text file in a folder:\n"
     "\n"
-    "    mkdir digits\n"
     "    orvane custom pi -dec:1m -o digits\n"
     "\n"
     "What a file describes; the menu of `orvane custom` saves its settings as one:\n"
@@ -84,10 +83,10 @@ constexpr struct {
      "Digits go to \"NAME - Dec - ALGORITHM.txt\" (Hex for hexadecimal ones); they are read back and proved. "
      "A finished run also leaves a validation file in the working folder."},
     {"bbp",
-     "Computes hexadecimal digits of Pi at any offset without those in front, by a menu: the offset, the "
-     "formula and the threads.\n"
+     "Computes hexadecimal digits of Pi at any offset without those in front.\n"
      "\n"
-     "    orvane bbp"},
+     "    orvane bbp                         the menu\n"
+     "    orvane bbp -offset:1m -digits:64   64 digits behind the millionth"},
     {"digitviewer",
      "Opens a digit file, text (.txt) or compressed (.ovd), of any size: shows ranges, counts digits, "
      "extracts "
@@ -114,9 +113,10 @@ constexpr struct {
      "    orvane logformula 97 -dec:1b     for a billion"},
     {"about", "Prints what this program is."},
     {"validate",
-     "Asks for the path of a validation file and says whether it is as the program wrote it.\n"
+     "Says whether a validation file is as the program wrote it; without a FILE it asks for one.\n"
      "\n"
-     "    orvane validate"},
+     "    orvane validate\n"
+     "    orvane validate \"Validation - Pi - Chudnovsky - 1000000 - 20261121-160502.txt\""},
     {"config",
      "Runs what a file describes. `orvane custom` saves such a file from its menu. A minimal one, e-1m.cfg:\n"
      "\n"
@@ -242,6 +242,8 @@ std::vector<std::string> value_words(Values values, std::string_view constant) {
       break;
     case Values::kMode:
       return {"ram", "swap"};
+    case Values::kBbpFormula:
+      return {"plouffe", "bellard"};
     case Values::kRaidType:
       return {"raid0", "raid3"};
   }

@@ -4,8 +4,11 @@
 #include <limits>
 
 #include "core/exceptions.h"
+#include "core/format.h"
 #include "core/number_forms.h"
 #include "core/settings.h"
+#include "system/environment.h"
+#include "threads/frameworks.h"
 
 namespace orvane {
 namespace {
@@ -139,8 +142,9 @@ constexpr Option<ModeHolder> kCustom[] = {
      "-algorithm:ramanujan",
      [](ModeHolder& mode, Line& line) { mode.current().constant().set_algorithm(take_value(line)); },
      Values::kAlgorithm},
-    {"-o", "-o PATH", "Folder of the digit files; it must exist. Default: the working folder.", "-o digits",
-     [](ModeHolder& mode, Line& line) { mode.current().set_output_path(take_path(line)); }},
+    {"-o", "-o PATH",
+     "Folder of the digit files, which is made where it is missing. Default: the working folder.",
+     "-o digits", [](ModeHolder& mode, Line& line) { mode.current().set_output_path(take_path(line)); }},
     {"-od", "-od:N", "0 computes and proves the digits without writing files. Default 1.", "-od:0",
      [](ModeHolder& mode, Line& line) { mode.current().output_digits = take_switch(line) != 0; }},
     {"-overwrite", "-overwrite:N",
@@ -254,6 +258,37 @@ constexpr Option<LogFormulaLine> kLogFormula[] = {
      [](LogFormulaLine& formula, Line& line) { formula.decimal_digits = take_count(line); }},
 };
 
+// A number of the line that must lie in a range.
+u64 take_in_range(Line& line, u64 low, u64 high) {
+  const std::string key = line.key();
+  const u64 value = take_count(line);
+  if (value >= low && value <= high) return value;
+  throw InvalidParametersException(key, "It must be between " + orl::format_with_commas(low) + " and " +
+                                            orl::format_with_commas(high) + ".");
+}
+
+BbpFormula bbp_formula(const std::string& name) {
+  if (name == "plouffe") return BbpFormula::kPlouffe;
+  if (name == "bellard") return BbpFormula::kBellard;
+  throw InvalidParametersException("-formula", "Invalid Formula: " + name);
+}
+
+constexpr Option<BbpTask> kBbp[] = {
+    {"-offset", "-offset:DIGITS", "Hexadecimal digits to skip. Default 0.", "-offset:1m",
+     [](BbpTask& task, Line& line) { task.offset = take_in_range(line, 0, kMaxBbpOffset); }},
+    {"-digits", "-digits:DIGITS", "Hexadecimal digits to compute, 8 to 1048576. Default 32.", "-digits:64",
+     [](BbpTask& task, Line& line) { task.digits = take_in_range(line, kMinBbpDigits, kMaxBbpDigits); }},
+    {"-formula", "-formula:NAME", "plouffe, of four terms, or bellard (the default), of seven.",
+     "-formula:plouffe", [](BbpTask& task, Line& line) { task.formula = bbp_formula(take_value(line)); },
+     Values::kBbpFormula},
+    {"-threads", "-threads:N", "Threads. Default: one for each core.", "-threads:4",
+     [](BbpTask& task, Line& line) { task.threads = take_in_range(line, 1, orl::kMaxThreads); }},
+    {"-pin", "-pin:N", "1 pins the threads to cores, in the order of environment.cfg. Default 0.", "-pin:1",
+     [](BbpTask& task, Line& line) {
+       task.pin_order = take_switch(line) > 0 ? orl::static_pin_order() : std::vector<orl::u32>();
+     }},
+};
+
 void select_test(StressLine& stress, Line& line) { stress.tests.push_back(line.take()); }
 
 constexpr Option<StressLine> kStress[] = {
@@ -295,6 +330,7 @@ std::span<const Option<BenchSettings>> bench_options() { return kBench; }
 std::span<const Option<BenchIoSettings>> benchio_options() { return kBenchIo; }
 std::span<const Option<StressLine>> stress_options() { return kStress; }
 std::span<const Option<LogFormulaLine>> log_formula_options() { return kLogFormula; }
+std::span<const Option<BbpTask>> bbp_options() { return kBbp; }
 std::span<const BenchSize> bench_sizes() { return kSizes; }
 
 }  // namespace orvane

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "app/command_line.h"
+#include "bbp/bbp_digits.h"
 #include "benchio/io_benchmark.h"
 #include "core/settings.h"
 #include "session/parameters.h"
@@ -18,7 +19,7 @@
 namespace orvane {
 
 /// What the value of an option is chosen from, for the completion of a line.
-enum class Values { kAny, kAlgorithm, kAllocator, kFramework, kMode, kRaidType };
+enum class Values { kAny, kAlgorithm, kAllocator, kFramework, kMode, kRaidType, kBbpFormula };
 
 /// A row of a table. `form` is what the user types, `help` what it does, `example` a token that works.
 template <class Target>
@@ -75,6 +76,7 @@ std::span<const Option<BenchSettings>> bench_options();
 std::span<const Option<BenchIoSettings>> benchio_options();
 std::span<const Option<StressLine>> stress_options();
 std::span<const Option<LogFormulaLine>> log_formula_options();
+std::span<const Option<BbpTask>> bbp_options();
 
 /// A benchmark size: its token and decimal digits. kDecimalSizes rows in powers of ten, then those in powers
 /// of two.

@@ -16,6 +16,7 @@ namespace orl {
 
 namespace {
 
+constexpr const char* kUnknownError = "Unknown C/C++ Error";
 constexpr const char* kUnknownText = "\nException type unknown to this module. Unable to display.\n";
 
 /// Appends fields in the blob's form.
@@ -245,11 +246,13 @@ const char* FileIO::errno_text(s32 code) {
                                           {ENOMEM, "Not Enough Memory"},
                                           {EACCES, "Access Denied"},
                                           {ENOSPC, "Disk is Full"}};
-  return name_of(kTexts, code, "Unknown C/C++ Error");
+  return name_of(kTexts, code, kUnknownError);
 }
 
 void FileIO::throw_file_error(ExceptionText function, s32 code, ExceptionText message, ExceptionText path) {
-  throw FileException(std::move(function), message.value + "\n\n" + errno_text(code), std::move(path), code);
+  std::string reason = errno_text(code);
+  if (reason == kUnknownError) reason += std::string(": ") + std::strerror(code);
+  throw FileException(std::move(function), message.value + "\n\n" + reason, std::move(path), code);
 }
 
 void FileIO::throw_file_error(s32 code, ExceptionText message, ExceptionText path) {

@@ -46,7 +46,9 @@ std::string read_validation_file(const std::string& path);
 /// Tells the outcome on the console. True for kPassed.
 bool print_validation(const ValidationResult& result);
 
-/// The action: asks for the path, prints the outcome. Status 0 for "Validation Passed!", else 1.
+/// Asks for the path, then validate_file().
 int run_validator();
+/// Prints the outcome for the file. Status 0 for "Validation Passed!", else 1.
+int validate_file(const std::string& path);
 
 }  // namespace orvane

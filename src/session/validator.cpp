@@ -164,8 +164,11 @@ int run_validator() {
   console::println("\nBenchmark Validator\n", 'T');
   const std::string path = console::read_line("Enter Path of Validation File:\n");
   console::newline();
-  const ValidationResult result = check_validation_text(read_validation_file(path));
-  return print_validation(result) ? 0 : 1;
+  return validate_file(path);
+}
+
+int validate_file(const std::string& path) {
+  return print_validation(check_validation_text(read_validation_file(path))) ? 0 : 1;
 }
 
 }  // namespace orvane

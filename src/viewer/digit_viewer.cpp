@@ -99,8 +99,8 @@ class FileMenu {
         set_(dynamic_cast<orl::BasicOvdSetReader*>(reader_.get())),
         memory_(orl::aligned_malloc(kViewerWindowBytes, kPageBytes)) {}
 
-  /// Returns when the user closes the file.
-  void run();
+  /// Returns when the user closes the file; false when anything failed.
+  bool run();
 
  private:
   void print_head() const;
@@ -127,6 +127,7 @@ class FileMenu {
   orl::BasicOvdSetReader* set_;  ///< null for a text file
   std::unique_ptr<void, AlignedFree> memory_;
   orl::Parallelism parallelism_;
+  bool failed_ = false;
 };
 
 void FileMenu::print_head() const {
@@ -144,7 +145,7 @@ void FileMenu::print_head() const {
   console::println("\nWhat would you like to do?\n", 'w');
 }
 
-void FileMenu::run() {
+bool FileMenu::run() {
   struct Row {
     const char* text;
     const char* note;
@@ -175,13 +176,14 @@ void FileMenu::run() {
     console::println("\n        (ENTER alone closes the file.)", 'w');
     console::println("\nEnter your choice:", 'w');
     const auto choice = console::read_choice("option: ", 0, std::size(kRows) - 1);
-    if (!choice) return;
+    if (!choice) return !failed_;
     if (!shown(*choice)) continue;
     try {
       (this->*kRows[*choice].run)();
     } catch (const orl::Exception& e) {
       console::newline();
       e.print();
+      failed_ = true;
     }
   }
 }
@@ -208,6 +210,7 @@ void FileMenu::view_range() {
   } catch (const orl::Exception& e) {
     e.print();
     console::println("This range of digits is not accessible.", 'R');
+    failed_ = true;
     return;
   }
   orl::digits_to_text(text, digits, count);
@@ -424,17 +427,19 @@ std::unique_ptr<orl::DigitReader> open_file(const std::string& path) {
 
 }  // namespace
 
-void Menu_DigitViewer() {
+int Menu_DigitViewer() {
+  bool failed = false;
   console::println("\nOrvane Digit Viewer v2.5.312", 'T');
   for (;;) {
     console::println("\n\nEnter the path of the file (include .txt or .ovd extensions):", 'w');
     const std::string path = ask_line("(ENTER alone leaves the viewer.)");
-    if (path.empty()) return;
+    if (path.empty()) return failed ? 1 : 0;
     try {
-      FileMenu(open_file(path)).run();
+      if (!FileMenu(open_file(path)).run()) failed = true;
     } catch (const orl::Exception& e) {
       console::newline();
       e.print();
+      failed = true;
     }
   }
 }

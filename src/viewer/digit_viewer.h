@@ -16,7 +16,7 @@ using orl::u64;
 inline constexpr u64 kViewerWindowBytes = u64{20} << 20;
 
 /// Asks for files and shows the menu of each until the user leaves; end of input ends the program with
-/// status 1.
-void Menu_DigitViewer();
+/// status 1. Returns 1 when anything that was asked for failed, which a script can tell then.
+int Menu_DigitViewer();
 
 }  // namespace orvane

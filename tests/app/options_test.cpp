@@ -78,6 +78,14 @@ Settings settings_of(const LogFormulaLine& formula) {
   return {{"digits", std::to_string(formula.decimal_digits)}, {"argument", formula.argument}};
 }
 
+Settings settings_of(const BbpTask& task) {
+  return {{"offset", std::to_string(task.offset)},
+          {"digits", std::to_string(task.digits)},
+          {"formula", std::to_string(static_cast<int>(task.formula))},
+          {"threads", std::to_string(task.threads)},
+          {"pinned", std::to_string(!task.pin_order.empty())}};
+}
+
 struct Row {
   std::vector<std::string> line;  // the last option is the one that is looked at
   Settings changes;
@@ -194,6 +202,11 @@ TEST(Options, OfTheOtherActionsChangeTheirOwnSetting) {
   for (const char* test : {"BKT", "N32", "N64", "HNT", "VST", "C17"})
     stress.push_back({{test}, {{"tests", std::string(test) + " "}}});
   expect_effects<StressLine>(stress_options(), stress);
+  expect_effects<BbpTask>(bbp_options(), {{{"-offset:2k"}, {{"offset", "2000"}}},
+                                          {{"-digits:64"}, {{"digits", "64"}}},
+                                          {{"-formula:plouffe"}, {{"formula", "0"}}},
+                                          {{"-threads:3"}, {{"threads", "3"}}},
+                                          {{"-pin:yes"}, {{"pinned", "1"}}}});
   expect_effects<LogFormulaLine>(log_formula_options(), {{{"-dec:2m"}, {{"digits", "2000000"}}}});
 }
 

@@ -205,7 +205,7 @@ TEST(FileErrors, KnownNumbersHaveTheirTextBehindTheMessage) {
   EXPECT_EQ(message(12), "Unable to open file.\n\nNot Enough Memory");
   EXPECT_EQ(message(13), "Unable to open file.\n\nAccess Denied");
   EXPECT_EQ(message(28), "Unable to open file.\n\nDisk is Full");
-  EXPECT_EQ(message(22), "Unable to open file.\n\nUnknown C/C++ Error");
+  EXPECT_EQ(message(22), "Unable to open file.\n\nUnknown C/C++ Error: Invalid argument");
 }
 
 }  // namespace

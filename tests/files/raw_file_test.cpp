@@ -107,7 +107,7 @@ TEST_F(RawFileTest, TurnsEveryFailedCallIntoAnException) {
   calls.heal();
   const std::string folder = std::filesystem::path(path()).parent_path();
   expect_fault([&] { RawFile(folder, RawFile::Mode::kRead); }, "RawFile::RawFile()",
-               "Unable to open file. A folder has this name.\n\nUnknown C/C++ Error", EISDIR);
+               "Unable to open file. A folder has this name.\n\nUnknown C/C++ Error: Is a directory", EISDIR);
   RawFile file = filled();
   const struct {
     FileCall call;
