@@ -116,7 +116,7 @@ TEST_F(RawFileTest, TurnsEveryFailedCallIntoAnException) {
     const char *function, *message;
   } rows[] = {
       {FileCall::kSeek, EINVAL, [&] { file.load(read_, 0, 4096); }, "RawFile::load()",
-       "lseek64() failed.\n\nUnknown C/C++ Error"},
+       "lseek64() failed.\n\nUnknown C/C++ Error: Invalid argument"},
       {FileCall::kRead, EIO, [&] { file.load(read_, 0, 4096); }, "RawFile::load()",
        "read() failed.\n\nHardware Error"},
       {FileCall::kWrite, ENOSPC, [&] { file.store(read_, 0, 4096); }, "RawFile::store()",
