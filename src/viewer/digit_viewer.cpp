@@ -407,12 +407,12 @@ void FileMenu::check_against_report() {
   print_title("\n\nCheck against a Validation File");
   const std::string path = ask_line("Enter Path of Validation File:");
   console::newline();
-  run_digit_check(*reader_, path);
+  if (run_digit_check(*reader_, path) != 0) failed_ = true;
 }
 
 void FileMenu::prove_pi() {
   print_title("\n\nLast Hexadecimal Digits of Pi");
-  run_pi_proof(*reader_);
+  if (run_pi_proof(*reader_) != 0) failed_ = true;
 }
 
 std::unique_ptr<orl::DigitReader> open_file(const std::string& path) {
