@@ -52,9 +52,8 @@ TEST(ConfigText, IntegersReachTheEndsOfTheirRange) {
          {"+1", kLong},
          {"[ 25m 1_000 3e2 -1k ]", "[\r\n    25000000\r\n    1000\r\n    300\r\n    -1000\r\n]\r\n"},
          {"[ 1,000 ]", "Line 1: Don't use commas to separate elements."},
-         {"[ 2.5b ]", std::string(kLong) +
-                          " \"2\" was read, but not the \".5b\" behind it.\nPlease enter a "
-                          "whole number, with K, M, B or T behind it for 10^3, 10^6, 10^9 or 10^12."},
+         {"[ 2.5b ]", std::string(kLong) + " \"2\" was read, but not the \".5b\" behind it.\nPlease enter a "
+                                           "whole number; K, M, B and T are 10^3, 10^6, 10^9 and 10^12."},
          {"word", kLong}});
 }
 

@@ -190,8 +190,9 @@ TEST(ActionObject, NamesLineAndKeyOfWhatItRefuses) {
        "Line 3: ComputeSize.Digits: Unknown key. Please remove it or correct its name."},
       {with("Output : { Format : { OutputEnable : \"yes\" } }"),
        "Line 3: Output.Format.OutputEnable: Expected true or false."},
-      {with("Output : { Format : { Path : \"/none/such\" } }"),
-       "Line 3: Output.Format.Path: Path is not writable."},
+      {with("Output : { Format : { Path : \"/dev/null/such\" } }"),
+       "Line 3: Output.Format.Path: Path is not writable.\nPath: /dev/null/such\nReason: Not a directory.\n"
+       "Please name a folder that can be written to."},
       {with("Parallelism : { Framework : \"fly\" }"),
        "Line 3: Parallelism.Framework: Invalid Parallel Framework: fly"},
       {with("Parallelism : { TaskDecomposition : 0 }"),

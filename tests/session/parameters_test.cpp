@@ -131,13 +131,17 @@ TEST(Parameters, FollowTheFileSizeRule) {
             to_compress + "= 1000000\n");
 }
 
-TEST(Parameters, KeepThePathWhenTheNewOneCannotBeWritten) {
+TEST(Parameters, MakeAMissingFolderAndKeepThePathWhenTheNewOneCannotBeWritten) {
   orl::test::TemporaryFolder folder;
   RamParameters parameters;
   parameters.set_output_path(folder.path());
-  EXPECT_EQ(message_of([&] { parameters.set_output_path(folder.file("missing")); }), "Path is not writable.");
-  EXPECT_EQ(parameters.output_path(), folder.path());
-  EXPECT_TRUE(folder.names().empty());
+  const std::string made = folder.file("a") + "/b";
+  parameters.set_output_path(made);
+  EXPECT_TRUE(std::filesystem::is_directory(made));
+  EXPECT_EQ(
+      message_of([&] { parameters.set_output_path("/dev/null/such"); }).find("Path is not writable.\nPath: "),
+      0u);
+  EXPECT_EQ(parameters.output_path(), made);
 }
 
 TEST(Parameters, SayBeforeTheRunWhatCannotBeRun) {

@@ -169,9 +169,9 @@ void FftTables::grow(LinearHeapBuffer& memory, const std::array<u32, 3>& s) {
         FftTwiddles* t = cut(u64{count} << depth);
         for (u64 n = 0; n < u64{1} << depth; ++n)
           for (u32 b = 0; b < count; ++b)
-            t[n * count + b] = base_record(
-                node_angle(k, j, depth, n),
-                begins_with_passes(k, depth) ? kFftPassLevels[b] : base_level(k, depth) + b);
+            t[n * count + b] =
+                base_record(node_angle(k, j, depth, n),
+                            begins_with_passes(k, depth) ? kFftPassLevels[b] : base_level(k, depth) + b);
         bases_[i][j][depth] = t;
       });
     }
