@@ -6,7 +6,7 @@
 A figure is the time of a constant by one algorithm, from its first term to its last word, in radix conversions of the same run:
 median of the runs. A constant has the figures of its first three algorithms of the menu, and that of its default where this is
 another one. Log(n) depends on n and has its least: that of Log(2) behind "> ". Prints old and new texts; with --write the rows of
-src/session/catalogue.cpp are replaced, and the same lines in the pages and tests that show the menu. A quiet machine is needed."""
+src/session/catalogue.cpp are replaced, and the same lines in the pages that show the menu. A quiet machine is needed."""
 import argparse
 import pathlib
 import re
@@ -18,7 +18,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "bench" 
 from whole_runs import ROOT, timed
 
 CATALOGUE = ROOT / "src" / "session" / "catalogue.cpp"
-SHOWN = [*sorted((ROOT / "tests" / "menus").glob("*.page")), ROOT / "tests" / "app" / "constants_menu_test.cpp"]
+SHOWN = sorted((ROOT / "tests" / "menus").glob("*.page"))
 # What is measured, by the constant's key in the catalogue: the word of the command line and the algorithms.
 ROWS = {
     "sqrt": ("sqrt:2", ["newton"]),
