@@ -4,7 +4,7 @@
   chart.py multiply multiply.csv docs/multiply.png
   chart.py ramp ramp.csv docs/ramp.png
   chart.py pi pi.csv docs/pi.png
-  chart.py constants constants.csv docs/constants.png
+  chart.py constants constants-arb.csv docs/constants.png
 
 By gnuplot (Debian: gnuplot-nox), which needs no module of whichever Python comes first on a machine."""
 import collections
