@@ -11,6 +11,7 @@
 #include "splitting/merge.h"
 #include "support/counting_algorithm.h"
 #include "support/random_words.h"
+#include "support/sanitized.h"
 #include "support/test_parallelizers.h"
 
 namespace orl {
@@ -108,11 +109,12 @@ TYPED_TEST(Nodes, EqualGmpForLongRangesInEveryWayToSplit) {
   SCOPED_TRACE(random.replay());
   test::Runner<TypeParam> runner(1 << 25);
   test::Runner<TypeParam> pool(1 << 25, "pushpool");
-  // Each series in every fourth way.
+  // Each series in every fourth way, or some of them.
   u64 turn = 0;
   for (const auto& pair : all_series<TypeParam>()) {
     const auto check = [&](auto& with, u64 start, u64 terms, u64 tds, u64 halving) {
-      if (++turn % 4 == 0) check_range(pair, with, start, start + terms, tds, halving);
+      if (++turn % (test::kSanitized ? 20 : 4) == 0)
+        check_range(pair, with, start, start + terms, tds, halving);
     };
     for (const u64 start : {u64{0}, u64{715820000}}) {
       check(runner, start, 1000, 1, 0);

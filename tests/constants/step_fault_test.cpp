@@ -16,6 +16,7 @@
 #include "machin/stored_formulas.h"
 #include "support/counting_algorithm.h"
 #include "support/random_words.h"
+#include "support/sanitized.h"
 
 namespace orl {
 namespace {
@@ -104,6 +105,7 @@ TYPED_TEST_SUITE(StepFaults, WordTypes);
 TYPED_TEST(StepFaults, AreFoundByTheCheckBehindTheStep) {
   using W = TypeParam;
   using Store = RamStore<W>;
+  if (test::kSanitized && sizeof(W) == 4) GTEST_SKIP() << "64-bit words take the same steps.";
   test::Random random;
   SCOPED_TRACE(random.replay());
   const u64 p = 600000 / (8 * sizeof(W));
