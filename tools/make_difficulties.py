@@ -15,7 +15,7 @@ import sys
 import tempfile
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "bench" / "support"))
-from whole_runs import ROOT, timed
+from whole_runs import ROOT, one_size_options, timed
 
 CATALOGUE = ROOT / "src" / "session" / "catalogue.cpp"
 SHOWN = sorted((ROOT / "tests" / "menus").glob("*.page"))
@@ -66,11 +66,7 @@ def menu_row(text, key):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--build", default=str(ROOT / "build" / "release"))
-    parser.add_argument("--digits", type=int, default=10000000)
-    parser.add_argument("--threads", type=int, default=1)
-    parser.add_argument("--runs", type=int, default=3)
-    parser.add_argument("--only")
+    one_size_options(parser)
     parser.add_argument("--write", action="store_true")
     options = parser.parse_args()
     for key in options.only.split(",") if options.only else ROWS:

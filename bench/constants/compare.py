@@ -16,7 +16,7 @@ import sys
 import tempfile
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
-from whole_runs import ROOT, commit_of, processor, stated_bytes, timed
+from whole_runs import ROOT, commit_of, one_size_options, processor, stated_bytes, timed
 
 ROWS = [("e", ("exp(1)", "exp(-1)")), ("sqrt:2", ("newton",)), ("log:2", ("zuniga", "machin-primary", "machin-secondary")),
         ("zeta3", ("zuniga", "wedeniwski", "az")),
@@ -60,11 +60,7 @@ def agree(a, b):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--build", default=str(ROOT / "build" / "release"))
-    parser.add_argument("--digits", type=int, default=10000000)
-    parser.add_argument("--threads", type=int, default=1)
-    parser.add_argument("--runs", type=int, default=3)
-    parser.add_argument("--only")
+    one_size_options(parser)
     parser.add_argument("--without-arb", action="store_true")
     parser.add_argument("--csv")
     options = parser.parse_args()

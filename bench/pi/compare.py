@@ -19,7 +19,7 @@ import sys
 import tempfile
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "support"))
-from whole_runs import ROOT, commit_of, processor, stated_bytes, timed
+from whole_runs import ROOT, commit_of, measuring_options, processor, stated_bytes, timed
 
 
 def stage_seconds(text):
@@ -31,8 +31,7 @@ def stage_seconds(text):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
-    parser.add_argument("--build", default=str(ROOT / "build" / "release"))
-    parser.add_argument("--runs", type=int, default=5)
+    measuring_options(parser, 5)
     parser.add_argument("--digits", default="1000000,10000000")
     parser.add_argument("--threads", default="1,2")
     parser.add_argument("--verify", action="store_true")

@@ -38,3 +38,17 @@ def processor():
 def commit_of(folder):
     return subprocess.run(["git", "-C", str(folder), "rev-parse", "--short", "HEAD"], capture_output=True,
                           text=True).stdout.strip()
+
+
+def measuring_options(parser, runs):
+    """The options that every measurement of whole runs has."""
+    parser.add_argument("--build", default=str(ROOT / "build" / "release"))
+    parser.add_argument("--runs", type=int, default=runs)
+
+
+def one_size_options(parser):
+    """Those of a measurement of constants at one size."""
+    measuring_options(parser, 3)
+    parser.add_argument("--digits", type=int, default=10000000)
+    parser.add_argument("--threads", type=int, default=1)
+    parser.add_argument("--only")

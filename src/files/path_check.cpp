@@ -4,6 +4,10 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
 
 #include "files/file_calls.h"
 #include "files/raw_file.h"
@@ -28,6 +32,24 @@ bool path_is_writable(const std::string& folder) {
   } catch (...) {
     return false;
   }
+}
+
+int why_unwritable(const std::string& folder) {
+  std::filesystem::path there = name_of(folder);
+  std::error_code ignored;
+  while (!std::filesystem::exists(there, ignored) && there.has_relative_path()) {
+    const std::filesystem::path above = there.parent_path();
+    there = above.empty() ? "." : above;
+  }
+  if (!std::filesystem::is_directory(there, ignored)) return ENOTDIR;
+  if (path_is_writable(there.string())) return 0;
+  return access(there.c_str(), W_OK) != 0 ? errno : EACCES;
+}
+
+bool make_folders(const std::string& folder) {
+  std::error_code fault;
+  if (!folder.empty()) std::filesystem::create_directories(folder, fault);
+  return !fault;
 }
 
 u64 free_bytes(const std::string& folder) {

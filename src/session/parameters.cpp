@@ -1,11 +1,7 @@
 #include "session/parameters.h"
 
-#include <unistd.h>
-
-#include <cerrno>
 #include <cmath>
 #include <cstring>
-#include <filesystem>
 
 #include "console/console.h"
 #include "core/exceptions.h"
@@ -132,19 +128,10 @@ void ComputeParameters::settle_digits_per_file() {
 }
 
 void ComputeParameters::set_output_path(const std::string& path) {
-  std::error_code fault;
-  errno = 0;
-  if (!path.empty()) std::filesystem::create_directories(path, fault);
-  if (fault || !orl::path_is_writable(path)) {
-    const int reason = fault ? fault.value()
-                       : access(path.empty() ? "." : path.c_str(), W_OK) != 0 ? errno
-                                                                              : 0;
+  if (const int reason = orl::why_unwritable(path); reason != 0)
     throw InvalidParametersException(
-        "set_output_path()",
-        "Path is not writable.\nPath: " + path +
-            (reason != 0 ? "\nReason: " + std::string(std::strerror(reason)) + "." : "") +
-            "\nPlease name a folder that can be written to.");
-  }
+        "set_output_path()", "Path is not writable.\nPath: " + path + "\nReason: " + std::strerror(reason) +
+                                 ".\nPlease name a folder that can be written to.");
   output_path_ = path;
 }
 

@@ -69,7 +69,8 @@ class ComputeParameters {
 
   /// Throws InvalidParametersException for an unknown key.
   void set_allocator(const std::string& key) { allocator = orl::create_allocator(key); }
-  /// Throws InvalidParametersException "Path is not writable."
+  /// A folder that is missing is made when a run begins. Throws InvalidParametersException "Path is not writable." and the
+  /// reason.
   void set_output_path(const std::string& path);
   const std::string& output_path() const { return output_path_; }
 

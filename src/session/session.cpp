@@ -366,7 +366,7 @@ bool RamParameters::check_parameters() {
     throw InvalidParametersException("check_parameters()",
                                      "The BBP check (-bbp:1) proves digits of Pi alone.");
   // A run that could not write its digits says so before it computes them.
-  if (output_digits && !orl::path_is_writable(output_path()))
+  if (output_digits && orl::why_unwritable(output_path()) != 0)
     throw InvalidParametersException("check_parameters()", "Path is not writable.");
   const bool report_is_kept = orl::path_is_writable("");
   if (!report_is_kept && !output_digits)
@@ -382,6 +382,8 @@ bool RamParameters::check_parameters() {
   if (const std::string missing = memory_refusal(bytes); !missing.empty())
     throw InvalidParametersException("check_parameters()",
                                      missing + "\n\nCannot run computation with these parameters.");
+  if (output_digits && !orl::make_folders(output_path()))
+    throw InvalidParametersException("check_parameters()", "Path is not writable.");
   claim_.reset();
   claim_ = std::make_unique<OutputClaim>(*this);
   return true;

@@ -44,23 +44,13 @@ class Agm : public ::testing::Test {
     mpfr_set_emin(mpfr_get_emin_min());
   }
 
-  static u64 hash(const BigFloat<W>& x) {
-    return hash_canon(x.computed_hash(Runner<W>(64).context(1).parallel));
-  }
+  static u64 hash(const BigFloat<W>& x) { return canonical_hash(x); }
 
   /// Runs a plan of precision p in its own memory and compares result and hash with what want() sets.
   template <class Plan, class Want, class... Operands>
   void expect(const Plan& plan, u64 p, u64 tds, const Want& want, const Operands&... operands) {
     OwnedFloat<W> out(plan.need().out_words);
-    u64 proved = 0;
-    Runner<W>(plan.need().table_bits, tds == 1 ? "none" : "pushpool")
-        .run(
-            plan.need(), tds,
-            [&](const RunContext& ctx, LinearHeapBuffer heap) {
-              proved = plan.run(ctx, frame, out.x, operands..., heap);
-            },
-            ~u64{0});
-    EXPECT_EQ(proved, hash(out.x));
+    run_proved<W>(plan, tds, out, operands...);
     const u64 bits = 2 * p * kBits + 1024;
     Real right(bits);
     want(right);

@@ -15,6 +15,7 @@
 #include "support/gmp_oracle.h"
 #include "support/multiplication.h"
 #include "threads/frameworks.h"
+#include "words/hash.h"
 
 namespace orl::test {
 
@@ -107,6 +108,26 @@ struct OwnedFloat {
   }
   OwnedFloat(OwnedFloat&&) = default;
 };
+
+/// The hash of x's words as they are.
+template <class W>
+u64 canonical_hash(const BigFloat<W>& x) {
+  return hash_canon(x.computed_hash(Runner<W>(64).context(1).parallel));
+}
+
+/// Runs a proved plan in its own memory; the hash that it returns must be that of out's words.
+template <class W, class Plan, class... Operands>
+void run_proved(const Plan& plan, u64 tds, OwnedFloat<W>& out, const Operands&... operands) {
+  u64 proved = 0;
+  Runner<W>(plan.need().table_bits, tds == 1 ? "none" : "pushpool")
+      .run(
+          plan.need(), tds,
+          [&](const RunContext& ctx, LinearHeapBuffer heap) {
+            proved = plan.run(ctx, frame, out.x, operands..., heap);
+          },
+          ~u64{0});
+  EXPECT_EQ(proved, canonical_hash(out.x));
+}
 
 /// What a plan makes of its operands; `tight_bytes` as Runner::run() has it.
 template <class W, class Plan, class... Operands>

@@ -102,7 +102,7 @@ TEST(AlgorithmTable, TrimmingKeepsTheWindow) {
 TYPED_TEST(AlgorithmTableTest, MaxSizesCoverEveryProductAndAreReached) {
   using W = TypeParam;
   const AlgorithmTable<W>& table = basic_table<W>();
-  for (const u64 tds : {1, 7}) {
+  for (const u64 tds : {1, 7, 65536}) {
     for (const u64 transforms : {1, 2, 4}) {
       const auto bytes_of = [&](const MultiplySizes& sizes) {
         return transforms * sizes.transform_bytes + sizes.scratch_bytes;

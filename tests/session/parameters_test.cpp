@@ -131,17 +131,16 @@ TEST(Parameters, FollowTheFileSizeRule) {
             to_compress + "= 1000000\n");
 }
 
-TEST(Parameters, MakeAMissingFolderAndKeepThePathWhenTheNewOneCannotBeWritten) {
+TEST(Parameters, KeepThePathWhenTheNewOneCannotBeWritten) {
   orl::test::TemporaryFolder folder;
   RamParameters parameters;
-  parameters.set_output_path(folder.path());
-  const std::string made = folder.file("a") + "/b";
-  parameters.set_output_path(made);
-  EXPECT_TRUE(std::filesystem::is_directory(made));
-  EXPECT_EQ(
-      message_of([&] { parameters.set_output_path("/dev/null/such"); }).find("Path is not writable.\nPath: "),
-      0u);
-  EXPECT_EQ(parameters.output_path(), made);
+  const std::string missing = folder.file("a") + "/b";
+  parameters.set_output_path(missing);
+  EXPECT_TRUE(folder.names().empty()) << "a folder is made when a run begins";
+  EXPECT_EQ(message_of([&] { parameters.set_output_path("/dev/null/such"); }),
+            "Path is not writable.\nPath: /dev/null/such\nReason: Not a directory.\n"
+            "Please name a folder that can be written to.");
+  EXPECT_EQ(parameters.output_path(), missing);
 }
 
 TEST(Parameters, SayBeforeTheRunWhatCannotBeRun) {
@@ -161,8 +160,15 @@ TEST(Parameters, SayBeforeTheRunWhatCannotBeRun) {
         .output;
   };
   EXPECT_NE(checked([](auto&) {}).find("= nothing was thrown"), std::string::npos);
-  EXPECT_NE(checked([&](auto&) { std::filesystem::remove(folder.path()); }).find("= Path is not writable."),
+  EXPECT_NE(checked([&](auto&) { std::filesystem::remove(folder.path()); }).find("= nothing was thrown"),
             std::string::npos);
+  EXPECT_TRUE(std::filesystem::is_directory(folder.path())) << "made where it is missing";
+  const auto put_a_file_there = [&](auto&) {
+    std::filesystem::remove_all(folder.path());
+    std::ofstream(folder.path()) << "no folder";
+  };
+  EXPECT_NE(checked(put_a_file_there).find("= Path is not writable."), std::string::npos);
+  std::filesystem::remove(folder.path());
   EXPECT_NE(checked([](auto& p) {
               p.set_constant(make_constant(10));
             }).find("= Custom cannot be computed by this version yet."),
