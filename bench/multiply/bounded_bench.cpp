@@ -63,7 +63,7 @@ void measure(ParallelContext parallel, u64 L) {
     const u64 len = 2 * L;
     const MultiplySizes direct = algorithm.sizes(bits, parallel.tds);
     const u64 direct_bytes = square ? direct.square_bytes() : direct.total_bytes();
-    const BoundedSizes sizes = algorithm.bounded_sizes(bits, (len - skip) * 64, parallel.tds);
+    const ProductSizes sizes = algorithm.bounded_sizes(bits, (len - skip) * 64, parallel.tds);
     const u64 bytes = square ? sizes.square_bytes : sizes.product_bytes;
     const Block block(bytes), direct_block(direct_bytes);
     const MultiplyContext ctx{parallel, tables, block.buffer()};

@@ -90,7 +90,7 @@ void Algorithm::mul_bounded(const MultiplyContext& ctx, Window<u32> T, Words<u32
     mul_window(ctx, T, A, B);
 }
 
-BoundedSizes Algorithm::bounded_sizes(u64 bits, u64 window_bits, u64 tds) const {
+ProductSizes Algorithm::bounded_sizes(u64 bits, u64 window_bits, u64 tds) const {
   const MultiplySizes direct = sizes(bits, tds);
   const u64 words = (bits + kWordBits - 1) / kWordBits;
   ParametersBox box;

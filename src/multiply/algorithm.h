@@ -68,7 +68,7 @@ struct MultiplySizes {
 };
 
 /// Bytes of a multiplication: what its product, and its square, may take.
-struct BoundedSizes {
+struct ProductSizes {
   u64 product_bytes = 0;
   u64 square_bytes = 0;
 };
@@ -236,7 +236,7 @@ class Algorithm {
   void mul_bounded(const MultiplyContext& ctx, Window<u32> T, Words<u32> A, Words<u32> B) const;
   /// Bytes of the bounded forms for a product of exactly `bits` with a window of `window_bits` or more, both
   /// whole words. Never above those of sizes(bits, tds). Throws LimitExceededException past max_bits.
-  BoundedSizes bounded_sizes(u64 bits, u64 window_bits, u64 tds) const;
+  ProductSizes bounded_sizes(u64 bits, u64 window_bits, u64 tds) const;
 
  protected:
   Algorithm(u64 max_bits, const char* id, const char* name, const char* module, const char* variant)

@@ -203,8 +203,8 @@ void AlgorithmTable<W>::for_each_shape(u64 words, Body&& body) const {
 }
 
 template <class W>
-BoundedSizes AlgorithmTable<W>::max_sizes(u64 words, u64 tds) const {
-  BoundedSizes largest;
+ProductSizes AlgorithmTable<W>::max_sizes(u64 words, u64 tds) const {
+  ProductSizes largest;
   for_each_shape(words, [&](const Entry& entry, u64 at) {
     ParametersBox box;
     const Parameters& shape = entry.algorithm->parameters_for(box, nullptr, at * word_bits, tds);
@@ -235,7 +235,7 @@ u64 AlgorithmTable<W>::max_least_bytes(u64 words, u64 tds, u64 transforms) const
 }
 
 template <class W>
-BoundedSizes AlgorithmTable<W>::cost(u64 p, u64 tds) const {
+ProductSizes AlgorithmTable<W>::cost(u64 p, u64 tds) const {
   const u64 words = 2 * p + 6;
   find(words, "AlgorithmTableB::mSBsize()");
   return max_bounded_sizes(words, tds, p + 2);
@@ -254,14 +254,14 @@ void AlgorithmTable<W>::mul_trimmed(const MultiplyContext& ctx, Window<W> T, Wor
 }
 
 template <class W>
-BoundedSizes AlgorithmTable<W>::max_bounded_sizes(u64 words, u64 tds, u64 window) const {
-  BoundedSizes largest;
+ProductSizes AlgorithmTable<W>::max_bounded_sizes(u64 words, u64 tds, u64 window) const {
+  ProductSizes largest;
   for_each_shape(words, [&](const Entry& entry, u64 at) {
     const u64 bits = at * word_bits, window_bits = std::min(at, window) * word_bits;
-    BoundedSizes sizes = entry.algorithm->bounded_sizes(bits, window_bits, tds);
+    ProductSizes sizes = entry.algorithm->bounded_sizes(bits, window_bits, tds);
     u64 alike = bounded_alike_words(*entry.algorithm, at, word_bits, tds);
     if (const Algorithm* const lean = entry.lean_at(at)) {
-      const BoundedSizes least = lean->bounded_sizes(bits, window_bits, tds);
+      const ProductSizes least = lean->bounded_sizes(bits, window_bits, tds);
       sizes.product_bytes = std::min(sizes.product_bytes, least.product_bytes);
       sizes.square_bytes = std::min(sizes.square_bytes, least.square_bytes);
       alike = std::min(alike, bounded_alike_words(*lean, at, word_bits, tds));

@@ -127,11 +127,11 @@ class AlgorithmTable {
   u64 max_least_bytes(u64 words, u64 tds, u64 transforms) const;
   /// Bytes of the most demanding of all direct products, and squares, of 1 to `words` words. Shapes do not grow
   /// steadily, so a plan whose products may turn out shorter asks here. Cost: one step per shape, some microseconds.
-  BoundedSizes max_sizes(u64 words, u64 tds) const;
+  ProductSizes max_sizes(u64 words, u64 tds) const;
   /// Bytes of the most demanding of all bounded products, and squares, of 1 to `words` words, whose windows
   /// are `window` words or the whole product, whichever is less, or longer. By default whole products; 0 for
   /// results that lie over operands.
-  BoundedSizes max_bounded_sizes(u64 words, u64 tds, u64 window = ~u64{0}) const;
+  ProductSizes max_bounded_sizes(u64 words, u64 tds, u64 window = ~u64{0}) const;
   /// Scratch of a truncating square or product at a precision of p words, whatever the operands, by
   /// sqr_bounded or mul_bounded.
   u64 sqr_cost(u64 p, u64 tds) const { return cost(p, tds).square_bytes; }
@@ -174,7 +174,7 @@ class AlgorithmTable {
   }
   void sqr_trimmed(const MultiplyContext& ctx, Window<W> T, Words<W> A) const;
   void mul_trimmed(const MultiplyContext& ctx, Window<W> T, Words<W> A, Words<W> B) const;
-  BoundedSizes cost(u64 p, u64 tds) const;
+  ProductSizes cost(u64 p, u64 tds) const;
   /// The row that a product of `words` takes. Throws LimitExceededException under `function`.
   const Entry& find(u64 words, const char* function) const;
   template <class Body>

@@ -122,7 +122,7 @@ TYPED_TEST(AlgorithmTableTest, MaxSizesCoverEveryProductAndAreReached) {
         ASSERT_EQ(bytes_of(table.parameters_within(row - 1, transforms, box, nullptr, words, tds).sizes()),
                   other);
         if (words % 37 != 0 && words > 300) continue;
-        const BoundedSizes most = table.max_sizes(words, tds);
+        const ProductSizes most = table.max_sizes(words, tds);
         ASSERT_TRUE(transforms > 2 || (transforms == 1 ? most.square_bytes : most.product_bytes) == largest)
             << words;
         ASSERT_EQ(table.max_least_bytes(words, tds, transforms), largest_least) << words;

@@ -17,7 +17,7 @@ template <class W>
 void check_bounded(const Algorithm& algorithm, const TransformTables& tables, ParallelContext parallel,
                    const std::vector<W>& A, const std::vector<W>& B, u64 skip, u64 len) {
   constexpr u64 bits = 8 * sizeof(W);
-  const BoundedSizes sizes =
+  const ProductSizes sizes =
       algorithm.bounded_sizes((A.size() + B.size()) * bits, (len - skip) * bits, parallel.tds);
   const GuardedBlock scratch(&A == &B ? sizes.square_bytes : sizes.product_bytes);
   const MultiplyContext ctx{parallel, tables, scratch.buffer()};

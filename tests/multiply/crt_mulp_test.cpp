@@ -253,13 +253,13 @@ TYPED_TEST(BoundedProduct, TablesStateTheMostDemandingProduct) {
     table.add(40, &few);
     table.add(300, &many);
     for (const u64 window : {u64{1}, u64{17}, u64{90}, ~u64{0}}) {
-      BoundedSizes largest;
+      ProductSizes largest;
       for (u64 words = 1; words <= 300; ++words) {
-        const BoundedSizes one =
+        const ProductSizes one =
             table.get_algorithm(words).bounded_sizes(words * bits, std::min(words, window) * bits, 1);
         largest.product_bytes = std::max(largest.product_bytes, one.product_bytes);
         largest.square_bytes = std::max(largest.square_bytes, one.square_bytes);
-        const BoundedSizes most = table.max_bounded_sizes(words, 1, window);
+        const ProductSizes most = table.max_bounded_sizes(words, 1, window);
         ASSERT_EQ(most.product_bytes, largest.product_bytes) << words << ' ' << window << ' ' << missing;
         ASSERT_EQ(most.square_bytes, largest.square_bytes) << words << ' ' << window << ' ' << missing;
       }

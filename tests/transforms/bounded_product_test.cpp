@@ -95,7 +95,7 @@ TYPED_TEST(BoundedProducts, SaveMemory) {
       if (64 * algorithm.parameters_for(box, nullptr, words * bits / 2, 1).cyclic_words() < words * bits)
         continue;
       const MultiplySizes direct = algorithm.sizes(words * bits, 1);
-      const BoundedSizes bounded = algorithm.bounded_sizes(words * bits, words * bits, 1);
+      const ProductSizes bounded = algorithm.bounded_sizes(words * bits, words * bits, 1);
       EXPECT_LE(bounded.product_bytes, direct.total_bytes() * 3 / 4) << words;
       EXPECT_LT(bounded.square_bytes, direct.square_bytes()) << words;
     }
