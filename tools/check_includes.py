@@ -15,7 +15,7 @@ INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
 FOLDER = re.compile(r"^orvane_folder\(([^)]*)\)", re.MULTILINE)
 # Folders of tests/ and bench/ that run finished programs, measure every family through the front, or help others; they may
 # include all of src/, but no other tests or benchmarks.
-PROGRAMS = {"tests": {"support", "faults", "fuzz", "lint", "documents"}, "bench": {"support", "pi", "multiply"}}
+PROGRAMS = {"tests": {"support", "faults", "fuzz", "lint", "documents"}, "bench": {"support", "pi", "multiply", "swap"}}
 # What the main of a test or a benchmark calls before it starts, whatever it is about.
 REGISTRATION = {"transforms/registration.h", "threads/frameworks.h", "threads/push_pool_framework.h"}
 ROW = re.compile(r"^\| `([\w/]+)` \| (.*) \| (.*) \|$", re.MULTILINE)

@@ -42,6 +42,13 @@ void print(const BenchIoSettings& settings) {
   console::println("   0    Start I/O Performance Analysis!\n", 'T');
 }
 
+// With the state that the folders have now; the start of the benchmark tries them again.
+void view_array(const BenchIoSettings& settings) {
+  orl::R03::Raid03Descriptor tried = settings.raid;
+  tried.prepare();
+  print_raid_report(tried, settings.memory_bytes, settings.file_bytes());
+}
+
 void change(BenchIoSettings& settings, u64 choice) {
   switch (choice) {
     case 1:
@@ -54,9 +61,9 @@ void change(BenchIoSettings& settings, u64 choice) {
     case 4:
       return orl::ask_bytes_per_seek(settings.bytes_per_seek);
     case 5:
-      return print_raid_report(settings.raid, settings.memory_bytes, settings.file_bytes());
+      return view_array(settings);
     case 6:
-      return orl::R03::run_raid_menu(settings.raid);
+      return orl::R03::run_raid_menu(settings.raid, settings.memory_bytes);
     case 7:
       settings.json_results = !settings.json_results;
       return;

@@ -188,7 +188,7 @@ class CustomMenu {
         orl::ask_bytes_per_seek(swap.bytes_per_seek_setting());
         break;
       case 14:
-        orl::R03::run_raid_menu(swap.raid);
+        orl::R03::run_raid_menu(swap.raid, swap.memory_bytes());
     }
   }
 

@@ -83,7 +83,18 @@ class PersistentMemory : public FarMemory {
   /// Bytes that the place has, at least size().
   u64 capacity() const { return capacity_; }
 
+  /// Whether what is stored stays when the object goes. It does not at first.
+  void keep(bool stays = true) { kept_ = stays; }
+  bool kept() const { return kept_; }
+  /// Returns when everything that was stored would survive a loss of power. No transfer of the object may be under way.
+  virtual void flush() = 0;
+  /// flush(), then another name, under which a later run finds it; what a dead run left there is replaced. No transfer of
+  /// the object may be under way. Throws InvalidParametersException where a living object has the name; any other failure
+  /// cannot be undone and ends the program.
+  virtual void rename(const std::string& new_name) = 0;
+
  protected:
+  void set_name(std::string name) { name_ = std::move(name); }
   /// A null name becomes "orv_" and the object's address in sixteen hexadecimal digits. Throws
   /// InvalidParametersException "Name is empty.".
   PersistentMemory(u64 size_bytes, u64 capacity_bytes, const char* name);
@@ -91,6 +102,7 @@ class PersistentMemory : public FarMemory {
  private:
   u64 capacity_;
   std::string name_;
+  bool kept_ = false;
 };
 
 /// Words of a number in far memory: a named piece with a size of its own, which every access is checked against.

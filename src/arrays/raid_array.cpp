@@ -43,6 +43,10 @@ ArrayGeometry geometry_of(const Raid03Descriptor& descriptor, u64 memory_bytes) 
 
 RaidArray::RaidArray(Raid03Descriptor& descriptor, u64 memory_bytes, u64 usage_limit_bytes)
     : descriptor_(descriptor), geometry_(geometry_of(descriptor, memory_bytes)), usage_(usage_limit_bytes) {
+  descriptor.check_usable();
+  for (const RaidGroup& group : descriptor.groups())
+    for (const RaidPath& path : group.paths)
+      if (!path.failed()) folders_.push_back(std::make_unique<ArrayFolder>(path.path));
   allow_open_files(geometry_.files() * kOpenObjects);
   for (u64 i = 0; i < geometry_.lanes.size(); i++) {
     const RaidGroup& group = descriptor.groups()[i];
@@ -65,24 +69,51 @@ RaidArray::~RaidArray() {
   descriptor_.release(statuses);
 }
 
-L0_RaidFile::L0_RaidFile(std::shared_ptr<RaidArray> array, u64 size_bytes, const char* name)
+L0_RaidFile::L0_RaidFile(std::shared_ptr<RaidArray> array, u64 size_bytes, const char* name, Opening opening)
     : PersistentMemory(size_bytes, size_bytes, name), array_(std::move(array)) {
   array_->usage().add(this->name(), size_bytes);
+  keep(opening == Opening::kept);
   try {
     for (u64 i = 0; i < array_->lanes(); i++)
-      objects_.push_back(
-          array_->lane(i).create(file_name(this->name()), array_->geometry().file_bytes_of(i, size_bytes)));
+      objects_.push_back(array_->lane(i).open(file_name(this->name()),
+                                              array_->geometry().file_bytes_of(i, size_bytes), opening));
   } catch (...) {
-    remove();
+    close();
     throw;
   }
 }
 
-L0_RaidFile::~L0_RaidFile() { remove(); }
+L0_RaidFile::~L0_RaidFile() {
+  if (kept()) {
+    try {
+      flush();
+    } catch (const Exception& e) {
+      notice_line("L0_RaidFile::~L0_RaidFile(): Unable to flush file.", 'R');
+      e.print();
+    }
+  }
+  close();
+}
 
-void L0_RaidFile::remove() {
-  for (u64 i = 0; i < objects_.size(); i++) array_->lane(i).remove(objects_[i]);
+void L0_RaidFile::close() {
+  for (u64 i = 0; i < objects_.size(); i++) {
+    if (kept())
+      array_->lane(i).close(objects_[i]);
+    else
+      array_->lane(i).remove(objects_[i]);
+  }
   array_->usage().remove(name());
+}
+
+void L0_RaidFile::flush() {
+  for (u64 i = 0; i < objects_.size(); i++) array_->lane(i).flush(objects_[i]);
+}
+
+void L0_RaidFile::rename(const std::string& new_name) {
+  if (new_name == name()) return;
+  array_->usage().rename(name(), new_name);
+  for (u64 i = 0; i < objects_.size(); i++) array_->lane(i).rename(objects_[i], file_name(new_name));
+  set_name(new_name);
 }
 
 FarTransfer L0_RaidFile::start(const StridedRange& range, u8* memory, Direction direction) {
@@ -155,7 +186,11 @@ double SwapDescriptor::busy_seconds() const {
 }
 
 std::unique_ptr<PersistentMemory> SwapDescriptor::allocate(u64 bytes, const char* name) {
-  return std::make_unique<R03::L0_RaidFile>(array_, bytes, name);
+  return std::make_unique<R03::L0_RaidFile>(array_, bytes, name, R03::Opening::fresh);
+}
+
+std::unique_ptr<PersistentMemory> SwapDescriptor::reopen(u64 bytes, const char* name) {
+  return std::make_unique<R03::L0_RaidFile>(array_, bytes, name, R03::Opening::kept);
 }
 
 }  // namespace orl

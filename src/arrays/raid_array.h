@@ -7,13 +7,16 @@
 // Threads   one for each lane and one for each path, from the first line to the end of the descriptor's scope. Any thread
 //           may allocate, and start transfers of any object.
 // Memory    the buffers of the files. Unless the user has chosen their size they take an eighth of `memory_bytes` at most.
-// Ends      an object's files go with it. Objects go before their descriptor, which says so where they have not.
+// Ends      an object's files go with it, unless keep() says that a later run needs them. Objects go before their
+//           descriptor, which says so where they have not.
+// Folders   belong to one array at a time, of all processes of the machine (array_folder.h).
 #pragma once
 
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "arrays/array_folder.h"
 #include "arrays/array_geometry.h"
 #include "arrays/far_memory.h"
 #include "arrays/raid_descriptor.h"
@@ -27,8 +30,8 @@ namespace R03 {
 /// The lanes, each with its drives.
 class RaidArray : Uncopied {
  public:
-  /// Claims the descriptor, which must have been prepared, and starts the threads. `memory_bytes` 0: the buffers are as
-  /// large as the descriptor says.
+  /// Claims the descriptor, which must have been prepared, and its folders, and starts the threads. `memory_bytes` 0: the
+  /// buffers are as large as the descriptor says.
   RaidArray(Raid03Descriptor& descriptor, u64 memory_bytes, u64 usage_limit_bytes);
   ~RaidArray();
 
@@ -43,6 +46,7 @@ class RaidArray : Uncopied {
  private:
   Raid03Descriptor& descriptor_;
   ArrayGeometry geometry_;
+  std::vector<std::unique_ptr<ArrayFolder>> folders_;  ///< of the drives that have not failed
   ArrayState state_;
   SwapUsage usage_;
   std::vector<std::unique_ptr<RaidLane>> lanes_;
@@ -52,9 +56,12 @@ class RaidArray : Uncopied {
 class L0_RaidFile final : public PersistentMemory {
  public:
   /// The faults of opening the files are asked about; Raid03Exception where the user quits.
-  L0_RaidFile(std::shared_ptr<RaidArray> array, u64 size_bytes, const char* name);
-  /// Removes the files.
+  L0_RaidFile(std::shared_ptr<RaidArray> array, u64 size_bytes, const char* name, Opening opening);
+  /// Removes the files. Those that are kept are flushed and closed; a failure is printed.
   ~L0_RaidFile() override;
+
+  void flush() override;
+  void rename(const std::string& new_name) override;
 
   void gather(void* buffer, u64 offset, u64 length, u64 stride, u64 count) override;
   void scatter(const void* buffer, u64 offset, u64 length, u64 stride, u64 count) override;
@@ -67,7 +74,7 @@ class L0_RaidFile final : public PersistentMemory {
 
  private:
   FarTransfer start(const StridedRange& range, u8* memory, Direction direction);
-  void remove();
+  void close();
 
   std::shared_ptr<RaidArray> array_;
   std::vector<LaneObject> objects_;  ///< one for each lane
@@ -89,6 +96,10 @@ class SwapDescriptor : Uncopied {
 
   /// A fresh object. A null name stands for one that nobody needs to know.
   std::unique_ptr<PersistentMemory> allocate(u64 bytes, const char* name = nullptr);
+  /// The object that an earlier run kept under this name, of the size and on the arrangement that it had: all of its rows
+  /// count as written. It is kept again unless keep(false) says otherwise. Files that are not there, or have another length,
+  /// are asked about as faults are.
+  std::unique_ptr<PersistentMemory> reopen(u64 bytes, const char* name);
 
   const R03::ArrayGeometry& geometry() const { return array_->geometry(); }
   const SwapUsage& usage() const { return array_->usage(); }

@@ -136,7 +136,7 @@ void Raid03Descriptor::set_group(RaidGroup group) {
 
 void Raid03Descriptor::set_lanes(std::vector<RaidGroup> groups) {
   check(!groups.empty(), "Groups cannot be empty.");
-  check(groups.size() <= kMaxGroups, "Cannot have more than 64 groups.");
+  check(groups.size() <= kMaxGroups, "Cannot have more than 64 groups");
   for (const RaidGroup& group : groups) check_group(group);
   check_distinct(groups);
   groups_ = std::move(groups);
@@ -168,14 +168,18 @@ void Raid03Descriptor::prepare() {
   ready_ = true;
 }
 
-void Raid03Descriptor::claim() {
-  constexpr const char* kFunction = "Raid03Descriptor::claim()";
+void Raid03Descriptor::check_usable() const {
+  constexpr const char* kFunction = "Raid03Descriptor::check_usable()";
   if (in_use_)
     throw InvalidParametersException(
         kFunction, "This raid file descriptor is already in use and has active allocations.");
   bool usable = ready_;
   for (const RaidGroup& group : groups_) usable = usable && group.tolerance() >= 0;
   if (!usable) throw InvalidParametersException(kFunction, "This raid file descriptor is not ready to use.");
+}
+
+void Raid03Descriptor::claim() {
+  check_usable();
   in_use_ = true;
 }
 

@@ -78,8 +78,10 @@ class Raid03Descriptor {
   /// Makes and removes a file in each folder. A folder that does not take it is told and its drive flagged as failed.
   /// Throws InvalidParametersException where two paths are one folder. The descriptor is ready afterwards.
   void prepare();
-  /// Takes the array for one user: throws InvalidParametersException where it has one, where it was not prepared, or where
-  /// a group has lost more drives than it can.
+  /// Throws InvalidParametersException where the array has a user, was not prepared, or has a group that lost more drives
+  /// than it can.
+  void check_usable() const;
+  /// Takes the array, which is usable, for one user.
   void claim();
   /// Ends what claim() began, and keeps what became of the drives: for each group the status of each path.
   void release(const std::vector<std::vector<s64>>& statuses);

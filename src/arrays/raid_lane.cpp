@@ -427,40 +427,88 @@ void RaidLane::quit(const Raid03Exception& failure) {
   throw failure;
 }
 
-LaneObject RaidLane::create(const std::string& name, u64 bytes) {
+LaneObject RaidLane::open(const std::string& name, u64 bytes, Opening opening) {
   LaneObject object;
   object.files.resize(drives_.size());
   if (bytes == 0) return object;
-  object.written.resize(bytes / place_.geometry.file_block_bytes);
+  object.written.resize(bytes / place_.geometry.file_block_bytes, opening == Opening::kept);
   try {
     for (u64 i = 0; i < drives_.size(); i++) {
       const std::string path = with_separator(drives_[i]->folder) + name;
-      while (!drives_[i]->failed() && !open_file(object.files[i], path, bytes, i)) {
+      while (!drives_[i]->failed() && !object.files[i].is_open()) {
+        const Failure fault = failure_of([&] { open_file(object.files[i], path, bytes, opening); });
+        if (fault) settle_file_fault(*fault, i, path);
       }
     }
   } catch (...) {
-    remove(object);
+    if (opening == Opening::fresh)
+      remove(object);
+    else
+      close(object);
     throw;
   }
   return object;
 }
 
-// False where another attempt is to be made, or the drive has been flagged.
-bool RaidLane::open_file(RawFile& file, const std::string& path, u64 bytes, u64 index) {
-  try {
-    // What an earlier run left there has rows that look as if this one had written them.
-    if (!remove_file(path))
-      FileIO::throw_file_error("RaidLane::create()", errno, "Unable to remove file.", path);
-    file = RawFile(bytes, path);
-    return true;
-  } catch (const Exception& e) {
-    remove_file(path);  // one without room is there all the same
-    state_.check();
-    const FaultChoice choice = ask_about_fault(e, path, tolerance());
-    if (choice == FaultChoice::quit) quit(e, path);
-    if (choice == FaultChoice::flag) flag(index, path);
-    return false;
+void RaidLane::open_file(RawFile& file, const std::string& path, u64 bytes, Opening opening) {
+  constexpr const char* kFunction = "RaidLane::open()";
+  if (opening == Opening::kept) {
+    RawFile found(path, RawFile::Mode::kReadWrite);
+    if (found.size() != bytes)
+      FileIO::throw_file_error(
+          kFunction, 0,
+          "The file has " + std::to_string(found.size()) + " bytes instead of " + std::to_string(bytes) + ".",
+          path);
+    file = std::move(found);
+    return;
   }
+  // What an earlier run left there has rows that look as if this one had written them.
+  if (!remove_file(path)) FileIO::throw_file_error(kFunction, errno, "Unable to remove file.", path);
+  try {
+    file = RawFile(bytes, path);
+  } catch (...) {
+    remove_file(path);  // one without room is there all the same
+    throw;
+  }
+}
+
+// Returns when another attempt is to be made, or the drive has been flagged.
+void RaidLane::settle_file_fault(const Exception& fault, u64 file, const std::string& path) {
+  state_.check();
+  const FaultChoice choice = ask_about_fault(fault, path, tolerance());
+  if (choice == FaultChoice::quit) quit(fault, path);
+  if (choice == FaultChoice::flag) flag(file, path);
+}
+
+void RaidLane::flush(LaneObject& object) {
+  std::vector<Failure> faults(object.files.size());
+  const auto flush_file = [&](u64 i) { return failure_of([&] { object.files[i].flush(); }); };
+  TransferState flushed(object.files.size());
+  for (u64 i = 0; i < object.files.size(); i++)
+    drives_[i]->thread.post([&, i] {
+      if (!drives_[i]->failed() && object.files[i].is_open()) faults[i] = flush_file(i);
+      flushed.finish(nullptr);
+    });
+  flushed.wait();
+  for (u64 i = 0; i < object.files.size(); i++)
+    while (faults[i] && !drives_[i]->failed()) {
+      settle_file_fault(*faults[i], i, object.files[i].path());
+      if (!drives_[i]->failed()) faults[i] = flush_file(i);
+    }
+}
+
+void RaidLane::rename(LaneObject& object, const std::string& new_name) {
+  for (u64 i = 0; i < object.files.size(); i++) {
+    if (drives_[i]->failed() || !object.files[i].is_open()) continue;
+    const std::string path = with_separator(drives_[i]->folder) + new_name;
+    object.files[i].rename(path);
+    sync_folder_of(path);
+  }
+}
+
+void RaidLane::close(LaneObject& object) {
+  for (RawFile& file : object.files) file.abandon();
+  object.files.clear();
 }
 
 void RaidLane::remove(LaneObject& object) {

@@ -45,6 +45,9 @@ class ArrayState : Uncopied {
   Failure failure_;
 };
 
+/// Whether an object is new, or one that an earlier run kept.
+enum class Opening { fresh, kept };
+
 /// The files of one object in one lane. Only the lane's threads use it while transfers run.
 struct LaneObject {
   std::vector<RawFile> files;  ///< one for each path; not open where the drive has failed
@@ -79,11 +82,17 @@ class RaidLane : Uncopied {
   /// Adds a transfer; it ends in request.state.
   void post(LaneRequest request);
 
-  /// Opens a file of `bytes` bytes on each drive. The faults that it meets are asked about; where the user quits, no file
-  /// is left and Raid03Exception thrown.
-  LaneObject create(const std::string& name, u64 bytes);
+  /// Opens a file of `bytes` bytes on each drive. The faults that it meets are asked about; where the user quits,
+  /// Raid03Exception is thrown, and no fresh file is left.
+  LaneObject open(const std::string& name, u64 bytes, Opening opening);
   /// Closes and removes the files of an object; those on failed drives stay.
   void remove(LaneObject& object);
+  /// Puts what was written to the files on the disks, all drives at a time; faults are asked about as in open().
+  void flush(LaneObject& object);
+  /// Flushes the files, gives them another name, and puts that on the disks too. Ends the program after a failure.
+  void rename(LaneObject& object, const std::string& new_name);
+  /// Closes the files and leaves them where they are.
+  void close(LaneObject& object);
 
   /// What became of each drive, as RaidPath::status.
   std::vector<s64> statuses() const;
@@ -111,7 +120,8 @@ class RaidLane : Uncopied {
   bool parity_matches(const Pass& pass);
   void rebuild(const Pass& pass, u64 file);
   void add_parity(const Pass& pass);
-  bool open_file(RawFile& file, const std::string& path, u64 bytes, u64 index);
+  void open_file(RawFile& file, const std::string& path, u64 bytes, Opening opening);
+  void settle_file_fault(const Exception& fault, u64 file, const std::string& path);
   u8* at(const Pass& pass, const Slot& slot, u64 file) const;
   s64 failed_file() const;
   s64 tolerance() const;

@@ -23,16 +23,27 @@ void tell_limit(u64 current, u64 limit) {
 
 }  // namespace
 
-void SwapUsage::add(const std::string& name, u64 bytes) {
-  const std::lock_guard guard(mutex_);
+void SwapUsage::check_free(const std::string& name) const {
   for (const Allocation& one : allocations_)
     if (one.name == name)
       throw InvalidParametersException("SwapUsage::add()",
                                        "Two swap objects have the name \"" + name + "\".");
+}
+
+void SwapUsage::add(const std::string& name, u64 bytes) {
+  const std::lock_guard guard(mutex_);
+  check_free(name);
   allocations_.push_back({name, bytes});
   current_ += bytes;
   peak_ = std::max(peak_, current_);
   if (limit_ != 0 && current_ > limit_) tell_limit(current_, limit_);
+}
+
+void SwapUsage::rename(const std::string& name, const std::string& new_name) {
+  const std::lock_guard guard(mutex_);
+  check_free(new_name);
+  for (Allocation& one : allocations_)
+    if (one.name == name) one.name = new_name;
 }
 
 void SwapUsage::remove(const std::string& name) {

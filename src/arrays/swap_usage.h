@@ -19,6 +19,8 @@ class SwapUsage : Uncopied {
   /// Counts an object. The first time in the process that a limit is passed is told; nothing is refused for that. Throws
   /// InvalidParametersException where a living object has the name.
   void add(const std::string& name, u64 bytes);
+  /// The object has another name from now on. Throws as add() does.
+  void rename(const std::string& name, const std::string& new_name);
   /// Ends what add() began.
   void remove(const std::string& name);
 
@@ -33,6 +35,8 @@ class SwapUsage : Uncopied {
     std::string name;
     u64 bytes;
   };
+
+  void check_free(const std::string& name) const;
 
   mutable std::mutex mutex_;
   std::vector<Allocation> allocations_;

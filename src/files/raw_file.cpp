@@ -192,6 +192,11 @@ void RawFile::set_size(u64 length) {
     fail("RawFile::set_size()", "ftruncate() failed.");
 }
 
+void RawFile::flush() {
+  if (fd_ < 0) throw FileIO::FileException("RawFile::flush()", "File isn't open.", path_, 0);
+  if (file_calls().fsync(fd_) != 0) fail("RawFile::flush()", "Unable to flush file.");
+}
+
 void RawFile::close() {
   if (fd_ < 0) return;
   const int fd = std::exchange(fd_, -1);

@@ -48,6 +48,8 @@ class RawFile {
 
   /// Cuts or extends the file. Throws FileException.
   void set_size(u64 length);
+  /// Returns when what was written is on the disk. Throws "Unable to flush file.".
+  void flush();
   /// Flushes and closes. Throws "Unable to flush file." or "Unable to close file.".
   void close();
   /// Closes without a flush and without a word: for a file that is about to be removed.

@@ -1,10 +1,12 @@
 #include "menus/raid_menu.h"
 
+#include <string>
 #include <utility>
+#include <vector>
 
+#include "arrays/raid_report.h"
 #include "console/console.h"
 #include "console/menu_input.h"
-#include "core/format.h"
 
 namespace orl::R03 {
 
@@ -27,10 +29,16 @@ RaidGroup ask_group(RaidType type) {
   return group;
 }
 
+// By its number, or by its name in configuration files; anything else is told and asked for again.
 RaidType ask_type() {
   console::println("  0     RAID 0", 'T');
   console::println("  1     RAID 3", 'T');
-  return console::read_bounded("option: ", 0, 1, 'G') == 0 ? RaidType::raid0 : RaidType::raid3;
+  for (;;) {
+    const std::string word = console::read_line("option: ");
+    if (word == "0" || word == raid_type_key(RaidType::raid0)) return RaidType::raid0;
+    if (word == "1" || word == raid_type_key(RaidType::raid3)) return RaidType::raid3;
+    console::println("Invalid Raid Type: " + word, 'R');
+  }
 }
 
 std::vector<RaidGroup> ask_lanes() {
@@ -44,22 +52,10 @@ std::vector<RaidGroup> ask_lanes() {
   return groups;
 }
 
-void print(const Raid03Descriptor& raid) {
-  const std::vector<RaidGroup>& groups = raid.groups();
-  console::println("\nCurrent Raid-File Settings\n", 'Y');
-  for (u64 i = 0; i < groups.size(); i++) {
-    console::print("Lane " + std::to_string(i) + ":  ", 'w');
-    console::println(raid_type_text(groups[i].type), 'G');
-    for (const RaidPath& path : groups[i].paths) console::println("    " + shown_path(path.path), 'G');
-  }
-  console::label_value("Buffer Size:  ", format_bytes(raid.buffer_per_file()), 'G');
-  console::println("  / drive", 'w');
-}
-
 }  // namespace
 
-void run_raid_menu(Raid03Descriptor& raid) {
-  print(raid);
+void run_raid_menu(Raid03Descriptor& raid, u64 memory_bytes) {
+  print_raid_report(raid, memory_bytes, 0);
   console::newline();
   console::println("  0     Return", 'T');
   console::println("  1     RAID 0    ( Multiple Drives - No Redundancy. )", 'T');

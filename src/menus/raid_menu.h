@@ -5,8 +5,8 @@
 
 namespace orl::R03 {
 
-/// Shows every path with its group, then asks once for a new arrangement or buffer. Throws
+/// Shows the settings, with the buffers that `memory_bytes` allow, then asks once for a new arrangement or buffer. Throws
 /// InvalidParametersException for an arrangement that cannot be; nothing has changed then.
-void run_raid_menu(Raid03Descriptor& raid);
+void run_raid_menu(Raid03Descriptor& raid, u64 memory_bytes);
 
 }  // namespace orl::R03

@@ -7,6 +7,7 @@
 #include "arrays/array_fixture.h"
 #include "arrays/bytes_per_seek.h"
 #include "core/exceptions.h"
+#include "support/thrown.h"
 
 namespace orl::R03 {
 namespace {
@@ -182,6 +183,67 @@ TEST(RaidArray, LeavesNoFileBehindAndTakesNothingTwice) {
             1u);
   object.reset();
   EXPECT_EQ(folders.files_left(), 0u);
+}
+
+// A folder belongs to one array, whoever has the other; what a dead run left goes, but for checkpoints and what is not ours.
+TEST(RaidArray, HasItsFoldersForItself) {
+  Folders folders({"1+1"});
+  for (const char* name :
+       {"orv_R.sf", "orv_0123456789abcdef.sf", "orv_checkpoint3_1_R.sf", "R.sf", "orv_R.txt"})
+    test::write_file(folders.names[1] + "/" + name, std::string(1000, 'x'));
+  Recorder recorder;
+  {
+    SwapDescriptor disk(folders.descriptor);
+    EXPECT_EQ(recorder.text(),
+              "Removed 2 files of an earlier run, 2,000 (1.95 KiB), from: " + folders.names[1] + "\n");
+    EXPECT_EQ(folders.files_left(), 3u);
+    Raid03Descriptor other;
+    other.set_group({RaidType::raid0, {folders.names[1]}});
+    other.prepare();
+    EXPECT_EQ(test::message_of([&] { SwapDescriptor second(other); }),
+              "Another run has a disk array in this folder.\nPath: " + folders.names[1] +
+                  "\nWait for its end, or choose another folder.");
+  }
+  EXPECT_NO_THROW(SwapDescriptor{folders.descriptor}) << "the lock has gone with the array";
+}
+
+// What a run keeps, the next one finds, under the name that it had last.
+TEST(RaidArray, KeepsObjectsForALaterRun) {
+  std::mt19937_64 random(8);
+  Folders folders({"2+1", "1"});
+  const std::vector<u8> bytes = random_bytes(random, 5 * kMega + 77);
+  std::vector<u8> back(bytes.size());
+  {
+    SwapDescriptor disk(folders.descriptor);
+    const auto object = disk.allocate(bytes.size(), "orv_R.sf"), other = disk.allocate(kMega, "orv_T.sf");
+    object->store(bytes.data(), 0, bytes.size());
+    object->flush();
+    EXPECT_THROW(object->rename("orv_T.sf"), InvalidParametersException);
+    object->rename("orv_checkpoint1_0_R.sf");
+    EXPECT_EQ(object->name(), "orv_checkpoint1_0_R.sf");
+    object->load(back.data(), 0, back.size());
+    EXPECT_EQ(back, bytes);
+    object->keep();
+  }
+  EXPECT_EQ(folders.files_left(), 4u);
+  SwapDescriptor disk(folders.descriptor);
+  {
+    std::fill(back.begin(), back.end(), u8{0});
+    const auto object = disk.reopen(bytes.size(), "orv_checkpoint1_0_R.sf");
+    object->load(back.data(), 0, back.size());
+    EXPECT_EQ(back, bytes);
+    std::memset(back.data(), 7, 100);
+    object->store(back.data(), 0, 100);  // the rest of the row is still there
+    object->load(back.data(), 0, 200);
+    EXPECT_EQ(std::memcmp(back.data() + 100, bytes.data() + 100, 100), 0);
+    EXPECT_EQ(disk.counters().modified_rows, 1u);
+    EXPECT_TRUE(object->kept());
+  }
+  Recorder recorder;
+  EXPECT_THROW(disk.reopen(2 * bytes.size(), "orv_checkpoint1_0_R.sf"), Raid03Exception);
+  EXPECT_EQ(recorder.count("bytes instead of"), 1u) << recorder.text();
+  EXPECT_EQ(folders.files_left(), 4u) << "nothing is removed that does not fit";
+  EXPECT_THROW(disk.reopen(kMega, "orv_S.sf"), Raid03Exception);
 }
 
 // Bytes that the system has moved between this process and disks, "read_bytes" or "write_bytes".
