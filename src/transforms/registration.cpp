@@ -5,6 +5,7 @@
 #include "multiply/algorithm_table.h"
 #include "multiply/basecase_algorithm.h"
 #include "transforms/c17/residue.h"
+#include "transforms/c17/residue_far.h"
 #include "transforms/fft/fft.h"
 #include "transforms/hnt/hnt.h"
 #include "transforms/ntt/ntt.h"
@@ -25,6 +26,12 @@ std::vector<std::string> register_multiplication() {
   add(vst_algorithm());
   add(c17_algorithm());
   return initialize_multiplication(std::move(registry));
+}
+
+const FarFamily* find_far_family(std::string_view id) {
+  for (const FarFamily* family : {&c17_far_family()})
+    if (id == family->id()) return family;
+  return nullptr;
 }
 
 }  // namespace orl

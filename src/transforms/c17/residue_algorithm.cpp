@@ -29,7 +29,7 @@ class ResidueRun {
            tasks_ * LinearHeapBuffer::cut_bytes<u8>(task_bytes());
   }
 
-  ResiduePlan plan(ProductRing ring) const;
+  ResiduePlan plan(ProductRing ring) const { return residue_plan(row_, ring, tables_); }
   void start(const ResiduePlan& plan, double* F, OperandBytes a, TransformWork work) const {
     for_columns(plan, work, [&](u64, u64, u64 begin, u64 end, double* tile) {
       kernels_.first_stage(plan, F, a, begin, end, tile);
@@ -56,15 +56,13 @@ class ResidueRun {
       }
       kernels_.last_stage(plan, F, begin, end, tile, runs + task, tasks);
     });
-    check_residue_runs(plan, runs, count);
+    check_residue_runs("C17", row_, plan.ring, runs, count);
     u64 wanted = 0;
     for (u64 r = 0; r < count; ++r) wanted += 2 * runs[r].begin < window.end;
     return resolve_residue_runs(row_, plan.ring, runs, wanted);
   }
 
  private:
-  void check_residue_runs(const ResiduePlan& plan, const ResidueJoinRun* runs, u64 count) const;
-
   /// Runs of the join when `tasks` tasks share each row of columns.
   u64 runs_of(u64 tasks) const { return tasks * row_.k << residue_stage_levels(row_.n); }
   /// What a task has of its own: a tile of columns or the roots of a subtree.
@@ -142,32 +140,33 @@ ResidueRun::ResidueRun(const ResidueRow& row, const ResidueTables* tables, u64 t
   check_residue_bounds(row);
 }
 
-ResiduePlan ResidueRun::plan(ProductRing ring) const {
-  ResiduePlan plan{row_, ring, &residue_set(row_), {}};
-  for (u32 i = 0; i < row_.P; ++i) {
+}  // namespace
+
+void check_residue_runs(const char* id, const ResidueRow& row, ProductRing ring, const ResidueJoinRun* runs,
+                        u64 count) {
+  u32 excess = 0;
+  for (u64 r = 0; r < count; ++r) excess = std::max(excess, runs[r].excess_bits());
+  if (excess == 0) return;
+  const u32 limit = residue_coefficient_bits(row, ring);
+  coefficient_failed(id, limit, limit + excess);
+}
+
+ResiduePlan residue_plan(const ResidueRow& row, ProductRing ring, const ResidueTables* tables) {
+  ResiduePlan plan{row, ring, &residue_set(row), {}};
+  for (u32 i = 0; i < row.P; ++i) {
     const ResiduePrime& prime = residue_primes()[plan.set->prime[i]];
     ResidueModulus& m = plan.modulus[i];
     m.p = static_cast<double>(prime.p);
     m.inverse = 1 / m.p;
-    if (tables_) m.roots = tables_->roots(plan.set->prime[i]);
-    if (m.roots.count < ResidueTables::count_of(row_.n))
+    if (tables) m.roots = tables->roots(plan.set->prime[i]);
+    if (m.roots.count < ResidueTables::count_of(row.n))
       throw InvalidParametersException(C17::kId, "Invalid Function Parameters:   ");
     // The last three levels are not split, so an inverse multiplies by M / 8.
-    m.scale = prime.factor(prime.multiply(prime.half[row_.n - 3], plan.set->scale[i]));
+    m.scale = prime.factor(prime.multiply(prime.half[row.n - 3], plan.set->scale[i]));
     m.odd = plan.set->odd[i];
   }
   return plan;
 }
-
-void ResidueRun::check_residue_runs(const ResiduePlan& plan, const ResidueJoinRun* runs, u64 count) const {
-  u32 excess = 0;
-  for (u64 r = 0; r < count; ++r) excess = std::max(excess, runs[r].excess_bits());
-  if (excess == 0) return;
-  const u32 limit = residue_coefficient_bits(row_, plan.ring);
-  coefficient_failed(C17::kId, limit, limit + excess);
-}
-
-}  // namespace
 
 const Parameters& residue_parameters(ParametersBox& out, const TransformTables* tables, const ResidueRow& row,
                                      u64 tds) {

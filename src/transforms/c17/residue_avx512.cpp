@@ -1,3 +1,4 @@
+#include "transforms/c17/residue_far_kernels.h"
 #include "transforms/c17/residue_kernels.h"
 
 #include <type_traits>
@@ -14,5 +15,7 @@
 #include "transforms/c17/residue_join.kernel.h"
 #include "transforms/c17/residue_odd.kernel.h"
 #include "transforms/c17/residue_pass.kernel.h"
+// Over all of them.
+#include "transforms/c17/residue_far.kernel.h"
 
 #include "simd/end.h"

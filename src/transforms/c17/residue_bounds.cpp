@@ -133,23 +133,46 @@ double residue_inverse_bound(u32 n, u32 k) {
   return bounds.at(k / 2).at(n);
 }
 
+double residue_stripe_bound(u32 k) {
+  double largest = 0;
+  for (u32 levels = 1; levels <= kResidueColumnLevels; ++levels)
+    for (const bool at_root : {false, true}) {
+      const u32 upper = residue_upper_levels(levels), lower = levels - upper;
+      const double down =
+          at_root ? forward_root_pass(kReduced, upper, largest) : forward_levels(kReduced, upper);
+      const double up = lower ? inverse_pass(kReduced, lower, false, largest) : kReduced;
+      const double bound = inverse_pass(up, upper, at_root, largest);
+      largest =
+          std::max({largest, forward_levels(std::max(down, forward_levels(kReduced, upper)), lower), bound});
+    }
+  // The odd factor's inverse takes what is reduced.
+  return std::max({largest, residue_odd_operand(kReduced, k),
+                   kReduced + (k - 1) * residue_product_bound(residue_odd_operand(kReduced, k)),
+                   k * kReduced});
+}
+
 u32 residue_coefficient_bits(const ResidueRow& row, ProductRing ring) {
   const u64 terms = ring == ProductRing::kPlain ? row.points() / 2 : row.points();
   return static_cast<u32>(2 * row.point_bits() + static_cast<u64>(std::bit_width(terms - 1)));
 }
 
-void check_residue_bounds(const ResidueRow& row) {
+bool residue_row_holds(const ResidueRow& row) {
   const ResidueSet& set = residue_set(row);
   const u32 modulus_bits = 64 * set.words - static_cast<u32>(std::countl_zero(set.modulus[set.words - 1]));
   // All forms: N terms of either sign, within the modulus by the 2^-12 of it that the join's estimate asks
   // for.
   const double coefficient =
       2.0 * static_cast<double>(row.point_bits()) + std::log2(static_cast<double>(row.points()));
-  if (row.n < kMinLevels || row.n > set.e || modulus_bits > 512 ||
-      coefficient + 1 + kEstimateMargin > set.modulus_log2 || residue_forward_bound(row.n) > kLargest ||
-      residue_inverse_bound(row.n, row.k) > kLargest || residue_split_bound(row.P, row.k) > kLargestSum ||
-      residue_odd_operand(residue_limbs_bound(row.P), row.k) > kLargest)
-    throw InvalidParametersException("C17", "Invalid Function Parameters:   ");
+  return row.n >= kMinLevels && row.n <= set.e && modulus_bits <= 512 &&
+         coefficient + 1 + kEstimateMargin <= set.modulus_log2 && residue_forward_bound(row.n) <= kLargest &&
+         residue_inverse_bound(row.n, row.k) <= kLargest &&
+         residue_split_bound(row.P, row.k) <= kLargestSum &&
+         residue_odd_operand(residue_limbs_bound(row.P), row.k) <= kLargest &&
+         residue_stripe_bound(row.k) <= kLargest;
+}
+
+void check_residue_bounds(const ResidueRow& row) {
+  if (!residue_row_holds(row)) throw InvalidParametersException("C17", "Invalid Function Parameters:   ");
 }
 
 }  // namespace orl

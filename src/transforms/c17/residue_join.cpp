@@ -10,50 +10,6 @@ namespace {
 
 constexpr u32 kHead = ResidueJoinRun::kHead;
 
-/// What a run leaves to the words after it: a signed number.
-struct Overflow {
-  u64 word[kHead] = {};
-
-  void add(s64 value, u32 shift) {
-    const u32 at = shift / 64, bits = shift % 64;
-    const u64 low = static_cast<u64>(value) << bits;
-    const u64 high = static_cast<u64>(bits ? value >> (64 - bits) : value >> 63);
-    const u64 sign = static_cast<u64>(value >> 63);
-    u64 carry = 0;
-    for (u32 j = at; j < kHead; ++j) {
-      const u128 sum = static_cast<u128>(word[j]) + (j == at ? low : j == at + 1 ? high : sign) + carry;
-      word[j] = static_cast<u64>(sum);
-      carry = static_cast<u64>(sum >> 64);
-    }
-  }
-  void negate() {
-    for (u64& w : word) w = ~w;
-    add(1, 0);
-  }
-  bool negative() const { return word[kHead - 1] >> 63; }
-  bool zero() const {
-    return std::all_of(word, word + kHead, [](u64 w) { return w == 0; });
-  }
-  /// Adds this to the words at x; returns the carry, -1 to 1.
-  s64 add_to(u64 (&x)[kHead]) const {
-    u64 carry = 0;
-    for (u32 j = 0; j < kHead; ++j) {
-      const u128 sum = static_cast<u128>(x[j]) + word[j] + carry;
-      x[j] = static_cast<u64>(sum);
-      carry = static_cast<u64>(sum >> 64);
-    }
-    return static_cast<s64>(carry) - negative();
-  }
-};
-
-Overflow overflow_of(const ResidueJoinRun& run, u32 P) {
-  const u32 K = join_limbs(P), w = join_limb_bits(P);
-  Overflow overflow;
-  for (u32 k = 0; k <= K; ++k) overflow.add(static_cast<s64>(run.pending[7 + k]), w * k);
-  overflow.add(static_cast<s64>(run.pending[8 + K]), 0);
-  return overflow;
-}
-
 /// Adds -1, 0 or 1 to words (32-bit) [at, end) of the window; returns the carry.
 s64 ripple(WordWindow window, u64 at, u64 end, s64 carry) {
   for (; carry && at < end; ++at) {
@@ -65,7 +21,7 @@ s64 ripple(WordWindow window, u64 at, u64 end, s64 carry) {
 }
 
 /// Adds an overflow to a run. Returns what leaves its end, where that is still in the window.
-s64 add_to_run(ResidueJoinRun& run, const Overflow& overflow) {
+s64 add_to_run(ResidueJoinRun& run, const ResidueOverflow& overflow) {
   s64 carry = overflow.add_to(run.head);
   for (u32 j = 0; j < kHead; ++j) run.window.put_u64(run.begin + j, run.head[j]);
   u64 at = 2 * (run.begin + kHead);
@@ -78,7 +34,7 @@ s64 add_to_run(ResidueJoinRun& run, const Overflow& overflow) {
 }
 
 /// Adds to all words of a wrapped product, at their begin; returns the carry.
-s64 add_to_begin(const ResidueJoinRun& first, u64 words, const Overflow& overflow) {
+s64 add_to_begin(const ResidueJoinRun& first, u64 words, const ResidueOverflow& overflow) {
   u64 head[kHead];
   std::memcpy(head, first.window.target, sizeof(head));
   const s64 carry = overflow.add_to(head);
@@ -87,6 +43,42 @@ s64 add_to_begin(const ResidueJoinRun& first, u64 words, const Overflow& overflo
 }
 
 }  // namespace
+
+void ResidueOverflow::add(s64 value, u32 shift) {
+  const u32 at = shift / 64, bits = shift % 64;
+  const u64 low = static_cast<u64>(value) << bits;
+  const u64 high = static_cast<u64>(bits ? value >> (64 - bits) : value >> 63);
+  const u64 sign = static_cast<u64>(value >> 63);
+  u64 carry = 0;
+  for (u32 j = at; j < kHead; ++j) {
+    const u128 sum = static_cast<u128>(word[j]) + (j == at ? low : j == at + 1 ? high : sign) + carry;
+    word[j] = static_cast<u64>(sum);
+    carry = static_cast<u64>(sum >> 64);
+  }
+}
+
+void ResidueOverflow::negate() {
+  for (u64& w : word) w = ~w;
+  add(1, 0);
+}
+
+s64 ResidueOverflow::add_to(u64 (&x)[kHead]) const {
+  u64 carry = 0;
+  for (u32 j = 0; j < kHead; ++j) {
+    const u128 sum = static_cast<u128>(x[j]) + word[j] + carry;
+    x[j] = static_cast<u64>(sum);
+    carry = static_cast<u64>(sum >> 64);
+  }
+  return static_cast<s64>(carry) - negative();
+}
+
+ResidueOverflow residue_overflow(const ResidueJoinRun& run, u32 P) {
+  const u32 K = join_limbs(P), w = join_limb_bits(P);
+  ResidueOverflow overflow;
+  for (u32 k = 0; k <= K; ++k) overflow.add(static_cast<s64>(run.pending[7 + k]), w * k);
+  overflow.add(static_cast<s64>(run.pending[8 + K]), 0);
+  return overflow;
+}
 
 u32 ResidueJoinRun::excess_bits() const {
   u64 all = 0;
@@ -126,18 +118,23 @@ void place_residue_words(ResidueJoinRun& run, const u64* words, u64 count) {
   }
 }
 
-bool resolve_residue_runs(const ResidueRow& row, ProductRing ring, ResidueJoinRun* runs, u64 count) {
-  Overflow overflow = overflow_of(runs[0], row.P);
+ResidueOverflow chain_residue_runs(const ResidueRow& row, ResidueJoinRun* runs, u64 count) {
+  ResidueOverflow overflow = residue_overflow(runs[0], row.P);
   for (u64 b = 1; b < count; ++b) {
     const s64 carry = add_to_run(runs[b], overflow);
-    overflow = overflow_of(runs[b], row.P);
+    overflow = residue_overflow(runs[b], row.P);
     overflow.add(carry, 0);
   }
+  return overflow;
+}
+
+bool resolve_residue_runs(const ResidueRow& row, ProductRing ring, ResidueJoinRun* runs, u64 count) {
+  ResidueOverflow overflow = chain_residue_runs(row, runs, count);
   if (ring == ProductRing::kPlain) return false;
 
   const u64 words = row.bits() / 32;
-  const Overflow one{{1}};
-  Overflow minus_one = one;
+  const ResidueOverflow one{{1}};
+  ResidueOverflow minus_one = one;
   minus_one.negate();
   if (ring == ProductRing::kCyclic) {
     if (add_to_begin(runs[0], words, overflow)) add_to_begin(runs[0], words, one);

@@ -39,6 +39,22 @@ ResidueJoinRun start_residue_run(const ResidueRow& row, ProductRing ring, u64 be
 /// Takes the run's next words when some of them are its first or stand outside the window.
 void place_residue_words(ResidueJoinRun& run, const u64* words, u64 count);
 
+/// What a run leaves to the words after it: a signed number, two's complement.
+struct ResidueOverflow {
+  u64 word[ResidueJoinRun::kHead] = {};
+
+  /// Adds value 2^shift.
+  void add(s64 value, u32 shift);
+  void negate();
+  bool negative() const { return word[ResidueJoinRun::kHead - 1] >> 63; }
+  /// Adds this to the words at x; returns the carry, -1 to 1.
+  s64 add_to(u64 (&x)[ResidueJoinRun::kHead]) const;
+};
+/// That of a finished run of points modulo P primes.
+ResidueOverflow residue_overflow(const ResidueJoinRun& run, u32 P);
+
+/// Adds the overflows of finished runs, which follow each other, to the words of the next; returns what leaves the last.
+ResidueOverflow chain_residue_runs(const ResidueRow& row, ResidueJoinRun* runs, u64 count);
 /// Adds the overflows of finished runs, which follow each other, to the words after them. Those of a cyclic
 /// or negacyclic product are whole, with all words in the window, and its end wraps to its begin. True for a
 /// negacyclic product that is W^n, whose words are then zero.

@@ -46,6 +46,12 @@ struct ResiduePlan {
   u64 tile_columns() const { return residue_tile_columns(row); }
 };
 
+/// What kernels read for a shape and ring. Throws InvalidParametersException when `tables` do not serve the row.
+ResiduePlan residue_plan(const ResidueRow& row, ProductRing ring, const ResidueTables* tables);
+/// Throws ConvolutionFailedException under `id` when a coefficient of one of these runs of a product is out of range.
+void check_residue_runs(const char* id, const ResidueRow& row, ProductRing ring, const ResidueJoinRun* runs,
+                        u64 count);
+
 /// One subtree in each of several sequences of a prime, `apart` doubles from one to the next.
 struct ResidueSubtrees {
   u64 points, node;

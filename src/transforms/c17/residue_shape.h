@@ -77,6 +77,9 @@ constexpr u64 residue_tile_bytes(const ResidueRow& row) {
   return levels ? (sizeof(double) * row.P * row.k * residue_tile_columns(row)) << levels : 0;
 }
 
+/// Levels that a tile of rows goes down at once, at most.
+inline constexpr u32 kResidueColumnLevels = 8;
+
 /// Levels of the first of the passes over a tile: at most four, in registers.
 constexpr u32 residue_upper_levels(u32 levels) { return levels <= 4 ? levels : (levels + 1) / 2; }
 

@@ -78,10 +78,10 @@ struct FarCarry {
   static constexpr u32 kWords = 10;
   u64 word[kWords] = {};
 
-  bool zero() const;
-  void negate();
-  void add(const FarCarry& other);
-  void add(s64 value);
+  bool zero() const;                ///< whether it is 0
+  void negate();                    ///< becomes its negative
+  void add(const FarCarry& other);  ///< becomes the sum
+  void add(s64 value);              ///< becomes the sum
   /// Adds this to words[0, count); this becomes what leaves their end, which belongs to words[count].
   void add_to(u64* words, u64 count);
 };
@@ -97,8 +97,8 @@ class FarTransform : Uncopied {
  public:
   virtual ~FarTransform() = default;
 
-  const FarShape& shape() const { return shape_; }
-  ProductRing ring() const { return ring_; }
+  const FarShape& shape() const { return shape_; }  ///< what it was made for
+  ProductRing ring() const { return ring_; }        ///< of its products
 
   // Words and residues -------------------------------------------------------------------------------------------------
 
@@ -160,15 +160,15 @@ class FarTransform : Uncopied {
 /// What the shapes of a family take: functions of their arguments only, and the way to a FarTransform.
 class FarFamily {
  public:
-  virtual const char* id() const = 0;
-  virtual u64 max_bits() const = 0;
-  virtual u32 least_primes() const = 0;
-  virtual u32 most_primes() const = 0;
+  virtual const char* id() const = 0;    ///< of the algorithm
+  virtual u64 max_bits() const = 0;      ///< largest product of the algorithm
+  virtual u32 least_primes() const = 0;  ///< least P of a shape
+  virtual u32 most_primes() const = 0;   ///< largest P of a shape
   /// Whether there is such a shape: k is 1, 3, 5 or 7. It then serves all three rings.
   virtual bool holds(const FarShape& shape) const = 0;
 
-  virtual u64 point_bytes(const FarShape& shape) const = 0;  ///< of an operand and of the product
-  virtual u32 channels(const FarShape& shape) const = 0;
+  virtual u64 point_bytes(const FarShape& shape) const = 0;   ///< of an operand and of the product
+  virtual u32 channels(const FarShape& shape) const = 0;      ///< of a point
   virtual u64 packed_bytes(const FarShape& shape) const = 0;  ///< of a point of a channel
   /// Bytes of the product that the shape holds: every operand and product of fewer or as many.
   u64 product_bytes(const FarShape& shape) const { return shape.points() * point_bytes(shape); }

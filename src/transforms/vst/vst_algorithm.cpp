@@ -1,8 +1,6 @@
 #include <algorithm>
 
 #include "core/exceptions.h"
-#include "transforms/c17/residue_bounds.h"
-#include "transforms/common/coefficient_check.h"
 #include "transforms/common/transform_driver.h"
 #include "transforms/vst/vst.h"
 #include "transforms/vst/vst_kernels.h"
@@ -78,10 +76,7 @@ class VstRun {
     for_parts(work.parallel, wanted, [&](u64 begin, u64 end) {
       for (u64 b = begin; b < end; ++b) join_run(plan, F, b * size, window, run[b]);
     });
-    u32 excess = 0;
-    for (u64 b = 0; b < wanted; ++b) excess = std::max(excess, run[b].excess_bits());
-    const u32 limit = residue_coefficient_bits(shape_.row, plan.primes.ring);
-    if (excess) coefficient_failed(kId, limit, limit + excess);
+    check_residue_runs(kId, shape_.row, plan.primes.ring, run, wanted);
     return resolve_residue_runs(shape_.row, plan.primes.ring, run, wanted);
   }
 

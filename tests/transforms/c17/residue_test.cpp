@@ -5,11 +5,13 @@
 #include <gtest/gtest.h>
 
 #include "core/exceptions.h"
+#include "support/sanitized.h"
 #include "transforms/c17/residue_bounds.h"
+#include "transforms/c17/residue_far.h"
 #include "transforms/c17/residue_kernels.h"
 #include "transforms/c17/residue_primes.h"
 #include "transforms/c17/residue_tables.h"
-#include "transforms/common/product_test_support.h"
+#include "transforms/common/far_test_support.h"
 
 namespace orl::test {
 namespace {
@@ -61,6 +63,27 @@ TEST_P(ResidueTest, EverySetOfPrimesKeepsTransformsAndWraps) {
     for (const u8 k : {1, 3, 5, 7})
       check_shape({P, k, static_cast<u8>(random.between(8, 11))}, random, random.between(1, 5));
   check_shape({4, 3, 13}, random, 3);
+}
+
+TEST_P(ResidueTest, NumbersOnDisksMultiplyByGroupsOfPrimesAndByRows) {
+  Random random;
+  const FarFamily& family = c17_far_family();
+  for (u32 P = 4; P <= 9; ++P)
+    for (const u32 k : {1u, 3u, 5u, 7u}) {
+      if ((P + k / 2) % 2 && (kSanitized || GetParam() == simd::Target::kAvx2)) continue;
+      check_far(family, {P, k, static_cast<u32>(random.between(9, 10))}, {}, random);
+    }
+  check_far(family, {5, 3, 13}, {}, random);
+  if (GetParam() == simd::Target::kScalar) return;
+  for (u32 levels = 1; levels <= 4; ++levels)
+    check_far(family, {4 + levels, 2 * (levels % 4) + 1, 9 + levels}, {levels}, random);
+  check_far(family, {4, 1, 14}, {2, 3}, random);
+}
+
+TEST(ResidueNesting, StripesOfMoreLevelsThanATileTakes) {
+  Random random;
+  if (!kSanitized) check_far(c17_far_family(), {4, 1, 18}, {9}, random);
+  check_far(c17_far_family(), {4, 3, 14}, {5}, random);
 }
 
 TEST(ResidueNesting, TilesOfTwoPasses) {
