@@ -130,7 +130,11 @@ constexpr Option<orl::Settings> kGlobal[] = {
 
 // "-C" and "-compress".
 void take_digits_per_file(ModeHolder& mode, Line& line) {
-  mode.current().request_digits_per_file(static_cast<u64>(take_signed(line)));
+  const std::string key = line.key();
+  const s64 digits = take_signed(line);
+  if (digits < -1)
+    throw InvalidParametersException(key, "It takes the digits of a file, 0 for text or -1 for one file.");
+  mode.current().request_digits_per_file(static_cast<u64>(digits));
 }
 
 constexpr Option<ModeHolder> kCustom[] = {
@@ -249,7 +253,7 @@ constexpr Option<BenchIoSettings> kBenchIo[] = {
      "-swap:raid0 /disk1 /disk2", [](BenchIoSettings& io, Line& line) { take_swap(line, io.raid); },
      Values::kRaidType},
     {"-json", "-json:N", "Other than 0 also writes the results as JSON, in the working folder. Default 0.",
-     "-json:1", [](BenchIoSettings& io, Line& line) { io.json_results = take_signed(line) != 0; }},
+     "-json:1", [](BenchIoSettings& io, Line& line) { io.json_results = take_switch(line) != 0; }},
 };
 
 constexpr Option<LogFormulaLine> kLogFormula[] = {

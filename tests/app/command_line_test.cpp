@@ -41,6 +41,7 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"custom", "pi", "-od:maybe"}, "\"maybe\" is neither 0, no or false nor 1, yes or true."},
       {{"custom", "pi", "-json:on"}, "\"on\" is neither 0, no or false nor 1, yes or true."},
       {{"custom", "pi", "-C:-"}, "\"-\" is not a number."},
+      {{"custom", "pi", "-C:-5"}, "It takes the digits of a file, 0 for text or -1 for one file."},
       {{"custom", "pi", "-o:x", "."}, "It takes no value, so \"x\" would be left out."},
       {{"custom", "pi", "-dec:1m", "-hex:1m", "-dec:2m"}, "\"-dec:2m\" is the second."},
       {{"custom", "pi", "-C:1m", "-compress:2m"}, "\"-compress:2m\" is the second."},

@@ -4,13 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
-#include <cmath>
-#include <cstdlib>
 #include <map>
-#include <optional>
-#include <random>
-#include <regex>
 
 #include "config/object.h"
 #include "core/exceptions.h"
@@ -208,72 +202,6 @@ TEST(Options, OfTheOtherActionsChangeTheirOwnSetting) {
                                           {{"-threads:3"}, {{"threads", "3"}}},
                                           {{"-pin:yes"}, {{"pinned", "1"}}}});
   expect_effects<LogFormulaLine>(log_formula_options(), {{{"-dec:2m"}, {{"digits", "2000000"}}}});
-}
-
-// What a number means, said a second time: by regular expressions and floating point. None where it is refused.
-std::optional<u64> model_of(const std::string& text, bool bytes) {
-  static const std::string integer = "([0-9]{1,3}(?:,[0-9]{3})+|[0-9]+(?:_[0-9]+)*)";
-  static const std::regex count(integer + "(?:e([0-9]+)|([kmbt]))?", std::regex::icase);
-  static const std::regex size(
-      integer + "(?:e([0-9]+)|(\\.[0-9]+)? *([kmgtpe])(?:ib|b)?|(?:\\.[0-9]+)?(?: *b)?)", std::regex::icase);
-  if (text.empty()) return 0;
-  std::smatch parts;
-  if (!std::regex_match(text, parts, bytes ? size : count)) return std::nullopt;
-  std::string digits = parts[1];
-  std::erase_if(digits, [](char c) { return c == ',' || c == '_'; });
-  long double value = std::stold(digits);
-  if (value == 0 && parts[3].length() == 0) return 0;
-  if (parts[2].length() != 0) value *= std::pow(10.0L, std::stold(parts[2]));
-  const std::string unit = parts[bytes ? 4 : 3];
-  if (bytes && !unit.empty()) {
-    if (parts[3].length() != 0) value += std::stold("0" + parts[3].str());
-    value = std::ceil(value * std::pow(1024.0L, 1.0L + std::string("kmgtpe").find(std::tolower(unit[0]))));
-  } else if (!unit.empty()) {
-    value *= std::pow(1000.0L, 1.0L + std::string("kmbt").find(std::tolower(unit[0])));
-  }
-  return value >= 18446744073709551615.0L ? ~u64{0} : static_cast<u64>(value);
-}
-
-// A text that is often a number, and often nearly one.
-std::string random_number(std::mt19937_64& random) {
-  static const char* const pieces[] = {"1", "25", "100", "1000", ",000", "_000", "0",  "7",  "k", "M",
-                                       "b", "T",  "G",   "e",    "E",    "e3",   "e6", ".5", ".", " ",
-                                       "-", "i",  "x",   "",     "MB",   "0",    "99", ","};
-  std::string text;
-  for (u64 i = random() % 4 + 1; i != 0; i--) text += pieces[random() % std::size(pieces)];
-  return text;
-}
-
-// ORVANE_FUZZ_LINES=100000 makes as many lines.
-TEST(Options, NoNumberOfARandomLineIsMisread) {
-  const char* const lines = std::getenv("ORVANE_FUZZ_LINES");
-  std::mt19937_64 random(20260117);
-  u64 taken = 0;
-  for (u64 i = lines ? std::strtoull(lines, nullptr, 10) : 5000; i != 0; i--) {
-    const std::string dec = random_number(random), od = random_number(random), size = random_number(random);
-    SCOPED_TRACE("-dec:" + dec + " -od:" + od + " -M:" + size);
-    const auto decimal = model_of(dec, false), bytes = model_of(size, true);
-    const auto output = model_of(od.starts_with('-') ? od.substr(1) : od, false);
-    const bool accepted = decimal && *decimal >= 100 && *decimal <= kMaxDecimalDigits && bytes && output &&
-                          od != "-" && od.find_first_not_of("-0123456789") == std::string::npos;
-    ModeHolder mode;
-    bool done = false;
-    try {
-      apply(custom_options(), {"-mode:swap", "-dec:" + dec, "-od:" + od, "-M:" + size}, mode);
-      done = true;
-    } catch (const orl::InvalidParametersException&) {
-    }
-    ASSERT_EQ(done, accepted);
-    if (!done) continue;
-    taken++;
-    const auto& swap = dynamic_cast<const SwapParameters&>(mode.current());
-    ASSERT_EQ(swap.decimal_digits(), *decimal);
-    ASSERT_EQ(swap.output_digits, *output != 0);
-    if (*bytes != 0) {
-      ASSERT_EQ(swap.memory_bytes(), std::min<u64>(*bytes, StressSettings::kMaxMemory));
-    }
-  }
-  EXPECT_NE(taken, 0u);
 }
 
 }  // namespace
