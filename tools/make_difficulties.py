@@ -55,7 +55,8 @@ def three_digits(value):
 
 
 def text_of(key, figures):
-    return ("> " if key == "log" else "  ") + " / ".join(three_digits(f) for f in figures)
+    # More than three fit into 80 columns without blanks alone.
+    return ("> " if key == "log" else "  ") + (" / " if len(figures) <= 3 else "/").join(three_digits(f) for f in figures)
 
 
 def menu_row(text, key):

@@ -100,7 +100,8 @@ constexpr struct {
      "\n"
      "From a script:\n"
      "\n"
-     "    printf '%s\\n' 'digits/Pi - Dec - Chudnovsky.txt' 0 1 100 '' '' | orvane pause:-2 digitviewer"},
+     "    printf '%s\\n' 'digits/Pi - Dec - Chudnovsky.txt' 0 1 100 '' '' |\n"
+     "      orvane pause:-2 digitviewer"},
     {"logformula",
      "Finds two sums of hyperbolic arc-cotangents that equal the natural logarithm of a whole number from 2 "
      "to "

@@ -64,6 +64,9 @@ SpotCheck spot_check(const std::vector<std::string>& folders, const std::string&
     check.file = folder + file_name;
     std::error_code ignored;
     if (!std::filesystem::is_regular_file(check.file, ignored)) continue;
+    // Without the way there and back again, unless a link on it leads elsewhere.
+    const std::string direct = std::filesystem::path(check.file).lexically_normal().string();
+    if (std::filesystem::equivalent(direct, check.file, ignored)) check.file = direct;
     std::ifstream file(check.file, std::ios::binary);
     const u64 length = file ? length_of_digits(file) : 0;
     if (length <= first_digits.size()) continue;

@@ -25,7 +25,7 @@ sys.dont_write_bytecode = True  # the sources' folder stays as it is
 import entries as menu_entries  # noqa: E402
 import page as pages  # noqa: E402
 
-FIXED = ["pause:-2", "priority:0", "colors:0", "skip-warnings"]
+FIXED = ["pause:-2", "priority:0", "skip-warnings"]
 CUT_SECONDS = 1.0
 COLUMNS = 80
 # A process that is started while a copy is being written holds it open, and the copy could not be run.
@@ -127,7 +127,7 @@ def wide_lines(screen):
     a prompt ends its line where somebody types."""
     return [f"{len(line)} columns: {line}" for line in (re.sub("<esc>[^m]*m", "", line) for line in screen)
             if len(re.sub(r"^((option|offset): |.* = )+", "", line)) > COLUMNS
-            and not re.search(r"<folder>|/|<cr>|^Validation File: |^(Dec|Hex) Counts: |^ +(Flags|Serial Number): |^Results File: |, cores ", line)]
+            and not re.search(r"<folder>|/orvane-page-|<cr>|^SHA256-|^Operating System: |^Validation File: |^(Dec|Hex) Counts: |^ +(Flags|Serial Number): |^Results File: |, cores ", line)]
 
 
 def play(page, program, update):
