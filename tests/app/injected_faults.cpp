@@ -1,14 +1,18 @@
-// The fault seam of tests: flips one bit at a chosen visit of a chosen site.
+// The fault seam of tests: flips one bit at a chosen visit of a chosen site, and slows the disk.
 //
 // ORVANE_TEST_FAULT = "<site>:<visit>:<bit>"; the visit counts from 0, the bit wraps at the size of the data.
 // At the site "digit file" the data is a path, and the bit lies in the file.
+// ORVANE_TEST_SLOW = "<milliseconds>" that a transfer of 64 KiB and more takes longer.
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>
+#include <thread>
 
 #include "core/fault_point.h"
+#include "files/file_calls.h"
 
 namespace orl {
 namespace {
@@ -40,6 +44,34 @@ void flip_in_file(const std::string& path, u64 bit) {
   file.seekp(at);
   file.put(byte);
 }
+
+class SlowFileCalls final : public FileCalls {
+ public:
+  explicit SlowFileCalls(u64 milliseconds) : milliseconds_(milliseconds) {}
+  s64 read(int fd, void* buffer, u64 bytes) override {
+    wait(bytes);
+    return FileCalls::read(fd, buffer, bytes);
+  }
+  s64 write(int fd, const void* buffer, u64 bytes) override {
+    wait(bytes);
+    return FileCalls::write(fd, buffer, bytes);
+  }
+
+ private:
+  void wait(u64 bytes) const {
+    if (bytes >= 65536) std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds_));
+  }
+
+  const u64 milliseconds_;
+};
+
+const bool slowed = [] {
+  const char* const text = std::getenv("ORVANE_TEST_SLOW");
+  if (!text) return false;
+  static SlowFileCalls calls(std::stoull(text));
+  set_file_calls(&calls);
+  return true;
+}();
 
 }  // namespace
 

@@ -1,12 +1,14 @@
-"""What stays on the disk after each kind of end: pairs of runs in one folder, runs that are killed.
+"""What stays on the disk after each kind of end: one of each, pairs of runs in one folder, runs that are struck down.
 
-usage: output_endings.py --program PROGRAM [--pairs N] [--kills N] [--seed S]
+usage: output_endings.py --program PROGRAM --faulty PROGRAM [--pairs N] [--kills N] [--seed S]
 
 By hand with --pairs 500 --kills 200.
 """
 import argparse
+import os
 import pathlib
 import random
+import shutil
 import signal
 import subprocess
 import sys
@@ -15,18 +17,23 @@ import time
 
 parser = argparse.ArgumentParser()
 parser.add_argument('--program', required=True)
+parser.add_argument('--faulty', required=True)
 parser.add_argument('--pairs', type=int, default=6)
-parser.add_argument('--kills', type=int, default=8)
+parser.add_argument('--kills', type=int, default=6)
 parser.add_argument('--seed', type=int, default=random.randrange(2**32))
 options = parser.parse_args()
 dice = random.Random(options.seed)
 NAMES = {'dec': 'Pi - Dec - Chudnovsky', 'hex': 'Pi - Hex - Chudnovsky'}
+SET_SIZES = (1000000, 1200000, 1500000)
+UNFINISHED = ('(incomplete)', '(replaced)')
 faults = []
 
 
-def start(folder, *words):
-    return subprocess.Popen([options.program, 'priority:0', 'pause:-2', 'skip-warnings', 'colors:0', 'custom', 'pi', *words],
-                            cwd=folder, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+def start(folder, *words, fault=None):
+    environment = {**os.environ, 'ORVANE_TEST_FAULT': fault or ''}
+    program = options.faulty if fault else options.program
+    return subprocess.Popen([program, 'priority:0', 'pause:-2', 'custom', 'pi', *words], cwd=folder, env=environment,
+                            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
 
 
 def finish(run):
@@ -43,58 +50,136 @@ def expect(what, truth):
         faults.append(what)
 
 
-with tempfile.TemporaryDirectory() as place:
-    reference = pathlib.Path(place)
-    expect('reference', finish(start(reference, '-dec:300k', '-hex:250k'))[0] == 0)
-    good = {radix: (reference / f'{name}.txt').read_bytes() for radix, name in NAMES.items()}
-    reference_set = reference / 'set'
-    reference_set.mkdir()
-    expect('reference of a set', finish(start(reference_set, '-dec:1500k', '-C:1m'))[0] == 0)
-    good_set = digit_files(reference_set)
+class References:
+    """What files of so many digits hold, computed once."""
 
-    # Pairs: one of them wins, the other one too or it says why not; what stands there is whole, right and the longest.
-    for number in range(options.pairs):
-        folder = reference / f'pair{number}'
+    def __init__(self, folder):
+        self.folder, self.sets = folder, {}
+        expect('reference', finish(start(folder, '-dec:300k', '-hex:250k'))[0] == 0)
+        self.texts = {radix: (folder / f'{name}.txt').read_bytes() for radix, name in NAMES.items()}
+
+    def files(self, words):
+        """{name: content} of a run with these words."""
+        sizes = {word[1:4]: int(word[5:]) for word in words if word[1:4] in NAMES and word[4] == ':'}
+        if not any(word.startswith('-C:') for word in words):
+            return {NAMES[radix] + '.txt': self.texts[radix][:size + 2] for radix, size in sizes.items()}
+        if tuple(words) not in self.sets:
+            folder = self.folder / f'set{len(self.sets)}'
+            folder.mkdir()
+            expect('reference of a set', finish(start(folder, *words))[0] == 0)
+            self.sets[tuple(words)] = digit_files(folder)
+        return self.sets[tuple(words)]
+
+
+# How a run ends, what it is told, its status, whether its digits have their final names and whether a report is there.
+# A larger file stood there before: it stays, as a smaller one does until the run is proved.
+def each_end(place, good):
+    words = ('-dec:200000', '-hex:100000')
+    rows = [('done', {}, (), 0, True, True),
+            ('digits not wanted', {}, ('-od:0',), 0, False, True),
+            ('a larger file stands there', {'older': 250000}, (), 1, False, False),
+            ('a larger file is to go', {'older': 250000}, ('-overwrite:1',), 0, True, True),
+            ('stored digits differ', {'stored': True}, (), 1, False, True)]
+    for site in ('merge result:1:77', 'conversion power:1:63', 'binary number:1:5', 'digit words:0:63', 'digit buffer:0:1',
+                 'digit file:0:80001', 'digit file:1:80001'):
+        rows.append(('fault in ' + site, {'fault': site}, (), 1, False, False))
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGKILL):
+        for text in ('Begin Computation', 'Base Converting'):
+            rows.append((f'{number.name} at {text}', {'signal': number, 'at': text}, (), None, False, False))
+    for what, how, more, status, named, report in rows:
+        folder = place / 'end'
         folder.mkdir()
-        sizes = dice.sample(range(1000, 60000), 2) if dice.random() < 0.8 else [30000, 30000]
-        runs = []
-        for size in sizes:
-            runs.append(start(folder, f'-dec:{size}', '-bbp:0'))
+        older = {NAMES['dec'] + '.txt': good.texts['dec'][:how.get('older', 1000) + 2]}
+        for name, content in older.items():
+            (folder / name).write_bytes(content)
+        if 'stored' in how:
+            (folder / 'Digits').mkdir()
+            (folder / 'Digits' / 'Pi.txt').write_bytes(good.texts['dec'][:500] + b'x' + good.texts['dec'][501:1002])
+        run = start(folder, *words, *more, fault=how.get('fault'))
+        begin = b''
+        if 'signal' in how:
+            for line in run.stdout:
+                begin += line
+                if how['at'].encode() in line:
+                    break
+            run.send_signal(how['signal'])
+        ended, output = finish(run)
+        what = f'{what}: status {ended}\n{begin.decode()}{output}'
+        expect(what, ended == status if status is not None else ended != 0)
+        files = {name: content for name, content in digit_files(folder).items() if not any(note in name for note in UNFINISHED)}
+        expect(f'{list(files)} after {what}', files == (good.files(words) if named else older))
+        expect(f'report or none after {what}', bool(list(folder.glob('Validation - *.txt'))) == report)
+        shutil.rmtree(folder)
+
+
+# Pairs: one of them wins, the other one too or it says why not; what stands there is whole, right and the longest.
+def words_of_a_pair():
+    kind = dice.random()
+    if kind < 0.1:
+        return [(f'-dec:{dice.choice(SET_SIZES)}', '-C:1m') for _ in range(2)]
+    sizes = dice.sample(range(1000, 60000), 2) if dice.random() < 0.8 else [30000, 30000]
+    with_hexadecimal = [dice.random() < 0.5 for _ in sizes] if kind < 0.4 else [False, False]
+    return [(f'-dec:{size}', *([f'-hex:{size // 2}'] if hexadecimal else []))
+            for size, hexadecimal in zip(sizes, with_hexadecimal)]
+
+
+def pairs(place, good):
+    for number in range(options.pairs):
+        folder = place / f'pair{number}'
+        folder.mkdir()
+        words, runs = words_of_a_pair(), []
+        for each in words:
+            runs.append(start(folder, *each, '-bbp:0'))
             time.sleep(dice.uniform(0, 0.02))
         ends = [finish(run) for run in runs]
-        won = [size for size, (status, _) in zip(sizes, ends) if status == 0]
-        what = f'pair {number}, {sizes}, {[status for status, _ in ends]}'
+        what = f'pair {number}, {words}, {[status for status, _ in ends]}'
         for status, output in ends:
             expect(what + ': no reason\n' + output, status == 0 or 'Another run' in output or 'It is kept' in output)
+        won = [good.files(each) for each, (status, _) in zip(words, ends) if status == 0]
         expect(what + ': both lost', won)
+        # Each stream is that of the run with more digits, which need not have both; a set stands alone.
+        longest = max(won, key=lambda files: sum(map(len, files.values())), default={})
+        if '.txt' in ''.join(longest):
+            longest = {name: max((files[name] for files in won if name in files), key=len) for files in won for name in files}
         files = digit_files(folder)
-        expect(f'{what}: {list(files)}', list(files) == [NAMES['dec'] + '.txt'])
-        if won and len(files) == 1:
-            expect(what + ': wrong digits', files[NAMES['dec'] + '.txt'] == good['dec'][:max(won) + 2])
+        expect(f'{what}: {list(files)}', files == longest)
+        shutil.rmtree(folder)
 
-    # Kills: a final name stands on whole and proved digits alone, an older file stays until then, and the next run
-    # takes away what the killed one left.
+
+# Kills: a final name stands on whole and proved digits alone, an older file stays until then, and the next run takes away
+# what the one before left.
+def kills(place, good):
+    kinds = [(('-dec:300000', '-hex:250000'), 0.35), (('-dec:1500000', '-C:1m'), 0.7), (('-dec:200000',), 0.2),
+             (('-dec:1000000', '-hex:1000000', '-C:1m'), 0.7)]
     for number in range(options.kills):
-        folder = reference / f'kill{number}'
+        folder = place / f'kill{number}'
         folder.mkdir()
-        is_set = number % 2 == 1
-        words = ('-dec:1500k', '-C:1m') if is_set else ('-dec:300k', '-hex:250k')
+        words, longest = kinds[number % len(kinds)]
         older = {}
-        if number % 4 == 0:
+        if number % 8 < 3:
             expect('older', finish(start(folder, '-dec:1000', '-bbp:0'))[0] == 0)
             older = digit_files(folder)
         run = start(folder, *words)
-        time.sleep(dice.uniform(0, 0.7 if is_set else 0.35))
-        run.send_signal(signal.SIGKILL)
+        time.sleep(dice.uniform(0, longest))
+        sent = dice.choice([signal.SIGKILL, signal.SIGKILL, signal.SIGINT, signal.SIGTERM])
+        run.send_signal(sent)
         output = finish(run)[1]
         for name, content in digit_files(folder).items():
-            if '(incomplete)' in name or '(replaced)' in name or older.get(name) == content:
+            if any(note in name for note in UNFINISHED) or older.get(name) == content:
                 continue
-            what = f'kill {number}: {name}'
+            what = f'kill {number}, {sent.name}: {name}'
             expect(what + ' before its proof', 'Verifying Decimal Output' in output)
-            expect(what + ' is wrong', content in (good_set.get(name), good['dec'], good['hex']))
-        expect(f'kill {number}: the next run', finish(start(folder, *words, '-overwrite:1'))[0] == 0)
-        left = [name for name in digit_files(folder) if '(incomplete)' in name]
+            expect(what + ' is wrong', content == good.files(words).get(name))
+        status, output = finish(start(folder, *words, '-overwrite:1'))
+        expect(f'kill {number}: the next run\n{output}', status == 0)
+        left = [name for name in digit_files(folder) if any(note in name for note in UNFINISHED)]
         expect(f'kill {number}: {left} is left', not left)
+        shutil.rmtree(folder)
+
+
+with tempfile.TemporaryDirectory() as root:
+    references = References(pathlib.Path(root))
+    for step in (each_end, pairs, kills):
+        step(pathlib.Path(root), references)
 
 sys.exit('\n'.join([f'seed {options.seed}', *faults]) if faults else 0)
