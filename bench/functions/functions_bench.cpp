@@ -17,7 +17,7 @@
 #include "functions/log_agm.h"
 #include "functions/proved.h"
 #include "functions/radix_conversion.h"
-#include "functions/ring_check.h"
+#include "multiply/ring_check.h"
 #include "multiply/algorithm_table.h"
 #include "simd/target.h"
 #include "support/measure.h"

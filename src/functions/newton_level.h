@@ -13,7 +13,7 @@
 #pragma once
 
 #include "functions/newton_steps.h"
-#include "functions/ring_check.h"
+#include "multiply/ring_check.h"
 #include "numbers/big_float.h"
 #include "numbers/run_context.h"
 #include "numbers/transform.h"

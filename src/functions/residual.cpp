@@ -8,7 +8,7 @@
 #include "core/fault_point.h"
 #include "core/status.h"
 #include "functions/newton_steps.h"
-#include "functions/ring_check.h"
+#include "multiply/ring_check.h"
 #include "memory/sizing_arena.h"
 #include "multiply/algorithm_table.h"
 #include "multiply/transform_words.h"

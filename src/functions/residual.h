@@ -13,7 +13,7 @@
 //          relative errors are below c W^-(p+1) with c far below W (newton.body.h). The lowest words of the
 //          product lie at the sum of the two exponents, which leaves at most p + 6 words for the residual.
 // Cost     One product of n words where the shape multiplies modulo W^n - 1, whose operands and result are
-//          folded besides (ring_check.h); four of them, taken in halves, where it does not, so that no
+//          folded besides (multiply/ring_check.h); four of them, taken in halves, where it does not, so that no
 //          product is longer than n + 1 words.
 // Threads  A plan may be shared; its heap belongs to one run.
 #pragma once

@@ -5,7 +5,7 @@
 #include "core/exceptions.h"
 #include "functions/function_runner.h"
 #include "functions/proved.h"
-#include "functions/ring_check.h"
+#include "multiply/ring_check.h"
 #include "support/random_words.h"
 
 namespace orl::test {

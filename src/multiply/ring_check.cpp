@@ -1,4 +1,4 @@
-#include "functions/ring_check.h"
+#include "multiply/ring_check.h"
 
 #include <algorithm>
 #include <bit>
@@ -75,15 +75,15 @@ RingCheck::Residue RingCheck::residue(const u32* A, u64 L, ParallelContext paral
   // Residues first, as the sum of many sums could pass 2^63.
   Columns sum{};
   for (u64 k = 0; k < tasks; ++k) {
-    const Residue words = reduced(parts[k]);
-    for (u64 j = 0; j < m_; ++j) sum[j] += words[j];
-    sum[0] += sign() * words[m_];
+    const Columns part_sum = columns_of(reduced(parts[k]));
+    for (u64 j = 0; j < m_; ++j) sum[j] += part_sum[j];
   }
   return reduced(sum);
 }
 
 // Both halves of a product of words go to their columns: fewer than 2 * 16 * 2 of 32 bits.
 RingCheck::Residue RingCheck::product(const Residue& a, const Residue& b) const {
+  if (m_ == 0) return {};
   Columns columns{};
   const auto add = [&](u64 place, u64 word) {
     columns[place % m_] += place / m_ % 2 == 0 ? static_cast<s64>(word) : sign() * static_cast<s64>(word);
@@ -96,6 +96,32 @@ RingCheck::Residue RingCheck::product(const Residue& a, const Residue& b) const 
     }
   }
   return reduced(columns);
+}
+
+// W^m is the ring's sign.
+RingCheck::Columns RingCheck::columns_of(const Residue& words) const {
+  Columns columns{};
+  for (u64 j = 0; j < m_; ++j) columns[j] = words[j];
+  if (m_ != 0) columns[0] += sign() * words[m_];
+  return columns;
+}
+
+void RingCheck::add_shifted(Residue& sum, u64 at, const Residue& more, s64 factor) const {
+  if (m_ == 0) return;
+  Columns columns = columns_of(sum);
+  for (u64 j = 0; j <= m_; ++j) {
+    const u64 place = at % (2 * m_) + j;
+    columns[place % m_] += (place / m_ % 2 == 0 ? factor : factor * sign()) * s64{more[j]};
+  }
+  sum = reduced(columns);
+}
+
+void RingCheck::add(Residue& sum, u64 at, const u32* A, u64 L, ParallelContext parallel) const {
+  if (m_ != 0) add_shifted(sum, at, residue(A, L, parallel), 1);
+}
+
+void RingCheck::subtract(Residue& sum, u64 at, const u32* A, u64 L, ParallelContext parallel) const {
+  if (m_ != 0) add_shifted(sum, at, residue(A, L, parallel), -1);
 }
 
 void RingCheck::take(const u32* A, u64 L, ParallelContext parallel) {
@@ -115,9 +141,8 @@ void RingCheck::compare(const u32* P, bool top, const char* function, ParallelCo
   Residue found = residue(P, n_, parallel);
   if (top) {
     // W^n is the ring's sign.
-    Columns more{};
-    for (u64 j = 0; j < m_; ++j) more[j] = found[j];
-    more[0] += sign() * (s64{found[m_]} + 1);
+    Columns more = columns_of(found);
+    more[0] += sign();
     found = reduced(more);
   }
   if (found != value_) throw AlgorithmFailedException(function, "Checksum Mismatch. Multiplication Failed.");

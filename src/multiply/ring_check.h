@@ -21,6 +21,9 @@ class RingCheck {
  public:
   /// Modulo W^n - 1, modulo W^n + 1.
   enum class Ring { kMinusOne, kPlusOne };
+  static constexpr u64 kWords = 16;
+  /// A number modulo the divisor, reduced: words below 2^32, and a word that is 1 for W^m modulo W^m + 1 alone.
+  using Residue = std::array<u32, kWords + 1>;
 
   /// For products modulo W^n - 1 or W^n + 1, W = 2^32.
   explicit RingCheck(u64 n, Ring ring = Ring::kMinusOne);
@@ -37,16 +40,19 @@ class RingCheck {
   /// W^n more with `top`, is the product.
   void compare(const u32* P, bool top, const char* function, ParallelContext parallel) const;
 
+  /// For numbers that come in pieces: sum += W^at A[0, L); sum -= W^at A[0, L); the product of two.
+  void add(Residue& sum, u64 at, const u32* A, u64 L, ParallelContext parallel) const;
+  void subtract(Residue& sum, u64 at, const u32* A, u64 L, ParallelContext parallel) const;
+  Residue product(const Residue& a, const Residue& b) const;
+
  private:
-  static constexpr u64 kWords = 16;
-  /// Words below 2^32, and a word that is 1 for W^m modulo W^m + 1 alone.
-  using Residue = std::array<u32, kWords + 1>;
   using Columns = std::array<s64, kWords>;
 
   Columns sums(const u32* A, u64 L) const;
   Residue residue(const u32* A, u64 L, ParallelContext parallel) const;
   Residue reduced(Columns columns) const;
-  Residue product(const Residue& a, const Residue& b) const;
+  Columns columns_of(const Residue& words) const;
+  void add_shifted(Residue& sum, u64 at, const Residue& more, s64 factor) const;
   s64 sign() const { return ring_ == Ring::kMinusOne ? 1 : -1; }
 
   u64 n_;

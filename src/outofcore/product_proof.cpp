@@ -1,0 +1,47 @@
+#include "outofcore/product_proof.h"
+
+#include <cstring>
+
+#include "core/exceptions.h"
+#include "words/hash.h"
+
+namespace orl {
+
+ProductProof::ProductProof(const SwapPlan& plan, const char* function)
+    : function_(function), square_(plan.request.square()), ring_words_(plan.ring_words) {
+  if (ring_words_ == 0) return;
+  ring_.emplace(ring_words_, plan.request.ring == ProductRing::kCyclic ? RingCheck::Ring::kMinusOne
+                                                                       : RingCheck::Ring::kPlusOne);
+  product_ = WordSums(ring());
+}
+
+void ProductProof::fail(const char* message) const { throw AlgorithmFailedException(function_, message); }
+
+void ProductProof::end_read(u32 operand, const WordSums& read, const SwapNumber& number) {
+  std::optional<WordSums>& known = operand_[operand];
+  if ((number.hash() && *number.hash() != read.hash()) || (known && !(*known == read)))
+    fail(kSwapNumberMismatch);
+  known = read;
+}
+
+void ProductProof::add_above(const FarCarry& carry, ParallelContext parallel) {
+  FarCarry magnitude = carry;
+  const bool negative = carry.word[FarCarry::kWords - 1] >> 63;
+  if (negative) magnitude.negate();
+  u32 words[2 * FarCarry::kWords];
+  std::memcpy(words, magnitude.word, sizeof words);
+  const Words<u32> above{words, 2 * FarCarry::kWords};
+  if (negative)
+    product_.subtract(ring_words_, above, parallel);
+  else
+    product_.add(ring_words_, above, parallel);
+}
+
+void ProductProof::check() const {
+  const WordSums &a = *operand_[0], &b = *operand_[square_ ? 0 : 1];
+  const bool right = ring_ ? ring_->product(a.residue(), b.residue()) == product_.residue()
+                           : hash_canon(hash_mul(a.hash(), b.hash())) == product_.hash();
+  if (!right) fail(kSwapProductMismatch);
+}
+
+}  // namespace orl

@@ -1,0 +1,48 @@
+// The proof of a product of numbers on disks, made of what streams past anyway.
+//
+// A plain product is proved modulo 2^61 - 1, one modulo W^n -+ 1 modulo a small divisor of that (multiply/ring_check.h).
+// The residues of the operands are taken from each full read and must agree with what the number says of itself and with
+// the read before; that of the product from the words that the transforms have given, before anybody stores them. So a
+// bit that changes in an operand's file, in a file of residues or in memory ends the product.
+#pragma once
+
+#include <optional>
+
+#include "multiply/ring_check.h"
+#include "outofcore/swap_number.h"
+#include "outofcore/swap_plan.h"
+
+namespace orl {
+
+/// See the head of this file.
+class ProductProof : Uncopied {
+ public:
+  /// For the product that is planned; `function` is the name under which it fails.
+  ProductProof(const SwapPlan& plan, const char* function);
+
+  const char* function() const { return function_; }
+  /// What a reader of an operand adds up besides the hash; null outside a ring.
+  const RingCheck* ring() const { return ring_ ? &*ring_ : nullptr; }
+  /// Operand 0 or 1, `number`, has been read whole. Throws AlgorithmFailedException when the words are not those of
+  /// `number`, or not those of an earlier read.
+  void end_read(u32 operand, const WordSums& read, const SwapNumber& number);
+
+  /// Words [at, at + P.count) of the product as the transforms gave them.
+  void add_product(u64 at, Words<u32> P, ParallelContext parallel) { product_.add(at, P, parallel); }
+  /// What a product in a ring has above its n words.
+  void add_above(const FarCarry& carry, ParallelContext parallel);
+  /// Throws AlgorithmFailedException "Checksum Mismatch. Multiplication Failed." unless the words are the product's.
+  void check() const;
+
+ private:
+  [[noreturn]] void fail(const char* message) const;
+
+  const char* function_;
+  bool square_;
+  u64 ring_words_;
+  std::optional<RingCheck> ring_;
+  std::optional<WordSums> operand_[2];
+  WordSums product_;
+};
+
+}  // namespace orl

@@ -1,0 +1,68 @@
+#include "outofcore/swap_plan.h"
+
+#include <algorithm>
+
+#include "core/exceptions.h"
+#include "core/round_up.h"
+#include "files/raw_io_buffer.h"
+#include "outofcore/prime_groups.h"
+#include "outofcore/ram_products.h"
+
+namespace orl {
+namespace {
+
+constexpr const char* kFunction = "plan_swap_product()";
+
+// A block of this size is worth a seek on any drive, whatever the array says; a share of the memory that blocks may take.
+constexpr u64 kGoodBlock = u64{1} << 20;
+constexpr u64 kBlockShare = 32;
+
+std::optional<SwapPlan> best_plan(const FarFamily* family, const SwapRequest& request,
+                                  const SwapBudget& budget) {
+  for (u32 scheme = 0; scheme < kSwapSchemes; scheme++)
+    if (auto plan = plan_swap_product(static_cast<SwapScheme>(scheme), family, request, budget)) return plan;
+  return std::nullopt;
+}
+
+}  // namespace
+
+SwapRequest whole_product(u64 a_words, u64 b_words) {
+  SwapRequest request{a_words, b_words};
+  request.len = request.product_words();
+  return request;
+}
+
+u64 swap_block_bytes(const SwapBudget& budget, u64 bytes) {
+  if (bytes >= budget.row_bytes) return bytes / budget.row_bytes * budget.row_bytes;
+  return std::max(bytes / kIoAlignment, u64{1}) * kIoAlignment;
+}
+
+u64 swap_sink_bytes(const SwapBudget& budget, u64 wanted_words) {
+  const u64 good = std::max({budget.bytes_per_seek, budget.row_bytes, kGoodBlock});
+  const u64 all = round_up(wanted_words * sizeof(u32), kIoAlignment);
+  const u64 most = std::min(good, budget.memory_bytes / kBlockShare);
+  return all <= most ? all : swap_block_bytes(budget, most);
+}
+
+std::optional<SwapPlan> plan_swap_product(SwapScheme scheme, const FarFamily* family,
+                                          const SwapRequest& request, const SwapBudget& budget) {
+  if (scheme == SwapScheme::kRam) return plan_ram(request, budget);
+  if (scheme == SwapScheme::kRamHalves) return plan_ram_halves(request, budget);
+  if (family == nullptr) return std::nullopt;
+  if (scheme == SwapScheme::kPrimeGroups) return plan_prime_groups(*family, request, budget);
+  return std::nullopt;
+}
+
+SwapPlan plan_swap_product(const FarFamily* family, const SwapRequest& request, const SwapBudget& budget) {
+  if (const auto plan = best_plan(family, request, budget)) return *plan;
+  // More memory, in steps, until one fits.
+  SwapBudget more = budget;
+  while (more.memory_bytes < u64{1} << 62) {
+    more.memory_bytes += more.memory_bytes / 8 + kIoAlignment;
+    if (const auto plan = best_plan(family, request, more))
+      throw BufferTooSmallException(kFunction, budget.memory_bytes, plan->memory_bytes);
+  }
+  throw LimitExceededException(kFunction, family ? family->max_bits() : 0, 32 * request.product_words());
+}
+
+}  // namespace orl
