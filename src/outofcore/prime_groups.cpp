@@ -135,16 +135,6 @@ bool better(const SwapPlan& plan, const SwapPlan& than) {
   return own < 0.98 * other || (own < 1.02 * other && plan.cost < than.cost);
 }
 
-// The least shape of P primes and odd factor k for the request; none where the family has none.
-std::optional<FarShape> least_shape(const FarFamily& family, const SwapRequest& request, u32 P, u32 k) {
-  const u64 words = request.ring == ProductRing::kPlain ? request.product_words() : request.len;
-  for (u32 n = 1; n < 56; n++) {
-    const FarShape shape{P, k, n};
-    if (family.holds(shape) && family.product_bytes(shape) >= words * sizeof(u32)) return shape;
-  }
-  return std::nullopt;
-}
-
 class PrimeGroupProduct {
  public:
   explicit PrimeGroupProduct(const SwapWork& work);
@@ -400,7 +390,7 @@ std::optional<SwapPlan> plan_prime_groups(const FarFamily& family, const SwapReq
   std::optional<SwapPlan> best;
   for (u32 P = family.least_primes(); P <= family.most_primes(); P++) {
     for (const u32 k : {1, 3, 5, 7}) {
-      const std::optional<FarShape> shape = least_shape(family, request, P, k);
+      const std::optional<FarShape> shape = least_far_shape(family, request, P, k);
       if (!shape) continue;
       const u32 channels = family.channels(*shape);
       if (channels > kMostChannels) continue;

@@ -24,7 +24,7 @@ void ProductProof::end_read(u32 operand, const WordSums& read, const SwapNumber&
   known = read;
 }
 
-void ProductProof::add_above(const FarCarry& carry, ParallelContext parallel) {
+void ProductProof::add_carry(u64 at, const FarCarry& carry, ParallelContext parallel) {
   FarCarry magnitude = carry;
   const bool negative = carry.word[FarCarry::kWords - 1] >> 63;
   if (negative) magnitude.negate();
@@ -32,9 +32,9 @@ void ProductProof::add_above(const FarCarry& carry, ParallelContext parallel) {
   std::memcpy(words, magnitude.word, sizeof words);
   const Words<u32> above{words, 2 * FarCarry::kWords};
   if (negative)
-    product_.subtract(ring_words_, above, parallel);
+    product_.subtract(at, above, parallel);
   else
-    product_.add(ring_words_, above, parallel);
+    product_.add(at, above, parallel);
 }
 
 void ProductProof::check() const {

@@ -30,7 +30,9 @@ class ProductProof : Uncopied {
   /// Words [at, at + P.count) of the product as the transforms gave them.
   void add_product(u64 at, Words<u32> P, ParallelContext parallel) { product_.add(at, P, parallel); }
   /// What a product in a ring has above its n words.
-  void add_above(const FarCarry& carry, ParallelContext parallel);
+  void add_above(const FarCarry& carry, ParallelContext parallel) { add_carry(ring_words_, carry, parallel); }
+  /// What is to be added to the product's words from `at` on.
+  void add_carry(u64 at, const FarCarry& carry, ParallelContext parallel);
   /// Throws AlgorithmFailedException "Checksum Mismatch. Multiplication Failed." unless the words are the product's.
   void check() const;
 

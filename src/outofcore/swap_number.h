@@ -112,6 +112,14 @@ class ProductSink : Uncopied {
   virtual void store(u64 at, Words<u32> words, ParallelContext parallel) = 0;
   /// All words have been given.
   virtual void finish() = 0;
+
+  /// The number that words [skip, skip + number->words()) may be stored to in any order, instead of the calls above; none
+  /// where they must be taken in turn.
+  struct Direct {
+    SwapNumber* number = nullptr;
+    u64 skip = 0;
+  };
+  virtual Direct direct() { return {}; }  ///< none, unless a sink says so
 };
 
 /// Writes words [skip, skip + number.words()) of a product to a number, and sets its hash.
@@ -125,6 +133,7 @@ class NumberSink final : public ProductSink {
   void load(u64 at, u32* words, u64 count) override;
   void store(u64 at, Words<u32> words, ParallelContext parallel) override;
   void finish() override;
+  Direct direct() override { return {&number_, skip_}; }
 
  private:
   void flush();

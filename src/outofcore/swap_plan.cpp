@@ -5,6 +5,7 @@
 #include "core/exceptions.h"
 #include "core/round_up.h"
 #include "files/raw_io_buffer.h"
+#include "outofcore/pass_product.h"
 #include "outofcore/prime_groups.h"
 #include "outofcore/ram_products.h"
 
@@ -32,6 +33,15 @@ SwapRequest whole_product(u64 a_words, u64 b_words) {
   return request;
 }
 
+std::optional<FarShape> least_far_shape(const FarFamily& family, const SwapRequest& request, u32 P, u32 k) {
+  const u64 words = request.ring == ProductRing::kPlain ? request.product_words() : request.len;
+  for (u32 n = 1; n < 56; n++) {
+    const FarShape shape{P, k, n};
+    if (family.holds(shape) && family.product_bytes(shape) >= words * sizeof(u32)) return shape;
+  }
+  return std::nullopt;
+}
+
 u64 swap_block_bytes(const SwapBudget& budget, u64 bytes) {
   if (bytes >= budget.row_bytes) return bytes / budget.row_bytes * budget.row_bytes;
   return std::max(bytes / kIoAlignment, u64{1}) * kIoAlignment;
@@ -50,6 +60,8 @@ std::optional<SwapPlan> plan_swap_product(SwapScheme scheme, const FarFamily* fa
   if (scheme == SwapScheme::kRamHalves) return plan_ram_halves(request, budget);
   if (family == nullptr) return std::nullopt;
   if (scheme == SwapScheme::kPrimeGroups) return plan_prime_groups(*family, request, budget);
+  if (scheme == SwapScheme::kTwoPasses || scheme == SwapScheme::kThreePasses)
+    return plan_passes(scheme, *family, request, budget);
   return std::nullopt;
 }
 

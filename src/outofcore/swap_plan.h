@@ -16,6 +16,7 @@
 
 #include <optional>
 
+#include "outofcore/pass_shape.h"
 #include "transforms/common/far_transform.h"
 
 namespace orl {
@@ -78,6 +79,7 @@ struct SwapPlan {
   RamCut ram;
   FarShape shape;  ///< of the transforms, for the schemes that are not in memory
   PrimeGroupCut groups;
+  PassShape passes;
   u64 sink_bytes = 0;  ///< of one of the two blocks through which the product leaves
 
   u64 memory_bytes = 0;
@@ -99,6 +101,9 @@ std::optional<SwapPlan> plan_swap_product(SwapScheme scheme, const FarFamily* fa
 /// The plan that moves the fewest bytes. Throws BufferTooSmallException with the least memory of all schemes' plans where
 /// the memory is too small for each.
 SwapPlan plan_swap_product(const FarFamily* family, const SwapRequest& request, const SwapBudget& budget);
+
+/// The least shape of P primes and odd factor k for the request; none where the family has none.
+std::optional<FarShape> least_far_shape(const FarFamily& family, const SwapRequest& request, u32 P, u32 k);
 
 /// The largest block of at most `bytes` bytes whose stores read nothing before: a multiple of row_bytes, or else of 4096,
 /// and 4096 bytes at least.

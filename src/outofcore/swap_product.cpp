@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/exceptions.h"
+#include "outofcore/pass_product.h"
 #include "outofcore/prime_groups.h"
 #include "outofcore/ram_products.h"
 
@@ -46,6 +47,9 @@ bool run_scheme(const SwapWork& work) {
       return run_ram(work);
     case SwapScheme::kRamHalves:
       return run_ram_halves(work);
+    case SwapScheme::kTwoPasses:
+    case SwapScheme::kThreePasses:
+      return run_passes(work);
     default:
       return run_prime_groups(work);
   }

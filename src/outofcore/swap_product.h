@@ -34,6 +34,14 @@ struct SwapOperands {
   bool square() const { return b == nullptr; }
 };
 
+/// What the stages of a product are called on the status line, and the files of its operands' residues.
+struct SwapNames {
+  const char* forward[2] = {"CRT-F: ", "CRT-F: "};
+  const char* multiply = "CRT-M: ";
+  const char* inverse = "CRT-I: ";
+  const char* file[2] = {"orv_Ta.sf", "orv_Tb.sf"};
+};
+
 /// A product on its way through a scheme.
 struct SwapWork {
   const SwapPlan& plan;
@@ -42,6 +50,7 @@ struct SwapWork {
   SwapOperands operands;
   ProductProof& proof;
   ProductSink& sink;
+  SwapNames names = {};
 };
 
 /// Hands the words of the product to `sink`, proved when the call returns. True for a product modulo W^n + 1 that is W^n:

@@ -1,0 +1,84 @@
+// Products in passes: the words are those of GMP, at budgets so small that short numbers take every scheme.
+#include "outofcore/swap_fixture.h"
+#include "support/random_words.h"
+#include "support/sanitized.h"
+#include "transforms/registration.h"
+
+namespace orl::test {
+namespace {
+
+std::string text_of(const SwapPlan& plan) {
+  const SwapRequest& request = plan.request;
+  return "scheme " + std::to_string(static_cast<u32>(plan.scheme)) + ": " + std::to_string(request.a_words) +
+         " x " + std::to_string(request.b_words) + " words, [" + std::to_string(request.skip) + ", " +
+         std::to_string(request.len) + "), ring " + std::to_string(static_cast<u32>(request.ring)) + ", P " +
+         std::to_string(plan.shape.P) + ", k " + std::to_string(plan.shape.k) + ", n " +
+         std::to_string(plan.shape.n) + ", levels " + std::to_string(plan.passes.levels) + " and " +
+         std::to_string(plan.passes.inner_levels) + ", batch " + std::to_string(plan.passes.batch) + " in " +
+         std::to_string(plan.passes.row_parts) + " parts, stripes " +
+         std::to_string(plan.passes.forward.count) + ", " + std::to_string(plan.passes.inner.count) + ", " +
+         std::to_string(plan.passes.back.count);
+}
+
+// The product as the plan has it, and whether it is W^n in its ring.
+std::vector<u32> expected_words(const SwapPlan& plan, const std::vector<u32>& A, const std::vector<u32>& B,
+                                bool& top) {
+  Mpz product = Mpz(A) * Mpz(B.empty() ? A : B);
+  top = false;
+  if (plan.request.ring == ProductRing::kPlain)
+    return product.window<u32>(plan.request.skip, plan.request.len);
+  const Mpz W = Mpz(1) << 32 * plan.ring_words;
+  const bool cyclic = plan.request.ring == ProductRing::kCyclic;
+  const Mpz residue = product % (cyclic ? W - Mpz(1) : W + Mpz(1));
+  top = residue == W;
+  return residue.words<u32>(plan.ring_words);
+}
+
+void check_product(const SwapPlan& plan, const std::vector<u32>& A, const std::vector<u32>& B,
+                   const std::vector<std::string>& lanes = {"1"}) {
+  SCOPED_TRACE(text_of(plan));
+  SwapPlace place(lanes);
+  Parallelizer_None none;
+  const SwapOutcome outcome = make_product(place, none, plan, find_far_family("C17"), A, B);
+  bool top = false;
+  const auto expected = expected_words(plan, A, B, top);
+  EXPECT_EQ(outcome.top, top);
+  ASSERT_EQ(outcome.words.size(), expected.size());
+  const auto first = std::mismatch(expected.begin(), expected.end(), outcome.words.begin()).first;
+  EXPECT_TRUE(first == expected.end()) << "word " << first - expected.begin();
+}
+
+// All words ones: every carry runs.
+std::vector<u32> operand(Random& random, u64 words) {
+  return random.below(4) == 0 ? std::vector<u32>(words, ~u32{0}) : random.words<u32>(words);
+}
+
+TEST(PassProduct, WordsAreThoseOfTheProduct) {
+  Random random;
+  u64 made[2] = {};
+  for (u32 i = 0; i < (kSanitized ? 6 : 40); i++) {
+    const SwapScheme scheme = i % 2 ? SwapScheme::kThreePasses : SwapScheme::kTwoPasses;
+    SwapRequest request =
+        whole_product(random.between(10000, 200000), i % 5 == 0 ? 0 : random.between(1, 200000));
+    if (i % 3 == 1) {
+      request.skip = random.below(request.len);
+      request.len = random.between(request.skip + 1, request.len);
+    }
+    if (i % 3 == 2) {
+      request.len = std::max(request.a_words, request.b_words) + random.below(20000);
+      request.ring = random.coin() ? ProductRing::kCyclic : ProductRing::kNegacyclic;
+    }
+    const SwapBudget budget{random.between(u64{1} << 20, u64{8} << 20),
+                            random.coin() ? u64{4096} : u64{30000}, 4096, 1 + i % 3};
+    const auto plan = plan_swap_product(scheme, find_far_family("C17"), request, budget);
+    if (!plan) continue;
+    made[i % 2]++;
+    check_product(*plan, operand(random, request.a_words),
+                  request.square() ? std::vector<u32>() : operand(random, request.b_words));
+  }
+  EXPECT_GT(made[0], 2u);
+  EXPECT_GT(made[1], 2u);
+}
+
+}  // namespace
+}  // namespace orl::test
