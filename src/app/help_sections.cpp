@@ -94,7 +94,7 @@ constexpr struct {
      "\n"
      "    orvane digitviewer\n"
      "    path: digits/Pi - Dec - Chudnovsky.txt\n"
-     "    option: 0                       a range of digits: the first, and how many\n"
+     "    option: 0                a range of digits: the first, and how many\n"
      "    Starting Digit: 1\n"
      "    Digits to View: 100\n"
      "\n"
@@ -117,7 +117,7 @@ constexpr struct {
      "Says whether a validation file is as the program wrote it; without a FILE it asks for one.\n"
      "\n"
      "    orvane validate\n"
-     "    orvane validate \"Validation - Pi - Chudnovsky - 1000000 - 20261121-160502.txt\""},
+     "    orvane validate \"Validation - e - exp(1) - 1000 - 20261121-160502.txt\""},
     {"config",
      "Runs what a file describes. `orvane custom` saves such a file from its menu. A minimal one, e-1m.cfg:\n"
      "\n"

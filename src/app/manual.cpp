@@ -45,7 +45,7 @@ std::string paragraphs(std::string_view text) {
     const std::string_view line = text.substr(0, text.find('\n'));
     text.remove_prefix(std::min(text.size(), line.size() + 1));
     const bool indented = line.starts_with("    ");
-    if (indented && !example) roff += ".PP\n.RS 4\n.nf\n";
+    if (indented && !example) roff += ".PP\n.RS 2\n.nf\n";
     if (!indented && example) roff += ".fi\n.RE\n";
     if (indented)
       roff += escaped(line.substr(4), false) + "\n";

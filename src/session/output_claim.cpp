@@ -175,7 +175,7 @@ std::string larger_digits_text(const std::vector<StoredDigits>& stored) {
     text += "\"" + found.path + "\" has " +
             (found.digits != 0 ? orl::format_with_commas(found.digits) + " digits"
                                : std::string("more bytes than the new file")) +
-            "; this run would replace it by " + orl::format_with_commas(found.planned) + ".\n";
+            ";\nthis run would replace it by " + orl::format_with_commas(found.planned) + ".\n";
   }
   return text;
 }

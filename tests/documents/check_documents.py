@@ -36,12 +36,13 @@ def check_manual(documents):
     page = documents / "orvane.1"
     if not shutil.which("man"):
         skip("there is no man here (Debian: man-db)")
-    environment = {**os.environ, "MANWIDTH": "120", "LC_ALL": "C.UTF-8", "MANROFFOPT": "-rHY=0"}
+    environment = {**os.environ, "MANWIDTH": "80", "LC_ALL": "C.UTF-8", "MANROFFOPT": "-rHY=0"}
     done = subprocess.run(["man", "--warnings", "-P", "cat", "-l", page], env=environment, capture_output=True, text=True)
     text = re.sub(r".\x08", "", done.stdout)
     faults = [f"man: {line}" for line in done.stderr.splitlines()]
     if done.returncode:
         faults.append(f"man ended with status {done.returncode}")
+    faults += [f"{len(line)} columns: {line}" for line in text.splitlines() if len(line) > 80]
     words = " ".join(text.split())
     faults += [f"the manual does not hold '{form}'" for _, _, form in rows(documents) if " ".join(form.split()) not in words]
     faults += [f"the manual has no section {name}" for name in ("NAME", "SYNOPSIS", "FIRST STEPS", "ACTIONS", "FILES")
