@@ -3,12 +3,21 @@ include(GNUInstallDirs)
 
 set(documents "${PROJECT_BINARY_DIR}/documents")
 install(TARGETS orvane RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
-install(FILES "${documents}/orvane.1" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+if(ORVANE_GZIP)
+  set(manual orvane.1.gz)
+else()
+  set(manual orvane.1)
+endif()
+install(FILES "${documents}/${manual}" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
 install(FILES "${documents}/orvane" DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
 install(FILES "${PROJECT_SOURCE_DIR}/LICENSE" DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/orvane" RENAME copyright)
-# The program looks for them in ../share/orvane from its own folder.
+# The program looks for them in ../share/orvane from its own folder, and takes itself for installed where that is.
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/Digits" DESTINATION "share/orvane" OPTIONAL)
 
+set(ORVANE_HOMEPAGE "" CACHE STRING "Address of the project's page, which a package names")
+
+# What cpack makes and its own work stay in the build folder, wherever it is called.
+set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/package")
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME orvane)
 set(CPACK_PACKAGE_CONTACT "The Orvane developers <orvane@localhost>")
@@ -20,6 +29,9 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION math)
+if(ORVANE_HOMEPAGE)
+  set(CPACK_DEBIAN_PACKAGE_HOMEPAGE "${ORVANE_HOMEPAGE}")
+endif()
 # Which packages the program needs is read from the program itself.
 find_program(ORVANE_SHLIBDEPS dpkg-shlibdeps)
 mark_as_advanced(ORVANE_SHLIBDEPS)

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "support/measure.h"
+#include "system/limits.h"
 #include "threads/frameworks.h"
 
 namespace {
@@ -109,7 +110,7 @@ double of_ideal(const ParallelContext& context, u64 leaf_us, u64 steps) {
   const ParallelContext serial{*none, 1};
   const u64 expected = tree(serial, 0, kUnits, steps);
   const u64 phases = std::max<u64>(1, 20000 / (kUnits * leaf_us));
-  const double cores = static_cast<double>(std::min(logical_core_count(), context.tds));
+  const double cores = static_cast<double>(std::min(processor_count(), context.tds));
   std::vector<double> ratios;
   for (int i = 0; i < 9; ++i) {
     const double alone = phases_ns(serial, phases, steps, expected);
@@ -147,7 +148,7 @@ int main(int argc, char** argv) {
     return 1;
   }
   register_frameworks();
-  std::printf("logical processors  %llu\n\n", static_cast<unsigned long long>(logical_core_count()));
+  std::printf("logical processors  %llu\n\n", static_cast<unsigned long long>(processor_count()));
   fork_table();
   phase_table(most_tasks);
   return 0;

@@ -10,6 +10,7 @@
 #include "core/run_timer.h"
 #include "core/settings.h"
 #include "system/environment.h"
+#include "system/limits.h"
 #include "threads/frameworks.h"
 
 namespace orvane {
@@ -156,7 +157,7 @@ void print_result(const BbpTask& task, std::string_view digits) {
 
 BbpTask default_bbp_task() {
   BbpTask task;
-  task.threads = orl::logical_core_count();
+  task.threads = orl::processor_count();
   return task;
 }
 
@@ -181,7 +182,7 @@ void run_bbp_task(const BbpTask& task) {
   print_line("Total Time:    ", orl::seconds_text(timer.wall_seconds()));
   console::newline();
   print_line("CPU Utilization:        ", timer.utilization(1), 'Y');
-  print_line("Multi-core Efficiency:  ", timer.utilization(orl::logical_core_count()), 'Y');
+  print_line("Multi-core Efficiency:  ", timer.utilization(orl::processor_count()), 'Y');
 }
 
 }  // namespace orvane

@@ -6,7 +6,6 @@
 #include "console/console.h"
 #include "core/exceptions.h"
 #include "core/format.h"
-#include "system/machine.h"
 
 namespace orvane {
 namespace {

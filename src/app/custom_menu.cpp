@@ -15,7 +15,7 @@
 #include "menus/raid_menu.h"
 #include "session/output_claim.h"
 #include "session/parameters.h"
-#include "system/machine.h"
+#include "system/limits.h"
 
 namespace orvane {
 namespace {

@@ -205,10 +205,11 @@ std::vector<HelpEntry> files() {
           {"Validation File", "Report of a finished run, in the working folder; closed by a hash.", {}},
           {"Digits/", "First digits of every constant, with which each run is compared.", {}},
           {"Username.txt",
-           "Beside the program: a line \"Username: NAME\" names the user in validation files.",
+           "A line \"Username: NAME\" names the user in validation files. Beside the program; for an "
+           "installed one in ~/.config/orvane/ or /etc/orvane/.",
            {}},
           {"environment.cfg",
-           "Beside the program: the cores and nodes it found, and the cores that threads are pinned to.",
+           "The cores and nodes it found, and the cores that threads are pinned to. In the same places.",
            {}}};
 }
 

@@ -21,6 +21,7 @@
 #include "menus/fault_prompt.h"
 #include "simd/target.h"
 #include "system/environment.h"
+#include "system/places.h"
 #include "system/topology.h"
 #include "threads/frameworks.h"
 #include "threads/thread_priority.h"
@@ -32,7 +33,7 @@ namespace {
 namespace console = orl::console;
 
 constexpr const char* kCheckpointFile = "Orvane Checkpoint File.txt";
-constexpr const char* kEnvironmentFile = "environment.cfg";  // beside the program
+constexpr const char* kEnvironmentFile = "environment.cfg";
 
 // Full path of the running file; empty when the system does not tell.
 std::string own_path() {
@@ -134,7 +135,8 @@ int guarded_body(orl::CommandLine::Parameters& line) {
     orl::set_thread_priority(settings.thread_priority);
     check_processor();
     orl::set_environment(orl::on_usable_cores(
-        orl::load_environment(settings.exe_dir + kEnvironmentFile, orl::topology()), orl::bound_cores()));
+        orl::load_environment(orl::settings_places().path_of(kEnvironmentFile), orl::topology()),
+        orl::bound_cores()));
     orl::notice("\n", ' ');
   }
   if (std::filesystem::exists(kCheckpointFile)) return resume();

@@ -9,7 +9,7 @@
 #include "console/menu_input.h"
 #include "core/format.h"
 #include "stress/stress_tester.h"
-#include "system/machine.h"
+#include "system/limits.h"
 #include "system/topology.h"
 
 namespace orvane {

@@ -16,7 +16,7 @@
 #include "core/version.h"
 #include "files/new_file.h"
 #include "outofcore/swap_transform.h"
-#include "system/machine.h"
+#include "system/limits.h"
 
 namespace orvane {
 namespace {
@@ -201,9 +201,10 @@ std::string BenchIoSettings::refusal() const {
   if (buffers > memory_bytes / 2)
     return "The buffers of the array take " + orl::format_bytes(buffers) +
            ", more than half of the memory. Use more memory, or smaller buffers.";
-  const u64 available = orl::available_memory_bytes();
-  if (memory_bytes > available)
-    return "This machine has " + orl::format_bytes(available) + " of memory available. Use less with -M.";
+  const orl::Limits limits = orl::limits();
+  if (memory_bytes > limits.available_bytes)
+    return orl::memory_sentence(limits) + " of memory, of which " +
+           orl::format_bytes(limits.available_bytes) + " are available. Use less with -M.";
   return "";
 }
 

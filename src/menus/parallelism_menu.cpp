@@ -3,6 +3,7 @@
 #include "console/console.h"
 #include "core/format.h"
 #include "menus/console_settings_menu.h"
+#include "system/limits.h"
 
 namespace orl {
 
@@ -43,7 +44,7 @@ void choose_framework(Parallelism& settings) {
 void run_parallelism_menu(Parallelism& settings) {
   ConsoleSettingsMenu menu;
   for (;;) {
-    const u64 cores = logical_core_count();
+    const u64 cores = processor_count();
     console::newline();
     console::println("Multi-Threading Settings:", 'Y');
     console::newline();

@@ -14,7 +14,7 @@
 #include "memory/aligned_malloc.h"
 #include "session/digit_output.h"
 #include "session/validation_file.h"
-#include "threads/frameworks.h"
+#include "system/limits.h"
 #include "threads/parallelism.h"
 #include "words/hash.h"
 
@@ -154,7 +154,7 @@ int run_pi_proof(orl::DigitReader& reader) {
   PiProof proof;
   {
     orl::LinearConsoleNode status;
-    proof = prove_pi(reader.total_digits(), orl::logical_core_count(), digits_at, status);
+    proof = prove_pi(reader.total_digits(), orl::processor_count(), digits_at, status);
   }
   if (proof.places.empty())
     throw InvalidParametersException(kFunction, "There are too few digits for the check, or too many.");

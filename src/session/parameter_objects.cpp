@@ -6,7 +6,7 @@
 #include "core/format.h"
 #include "session/parameters.h"
 #include "session/ram_plan.h"
-#include "system/machine.h"
+#include "system/limits.h"
 
 namespace orvane {
 namespace {
@@ -170,9 +170,8 @@ Object ComputeParameters::dump_memory() const {
     object.add_object("RequiredRam", with_text(bytes, orl::format_bytes(bytes)));
     if (bytes >= kAddressSpaceBytes)
       errors.add_string("Insufficient Address Space");
-    else if (bytes > orl::total_memory_bytes())
-      warnings.add_string("Insufficient Memory: this machine has " +
-                          orl::format_bytes(orl::total_memory_bytes()) + ".");
+    else if (const orl::Limits limits = orl::limits(); bytes > limits.memory_bytes)
+      warnings.add_string("Insufficient Memory: " + orl::memory_sentence(limits) + ".");
   } catch (const orl::InvalidParametersException& e) {
     if (errors.size() == 0) errors.add_string(e.message());
   }

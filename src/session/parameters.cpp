@@ -9,7 +9,7 @@
 #include "digits/digit_writer.h"
 #include "files/path_check.h"
 #include "session/output_claim.h"
-#include "system/machine.h"
+#include "system/limits.h"
 
 namespace orvane {
 namespace {
@@ -53,10 +53,10 @@ void check_digits(u64 decimal_digits, const Constant& constant) {
 }  // namespace
 
 std::string memory_refusal(u64 needed_bytes) {
-  const u64 available = orl::available_memory_bytes();
-  if (needed_bytes <= available) return {};
-  return "This size needs " + orl::format_bytes(needed_bytes) + " of memory.\nThis machine has " +
-         orl::format_bytes(orl::total_memory_bytes()) + ",\nof which " + orl::format_bytes(available) +
+  const orl::Limits limits = orl::limits();
+  if (needed_bytes <= limits.available_bytes) return {};
+  return "This size needs " + orl::format_bytes(needed_bytes) + " of memory.\n" +
+         orl::memory_sentence(limits) + ",\nof which " + orl::format_bytes(limits.available_bytes) +
          " are available.\nChoose a smaller size, or end what else uses memory.";
 }
 

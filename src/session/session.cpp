@@ -26,8 +26,9 @@
 #include "session/run_report.h"
 #include "session/user_name.h"
 #include "session/work_model.h"
+#include "system/limits.h"
 #include "system/machine.h"
-#include "threads/frameworks.h"
+#include "system/places.h"
 #include "words/hash.h"
 
 namespace orvane {
@@ -75,7 +76,7 @@ class RamSession {
         parallel_(parameters.parallelism.context()) {}
 
   void run() {
-    report_.user = user_name(orl::settings().exe_dir);
+    report_.user = user_name(orl::settings_places().path_of(kUserFile));
     print_summary();
     print_line("\nStart Time:  ", timer_.start_date(), 'Y');
     console::newline();
@@ -299,7 +300,7 @@ class RamSession {
     report_.hexadecimal_digits = parameters_.hexadecimal_digits();
     report_.mode = parameters_.mode_name();
     report_.threading = parallel_.parallelizer.to_string(parallel_.tds);
-    report_.threads = orl::logical_core_count();
+    report_.threads = orl::processor_count();
     report_.working_bytes = plan_.working_bytes();
     report_.table_bytes = plan_.table_bytes();
     report_.configuration = parameters_.configuration_dump();

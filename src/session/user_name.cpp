@@ -7,7 +7,6 @@
 namespace orvane {
 namespace {
 
-constexpr const char* kFile = "Username.txt";
 constexpr const char* kTag = "Username:";
 constexpr const char* kNone = "None";
 constexpr std::size_t kMaxLength = 200;  // keeps the line of the report a line
@@ -24,8 +23,8 @@ std::string cleaned(std::string text) {
 
 }  // namespace
 
-std::string user_name(const std::string& folder) {
-  std::ifstream file(folder + kFile);
+std::string user_name(const std::string& path) {
+  std::ifstream file(path);
   if (!file) return kNone;
   for (std::string line; std::getline(file, line);) {
     const auto tag = line.find(kTag);
@@ -33,8 +32,8 @@ std::string user_name(const std::string& folder) {
     const std::string name = cleaned(line.substr(tag + std::string_view(kTag).size()));
     return name.empty() ? kNone : name;
   }
-  throw orl::ParseException("user_name()", std::string("Tag not found in ") + kFile + "\n\nGive the file \"" +
-                                               folder + kFile +
+  throw orl::ParseException("user_name()", std::string("Tag not found in ") + kUserFile +
+                                               "\n\nGive the file \"" + path +
                                                "\" a line such as \"Username: Ada\", or remove it.");
 }
 

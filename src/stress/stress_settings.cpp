@@ -6,17 +6,20 @@
 #include "core/exceptions.h"
 #include "core/format.h"
 #include "system/environment.h"
-#include "system/machine.h"
+#include "system/limits.h"
 
 namespace orvane {
 namespace {
 
 using orl::s64;
 
-std::vector<u32> distinct(const std::vector<u32>& cores) {
+// Each core of the pin order once, and no more of them than the process is given time for: threads that wait for
+// their turn heat nothing.
+std::vector<u32> default_cores() {
   std::vector<u32> found;
-  for (const u32 core : cores)
-    if (std::find(found.begin(), found.end(), core) == found.end()) found.push_back(core);
+  for (const u32 core : orl::static_pin_order())
+    if (found.size() < orl::processor_count() && std::find(found.begin(), found.end(), core) == found.end())
+      found.push_back(core);
   return found;
 }
 
@@ -47,7 +50,7 @@ std::vector<u32> read_cores(const orl::Array& array) {
 }  // namespace
 
 StressSettings::StressSettings()
-    : cores(distinct(orl::static_pin_order())),
+    : cores(default_cores()),
       total_memory(orl::available_memory_bytes() / 16 * 15),
       tests(make_stress_tests()) {}
 

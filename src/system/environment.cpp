@@ -15,6 +15,7 @@
 #include "core/exceptions.h"
 #include "core/output.h"
 #include "files/file_calls.h"
+#include "files/path_check.h"
 
 namespace orl {
 namespace {
@@ -160,7 +161,12 @@ Environment load_environment(const std::string& path, const Topology& topology) 
   std::error_code error;
   if (std::filesystem::exists(std::filesystem::symlink_status(path, error)))
     return load_existing(path, topology);
+  if (path.empty()) {
+    notice_line("No configuration found, and no home folder to keep one in.", 'w');
+    return default_environment(topology);
+  }
   notice_line("No configuration found. Generating default file...", 'w');
+  make_folders(path.substr(0, path.find_last_of('/') + 1));  // a failure shows at the next step
   if (const auto failure = write_whole(path, environment_text(topology))) {
     notice_line("Unable to write \"" + path + "\": " + *failure + ". Using default settings.", 'Y');
     return default_environment(topology);

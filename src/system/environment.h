@@ -1,4 +1,4 @@
-// environment.cfg, which stands beside the program: the hardware that was detected when it was written, and
+// environment.cfg, which stands where places.h says: the hardware that was detected when it was written, and
 // the settings that depend on it. It is made when it is missing; settings from a file that was written on
 // other hardware are not used.
 #pragma once
@@ -26,7 +26,8 @@ std::string environment_text(const Topology& topology);
 /// Throws InvalidParametersException or KeyNotFoundException for what cannot be used.
 Environment parse_environment(const Object& root, const Topology& topology);
 
-/// The settings of the file at `path`; writes the file first when there is none. Says on the console what it
+/// The settings of the file at `path`; writes the file first when there is none, and the way to it; an empty path stands
+/// for no place to keep one. Says on the console what it
 /// does, and why, when it falls back to the defaults; nothing that it meets is fatal.
 Environment load_environment(const std::string& path, const Topology& topology);
 

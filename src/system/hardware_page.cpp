@@ -9,6 +9,7 @@
 #include "core/settings.h"
 #include "simd/features.h"
 #include "system/kernel_files.h"
+#include "system/limits.h"
 #include "system/machine.h"
 
 namespace orl {
@@ -114,8 +115,11 @@ ReportSection clocks(const std::string& root) {
 // What belongs to the running process rather than to the machine.
 ReportSection measured() {
   const double hz = measure_tsc_frequency(0.05);
+  const Limits granted = limits();
   return {"Measured Now:",
-          {{"Available Memory:", format_bytes(available_memory_bytes())},
+          {{"Memory Granted:", format_bytes(granted.memory_bytes)},
+           {"Available Memory:", format_bytes(granted.available_bytes)},
+           {"Processors Granted:", std::to_string(granted.processors)},
            {"Time-Stamp Counter:",
             hz > 0 ? format_with_commas(static_cast<u64>(hz)) + " Hz, constant rate" : "no constant rate"},
            {"Is Debugger Present:", yes_no(debugger_is_present())}}};

@@ -28,9 +28,6 @@ std::vector<ReportSection> system_report(bool identifying);
 std::vector<ReportSection> read_system_report(const std::string& root, const Topology& topology,
                                               bool identifying, double tsc_hz);
 
-/// Bytes of memory: what the kernel has to give, and what can be had without swapping (MemAvailable).
-u64 total_memory_bytes();
-u64 available_memory_bytes();
 /// The most memory that this process has had in use at once.
 u64 peak_memory_bytes();
 

@@ -2,6 +2,7 @@
 
 #include "config/settings_keys.h"
 #include "core/format.h"
+#include "system/limits.h"
 #include "threads/frameworks.h"
 #include "threads/task_entry.h"
 #include "threads/tsan_edge.h"
@@ -39,7 +40,7 @@ void cilk_for(u64 count, Body& body) {
 
 }  // namespace
 
-Parallelizer_Cilk::Parallelizer_Cilk() : cilk_threads_(logical_core_count()) {}
+Parallelizer_Cilk::Parallelizer_Cilk() : cilk_threads_(processor_count()) {}
 
 void Parallelizer_Cilk::run_pair(ParallelTask& first, ParallelTask& second) {
   const auto body = [&](u64 i) { run_task(i == 0 ? first : second, 0); };

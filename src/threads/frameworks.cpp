@@ -1,7 +1,5 @@
 #include "threads/frameworks.h"
 
-#include <unistd.h>
-
 #include <bit>
 
 #include "config/object.h"
@@ -62,11 +60,6 @@ std::unique_ptr<Parallelizer> create_framework(const std::string& key) {
     throw InvalidParametersException("create_framework()", "Invalid Parallel Framework: " + key);
   }
   return type->create();
-}
-
-u64 logical_core_count() {
-  const long online = sysconf(_SC_NPROCESSORS_ONLN);
-  return online < 1 ? 1 : static_cast<u64>(online);
 }
 
 u64 default_task_decomposition(u64 logical_cores) {

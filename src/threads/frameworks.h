@@ -25,8 +25,6 @@ bool has_framework(const std::string& key);
 /// Framework: " and the key for one that is not registered.
 std::unique_ptr<Parallelizer> create_framework(const std::string& key);
 
-/// Online logical processors, at least 1.
-u64 logical_core_count();
 /// n when it is a power of two, otherwise 2n, at most kMaxTaskDecomposition.
 u64 default_task_decomposition(u64 logical_cores);
 /// pushpool up to 16 logical processors; above, cilk, or tbb when this build has no cilk.

@@ -4,6 +4,7 @@
 #include "config/settings_keys.h"
 #include "core/exceptions.h"
 #include "core/format.h"
+#include "system/limits.h"
 
 namespace orl {
 
@@ -19,7 +20,7 @@ std::optional<s64> read_decomposition(const Object& object) {
 
 }  // namespace
 
-Parallelism::Parallelism() { restore_defaults(logical_core_count()); }
+Parallelism::Parallelism() { restore_defaults(processor_count()); }
 
 void Parallelism::set_tds(u64 tds) {
   check_task_decomposition(tds);

@@ -6,6 +6,7 @@
 
 #include "config/settings_keys.h"
 #include "core/format.h"
+#include "system/limits.h"
 #include "threads/frameworks.h"
 #include "threads/range_split.h"
 #include "threads/task_entry.h"
@@ -105,7 +106,7 @@ void Parallelizer_PushPool::run_flat(ParallelTask& task, u64 start, u64 end) {
 void Parallelizer_PushPool::reserve() {
   // The calling thread is the remaining one. Without a limit the pool holds one spare for each processor,
   // since a thread that waits for its fork still occupies its record.
-  pool_->grow_to(worker_limit_ != 0 ? worker_limit_ - 1 : 2 * logical_core_count() - 1);
+  pool_->grow_to(worker_limit_ != 0 ? worker_limit_ - 1 : 2 * processor_count() - 1);
 }
 
 void Parallelizer_PushPool::reset() { pool_ = std::make_unique<PushPool>(randomization_, on_thread_start_); }

@@ -11,6 +11,7 @@
 
 #include "config/settings_keys.h"
 #include "core/format.h"
+#include "system/limits.h"
 #include "threads/frameworks.h"
 #include "threads/task_entry.h"
 #include "threads/tsan_edge.h"
@@ -32,7 +33,7 @@ struct Parallelizer_Tbb::Arena {
   std::optional<tbb::global_control> limit;
 };
 
-Parallelizer_Tbb::Parallelizer_Tbb() { set_threads(logical_core_count()); }
+Parallelizer_Tbb::Parallelizer_Tbb() { set_threads(processor_count()); }
 
 Parallelizer_Tbb::~Parallelizer_Tbb() = default;
 

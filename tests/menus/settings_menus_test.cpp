@@ -7,6 +7,7 @@
 #include "menus/console_settings_menu.h"
 #include "menus/parallelism_menu.h"
 #include "support/screen.h"
+#include "system/limits.h"
 #include "threads/registered.h"
 
 namespace orl {
@@ -38,13 +39,13 @@ TEST(ParallelismMenu, ChangesWhatItShows) {
             "C++ std::async()  ->  1000 / ?  (async | deferred)");
   EXPECT_NE(shown.find("std::launch::async | std::launch::deferred"), std::string::npos);
   menu_output(settings, "1\n0\n");
-  EXPECT_EQ(settings.tds(), default_task_decomposition(logical_core_count()));
-  EXPECT_EQ(settings.framework().key(), default_framework_key(logical_core_count()));
+  EXPECT_EQ(settings.tds(), default_task_decomposition(processor_count()));
+  EXPECT_EQ(settings.framework().key(), default_framework_key(processor_count()));
 }
 
 TEST(ParallelismMenu, ShowsTheRowsOfEachFramework) {
   fill_registries();
-  const std::string cores = std::to_string(logical_core_count());
+  const std::string cores = std::to_string(processor_count());
   const std::pair<const char*, std::string> rows[] = {
       {"none", ""},
       {"spawn", ""},

@@ -129,7 +129,7 @@ TEST(ActionObject, KeepsValuesThatAreNotTheDefaults) {
     swap.set_memory_bytes(bytes);
     return orl::to_string(swap.configuration_dump().get("Memory"));
   };
-  EXPECT_NE(memory(u64{1} << 46).find("Insufficient Memory: this machine has "), std::string::npos);
+  EXPECT_NE(memory(u64{1} << 46).find("Insufficient Memory: This "), std::string::npos);
   EXPECT_NE(memory(u64{1} << 47).find("Insufficient Address Space"), std::string::npos);
   swap.raid.set_lanes({{orl::R03::RaidType::raid0, {"/a"}}, {orl::R03::RaidType::raid3, {"/b", "/c"}}});
   expect_round_trip(mode);

@@ -253,13 +253,13 @@ TEST(Results, ReadBackAsTheSameStrictJson) {
 
 TEST(UserName, StandsBehindItsTag) {
   orl::test::TemporaryFolder folder;
-  const std::string place = folder.path() + "/";
+  const std::string place = folder.file(kUserFile);
   EXPECT_EQ(user_name(place), "None");
-  orl::test::write_file(place + "Username.txt", "Your name:\r\nUsername:  Ada  Lovelace \t\r\nmore\r\n");
+  orl::test::write_file(place, "Your name:\r\nUsername:  Ada  Lovelace \t\r\nmore\r\n");
   EXPECT_EQ(user_name(place), "Ada  Lovelace");
-  orl::test::write_file(place + "Username.txt", "Username:");
+  orl::test::write_file(place, "Username:");
   EXPECT_EQ(user_name(place), "None");
-  orl::test::write_file(place + "Username.txt", "User: Ada");
+  orl::test::write_file(place, "User: Ada");
   try {
     user_name(place);
     FAIL();

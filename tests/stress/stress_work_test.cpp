@@ -15,6 +15,7 @@
 #include "support/multiplication.h"
 #include "support/random_words.h"
 #include "support/thrown.h"
+#include "system/limits.h"
 #include "system/machine.h"
 #include "system/topology.h"
 

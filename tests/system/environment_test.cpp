@@ -8,6 +8,8 @@
 #include "core/settings.h"
 #include "support/fake_file_calls.h"
 #include "support/files.h"
+#include "system/fake_machine.h"
+#include "system/places.h"
 
 namespace orl::test {
 namespace {
@@ -128,6 +130,15 @@ TEST_F(EnvironmentFile, ThatCannotBeUsedIsNamed) {
   }
 }
 
+TEST_F(EnvironmentFile, GetsItsFolderOrHasNoPlace) {
+  path_ = folder_.file("not/there/environment.cfg");
+  EXPECT_EQ(load(topology_).static_pin_order, (Ids{0, 1, 2, 3}));
+  EXPECT_EQ(read_file(path_), environment_text(topology_));
+  path_.clear();
+  EXPECT_EQ(load(topology_).static_pin_order, (Ids{0, 1, 2, 3}));
+  EXPECT_TRUE(shows("no home folder")) << screen_;
+}
+
 // No user, not even root, can make a file there.
 TEST_F(EnvironmentFile, InAFolderThatCannotBeWrittenIsNoFailure) {
   path_ = "/proc/environment.cfg";
@@ -184,6 +195,33 @@ TEST(Environment, KeepsToTheCoresThatTheProcessMayUse) {
   EXPECT_EQ(on_usable_cores({{0, 2, 1, 3}}, {1, 2}).static_pin_order, (Ids{2, 1}));
   EXPECT_EQ(testing::internal::GetCapturedStdout(),
             "This process may not use all cores. Threads are not pinned to: 0 3\n");
+}
+
+// A row: what there is below the root, and where the settings of a program there are looked for.
+TEST(SettingsPlaces, DependOnWhereTheProgramLies) {
+  const std::string cfg = "environment.cfg";
+  const auto path = [&](const FakeMachine& machine, const char* folder, const char* xdg, const char* home) {
+    const std::string found =
+        settings_places(machine.root() + folder, machine.root(), xdg, home).path_of(cfg);
+    return found.starts_with(machine.root()) ? found.substr(machine.root().size()) : found;
+  };
+  FakeMachine machine;
+  machine.put("opt/orvane/orvane", "").put("home/bin/orvane", "").put("usr/bin/orvane", "");
+  machine.put("usr/share/orvane/Digits/Pi.txt", "3.1");
+  const std::string home = machine.root() + "home", xdg = machine.root() + "xdg";
+  EXPECT_EQ(path(machine, "opt/orvane/", xdg.c_str(), home.c_str()), "opt/orvane/" + cfg);
+  EXPECT_EQ(path(machine, "home/bin/", nullptr, home.c_str()), "home/bin/" + cfg)
+      << "a bin that is no prefix's";
+  EXPECT_EQ(path(machine, "usr/bin/", xdg.c_str(), home.c_str()), "xdg/orvane/" + cfg);
+  EXPECT_EQ(path(machine, "usr/bin/", nullptr, home.c_str()), "home/.config/orvane/" + cfg);
+  EXPECT_EQ(path(machine, "usr/bin/", "relative", home.c_str()), "home/.config/orvane/" + cfg);
+  EXPECT_EQ(path(machine, "usr/bin/", "", ""), "");
+  machine.put("etc/orvane/" + cfg, "");
+  EXPECT_EQ(path(machine, "usr/bin/", nullptr, nullptr), "etc/orvane/" + cfg);
+  EXPECT_EQ(path(machine, "usr/bin/", nullptr, home.c_str()), "etc/orvane/" + cfg);
+  EXPECT_EQ(path(machine, "opt/orvane/", nullptr, home.c_str()), "opt/orvane/" + cfg);
+  machine.put("home/.config/orvane/" + cfg, "");
+  EXPECT_EQ(path(machine, "usr/bin/", nullptr, home.c_str()), "home/.config/orvane/" + cfg);
 }
 
 TEST(Environment, DefaultsHoldUntilItIsSet) {

@@ -5,6 +5,7 @@
 #include "config/object.h"
 #include "support/screen.h"
 #include "support/thrown.h"
+#include "system/limits.h"
 #include "threads/push_pool_framework.h"
 #include "threads/registered.h"
 #include "threads/simple_frameworks.h"
@@ -46,8 +47,8 @@ TEST_F(ParallelismTest, EachFrameworkDescribesItself) {
       {"spawn", "Thread Spawn (1 Thread/Task)  ->  8 / ?"},
       {"cppasync", "C++ std::async()  ->  8 / ?  (async only)"},
       {"pushpool", "Push Pool  ->  8 / ?  (randomization on)"},
-      {"cilk", "Cilk Plus Work-Stealing  ->  8 / " + std::to_string(logical_core_count())},
-      {"tbb", "oneTBB Work-Stealing  ->  8 / " + std::to_string(logical_core_count())}};
+      {"cilk", "Cilk Plus Work-Stealing  ->  8 / " + std::to_string(processor_count())},
+      {"tbb", "oneTBB Work-Stealing  ->  8 / " + std::to_string(processor_count())}};
   for (const auto& [key, line] : lines) {
     if (!has_framework(key)) {
       EXPECT_THROW(create_framework(key), InvalidParametersException) << key;

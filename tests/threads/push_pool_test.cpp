@@ -7,6 +7,7 @@
 #include <set>
 #include <thread>
 
+#include "system/limits.h"
 #include "threads/frameworks.h"
 #include "threads/push_pool_framework.h"
 
@@ -70,7 +71,7 @@ TEST(LimitedPool, RunsInlineWhenNobodyIsIdle) {
 TEST(Pool, ReservesAndGivesBack) {
   Parallelizer_PushPool pool;
   pool.reserve();
-  EXPECT_EQ(pool.worker_count(), 2 * logical_core_count() - 1);
+  EXPECT_EQ(pool.worker_count(), 2 * processor_count() - 1);
   pool.reset();
   EXPECT_EQ(pool.worker_count(), 0u);
   pool.set_worker_limit(5);
