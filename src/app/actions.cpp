@@ -12,6 +12,7 @@
 #include "app/log_formula_tool.h"
 #include "app/options.h"
 #include "app/stress_menu.h"
+#include "app/swap_multiply_menu.h"
 #include "console/console.h"
 #include "core/exceptions.h"
 #include "core/settings.h"
@@ -28,12 +29,6 @@ namespace {
 namespace console = orl::console;
 using orl::InvalidParametersException;
 using Line = orl::CommandLine::Parameters;
-
-// Work that this version does not hold yet: one plain line, and the run counts as failed.
-int not_available(const char* what) {
-  console::println(std::string(what) + " is not available in this version yet.", 'R');
-  return 1;
-}
 
 int invalid_parameter(const std::string& key) {
   console::println("Invalid Parameter: " + key, 'R');
@@ -239,14 +234,10 @@ int help(Line& line) {
   return 0;
 }
 
-// Behind the name of what not_available() answers for.
-constexpr const char* kToCome = "  (not in this version yet)";
-
 struct MenuEntry {
   const char* name;
   char colour;
   int (*run)();
-  const char* note = "";
 };
 
 int advanced_menu() {
@@ -263,12 +254,11 @@ int advanced_menu() {
          orl::print_report_page("Compilation Options", orl::compilation_sections());
          return 0;
        }},
-      {"Test Swap Multiply", 'Y', [] { return not_available("The test of swap multiplication"); }, kToCome},
+      {"Test Swap Multiply", 'Y', swap_multiply_menu},
   };
   console::println("\nAdvanced Options\n", 'w');
   for (std::size_t i = 0; i < std::size(entries); i++)
-    console::println("  " + std::to_string(i) + "         " + entries[i].name + entries[i].note,
-                     entries[i].colour);
+    console::println("  " + std::to_string(i) + "         " + entries[i].name, entries[i].colour);
   console::println("\nEnter your choice:", 'w');
   return entries[console::read_bounded("option: ", 0, std::size(entries) - 1, 'G')].run();
 }

@@ -42,7 +42,7 @@ void remove_left_overs(const std::string& folder) {
 ArrayFolder::ArrayFolder(const std::string& folder) : lock_(with_separator(folder) + "orv_array.lock") {
   if (lock_.state() == FileLock::State::kTaken)
     throw InvalidParametersException(
-        "SwapDescriptor", "Another run has a disk array in this folder.\nPath: " + shown_path(folder) +
+        "SwapDescriptor", "Another disk array is at work in this folder.\nPath: " + shown_path(folder) +
                               "\nWait for its end, or choose another folder.");
   if (lock_.state() == FileLock::State::kHeld) remove_left_overs(folder);
 }

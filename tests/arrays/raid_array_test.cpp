@@ -201,7 +201,7 @@ TEST(RaidArray, HasItsFoldersForItself) {
     other.set_group({RaidType::raid0, {folders.names[1]}});
     other.prepare();
     EXPECT_EQ(test::message_of([&] { SwapDescriptor second(other); }),
-              "Another run has a disk array in this folder.\nPath: " + folders.names[1] +
+              "Another disk array is at work in this folder.\nPath: " + folders.names[1] +
                   "\nWait for its end, or choose another folder.");
   }
   EXPECT_NO_THROW(SwapDescriptor{folders.descriptor}) << "the lock has gone with the array";
