@@ -341,6 +341,11 @@ u64 AlgorithmTable<W>::table_bytes(u64 bits) const {
   return bytes;
 }
 
+std::span<const AlgorithmRow> default_swap_rows() {
+  static constexpr AlgorithmRow rows[] = {{"C17", kLargestC17}, {"N64", kLargestN64}};
+  return rows;
+}
+
 std::span<const AlgorithmRow> default_basic_rows() {
   switch (simd::active_target()) {
     case simd::Target::kScalar:

@@ -24,15 +24,15 @@
 
 namespace orl {
 
-/// An algorithm whose operands and transforms lie on disks. None exists yet; it will not take pointers to words.
-class SwapAlgorithm;
+/// The transforms of an algorithm for operands that lie on disks (transforms/common/far_transform.h).
+class FarFamily;
 
 /// The objects of one algorithm; null where the word type or the kind of memory has none.
 struct AlgorithmInstances {
   const Algorithm* basic_u32 = nullptr;
   const Algorithm* basic_u64 = nullptr;
-  const SwapAlgorithm* swap_u32 = nullptr;
-  const SwapAlgorithm* swap_u64 = nullptr;
+  const FarFamily* swap_u32 = nullptr;
+  const FarFamily* swap_u64 = nullptr;
 
   /// The object for products in RAM.
   template <class W>
@@ -41,6 +41,14 @@ struct AlgorithmInstances {
       return basic_u32;
     else
       return basic_u64;
+  }
+  /// The object for products of numbers on disks.
+  template <class W>
+  const FarFamily* swap() const {
+    if constexpr (sizeof(W) == 4)
+      return swap_u32;
+    else
+      return swap_u64;
   }
 };
 
@@ -225,6 +233,8 @@ std::vector<std::string> initialize_multiplication(AlgorithmRegistry&& registry)
 const AlgorithmRegistry& algorithm_registry();
 /// The rows of the active target's list for products in RAM.
 std::span<const AlgorithmRow> default_basic_rows();
+/// The rows of the list for products of numbers on disks, which all targets share.
+std::span<const AlgorithmRow> default_swap_rows();
 namespace detail {
 template <class W>
 inline const AlgorithmTable<W>* active_table = nullptr;

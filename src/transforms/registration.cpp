@@ -17,7 +17,8 @@ std::vector<std::string> register_multiplication() {
   AlgorithmRegistry registry;
   register_basecase(registry);
   const auto add = [&](const Algorithm& algorithm) {
-    registry.add(algorithm.id(), {&algorithm, &algorithm, nullptr, nullptr});
+    const FarFamily* const far = find_far_family(algorithm.id());
+    registry.add(algorithm.id(), {&algorithm, &algorithm, far, far});
   };
   add(fft_algorithm());
   add(n32_algorithm());

@@ -5,6 +5,7 @@
 #include "core/exceptions.h"
 #include "core/fault_point.h"
 #include "outofcore/swap_fixture.h"
+#include "outofcore/swap_table.h"
 #include "support/random_words.h"
 #include "support/sanitized.h"
 #include "transforms/registration.h"
@@ -184,6 +185,25 @@ TEST(SwapProduct, ABitThatChangesIsTold) {
       EXPECT_TRUE(told == struck || site != std::string_view("swap operand"));
     }
   }
+}
+
+TEST(SwapTable, PlansInWordsOfBothTypes) {
+  const SwapPlace place;
+  EXPECT_EQ(swap_table<u32>().name(), "Swap: 32-bit Word");
+  EXPECT_EQ(swap_table<u64>().name(), "Swap: 64-bit Word");
+  const SwapPlan narrow = swap_table<u32>().plan(whole_product(4000, 2000), place.budget(u64{1} << 20));
+  SwapRequest half = whole_product(2000, 1000);
+  half.skip = 1;
+  const SwapPlan wide = swap_table<u64>().plan(half, place.budget(u64{1} << 20));
+  EXPECT_EQ(narrow.made_words(), wide.made_words());
+  EXPECT_EQ(wide.wanted_words(), 2 * 2999);
+  EXPECT_EQ(std::string(swap_table<u64>().get_family(u64{1} << 40).id()), "C17");
+  EXPECT_THROW(swap_table<u64>().get_family(u64{1} << 62), LimitExceededException);
+  SwapTable<u64> table("Swap: 64-bit Word");
+  const AlgorithmRow rows[] = {{"FFT", 1000}, {"Code", 2000}};
+  const std::vector<std::string> warnings = {"Warning: FFT does not support: \"Swap: 64-bit Word\"",
+                                             "Skipping unknown algorithm: Code"};
+  EXPECT_EQ(table.add_list(algorithm_registry(), rows), warnings);
 }
 
 TEST(SwapProduct, RefusesWhatIsNotPlanned) {
