@@ -7,13 +7,12 @@
 #include "transforms/c17/residue_bounds.h"
 #include "transforms/c17/residue_far_kernels.h"
 #include "transforms/c17/residue_tables.h"
+#include "transforms/common/far_steps.h"
 
 namespace orl {
 namespace {
 
 constexpr u64 kPackedBytes = 6;
-constexpr u64 kBlockPoints = 256;  ///< of all primes: in L1
-constexpr u64 kUnit = 64;          ///< points that tasks do not share
 
 ResidueRow row_of(const FarShape& shape) {
   return {static_cast<u8>(shape.P), static_cast<u8>(shape.k), static_cast<u8>(shape.n)};
@@ -51,7 +50,7 @@ u64 stripe_tile_bytes(const FarShape& shape, u32 levels) {
   const u32 most = std::min(levels, kResidueColumnLevels);
   return (sizeof(double) * shape.k * stripe_tile_columns(most)) << most;
 }
-u64 block_bytes(const FarShape& shape) { return sizeof(double) * shape.P * kBlockPoints; }
+u64 block_bytes(const FarShape& shape) { return sizeof(double) * shape.P * kFarTilePoints; }
 
 u64 node_task_bytes(const FarShape& shape, u32 above) {
   const Tree tree(shape, above);
@@ -60,18 +59,6 @@ u64 node_task_bytes(const FarShape& shape, u32 above) {
 }
 u64 stripe_task_bytes(const FarShape& shape, u32 levels) {
   return LinearHeapBuffer::cut_bytes<u8>(std::max(stripe_tile_bytes(shape, levels), block_bytes(shape)));
-}
-
-/// Forks over `count` units, at most as many tasks as have `bytes` of scratch each: body(task, tasks, begin, end, memory).
-template <class Body>
-void for_tasks(FarWork work, u64 bytes, u64 count, Body&& body) {
-  const u64 own_bytes = LinearHeapBuffer::cut_bytes<u8>(bytes);
-  for_parts(work.parallel, work.scratch.size / own_bytes, count,
-            [&](u64 task, u64 tasks, u64 begin, u64 end) {
-              LinearHeapBuffer own = work.scratch;
-              own.cut<u8>(task * own_bytes);
-              body(task, tasks, begin, end, own.cut<u8>(own_bytes));
-            });
 }
 
 class ResidueFar final : public FarTransform {
@@ -93,11 +80,12 @@ class ResidueFar final : public FarTransform {
     if (first >= last) return;
     const Tree tree(shape_, 0);
     for_blocks(block, work, [&](u64, u64, u64 begin, u64 end, double* tile) {
-      for (u64 at = begin; at < end; at += kBlockPoints) {
-        const u64 count = std::min(kBlockPoints, end - at);
-        far_.split(plan_, {first, last}, part(a, at - block.begin), count, tile, kBlockPoints);
+      for (u64 at = begin; at < end; at += kFarTilePoints) {
+        const u64 count = std::min(kFarTilePoints, end - at);
+        far_.split(plan_, {first, last}, operand_from(a, (at - block.begin) * point_bytes()), count, tile,
+                   kFarTilePoints);
         for (u32 r = first; r < last; ++r) {
-          const double* x = tile + (r - first) * kBlockPoints;
+          const double* x = tile + (r - first) * kFarTilePoints;
           if (to[r].packed)
             far_.pack(plan_.modulus[r], x, count, to[r].packed + kPackedBytes * (at - block.begin));
           else if (to[r].node)
@@ -123,10 +111,10 @@ class ResidueFar final : public FarTransform {
       if (task == 0) count = tasks;
       ResidueJoinRun& run = runs[task];
       run = start_residue_run(plan_.row, ring_, begin, end, window);
-      for (u64 at = begin; at < end; at += kBlockPoints) {
-        const u64 points = std::min(kBlockPoints, end - at);
+      for (u64 at = begin; at < end; at += kFarTilePoints) {
+        const u64 points = std::min(kFarTilePoints, end - at);
         for (u32 r = 0; r < shape_.P; ++r) {
-          double* x = tile + r * kBlockPoints;
+          double* x = tile + r * kFarTilePoints;
           if (from[r].packed)
             far_.unpack(from[r].packed + kPackedBytes * (at - block.begin), points, x);
           else
@@ -134,7 +122,7 @@ class ResidueFar final : public FarTransform {
               std::memcpy(x + (i - at), static_cast<const double*>(from[r].node) + place, sizeof(double) * n);
             });
         }
-        kernels_.join(plan_, tile, kBlockPoints, points, run);
+        kernels_.join(plan_, tile, kFarTilePoints, points, run);
       }
     });
     check_residue_runs("C17", plan_.row, ring_, runs, count);
@@ -233,11 +221,11 @@ class ResidueFar final : public FarTransform {
         if (words[j])
           run.window = WordWindow(reinterpret_cast<u32*>(words[j]), 2 * run.word,
                                   2 * (run.word + word_of(stripe.width)));
-        for (u64 at = 0; at < stripe.width; at += kBlockPoints) {
-          const u64 points = std::min(kBlockPoints, stripe.width - at);
+        for (u64 at = 0; at < stripe.width; at += kFarTilePoints) {
+          const u64 points = std::min(kFarTilePoints, stripe.width - at);
           for (u32 r = 0; r < shape_.P; ++r)
-            std::memcpy(tile + r * kBlockPoints, row(X[r], stripe, j) + at, sizeof(double) * points);
-          kernels_.join(plan_, tile, kBlockPoints, points, run);
+            std::memcpy(tile + r * kFarTilePoints, row(X[r], stripe, j) + at, sizeof(double) * points);
+          kernels_.join(plan_, tile, kFarTilePoints, points, run);
         }
       }
     });
@@ -251,10 +239,6 @@ class ResidueFar final : public FarTransform {
   u64 point_bytes() const { return plan_.row.point_bits() / 8; }
   u64 word_of(u64 point) const { return point * plan_.row.point_bits() / 64; }
   u64 task_of_block() const { return LinearHeapBuffer::cut_bytes<u8>(block_bytes(shape_)); }
-  OperandBytes part(OperandBytes a, u64 point) const {
-    const u64 at = std::min(a.bytes, point * point_bytes());
-    return {a.data + at, a.bytes - at};
-  }
   static FarCarry carry_of(const ResidueOverflow& overflow) {
     FarCarry carry;
     std::fill_n(carry.word, FarCarry::kWords, overflow.negative() ? ~u64{0} : 0);
@@ -266,17 +250,18 @@ class ResidueFar final : public FarTransform {
   /// Parts of a block: body(task, tasks, begin, end, memory).
   template <class Body>
   void for_blocks(const FarBlock& block, FarWork work, Body&& body) const {
-    for_tasks(work, block_bytes(shape_), (block.points() + kUnit - 1) / kUnit,
+    for_tasks(work, block_bytes(shape_), (block.points() + kFarUnit - 1) / kFarUnit,
               [&](u64 task, u64 tasks, u64 begin, u64 end, u8* own) {
-                body(task, tasks, block.begin + begin * kUnit, std::min(block.begin + end * kUnit, block.end),
-                     reinterpret_cast<double*>(own));
+                body(task, tasks, block.begin + begin * kFarUnit,
+                     std::min(block.begin + end * kFarUnit, block.end), reinterpret_cast<double*>(own));
               });
   }
   template <class Body>
   void for_pieces(const FarNode& node, const FarBlock& block, ParallelContext parallel, Body&& body) const {
     const Tree tree(shape_, node.levels);
-    for_parts(parallel, (block.points() + kUnit - 1) / kUnit, [&](u64 begin, u64 end) {
-      tree.for_pieces(block.begin + begin * kUnit, std::min(block.begin + end * kUnit, block.end), body);
+    for_parts(parallel, (block.points() + kFarUnit - 1) / kFarUnit, [&](u64 begin, u64 end) {
+      tree.for_pieces(block.begin + begin * kFarUnit, std::min(block.begin + end * kFarUnit, block.end),
+                      body);
     });
   }
 

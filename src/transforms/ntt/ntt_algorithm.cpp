@@ -52,21 +52,11 @@ class NttRun {
   u64 scratch_bytes() const { return LinearHeapBuffer::cut_bytes<u8>(sizeof(NttBlockEnd) * blocks()); }
 
   Plan plan(ProductRing ring) const {
-    Plan plan{row_, ring, find_ntt_set<R>(row_.P, row_.k), {}};
+    Plan plan = ntt_plan(row_, ring);
     const u64 roots = plan.length() / (plan.negacyclic() ? 8 : 16);
     for (u32 i = 0; i < row_.P; ++i) {
-      const NttPrime<R>& prime = ntt_primes<R>()[plan.set->prime[i]];
-      NttModulus<R>& m = plan.modulus[i];
-      m.p = static_cast<R>(prime.p);
-      m.inverse = static_cast<R>(prime.word_inverse);
-      m.roots = tables_ ? tables_->roots(plan.set->prime[i], roots) : nullptr;
-      if (!m.roots) invalid_parameters<R>();
-      // The last three levels are not split, so an inverse multiplies by M / 8.
-      const u64 scale = prime.multiply(prime.power((prime.p + 1) / 2, row_.n - 3), plan.set->scale[i]);
-      m.scale = prime.factor(scale);
-      m.minus_scale = prime.factor(prime.p - scale);
-      m.cosine = plan.set->cosine[i];
-      m.sine = plan.set->sine[i];
+      plan.modulus[i].roots = tables_ ? tables_->roots(plan.set->prime[i], roots) : nullptr;
+      if (!plan.modulus[i].roots) invalid_parameters<R>();
     }
     return plan;
   }
@@ -168,6 +158,26 @@ struct Ntt : NttNames<R> {
 };
 
 }  // namespace
+
+template <class R>
+NttPlan<R> ntt_plan(const NttRow<R>& row, ProductRing ring) {
+  NttPlan<R> plan{row, ring, find_ntt_set<R>(row.P, row.k), {}};
+  for (u32 i = 0; i < row.P; ++i) {
+    const NttPrime<R>& prime = ntt_primes<R>()[plan.set->prime[i]];
+    NttModulus<R>& m = plan.modulus[i];
+    m.p = static_cast<R>(prime.p);
+    m.inverse = static_cast<R>(prime.word_inverse);
+    m.roots = nullptr;
+    // The last three levels are not split, so an inverse multiplies by M / 8.
+    const u64 scale = prime.multiply(prime.power((prime.p + 1) / 2, row.n - 3), plan.set->scale[i]);
+    m.scale = prime.factor(scale);
+    m.minus_scale = prime.factor(prime.p - scale);
+    m.cosine = plan.set->cosine[i];
+    m.sine = plan.set->sine[i];
+  }
+  return plan;
+}
+template NttPlan<u64> ntt_plan(const NttRow<u64>&, ProductRing);
 
 template <class R>
 const Parameters& ntt_parameters(ParametersBox& out, const TransformTables* tables, const NttRow<R>& row) {

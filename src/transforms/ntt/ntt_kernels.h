@@ -32,6 +32,8 @@ struct NttPlan {
   ProductRing ring;
   const NttSet<R>* set;
   NttModulus<R> modulus[kMaxNttPrimes];
+  u32 first = 0, last = row.P;  ///< primes that are split: the first of them to F
+
   u64 length() const { return u64{1} << row.n; }
   bool negacyclic() const { return ring == ProductRing::kNegacyclic; }
   /// The first node.
@@ -39,6 +41,10 @@ struct NttPlan {
   /// Whether a sequence is first cut into kNttRadix subtrees.
   bool divided() const { return row.n > 12; }
 };
+
+/// What kernels read for a shape and ring, but for the roots.
+template <class R>
+NttPlan<R> ntt_plan(const NttRow<R>& row, ProductRing ring);
 
 inline constexpr u32 kNttRadix = 16;
 

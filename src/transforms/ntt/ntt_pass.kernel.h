@@ -197,6 +197,25 @@ NTT_INLINE void read_limbs(OperandBytes a, u32 P, u64 i, u64 (*limbs)[8]) {
     }
 }
 
+// The eight values from point `first` on, each to the place of its index modulo K in its position.
+template <u32 K, class R>
+NTT_INLINE void turn(const R* values, u64 first, R (&z)[K][8]) {
+  u64 c = first % K;
+  for (u32 l = 0; l < 8; ++l, c = c + 1 == K ? 0 : c + 1) z[c][l] = values[l];
+}
+
+// Eight positions to their sequences, `stride` apart.
+template <u32 K, class R>
+NTT_INLINE void to_sequences(const NttModulus<R>& modulus, const R (&z)[K][8], R* out, u64 stride) {
+  const Mod<R> mod(modulus);
+  for (u32 h = 0; h < 8; h += L) {
+    U64 v[K];
+    for (u32 c = 0; c < K; ++c) v[c] = Lanes<R>::load(z[c] + h);
+    odd_transform<K>(modulus, mod, v);
+    for (u32 j = 0; j < K; ++j) Lanes<R>::store(out + j * stride + h, v[j]);
+  }
+}
+
 template <u32 K, class R>
 void split_odd(const NttPlan<R>& plan, R* F, OperandBytes a, u64 begin, u64 end) {
   const u32 P = plan.row.P;
@@ -209,11 +228,9 @@ void split_odd(const NttPlan<R>& plan, R* F, OperandBytes a, u64 begin, u64 end)
       read_limbs<R>(a, P, i + parts * M, limbs[parts]);
       ++parts;
     }
-    for (u32 r = 0; r < P; ++r) {
+    for (u32 r = plan.first; r < plan.last; ++r) {
       const NttModulus<R>& modulus = plan.modulus[r];
       const Mod<R> mod(modulus);
-      R* out = F + r * points + i;
-      // Point c of lane l's u-polynomial is the one whose index is c modulo K.
       alignas(64) R z[K][8] = {};
       for (u32 t = 0; t < parts; ++t) {
         alignas(64) R values[8];
@@ -224,48 +241,42 @@ void split_odd(const NttPlan<R>& plan, R* F, OperandBytes a, u64 begin, u64 end)
           if (plan.negacyclic() && t % 2) v = mod.sub(U64::all(0), v);
           Lanes<R>::store((K == 1 ? z[0] : values) + h, v);
         }
-        if (K == 1) continue;
-        u64 c = (i + t * M) % K;
-        for (u32 l = 0; l < 8; ++l, c = c + 1 == K ? 0 : c + 1) z[c][l] = values[l];
+        if (K > 1) turn<K>(values, i + t * M, z);
       }
-      for (u32 h = 0; h < 8; h += L) {
-        U64 v[K];
-        for (u32 c = 0; c < K; ++c) v[c] = Lanes<R>::load(z[c] + h);
-        odd_transform<K>(modulus, mod, v);
-        for (u32 j = 0; j < K; ++j) Lanes<R>::store(out + j * M + h, v[j]);
-      }
+      to_sequences<K>(modulus, z, F + (r - plan.first) * points + i, M);
     }
+  }
+}
+
+// Eight positions from position i on: from their sequences, `stride` apart, to points and scaled.
+template <u32 K, class R>
+NTT_INLINE void finish_points(const NttPlan<R>& plan, const NttModulus<R>& modulus, R* x, u64 stride, u64 i) {
+  const Mod<R> mod(modulus);
+  alignas(64) R z[K][8];
+  for (u32 h = 0; h < 8; h += L) {
+    U64 v[K];
+    for (u32 j = 0; j < K; ++j) v[j] = Lanes<R>::load(x + j * stride + h);
+    odd_transform<K>(modulus, mod, v);
+    // By w^-1 in place of w: the values come in the other order.
+    for (u32 c = 0; c < K; ++c) Lanes<R>::store(z[c ? K - c : 0] + h, v[c]);
+  }
+  for (u32 t = 0; t < K; ++t) {
+    alignas(64) R values[8];
+    u64 c = (i + t * plan.length()) % K;
+    if (K > 1)
+      for (u32 l = 0; l < 8; ++l, c = c + 1 == K ? 0 : c + 1) values[l] = z[c][l];
+    const bool negative = plan.negacyclic() && t % 2;
+    const NttFactor<R> scale = negative ? modulus.minus_scale : modulus.scale;
+    for (u32 h = 0; h < 8; h += L)
+      Lanes<R>::store(x + t * stride + h, mod.times(Lanes<R>::load((K == 1 ? z[0] : values) + h), scale));
   }
 }
 
 template <u32 K, class R>
 void finish_odd(const NttPlan<R>& plan, R* F, u64 begin, u64 end) {
   const u64 M = plan.length(), points = plan.row.points();
-  for (u32 r = 0; r < plan.row.P; ++r) {
-    const NttModulus<R>& modulus = plan.modulus[r];
-    const Mod<R> mod(modulus);
-    for (u64 i = begin; i < end; i += 8) {
-      R* x = F + r * points + i;
-      alignas(64) R z[K][8];
-      for (u32 h = 0; h < 8; h += L) {
-        U64 v[K];
-        for (u32 j = 0; j < K; ++j) v[j] = Lanes<R>::load(x + j * M + h);
-        odd_transform<K>(modulus, mod, v);
-        // By w^-1 in place of w: the values come in the other order.
-        for (u32 c = 0; c < K; ++c) Lanes<R>::store(z[c ? K - c : 0] + h, v[c]);
-      }
-      for (u32 t = 0; t < K; ++t) {
-        alignas(64) R values[8];
-        u64 c = (i + t * M) % K;
-        if (K > 1)
-          for (u32 l = 0; l < 8; ++l, c = c + 1 == K ? 0 : c + 1) values[l] = z[c][l];
-        const bool negative = plan.negacyclic() && t % 2;
-        const NttFactor<R> scale = negative ? modulus.minus_scale : modulus.scale;
-        for (u32 h = 0; h < 8; h += L)
-          Lanes<R>::store(x + t * M + h, mod.times(Lanes<R>::load((K == 1 ? z[0] : values) + h), scale));
-      }
-    }
-  }
+  for (u32 r = 0; r < plan.row.P; ++r)
+    for (u64 i = begin; i < end; i += 8) finish_points<K>(plan, plan.modulus[r], F + r * points + i, M, i);
 }
 
 template <class R>

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "core/exceptions.h"
-#include "transforms/common/product_test_support.h"
+#include "support/sanitized.h"
+#include "transforms/common/far_test_support.h"
+#include "transforms/ntt/ntt_far.h"
 #include "transforms/ntt/ntt_primes.h"
 #include "transforms/ntt/ntt_tables.h"
 
@@ -139,6 +141,22 @@ TYPED_TEST(NttTest, AWrongResidueIsSeen) {
     }
   }
   EXPECT_GE(thrown, 25u);
+}
+
+TEST(N64Far, NumbersOnDisksMultiplyByGroupsOfPrimesAndByRows) {
+  Random random;
+  const FarFamily& family = n64_far_family();
+  for_each_target([&](simd::Target target) {
+    if (target == simd::Target::kAvx2) return;  // runs what scalar runs
+    for (u32 P = 4; P <= 8; ++P)
+      for (const u32 k : {1u, 3u, 5u, 7u})
+        if ((P + k / 2) % 2 == (target == simd::Target::kScalar)) check_far(family, {P, k, 9}, {}, random);
+    check_far(family, {4, 3, 13}, {}, random);
+    for (u32 levels = 1; levels <= 5; ++levels)
+      check_far(family, {3 + levels, 2 * (levels % 4) + 1, 9 + levels}, {levels}, random);
+    check_far(family, {4, 1, 14}, {2, 3}, random);
+    if (target != simd::Target::kScalar && !kSanitized) check_far(family, {4, 1, 17}, {}, random);
+  });
 }
 
 }  // namespace
