@@ -191,8 +191,9 @@ PrimeGroupProduct::PrimeGroupProduct(const SwapWork& work)
   LinearHeapBuffer tables = heap_.cut_buffer(work.family->table_bytes(work.plan.shape));
   transform_ = work.family->make(work.plan.shape, work.plan.request.ring, tables);
   far_.scratch = heap_.cut_buffer(work.family->node_scratch_bytes(work.plan.shape, 0, work.plan.tds));
-  file_[0] = work.run.disk.allocate(parts_.channels * cut_.section_bytes[0], "orv_Ta.sf");
-  if (!square_) file_[1] = work.run.disk.allocate(parts_.behind_first() * cut_.section_bytes[1], "orv_Tb.sf");
+  file_[0] = work.run.disk.allocate(parts_.channels * cut_.section_bytes[0], work.names.file[0]);
+  if (!square_)
+    file_[1] = work.run.disk.allocate(parts_.behind_first() * cut_.section_bytes[1], work.names.file[1]);
   const u64 half = parts_.width * parts_.packed * cut_.move_points;
   for (u32 i = 0; i < 2; i++) {
     u8* const begin = cut_.overlapped && i == 1 ? staging_ + staged_bytes(parts_, 0) : staging_;

@@ -26,6 +26,8 @@ class ProductProof : Uncopied {
   /// Operand 0 or 1, `number`, has been read whole. Throws AlgorithmFailedException when the words are not those of
   /// `number`, or not those of an earlier read.
   void end_read(u32 operand, const WordSums& read, const SwapNumber& number);
+  /// What end_read() was told of an operand last, without what belongs to a ring.
+  WordSums read(u32 operand) const { return operand_[operand]->plain(); }
 
   /// Words [at, at + P.count) of the product as the transforms gave them.
   void add_product(u64 at, Words<u32> P, ParallelContext parallel) { product_.add(at, P, parallel); }

@@ -56,6 +56,12 @@ void WordSums::subtract(u64 at, Words<u32> A, ParallelContext parallel) {
 
 u64 WordSums::hash() const { return hash_canon(hash_); }
 
+WordSums WordSums::plain() const {
+  WordSums sums;
+  sums.hash_ = hash_;
+  return sums;
+}
+
 u64 WordReader::bytes(u64 block_words) { return 2 * padded_bytes(block_words); }
 
 WordReader::WordReader(const SwapNumber& number, u64 block_words, LinearHeapBuffer& memory,

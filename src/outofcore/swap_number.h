@@ -60,6 +60,8 @@ class WordSums {
   void subtract(u64 at, Words<u32> A, ParallelContext parallel);
   /// Canonical.
   u64 hash() const;
+  /// The hash alone, as if there were no ring.
+  WordSums plain() const;
   const RingCheck::Residue& residue() const { return residue_; }
   bool operator==(const WordSums& o) const { return hash() == o.hash() && residue_ == o.residue_; }
 

@@ -5,6 +5,7 @@
 #include "core/exceptions.h"
 #include "core/round_up.h"
 #include "files/raw_io_buffer.h"
+#include "outofcore/crt_halves.h"
 #include "outofcore/pass_product.h"
 #include "outofcore/prime_groups.h"
 #include "outofcore/ram_products.h"
@@ -20,9 +21,14 @@ constexpr u64 kBlockShare = 32;
 
 std::optional<SwapPlan> best_plan(const FarFamily* family, const SwapRequest& request,
                                   const SwapBudget& budget) {
-  for (u32 scheme = 0; scheme < kSwapSchemes; scheme++)
-    if (auto plan = plan_swap_product(static_cast<SwapScheme>(scheme), family, request, budget)) return plan;
-  return std::nullopt;
+  std::optional<SwapPlan> best;
+  for (u32 scheme = 0; scheme < kSwapSchemes; scheme++) {
+    const auto plan = plan_swap_product(static_cast<SwapScheme>(scheme), family, request, budget);
+    if (plan && (!best || plan->traffic() < best->traffic())) best = plan;
+    // No other moves less than a product in memory.
+    if (best && best->scheme <= SwapScheme::kRamHalves) break;
+  }
+  return best;
 }
 
 }  // namespace
@@ -62,7 +68,7 @@ std::optional<SwapPlan> plan_swap_product(SwapScheme scheme, const FarFamily* fa
   if (scheme == SwapScheme::kPrimeGroups) return plan_prime_groups(*family, request, budget);
   if (scheme == SwapScheme::kTwoPasses || scheme == SwapScheme::kThreePasses)
     return plan_passes(scheme, *family, request, budget);
-  return std::nullopt;
+  return plan_crt_halves(*family, request, budget);
 }
 
 SwapPlan plan_swap_product(const FarFamily* family, const SwapRequest& request, const SwapBudget& budget) {

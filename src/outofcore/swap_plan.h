@@ -14,6 +14,7 @@
 // Disks     disk_bytes are those of the files that a product makes for itself, beside operands and result.
 #pragma once
 
+#include <memory>
 #include <optional>
 
 #include "outofcore/pass_shape.h"
@@ -80,7 +81,9 @@ struct SwapPlan {
   FarShape shape;  ///< of the transforms, for the schemes that are not in memory
   PrimeGroupCut groups;
   PassShape passes;
-  u64 sink_bytes = 0;  ///< of one of the two blocks through which the product leaves
+  std::shared_ptr<const SwapPlan> half[2];  ///< CRT halves: the products modulo W^n - 1 and W^n + 1
+  u64 halves_block_bytes = 0;               ///< CRT halves: of the blocks in which they are joined
+  u64 sink_bytes = 0;                       ///< of one of the two blocks through which the product leaves
 
   u64 memory_bytes = 0;
   u64 disk_bytes = 0;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "core/exceptions.h"
+#include "outofcore/crt_halves.h"
 #include "outofcore/pass_product.h"
 #include "outofcore/prime_groups.h"
 #include "outofcore/ram_products.h"
@@ -41,7 +42,9 @@ void check_operands(const SwapPlan& plan, const SwapRun& run, const SwapOperands
     throw BufferTooSmallException(function_name(operands), run.memory.size, plan.memory_bytes);
 }
 
-bool run_scheme(const SwapWork& work) {
+}  // namespace
+
+bool run_swap_scheme(const SwapWork& work) {
   switch (work.plan.scheme) {
     case SwapScheme::kRam:
       return run_ram(work);
@@ -50,12 +53,12 @@ bool run_scheme(const SwapWork& work) {
     case SwapScheme::kTwoPasses:
     case SwapScheme::kThreePasses:
       return run_passes(work);
+    case SwapScheme::kCrtHalves:
+      return run_crt_halves(work);
     default:
       return run_prime_groups(work);
   }
 }
-
-}  // namespace
 
 bool swap_multiply(const SwapPlan& plan, const FarFamily* family, const SwapRun& run,
                    const SwapOperands& operands, ProductSink& sink) {
@@ -64,7 +67,7 @@ bool swap_multiply(const SwapPlan& plan, const FarFamily* family, const SwapRun&
   SwapRun own = run;
   own.memory.cut_buffer(NumberSink::bytes(plan.sink_bytes));
   ProductProof proof(plan, function_name(operands));
-  const bool top = run_scheme({plan, family, own, operands, proof, sink});
+  const bool top = run_swap_scheme({plan, family, own, operands, proof, sink});
   products_made[static_cast<u32>(plan.scheme)]++;
   return top;
 }

@@ -53,6 +53,9 @@ struct SwapWork {
   SwapNames names = {};
 };
 
+/// One scheme, on what swap_multiply() has checked and cut.
+bool run_swap_scheme(const SwapWork& work);
+
 /// Hands the words of the product to `sink`, proved when the call returns. True for a product modulo W^n + 1 that is W^n:
 /// its words are zero. Throws InvalidParametersException when operands or memory are not those of the plan, and
 /// "Truncated Range:" under the given names when the product has not the words that are wanted.

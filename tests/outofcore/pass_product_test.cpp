@@ -55,16 +55,18 @@ std::vector<u32> operand(Random& random, u64 words) {
 
 TEST(PassProduct, WordsAreThoseOfTheProduct) {
   Random random;
-  u64 made[2] = {};
-  for (u32 i = 0; i < (kSanitized ? 6 : 40); i++) {
-    const SwapScheme scheme = i % 2 ? SwapScheme::kThreePasses : SwapScheme::kTwoPasses;
+  constexpr SwapScheme kSchemes[] = {SwapScheme::kTwoPasses, SwapScheme::kThreePasses,
+                                     SwapScheme::kCrtHalves};
+  u64 made[3] = {};
+  for (u32 i = 0; i < (kSanitized ? 9 : 48); i++) {
+    const SwapScheme scheme = kSchemes[i % 3];
     SwapRequest request =
         whole_product(random.between(10000, 200000), i % 5 == 0 ? 0 : random.between(1, 200000));
-    if (i % 3 == 1) {
+    if (i / 3 % 3 == 1) {
       request.skip = random.below(request.len);
       request.len = random.between(request.skip + 1, request.len);
     }
-    if (i % 3 == 2) {
+    if (i / 3 % 3 == 2) {
       request.len = std::max(request.a_words, request.b_words) + random.below(20000);
       request.ring = random.coin() ? ProductRing::kCyclic : ProductRing::kNegacyclic;
     }
@@ -72,12 +74,32 @@ TEST(PassProduct, WordsAreThoseOfTheProduct) {
                             random.coin() ? u64{4096} : u64{30000}, 4096, 1 + i % 3};
     const auto plan = plan_swap_product(scheme, find_far_family("C17"), request, budget);
     if (!plan) continue;
-    made[i % 2]++;
+    made[i % 3]++;
     check_product(*plan, operand(random, request.a_words),
                   request.square() ? std::vector<u32>() : operand(random, request.b_words));
   }
-  EXPECT_GT(made[0], 2u);
-  EXPECT_GT(made[1], 2u);
+  for (const u64 count : made) EXPECT_GT(count, 1u);
+}
+
+// The longer operand is W^n: -1 modulo W^n + 1, which no n words hold. Then it is W^n + 1, and the first residue is all ones.
+TEST(PassProduct, FoldedOperandsMayBeMinusOneOrNothing) {
+  Random random;
+  SwapRequest request = whole_product(90000, 20000);
+  const SwapBudget budget{u64{3} << 19, 4096, 4096, 1};
+  const auto first = plan_swap_product(SwapScheme::kCrtHalves, find_far_family("C17"), request, budget);
+  ASSERT_TRUE(first);
+  const u64 n = first->half[0]->ring_words;
+  for (const u32 low : {0, 1, 2}) {
+    std::vector<u32> A(n + 1);
+    A[0] = low;
+    A[n] = 1;
+    if (low == 2) std::fill(A.begin(), A.end(), ~u32{0});
+    const std::vector<u32> B = random.words<u32>(2 * n - A.size());
+    request = whole_product(A.size(), B.size());
+    const auto plan = plan_swap_product(SwapScheme::kCrtHalves, find_far_family("C17"), request, budget);
+    ASSERT_TRUE(plan);
+    check_product(*plan, A, B);
+  }
 }
 
 }  // namespace
