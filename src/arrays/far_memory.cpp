@@ -1,9 +1,11 @@
 #include "arrays/far_memory.h"
 
+#include <atomic>
 #include <utility>
 
 #include "arrays/transfer_state.h"
 #include "core/exceptions.h"
+#include "core/run_timer.h"
 
 namespace orl {
 namespace {
@@ -22,6 +24,15 @@ void check_blocks(const char* function, u64 size, u64 offset, u64 length, u64 st
   check_bytes(function, size, last, length);
 }
 
+std::atomic<u64> waited_ns{0};
+
+const Exception* wait_for(TransferState& state) {
+  const double start = monotonic_seconds();
+  const Exception* const failure = state.wait();
+  waited_ns += static_cast<u64>(1e9 * (monotonic_seconds() - start));
+  return failure;
+}
+
 std::string hexadecimal(u64 value) {
   std::string text;
   for (int shift = 60; shift >= 0; shift -= 4) text += "0123456789abcdef"[value >> shift & 15];
@@ -37,15 +48,17 @@ FarTransfer::FarTransfer(FarTransfer&& other) noexcept = default;
 FarTransfer& FarTransfer::operator=(FarTransfer&& other) {
   const std::shared_ptr<TransferState> before = std::exchange(state_, std::exchange(other.state_, nullptr));
   if (!before) return *this;
-  if (const Exception* failure = before->wait()) failure->throw_copy();
+  if (const Exception* failure = wait_for(*before)) failure->throw_copy();
   return *this;
 }
 
 FarTransfer::~FarTransfer() {
-  if (state_) state_->wait();
+  if (state_) wait_for(*state_);
 }
 
 void FarTransfer::wait() { *this = FarTransfer(); }
+
+double far_waited_seconds() { return 1e-9 * static_cast<double>(waited_ns.load()); }
 
 void FarMemory::check(const char* function, u64 offset, u64 length) const {
   check_bytes(function, size_, offset, length);

@@ -43,6 +43,9 @@ class FarTransfer {
   std::shared_ptr<TransferState> state_;
 };
 
+/// Seconds for which the threads of this process have waited for transfers so far, added up.
+double far_waited_seconds();
+
 /// A region of bytes. An access past its end throws FarMemoryOutOfBoundsException, and nothing is moved.
 class FarMemory : Uncopied {
  public:

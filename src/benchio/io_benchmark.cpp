@@ -148,7 +148,7 @@ BenchIoResults measure(BenchIoSettings& settings) {
   console::label_value("I/O Buffers...     ", orl::format_bytes(results.buffer_bytes), 'G');
   console::newline();
   orl::SwapDescriptor disk(settings.raid, settings.memory_bytes, results.file_bytes);
-  const auto file = disk.allocate(results.file_bytes, "orv_benchtest.sf");
+  auto file = disk.allocate(results.file_bytes, "orv_benchtest.sf");
   FileTest test(*file, static_cast<u8*>(memory->address()), working, disk.geometry().row_bytes);
 
   console::newline();
@@ -159,9 +159,12 @@ BenchIoResults measure(BenchIoSettings& settings) {
   measured.strided_read = test.strided(false, results.bytes_per_seek) / measured.sequential_read;
   print_share("Threshold Strided Read:   ", measured.strided_read, measured.sequential_read);
 
+  // Its place is what the numbers of the next test may take.
+  file.reset();
   console::print("\nVST Streaming: ", 'w');
   const orl::OverlapSpeeds overlap = orl::SwapTransform::bench_overlap(
-      disk, *file, {memory->address(), working / 64 * 64}, settings.parallelism.context());
+      disk, {results.bytes_per_seek, results.file_bytes}, {memory->address(), working / 64 * 64},
+      settings.parallelism.context());
   results.overlap_words = overlap.operand_words;
   measured.computation = overlap.computation;
   measured.disk = overlap.disk;

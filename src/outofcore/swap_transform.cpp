@@ -1,12 +1,12 @@
 #include "outofcore/swap_transform.h"
 
-#include <optional>
-#include <utility>
+#include <algorithm>
 
 #include "core/exceptions.h"
 #include "core/run_timer.h"
-#include "files/raw_io_buffer.h"
-#include "multiply/algorithm_table.h"
+#include "core/status.h"
+#include "outofcore/swap_product.h"
+#include "outofcore/swap_table.h"
 
 namespace orl {
 namespace {
@@ -21,80 +21,62 @@ constexpr u64 kSizes[] = {u64{1} << 36, u64{1} << 34, u64{1} << 33, u64{1} << 32
                           u64{3} << 20, u64{1} << 21, u64{3} << 19, u64{1} << 20, u64{3} << 18, u64{1} << 19,
                           u64{1} << 18, u64{1} << 17, u64{1} << 16, u64{1} << 15, u64{1} << 14};
 constexpr double kSeconds = 3;
-constexpr u64 kLeastSquares = 4;
 
-// The memory of a test of `words` words.
 struct OverlapPlan {
-  u64 words;
-  u64 block_bytes;  // of each of the two transfers that run beside a square
-  u64 table_bytes;
-  MultiplySizes sizes;
-  u64 bytes() const {
-    return 2 * block_bytes + kIoAlignment + 24 * words + table_bytes + sizes.square_bytes() + 5 * 64;
-  }
+  const FarFamily* family;
+  SwapPlan plan;
 };
 
-std::optional<OverlapPlan> plan_of(const Algorithm& algorithm, u64 words, u64 tds) {
-  const u64 bits = 128 * words;
-  if (bits > algorithm.max_bits()) return std::nullopt;
-  return OverlapPlan{words, SwapTransform::kTrafficOfSquare / 2 * 16 * words, algorithm.table_bytes(bits),
-                     algorithm.sizes(bits, tds)};
-}
-
-OverlapPlan largest_plan(const Algorithm& algorithm, u64 memory_bytes, u64 file_bytes, u64 tds) {
+OverlapPlan largest_plan(const SwapBudget& budget, u64 disk_bytes) {
   for (const u64 words : kSizes) {
-    const std::optional<OverlapPlan> plan = plan_of(algorithm, words, tds);
-    if (plan && plan->bytes() <= memory_bytes && 2 * plan->block_bytes <= file_bytes) return *plan;
+    const SwapRequest square = in_u32_words<u64>(whole_product(words, 0));
+    const u64 numbers = sizeof(u32) * (square.a_words + square.len);
+    if (numbers >= disk_bytes) continue;
+    const FarFamily& family = swap_table<u64>().get_family(2 * words);
+    const auto plan = plan_swap_product(SwapScheme::kPrimeGroups, &family, square, budget);
+    if (plan && numbers + plan->disk_bytes <= disk_bytes) return {&family, *plan};
   }
   throw InvalidParametersException(kFunction, "Unable to find a test that fits within the memory limit.");
 }
 
-u8* aligned_block(u8*& at, u64 bytes) {
-  u8* const block = reinterpret_cast<u8*>((reinterpret_cast<std::uintptr_t>(at) + kIoAlignment - 1) &
-                                          ~(std::uintptr_t{kIoAlignment} - 1));
-  at = block + bytes;
-  return block;
+// A number of random words, made a block at a time in `memory`, of which the sink has the begin.
+void fill(SwapNumber& number, const SwapPlan& plan, LinearHeapBuffer memory, ParallelContext parallel) {
+  NumberSink sink(number, 0, plan.sink_bytes, memory);
+  memory.cut_buffer(NumberSink::bytes(plan.sink_bytes));
+  const u64 block = std::min(plan.sink_bytes, memory.size) / sizeof(u32) / 16 * 16;
+  u32* const words = memory.cut<u32>(block);
+  u64 x = 0;
+  for (u64 at = 0, count; at < number.words(); at += count) {
+    count = std::min(block, number.words() - at);
+    for (u64 i = 0; i < count; i++) {
+      x = x * 6364136223846793005 + 1442695040888963407;
+      words[i] = static_cast<u32>(x >> 32);
+    }
+    sink.take({words, count}, parallel);
+  }
+  sink.finish();
 }
 
 }  // namespace
 
-OverlapSpeeds SwapTransform::bench_overlap(const SwapDescriptor& disk, FarMemory& file,
+OverlapSpeeds SwapTransform::bench_overlap(SwapDescriptor& disk, const OverlapLimits& limits,
                                            LinearHeapBuffer memory, ParallelContext parallel) {
-  const AlgorithmInstances* const family = algorithm_registry().find("VST");
-  if (!family) throw InvalidParametersException(kFunction, "The algorithm \"VST\" is not there.");
-  const Algorithm& algorithm = *family->basic<u64>();
-  const OverlapPlan plan = largest_plan(algorithm, memory.size, file.size(), parallel.tds);
+  const SwapBudget budget{memory.size, limits.bytes_per_seek, disk.geometry().row_bytes, parallel.tds};
+  const auto [family, plan] = largest_plan(budget, limits.disk_bytes);
+  SwapNumber operand(disk, plan.request.a_words);
+  SwapNumber square(disk, plan.wanted_words());
+  fill(operand, plan, memory, parallel);
 
-  u8* at = memory.cut<u8>(2 * plan.block_bytes + kIoAlignment);
-  u8* blocks[2] = {aligned_block(at, plan.block_bytes), aligned_block(at, plan.block_bytes)};
-  u64* const operand = memory.cut<u64>(plan.words);
-  u64* const result = memory.cut<u64>(2 * plan.words);
-  TransformTables tables(memory.cut_buffer(plan.table_bytes));
-  algorithm.ensure_tables(tables, 128 * plan.words);
-  const MultiplyContext ctx{parallel, tables, memory};
-  for (u64 i = 0, x = 1; i < plan.words; i++) operand[i] = x = x * 6364136223846793005 + 1442695040888963407;
-
-  const u64 places = file.size() / plan.block_bytes;
-  double computing = 0;
-  const double busy_before = disk.busy_seconds(), start = monotonic_seconds();
-  u64 squares = 0;
-  // What was loaded beside one square is stored beside the next.
-  for (; squares < kLeastSquares || monotonic_seconds() - start < kSeconds; squares++) {
-    FarTransfer loading =
-        file.start_load(blocks[squares % 2], squares % places * plan.block_bytes, plan.block_bytes);
-    FarTransfer storing;
-    if (squares != 0)
-      storing = file.start_store(blocks[(squares + 1) % 2], (squares - 1) % places * plan.block_bytes,
-                                 plan.block_bytes);
-    const double begin = monotonic_seconds();
-    algorithm.sqr_window(ctx, Window<u64>{result, 0, 2 * plan.words}, Words<u64>{operand, plan.words});
-    computing += monotonic_seconds() - begin;
-    loading.wait();
-    storing.wait();
-  }
-  const double busy = disk.busy_seconds() - busy_before;
-  const double block = static_cast<double>(plan.block_bytes), count = static_cast<double>(squares);
-  return {plan.words, 2 * block * count / computing, block * (2 * count - 1) / busy};
+  const R03::ArrayCounters& counters = disk.counters();
+  const auto moved = [&] { return counters.bytes_read + counters.bytes_written; };
+  const u64 moved_before = moved();
+  const double waited = far_waited_seconds(), busy = disk.busy_seconds(), start = monotonic_seconds();
+  do {
+    swap_multiply(plan, family, {parallel, disk, memory, silent_status()}, {operand}, square);
+  } while (monotonic_seconds() - start < kSeconds);
+  const double bytes = static_cast<double>(moved() - moved_before);
+  const double computing = monotonic_seconds() - start - (far_waited_seconds() - waited);
+  return {plan.request.a_words / 2, bytes / computing, bytes / (disk.busy_seconds() - busy)};
 }
 
 }  // namespace orl
