@@ -12,7 +12,7 @@
 #include "files/raw_io_buffer.h"
 #include "outofcore/swap_product.h"
 #include "stress/known_answers.h"
-#include "system/machine.h"
+#include "system/limits.h"
 #include "transforms/registration.h"
 #include "words/hash.h"
 

@@ -69,8 +69,14 @@ struct Way {
   SwapScheme scheme;
   const char* family;
 };
-constexpr Way kWays[] = {
-    {SwapScheme::kRam, "C17"}, {SwapScheme::kRamHalves, "C17"}, {SwapScheme::kPrimeGroups, "C17"}};
+constexpr Way kWays[] = {{SwapScheme::kRam, "C17"},
+                         {SwapScheme::kRamHalves, "C17"},
+                         {SwapScheme::kPrimeGroups, "C17"},
+                         {SwapScheme::kPrimeGroups, "N64"}};
+constexpr Way kStruckWays[] = {{SwapScheme::kRam, "C17"},         {SwapScheme::kRamHalves, "C17"},
+                               {SwapScheme::kPrimeGroups, "C17"}, {SwapScheme::kPrimeGroups, "N64"},
+                               {SwapScheme::kTwoPasses, "C17"},   {SwapScheme::kThreePasses, "C17"},
+                               {SwapScheme::kCrtHalves, "C17"}};
 
 // A product by a plan has the right words; false where the scheme does not plan it.
 bool check_product(SwapPlace& place, Parallelizer& framework, const Way& way, const SwapRequest& request,
@@ -154,20 +160,20 @@ TEST(SwapProduct, ABitThatChangesIsTold) {
   Random random;
   SwapPlace place;
   Parallelizer_None none;
-  for (const Way& way : kWays) {
+  for (const Way& way : kStruckWays) {
     const FarFamily* const family = find_far_family(way.family);
     for (const char* const site : {"swap operand", "swap residues", "swap transform", "swap product"}) {
       u64 told = 0, struck = 0;
       for (u32 i = 0; i < 8; i++) {
         SwapRequest request = whole_product(random.between(10000, 30000), random.coin() ? 0 : 20000);
-        if (i % 4 == 3 && way.scheme != SwapScheme::kRamHalves) {
+        if (i % 4 == 3) {
           request.ring = ProductRing::kCyclic;
           request.len = 40000;
         }
         const std::vector<u32> A = random.plain_words<u32>(request.a_words),
                                B = random.plain_words<u32>(request.b_words);
         const auto plan = plan_swap_product(way.scheme, family, request, place.budget(u64{8} << 20));
-        ASSERT_TRUE(plan);
+        if (!plan) continue;
         strike = {site, random.below(2), random.next(), false};
         try {
           const SwapOutcome found = make_product(place, none, *plan, family, A, B);
@@ -182,7 +188,10 @@ TEST(SwapProduct, ABitThatChangesIsTold) {
       }
       strike = {};
       EXPECT_GE(2 * told, struck) << site;
-      EXPECT_TRUE(told == struck || site != std::string_view("swap operand"));
+      if (site == std::string_view("swap operand")) {
+        EXPECT_EQ(told, struck);
+        EXPECT_GT(struck, 0);
+      }
     }
   }
 }
