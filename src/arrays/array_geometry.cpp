@@ -123,6 +123,18 @@ ColumnWindow columns_of(const RowPiece& piece, u64 file_block_bytes, u64 file) {
   return {down(begin - start), up(end - start)};
 }
 
+std::array<ColumnWindow, 2> edges_of(const RowPiece& piece, u64 file_block_bytes, u64 file) {
+  std::array<ColumnWindow, 2> edges{};
+  const u64 addresses[] = {piece.begin, piece.end};
+  for (u64 i = 0; i < 2; i++) {
+    const u64 sector = down(addresses[i]), column = sector - file * file_block_bytes;
+    const bool here = sector / file_block_bytes == file;
+    const bool again = i == 1 && edges[0].bytes() != 0 && edges[0].begin == column;
+    if (addresses[i] != sector && here && !again) edges[i] = {column, column + kIoAlignment};
+  }
+  return edges;
+}
+
 bool fills_window(const RowPiece& piece, const LaneGeometry& lane) {
   const bool aligned = piece.begin % kIoAlignment == 0 && piece.end % kIoAlignment == 0;
   if (!piece.dense || !aligned) return false;

@@ -6,6 +6,7 @@
 // complement of the XOR of the data files' pieces.
 #pragma once
 
+#include <array>
 #include <span>
 #include <vector>
 
@@ -101,6 +102,9 @@ struct ColumnWindow {
 ColumnWindow window_of(const RowPiece& piece, u64 file_block_bytes);
 /// What data file `file` itself holds of a piece, rounded out to 4096; empty where it holds nothing.
 ColumnWindow columns_of(const RowPiece& piece, u64 file_block_bytes, u64 file);
+/// What of columns_of() a store of a dense piece leaves as it was: the first 4096 bytes where it begins between multiples of
+/// that, and the last ones where it ends so; each empty otherwise, the second also where they are the same.
+std::array<ColumnWindow, 2> edges_of(const RowPiece& piece, u64 file_block_bytes, u64 file);
 /// Whether a store of the piece leaves nothing in its window as it was.
 bool fills_window(const RowPiece& piece, const LaneGeometry& lane);
 

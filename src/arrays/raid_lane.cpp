@@ -326,11 +326,8 @@ void RaidLane::transfer(Pass& pass, u64 file) {
       state_.counters.bytes_written += bytes;
     }
   };
-  for (const Slot& slot : pass.slots) {
-    if (pass.only_modified && !slot.modified()) continue;
-    const ColumnWindow columns =
-        geometry.shape.parity ? slot.window : columns_of(slot.piece, geometry.file_block_bytes, file);
-    if (columns.bytes() == 0) continue;
+  const auto add = [&](const Slot& slot, const ColumnWindow& columns) {
+    if (columns.bytes() == 0) return;
     const u64 slot_offset = slot.piece.row * geometry.file_block_bytes + columns.begin;
     u8* const slot_buffer = at(pass, slot, file) + (columns.begin - slot.window.begin);
     if (slot_offset != offset + bytes || slot_buffer != buffer + bytes) {
@@ -340,6 +337,16 @@ void RaidLane::transfer(Pass& pass, u64 file) {
       bytes = 0;
     }
     bytes += columns.bytes();
+  };
+  for (const Slot& slot : pass.slots) {
+    if (pass.only_modified && !slot.modified()) continue;
+    if (geometry.shape.parity) {
+      add(slot, slot.window);
+    } else if (pass.only_modified && slot.piece.dense) {
+      for (const ColumnWindow& edge : edges_of(slot.piece, geometry.file_block_bytes, file)) add(slot, edge);
+    } else {
+      add(slot, columns_of(slot.piece, geometry.file_block_bytes, file));
+    }
   }
   move();
 }

@@ -4,8 +4,9 @@
 // Threads   one thread of the lane does its transfers one after the other; one thread for each file reads and writes. A
 //           buffer has two halves: while the files work at one, the lane copies and adds up parity in the other.
 // Store     a row that a transfer fills is only written. One that it fills partly, and that was written before, is read
-//           first; one that was never written is completed with zeros, whole rows of it where there is parity, so that
-//           the parity of a row that has been written always holds.
+//           first: without parity only the sectors where the transfer begins and ends, if it leaves no gap. One that was
+//           never written is completed with zeros, whole rows of it where there is parity, so that the parity of a row that
+//           has been written always holds.
 // Load      the parity of what is read is verified. Rows that were never written do not pass.
 // Faults    raid_faults.h. A drive that is flagged gets no call any more: its pieces are made from the others.
 #pragma once

@@ -130,6 +130,9 @@ TEST(RaidArray, ReadsOnlyTheRowsThatAStoreSharesWithOthers) {
     const std::vector<u8> bytes = random_bytes(random, 4 * block);
     for (u64 i = 0; i < 4; i++) object->store(bytes.data() + i * block, i * block, block);
     EXPECT_EQ(disk.counters().modified_rows, 3u) << lane;
+    if (lane == std::string("1")) {
+      EXPECT_EQ(disk.counters().bytes_read, 3u * 4096);
+    }
     std::vector<u8> back(4 * block);
     object->load(back.data(), 0, back.size());
     EXPECT_EQ(back, bytes);
