@@ -30,6 +30,7 @@
 #include "outofcore/swap_product.h"
 #include "simd/target.h"
 #include "support/measure.h"
+#include "system/limits.h"
 #include "system/machine.h"
 #include "threads/frameworks.h"
 #include "transforms/registration.h"
@@ -173,9 +174,9 @@ class Bench {
   explicit Bench(const Options& options)
       : options_(options),
         family_(find_far_family(options.family)),
-        framework_(create_framework(options.framework.empty() ? default_framework_key(logical_core_count())
+        framework_(create_framework(options.framework.empty() ? default_framework_key(processor_count())
                                                               : options.framework)),
-        tds_(options.tds != 0 ? options.tds : default_task_decomposition(logical_core_count())) {
+        tds_(options.tds != 0 ? options.tds : default_task_decomposition(processor_count())) {
     if (!family_) refuse("no such family: " + options.family);
     framework_->reserve();
   }

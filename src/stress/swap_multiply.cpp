@@ -200,8 +200,9 @@ std::string SwapMultiplySettings::refusal() const {
   if (const u64 buffers = buffer_bytes(); buffers > memory_bytes / 2)
     return "The buffers of the arrays take " + orl::format_bytes(buffers) +
            ", more than half of the memory. Use more memory, or smaller buffers.";
-  if (const u64 available = orl::available_memory_bytes(); memory_bytes > available)
-    return "This machine has " + orl::format_bytes(available) + " of memory available. Use less.";
+  if (const orl::Limits limits = orl::limits(); memory_bytes > limits.available_bytes)
+    return orl::memory_sentence(limits) + " of memory, of which " +
+           orl::format_bytes(limits.available_bytes) + " are available. Use less.";
   return "";
 }
 
