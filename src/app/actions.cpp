@@ -134,22 +134,38 @@ int run_bbp(Line& line) {
     Menu_BbpExtractor();
     return 0;
   }
-  BbpTask task = default_bbp_task();
-  if (!parse_options(bbp_options(), task, line)) return 1;
-  run_bbp_task(task);
+  BbpLine bbp{default_bbp_task()};
+  if (!parse_options(bbp_options(), bbp, line)) return 1;
+  if (bbp.json)
+    print_bbp_object(bbp.task);
+  else
+    run_bbp_task(bbp.task);
   return 0;
+}
+
+// The file that options follow. One of them in its place is not taken for a name.
+template <class Target>
+std::string take_file(std::span<const Option<Target>> table, Line& line) {
+  if (find_option(table, line.key()))
+    throw InvalidParametersException(line.key(), "The file comes first, then what to do with it.");
+  return line.take();
 }
 
 int run_digit_viewer(Line& line) {
   line.take();
-  return is_at_end(line) ? Menu_DigitViewer() : 1;
+  if (line.at_end()) return Menu_DigitViewer();
+  const std::string path = take_file(viewer_options(), line);
+  ViewerTask task;
+  return parse_options(viewer_options(), task, line) ? run_viewer_task(path, task) : 1;
 }
 
 int run_validate(Line& line) {
   line.take();
   if (line.at_end()) return run_validator();
-  const std::string path = line.take();
-  return is_at_end(line) ? validate_file(path) : 1;
+  const std::string path = take_file(validate_options(), line);
+  ValidateLine validate;
+  if (!parse_options(validate_options(), validate, line)) return 1;
+  return validate.json ? print_validation_object(path) : validate_file(path);
 }
 
 int run_check_digits(Line& line) {
@@ -188,22 +204,21 @@ constexpr Action kActions[] = {
      [] { return option_texts(custom_options()); }},
     {"bbp", "bbp [OPTION...]", "Hexadecimal digits of Pi at any offset.", "orvane bbp -offset:1m -digits:32",
      run_bbp, [] { return option_texts(bbp_options()); }},
-    {"digitviewer", "digitviewer",
-     "Looks into digit files of any size: ranges, statistics, extraction, compression.", "orvane digitviewer",
-     run_digit_viewer},
+    {"digitviewer", "digitviewer [FILE [OPTION...]]",
+     "Looks into digit files of any size: ranges, statistics, extraction, compression, proofs.",
+     "orvane digitviewer pi.txt -start:1m -view:100", run_digit_viewer,
+     [] { return option_texts(viewer_options()); }},
     {"logformula", "logformula N [OPTION...]",
      "Two Machin-like formulas for Log(N): the sums of series that compute and verify it.",
      "orvane logformula 97 -dec:1b", run_log_formula, [] { return option_texts(log_formula_options()); }},
     {"about", "about", "About this program.", "orvane about", run_about},
-    {"validate", "validate [FILE]",
+    {"validate", "validate [FILE [OPTION...]]",
      "Checks a validation file, and asks for its path where it is not named; status 0 if it is as the "
-     "program "
-     "wrote it.",
-     "orvane validate", run_validate},
+     "program wrote it.",
+     "orvane validate report.txt", run_validate, [] { return option_texts(validate_options()); }},
     {"checkdigits", "checkdigits FILE [REPORT]",
      "Checks all digits of a file or a set against the validation file of its run; without one, the last "
-     "hexadecimal "
-     "digits of Pi by another formula.",
+     "hexadecimal digits of Pi by another formula.",
      "orvane checkdigits digits/pi.txt report.txt", run_check_digits},
     {"config", "config FILE", "Runs a configuration file; .cfg is added to a name without a point.",
      "orvane config pi-1b.cfg", run_config},

@@ -1,6 +1,7 @@
 #include "app/bbp_extractor.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "bbp/bbp_digits.h"
 #include "console/console.h"
@@ -9,6 +10,8 @@
 #include "core/format.h"
 #include "core/run_timer.h"
 #include "core/settings.h"
+#include "core/status.h"
+#include "session/run_results.h"
 #include "system/environment.h"
 #include "system/limits.h"
 #include "threads/frameworks.h"
@@ -183,6 +186,23 @@ void run_bbp_task(const BbpTask& task) {
   console::newline();
   print_line("CPU Utilization:        ", timer.utilization(1), 'Y');
   print_line("Multi-core Efficiency:  ", timer.utilization(orl::processor_count()), 'Y');
+}
+
+void print_bbp_object(const BbpTask& task) {
+  orl::RunTimer timer;
+  const std::string digits = bbp_digits(task, orl::silent_status());
+  timer.stop();
+  orl::Object object;
+  object.add_integer("ResultsVersion", kResultsVersion);
+  object.add_string("Formula", task.formula == BbpFormula::kPlouffe ? "plouffe" : "bellard");
+  object.add_integer("Offset", static_cast<orl::s64>(task.offset));
+  object.add_string("Digits", digits.substr(0, task.digits));
+  object.add_integer("Threads", static_cast<orl::s64>(task.threads));
+  object.add_bool("Pinned", !task.pin_order.empty());
+  object.add_string("StartDate", timer.iso_start_date());
+  object.add_string("EndDate", timer.iso_end_date());
+  object.add_integer("WallMicroseconds", std::llround(timer.wall_seconds() * 1e6));
+  print_results(object);
 }
 
 }  // namespace orvane

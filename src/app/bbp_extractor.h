@@ -11,5 +11,7 @@ void Menu_BbpExtractor();
 BbpTask default_bbp_task();
 /// Runs and prints an extraction.
 void run_bbp_task(const BbpTask& task);
+/// Runs an extraction and prints what came of it as JSON, and nothing else.
+void print_bbp_object(const BbpTask& task);
 
 }  // namespace orvane

@@ -2,8 +2,6 @@
 #pragma once
 
 #include <exception>
-#include <functional>
-#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -39,9 +37,5 @@ struct Parameters {
   std::vector<std::pair<std::string, std::string>> pairs;
   u64 cursor = 1;  ///< tokens[0] is the program and is never interpreted
 };
-
-/// An option table: exact, case-sensitive keys; a handler steps past what it consumes.
-template <class Target>
-using OptionTable = std::map<std::string, std::function<void(Target&, Parameters&)>, std::less<>>;
 
 }  // namespace orl::CommandLine

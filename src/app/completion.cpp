@@ -85,14 +85,16 @@ _orvane() {
   case $action in
     help | --help | -h) ((last == at + 1)) && _orvane_offer "${_orvane_actions[@]}"; return ;;
     config) ((last == at + 1)) && { _orvane_files .cfg; _orvane_offer --help; }; return ;;
+    checkdigits) _orvane_files; ((last == at + 1)) && _orvane_offer --help; return ;;
+    digitviewer | validate) ((last == at + 1)) && { _orvane_files; _orvane_offer --help; return; } ;;
   esac
+  case $action:$previous in
+@PATHS@  esac
   for ((i = at + 1; i < last; i++)); do
     if [[ ${words[i]} == -swap* ]]; then _orvane_folders; return; fi
   done
   local constant=${words[at+1]%%:*}
-  if [[ $previous == -o ]]; then
-    _orvane_folders
-  elif [[ $action == custom && $last -eq $((at + 1)) ]]; then
+  if [[ $action == custom && $last -eq $((at + 1)) ]]; then
     _orvane_offer "${_orvane_constants[@]}" --help
   elif [[ $current == *:* ]]; then
     local values=()
@@ -165,6 +167,20 @@ std::string value_cases() {
   return text;
 }
 
+std::string path_cases() {
+  std::string text;
+  for (const Action& action : actions()) {
+    if (!action.options) continue;
+    for (const OptionText& option : action.options()) {
+      const char* offer = option.values == Values::kFolder ? "_orvane_folders"
+                          : option.values == Values::kFile ? "_orvane_files"
+                                                           : nullptr;
+      if (offer) text += "    " + std::string(action.key) + ":" + option.key + ") " + offer + "; return ;;\n";
+    }
+  }
+  return text;
+}
+
 std::string constant_openings() {
   std::vector<std::string> words;
   for (const ConstantWord& word : constant_words()) {
@@ -190,6 +206,7 @@ std::string bash_completion() {
                           {"@GLOBALS@", array(openings(option_texts(global_options())))},
                           {"@CONSTANTS@", constant_openings()},
                           {"@OPTIONS@", option_cases()},
+                          {"@PATHS@", path_cases()},
                           {"@VALUES@", value_cases()}});
 }
 

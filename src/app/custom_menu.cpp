@@ -1,5 +1,6 @@
 #include "app/custom_menu.h"
 
+#include <optional>
 #include <string>
 
 #include "app/action_file.h"
@@ -52,9 +53,14 @@ class CustomMenu {
 
   void check() {
     console::newline();
-    // An answer holds for one start.
-    parameters().overwrite = may_replace(larger_digits_text(digits_to_replace(parameters())));
-    parameters().check_parameters();
+    const bool setting = parameters().overwrite;
+    if (!setting) parameters().overwrite = may_replace(larger_digits_text(digits_to_replace(parameters())));
+    try {
+      parameters().check_parameters();
+    } catch (const orl::Exception&) {
+      parameters().overwrite = setting;  // an answer holds for one start
+      throw;
+    }
     console::newline();
   }
 
@@ -103,6 +109,25 @@ class CustomMenu {
               parameters().verify_conversion ? 'G' : 'Y');
     print_row(" 15     ", "JSON Results:", parameters().json_results ? "Enabled" : "Disabled",
               parameters().json_results ? 'G' : 'g');
+    print_row(" 16     ",
+              "Overwrite:", parameters().overwrite ? "Enabled" : "Ask before larger files are replaced",
+              parameters().overwrite ? 'Y' : 'g');
+    if (has_pi_proof())
+      print_row(" 17     ", "BBP Check:", pi_proof_text(), parameters().pi_proof == false ? 'g' : 'G');
+  }
+
+  /// Shown where it can be done, and where it is asked for in vain.
+  bool has_pi_proof() {
+    return parameters().constant().index() == ConstantIndex::kPi || parameters().pi_proof;
+  }
+  std::string pi_proof_text() {
+    if (!parameters().pi_proof) return "Automatic (below 5 % of the time)";
+    return *parameters().pi_proof ? "Enabled" : "Disabled";
+  }
+  /// Automatic, on, off, and so on.
+  static std::optional<bool> next_proof(std::optional<bool> proof) {
+    if (!proof) return true;
+    return *proof ? std::optional(false) : std::nullopt;
   }
 
   void print_machine() {
@@ -169,6 +194,12 @@ class CustomMenu {
         return orl::run_parallelism_menu(parameters().parallelism);
       case 15:
         parameters().json_results = !parameters().json_results;
+        return;
+      case 16:
+        parameters().overwrite = !parameters().overwrite;
+        return;
+      case 17:
+        if (has_pi_proof()) parameters().pi_proof = next_proof(parameters().pi_proof);
         return;
       case kLoadRow:
         return choose_file_to_load([&](const std::string& path) { load_custom(path, mode_); });

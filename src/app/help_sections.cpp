@@ -31,17 +31,14 @@ constexpr const char* kFirstSteps =
     "\n"
     "    orvane config e-1m.cfg\n"
     "\n"
-    "A look at the digits; the viewer asks for the file, then for what to show of it:\n"
+    "A look at the digits; without options the viewer asks for the file, then for what to do with it:\n"
     "\n"
-    "    orvane digitviewer\n"
-    "    path: digits/Pi - Dec - Chudnovsky.txt\n"
-    "    option: 0\n"
-    "    Starting Digit: 1\n"
-    "    Digits to View: 100\n"
+    "    orvane digitviewer \"digits/Pi - Dec - Chudnovsky.txt\" -view:100\n"
     "\n"
-    "Scripts put `pause:-2 priority:0 colors:0 skip-warnings` in front: nothing waits for ENTER, no "
-    "real-time "
-    "scheduling, no escape sequences. Menus read their answers from standard input, a line each.";
+    "Without a terminal nothing waits for ENTER and nothing is coloured. Scripts put `quiet:1 priority:0` in "
+    "front: "
+    "no words of the start, no real-time scheduling. Menus read their answers from standard input, a line "
+    "each.";
 
 constexpr struct {
   const char* action;
@@ -86,22 +83,37 @@ constexpr struct {
      "Computes hexadecimal digits of Pi at any offset without those in front.\n"
      "\n"
      "    orvane bbp                         the menu\n"
-     "    orvane bbp -offset:1m -digits:64   64 digits behind the millionth"},
+     "    orvane bbp -offset:1m -digits:64   64 digits behind the millionth\n"
+     "    orvane quiet:1 bbp -offset:1m -json:1\n"
+     "                                       for a script"},
     {"digitviewer",
      "Opens a digit file, text (.txt) or compressed (.ovd), of any size: shows ranges, counts digits, "
-     "extracts "
-     "and compresses. It asks for the path, then for what to do; ENTER alone leaves.\n"
+     "extracts, "
+     "compresses and proves. Options name the steps, which are done in the order of the menu; a FILE alone "
+     "opens "
+     "its menu. An option that none of the steps reads is refused, and nothing that exists is written over. "
+     "The "
+     "status is 1 when a step fails.\n"
      "\n"
-     "    orvane digitviewer\n"
-     "    path: digits/Pi - Dec - Chudnovsky.txt\n"
-     "    option: 0                a range of digits: the first, and how many\n"
-     "    Starting Digit: 1\n"
-     "    Digits to View: 100\n"
+     "    orvane digitviewer               the menu\n"
+     "    orvane digitviewer pi.txt -view:100\n"
+     "                                     the first 100 digits\n"
+     "    orvane digitviewer pi.txt -start:1,001 -end:2,000 -stats\n"
+     "                                     counts and hash of a range\n"
+     "    orvane digitviewer pi.txt -start:1,001 -end:2,000 -extract part.txt\n"
+     "                                     its digits as a text file\n"
+     "    orvane digitviewer pi.txt -C:100m -o digits\n"
+     "                                     compressed files of 100,000,000 digits\n"
+     "    orvane digitviewer pi.txt -C:100m -startid:2 -endid:3 -o digits\n"
+     "                                     two of them\n"
+     "    orvane digitviewer pi.txt -check \"Validation - Pi.txt\"\n"
+     "                                     all digits against the report of their run\n"
+     "    orvane digitviewer pi-hex.txt -prove\n"
+     "                                     the end of Pi by another formula\n"
      "\n"
-     "From a script:\n"
+     "The menu reads its answers from standard input too:\n"
      "\n"
-     "    printf '%s\\n' 'digits/Pi - Dec - Chudnovsky.txt' 0 1 100 '' '' |\n"
-     "      orvane pause:-2 digitviewer"},
+     "    printf '%s\\n' pi.txt 0 1 100 '' '' | orvane digitviewer"},
     {"logformula",
      "Finds two sums of hyperbolic arc-cotangents that equal the natural logarithm of a whole number from 2 "
      "to "
@@ -117,7 +129,9 @@ constexpr struct {
      "Says whether a validation file is as the program wrote it; without a FILE it asks for one.\n"
      "\n"
      "    orvane validate\n"
-     "    orvane validate \"Validation - e - exp(1) - 1000 - 20261121-160502.txt\""},
+     "    orvane validate \"Validation - e - exp(1) - 1000 - 20261121-160502.txt\"\n"
+     "    orvane quiet:1 validate report.txt -json:1\n"
+     "                                     for a script"},
     {"config",
      "Runs what a file describes. `orvane custom` saves such a file from its menu. A minimal one, e-1m.cfg:\n"
      "\n"
@@ -227,6 +241,8 @@ std::vector<std::string> value_words(Values values, std::string_view constant) {
   std::vector<std::string> words;
   switch (values) {
     case Values::kAny:
+    case Values::kFolder:
+    case Values::kFile:
       break;
     case Values::kAlgorithm:
       for (u64 i = 0; i < kConstantCount; i++) {
@@ -256,13 +272,13 @@ HelpSection number_forms() {
   return {
       "Numbers",
       {},
-      {{"DIGITS", "A whole number; K, M, B or T behind it for 10^3, 10^6, 10^9 or 10^12.",
+      {{"DIGITS, DIGIT", "A whole number; K, M, B or T behind it for 10^3, 10^6, 10^9 or 10^12.",
         "10m is 10,000,000"},
        {"N",
         "As DIGITS, with an optional minus sign. Where it stands for yes or no: 1, yes, true; 0, no, false.",
         "-1"},
        {"BYTES", "A number, a fraction, then K, M, G, T, P or E for 2^10 to 2^60.", "1.5G is 1,610,612,736"},
-       {"SECONDS, tasks", "A whole number.", "64"},
+       {"SECONDS, ID, tasks", "A whole number.", "64"},
        {"all of them",
         "Commas in groups of three, underscores and an exponent are understood; a number with anything "
         "else behind it is refused.",

@@ -90,6 +90,65 @@ void take_swap(Line& line, orl::R03::Raid03Descriptor& raid) {
   raid.set_group(std::move(group));
 }
 
+// The settings that several actions have in common, and their rows, which are stated once.
+ComputeParameters& parameters_of(ModeHolder& mode) { return mode.current(); }
+ComputeParameters& parameters_of(BenchSettings& bench) { return bench.parameters; }
+template <class Target>
+orl::Parallelism& parallelism_of(Target& target) {
+  return parameters_of(target).parallelism;
+}
+orl::Parallelism& parallelism_of(BenchIoSettings& io) { return io.parallelism; }
+template <class Target>
+void set_allocator(Target& target, const std::string& key) {
+  parameters_of(target).set_allocator(key);
+}
+void set_allocator(BenchIoSettings& io, const std::string& key) { io.allocator = orl::create_allocator(key); }
+
+template <class Target>
+constexpr Option<Target> kOutputFolder = {
+    "-o",
+    "-o PATH",
+    "Folder of the digit files, which is made where it is missing. Default: the working folder.",
+    "-o digits",
+    [](Target& target, Line& line) { parameters_of(target).set_output_path(take_path(line)); },
+    Values::kFolder};
+template <class Target>
+constexpr Option<Target> kOverwrite = {
+    "-overwrite", "-overwrite:N",
+    "1 lets the run replace digit files with more digits than it makes. Default 0.", "-overwrite:1",
+    [](Target& target, Line& line) { parameters_of(target).overwrite = take_switch(line) != 0; }};
+template <class Target>
+constexpr Option<Target> kPiProof = {
+    "-bbp", "-bbp:N",
+    "1 also proves the last hexadecimal digits of Pi by another formula, 0 does not. Default: where it "
+    "takes less than 5 % of the time.",
+    "-bbp:1", [](Target& target, Line& line) { parameters_of(target).pi_proof = take_switch(line) != 0; }};
+template <class Target>
+constexpr Option<Target> kJson = {
+    "-json", "-json:N",
+    "Other than 0 also writes the results as JSON, beside the validation file. Default 0.", "-json:1",
+    [](Target& target, Line& line) { parameters_of(target).json_results = take_switch(line) != 0; }};
+template <class Target>
+constexpr Option<Target> kAllocator = {
+    "-MA",
+    "-MA:NAME",
+    "Memory allocator; the default is mmap.",
+    "-MA:malloc",
+    [](Target& target, Line& line) { set_allocator(target, take_value(line)); },
+    Values::kAllocator};
+template <class Target>
+constexpr Option<Target> kFramework = {
+    "-PF",
+    "-PF:NAME",
+    "Parallel framework.",
+    "-PF:pushpool",
+    [](Target& target, Line& line) { parallelism_of(target).set_framework(take_value(line)); },
+    Values::kFramework};
+template <class Target>
+constexpr Option<Target> kTasks = {
+    "-TD", "-TD:N", "Task decomposition, 1 to 65536: the number of tasks to cut the work into.", "-TD:8",
+    [](Target& target, Line& line) { parallelism_of(target).set_tds(take_integer(line)); }};
+
 constexpr Option<orl::Settings> kGlobal[] = {
     {"pause", "pause:N",
      "When to ask for ENTER at the end: 1 always, 0 and -1 after a failure, below -1 never. Without it: "
@@ -128,13 +187,17 @@ constexpr Option<orl::Settings> kGlobal[] = {
      }},
 };
 
-// "-C" and "-compress".
-void take_digits_per_file(ModeHolder& mode, Line& line) {
+// Digits per file; -1 for all of them in one, as which it is kept.
+u64 take_file_size(Line& line) {
   const std::string key = line.key();
   const s64 digits = take_signed(line);
-  if (digits < -1)
-    throw InvalidParametersException(key, "It takes the digits of a file, 0 for text or -1 for one file.");
-  mode.current().request_digits_per_file(static_cast<u64>(digits));
+  if (digits < -1) throw InvalidParametersException(key, "Below 0 there is only -1, which makes one file.");
+  return static_cast<u64>(digits);
+}
+
+// "-C" and "-compress".
+void take_digits_per_file(ModeHolder& mode, Line& line) {
+  mode.current().request_digits_per_file(take_file_size(line));
 }
 
 constexpr Option<ModeHolder> kCustom[] = {
@@ -146,14 +209,10 @@ constexpr Option<ModeHolder> kCustom[] = {
      "-algorithm:ramanujan",
      [](ModeHolder& mode, Line& line) { mode.current().constant().set_algorithm(take_value(line)); },
      Values::kAlgorithm},
-    {"-o", "-o PATH",
-     "Folder of the digit files, which is made where it is missing. Default: the working folder.",
-     "-o digits", [](ModeHolder& mode, Line& line) { mode.current().set_output_path(take_path(line)); }},
+    kOutputFolder<ModeHolder>,
     {"-od", "-od:N", "0 computes and proves the digits without writing files. Default 1.", "-od:0",
      [](ModeHolder& mode, Line& line) { mode.current().output_digits = take_switch(line) != 0; }},
-    {"-overwrite", "-overwrite:N",
-     "1 lets the run replace digit files with more digits than it makes. Default 0.", "-overwrite:1",
-     [](ModeHolder& mode, Line& line) { mode.current().overwrite = take_switch(line) != 0; }},
+    kOverwrite<ModeHolder>,
     {"-C", "-C:N",
      "Compressed digit files of N digits each, at least 1m; 0 (the default) for text, -1 for one compressed "
      "file.",
@@ -164,21 +223,11 @@ constexpr Option<ModeHolder> kCustom[] = {
      [](ModeHolder& mode, Line& line) { mode.current().verify_conversion = take_switch(line) != 0; }},
     {"-mode", "-mode:MODE", "ram (the default) or swap (not in this version yet).", "-mode:ram",
      [](ModeHolder& mode, Line& line) { mode.set_mode(take_value(line)); }, Values::kMode},
-    {"-MA", "-MA:NAME", "Memory allocator; the default is mmap.", "-MA:malloc",
-     [](ModeHolder& mode, Line& line) { mode.current().set_allocator(take_value(line)); },
-     Values::kAllocator},
-    {"-PF", "-PF:NAME", "Parallel framework.", "-PF:pushpool",
-     [](ModeHolder& mode, Line& line) { mode.current().parallelism.set_framework(take_value(line)); },
-     Values::kFramework},
-    {"-TD", "-TD:N", "Task decomposition, 1 to 65536: the number of tasks to cut the work into.", "-TD:8",
-     [](ModeHolder& mode, Line& line) { mode.current().parallelism.set_tds(take_integer(line)); }},
-    {"-bbp", "-bbp:N",
-     "1 also proves the last hexadecimal digits of Pi by another formula, 0 does not. Default: where it "
-     "takes less than 5 % of the time.",
-     "-bbp:1", [](ModeHolder& mode, Line& line) { mode.current().pi_proof = take_switch(line) != 0; }},
-    {"-json", "-json:N",
-     "Other than 0 also writes the results as JSON, beside the validation file. Default 0.", "-json:1",
-     [](ModeHolder& mode, Line& line) { mode.current().json_results = take_switch(line) != 0; }},
+    kAllocator<ModeHolder>,
+    kFramework<ModeHolder>,
+    kTasks<ModeHolder>,
+    kPiProof<ModeHolder>,
+    kJson<ModeHolder>,
     {"-M", "-M:BYTES", "Memory to use; swap mode only.", "-M:1.5G",
      [](ModeHolder& mode, Line& line) {
        auto& swap = mode.swap_for("-M");
@@ -212,41 +261,23 @@ constexpr BenchSize kSizes[] = {
 };
 
 constexpr Option<BenchSettings> kBench[] = {
-    {"-o", "-o PATH", "Folder of the digit files.", "-o digits",
-     [](BenchSettings& bench, Line& line) { bench.parameters.set_output_path(take_path(line)); }},
+    kOutputFolder<BenchSettings>,
     {"-od", "-od:N", "Other than 0 writes digit files; 0 (the default) does not.", "-od:1",
      [](BenchSettings& bench, Line& line) { bench.parameters.output_digits = take_switch(line) != 0; }},
-    {"-overwrite", "-overwrite:N",
-     "1 lets the run replace digit files with more digits than it makes. Default 0.", "-overwrite:1",
-     [](BenchSettings& bench, Line& line) { bench.parameters.overwrite = take_switch(line) != 0; }},
-    {"-TD", "-TD:N", "Task decomposition, 1 to 65536.", "-TD:8",
-     [](BenchSettings& bench, Line& line) { bench.parameters.parallelism.set_tds(take_integer(line)); }},
-    {"-PF", "-PF:NAME", "Parallel framework.", "-PF:none",
-     [](BenchSettings& bench, Line& line) { bench.parameters.parallelism.set_framework(take_value(line)); },
-     Values::kFramework},
-    {"-MA", "-MA:NAME", "Memory allocator.", "-MA:mmap",
-     [](BenchSettings& bench, Line& line) { bench.parameters.set_allocator(take_value(line)); },
-     Values::kAllocator},
-    {"-bbp", "-bbp:N",
-     "1 also proves the last hexadecimal digits of Pi by another formula, 0 does not. Default: where it "
-     "takes less than 5 % of the time.",
-     "-bbp:1", [](BenchSettings& bench, Line& line) { bench.parameters.pi_proof = take_switch(line) != 0; }},
-    {"-json", "-json:N",
-     "Other than 0 also writes the results as JSON, beside the validation file. Default 0.", "-json:1",
-     [](BenchSettings& bench, Line& line) { bench.parameters.json_results = take_switch(line) != 0; }},
+    kOverwrite<BenchSettings>,
+    kTasks<BenchSettings>,
+    kFramework<BenchSettings>,
+    kAllocator<BenchSettings>,
+    kPiProof<BenchSettings>,
+    kJson<BenchSettings>,
 };
 
 constexpr Option<BenchIoSettings> kBenchIo[] = {
     {"-M", "-M:BYTES", "Memory to use, and size of the file. Default 1G, or half of what is available.",
      "-M:4G", [](BenchIoSettings& io, Line& line) { io.memory_bytes = clamp_memory(take_bytes(line)); }},
-    {"-MA", "-MA:NAME", "Memory allocator.", "-MA:mmap",
-     [](BenchIoSettings& io, Line& line) { io.allocator = orl::create_allocator(take_value(line)); },
-     Values::kAllocator},
-    {"-PF", "-PF:NAME", "Parallel framework.", "-PF:pushpool",
-     [](BenchIoSettings& io, Line& line) { io.parallelism.set_framework(take_value(line)); },
-     Values::kFramework},
-    {"-TD", "-TD:N", "Task decomposition, 1 to 65536.", "-TD:8",
-     [](BenchIoSettings& io, Line& line) { io.parallelism.set_tds(take_integer(line)); }},
+    kAllocator<BenchIoSettings>,
+    kFramework<BenchIoSettings>,
+    kTasks<BenchIoSettings>,
     {"-minIO", "-minIO:BYTES", "Smallest unit of reading and writing, at least 4096.", "-minIO:1M",
      [](BenchIoSettings& io, Line& line) { io.bytes_per_seek.set(std::max<u64>(take_bytes(line), 4096)); }},
     {"-swap", "-swap:TYPE PATH...", "Disk array, raid0 or raid3, on all folders that follow.",
@@ -277,20 +308,73 @@ BbpFormula bbp_formula(const std::string& name) {
   throw InvalidParametersException("-formula", "Invalid Formula: " + name);
 }
 
-constexpr Option<BbpTask> kBbp[] = {
+constexpr const char* kJsonAloneHelp =
+    "1 prints the outcome as JSON and nothing else; quiet:1 in front leaves out the words of the start. "
+    "Default 0.";
+
+constexpr Option<BbpLine> kBbp[] = {
     {"-offset", "-offset:DIGITS", "Hexadecimal digits to skip. Default 0.", "-offset:1m",
-     [](BbpTask& task, Line& line) { task.offset = take_in_range(line, 0, kMaxBbpOffset); }},
+     [](BbpLine& bbp, Line& line) { bbp.task.offset = take_in_range(line, 0, kMaxBbpOffset); }},
     {"-digits", "-digits:DIGITS", "Hexadecimal digits to compute, 8 to 1048576. Default 32.", "-digits:64",
-     [](BbpTask& task, Line& line) { task.digits = take_in_range(line, kMinBbpDigits, kMaxBbpDigits); }},
+     [](BbpLine& bbp, Line& line) { bbp.task.digits = take_in_range(line, kMinBbpDigits, kMaxBbpDigits); }},
     {"-formula", "-formula:NAME", "plouffe, of four terms, or bellard (the default), of seven.",
-     "-formula:plouffe", [](BbpTask& task, Line& line) { task.formula = bbp_formula(take_value(line)); },
+     "-formula:plouffe", [](BbpLine& bbp, Line& line) { bbp.task.formula = bbp_formula(take_value(line)); },
      Values::kBbpFormula},
     {"-threads", "-threads:N", "Threads. Default: one for each core.", "-threads:4",
-     [](BbpTask& task, Line& line) { task.threads = take_in_range(line, 1, orl::kMaxThreads); }},
+     [](BbpLine& bbp, Line& line) { bbp.task.threads = take_in_range(line, 1, orl::kMaxThreads); }},
     {"-pin", "-pin:N", "1 pins the threads to cores, in the order of environment.cfg. Default 0.", "-pin:1",
-     [](BbpTask& task, Line& line) {
-       task.pin_order = take_switch(line) > 0 ? orl::static_pin_order() : std::vector<orl::u32>();
+     [](BbpLine& bbp, Line& line) {
+       bbp.task.pin_order = take_switch(line) > 0 ? orl::static_pin_order() : std::vector<orl::u32>();
      }},
+    {"-json", "-json:N", kJsonAloneHelp, "-json:1",
+     [](BbpLine& bbp, Line& line) { bbp.json = take_switch(line) != 0; }},
+};
+
+constexpr Option<ValidateLine> kValidate[] = {
+    {"-json", "-json:N", kJsonAloneHelp, "-json:1",
+     [](ValidateLine& validate, Line& line) { validate.json = take_switch(line) != 0; }},
+};
+
+// A token without a value.
+bool take_flag(Line& line) {
+  line.take();
+  return true;
+}
+
+constexpr Option<ViewerTask> kViewer[] = {
+    {"-start", "-start:DIGIT", "First digit of a step; that behind the point is 1, the default.", "-start:1m",
+     [](ViewerTask& task, Line& line) { task.start = take_count(line); }},
+    {"-end", "-end:DIGIT", "Last digit of -stats, -extract and -C. Default: the last one of the file.",
+     "-end:2m", [](ViewerTask& task, Line& line) { task.end = take_count(line); }},
+    {"-view", "-view:DIGITS", "Shows so many digits from -start on, at most 100000.", "-view:100",
+     [](ViewerTask& task, Line& line) { task.view = take_count(line); }},
+    {"-stats", "-stats", "Counts the digits from -start to -end and computes their hash.", "-stats",
+     [](ViewerTask& task, Line& line) { task.stats = take_flag(line); }},
+    {"-extract", "-extract FILE", "Writes the digits from -start to -end to a new text file.",
+     "-extract part.txt", [](ViewerTask& task, Line& line) { task.extract = take_path(line); },
+     Values::kFile},
+    {"-C", "-C:N",
+     "Compresses the digits up to -end into files of N digits each, at least 1m; -1 for one file.", "-C:100m",
+     [](ViewerTask& task, Line& line) { task.digits_per_file = take_file_size(line); }},
+    {"-startid", "-startid:ID",
+     "With -C: the first file of a share of the set, over all digits. Default 0, or all of the set without "
+     "-endid too.",
+     "-startid:0", [](ViewerTask& task, Line& line) { task.start_id = take_integer(line); }},
+    {"-endid", "-endid:ID", "With -C: the last file of a share of the set. Default: the set's last one.",
+     "-endid:3", [](ViewerTask& task, Line& line) { task.end_id = take_integer(line); }},
+    {"-name", "-name:NAME", "With -C: the name of the set. Default: that of the file.", "-name:Pi",
+     [](ViewerTask& task, Line& line) { task.name = take_value(line); }},
+    {"-o", "-o PATH", "With -C: the folder of the set. Default: the working folder.", "-o digits",
+     [](ViewerTask& task, Line& line) { task.folder = take_path(line); }, Values::kFolder},
+    {"-search", "-search PATH", "A folder where files of a set may lie as well; may be repeated.",
+     "-search /disk2/digits",
+     [](ViewerTask& task, Line& line) { task.search_folders.push_back(take_path(line)); }, Values::kFolder,
+     Repeats::kYes},
+    {"-check", "-check FILE", "Checks all digits against the validation file of their run.",
+     "-check report.txt", [](ViewerTask& task, Line& line) { task.report = take_path(line); }, Values::kFile},
+    {"-prove", "-prove",
+     "Proves hexadecimal digits of Pi by the BBP formula: the last 16, and 16 behind the first quarter.",
+     "-prove", [](ViewerTask& task, Line& line) { task.prove = take_flag(line); }},
 };
 
 void select_test(StressLine& stress, Line& line) { stress.tests.push_back(line.take()); }
@@ -334,7 +418,9 @@ std::span<const Option<BenchSettings>> bench_options() { return kBench; }
 std::span<const Option<BenchIoSettings>> benchio_options() { return kBenchIo; }
 std::span<const Option<StressLine>> stress_options() { return kStress; }
 std::span<const Option<LogFormulaLine>> log_formula_options() { return kLogFormula; }
-std::span<const Option<BbpTask>> bbp_options() { return kBbp; }
+std::span<const Option<BbpLine>> bbp_options() { return kBbp; }
+std::span<const Option<ViewerTask>> viewer_options() { return kViewer; }
+std::span<const Option<ValidateLine>> validate_options() { return kValidate; }
 std::span<const BenchSize> bench_sizes() { return kSizes; }
 
 }  // namespace orvane

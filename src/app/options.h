@@ -15,11 +15,24 @@
 #include "core/settings.h"
 #include "session/parameters.h"
 #include "stress/stress_settings.h"
+#include "viewer/digit_viewer.h"
 
 namespace orvane {
 
 /// What the value of an option is chosen from, for the completion of a line.
-enum class Values { kAny, kAlgorithm, kAllocator, kFramework, kMode, kRaidType, kBbpFormula };
+enum class Values {
+  kAny,
+  kAlgorithm,
+  kAllocator,
+  kFramework,
+  kMode,
+  kRaidType,
+  kBbpFormula,
+  kFolder,  ///< the token behind the option
+  kFile,    ///< the token behind the option
+};
+/// Whether an option may stand on a line again with another value.
+enum class Repeats { kNo, kYes };
 
 /// A row of a table. `form` is what the user types, `help` what it does, `example` a token that works.
 template <class Target>
@@ -30,6 +43,7 @@ struct Option {
   const char* example;
   void (*handler)(Target&, orl::CommandLine::Parameters&);
   Values values = Values::kAny;
+  Repeats repeats = Repeats::kNo;
 };
 
 /// A row as its readers see it.
@@ -63,6 +77,17 @@ struct LogFormulaLine {
   u64 decimal_digits = 1000000;
 };
 
+/// A line that checks a validation file.
+struct ValidateLine {
+  bool json = false;  ///< the outcome for scripts
+};
+
+/// A line of the digit extractor.
+struct BbpLine {
+  BbpTask task;
+  bool json = false;  ///< the outcome for scripts
+};
+
 /// A line of the component stress tester.
 struct StressLine {
   StressSettings settings;
@@ -76,7 +101,9 @@ std::span<const Option<BenchSettings>> bench_options();
 std::span<const Option<BenchIoSettings>> benchio_options();
 std::span<const Option<StressLine>> stress_options();
 std::span<const Option<LogFormulaLine>> log_formula_options();
-std::span<const Option<BbpTask>> bbp_options();
+std::span<const Option<BbpLine>> bbp_options();
+std::span<const Option<ViewerTask>> viewer_options();
+std::span<const Option<ValidateLine>> validate_options();
 
 /// A benchmark size: its token and decimal digits. kDecimalSizes rows in powers of ten, then those in powers
 /// of two.
@@ -122,7 +149,7 @@ bool take_option(std::span<const Option<Target>> table, Target& target, orl::Com
   const u64 first = line.cursor;
   option->handler(target, line);
   // Two names of one option share their handler; options that share one have no values.
-  given.add(reinterpret_cast<const void*>(option->handler), line, first);
+  if (option->repeats == Repeats::kNo) given.add(reinterpret_cast<const void*>(option->handler), line, first);
   return true;
 }
 

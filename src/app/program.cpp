@@ -123,10 +123,8 @@ int resume() {
 
 int guarded_body(orl::CommandLine::Parameters& line) {
   orl::Settings& settings = orl::settings();
-  // The last one of a kind counts: an alias or a script may put its own in front.
-  for (bool taken = true; taken && !line.at_end();) {
-    GivenOptions given;
-    taken = take_option(global_options(), settings, line, given);
+  GivenOptions given;
+  while (!line.at_end() && take_option(global_options(), settings, line, given)) {
   }
   if (asks_for_words(line)) return dispatch(line);
   {

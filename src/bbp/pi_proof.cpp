@@ -70,14 +70,24 @@ PiProof prove_pi(u64 digits, u64 threads, const std::function<std::string(u64 of
 
 std::string to_string(const PiProof& proof) {
   if (proof.result == PiProof::kNotRun) return "Not Run";
-  std::string agreeing;
+  std::string text = proof.result == PiProof::kPassed ? "Passed" : "Failed";
+  const char* between = " - after ";
   for (const PiProofPlace& place : proof.places) {
-    const std::string offset = orl::format_with_commas(place.offset);
-    if (place.given != place.expected)
-      return "Failed - after " + offset + " digits: " + place.given + ", by the formula " + place.expected;
-    agreeing += (agreeing.empty() ? "" : " and ") + offset;
+    if (proof.result == PiProof::kFailed && place.given == place.expected) continue;
+    text += between + orl::format_with_commas(place.offset);
+    between = " and ";
   }
-  return "Passed - 16 digits after " + agreeing;
+  return text + " digits";
+}
+
+std::vector<std::string> differing_digits(const PiProof& proof) {
+  std::vector<std::string> lines;
+  for (const PiProofPlace& place : proof.places) {
+    if (place.given == place.expected) continue;
+    lines.push_back(place.given + " is what the number has");
+    lines.push_back(place.expected + " is what the formula says");
+  }
+  return lines;
 }
 
 }  // namespace orvane

@@ -42,8 +42,9 @@ double pi_proof_seconds(u64 digits, u64 threads);
 PiProof prove_pi(u64 digits, u64 threads, const std::function<std::string(u64 offset, u64 count)>& digits_at,
                  orl::StatusNode& status);
 
-/// "Passed - 16 digits after 24,999,984 and 6,250,000", "Failed - " with both readings of the
-/// first place that differs, or "Not Run".
+/// "Passed - after 24,999,984 and 6,250,000 digits", "Failed - after " with the places that differ, or "Not Run".
 std::string to_string(const PiProof& proof);
+/// Both readings of each place that differs, a line each.
+std::vector<std::string> differing_digits(const PiProof& proof);
 
 }  // namespace orvane

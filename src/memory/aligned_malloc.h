@@ -1,6 +1,7 @@
 // Small aligned blocks with guard words on both sides.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "core/types.h"
@@ -13,6 +14,15 @@ void* aligned_malloc(u64 size, u64 align);
 /// Null is ignored. Throws InvalidParametersException "Memory buffer has been underrun." or "... overrun."
 /// when a guard has changed; the block is then kept.
 void aligned_free(void* pointer);
+
+/// Frees an aligned block.
+struct AlignedFree {
+  /// Null is ignored.
+  void operator()(void* pointer) const { aligned_free(pointer); }
+};
+/// An aligned block that goes with its owner: AlignedBlock(aligned_malloc(size, align)).
+using AlignedBlock = std::unique_ptr<void, AlignedFree>;
+
 /// "List of Active Allocations:" with one line for each block that has not been freed.
 std::string list_active_allocations();
 

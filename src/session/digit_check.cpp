@@ -39,10 +39,6 @@ u64 integer_part(const std::string& first_digits, orl::u32 radix) {
   return value;
 }
 
-struct AlignedFree {
-  void operator()(void* pointer) const { orl::aligned_free(pointer); }
-};
-
 std::string differing(const char* what, const std::string& file, const std::string& report) {
   if (file == report) return {};
   return std::string(what) + " of the file:    " + file + "\n" + what + " of the report:  " + report + "\n";
@@ -118,7 +114,7 @@ int run_digit_check(orl::DigitReader& reader, const std::string& report_path) {
     console::println("The report has no digits of this radix.", 'R');
     return 1;
   }
-  const std::unique_ptr<void, AlignedFree> memory(orl::aligned_malloc(kWindowBytes, kPageBytes));
+  const orl::AlignedBlock memory(orl::aligned_malloc(kWindowBytes, kPageBytes));
   orl::Parallelism parallelism;
   std::string faults;
   {
@@ -158,7 +154,9 @@ int run_pi_proof(orl::DigitReader& reader) {
   }
   if (proof.places.empty())
     throw InvalidParametersException(kFunction, "There are too few digits for the check, or too many.");
-  console::println("BBP Check:  " + to_string(proof), proof.result == PiProof::kPassed ? 'G' : 'R');
+  const char colour = proof.result == PiProof::kPassed ? 'G' : 'R';
+  console::println("BBP Check:  " + to_string(proof), colour);
+  for (const std::string& line : differing_digits(proof)) console::println("            " + line, colour);
   console::println("Total Time: " + orl::seconds_text(proof.seconds), 'w');
   return proof.result == PiProof::kPassed ? 0 : 1;
 }

@@ -1,6 +1,5 @@
 #include "session/report_files.h"
 
-#include "config/writer.h"
 #include "console/console.h"
 #include "core/exceptions.h"
 #include "files/new_file.h"
@@ -26,7 +25,7 @@ void write_files(const RunReport& report, bool json_results) {
   if (!json_results) return;
   const std::string stem = name.substr(0, name.rfind(kTextExtension));
   print_name("Results File:    ",
-             orl::write_new_file(stem, ".json", orl::to_json(results_object(report, name))));
+             orl::write_new_file(stem, ".json", results_json(results_object(report, name))));
 }
 
 }  // namespace
@@ -42,11 +41,14 @@ void leave_report(const RunReport& report, bool json_results) {
     throw;
   }
   // Only now, so that a failed run leaves its report.
-  if (report.pi_proof && report.pi_proof->result == PiProof::kFailed)
+  if (report.pi_proof && report.pi_proof->result == PiProof::kFailed) {
+    std::string readings;
+    for (const std::string& line : differing_digits(*report.pi_proof)) readings += "\n" + line;
     throw orl::AlgorithmFailedException(
-        "prove_pi()", "BBP check: " + to_string(*report.pi_proof) +
+        "prove_pi()", "BBP check: " + to_string(*report.pi_proof) + readings +
                           "\n\nThis machine computes wrongly. The digit files, if any, keep the names of "
                           "unfinished ones.\nTest the machine with \"orvane stress\".");
+  }
   const SpotCheck& check = report.spot_check;
   if (check.result != SpotCheck::kFailed) return;
   throw orl::AlgorithmFailedException(

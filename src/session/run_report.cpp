@@ -45,9 +45,14 @@ ReportLine spot_check_line(const SpotCheck& check, ReportForm form) {
   return labelled(label, text, check.result == SpotCheck::kPassed ? 'G' : 'R');
 }
 
-ReportLine pi_proof_line(const PiProof& proof) {
+// The outcome, and under it what differs.
+ReportLines pi_proof_lines(const PiProof& proof) {
+  const std::string label = "BBP Check:                  ";
   const char colour = proof.result == PiProof::kPassed ? 'G' : proof.result == PiProof::kFailed ? 'R' : 'Y';
-  return labelled("BBP Check:                  ", to_string(proof), colour);
+  ReportLines lines{labelled(label, to_string(proof), colour)};
+  for (const std::string& line : differing_digits(proof))
+    lines.push_back(labelled(std::string(label.size(), ' '), line, colour));
+  return lines;
 }
 
 ReportLine clock_line(const std::string& label, orl::ClockCheck check, bool contiguous) {
@@ -134,7 +139,10 @@ ReportLines check_lines(const RunReport& report, ReportForm form) {
   ReportLines lines = {spot_check_line(report.spot_check, form),
                        clock_line("Timer Sanity Check:         ", clocks.timer, report.contiguous),
                        clock_line("Frequency Sanity Check:     ", clocks.frequency, report.contiguous)};
-  if (report.pi_proof) lines.insert(lines.begin() + 1, pi_proof_line(*report.pi_proof));
+  if (report.pi_proof) {
+    const ReportLines proof = pi_proof_lines(*report.pi_proof);
+    lines.insert(lines.begin() + 1, proof.begin(), proof.end());
+  }
   if (form == ReportForm::kConsole) return lines;
   lines.push_back(labelled("Reference Clock:            ", clocks.reference, 'w'));
   for (std::size_t i = 0; i < clocks.clocks.size(); i++)

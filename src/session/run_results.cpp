@@ -2,6 +2,8 @@
 
 #include <cmath>
 
+#include "config/writer.h"
+#include "console/console.h"
 #include "core/name_table.h"
 #include "core/version.h"
 #include "session/validation_file.h"
@@ -249,7 +251,15 @@ Object results_object(const RunReport& report, const std::string& validation_fil
   if (report.hex.digit_count != 0) object.add_object("HexadecimalDigits", digits(report.hex));
   object.add_object("Checks", checks(report));
   object.add_string("ValidationFile", validation_file);
-  return std::move(clean(object)->as_object(""));
+  return object;
+}
+
+std::string results_json(const Object& results) { return orl::to_json(*clean(results)); }
+
+void print_results(const Object& results) {
+  std::string lines = results_json(results);
+  std::erase(lines, '\r');  // no text holds one
+  orl::console::print(lines);
 }
 
 }  // namespace orvane

@@ -50,5 +50,7 @@ bool print_validation(const ValidationResult& result);
 int run_validator();
 /// Prints the outcome for the file. Status 0 for "Validation Passed!", else 1.
 int validate_file(const std::string& path);
+/// Prints the outcome as JSON, and nothing else. Status as validate_file().
+int print_validation_object(const std::string& path);
 
 }  // namespace orvane

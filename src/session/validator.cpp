@@ -3,11 +3,13 @@
 #include <filesystem>
 #include <fstream>
 #include <numeric>
+#include <optional>
 
 #include "console/console.h"
 #include "core/name_table.h"
 #include "core/number_forms.h"
 #include "digits/sha256.h"
+#include "session/run_results.h"
 #include "session/validation_file.h"
 
 namespace orvane {
@@ -114,6 +116,18 @@ Validation outcome_of(std::string_view text, const std::string& version) {
   return whole ? Validation::kPassed : Validation::kTampered;
 }
 
+// At most kMaxFileBytes + 1 bytes.
+std::optional<std::string> read_text(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::error_code ignored;
+  if (!file.is_open() || std::filesystem::is_directory(path, ignored)) return std::nullopt;
+  std::string text;
+  char block[65536];
+  while (text.size() <= kMaxFileBytes && (file.read(block, sizeof block) || file.gcount() != 0))
+    text.append(block, static_cast<std::size_t>(file.gcount()));
+  return text;
+}
+
 constexpr orl::Named<Validation> kOutcomeTexts[] = {
     {Validation::kPassed, "Validation Passed!"},
     {Validation::kInvalidHash, "Validation Failed: Invalid Hash"},
@@ -127,17 +141,10 @@ constexpr orl::Named<Validation> kOutcomeTexts[] = {
 
 }  // namespace
 
-// At most kMaxFileBytes + 1 bytes.
 std::string read_validation_file(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::string text;
-  char block[65536];
-  while (text.size() <= kMaxFileBytes && (file.read(block, sizeof block) || file.gcount() != 0))
-    text.append(block, static_cast<std::size_t>(file.gcount()));
-  std::error_code ignored;
-  if (!file.is_open() || std::filesystem::is_directory(path, ignored))
-    console::println("Unable to read \"" + path + "\". Check the path.", 'Y');
-  return text;
+  const auto text = read_text(path);
+  if (!text) console::println("Unable to read \"" + path + "\". Check the path.", 'Y');
+  return text.value_or("");
 }
 
 ValidationResult check_validation_text(std::string_view text) {
@@ -145,8 +152,8 @@ ValidationResult check_validation_text(std::string_view text) {
   if (text.size() > kMaxFileBytes) return result;
   result.version = version_of(text);
   result.outcome = outcome_of(text, result.version);
-  for (const char* check : {"Spot Check", "Timer Sanity Check", "Frequency Sanity Check"})
-    if (report_value(text, check) == "Failed") result.failed_checks.push_back(check);
+  for (const char* check : {"Spot Check", "BBP Check", "Timer Sanity Check", "Frequency Sanity Check"})
+    if (report_value(text, check).starts_with("Failed")) result.failed_checks.push_back(check);
   return result;
 }
 
@@ -158,6 +165,21 @@ bool print_validation(const ValidationResult& result) {
     if (passed) console::println("The file reports a failed check: " + check, 'Y');
   console::println(orl::name_of(kOutcomeTexts, result.outcome), passed ? 'G' : 'R');
   return passed;
+}
+
+int print_validation_object(const std::string& path) {
+  const ValidationResult result = check_validation_text(read_text(path).value_or(""));
+  orl::Array failed;
+  for (const std::string& check : result.failed_checks) failed.add_string(check);
+  orl::Object object;
+  object.add_integer("ResultsVersion", kResultsVersion);
+  object.add_string("File", path);
+  object.add_bool("Passed", result.outcome == Validation::kPassed);
+  object.add_string("Outcome", orl::name_of(kOutcomeTexts, result.outcome));
+  object.add_string("FileFormat", result.version);
+  object.add_array("FailedChecks", std::move(failed));
+  print_results(object);
+  return result.outcome == Validation::kPassed ? 0 : 1;
 }
 
 int run_validator() {

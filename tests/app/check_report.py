@@ -4,9 +4,11 @@ usage: check_report.py CONSOLE TEXT RESULTS USER_SECONDS KERNEL_SECONDS CORES
 """
 import datetime
 import json
-import pathlib
 import re
 import sys
+
+sys.dont_write_bytecode = True
+import json_schema  # noqa: E402
 
 console, text = (open(path, encoding='utf-8').read() for path in sys.argv[1:3])
 results = json.load(open(sys.argv[3], encoding='utf-8'))
@@ -33,38 +35,7 @@ def number(source, label):
     return float(value(source, label).split()[0].replace(',', ''))
 
 
-schema = json.loads((pathlib.Path(__file__).parents[2] / 'docs' / 'results.schema.json').read_text())
-TYPES = {'object': dict, 'array': list, 'string': str, 'integer': int, 'boolean': bool}
-
-
-def validate(place, got, rule):
-    """What of JSON Schema docs/results.schema.json uses; a word that this does not know is a fault of its own."""
-    if '$ref' in rule:
-        return validate(place, got, schema['$defs'][rule['$ref'].rsplit('/', 1)[1]])
-    unknown = set(rule) - {'$schema', '$defs', 'title', 'type', 'const', 'enum', 'pattern', 'minimum', 'required',
-                           'properties', 'additionalProperties', 'items'}
-    kind = TYPES.get(rule.get('type'), object)
-    wrong = (unknown or not isinstance(got, kind) or (kind is int and isinstance(got, bool))
-             or ('const' in rule and got != rule['const']) or ('enum' in rule and got not in rule['enum'])
-             or ('pattern' in rule and not re.search(rule['pattern'], got))
-             or ('minimum' in rule and got < rule['minimum'])
-             or [key for key in rule.get('required', []) if key not in got])
-    if wrong:
-        return faults.append(f'{place} is {str(got)[:60]}, against {str(rule)[:200]}')
-    if kind is list:
-        for number, item in enumerate(got):
-            validate(f'{place}[{number}]', item, rule.get('items', {}))
-    if kind is dict:
-        for key, item in got.items():
-            more = rule.get('additionalProperties', {})
-            known = rule.get('properties', {})
-            if key not in known and more is False:
-                faults.append(f'{place}.{key} is not in the schema')
-            else:
-                validate(f'{place}.{key}', item, known.get(key, more))
-
-
-validate('results', results, schema)
+faults += json_schema.faults_of('results', results)
 
 # What was computed.
 for label, key in ('Constant:', 'ConstantLong'), ('Algorithm:', 'AlgorithmLong'):

@@ -27,6 +27,7 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
   std::ofstream(folder.file("large.cfg"))
       << "{ Action : \"CustomCompute\" CustomCompute : { Constant : { Constant : \"pi\" } "
          "ComputeSize : { DecimalDigits : 1000000000000 } } }";
+  std::ofstream(folder.file("pi.txt")) << "3." << std::string(60, '1');
   const BadLine lines[] = {
       {{"fly"}, "Invalid Parameter: fly"},
       {{"custom", "tau"}, "Invalid Constant: tau"},
@@ -45,6 +46,7 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"custom", "pi", "-o:x", "."}, "It takes no value, so \"x\" would be left out."},
       {{"custom", "pi", "-dec:1m", "-hex:1m", "-dec:2m"}, "\"-dec:2m\" is the second."},
       {{"custom", "pi", "-C:1m", "-compress:2m"}, "\"-compress:2m\" is the second."},
+      {{"quiet:1", "height:1", "quiet:0", "about"}, "\"quiet:0\" is the second."},
       {{"custom", "pi", "-TD:8x"}, "\"8\" was read, but not the \"x\" behind it."},
       {{"custom", "pi", "-dec:1000000000000051"},
        "Computation size cannot be larger than 1,000,000,000,000,050 decimal digits."},
@@ -87,9 +89,31 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"about", "foo"}, "Invalid Parameter: foo"},
       {{"about:foo"}, "It takes no value, so \"foo\" would be left out."},
       {{"--version", "foo"}, "Invalid Parameter: foo"},
-      {{"digitviewer", "foo"}, "Invalid Parameter: foo"},
+      {{"digitviewer", "foo"}, "No Extension found."},
+      {{"digitviewer", "missing.txt", "-stats"}, "Path does not exist."},
+      {{"digitviewer", "-stats", "pi.txt"}, "The file comes first"},
+      {{"digitviewer", "pi.txt", "foo"}, "Invalid Parameter: foo"},
+      {{"digitviewer", "pi.txt", "-start:5"}, "It belongs to -view, -stats and -extract."},
+      {{"digitviewer", "pi.txt", "-view:5", "-end:5"}, "It belongs to -stats, -extract and -C"},
+      {{"digitviewer", "pi.txt", "-stats", "-name:x"}, "It belongs to -C."},
+      {{"digitviewer", "pi.txt", "-stats", "-C:1m", "-endid:0", "-o", "x", "-C:2m"},
+       "\"-C:2m\" is the second."},
+      {{"digitviewer", "pi.txt", "-C:1m", "-startid:0", "-end:5"}, "It belongs to -stats, -extract and -C"},
+      {{"digitviewer", "pi.txt", "-C:-2"}, "Below 0 there is only -1"},
+      {{"digitviewer", "pi.txt", "-C:1m"}, "Please select at least 1,000,000 digits."},
+      {{"digitviewer", "pi.txt", "-view:0"}, "It must be between 1 and 60."},
+      {{"digitviewer", "pi.txt", "-view:61"}, "It must be between 1 and 60."},
+      {{"digitviewer", "pi.txt", "-start:61", "-stats"}, "It must be between 1 and 60."},
+      {{"digitviewer", "pi.txt", "-start:9", "-end:8", "-extract", "x"}, "It must be between 9 and 60."},
+      {{"digitviewer", "pi.txt", "-extract", "pi"}, "This file exists already"},
+      {{"digitviewer", "pi.txt", "-search", "."}, "A text file is one file"},
+      {{"digitviewer", "pi.txt", "-prove"}, "These are no hexadecimal digits of Pi"},
+      {{"digitviewer", "pi.txt", "-check", "missing.txt"}, "Unable to read \"missing.txt\"."},
+      {{"digitviewer", "pi.txt"}, "The input has ended"},
       {{"validate", "missing.txt"}, "Unable to read \"missing.txt\"."},
       {{"validate", "missing.txt", "foo"}, "Invalid Parameter: foo"},
+      {{"validate", "-json:1"}, "The file comes first"},
+      {{"validate", "missing.txt", "-json:1"}, "\"Passed\": false"},
       {{"bbp", "-offset:1,000,00"}, "\"1,000\" was read, but not the \",00\" behind it."},
       {{"bbp", "-digits:7"}, "It must be between 8 and 1,048,576."},
       {{"bbp", "-formula:fly"}, "Invalid Formula: fly"},
@@ -110,7 +134,7 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
     EXPECT_TRUE(holds(outcome.output, line.words)) << outcome.output;
   }
   EXPECT_EQ(folder.names(),
-            (std::vector<std::string>{"action.cfg", "comma.cfg", "formula.cfg", "large.cfg"}));
+            (std::vector<std::string>{"action.cfg", "comma.cfg", "formula.cfg", "large.cfg", "pi.txt"}));
 }
 
 TEST(Help, NamesEveryActionAndEndsWithZero) {

@@ -89,6 +89,26 @@ TEST(FlippedBit, InAFileTakesItsFinishedNameAway) {
   }
 }
 
+// Nothing else looks at these digits here: only the formula knows them.
+TEST(FlippedBit, AmongTheLastHexadecimalDigitsIsToldByTheFormula) {
+  for (const int digit : {0, 7, 15, 16}) {
+    SCOPED_TRACE(digit);
+    TemporaryFolder folder;
+    // Of 1000 digits the last words hold 16 and the last 8, in the upper half.
+    const int bit = digit < 8 ? 32 + 4 * digit : 64 + 4 * (digit - 8);
+    const Outcome outcome = run_faulty("digit words:0:" + std::to_string(bit), folder.path(),
+                                       {"custom", "pi", "-dec:1000", "-hex:1000", "-verify:0", "-bbp:1"});
+    const bool told = digit < 16;
+    EXPECT_EQ(outcome.status, told ? 1 : 0) << outcome.output;
+    EXPECT_EQ(holds(outcome.output, "Failed - after 984 digits"), told) << outcome.output;
+    const auto names = folder.names();
+    EXPECT_EQ(std::any_of(
+                  names.begin(), names.end(),
+                  [](const std::string& name) { return name.starts_with("Pi - ") && looks_finished(name); }),
+              !told);
+  }
+}
+
 TEST(FaultProgram, ComputesRightWithoutAFault) {
   TemporaryFolder folder;
   EXPECT_EQ(run_with_fault("", folder.path()).status, 0);

@@ -72,12 +72,34 @@ Settings settings_of(const LogFormulaLine& formula) {
   return {{"digits", std::to_string(formula.decimal_digits)}, {"argument", formula.argument}};
 }
 
-Settings settings_of(const BbpTask& task) {
+Settings settings_of(const BbpLine& line) {
+  const BbpTask& task = line.task;
   return {{"offset", std::to_string(task.offset)},
           {"digits", std::to_string(task.digits)},
           {"formula", std::to_string(static_cast<int>(task.formula))},
           {"threads", std::to_string(task.threads)},
-          {"pinned", std::to_string(!task.pin_order.empty())}};
+          {"pinned", std::to_string(!task.pin_order.empty())},
+          {"json", std::to_string(line.json)}};
+}
+
+Settings settings_of(const ValidateLine& line) { return {{"json", std::to_string(line.json)}}; }
+
+Settings settings_of(const ViewerTask& task) {
+  Settings settings{{"stats", std::to_string(task.stats)}, {"prove", std::to_string(task.prove)}};
+  for (const auto& [name, number] : {std::pair{"start", task.start},
+                                     {"end", task.end},
+                                     {"view", task.view},
+                                     {"per file", task.digits_per_file},
+                                     {"start id", task.start_id},
+                                     {"end id", task.end_id}})
+    if (number) settings[name] = std::to_string(*number);
+  for (const auto& [name, text] : {std::pair{"extract", task.extract},
+                                   {"name", task.name},
+                                   {"folder", task.folder},
+                                   {"report", task.report}})
+    if (text) settings[name] = *text;
+  for (const std::string& folder : task.search_folders) settings["search"] += folder + " ";
+  return settings;
 }
 
 struct Row {
@@ -196,11 +218,27 @@ TEST(Options, OfTheOtherActionsChangeTheirOwnSetting) {
   for (const char* test : {"BKT", "N32", "N64", "HNT", "VST", "C17"})
     stress.push_back({{test}, {{"tests", std::string(test) + " "}}});
   expect_effects<StressLine>(stress_options(), stress);
-  expect_effects<BbpTask>(bbp_options(), {{{"-offset:2k"}, {{"offset", "2000"}}},
+  expect_effects<BbpLine>(bbp_options(), {{{"-offset:2k"}, {{"offset", "2000"}}},
                                           {{"-digits:64"}, {{"digits", "64"}}},
                                           {{"-formula:plouffe"}, {{"formula", "0"}}},
                                           {{"-threads:3"}, {{"threads", "3"}}},
-                                          {{"-pin:yes"}, {{"pinned", "1"}}}});
+                                          {{"-pin:yes"}, {{"pinned", "1"}}},
+                                          {{"-json:1"}, {{"json", "1"}}}});
+  expect_effects<ValidateLine>(validate_options(), {{{"-json:yes"}, {{"json", "1"}}}});
+  expect_effects<ViewerTask>(viewer_options(), {{{"-start:2k"}, {{"start", "2000"}}},
+                                                {{"-end:3k"}, {{"end", "3000"}}},
+                                                {{"-view:50"}, {{"view", "50"}}},
+                                                {{"-stats"}, {{"stats", "1"}}},
+                                                {{"-extract", "x"}, {{"extract", "x"}}},
+                                                {{"-C:1m"}, {{"per file", "1000000"}}},
+                                                {{"-C:-1"}, {{"per file", "18446744073709551615"}}},
+                                                {{"-startid:1"}, {{"start id", "1"}}},
+                                                {{"-endid:2"}, {{"end id", "2"}}},
+                                                {{"-name:a:b"}, {{"name", "a:b"}}},
+                                                {{"-o", "x"}, {{"folder", "x"}}},
+                                                {{"-search", "x"}, {{"search", "y x "}}, {"-search", "y"}},
+                                                {{"-check", "x"}, {{"report", "x"}}},
+                                                {{"-prove"}, {{"prove", "1"}}}});
   expect_effects<LogFormulaLine>(log_formula_options(), {{{"-dec:2m"}, {{"digits", "2000000"}}}});
 }
 

@@ -5,13 +5,24 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <stdexcept>
 
 namespace orvane::test {
 namespace {
 
-const std::vector<std::string> kFixed = {"pause:-2", "priority:0", "colors:0", "skip-warnings"};
+// The options that every script passes, but for those that the line gives itself.
+std::vector<std::string> with_fixed(std::vector<std::string> arguments) {
+  const auto key = [](const std::string& word) { return word.substr(0, word.find(':')); };
+  std::vector<std::string> line;
+  for (const char* fixed : {"pause:-2", "priority:0", "colors:0", "skip-warnings"})
+    if (std::none_of(arguments.begin(), arguments.end(),
+                     [&](const std::string& word) { return key(word) == key(fixed); }))
+      line.push_back(fixed);
+  line.insert(line.end(), arguments.begin(), arguments.end());
+  return line;
+}
 
 void write_all(int fd, const std::string& text) {
   for (std::size_t done = 0; done < text.size();) {
@@ -66,7 +77,7 @@ Outcome run(const std::string& program, const std::vector<std::string>& argument
 }
 
 Outcome run_orvane(std::vector<std::string> arguments, const RunOptions& options) {
-  arguments.insert(arguments.begin(), kFixed.begin(), kFixed.end());
+  arguments = with_fixed(std::move(arguments));
   if (!options.folder.empty()) return run(ORVANE_PROGRAM, arguments, options);
   static const TemporaryFolder scratch;
   RunOptions inside = options;
@@ -75,8 +86,7 @@ Outcome run_orvane(std::vector<std::string> arguments, const RunOptions& options
 }
 
 Outcome run_faulty(const std::string& fault, const std::string& folder, std::vector<std::string> arguments) {
-  arguments.insert(arguments.begin(), kFixed.begin(), kFixed.end());
-  return run(ORVANE_FAULTY_PROGRAM, arguments,
+  return run(ORVANE_FAULTY_PROGRAM, with_fixed(std::move(arguments)),
              {.input = {}, .folder = folder, .environment = {{"ORVANE_TEST_FAULT", fault}}});
 }
 

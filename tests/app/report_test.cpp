@@ -101,6 +101,24 @@ TEST(Report, StatesOneRunsFiguresThreeTimesAlike) {
   EXPECT_EQ(std::system(command.c_str()), 0) << run.output;
 }
 
+TEST(Report, IsWrittenAsTheSchemaSays) {
+  TemporaryFolder folder;
+  const Outcome run = run_in(folder, {"bench", "1M", "-json:1", "-bbp:1"});
+  ASSERT_EQ(run.status, 0) << run.output;
+  const auto results = reports(folder, ".json"), files = reports(folder, ".txt");
+  ASSERT_EQ(results.size(), 1u);
+  const Outcome validation = run_in(folder, {"quiet:1", "validate", files[0], "-json:1"});
+  EXPECT_TRUE(validation.status == 0 && holds(validation.output, "\"Passed\": true")) << validation.output;
+  const Outcome digits = run_in(folder, {"bbp", "-digits:8", "-json:1"});
+  EXPECT_TRUE(digits.status == 0 && holds(digits.output, "\"243f6a88\"")) << digits.output;
+  orl::test::write_file(folder.file("validation"), validation.output);
+  orl::test::write_file(folder.file("digits"), digits.output);
+  EXPECT_EQ(std::system(("cd '" + folder.path() + "' && python3 '" ORVANE_SCHEMA_CHECK "' results '" +
+                         results[0] + "' validation validation bbp digits")
+                            .c_str()),
+            0);
+}
+
 TEST(Report, IsNotWrittenForARunThatFailed) {
   TemporaryFolder folder;
   const Outcome run =

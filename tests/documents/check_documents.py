@@ -72,6 +72,11 @@ COMPLETIONS = [
     (["orvane", "bench", "2"], ["25m", "2.5t", "2G"], ["1M", "-o"]),
     (["orvane", "stress", ""], ["BKT", "-M:"], ["25m"]),
     (["orvane", "config", ""], ["a b.cfg", "folder"], ["other.txt"]),
+    (["orvane", "digitviewer", ""], ["other.txt", "--help"], ["-stats"]),
+    (["orvane", "digitviewer", "other.txt", "-"], ["-view:", "-stats", "-extract"], ["--help"]),
+    (["orvane", "digitviewer", "other.txt", "-search", ""], ["folder"], ["other.txt"]),
+    (["orvane", "digitviewer", "other.txt", "-check", ""], ["other.txt"], []),
+    (["orvane", "checkdigits", "other.txt", ""], ["other.txt"], ["--help"]),
     (["orvane", "--help", "b"], ["bench", "bbp"], ["custom"]),
 ]
 

@@ -55,8 +55,10 @@ class Place:
     def start(self, run, screen=subprocess.PIPE):
         arguments = [word.replace("<folder>", str(self.work)) for word in run.arguments]
         environment = {**os.environ, "LC_ALL": "C", "TZ": "UTC", **run.environment}
+        given = {word.split(":", 1)[0] for word in arguments}
+        fixed = [word for word in FIXED if word.split(":", 1)[0] not in given]
         with COPY_OR_START:
-            return subprocess.Popen([self.program, *FIXED, *arguments], cwd=self.work, env=environment,
+            return subprocess.Popen([self.program, *fixed, *arguments], cwd=self.work, env=environment,
                                     stdin=subprocess.PIPE, stdout=screen, stderr=subprocess.STDOUT)
 
     def input_bytes(self, run):

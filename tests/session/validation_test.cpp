@@ -232,8 +232,8 @@ TEST(Results, ReadBackAsTheSameStrictJson) {
     report.timer.stop();
   }
   const orl::Object object = results_object(report, "Validation - x.txt");
-  const auto parsed = orl::parse_json(orl::to_json(object));
-  EXPECT_TRUE(orl::same_content(*parsed, object));
+  const auto parsed = orl::parse_json(results_json(object));
+  EXPECT_TRUE(orl::same_content(*parsed, *orl::parse_json(orl::to_json(*parsed))));
   const orl::Object& root = orl::root_object(*parsed);
   const std::string bad = "\xef\xbf\xbd";
   EXPECT_EQ(root.get_string("User"), "tab" + bad + "here, " + bad + ", a broken " + bad +

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <map>
+#include <sstream>
 
 #include "digits/ovd_set.h"
 #include "support/child.h"
@@ -185,6 +186,52 @@ TEST_P(DigitViewer, CompressesInSharesThatMakeTheSameFiles) {
   const std::string screen = compress(text_path(), "4\n1000001\n1\n1\n", "shares");
   EXPECT_TRUE(shows(screen, "The folder holds files of another set of this name.")) << screen;
   EXPECT_FALSE(std::filesystem::exists(set_file("shares", 1)));
+}
+
+// What a line prints stands on the menu's screen, and it leaves the same files.
+TEST_P(DigitViewer, DoesByOptionsWhatTheMenuDoes) {
+  make_text(3000001);
+  for (const char* name : {"menu", "line"}) std::filesystem::create_directory(folder_.file(name));
+  const auto by_line = [&](const std::string& path, const ViewerTask& task, int status = 0) {
+    const auto result = orl::test::run_child("", [&] { return run_viewer_task(path, task); });
+    EXPECT_EQ(result.status, status) << result.output;
+    return result.output;
+  };
+  const auto expect_on_screen = [&](const std::string& lines, const std::string& screen) {
+    std::istringstream in(lines);
+    for (std::string line; std::getline(in, line);) {
+      if (const auto at = line.find("/line/"); at != std::string::npos) line.replace(at, 6, "/menu/");
+      EXPECT_TRUE(shows(screen, line + "\n")) << line << "\n" << screen;
+    }
+  };
+  const std::string from_menu = folder_.file("menu"), from_line = folder_.file("line");
+  expect_on_screen(
+      by_line(text_path(),
+              {.start = 1001, .end = 2000000, .view = 200, .stats = true, .extract = from_line + "/part"}),
+      visit(text_path(), "0\n1001\n200\n1\n1001\n2000000\n2\n1001\n2000000\n" + from_menu + "/part\n"));
+  EXPECT_TRUE(read_file(from_line + "/part.txt") == read_file(from_menu + "/part.txt"));
+  // All of them, a few, in one file, in shares; the name is that of the file, or another.
+  const std::string tail = "\n" + from_menu + "\n";
+  expect_on_screen(by_line(text_path(), {.digits_per_file = 1000000, .folder = from_line}),
+                   visit(text_path(), "3\n3000001\n1000000\ndigits" + tail));
+  expect_on_screen(by_line(from_line + "/digits/digits - 3.ovd",
+                           {.end = 2000000, .digits_per_file = orl::kSingleFile, .folder = from_line}),
+                   visit(text_path(), "3\n2000000\n0\ndigits" + tail));
+  expect_on_screen(by_line(from_line + "/digits - 0.ovd",
+                           {.digits_per_file = 1000001, .start_id = 1, .name = "share", .folder = from_line}),
+                   visit(from_menu + "/digits - 0.ovd", "4\n1000001\n1\n1\nshare" + tail));
+  std::vector<std::string> names = folder_.names();
+  std::erase_if(
+      names, [](const std::string& name) { return !name.starts_with("line/") || !name.ends_with(".ovd"); });
+  EXPECT_EQ(names.size(), 6u);
+  for (const std::string& name : names)
+    EXPECT_TRUE(read_file(folder_.file(name)) == read_file(folder_.file("menu" + name.substr(4)))) << name;
+
+  std::filesystem::create_directory(folder_.file("far"));
+  std::filesystem::rename(from_line + "/digits/digits - 2.ovd", folder_.file("far/digits - 2.ovd"));
+  const std::string first = from_line + "/digits/digits - 0.ovd";
+  EXPECT_TRUE(shows(by_line(first, {.start = 2000001, .view = 10}, 1), kNotAccessible));
+  by_line(first, {.start = 2000001, .view = 10, .search_folders = {folder_.file("far")}});
 }
 
 TEST_P(DigitViewer, WorksAroundAMissingFile) {
