@@ -191,7 +191,7 @@ constexpr Option<orl::Settings> kGlobal[] = {
 u64 take_file_size(Line& line) {
   const std::string key = line.key();
   const s64 digits = take_signed(line);
-  if (digits < -1) throw InvalidParametersException(key, "Below 0 there is only -1, which makes one file.");
+  if (digits < -1) throw InvalidParametersException(key, "It takes the digits of a file, or -1 for one file.");
   return static_cast<u64>(digits);
 }
 

@@ -194,13 +194,22 @@ TEST(RandomLines, SetWhatTheirNumbersSayOrAreRefused) {
        [](const StressLine& line) { return line.settings.total_memory; }},
       {"-D", Takes::kInteger, 0, kLargest, true, StressSettings::kMaxSeconds,
        [](const StressLine& line) { return line.settings.seconds; }}};
-  static constexpr NumberOption<BbpTask> bbp[] = {
+  static constexpr NumberOption<BbpLine> bbp[] = {
       {"-offset", Takes::kCount, 0, kMaxBbpOffset, true, kLargest,
-       [](const BbpTask& task) { return task.offset; }},
+       [](const BbpLine& line) { return line.task.offset; }},
       {"-digits", Takes::kCount, kMinBbpDigits, kMaxBbpDigits, false, kLargest,
-       [](const BbpTask& task) { return task.digits; }},
+       [](const BbpLine& line) { return line.task.digits; }},
       {"-threads", Takes::kCount, 1, orl::kMaxThreads, false, kLargest,
-       [](const BbpTask& task) { return task.threads; }}};
+       [](const BbpLine& line) { return line.task.threads; }}};
+  static constexpr NumberOption<ViewerTask> viewer[] = {
+      {"-start", Takes::kCount, 0, kLargest, true, kLargest,
+       [](const ViewerTask& task) { return task.start.value_or(0); }},
+      {"-end", Takes::kCount, 0, kLargest, true, kLargest,
+       [](const ViewerTask& task) { return task.end.value_or(0); }},
+      {"-view", Takes::kCount, 0, kLargest, true, kLargest,
+       [](const ViewerTask& task) { return task.view.value_or(0); }},
+      {"-endid", Takes::kInteger, 0, kLargest, true, kLargest,
+       [](const ViewerTask& task) { return task.end_id.value_or(0); }}};
   static constexpr NumberOption<LogFormulaLine> log_formula[] = {
       {"-dec", Takes::kCount, 0, kLargest, true, kLargest,
        [](const LogFormulaLine& line) { return line.decimal_digits; }}};
@@ -209,7 +218,7 @@ TEST(RandomLines, SetWhatTheirNumbersSayOrAreRefused) {
   u64 taken = 0;
   const u64 lines = how_many();
   for (u64 i = 0; i < lines && !HasFatalFailure(); i++) {
-    switch (random.below(8)) {
+    switch (random.below(9)) {
       case 0:
         play_line<BenchSettings>(random, bench_options(), {}, bench, taken);
         break;
@@ -220,7 +229,10 @@ TEST(RandomLines, SetWhatTheirNumbersSayOrAreRefused) {
         play_line<StressLine>(random, stress_options(), {}, stress, taken);
         break;
       case 3:
-        play_line<BbpTask>(random, bbp_options(), {}, bbp, taken);
+        play_line<BbpLine>(random, bbp_options(), {}, bbp, taken);
+        break;
+      case 5:
+        play_line<ViewerTask>(random, viewer_options(), {}, viewer, taken);
         break;
       case 4:
         play_line<LogFormulaLine>(random, log_formula_options(), {}, log_formula, taken);
