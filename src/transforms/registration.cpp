@@ -11,6 +11,7 @@
 #include "transforms/ntt/ntt.h"
 #include "transforms/ntt/ntt_far.h"
 #include "transforms/vst/vst.h"
+#include "transforms/vst/vst_far.h"
 
 namespace orl {
 
@@ -31,7 +32,7 @@ std::vector<std::string> register_multiplication() {
 }
 
 const FarFamily* find_far_family(std::string_view id) {
-  for (const FarFamily* family : {&c17_far_family(), &n64_far_family()})
+  for (const FarFamily* family : {&c17_far_family(), &n64_far_family(), &vst_far_family()})
     if (id == family->id()) return family;
   return nullptr;
 }

@@ -4,10 +4,9 @@
 #include <cstring>
 
 #include "core/exceptions.h"
-#include "transforms/c17/residue_bounds.h"
+#include "transforms/c17/residue_far_join.h"
 #include "transforms/c17/residue_far_kernels.h"
 #include "transforms/c17/residue_tables.h"
-#include "transforms/common/far_steps.h"
 
 namespace orl {
 namespace {
@@ -66,11 +65,10 @@ class ResidueFar final : public FarTransform {
   ResidueFar(const FarShape& shape, ProductRing ring, LinearHeapBuffer& memory)
       : FarTransform(shape, ring),
         kernels_(residue_kernels(simd::active_target())),
-        far_(residue_far_kernels(simd::active_target())) {
-    const ResidueRow row = row_of(shape);
-    tables_.grow(memory, {&row, 1});
-    plan_ = residue_plan(row, ring, &tables_);
-  }
+        far_(residue_far_kernels(simd::active_target())),
+        tables_(tables_of(shape, memory)),
+        plan_(residue_plan(row_of(shape), ring, &tables_)),
+        join_("C17", plan_) {}
 
   void split(const FarBlock& block, OperandBytes a, std::span<const FarPlace> to,
              FarWork work) const override {
@@ -79,7 +77,8 @@ class ResidueFar final : public FarTransform {
       if (to[r].node || to[r].packed) first = std::min(first, r), last = r + 1;
     if (first >= last) return;
     const Tree tree(shape_, 0);
-    for_blocks(block, work, [&](u64, u64, u64 begin, u64 end, double* tile) {
+    ResidueFarJoin::for_units(block, work, block_bytes(shape_), [&](u64, u64, u64 begin, u64 end, u8* own) {
+      double* const tile = reinterpret_cast<double*>(own);
       for (u64 at = begin; at < end; at += kFarTilePoints) {
         const u64 count = std::min(kFarTilePoints, end - at);
         far_.split(plan_, {first, last}, operand_from(a, (at - block.begin) * point_bytes()), count, tile,
@@ -100,35 +99,24 @@ class ResidueFar final : public FarTransform {
   void join(const FarBlock& block, std::span<const FarPlace> from, u64* words, FarCarry& carry,
             FarWork work) const override {
     const Tree tree(shape_, 0);
-    const u64 most = work.scratch.size / (task_of_block() + sizeof(ResidueJoinRun));
-    auto* runs = reinterpret_cast<ResidueJoinRun*>(work.scratch.cut<u8>(
-        sizeof(ResidueJoinRun) * std::clamp<u64>(work.parallel.tds, 1, std::max<u64>(most, 1))));
-    work.parallel.tds = std::clamp<u64>(work.parallel.tds, 1, std::max<u64>(most, 1));
-    const u64 first_word = word_of(block.begin), last_word = word_of(block.end);
-    const WordWindow window(reinterpret_cast<u32*>(words), 2 * first_word, 2 * last_word);
-    u64 count = 0;
-    for_blocks(block, work, [&](u64 task, u64 tasks, u64 begin, u64 end, double* tile) {
-      if (task == 0) count = tasks;
-      ResidueJoinRun& run = runs[task];
-      run = start_residue_run(plan_.row, ring_, begin, end, window);
-      for (u64 at = begin; at < end; at += kFarTilePoints) {
-        const u64 points = std::min(kFarTilePoints, end - at);
-        for (u32 r = 0; r < shape_.P; ++r) {
-          double* x = tile + r * kFarTilePoints;
-          if (from[r].packed)
-            far_.unpack(from[r].packed + kPackedBytes * (at - block.begin), points, x);
-          else
-            tree.for_pieces(at, at + points, [&](u64 place, u64 i, u64 n) {
-              std::memcpy(x + (i - at), static_cast<const double*>(from[r].node) + place, sizeof(double) * n);
-            });
-        }
-        kernels_.join(plan_, tile, kFarTilePoints, points, run);
-      }
-    });
-    check_residue_runs("C17", plan_.row, ring_, runs, count);
-    const FarCarry left = carry_of(chain_residue_runs(plan_.row, runs, count));
-    carry.add_to(words, last_word - first_word);
-    carry.add(left);
+    join_.block(block, words, carry, work, block_bytes(shape_),
+                [&](u64 begin, u64 end, ResidueJoinRun& run, u8* own) {
+                  double* const tile = reinterpret_cast<double*>(own);
+                  for (u64 at = begin; at < end; at += kFarTilePoints) {
+                    const u64 points = std::min(kFarTilePoints, end - at);
+                    for (u32 r = 0; r < shape_.P; ++r) {
+                      double* const x = tile + r * kFarTilePoints;
+                      if (from[r].packed)
+                        far_.unpack(from[r].packed + kPackedBytes * (at - block.begin), points, x);
+                      else
+                        tree.for_pieces(at, at + points, [&](u64 place, u64 i, u64 n) {
+                          std::memcpy(x + (i - at), static_cast<const double*>(from[r].node) + place,
+                                      sizeof(double) * n);
+                        });
+                    }
+                    kernels_.join(plan_, tile, kFarTilePoints, points, run);
+                  }
+                });
   }
 
   void start(u32 channel, const FarNode& node, void* F, FarWork work) const override {
@@ -203,59 +191,32 @@ class ResidueFar final : public FarTransform {
     });
   }
 
-  void start_runs(u32 levels, void* memory) const override {
-    auto* runs = static_cast<ResidueJoinRun*>(memory);
-    const u64 rows = u64{shape_.k} << levels, points = shape_.points() / rows;
-    for (u64 j = 0; j < rows; ++j)
-      runs[j] = start_residue_run(plan_.row, ring_, j * points, (j + 1) * points, WordWindow(nullptr, 0, 0));
+  void start_runs(u32 levels, void* runs) const override { join_.start_runs(levels, runs); }
+  void join_stripe(const FarStripe& stripe, std::span<void* const> X, std::span<u64* const> words, void* runs,
+                   FarWork work) const override {
+    join_.stripe(
+        stripe.width, words, runs, work, block_bytes(shape_), [&](u64 j, ResidueJoinRun& run, u8* own) {
+          double* const tile = reinterpret_cast<double*>(own);
+          for (u64 at = 0; at < stripe.width; at += kFarTilePoints) {
+            const u64 points = std::min(kFarTilePoints, stripe.width - at);
+            for (u32 r = 0; r < shape_.P; ++r)
+              std::memcpy(tile + r * kFarTilePoints, row(X[r], stripe, j) + at, sizeof(double) * points);
+            kernels_.join(plan_, tile, kFarTilePoints, points, run);
+          }
+        });
   }
-  void join_stripe(const FarStripe& stripe, std::span<void* const> X, std::span<u64* const> words,
-                   void* memory, FarWork work) const override {
-    auto* runs = static_cast<ResidueJoinRun*>(memory);
-    const u64 rows = stripe.rows(shape_);
-    for_tasks(work, block_bytes(shape_), rows, [&](u64, u64, u64 begin, u64 end, u8* own) {
-      double* const tile = reinterpret_cast<double*>(own);
-      for (u64 j = begin; j < end; ++j) {
-        ResidueJoinRun& run = runs[j];
-        run.window = WordWindow(nullptr, 0, 0);
-        if (words[j])
-          run.window = WordWindow(reinterpret_cast<u32*>(words[j]), 2 * run.word,
-                                  2 * (run.word + word_of(stripe.width)));
-        for (u64 at = 0; at < stripe.width; at += kFarTilePoints) {
-          const u64 points = std::min(kFarTilePoints, stripe.width - at);
-          for (u32 r = 0; r < shape_.P; ++r)
-            std::memcpy(tile + r * kFarTilePoints, row(X[r], stripe, j) + at, sizeof(double) * points);
-          kernels_.join(plan_, tile, kFarTilePoints, points, run);
-        }
-      }
-    });
-    check_residue_runs("C17", plan_.row, ring_, runs, rows);
-  }
-  FarCarry run_carry(u32, const void* runs, u64 row) const override {
-    return carry_of(residue_overflow(static_cast<const ResidueJoinRun*>(runs)[row], shape_.P));
-  }
+  FarCarry run_carry(u32, const void* runs, u64 row) const override { return join_.run_carry(runs, row); }
 
  private:
-  u64 point_bytes() const { return plan_.row.point_bits() / 8; }
-  u64 word_of(u64 point) const { return point * plan_.row.point_bits() / 64; }
-  u64 task_of_block() const { return LinearHeapBuffer::cut_bytes<u8>(block_bytes(shape_)); }
-  static FarCarry carry_of(const ResidueOverflow& overflow) {
-    FarCarry carry;
-    std::fill_n(carry.word, FarCarry::kWords, overflow.negative() ? ~u64{0} : 0);
-    std::copy_n(overflow.word, ResidueJoinRun::kHead, carry.word);
-    return carry;
+  static ResidueTables tables_of(const FarShape& shape, LinearHeapBuffer& memory) {
+    ResidueTables tables;
+    const ResidueRow row = row_of(shape);
+    tables.grow(memory, {&row, 1});
+    return tables;
   }
+  u64 point_bytes() const { return plan_.row.point_bits() / 8; }
   u64 first_node(const FarNode& node) const { return (plan_.first_node() << node.levels) + node.index; }
 
-  /// Parts of a block: body(task, tasks, begin, end, memory).
-  template <class Body>
-  void for_blocks(const FarBlock& block, FarWork work, Body&& body) const {
-    for_tasks(work, block_bytes(shape_), (block.points() + kFarUnit - 1) / kFarUnit,
-              [&](u64 task, u64 tasks, u64 begin, u64 end, u8* own) {
-                body(task, tasks, block.begin + begin * kFarUnit,
-                     std::min(block.begin + end * kFarUnit, block.end), reinterpret_cast<double*>(own));
-              });
-  }
   template <class Body>
   void for_pieces(const FarNode& node, const FarBlock& block, ParallelContext parallel, Body&& body) const {
     const Tree tree(shape_, node.levels);
@@ -342,6 +303,7 @@ class ResidueFar final : public FarTransform {
   const ResidueFarKernels& far_;
   ResidueTables tables_;
   ResiduePlan plan_;
+  ResidueFarJoin join_;
 };
 
 class C17Far final : public FarFamily {
@@ -366,10 +328,10 @@ class C17Far final : public FarFamily {
     return LinearHeapBuffer::cut_bytes<double>(stripe.rows(shape) * (stripe.width + 8));
   }
   u64 runs_bytes(const FarShape& shape, u32 levels) const override {
-    return LinearHeapBuffer::cut_bytes<u8>(sizeof(ResidueJoinRun) * shape.k << levels);
+    return ResidueFarJoin::runs_bytes(shape.k, levels);
   }
   u64 node_scratch_bytes(const FarShape& shape, u32 levels, u64 tasks) const override {
-    return tasks * (node_task_bytes(shape, levels) + LinearHeapBuffer::cut_bytes<u8>(sizeof(ResidueJoinRun)));
+    return tasks * ResidueFarJoin::task_bytes(node_task_bytes(shape, levels));
   }
   u64 stripe_scratch_bytes(const FarShape& shape, u32 levels, u64 tasks) const override {
     return tasks * stripe_task_bytes(shape, levels);

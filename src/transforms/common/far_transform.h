@@ -8,9 +8,9 @@
 //          `levels` levels done, a sequence is 2^levels rows of M / 2^levels points: row j is node (levels, j) of a tree
 //          and goes on without the others. Node (0, 0) is the whole, all k sequences together. The ring of the product
 //          (W^n - 1, W^n + 1 or none) decides what the root stands for; callers see no difference.
-// Forms    packed: natural positions, packed_bytes() each, what disks hold. Unpacked: as the family likes it in memory, at
-//          most one node or one stripe in a buffer of node_bytes() or stripe_bytes(), 64-byte aligned. Both come reduced;
-//          packed residues have one form only.
+// Forms    packed: natural positions, packed_bytes() each, what disks hold. Unpacked: as the family likes it in memory, one
+//          node or one stripe in a buffer of node_bytes() or stripe_bytes(), 64-byte aligned; zero bytes are residues of
+//          zeros there. Packed residues are reduced.
 // Blocks   of points begin and end at multiples of 64, but for the last of a shape. (8 points are whole words.)
 // Threads  objects are immutable; every call may fork, in the scratch of its FarWork and with as many tasks as that holds.
 // Faults   join throws ConvolutionFailedException when a coefficient cannot be right, as products in memory do.

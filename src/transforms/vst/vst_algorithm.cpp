@@ -31,28 +31,11 @@ class VstRun {
   u64 scratch_bytes() const { return LinearHeapBuffer::cut_bytes<u8>(sizeof(ResidueJoinRun) * runs()); }
 
   VstPlan plan(ProductRing ring) const {
-    const ResidueRow& row = shape_.row;
-    VstPlan plan{shape_, {}, ring == ProductRing::kNegacyclic ? 1u : 0u, {}, {}};
-    plan.primes.row = row;
-    plan.primes.ring = ring;
-    plan.primes.set = &residue_set(row);
-    for (u32 i = 0; i < row.P; ++i) {
-      const u32 index = plan.primes.set->prime[i];
-      const ResiduePrime& prime = residue_primes()[index];
-      const VstRoots* roots = tables_ ? tables_->roots(index, row.n) : nullptr;
+    VstPlan plan = vst_plan(shape_, ring);
+    for (u32 i = 0; i < shape_.row.P; ++i) {
+      const VstRoots* roots = tables_ ? tables_->roots(plan.primes.set->prime[i], shape_.row.n) : nullptr;
       if (!roots) throw InvalidParametersException(kId, "Invalid Function Parameters:   ");
       plan.roots[i] = *roots;
-      ResidueModulus& m = plan.primes.modulus[i];
-      m.p = static_cast<double>(prime.p);
-      m.inverse = 1 / m.p;
-      // The last two levels are not split, so an inverse multiplies by M / 4.
-      m.scale = prime.factor(prime.multiply(prime.half[row.n - 2], plan.primes.set->scale[i]));
-      m.odd = plan.primes.set->odd[i];
-    }
-    u32 half = 1;
-    for (u32 level = 0; level < row.n; ++level) {
-      half = half * ((row.k + 1u) / 2) % row.k;
-      for (u32 j = 0; j < row.k; ++j) plan.exponent[j][level] = static_cast<u8>(j * half % row.k);
     }
     return plan;
   }
@@ -128,6 +111,29 @@ struct Vst {
 };
 
 }  // namespace
+
+VstPlan vst_plan(const VstShape& shape, ProductRing ring) {
+  const ResidueRow& row = shape.row;
+  VstPlan plan{shape, {}, ring == ProductRing::kNegacyclic ? 1u : 0u, {}, {}};
+  plan.primes.row = row;
+  plan.primes.ring = ring;
+  plan.primes.set = &residue_set(row);
+  for (u32 i = 0; i < row.P; ++i) {
+    const ResiduePrime& prime = residue_primes()[plan.primes.set->prime[i]];
+    ResidueModulus& m = plan.primes.modulus[i];
+    m.p = static_cast<double>(prime.p);
+    m.inverse = 1 / m.p;
+    // The last two levels are not split, so an inverse multiplies by M / 4.
+    m.scale = prime.factor(prime.multiply(prime.half[row.n - 2], plan.primes.set->scale[i]));
+    m.odd = plan.primes.set->odd[i];
+  }
+  u32 half = 1;
+  for (u32 level = 0; level < row.n; ++level) {
+    half = half * ((row.k + 1u) / 2) % row.k;
+    for (u32 j = 0; j < row.k; ++j) plan.exponent[j][level] = static_cast<u8>(j * half % row.k);
+  }
+  return plan;
+}
 
 const Parameters& vst_parameters(ParametersBox& out, const TransformTables* tables, VstShape shape) {
   return out.emplace<TransformParameters<Vst>>(shape, find_tables<Vst>(tables), u64{1});

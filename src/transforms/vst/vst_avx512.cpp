@@ -1,3 +1,4 @@
+#include "transforms/vst/vst_far_kernels.h"
 #include "transforms/vst/vst_kernels.h"
 
 #include "simd/intrinsics.h"
@@ -9,5 +10,7 @@
 #include "transforms/c17/residue_limbs.kernel.h"
 
 #include "transforms/vst/vst_pass.kernel.h"
+// Over all of them.
+#include "transforms/vst/vst_far.kernel.h"
 
 #include "simd/end.h"

@@ -30,6 +30,9 @@ struct VstPlan {
   }
 };
 
+/// What kernels read for a shape and ring, but for the roots.
+VstPlan vst_plan(const VstShape& shape, ProductRing ring);
+
 /// One instruction set's stages.
 struct VstKernels {
   const char* name;

@@ -18,10 +18,8 @@ RESIDUE_INLINE void load_roots(const VstPlan& plan, u32 r, u32 sequence, u32 lev
   const Mod mod(plan.primes.modulus[r]);
   const VstRoots& roots = plan.roots[r];
   F64 high = F64::all((Inverse ? roots.high_inverse : roots.high)[first / kVstLow]);
-  if (sequence) {
-    const u32 e = plan.exponent[sequence][level];
-    high = mod.times(high, plan.primes.modulus[r].odd[Inverse && e ? plan.shape.row.k - e : e]);
-  }
+  if (const u32 e = plan.exponent[sequence][level])
+    high = mod.times(high, plan.primes.modulus[r].odd[Inverse ? plan.primes.row.k - e : e]);
   const F64 high_ratio = ratio_of(mod, high);
   const double* low = (Inverse ? roots.low_inverse : roots.low) + first % kVstLow;
   for (u32 i = 0; i < count; i += L) {
@@ -373,6 +371,28 @@ void product(const VstPlan& plan, double* F, double* G, OperandState state, u32 
   product_subtree(plan, F + at, G + at, state, {j, plan.shape.child_levels(), plan.node(child)});
 }
 
+// The residues modulo prime r, within a few p, of L points, from lane h on of the limbs of eight.
+RESIDUE_INLINE F64 limb_residues(const Mod& mod, const VstPlan& plan, u32 r, const double (*limbs)[8],
+                                 u32 h) {
+  F64 v = mod.reduce(F64::load(limbs[0] + h));
+  for (u32 j = 1; j < plan.shape.row.P / 2; ++j)
+    v = v + mod.times(F64::load(limbs[j] + h), plan.primes.set->limb[r][j]);
+  return v;
+}
+
+// The odd factor of the first `filled` points of a position; the others are zero.
+RESIDUE_INLINE void to_sequences(const VstPlan& plan, u32 r, u32 filled, const F64 (&v)[7], double* out,
+                                 u64 sequence_stride) {
+  const u32 k = plan.shape.row.k;
+  const ResidueModulus& modulus = plan.primes.modulus[r];
+  const Mod mod(modulus);
+  for (u32 j = 0; j < k; ++j) {
+    F64 sum = v[0];
+    for (u32 t = 1; t < filled; ++t) sum = sum + (j ? mod.times(v[t], modulus.odd[j * t % k]) : v[t]);
+    mod.reduce(sum).store(out + j * sequence_stride);
+  }
+}
+
 // Points of the k sequences' rows that start at point i become residues and go through the odd factor.
 RESIDUE_INLINE void split_rows(const VstPlan& plan, double* F, u64 sequence_stride, OperandBytes a, u64 i) {
   const u32 P = plan.shape.row.P, k = plan.shape.row.k;
@@ -384,23 +404,15 @@ RESIDUE_INLINE void split_rows(const VstPlan& plan, double* F, u64 sequence_stri
     ++filled;
   }
   for (u32 r = 0; r < P; ++r) {
-    const ResidueModulus& modulus = plan.primes.modulus[r];
-    const Mod mod(modulus);
+    const Mod mod(plan.primes.modulus[r]);
     for (u32 h = 0; h < kVstRow; h += L) {
-      double* out = F + r * kVstRow + h;
       F64 v[7];
       v[0] = zero;
       for (u32 t = 0; t < filled; ++t) {
-        v[t] = mod.reduce(F64::load(limbs[t][0] + h));
-        for (u32 j = 1; j < P / 2; ++j)
-          v[t] = v[t] + mod.times(F64::load(limbs[t][j] + h), plan.primes.set->limb[r][j]);
+        v[t] = limb_residues(mod, plan, r, limbs[t], h);
         if (plan.root && t % 2) v[t] = zero - v[t];
       }
-      for (u32 j = 0; j < k; ++j) {
-        F64 sum = v[0];
-        for (u32 t = 1; t < filled; ++t) sum = sum + (j ? mod.times(v[t], modulus.odd[j * t % k]) : v[t]);
-        mod.reduce(sum).store(out + j * sequence_stride);
-      }
+      to_sequences(plan, r, filled, v, F + r * kVstRow + h, sequence_stride);
     }
   }
 }

@@ -22,6 +22,9 @@ constexpr u32 kCacheLevels = 12;
 constexpr double kReduced = 0.51;
 constexpr double kLargest = 8;  // 8 * 2^48 = 2^51: quotients below 2^51, sums exact
 
+/// An odd factor widens the columns of the first stage.
+u32 first_stage_levels(u32 k) { return k == 1 ? 8 : k == 3 ? 7 : 6; }
+
 double product(double a) { return 0.5 + a * (0x1p-6 + 0x1p-26); }
 
 /// One pass of 2^levels rows, as the kernels run it.
@@ -93,10 +96,9 @@ double vst_largest_residue(const VstShape& shape) {
   return bounds.largest;
 }
 
-VstShape::VstShape(const VstRow& from) : row(from.row()), a(from.a), b(from.b), c(from.c) {
+VstShape::VstShape(const VstRow& from, Unchecked) : row(from.row()), a(from.a), b(from.b), c(from.c) {
   const u32 n = row.n;
-  // An odd factor widens the columns of the first stage.
-  const u32 first_levels = row.k == 1 ? 8 : row.k == 3 ? 7 : 6;
+  const u32 first_levels = first_stage_levels(row.k);
   if (c == 0 && n >= kVstTileLevels + 2) {
     c = std::clamp<u32>(n - 4, kVstTileLevels, kCacheLevels);
     u32 passes = 1;
@@ -106,15 +108,21 @@ VstShape::VstShape(const VstRow& from) : row(from.row()), a(from.a), b(from.b), 
             : std::max((n - c + passes - 1) / passes, (n - c - first_levels + passes - 2) / (passes - 1));
     a = n - c - (passes - 1) * b;
   }
-  const ResidueSet& set = residue_set(row);
-  const u32 nested = n - a - c;  // a wrapped difference is refused as well
-  if (n > set.e || a < 1 || a > first_levels || b > kVstMaxLevels || c < kVstTileLevels || c > kCacheLevels ||
-      (b ? nested % b != 0 || nested > n : nested != 0))
-    throw InvalidParametersException("VST", "Invalid Function Parameters:   ");
-  check_residue_bounds(row);
-  if (vst_largest_residue(*this) > kLargest)
-    throw InvalidParametersException("VST", "Invalid Function Parameters:   ");
 }
+
+VstShape::VstShape(const VstRow& from) : VstShape(from, Unchecked()) {
+  if (!holds()) throw InvalidParametersException("VST", "Invalid Function Parameters:   ");
+}
+
+bool VstShape::holds() const {
+  const u32 n = row.n, first_levels = first_stage_levels(row.k);
+  const u32 nested = n - a - c;  // a wrapped difference is refused as well
+  const bool blocks = a >= 1 && a <= first_levels && b <= kVstMaxLevels && c >= kVstTileLevels &&
+                      c <= kCacheLevels && (b ? nested % b == 0 && nested <= n : nested == 0);
+  return blocks && residue_row_holds(row) && vst_largest_residue(*this) <= kLargest;
+}
+
+bool vst_row_holds(const VstRow& row) { return VstShape(row, VstShape::Unchecked()).holds(); }
 
 std::span<const VstRow> vst_rows() { return kRows; }
 

@@ -61,7 +61,16 @@ struct VstShape {
   bool operator==(const VstShape& o) const {
     return row.P == o.row.P && row.k == o.row.k && row.n == o.row.n && a == o.a && b == o.b && c == o.c;
   }
+
+ private:
+  struct Unchecked {};
+  VstShape(const VstRow& from, Unchecked);
+  bool holds() const;
+  friend bool vst_row_holds(const VstRow& row);
 };
+
+/// Whether there is a VstShape of this row.
+bool vst_row_holds(const VstRow& row);
 
 /// In order of capacity.
 std::span<const VstRow> vst_rows();

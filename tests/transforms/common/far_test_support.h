@@ -78,10 +78,11 @@ class FarProduct {
   /// An operand's residues: an unpacked node each, or packed, by turns.
   class Channels {
    public:
-    explicit Channels(const FarProduct& p) : p_(p), bytes_(p.family_.packed_bytes(p.shape())) {
+    explicit Channels(const FarProduct& p)
+        : p_(p), bytes_(p.family_.packed_bytes(p.shape())), packed_first_(p.random_.coin()) {
       for (u32 c = 0; c < p.family_.channels(p.shape()); ++c) {
         nodes_.push_back(std::make_unique<GuardedBlock>(p.family_.node_bytes(p.shape(), 0)));
-        packed_.push_back(std::make_unique<GuardedBlock>(c % 2 ? bytes_ * p.shape().points() : 0));
+        packed_.push_back(std::make_unique<GuardedBlock>(is_packed(c) ? bytes_ * p.shape().points() : 0));
       }
     }
     ~Channels() {
@@ -93,22 +94,25 @@ class FarProduct {
     std::vector<FarPlace> places(u64 begin) const {
       std::vector<FarPlace> places(nodes_.size());
       for (u32 c = 0; c < places.size(); ++c)
-        if (c % 2)
+        if (is_packed(c))
           places[c].packed = packed(c) + begin * bytes_;
         else
           places[c].node = node(c);
       return places;
     }
     void load(u32 c, ParallelContext parallel) const {
-      if (c % 2) p_.far_->unpack(c, {}, node(c), {0, p_.shape().points()}, packed(c), parallel);
+      if (is_packed(c)) p_.far_->unpack(c, {}, node(c), {0, p_.shape().points()}, packed(c), parallel);
     }
     void store(u32 c, ParallelContext parallel) const {
-      if (c % 2) p_.far_->pack(c, {}, node(c), {0, p_.shape().points()}, packed(c), parallel);
+      if (is_packed(c)) p_.far_->pack(c, {}, node(c), {0, p_.shape().points()}, packed(c), parallel);
     }
 
    private:
+    bool is_packed(u32 c) const { return c % 2 != packed_first_; }
+
     const FarProduct& p_;
     u64 bytes_;
+    bool packed_first_;
     std::vector<std::unique_ptr<GuardedBlock>> nodes_, packed_;
   };
 

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include "core/exceptions.h"
-#include "transforms/common/product_test_support.h"
+#include "support/sanitized.h"
+#include "transforms/common/far_test_support.h"
+#include "transforms/vst/vst_far.h"
 #include "transforms/vst/vst_tables.h"
 
 namespace orl::test {
@@ -46,6 +48,18 @@ TEST_P(VstTest, EveryWayToBlockGivesTheSame) {
   for (const VstRow& row : {VstRow{6, 1, 12, 1, 5, 6}, VstRow{9, 3, 12, 2, 2, 6}, VstRow{4, 5, 13, 6, 0, 7},
                             VstRow{7, 7, 11, 1, 1, 7}, VstRow{8, 1, 14, 8, 0, 6}, VstRow{5, 1, 15, 1, 8, 6}})
     check_shape(row, random, 3);
+}
+
+TEST_P(VstTest, NumbersOnDisksMultiplyWholeAndByRows) {
+  Random random;
+  const FarFamily& family = vst_far_family();
+  for (u32 P = 4; P <= 9; ++P) check_far(family, {P, 2 * (P % 4) + 1, 9}, {}, random);
+  if (GetParam() == simd::Target::kScalar) return;
+  check_far(family, {5, 3, 13}, {}, random);
+  for (u32 levels = 1; levels <= 4; ++levels)
+    check_far(family, {4 + levels, 2 * (levels % 4) + 1, 9 + levels}, {levels}, random);
+  check_far(family, {4, 3, 14}, {2, 3}, random);
+  if (GetParam() == simd::Target::kAvx512 && !kSanitized) check_far(family, {4, 1, 18}, {9}, random);
 }
 
 TEST(VstShapes, DefaultsCoverEveryRow) {
