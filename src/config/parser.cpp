@@ -1,6 +1,7 @@
 #include "config/parser.h"
 
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -232,14 +233,22 @@ class Parser {
 };
 
 std::string read_file(const char* function, const std::string& path) {
+  constexpr u64 kMostBytes = u64{1} << 24;  // no file of settings is near it, and a device may never end
+  constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
+  std::error_code ignored;
+  if (std::filesystem::is_fifo(path, ignored))
+    FileIO::throw_file_error(function, ESPIPE, "Unable to open file. It is a pipe.", path);
   errno = 0;
   std::ifstream file(path, std::ios::binary);
   if (!file) FileIO::throw_file_error(function, errno, "Unable to open file.", path);
   std::string text;
   char block[4096];
-  while (file.read(block, sizeof block) || file.gcount() != 0)
+  while (text.size() <= kMostBytes && (file.read(block, sizeof block) || file.gcount() != 0))
     text.append(block, static_cast<u64>(file.gcount()));
   if (file.bad()) FileIO::throw_file_error(function, errno, "Unable to read file.", path);
+  if (text.size() > kMostBytes) FileIO::throw_file_error(function, EFBIG, "Unable to read file.", path);
+  // Editors of other systems leave one.
+  if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
   return text;
 }
 

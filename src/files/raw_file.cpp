@@ -93,6 +93,9 @@ void RawFile::open_in_mode() {
   if (std::filesystem::is_directory(path_, ignored))
     FileIO::throw_file_error("RawFile::RawFile()", EISDIR, "Unable to open file. A folder has this name.",
                              path_);
+  // It would wait for somebody who writes.
+  if (std::filesystem::is_fifo(path_, ignored))
+    FileIO::throw_file_error("RawFile::RawFile()", ESPIPE, "Unable to open file. It is a pipe.", path_);
   open(mode_ == Mode::kRead ? O_RDONLY : O_RDWR, "Unable to open file.");
 }
 

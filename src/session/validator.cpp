@@ -118,8 +118,10 @@ Validation outcome_of(std::string_view text, const std::string& version) {
 
 // At most kMaxFileBytes + 1 bytes.
 std::optional<std::string> read_text(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
   std::error_code ignored;
+  std::ifstream file;
+  // A pipe would wait for somebody who writes.
+  if (!std::filesystem::is_fifo(path, ignored)) file.open(path, std::ios::binary);
   if (!file.is_open() || std::filesystem::is_directory(path, ignored)) return std::nullopt;
   std::string text;
   char block[65536];

@@ -28,6 +28,8 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       << "{ Action : \"CustomCompute\" CustomCompute : { Constant : { Constant : \"pi\" } "
          "ComputeSize : { DecimalDigits : 1000000000000 } } }";
   std::ofstream(folder.file("pi.txt")) << "3." << std::string(60, '1');
+  mkfifo(folder.file("pipe.cfg").c_str(), 0600);
+  mkfifo(folder.file("pipe.txt").c_str(), 0600);
   const BadLine lines[] = {
       {{"fly"}, "Invalid Parameter: fly"},
       {{"custom", "tau"}, "Invalid Constant: tau"},
@@ -80,6 +82,10 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"custom", "custom:" + folder.file("formula.cfg")}, "String cannot be longer than 50 characters."},
       {{"config"}, "Please specify a config file."},
       {{"config", folder.file("missing.cfg")}, "Path does not exist."},
+      {{"config", folder.file("pipe.cfg")}, "It is a pipe."},
+      {{"config", "/dev/./zero"}, "Unable to read file."},  // a name with a point in it
+      {{"checkdigits", folder.file("pipe.txt")}, "It is a pipe."},
+      {{"validate", folder.file("pipe.txt")}, "Unable to read"},
       {{"config", folder.file("comma.cfg")}, "Line 1: Don't use commas to separate elements."},
       {{"config", folder.file("action.cfg")}, "Invalid Action: Fly"},
       {{"config", folder.file("large.cfg")}, "Cannot run computation with these parameters."},
@@ -133,8 +139,8 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
     EXPECT_EQ(outcome.status, 1);
     EXPECT_TRUE(holds(outcome.output, line.words)) << outcome.output;
   }
-  EXPECT_EQ(folder.names(),
-            (std::vector<std::string>{"action.cfg", "comma.cfg", "formula.cfg", "large.cfg", "pi.txt"}));
+  EXPECT_EQ(folder.names(), (std::vector<std::string>{"action.cfg", "comma.cfg", "formula.cfg", "large.cfg",
+                                                      "pi.txt", "pipe.cfg", "pipe.txt"}));
 }
 
 TEST(Help, NamesEveryActionAndEndsWithZero) {

@@ -199,12 +199,15 @@ TEST(ConfigFile, IsReadWholeOrRefusedByItsPath) {
   root.add_integer("Last", 7);
   save_file(path, to_string(root));
   EXPECT_TRUE(same_content(*load_file(path), root));
+  save_file(path, "\xef\xbb\xbf" + to_string(root));  // with a byte order mark
+  EXPECT_TRUE(same_content(*load_file(path), root));
   save_file(path, to_json(root));
   EXPECT_TRUE(same_content(*load_json_file(path), root));
   std::remove(path.c_str());
   const auto code = [](auto call) { return caught<FileIO::FileException>(call).code(); };
   EXPECT_EQ(code([&] { load_file(path); }), 2);
   EXPECT_NE(code([&] { load_file(testing::TempDir()); }), 0);  // a folder
+  EXPECT_EQ(code([&] { load_file("/dev/zero"); }), 27);        // it has no end
   EXPECT_EQ(code([&] { save_file(path + "/inside", "x"); }), 2);
   EXPECT_EQ(code([&] { save_file("/dev/full", "x"); }), 28);
 }
