@@ -101,14 +101,14 @@ bool close(ProductRing ring, u64 n, s64 carry, ProductSink& sink, u64* block, u6
 bool HalvesProduct::fold(u32 index, SwapNumber& cyclic, SwapNumber& negacyclic) const {
   const SwapNumber& A = operand(index);
   LinearHeapBuffer memory = work_.run.memory;
-  const u64 block = plan_.halves_block_bytes / sizeof(u32);
+  const u64 block = plan_.half_block_bytes / sizeof(u32);
   const SwapNumber low = A.view(0, n_), high = A.view(n_, A.words());
   WordReader lower(low, block, memory, work_.proof.function()),
       upper(high, block, memory, work_.proof.function());
-  NumberSink sums(cyclic, 0, plan_.halves_block_bytes,
-                  memory.cut_buffer(NumberSink::bytes(plan_.halves_block_bytes)));
-  NumberSink rests(negacyclic, 0, plan_.halves_block_bytes,
-                   memory.cut_buffer(NumberSink::bytes(plan_.halves_block_bytes)));
+  NumberSink sums(cyclic, 0, plan_.half_block_bytes,
+                  memory.cut_buffer(NumberSink::bytes(plan_.half_block_bytes)));
+  NumberSink rests(negacyclic, 0, plan_.half_block_bytes,
+                   memory.cut_buffer(NumberSink::bytes(plan_.half_block_bytes)));
   u32* const sum = memory.cut<u32>(block);
   u32* const rest = memory.cut<u32>(block);
   WordSums read;
@@ -166,10 +166,10 @@ bool HalvesProduct::make_half(u32 ring, const SwapNumber& folded, SwapNumber& pr
 bool HalvesProduct::negate_other(SwapNumber& product) const {
   const u32 other = 1 - longer(plan_.request);
   LinearHeapBuffer memory = work_.run.memory;
-  const u64 block = plan_.halves_block_bytes / sizeof(u32);
+  const u64 block = plan_.half_block_bytes / sizeof(u32);
   WordReader reader(operand(other), block, memory, work_.proof.function());
-  NumberSink sink(product, 0, plan_.halves_block_bytes,
-                  memory.cut_buffer(NumberSink::bytes(plan_.halves_block_bytes)));
+  NumberSink sink(product, 0, plan_.half_block_bytes,
+                  memory.cut_buffer(NumberSink::bytes(plan_.half_block_bytes)));
   u32* const zeros = memory.cut<u32>(block);
   u32* const out = memory.cut<u32>(block);
   bp_fill<u32>(zeros, block, 0, parallel_);
@@ -189,7 +189,7 @@ bool HalvesProduct::negate_other(SwapNumber& product) const {
 // The words of the product from both residues; d is W^n with `top`, its words are zero then.
 void HalvesProduct::join(const SwapNumber& c, const SwapNumber& d, bool top,
                          const ProductTarget& target) const {
-  const u64 words = n_ / 2, block = plan_.halves_block_bytes / sizeof(u64), pairs = sizeof(u64) / sizeof(u32);
+  const u64 words = n_ / 2, block = plan_.half_block_bytes / sizeof(u64), pairs = sizeof(u64) / sizeof(u32);
   LinearHeapBuffer memory = work_.run.memory;
   const SwapNumber* const residues[2] = {&c, &d};
   WordSums sums[2];
@@ -293,9 +293,9 @@ std::optional<SwapPlan> plan_crt_halves(const FarFamily& family, const SwapReque
   }
   plan.shape = first->shape;
   const u64 blocks = std::min(kMostBlock, rest.memory_bytes / (kFoldBlocks + 1));
-  plan.halves_block_bytes = swap_block_bytes(budget, std::max(blocks, kIoAlignment));
-  const u64 own = std::max(kFoldBlocks * plan.halves_block_bytes,
-                           kJoinBlocks * plan.halves_block_bytes + 4 * kIoAlignment);
+  plan.half_block_bytes = swap_block_bytes(budget, std::max(blocks, kIoAlignment));
+  const u64 own =
+      std::max(kFoldBlocks * plan.half_block_bytes, kJoinBlocks * plan.half_block_bytes + 4 * kIoAlignment);
   if (own > rest.memory_bytes) return std::nullopt;
 
   const u64 ring_bytes = n * sizeof(u32), long_bytes = words_of(request, longer(request)) * sizeof(u32);

@@ -37,8 +37,11 @@ class ProductProof : Uncopied {
   void add_carry(u64 at, const FarCarry& carry, ParallelContext parallel);
   /// Throws AlgorithmFailedException "Checksum Mismatch. Multiplication Failed." unless the words are the product's.
   void check() const;
+  /// check() for a plain product whose words have this hash, canonical, and were not given to add_product().
+  void check(u64 product_hash) const;
 
  private:
+  bool is_product(u64 hash) const;
   [[noreturn]] void fail(const char* message) const;
 
   const char* function_;

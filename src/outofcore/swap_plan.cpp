@@ -9,6 +9,7 @@
 #include "outofcore/pass_product.h"
 #include "outofcore/prime_groups.h"
 #include "outofcore/ram_products.h"
+#include "outofcore/stretched_product.h"
 
 namespace orl {
 namespace {
@@ -29,6 +30,12 @@ std::optional<SwapPlan> best_plan(const FarFamily* family, const SwapRequest& re
     if (best && best->scheme <= SwapScheme::kRamHalves) break;
   }
   return best;
+}
+
+// Whether a shape that is a little short is to be preferred: it is more work to join.
+bool is_worth_it(const SwapPlan& stretched, const SwapPlan& direct) {
+  return stretched.traffic() < direct.traffic() - direct.traffic() / 64 &&
+         (stretched.groups.overlapped || !direct.groups.overlapped);
 }
 
 }  // namespace
@@ -65,10 +72,11 @@ std::optional<SwapPlan> plan_swap_product(SwapScheme scheme, const FarFamily* fa
   if (scheme == SwapScheme::kRam) return plan_ram(request, budget);
   if (scheme == SwapScheme::kRamHalves) return plan_ram_halves(request, budget);
   if (family == nullptr) return std::nullopt;
-  if (scheme == SwapScheme::kPrimeGroups) return plan_prime_groups(*family, request, budget);
-  if (scheme == SwapScheme::kTwoPasses || scheme == SwapScheme::kThreePasses)
-    return plan_passes(scheme, *family, request, budget);
-  return plan_crt_halves(*family, request, budget);
+  if (scheme == SwapScheme::kCrtHalves) return plan_crt_halves(*family, request, budget);
+  const auto direct = scheme == SwapScheme::kPrimeGroups ? plan_prime_groups(*family, request, budget)
+                                                         : plan_passes(scheme, *family, request, budget);
+  const auto stretched = plan_stretched(scheme, *family, request, budget);
+  return stretched && (!direct || is_worth_it(*stretched, *direct)) ? stretched : direct;
 }
 
 SwapPlan plan_swap_product(const FarFamily* family, const SwapRequest& request, const SwapBudget& budget) {

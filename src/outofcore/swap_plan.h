@@ -81,9 +81,12 @@ struct SwapPlan {
   FarShape shape;  ///< of the transforms, for the schemes that are not in memory
   PrimeGroupCut groups;
   PassShape passes;
-  std::shared_ptr<const SwapPlan> half[2];  ///< CRT halves: the products modulo W^n - 1 and W^n + 1
-  u64 halves_block_bytes = 0;               ///< CRT halves: of the blocks in which they are joined
-  u64 sink_bytes = 0;                       ///< of one of the two blocks through which the product leaves
+  /// CRT halves: the products modulo W^n - 1 and W^n + 1. Else, where words are above the shape: the product modulo W^n - 1,
+  /// and that of the lowest words.
+  std::shared_ptr<const SwapPlan> half[2];
+  u64 above_words = 0;       ///< of the product, above those of the shape
+  u64 half_block_bytes = 0;  ///< of the blocks in which both are joined
+  u64 sink_bytes = 0;        ///< of one of the two blocks through which the product leaves
 
   u64 memory_bytes = 0;
   u64 disk_bytes = 0;

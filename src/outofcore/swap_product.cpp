@@ -9,6 +9,7 @@
 #include "outofcore/pass_product.h"
 #include "outofcore/prime_groups.h"
 #include "outofcore/ram_products.h"
+#include "outofcore/stretched_product.h"
 
 namespace orl {
 namespace {
@@ -45,6 +46,7 @@ void check_operands(const SwapPlan& plan, const SwapRun& run, const SwapOperands
 }  // namespace
 
 bool run_swap_scheme(const SwapWork& work) {
+  if (work.plan.above_words != 0) return run_stretched(work);
   switch (work.plan.scheme) {
     case SwapScheme::kRam:
       return run_ram(work);

@@ -81,6 +81,26 @@ TEST(PassProduct, WordsAreThoseOfTheProduct) {
   for (const u64 count : made) EXPECT_GT(count, 1u);
 }
 
+// A little longer than a shape: what is above comes from the lowest words.
+TEST(PassProduct, StretchesShapes) {
+  Random random;
+  const u64 shape_words = u64{24} / sizeof(u32) << 15;
+  for (const u64 above : {u64{1}, u64{40}, shape_words / 200, shape_words / 60})
+    for (const u64 shorter : {u64{0}, shape_words / 2 + above, shape_words / 2 + above / 2}) {
+      SwapRequest request = whole_product(shape_words + above - shorter, shorter);
+      if (shorter == 0) request = whole_product((shape_words + above + 1) / 2, 0);
+      const auto plan = plan_swap_product(SwapScheme::kTwoPasses, find_far_family("C17"), request,
+                                          {u64{3} << 20, 4096, 4096, 1});
+      ASSERT_TRUE(plan);
+      EXPECT_GT(plan->above_words, 0u);
+      for (const bool zero : {false, true}) {
+        const std::vector<u32> A =
+            zero ? std::vector<u32>(request.a_words) : operand(random, request.a_words);
+        check_product(*plan, A, operand(random, request.b_words));
+      }
+    }
+}
+
 // The longer operand is W^n: -1 modulo W^n + 1, which no n words hold. Then it is W^n + 1, and the first residue is all ones.
 TEST(PassProduct, FoldedOperandsMayBeMinusOneOrNothing) {
   Random random;
