@@ -104,6 +104,25 @@ double inverse_bound(u32 n, u32 k) {
                    bound + (k - 1) * residue_product_bound(residue_odd_operand(bound, k))});
 }
 
+// The largest value of transforms of columns, in stripes.
+double stripe_bound(u32 k) {
+  double largest = 0;
+  for (u32 levels = 1; levels <= kResidueColumnLevels; ++levels)
+    for (const bool at_root : {false, true}) {
+      const u32 upper = residue_upper_levels(levels), lower = levels - upper;
+      const double down =
+          at_root ? forward_root_pass(kReduced, upper, largest) : forward_levels(kReduced, upper);
+      const double up = lower ? inverse_pass(kReduced, lower, false, largest) : kReduced;
+      const double bound = inverse_pass(up, upper, at_root, largest);
+      largest =
+          std::max({largest, forward_levels(std::max(down, forward_levels(kReduced, upper)), lower), bound});
+    }
+  // The odd factor's inverse takes what is reduced.
+  return std::max({largest, residue_odd_operand(kReduced, k),
+                   kReduced + (k - 1) * residue_product_bound(residue_odd_operand(kReduced, k)),
+                   k * kReduced});
+}
+
 }  // namespace
 
 // |a w / p - q| <= 1/2 + |a w / p| 2^-52, |w / p| <= 0.52, |a| <= 2^48 a.
@@ -134,21 +153,9 @@ double residue_inverse_bound(u32 n, u32 k) {
 }
 
 double residue_stripe_bound(u32 k) {
-  double largest = 0;
-  for (u32 levels = 1; levels <= kResidueColumnLevels; ++levels)
-    for (const bool at_root : {false, true}) {
-      const u32 upper = residue_upper_levels(levels), lower = levels - upper;
-      const double down =
-          at_root ? forward_root_pass(kReduced, upper, largest) : forward_levels(kReduced, upper);
-      const double up = lower ? inverse_pass(kReduced, lower, false, largest) : kReduced;
-      const double bound = inverse_pass(up, upper, at_root, largest);
-      largest =
-          std::max({largest, forward_levels(std::max(down, forward_levels(kReduced, upper)), lower), bound});
-    }
-  // The odd factor's inverse takes what is reduced.
-  return std::max({largest, residue_odd_operand(kReduced, k),
-                   kReduced + (k - 1) * residue_product_bound(residue_odd_operand(kReduced, k)),
-                   k * kReduced});
+  static const std::array<double, 4> bounds = {stripe_bound(1), stripe_bound(3), stripe_bound(5),
+                                               stripe_bound(7)};
+  return bounds.at(k / 2);
 }
 
 u32 residue_coefficient_bits(const ResidueRow& row, ProductRing ring) {
