@@ -192,16 +192,24 @@ def check_bbp(screen, values):
 
 
 def viewer(folder):
-    """A range of a file, written out."""
+    """A range of a file, written out by the line or the menu."""
     digits = DIGITS['e', 10]
     (pathlib.Path(folder) / 'e.txt').write_text(digits)
+    out = pathlib.Path(folder) / 'out.txt'
+
+    def right(first, last):
+        text = ('2.' if first == 1 else '0.') + digits[first + 1:last + 2]
+        return lambda screen: None if out.read_text() == text else 'wrong range'
+
+    if dice.random() < 0.6:
+        words, values = line_of({'-start': lambda: number_text(1, MOST, MOST), '-end': lambda: number_text(1, MOST, MOST)}, 2)
+        first, last = (values or {}).get('-start', 1), (values or {}).get('-end', MOST)
+        return ['digitviewer', 'e.txt', *words, '-extract', 'out.txt'], (), values if first <= last else None, right(first, last)
     first, last = sorted(dice.sample(range(1, MOST), 2))
     lines = ['e.txt', '2', '0', f'{first:,}', *(['1m', '12 x'] if dice.random() < 0.5 else []), f'{last:_}', 'out']
     fails = dice.random() < 0.3
     lines += ['', 'nothing.txt', ''] if fails else ['', '']
-    text = ('2.' if first == 1 else '0.') + digits[first + 1:last + 2]
-    out = pathlib.Path(folder) / 'out.txt'
-    return ['digitviewer'], lines, None if fails else {}, lambda screen: None if out.read_text() == text else 'wrong range'
+    return ['digitviewer'], lines, None if fails else {}, right(first, last)
 
 
 def other(folder):
@@ -230,7 +238,7 @@ for number in range(options.lines):
             fault = 'an escape byte'
         elif accepted is not None:
             fault = check(screen)
-        elif kind is not viewer and made(folder, '*') != before:
+        elif not lines and made(folder, '*') != before:
             fault = f'left {made(folder, "*")}'
         if fault:
             faults.append(f'{number}: {words} {list(lines)}: {fault}\n{screen[-1500:]}')
