@@ -35,11 +35,11 @@ std::vector<u32> expected_words(const SwapPlan& plan, const std::vector<u32>& A,
 }
 
 void check_product(const SwapPlan& plan, const std::vector<u32>& A, const std::vector<u32>& B,
-                   const std::vector<std::string>& lanes = {"1"}) {
-  SCOPED_TRACE(text_of(plan));
+                   const char* family = "C17", const std::vector<std::string>& lanes = {"1"}) {
+  SCOPED_TRACE(family + (" " + text_of(plan)));
   SwapPlace place(lanes);
-  Parallelizer_None none;
-  const SwapOutcome outcome = make_product(place, none, plan, find_far_family("C17"), A, B);
+  Parallelizer_Spawn spawn;
+  const SwapOutcome outcome = make_product(place, spawn, plan, find_far_family(family), A, B);
   bool top = false;
   const auto expected = expected_words(plan, A, B, top);
   EXPECT_EQ(outcome.top, top);
@@ -57,28 +57,35 @@ TEST(PassProduct, WordsAreThoseOfTheProduct) {
   Random random;
   constexpr SwapScheme kSchemes[] = {SwapScheme::kTwoPasses, SwapScheme::kThreePasses,
                                      SwapScheme::kCrtHalves};
-  u64 made[3] = {};
-  for (u32 i = 0; i < (kSanitized ? 9 : 48); i++) {
-    const SwapScheme scheme = kSchemes[i % 3];
+  constexpr const char* kFamilies[] = {"C17", "N64", "VST"};
+  u64 made[3][3] = {};
+  for (u32 i = 0; i < (kSanitized ? 18 : 45); i++) {
+    const u32 scheme = i % 3, family = i / 3 % 3;
     SwapRequest request =
         whole_product(random.between(10000, 200000), i % 5 == 0 ? 0 : random.between(1, 200000));
-    if (i / 3 % 3 == 1) {
+    if (i / 9 % 3 == 1) {
       request.skip = random.below(request.len);
       request.len = random.between(request.skip + 1, request.len);
     }
-    if (i / 3 % 3 == 2) {
+    if (i / 9 % 3 == 2) {
       request.len = std::max(request.a_words, request.b_words) + random.below(20000);
       request.ring = random.coin() ? ProductRing::kCyclic : ProductRing::kNegacyclic;
     }
     const SwapBudget budget{random.between(u64{1} << 20, u64{8} << 20),
-                            random.coin() ? u64{4096} : u64{30000}, 4096, 1 + i % 3};
-    const auto plan = plan_swap_product(scheme, find_far_family("C17"), request, budget);
+                            random.coin() ? u64{4096} : u64{30000}, random.coin() ? 4096 : u64{262144},
+                            1 + i % 3};
+    const auto plan =
+        plan_swap_product(kSchemes[scheme], find_far_family(kFamilies[family]), request, budget);
     if (!plan) continue;
-    made[i % 3]++;
-    check_product(*plan, operand(random, request.a_words),
-                  request.square() ? std::vector<u32>() : operand(random, request.b_words));
+    made[scheme][family]++;
+    check_product(*plan, operand(random, request.a_words), operand(random, request.b_words),
+                  kFamilies[family],
+                  {i % 4 == 0   ? "3"
+                   : i % 4 == 1 ? "2+1"
+                                : "1"});
   }
-  for (const u64 count : made) EXPECT_GT(count, 1u);
+  for (const auto& of_scheme : made)
+    for (const u64 count : of_scheme) EXPECT_GT(count, 0u);
 }
 
 // A little longer than a shape: what is above comes from the lowest words.
