@@ -191,7 +191,8 @@ constexpr Option<orl::Settings> kGlobal[] = {
 u64 take_file_size(Line& line) {
   const std::string key = line.key();
   const s64 digits = take_signed(line);
-  if (digits < -1) throw InvalidParametersException(key, "It takes the digits of a file, or -1 for one file.");
+  if (digits < -1)
+    throw InvalidParametersException(key, "It takes the digits of a file, or -1 for one file.");
   return static_cast<u64>(digits);
 }
 
@@ -373,7 +374,7 @@ constexpr Option<ViewerTask> kViewer[] = {
     {"-check", "-check FILE", "Checks all digits against the validation file of their run.",
      "-check report.txt", [](ViewerTask& task, Line& line) { task.report = take_path(line); }, Values::kFile},
     {"-prove", "-prove",
-     "Proves hexadecimal digits of Pi by the BBP formula: the last 16, and 16 behind the first quarter.",
+     "Proves hexadecimal digits of Pi by the BBP formula: the last 16, and 16 behind a sixteenth of them.",
      "-prove", [](ViewerTask& task, Line& line) { task.prove = take_flag(line); }},
 };
 

@@ -31,7 +31,7 @@ struct PiProof {
 };
 
 /// The offsets that a proof of the first `digits` digits looks at: the last sixteen, and sixteen behind the first
-/// quarter. Empty for fewer than 64 digits, and beyond what the extractor reaches.
+/// sixteenth of them. Empty for fewer than 64 digits, and beyond what the extractor reaches.
 std::vector<u64> pi_proof_offsets(u64 digits);
 
 /// Seconds that prove_pi(digits, threads) is expected to take, from a sample of its work.
@@ -42,7 +42,7 @@ double pi_proof_seconds(u64 digits, u64 threads);
 PiProof prove_pi(u64 digits, u64 threads, const std::function<std::string(u64 offset, u64 count)>& digits_at,
                  orl::StatusNode& status);
 
-/// "Passed - after 24,999,984 and 6,250,000 digits", "Failed - after " with the places that differ, or "Not Run".
+/// "Passed - after 24,999,984 and 1,562,500 digits", "Failed - after " with the places that differ, or "Not Run".
 std::string to_string(const PiProof& proof);
 /// Both readings of each place that differs, a line each.
 std::vector<std::string> differing_digits(const PiProof& proof);
