@@ -33,6 +33,7 @@ u64 words_of(const SwapRequest& request, u32 operand) {
 // The product that either half is, in a ring of at least n words.
 SwapRequest half_request(const SwapRequest& request, ProductRing ring, u64 n) {
   SwapRequest half = request;
+  half.kept = false;
   half.a_words = std::min(half.a_words, n);
   half.b_words = std::min(half.b_words, n);
   half.skip = 0;
@@ -148,7 +149,7 @@ bool HalvesProduct::make_half(u32 ring, const SwapNumber& folded, SwapNumber& pr
   SwapRun run = work_.run;
   NumberSink sink(product, 0, plan.sink_bytes, run.memory);
   run.memory.cut_buffer(NumberSink::bytes(plan.sink_bytes));
-  SwapOperands operands = work_.operands;
+  SwapOperands operands{work_.operands.a, work_.operands.b};
   const SwapOperands with_a{folded, operands.b}, with_b{operands.a, &folded};
   ProductProof proof(plan, work_.proof.function());
   const bool top = run_swap_scheme({plan, work_.family, run,

@@ -44,17 +44,40 @@ std::optional<SwapPlan> plan_shape(SwapScheme scheme, const FarFamily& family, c
   plan.bytes_read = traffic.loaded_bytes;
   plan.bytes_written = traffic.stored_bytes;
   plan.disk_bytes = traffic.disk_bytes;
+  if (request.kept) {
+    // Its words do not come in, nor go its residues out, through each of the passes before rows.
+    const u64 residues = passes->residue_bytes(), inner = passes->inner_levels == 0 ? 0 : 1;
+    plan.bytes_read -= kNumberWordBytes * request.b_words + inner * residues;
+    plan.bytes_written -= (1 + inner) * residues;
+    plan.disk_bytes -= residues;
+  }
   return plan;
 }
+
+bool in_passes(const SwapPlan& plan) {
+  return plan.scheme == SwapScheme::kTwoPasses || plan.scheme == SwapScheme::kThreePasses;
+}
+
+// The tables of a plan, its transform, and the passes behind them in memory.
+struct PassesAtWork {
+  PassesAtWork(const SwapPlan& plan, const FarFamily& family, const SwapRun& run)
+      : memory(run.memory),
+        tables(memory.cut_buffer(family.table_bytes(plan.shape))),
+        transform(family.make(plan.shape, plan.request.ring, tables)),
+        passes(*transform, plan.passes, memory, run.parallel.with_tds(plan.tds)) {}
+
+  LinearHeapBuffer memory, tables;
+  std::unique_ptr<FarTransform> transform;
+  FarPasses passes;
+};
 
 bool make_product(const SwapWork& work, const ProductTarget& target) {
   const SwapPlan& plan = work.plan;
   const bool square = work.operands.square();
   StatusFrame frame(work.run.status, "VST Streaming: ");
-  LinearHeapBuffer memory = work.run.memory;
-  LinearHeapBuffer tables = memory.cut_buffer(work.family->table_bytes(plan.shape));
-  const auto transform = work.family->make(plan.shape, plan.request.ring, tables);
-  const FarPasses passes(*transform, plan.passes, memory, work.run.parallel.with_tds(plan.tds));
+  const PassesAtWork at_work(plan, *work.family, work.run);
+  const FarPasses& passes = at_work.passes;
+  const SwapKept* const kept = plan.request.kept ? work.operands.kept : nullptr;
   const auto residues = [&](const SwapNumber& operand, u32 index, const char* name) {
     auto file = work.run.disk.allocate(plan.passes.residue_bytes(), name);
     StatusFrame stage(work.run.status, work.names.forward[index]);
@@ -65,9 +88,10 @@ bool make_product(const SwapWork& work, const ProductTarget& target) {
   };
   const auto a = residues(work.operands.a, 0, work.names.file[0]);
   {
-    const auto b = square ? nullptr : residues(*work.operands.b, 1, work.names.file[1]);
+    const auto b = square || kept ? nullptr : residues(*work.operands.b, 1, work.names.file[1]);
+    if (kept) work.proof.end_read(1, kept->read(), kept->number());
     StatusFrame stage(work.run.status, work.names.multiply);
-    passes.multiply(*a, square ? *a : *b);
+    passes.multiply(*a, square ? *a : kept ? *kept->residues() : *b);
   }
   StatusFrame stage(work.run.status, work.names.inverse);
   const bool top = passes.back(*a, work.proof, target);
@@ -88,6 +112,28 @@ std::optional<SwapPlan> plan_passes(SwapScheme scheme, const FarFamily& family, 
     }
   }
   return best;
+}
+
+u64 SwapKept::disk_bytes(const SwapPlan& plan) { return in_passes(plan) ? plan.passes.residue_bytes() : 0; }
+
+SwapKept::SwapKept(const SwapPlan& plan, const FarFamily* family, const SwapRun& run,
+                   const SwapNumber& number, const char* name)
+    : number_(number), plan_(plan), ring_(ring_check_of(plan)), read_(ring_ ? &*ring_ : nullptr) {
+  if (!in_passes(plan)) return;
+  const PassesAtWork at_work(plan, *family, run);
+  residues_ = run.disk.allocate(plan.passes.residue_bytes(), name);
+  StatusFrame stage(run.status, "CRT-F: ");
+  at_work.passes.forward(number_, read_, *residues_);
+  ProductProof(plan, "SwapKept::SwapKept()").end_read(1, read_, number_);
+}
+
+bool SwapKept::serves(const SwapPlan& plan) const {
+  if (number_.words() != plan.request.b_words) return false;
+  return residues_ ? plan.scheme == plan_.scheme && plan.shape == plan_.shape &&
+                         plan.passes.levels == plan_.passes.levels &&
+                         plan.passes.inner_levels == plan_.passes.inner_levels &&
+                         plan.request.ring == plan_.request.ring
+                   : !in_passes(plan);
 }
 
 bool run_passes(const SwapWork& work) {

@@ -7,13 +7,18 @@
 
 namespace orl {
 
-ProductProof::ProductProof(const SwapPlan& plan, const char* function)
-    : function_(function), square_(plan.request.square()), ring_words_(plan.ring_words) {
-  if (ring_words_ == 0) return;
-  ring_.emplace(ring_words_, plan.request.ring == ProductRing::kCyclic ? RingCheck::Ring::kMinusOne
-                                                                       : RingCheck::Ring::kPlusOne);
-  product_ = WordSums(ring());
+std::optional<RingCheck> ring_check_of(const SwapPlan& plan) {
+  if (plan.ring_words == 0) return std::nullopt;
+  return RingCheck(plan.ring_words, plan.request.ring == ProductRing::kCyclic ? RingCheck::Ring::kMinusOne
+                                                                              : RingCheck::Ring::kPlusOne);
 }
+
+ProductProof::ProductProof(const SwapPlan& plan, const char* function)
+    : function_(function),
+      square_(plan.request.square()),
+      ring_words_(plan.ring_words),
+      ring_(ring_check_of(plan)),
+      product_(ring()) {}
 
 void ProductProof::fail(const char* message) const { throw AlgorithmFailedException(function_, message); }
 

@@ -14,6 +14,9 @@
 
 namespace orl {
 
+/// What a product in the plan's ring is proved by; none outside a ring.
+std::optional<RingCheck> ring_check_of(const SwapPlan& plan);
+
 /// See the head of this file.
 class ProductProof : Uncopied {
  public:

@@ -33,6 +33,8 @@ struct SwapRequest {
   /// operand exceeds; the plan says which n it is, and the words are [0, n).
   u64 skip = 0, len = 0;
   ProductRing ring = ProductRing::kPlain;
+  /// The second operand comes as a SwapKept, whose transforms the schemes in passes take as they are.
+  bool kept = false;
 
   bool square() const { return b_words == 0; }
   /// Words of both operands together: of the whole product, outside a ring.

@@ -26,10 +26,38 @@ struct SwapRun {
   StatusNode& status;
 };
 
-/// The operands; b is null for a square.
+/// The second operand of several products, transformed once and kept on the disks, by a plan whose request says so. Schemes in
+/// passes take the transforms as they are, in place of reading the number and storing them anew; the others read the number
+/// again, which moves less.
+class SwapKept : Uncopied {
+ public:
+  /// Bytes on the disks beside the number: none by a plan that is not in passes.
+  static u64 disk_bytes(const SwapPlan& plan);
+  /// Takes what a product by the plan takes. A null name: one that nobody needs to know.
+  SwapKept(const SwapPlan& plan, const FarFamily* family, const SwapRun& run, const SwapNumber& number,
+           const char* name = nullptr);
+
+  const SwapNumber& number() const { return number_; }
+  /// Null where the scheme does not keep them.
+  FarMemory* residues() const { return residues_.get(); }
+  /// What the number was read as.
+  const WordSums& read() const { return read_; }
+  /// Whether products by `plan` may take this.
+  bool serves(const SwapPlan& plan) const;
+
+ private:
+  SwapNumber number_;
+  SwapPlan plan_;
+  std::optional<RingCheck> ring_;
+  WordSums read_;
+  std::unique_ptr<PersistentMemory> residues_;
+};
+
+/// The operands; b is null for a square. Where the request says so, `kept` is the second one, and b its number.
 struct SwapOperands {
   const SwapNumber& a;
   const SwapNumber* b = nullptr;
+  const SwapKept* kept = nullptr;
 
   bool square() const { return b == nullptr; }
 };

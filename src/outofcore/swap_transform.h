@@ -27,8 +27,8 @@ class SwapTransform {
   /// Squares a random number on the disks by groups of primes, in the largest size of which operand, residues and square fit
   /// the limits, as often as a few seconds allow, and proves each square. Throws InvalidParametersException "Unable to find
   /// a test that fits within the memory limit.".
-  static OverlapSpeeds bench_overlap(SwapDescriptor& disk, const OverlapLimits& limits, LinearHeapBuffer memory,
-                                     ParallelContext parallel);
+  static OverlapSpeeds bench_overlap(SwapDescriptor& disk, const OverlapLimits& limits,
+                                     LinearHeapBuffer memory, ParallelContext parallel);
 };
 
 }  // namespace orl

@@ -196,6 +196,44 @@ TEST(SwapProduct, ABitThatChangesIsTold) {
   }
 }
 
+TEST(SwapProduct, ByAKeptOperandMovesLess) {
+  Random random;
+  SwapPlace place;
+  Parallelizer_None none;
+  for (const Way& way : {Way{SwapScheme::kRam, "C17"}, Way{SwapScheme::kTwoPasses, "C17"},
+                         Way{SwapScheme::kThreePasses, "C17"}, Way{SwapScheme::kCrtHalves, "C17"}}) {
+    for (const ProductRing ring : {ProductRing::kPlain, ProductRing::kCyclic}) {
+      const FarFamily* const family = find_far_family(way.family);
+      SwapRequest request = whole_product(90000, 70000);
+      request.ring = ring;
+      const auto whole = plan_swap_product(way.scheme, family, request, place.budget(u64{4} << 20));
+      request.kept = true;
+      const auto plan = plan_swap_product(way.scheme, family, request, place.budget(u64{4} << 20));
+      if (!plan) continue;
+      SwapDescriptor disk(place.folders.descriptor);
+      const std::vector<u32> B = random.words<u32>(request.b_words);
+      const SwapNumber b = swap_number(disk, none, B);
+      const GuardedBlock memory(plan->memory_bytes);
+      const SwapRun run{{none, 1}, disk, memory.buffer(), silent_status()};
+      const SwapKept kept(*plan, family, run, b);
+      // The first of the products reads b.
+      u64 moved[2];
+      for (u32 i = 0; i < 2; i++) {
+        const SwapPlan& by = i == 0 ? *whole : *plan;
+        const std::vector<u32> A = random.words<u32>(request.a_words);
+        const SwapNumber a = swap_number(disk, none, A);
+        SwapNumber product(disk, by.wanted_words());
+        const auto& counters = disk.counters();
+        const u64 before = counters.bytes_read + counters.bytes_written;
+        swap_multiply(by, family, run, {a, &b, i == 0 ? nullptr : &kept}, product);
+        moved[i] = counters.bytes_read + counters.bytes_written - before;
+        EXPECT_TRUE(words_of(product, none) == expected(by, A, B).words) << shown(by);
+      }
+      EXPECT_TRUE(kept.residues() == nullptr || moved[1] < moved[0]);
+    }
+  }
+}
+
 TEST(SwapTable, PlansInWordsOfBothTypes) {
   const SwapPlace place;
   EXPECT_EQ(swap_table<u32>().name(), "Swap: 32-bit Word");
