@@ -143,6 +143,12 @@ std::optional<SwapPlan> plan_ram(const SwapRequest& request, const SwapBudget& b
   return within(plan_direct(table().get_lean_algorithm(words), request, budget), budget);
 }
 
+std::optional<SwapPlan> plan_ram_by(const Algorithm& algorithm, const SwapRequest& request,
+                                    const SwapBudget& budget) {
+  if (32 * request.product_words() > algorithm.max_bits()) return std::nullopt;
+  return within(plan_direct(algorithm, request, budget), budget);
+}
+
 std::optional<SwapPlan> plan_ram_halves(const SwapRequest& request, const SwapBudget& budget) {
   const u64 words = request.product_words(), bits = 32 * words;
   if (request.ring != ProductRing::kPlain || words > table().max_words()) return std::nullopt;

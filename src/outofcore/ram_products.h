@@ -7,6 +7,9 @@ namespace orl {
 
 /// The schemes kRam and kRamHalves; none where the memory is too small, or for halves in a ring.
 std::optional<SwapPlan> plan_ram(const SwapRequest& request, const SwapBudget& budget);
+/// The scheme kRam by an algorithm that need not be the table's.
+std::optional<SwapPlan> plan_ram_by(const Algorithm& algorithm, const SwapRequest& request,
+                                    const SwapBudget& budget);
 std::optional<SwapPlan> plan_ram_halves(const SwapRequest& request, const SwapBudget& budget);
 
 /// What swap_multiply() does by these schemes. Status "M-Fast" and, for squares, "S-Fast".

@@ -5,6 +5,7 @@
 #include "core/exceptions.h"
 #include "files/raw_io_buffer.h"
 #include "outofcore/product_runs.h"
+#include "outofcore/ram_products.h"
 #include "words/hash.h"
 #include "words/words.h"
 
@@ -126,6 +127,16 @@ void StretchedProduct::run() {
   work_.proof.check(*T_.hash());
 }
 
+// The product of the lowest words: it fits in memory, or nearly.
+std::optional<SwapPlan> plan_low(const FarFamily& family, const SwapRequest& request,
+                                 const SwapBudget& budget) {
+  if (const Algorithm* const algorithm = family.short_part()) return plan_ram_by(*algorithm, request, budget);
+  std::optional<SwapPlan> low;
+  for (const SwapScheme scheme : {SwapScheme::kRam, SwapScheme::kRamHalves, SwapScheme::kPrimeGroups})
+    if (!low) low = plan_swap_product(scheme, &family, request, budget);
+  return low;
+}
+
 // With at most so many words above the shape.
 std::optional<SwapPlan> plan_above(SwapScheme scheme, const FarFamily& family, const SwapRequest& request,
                                    const SwapBudget& budget, u64 most_above) {
@@ -151,9 +162,7 @@ std::optional<SwapPlan> plan_above(SwapScheme scheme, const FarFamily& family, c
   lowest.b_words = std::min(request.b_words, plan.above_words + 1);
   lowest.len = plan.above_words + 1;
   if (lowest.product_words() < lowest.len) return std::nullopt;
-  std::optional<SwapPlan> low;
-  for (const SwapScheme short_scheme : {SwapScheme::kRam, SwapScheme::kRamHalves, SwapScheme::kPrimeGroups})
-    if (!low) low = plan_swap_product(short_scheme, &family, lowest, rest);
+  const auto low = plan_low(family, lowest, rest);
   plan.half_block_bytes = swap_block_bytes(budget, std::min(kMostBlock, rest.memory_bytes / kBlocks));
   if (!low || kBlocks * plan.half_block_bytes > rest.memory_bytes) return std::nullopt;
 

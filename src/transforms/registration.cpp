@@ -8,6 +8,7 @@
 #include "transforms/c17/residue_far.h"
 #include "transforms/fft/fft.h"
 #include "transforms/hnt/hnt.h"
+#include "transforms/hnt/hnt_far.h"
 #include "transforms/ntt/ntt.h"
 #include "transforms/ntt/ntt_far.h"
 #include "transforms/vst/vst.h"
@@ -32,7 +33,7 @@ std::vector<std::string> register_multiplication() {
 }
 
 const FarFamily* find_far_family(std::string_view id) {
-  for (const FarFamily* family : {&c17_far_family(), &n64_far_family(), &vst_far_family()})
+  for (const FarFamily* family : {&c17_far_family(), &n64_far_family(), &vst_far_family(), &hnt_far_family()})
     if (id == family->id()) return family;
   return nullptr;
 }

@@ -183,6 +183,10 @@ class FarFamily {
   /// What computing a product takes, in units that only compare shapes of the family.
   virtual double cost(const FarShape& shape) const = 0;
 
+  /// Who makes what lies above the points of a shape, from the lowest words of the operands in memory; null where that is
+  /// a product like any other.
+  virtual const Algorithm* short_part() const { return nullptr; }
+
   /// The shape at work, with tables cut from `memory`, which must stay. Throws InvalidParametersException for a shape
   /// that does not hold.
   virtual std::unique_ptr<FarTransform> make(const FarShape& shape, ProductRing ring,
