@@ -19,6 +19,10 @@ namespace {
 // Faults in several drives are tried again so often before the user is asked.
 constexpr u32 kReattempts = 3;
 
+// Bytes that move between files and a transfer's own memory in one pass. Another pass waits while one is under way, so that
+// a drive has always something to do.
+constexpr u64 kDirectBytes = u64{64} << 20;
+
 struct FreeMemory {
   void operator()(u8* memory) const { std::free(memory); }
 };
@@ -59,7 +63,7 @@ struct RaidLane::Drive {
   IoThread thread;
 };
 
-// A piece of a row in the buffers.
+// A piece of a row in the buffers, or in the memory of the transfer itself.
 struct RaidLane::Slot {
   // What is in the window of a store beside its own bytes.
   enum Rest : u8 { kNothing, kZeros, kOldBytes };
@@ -68,6 +72,7 @@ struct RaidLane::Slot {
   ColumnWindow window;
   u64 at;  // of the window, from the start of the half
   Rest rest;
+  u8* direct = nullptr;  // where the one file's piece is in memory, where no buffer is needed
   bool modified() const { return rest == kOldBytes; }
 };
 
@@ -99,11 +104,13 @@ class RaidLane::Feed {
   // False when no row is left.
   bool next(Pass& pass) {
     pass.slots.clear();
-    u64 bytes = 0;
+    u64 bytes = 0, direct_bytes = 0;
     while (more_) {
-      const Slot slot = slot_of(bytes);
-      if (bytes + slot.window.bytes() > half_bytes_) break;
-      bytes += slot.window.bytes();
+      Slot slot = slot_of(bytes);
+      slot.direct = direct_place(slot);
+      u64& sum = slot.direct ? direct_bytes : bytes;
+      if (sum + slot.window.bytes() > (slot.direct ? kDirectBytes : half_bytes_)) break;
+      sum += slot.window.bytes();
       pass.slots.push_back(slot);
       more_ = walk_.next(piece_);
     }
@@ -120,6 +127,18 @@ class RaidLane::Feed {
     const ColumnWindow whole{0, geometry_.file_block_bytes};
     if (geometry_.shape.parity && window.bytes() != whole.bytes()) return {piece_, whole, at, Slot::kZeros};
     return {piece_, window, at, fills ? Slot::kNothing : Slot::kZeros};
+  }
+
+  // Files of a lane that has only one take whole sectors of the transfer's memory as they are, and give them.
+  u8* direct_place(const Slot& slot) const {
+    if (geometry_.shape.parity || geometry_.shape.data_files != 1 || slot.rest != Slot::kNothing ||
+        !fills_window(slot.piece, geometry_))
+      return nullptr;
+    const StridedRange range = request_.range.simplified();
+    const u64 begin = slot.piece.row_start + slot.piece.begin;
+    u8* const place = request_.memory + slot.piece.first * range.length +
+                      (begin - range.offset - slot.piece.first * range.stride);
+    return reinterpret_cast<std::uintptr_t>(place) % kIoAlignment == 0 ? place : nullptr;
   }
 
   const LaneRequest& request_;
@@ -194,7 +213,7 @@ void RaidLane::run(const LaneRequest& request) {
 }
 
 u8* RaidLane::at(const Pass& pass, const Slot& slot, u64 file) const {
-  return drives_[file]->buffer.get() + pass.base + slot.at;
+  return slot.direct ? slot.direct : drives_[file]->buffer.get() + pass.base + slot.at;
 }
 
 namespace {
@@ -222,18 +241,22 @@ void for_each_part(const StridedRange& whole, const RowPiece& piece, u64 file_bl
 void RaidLane::complete(Pass& pass) {
   settle(pass);
   if (pass.direction == Direction::write) return;
-  for (const Slot& slot : pass.slots)
+  for (const Slot& slot : pass.slots) {
+    if (slot.direct) continue;
     for_each_part(pass.request->range, slot.piece, place_.geometry.file_block_bytes,
                   [&](u64 to, u64 file, u64 column, u64 bytes) {
                     std::memcpy(pass.request->memory + to,
                                 at(pass, slot, file) + (column - slot.window.begin), bytes);
                   });
+  }
 }
 
 void RaidLane::fill(Pass& pass) {
   read_before_writing(pass);
   const u64 data_files = place_.geometry.shape.data_files;
   for (const Slot& slot : pass.slots) {
+    pass.request->object->written[slot.piece.row] = true;
+    if (slot.direct) continue;
     for (u64 file = 0; slot.rest == Slot::kZeros && file < data_files; file++)
       std::memset(at(pass, slot, file), 0, slot.window.bytes());
     for_each_part(pass.request->range, slot.piece, place_.geometry.file_block_bytes,
@@ -241,7 +264,6 @@ void RaidLane::fill(Pass& pass) {
                     std::memcpy(at(pass, slot, file) + (column - slot.window.begin),
                                 pass.request->memory + from, bytes);
                   });
-    pass.request->object->written[slot.piece.row] = true;
   }
   if (place_.geometry.shape.parity) add_parity(pass);
 }

@@ -1,6 +1,8 @@
 // A disk array on folders that go with it, and what it printed.
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -101,6 +103,23 @@ inline std::filesystem::path memory_folder() {
   const std::filesystem::path shared = "/dev/shm";
   return std::filesystem::is_directory(shared) ? shared : std::filesystem::temp_directory_path();
 }
+
+/// Bytes of which the first lies at a multiple of 4096, which saves copies.
+class AlignedBytes {
+ public:
+  explicit AlignedBytes(const std::vector<u8>& content)
+      : block_(content.size() + 4096), size_(content.size()) {
+    std::copy(content.begin(), content.end(), data());
+  }
+  u8* data() {
+    return block_.data() + (4096 - reinterpret_cast<std::uintptr_t>(block_.data()) % 4096) % 4096;
+  }
+  std::vector<u8> content() { return {data(), data() + size_}; }
+
+ private:
+  std::vector<u8> block_;
+  u64 size_;
+};
 
 inline std::vector<u8> random_bytes(std::mt19937_64& random, u64 count) {
   std::vector<u8> bytes(count + 8);

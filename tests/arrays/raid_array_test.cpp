@@ -88,7 +88,7 @@ TEST(RaidArray, AgreesWithMemory) {
       if (range.length > size) continue;
       range.offset = std::min(range.offset, size - range.length);
       while (range.offset + range.stride * (range.count - 1) + range.length > size) range.count--;
-      std::vector<u8> buffer = random_bytes(random, range.bytes());
+      AlignedBytes buffer(random_bytes(random, range.bytes()));
       bool readable = true;
       const bool store = random() % 2 == 0;
       for (u64 i = 0; i < range.count; i++) {

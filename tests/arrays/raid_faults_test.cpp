@@ -37,13 +37,15 @@ bool work(Raid03Descriptor& descriptor) {
   SwapDescriptor disk(descriptor);
   const u64 row = disk.geometry().row_bytes, size = 4 * row + 1000;
   std::vector<u8> bytes = random_bytes(random, size), back(size);
+  AlignedBytes aligned(bytes);
   const auto first = disk.allocate(size, "orv_Ta.sf");
-  FarTransfer one = first->start_store(bytes.data(), 0, size / 2);
+  FarTransfer one = first->start_store(aligned.data(), 0, size / 2);
   FarTransfer two = first->start_store(bytes.data() + size / 2, size / 2, size - size / 2);
   one.wait();
   two.wait();
-  first->load(back.data(), 0, size);
-  if (back != bytes) return false;
+  std::fill_n(aligned.data(), size, u8{0});
+  first->load(aligned.data(), 0, size);
+  if (aligned.content() != bytes) return false;
   for (u64 i = 0; i < 5; i++)
     std::memset(bytes.data() + 100 + i * (row / 2 + 4096), static_cast<int>(i), 9000);
   std::vector<u8> pieces(5 * 9000);
@@ -174,7 +176,7 @@ TEST(RaidFaults, OldDataShowInTheParity) {
 
 // Each call of a computation fails once, in each way, and nobody answers: it ends right, or with path, function and number.
 TEST(RaidFaults, EveryCallMayFailInEveryWay) {
-  for (const char* lane : {"2", "1+1"}) {
+  for (const char* lane : {"1", "1+1"}) {
     Folders folders({lane}, memory_folder());
     FakeDisks disks(folders.names);
     u64 calls = 0;
