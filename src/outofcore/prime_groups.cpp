@@ -18,6 +18,7 @@ constexpr u64 kLeastBlock = 512;             // points: below, calls cost more t
 constexpr u64 kRowsOfSection = 8;            // a section that has so many rows of the array begins at one
 constexpr u64 kRingBlock = 512;              // 64-bit words that the end of a ring is shown at a time
 constexpr u64 kRounding = 3 * kIoAlignment;  // of areas within the staging
+constexpr u64 kScratchShare = 16;  // of the memory, which scratch takes at most where tasks can be fewer
 constexpr u32 kMostChannels = 16;
 constexpr double kBareHandicap = 1.5;  // what moving without overlap costs, in bytes moved beside work
 
@@ -124,6 +125,14 @@ std::optional<SwapPlan> with_areas(const FarFamily& family, SwapPlan plan, const
   plan.bytes_read = sizeof(u32) * (plan.request.a_words + plan.request.b_words) + operands + product;
   plan.bytes_written = sizeof(u32) * plan.wanted_words() + operands + product;
   return plan;
+}
+
+// As many tasks as are asked for, or fewer: their scratch is a small part of the memory.
+u64 tasks_of(const FarFamily& family, const FarShape& shape, const SwapBudget& budget) {
+  u64 tasks = std::max<u64>(budget.tds, 1);
+  while (tasks > 1 && family.node_scratch_bytes(shape, 0, tasks) > budget.memory_bytes / kScratchShare)
+    tasks = (tasks + 1) / 2;
+  return tasks;
 }
 
 // Bytes to move, weighed: 2 % of them count less than the work.
@@ -401,7 +410,7 @@ std::optional<SwapPlan> plan_prime_groups(const FarFamily& family, const SwapReq
           plan.scheme = SwapScheme::kPrimeGroups;
           plan.request = request;
           plan.shape = *shape;
-          plan.tds = std::max<u64>(budget.tds, 1);
+          plan.tds = tasks_of(family, *shape, budget);
           plan.cost = family.cost(*shape);
           if (request.ring != ProductRing::kPlain)
             plan.ring_words = family.product_bytes(*shape) / sizeof(u32);

@@ -64,6 +64,14 @@ std::optional<SwapPlan> within(const SwapPlan& plan, const SwapBudget& budget) {
   return plan;
 }
 
+// Scratch grows with the tasks: half or a quarter of them may do where the memory is short.
+template <class Plan>
+std::optional<SwapPlan> with_fewer_tasks(SwapBudget budget, Plan&& plan) {
+  for (u32 i = 0; i < 3; i++, budget.tds = (budget.tds + 1) / 2)
+    if (const std::optional<SwapPlan> found = plan(budget)) return found;
+  return std::nullopt;
+}
+
 // What both schemes have cut, and how they begin and end.
 class RamProduct {
  public:
@@ -132,15 +140,17 @@ class RamProduct {
 }  // namespace
 
 std::optional<SwapPlan> plan_ram(const SwapRequest& request, const SwapBudget& budget) {
-  if (request.ring != ProductRing::kPlain) {
-    const std::optional<SwapPlan> plan = plan_ring(request, budget);
-    return plan ? within(*plan, budget) : plan;
-  }
-  const u64 words = request.product_words();
-  if (words > table().max_words()) return std::nullopt;
-  if (const auto plan = within(plan_direct(table().get_algorithm(words), request, budget), budget))
-    return plan;
-  return within(plan_direct(table().get_lean_algorithm(words), request, budget), budget);
+  return with_fewer_tasks(budget, [&](const SwapBudget& share) -> std::optional<SwapPlan> {
+    if (request.ring != ProductRing::kPlain) {
+      const std::optional<SwapPlan> plan = plan_ring(request, share);
+      return plan ? within(*plan, share) : plan;
+    }
+    const u64 words = request.product_words();
+    if (words > table().max_words()) return std::nullopt;
+    if (const auto plan = within(plan_direct(table().get_algorithm(words), request, share), share))
+      return plan;
+    return within(plan_direct(table().get_lean_algorithm(words), request, share), share);
+  });
 }
 
 std::optional<SwapPlan> plan_ram_by(const Algorithm& algorithm, const SwapRequest& request,
@@ -153,14 +163,16 @@ std::optional<SwapPlan> plan_ram_halves(const SwapRequest& request, const SwapBu
   const u64 words = request.product_words(), bits = 32 * words;
   if (request.ring != ProductRing::kPlain || words > table().max_words()) return std::nullopt;
   const Algorithm& algorithm = table().get_lean_algorithm(words);
-  // The product may be written over the operands where halves take less than the direct way.
-  const ProductSizes bounded = algorithm.bounded_sizes(bits, 0, budget.tds);
-  const MultiplySizes direct = algorithm.sizes(bits, budget.tds);
-  const u64 bytes = request.square() ? bounded.square_bytes : bounded.product_bytes;
-  if (bytes >= (request.square() ? direct.square_bytes() : direct.total_bytes())) return std::nullopt;
-  return within(plan_of(SwapScheme::kRamHalves, request, budget, 0,
-                        {&algorithm, bits, 0, algorithm.table_bytes(bits), bytes}),
-                budget);
+  return with_fewer_tasks(budget, [&](const SwapBudget& share) -> std::optional<SwapPlan> {
+    // The product may be written over the operands where halves take less than the direct way.
+    const ProductSizes bounded = algorithm.bounded_sizes(bits, 0, share.tds);
+    const MultiplySizes direct = algorithm.sizes(bits, share.tds);
+    const u64 bytes = request.square() ? bounded.square_bytes : bounded.product_bytes;
+    if (bytes >= (request.square() ? direct.square_bytes() : direct.total_bytes())) return std::nullopt;
+    return within(plan_of(SwapScheme::kRamHalves, request, share, 0,
+                          {&algorithm, bits, 0, algorithm.table_bytes(bits), bytes}),
+                  share);
+  });
 }
 
 bool run_ram(const SwapWork& work) {

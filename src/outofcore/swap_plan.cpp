@@ -75,7 +75,8 @@ std::optional<SwapPlan> plan_swap_product(SwapScheme scheme, const FarFamily* fa
   if (scheme == SwapScheme::kCrtHalves) return plan_crt_halves(*family, request, budget);
   const auto direct = scheme == SwapScheme::kPrimeGroups ? plan_prime_groups(*family, request, budget)
                                                          : plan_passes(scheme, *family, request, budget);
-  const auto stretched = plan_stretched(scheme, *family, request, budget);
+  // A kept operand has the transforms of one shape.
+  const auto stretched = request.kept ? std::nullopt : plan_stretched(scheme, *family, request, budget);
   return stretched && (!direct || is_worth_it(*stretched, *direct)) ? stretched : direct;
 }
 
