@@ -14,8 +14,9 @@
 namespace orl {
 namespace {
 
-// A process may have 1024 files open; a stream may have more.
-constexpr std::size_t kMaxOpenFiles = 64;
+// A process may have 1024 files open, or as few as somebody allows it; a stream may have more. Half of them are for
+// others.
+u64 most_open_files() { return std::clamp<u64>(open_file_limit() / 2, 1, 64); }
 
 constexpr std::string_view kExtension = ".ovd";
 
@@ -88,7 +89,7 @@ BasicOvdFileWriter& BasicOvdSetWriter::file(u64 id) {
   const std::lock_guard lock(mutex_);
   const auto found = files_.find(id);
   if (found != files_.end()) return *found->second;
-  if (open_.size() >= kMaxOpenFiles) {
+  if (open_.size() >= most_open_files()) {
     for (BasicOvdFileWriter* file : open_) file->park();
     open_.clear();
   }
@@ -211,7 +212,7 @@ BasicOvdSetReader::OpenFile BasicOvdSetReader::open_file(u64 id) const {
 BasicOvdSetReader::OpenFile BasicOvdSetReader::load_file(u64 id) {
   const std::lock_guard lock(mutex_);
   if (const auto found = files_.find(id); found != files_.end()) return found->second;
-  if (files_.size() >= kMaxOpenFiles) files_.clear();
+  if (files_.size() >= most_open_files()) files_.clear();
   OpenFile opened = open_file(id);
   const OvdHeader& first = first_->header();
   const OvdHeader& header = opened->header();

@@ -64,6 +64,11 @@ u64 file_length_limit() {
   return limit.rlim_cur;
 }
 
+u64 open_file_limit() {
+  rlimit limit{};
+  return getrlimit(RLIMIT_NOFILE, &limit) == 0 ? limit.rlim_cur : 1024;
+}
+
 u64 file_system_of(const std::string& folder) {
   struct stat found {};
   return stat(name_of(folder), &found) == 0 ? found.st_dev : 0;

@@ -22,6 +22,8 @@ bool make_folders(const std::string& folder);
 u64 free_bytes(const std::string& folder);
 /// The length that this process may give a file; all ones without a limit.
 u64 file_length_limit();
+/// Files that this process may have open at a time.
+u64 open_file_limit();
 /// The number of the file system that `folder` lies on; 0 when the system does not tell.
 u64 file_system_of(const std::string& folder);
 

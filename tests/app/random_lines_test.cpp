@@ -27,6 +27,7 @@
 #include "support/fake_file_calls.h"
 #include "support/files.h"
 #include "support/random_words.h"
+#include "support/sanitized.h"
 #include "viewer/digit_viewer.h"
 
 namespace orvane {
@@ -41,7 +42,7 @@ constexpr u64 kMaxHexadecimal = 830482023721945;  // the largest worth at most k
 
 u64 how_many() {
   const char* const text = std::getenv("ORVANE_TEST_LINES");
-  return text ? std::strtoull(text, nullptr, 10) : 1000;
+  return text ? std::strtoull(text, nullptr, 10) : orl::test::kSanitized ? 200 : 1000;
 }
 
 // What a number means, said a second time: by regular expressions and floating point. None where it is refused.

@@ -645,7 +645,7 @@ TEST(OvdSet, MayHaveMoreFilesThanAProcessMayOpen) {
   const std::vector<u8> digits = random_digits(random, 10, 30000);
   rlimit limit{};
   getrlimit(RLIMIT_NOFILE, &limit);
-  const rlimit low{100, limit.rlim_max};
+  const rlimit low{40, limit.rlim_max};
   setrlimit(RLIMIT_NOFILE, &low);
   {
     FakeFileCalls calls;  // spares the flushes
