@@ -49,6 +49,58 @@ TEST(Report, PassesTheValidatorUntilAByteChanges) {
   EXPECT_TRUE(holds(bad.output, "Validation Failed: Invalid Hash")) << bad.output;
 }
 
+// Text and sets, both radices, by command and by option; a digit that changes, two that change places, one that is
+// missing.
+TEST(Report, IsHeldAgainstTheDigitsOfItsRun) {
+  const struct {
+    std::vector<std::string> options;
+    bool set;
+  } runs[] = {{{"-dec:12000", "-hex:500"}, false}, {{"-dec:1000001", "-hex:1000001", "-C:1000000"}, true}};
+  for (const auto& row : runs) {
+    TemporaryFolder folder;
+    std::vector<std::string> arguments = {"custom", "pi", "-bbp:0"};
+    arguments.insert(arguments.end(), row.options.begin(), row.options.end());
+    ASSERT_EQ(run_in(folder, arguments).status, 0);
+    const std::string report = reports(folder, ".txt").at(0);
+    for (const std::string radix : {"Dec", "Hex"}) {
+      const std::string name = "Pi - " + radix + " - Chudnovsky";
+      const std::string path = row.set ? name + "/" + name + " - 0.ovd" : name + ".txt";
+      SCOPED_TRACE(path);
+      const auto expect = [&](int status, const char* words) {
+        for (const std::vector<std::string>& line : {std::vector<std::string>{"checkdigits", path, report},
+                                                     {"digitviewer", path, "-check", report}}) {
+          const Outcome check = run_in(folder, line);
+          EXPECT_EQ(check.status, status) << check.output;
+          EXPECT_TRUE(holds(check.output, words)) << check.output;
+        }
+      };
+      expect(0, "digits are those of the report: counts, hash and SHA-256.");
+      const std::string file = folder.file(path), digits = read_file(file);
+      std::string changed = digits;
+      // One of the last digits, or some of the last word of a file of the set.
+      changed[changed.size() - 2] ^= 1;
+      orl::test::write_file(file, changed);
+      expect(1, "Hash of the file: ");
+      if (row.set) continue;
+      const auto at =
+          digits.find("14", 100) == std::string::npos ? digits.find("89", 100) : digits.find("14", 100);
+      changed = digits;
+      std::swap(changed[at], changed[at + 1]);
+      orl::test::write_file(file, changed);
+      expect(1, "SHA-256 of the file: ");
+      orl::test::write_file(file, digits.substr(0, digits.size() - 1));
+      expect(1, "Digits of the file: ");
+      orl::test::write_file(file, "4" + digits.substr(1));
+      expect(1, "Hash of the file: ");
+    }
+  }
+  TemporaryFolder folder;
+  ASSERT_EQ(run_in(folder, {"custom", "pi", "-dec:100", "-od:0"}).status, 0);
+  orl::test::write_file(folder.file("hex.txt"), "3.243f6a8885a308d3");
+  EXPECT_TRUE(holds(run_in(folder, {"checkdigits", "hex.txt", reports(folder, ".txt").at(0)}).output,
+                    "The report has no digits of this radix."));
+}
+
 TEST(Report, StandsThoughStoredDigitsDiffer) {
   const std::string pi = read_file(kStoredPi);
   // 1 is the first digit after the point; the writing of files makes no difference.
