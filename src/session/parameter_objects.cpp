@@ -60,7 +60,10 @@ void write_output_switches(Object& object, const ComputeParameters& parameters) 
   object.add_bool("OutputVerify", parameters.verify_conversion);
   object.add_bool("JsonResults", parameters.json_results);
   object.add_bool("Overwrite", parameters.overwrite);
-  object.add_string("BbpCheck", !parameters.pi_proof ? "auto" : *parameters.pi_proof ? "true" : "false");
+  if (parameters.pi_proof)
+    object.add_bool("BbpCheck", *parameters.pi_proof);
+  else
+    object.add_string("BbpCheck", "auto");
 }
 
 Object dump_output(const ComputeParameters& parameters) {

@@ -83,8 +83,9 @@ for label, key in ('Spot Check:', 'SpotCheck'), ('Timer Sanity Check:', 'TimerSa
 for label, key in ('Start Date:', 'StartDate'), ('End Date:', 'EndDate'):
     shown = datetime.datetime.strptime(value(text, label), '%a %b %d %H:%M:%S %Y')
     expect(label, datetime.datetime.fromisoformat(times[key]).replace(tzinfo=None), shown)
+# The clocks of a stage and of its parts are read one behind the other: a machine in use may take its time between them.
 for stage in times['Stages']:
-    expect('parts of ' + stage['Name'], sum(part['Microseconds'] for part in stage['Parts']), stage['Microseconds'], 2e3)
+    expect('parts of ' + stage['Name'], sum(part['Microseconds'] for part in stage['Parts']), stage['Microseconds'], 5e4)
 for part in 'DecimalDigits', 'HexadecimalDigits':
     expect('HashText', results[part]['HashText'], str(results[part]['Hash']))
 expect('PeakMemory', mode['PeakMemory'] > working, True)
