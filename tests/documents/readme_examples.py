@@ -1,20 +1,23 @@
 #!/usr/bin/env python3
-"""Runs README's examples as they are printed, in a folder that looks like a fresh checkout after a build.
+"""Runs the examples of README and of the digit viewer's page as they are printed, in a folder that looks like a fresh
+checkout after a build.
 
   readme_examples.py --program build/release/orvane
 
 An example is a line "$ COMMAND" of an indented block; what follows it in the block must come out, "..." standing for any
-lines. Times and dates may differ. The commands of its table of constants run at 10,000 digits, each with all the algorithms
+lines. Times and dates may differ. The commands of README's table of constants run at 10,000 digits, each with all the algorithms
 that stand beside it. All get `priority:0`: as root they would keep the machine from its other work."""
 import argparse
 import pathlib
 import re
+import resource
 import shlex
 import subprocess
 import sys
 import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
+MOST_SECONDS = 20  # of the processor, in all
 VARYING = [(r"\d+\.\d+ seconds", "<seconds>"), (r"\d{8}-\d{6}", "<stamp>"), (r" +", " ")]
 
 
@@ -53,7 +56,7 @@ class Checkout:
 
     def run(self, command, wanted=()):
         words = shlex.split(command)
-        done = subprocess.run([words[0], "priority:0", *words[1:]], cwd=self.folder, stdin=subprocess.DEVNULL,
+        done = subprocess.run([self.folder / words[0], "priority:0", *words[1:]], cwd=self.folder, stdin=subprocess.DEVNULL,
                               capture_output=True, text=True, timeout=120)
         missing = missing_line(wanted, plain(done.stdout))
         if done.returncode or missing:
@@ -65,11 +68,11 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--program", type=pathlib.Path, required=True)
     options = parser.parse_args()
-    text = (ROOT / "README.md").read_text()
+    readme, viewer = ((ROOT / name).read_text() for name in ("README.md", "docs/digit-viewer.md"))
     examples = rows = 0
     with tempfile.TemporaryDirectory() as folder:
         checkout = Checkout(folder, options.program)
-        for paragraph, block in blocks(text):
+        for paragraph, block in [*blocks(readme), *blocks(viewer)]:
             name = re.search(r"`([\w-]+\.cfg)`", paragraph)
             if name and block.startswith("{"):
                 (checkout.folder / name[1]).write_text(block.split("\n$ ")[0])
@@ -77,17 +80,16 @@ def main():
                 command, _, output = example.partition("\n")
                 checkout.run(command, plain(output))
                 examples += 1
-        for command, algorithms in re.findall(r"^\|[^|]*\| `(\./orvane custom [^`]*)` \|([^|]*)\|$", text, re.M):
-            small = command.replace("-dec:10m", "-dec:10k") + " -od:0"
+        for command, algorithms in re.findall(r"^\|[^|]*\| `(\./orvane custom [^`]*)` \|([^|]*)\|$", readme, re.M):
             names = re.findall(r"`([^`]+)`", algorithms.split(";")[0])
-            for algorithm in names:
-                suffixed = [name for name in names if name.startswith("-")]
-                if algorithm.startswith("-") or ":" in algorithm:
-                    continue
-                for name in [algorithm, *(algorithm + suffix for suffix in suffixed)]:
-                    checkout.run(f"{small} '-algorithm:{name}'")
-                    rows += 1
-    if examples < 4 or rows < 15:
+            endings = ["", *(name for name in names if name.startswith("-"))]
+            for name in (name + ending for name in names if not name.startswith("-") for ending in endings):
+                checkout.run(command.replace("-dec:10m", "-dec:10k") + f" -od:0 '-algorithm:{name}'")
+                rows += 1
+    spent = resource.getrusage(resource.RUSAGE_CHILDREN).ru_utime
+    if spent > MOST_SECONDS:
+        checkout.faults.append(f"the examples took {spent:.1f} s of processor time, more than {MOST_SECONDS}")
+    if examples < 7 or rows < 15:
         checkout.faults.append(f"only {examples} examples and {rows} commands of the table were found")
     return checkout.faults
 
