@@ -69,12 +69,12 @@ void choose_offset(BbpTask& task) {
 
 void choose_digits(BbpTask& task) {
   console::println("\nSelect the # of digits to compute after the offset:", 'w');
-  task.digits = console::read_bounded("digits: ", kMinBbpDigits, kMaxBbpDigits);
+  task.digits = console::read_bounded("digits (8 to 1,048,576): ", kMinBbpDigits, kMaxBbpDigits);
 }
 
 void choose_threads(BbpTask& task) {
   console::println("\nSelect the # of threads to use:", 'w');
-  task.threads = console::read_bounded("threads: ", 1, orl::kMaxThreads);
+  task.threads = console::read_bounded("threads (1 to 65,536): ", 1, orl::kMaxThreads);
 }
 
 // Until the user starts the computation.

@@ -154,8 +154,8 @@ void change(StressSettings& settings, u64 choice) {
     case 3:
       return choose_memory(settings);
     case 4:
-      settings.seconds = console::read_bounded("\nSeconds per test: ", 1, StressSettings::kMaxSeconds, 'G',
-                                               orl::NumberForm::kInteger);
+      settings.seconds = console::read_bounded("\nSeconds per test (1 to 1,000,000): ", 1,
+                                               StressSettings::kMaxSeconds, 'G', orl::NumberForm::kInteger);
       return;
     case 5:
       settings.stop_on_error = !settings.stop_on_error;

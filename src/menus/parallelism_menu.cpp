@@ -23,7 +23,7 @@ u64 ask_decomposition() {
   console::newline();
   for (const char* line : kDecompositionHelp) console::println(line, 'w');
   console::newline();
-  return console::read_bounded("Task Decomposition: ", 1, kMaxTaskDecomposition, 'G');
+  return console::read_bounded("Task Decomposition (1 to 65,536): ", 1, kMaxTaskDecomposition, 'G');
 }
 
 void choose_framework(Parallelism& settings) {

@@ -26,6 +26,11 @@ void warn(const std::string& text) {
   console::println(text, 'Y');
 }
 
+void warn_of_few_digits(const std::string& text) {
+  warn(text + "\nA compressed file holds at least " + orl::format_with_commas(kMinDigitsPerFile) +
+       " digits.");
+}
+
 constexpr long double kLog10Of16 = 1.20411998265592478085495557889797L;
 
 // Decimal digits that `digits` hexadecimal ones are worth, rounded up; log10(16) = 1.2041199826559247808...
@@ -101,7 +106,7 @@ void ComputeParameters::digits_changed() {
   constant_->set_precision(precision_.digits);
   const bool few_hexadecimal = hexadecimal_digits_ != 0 && hexadecimal_digits_ < kMinDigitsPerFile;
   if (digits_per_file_ != 0 && (few_hexadecimal || decimal_digits_ < kMinDigitsPerFile)) {
-    warn("Digits per file below minimum: Disabling compression.");
+    warn_of_few_digits("Digits per file below minimum: Disabling compression.");
     digits_per_file_ = 0;
   }
 }
@@ -112,11 +117,11 @@ void ComputeParameters::request_digits_per_file(u64 digits) {
     digits_per_file_ = 0;
   else if (decimal_digits_ < kMinDigitsPerFile ||
            (hexadecimal_digits_ != 0 && hexadecimal_digits_ < kMinDigitsPerFile))
-    warn("Too few digits to compress.");
+    warn_of_few_digits("Too few digits to compress.");
   else if (digits >= kMinDigitsPerFile)
     digits_per_file_ = digits;
   else
-    warn("Too few digits for file.");
+    warn_of_few_digits("Too few digits for file.");
 }
 
 void ComputeParameters::settle_digits_per_file() {

@@ -81,9 +81,10 @@ std::string told(const std::function<void(ComputeParameters&)>& body) {
 }
 
 TEST(Parameters, FollowTheFileSizeRule) {
-  const std::string to_compress = "Warning: Too few digits to compress.\n",
-                    for_file = "Warning: Too few digits for file.\n",
-                    disabling = "Warning: Digits per file below minimum: Disabling compression.\n",
+  const std::string least = "\nA compressed file holds at least 1,000,000 digits.\n",
+                    to_compress = "Warning: Too few digits to compress." + least,
+                    for_file = "Warning: Too few digits for file." + least,
+                    disabling = "Warning: Digits per file below minimum: Disabling compression." + least,
                     one = "= 18446744073709551615\n";
   EXPECT_EQ(told([](auto& p) { p.request_digits_per_file(1000000); }), "= 1000000\n");
   EXPECT_EQ(told([](auto& p) { p.request_digits_per_file(kOneFile); }), one);
