@@ -206,10 +206,11 @@ TEST(SwapProduct, ByAKeptOperandMovesLess) {
       const FarFamily* const family = find_far_family(way.family);
       SwapRequest request = whole_product(90000, 70000);
       request.ring = ring;
-      const auto whole = plan_swap_product(way.scheme, family, request, place.budget(u64{4} << 20));
       request.kept = true;
       const auto plan = plan_swap_product(way.scheme, family, request, place.budget(u64{4} << 20));
       if (!plan) continue;
+      SwapPlan whole = *plan;
+      whole.request.kept = false;
       SwapDescriptor disk(place.folders.descriptor);
       const std::vector<u32> B = random.words<u32>(request.b_words);
       const SwapNumber b = swap_number(disk, none, B);
@@ -219,7 +220,7 @@ TEST(SwapProduct, ByAKeptOperandMovesLess) {
       // The first of the products reads b.
       u64 moved[2];
       for (u32 i = 0; i < 2; i++) {
-        const SwapPlan& by = i == 0 ? *whole : *plan;
+        const SwapPlan& by = i == 0 ? whole : *plan;
         const std::vector<u32> A = random.words<u32>(request.a_words);
         const SwapNumber a = swap_number(disk, none, A);
         SwapNumber product(disk, by.wanted_words());
