@@ -70,19 +70,19 @@ TEST_P(ResidueTest, NumbersOnDisksMultiplyByGroupsOfPrimesAndByRows) {
   const FarFamily& family = c17_far_family();
   for (u32 P = 4; P <= 9; ++P)
     for (const u32 k : {1u, 3u, 5u, 7u}) {
-      if ((P + k / 2) % 2 && (kSanitized || GetParam() == simd::Target::kAvx2)) continue;
-      check_far(family, {P, k, static_cast<u32>(random.between(9, 10))}, {}, random);
+      if ((P + k / 2) % 2 && (kSanitized || GetParam() != simd::Target::kAvx512)) continue;
+      check_far(family, {P, k, 9}, {}, random);
     }
   check_far(family, {5, 3, 13}, {}, random);
   if (GetParam() == simd::Target::kScalar) return;
   for (u32 levels = 1; levels <= 4; ++levels)
-    check_far(family, {4 + levels, 2 * (levels % 4) + 1, 9 + levels}, {levels}, random);
+    check_far(family, {4 + levels, 2 * (levels % 4) + 1, 9 + levels}, {levels}, random, levels < 3 ? 3 : 1);
   check_far(family, {4, 1, 14}, {2, 3}, random);
 }
 
 TEST(ResidueNesting, StripesOfMoreLevelsThanATileTakes) {
   Random random;
-  if (!kSanitized) check_far(c17_far_family(), {4, 1, 18}, {9}, random);
+  if (!kSanitized) check_far(c17_far_family(), {4, 1, 18}, {9}, random, 1);
   check_far(c17_far_family(), {4, 3, 14}, {5}, random);
 }
 
