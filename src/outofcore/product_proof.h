@@ -4,6 +4,9 @@
 // The residues of the operands are taken from each full read and must agree with what the number says of itself and with
 // the read before; that of the product from the words that the transforms have given, before anybody stores them. So a
 // bit that changes in an operand's file, in a file of residues or in memory ends the product.
+//
+// W^n + 1 has no small divisor of that kind where n is a large power of two times a small number, as shapes of these
+// products have it: there the bound of coefficients is all, and whoever makes more of the product proves that.
 #pragma once
 
 #include <optional>
