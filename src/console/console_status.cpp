@@ -64,7 +64,7 @@ void LinearConsoleNode::follow_parts(bool structure) {
       part_ = part;
     }
   }
-  if (const double fraction = stated_fraction(); fraction >= 0) progress_->set_fraction(fraction);
+  if (const Stated now = stated(); now.fraction >= 0) progress_->set_fraction(now.fraction, now.goal);
 }
 
 void LinearConsoleNode::changed(bool structure) {

@@ -53,9 +53,10 @@ RunProgress::RunProgress(std::vector<PlannedWork> plan)
 }
 
 void RunProgress::go_to(u64 entry, double now) {
+  if (entry_ == 0) prepared_ = now;
   entry_ = entry;
   entered_ = changed_ = now;
-  fraction_ = 0;
+  base_ = fraction_ = goal_ = 0;
   tells_ = false;
 }
 
@@ -71,12 +72,20 @@ void RunProgress::open_part(std::string_view text) {
   }
 }
 
-void RunProgress::set_fraction(double fraction) {
+void RunProgress::set_fraction(double fraction, double goal) {
+  constexpr double kLongestStart = 0.5;
   const std::lock_guard guard(lock_);
-  tells_ = tells_ || open_;
-  if (!open_ || fraction <= fraction_) return;
-  fraction_ = fraction;
-  changed_ = monotonic_seconds();
+  if (!open_) return;
+  const double now = monotonic_seconds();
+  // A part may have done something else before, such as the powers of a conversion.
+  if (!tells_) base_ = std::min(fraction_at(now), kLongestStart);
+  const auto of_entry = [&](double stated) { return base_ + (1 - base_) * std::min(stated, 1.0); };
+  if (tells_ && of_entry(fraction) < fraction_) return;
+  goal_ = of_entry(goal);
+  if (tells_ && of_entry(fraction) == fraction_) return;
+  tells_ = true;
+  fraction_ = of_entry(fraction);
+  changed_ = now;
 }
 
 void RunProgress::record(std::string_view part, double now) {
@@ -116,23 +125,26 @@ std::vector<SpentWork> RunProgress::finish_stage(std::string_view stage) {
   return fresh;
 }
 
-// Work done per second so far; that of the plan's machine while nothing is known.
+// Work done per second so far. While little is known, that of the plan's machine, with half of what the first entry says,
+// in its logarithm.
 double RunProgress::speed_at(double now, double fraction) const {
   constexpr double kEnough = 0.02;  // of the plan, before this machine's own speed is believed
-  const double work = before_[entry_] + (entry_ < plan_.size() ? plan_[entry_].seconds * fraction : 0);
-  const double passed = now - start_;
-  return work > kEnough * before_.back() && passed > 0 ? work / passed : 1;
+  if (entry_ == 0) return 1;
+  const double first = before_[1];
+  const double work =
+      before_[entry_] + (entry_ < plan_.size() ? plan_[entry_].seconds * fraction : 0) - first;
+  if (work > kEnough * before_.back() && now > prepared_) return work / (now - prepared_);
+  return first > 0 && prepared_ > start_ ? std::sqrt(first / (prepared_ - start_)) : 1;
 }
 
 double RunProgress::fraction_at(double now) const {
-  if (entry_ >= plan_.size()) return 0;
-  if (fraction_ > 0) {
-    const double whole = (changed_ - entered_) / fraction_;
-    return fraction_ + (1 - fraction_) * fraction_by_time(now - changed_, whole * (1 - fraction_));
-  }
   // Until it first says more than nothing, a part that will is not believed to be far.
-  const double most = tells_ ? 0.25 : 1;
-  return most * fraction_by_time(now - entered_, most * plan_[entry_].seconds / speed_at(entered_, 0));
+  constexpr double kUnknownStep = 0.25;
+  if (entry_ >= plan_.size()) return 0;
+  double step = goal_ - fraction_;
+  if (step <= 0) step = tells_ && fraction_ == base_ ? kUnknownStep * (1 - base_) : 1 - fraction_;
+  const double expected = step * plan_[entry_].seconds / speed_at(changed_, fraction_);
+  return fraction_ + step * fraction_by_time(now - changed_, expected);
 }
 
 RunProgress::Reading RunProgress::read() {

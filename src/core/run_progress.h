@@ -1,9 +1,10 @@
 // How far a long run is, from a plan of its work and what has been done of it.
 //
 // A run goes through stages, and a stage through parts. The plan gives the work of each in the seconds that it took on
-// the machine where it was measured; this machine's speed is learned while the run goes on. Within a part that
-// states no fraction of its own time stands for work, slower and slower when it takes longer than expected, so that
-// the reading moves at any time and never goes back.
+// the machine where it was measured; this machine's speed is learned while the run goes on, from what lies behind the
+// first entry, which prepares the memory and says little about the rest. Between two fractions that a
+// part states, and in a part that states none, time stands for work, slower and slower when it takes longer than
+// expected, so that the reading moves at any time and never goes back.
 //
 // Threads  the run's thread opens and closes; any other may read.
 #pragma once
@@ -45,8 +46,9 @@ class RunProgress : Uncopied {
 
   /// A part begins; one that the plan does not know counts to the entry in work.
   void open_part(std::string_view text);
-  /// The part in work says of itself how much of it is done.
-  void set_fraction(double fraction);
+  /// The part in work says of itself how much of it is done, and what it will say next; a goal that is not above the
+  /// fraction is not known.
+  void set_fraction(double fraction, double goal = 0);
   /// The part in work is done.
   void close_part();
   /// The stage is done, with all of its entries. Returns what its parts and its rest took.
@@ -66,9 +68,12 @@ class RunProgress : Uncopied {
   std::vector<double> before_;  ///< work of all entries before each, and of all
   mutable SpinLock lock_;
   const double start_;
+  double prepared_ = 0;       ///< when the first entry was done
   u64 entry_ = 0;             ///< in work
   double entered_, changed_;  ///< when the entry began, and when it last said how much is done
-  double fraction_ = 0;       ///< as it said
+  double base_ = 0;           ///< share of it that was done when it first said so
+  double fraction_ = 0;       ///< of the entry, by what it said of what is behind the base
+  double goal_ = 0;           ///< the fraction that it will come to next; not above fraction_: not known
   bool tells_ = false;        ///< it says how much is done, if only that nothing is
   double best_ = 0;           ///< the last reading
   double recorded_wall_, recorded_cpu_;

@@ -154,6 +154,13 @@ void LinearNode::set_progress(double fraction) {
   changed(false);
 }
 
+void LinearNode::set_goal(double fraction) {
+  if (depth_ == 0 || depth_ > kMaxStatusFrames) return;
+  goal_ = fraction;
+  goal_frame_ = frames_[depth_ - 1].id;
+  changed(false);
+}
+
 void LinearNode::set_line(std::string_view text, double fraction) {
   if (depth_ == 0 || depth_ > kMaxStatusFrames) return;
   copy_text(frames_[depth_ - 1].text, text);
@@ -193,10 +200,13 @@ void LinearNode::compose(Line& line, u32 width) const {
   label.finish();
 }
 
-double LinearNode::stated_fraction() const {
-  for (u32 i = 0; i < std::min(depth_, kMaxStatusFrames); i++)
-    if (frames_[i].progress >= 0) return frames_[i].progress;
-  return -1;
+LinearNode::Stated LinearNode::stated() const {
+  for (u32 i = 0; i < std::min(depth_, kMaxStatusFrames); i++) {
+    if (frames_[i].progress < 0) continue;
+    if (frames_[i].id == goal_frame_) return {frames_[i].progress, goal_};
+    if (i == 0) return {frames_[i].progress, 0};
+  }
+  return {};
 }
 
 StatusTree LinearNode::tree() const {

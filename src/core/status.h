@@ -66,6 +66,9 @@ class StatusNode : Uncopied {
   virtual StatusFrameId push_frame(std::string_view text) = 0;
   /// Fraction done of the innermost frame, 0 to 1.
   virtual void set_progress(double fraction) = 0;
+  /// The fraction that the innermost frame will state next, so that time alone can carry a reading of the run up to it.
+  /// Dropped by nodes that count no time.
+  virtual void set_goal(double /*fraction*/) {}
   /// Changes the innermost frame's text, such as "Series: A  3", and its fraction.
   virtual void set_line(std::string_view text, double fraction) = 0;
   /// Shows "label count unit" in place of the frames until the innermost frame changes, such as
@@ -114,6 +117,7 @@ class LinearNode : public StatusNode {
   void pop_frame(std::span<const StatusFrameId> frames) override;
   StatusFrameId push_frame(std::string_view text) override;
   void set_progress(double fraction) override;
+  void set_goal(double fraction) override;
   void set_line(std::string_view text, double fraction) override;
   void show_count(std::string_view label, u64 count, std::string_view unit) override;
   u64 get_completed() const override { return completed_; }
@@ -141,8 +145,13 @@ class LinearNode : public StatusNode {
   void hide_count() { count_.shown = false; }
   /// The outermost frame; null without one.
   const StatusRecord* outermost() const { return depth_ != 0 ? frames_ : nullptr; }
-  /// The fraction of the outermost frame that states one; below 0 when none does.
-  double stated_fraction() const;
+  /// What a frame says of itself.
+  struct Stated {
+    double fraction = -1;  ///< below 0: nothing
+    double goal = 0;       ///< the fraction that it will state next; not above `fraction`: not known
+  };
+  /// Of the outermost frame, or of the one below it that states a goal too: what others say is of themselves alone.
+  Stated stated() const;
   StatusTree tree() const;
   [[noreturn]] void refuse(const char* operation, const char* message) const;
 
@@ -158,7 +167,9 @@ class LinearNode : public StatusNode {
 
   const char* class_name_;
   StatusRecord frames_[kMaxStatusFrames];
-  u32 depth_ = 0;  ///< open frames, those without room included
+  double goal_ = 0;               ///< of the frame below
+  StatusFrameId goal_frame_ = 0;  ///< the last one that stated a goal
+  u32 depth_ = 0;                 ///< open frames, those without room included
   StatusFrameId next_id_ = 1;
   Count count_{};
   u64 completed_ = 0;

@@ -318,13 +318,12 @@ class RamSession {
 
   /// The end of Pi by another formula, where it was asked for or costs little of the run's time.
   void prove_end_of_pi() {
-    constexpr double kShare = 0.05;
     if (parameters_.constant().index() != ConstantIndex::kPi) return;
-    const u64 wanted = parameters_.hexadecimal_digits();
-    const u64 digits = wanted != 0 ? wanted : hexadecimal_equivalent(parameters_.decimal_digits());
+    const u64 digits = pi_proof_digits(parameters_);
     const u64 threads = std::min(parallel_.tds, report_.threads);
     report_.pi_proof.emplace();
-    if (!parameters_.pi_proof.value_or(pi_proof_seconds(digits, threads) < kShare * timer_.wall_seconds()))
+    if (!parameters_.pi_proof.value_or(pi_proof_seconds(digits, threads) <
+                                       kPiProofShare * timer_.wall_seconds()))
       return;
     status_.println("Verifying the Last Digits by the BBP Formula:");
     const auto digits_at = [&](u64 offset, u64 count) { return digits_text(hexadecimal_, offset, count); };

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 #include "core/format.h"
@@ -40,6 +41,14 @@ u64 block_end(const Series<W>& series, u64 a, DoubleDouble smallest, DoubleDoubl
   if (series.size(a, m) < smallest) m = grown_to(smallest);
   if (series.size(a, m) > largest) m = grown_to(largest);
   return m;
+}
+
+/// What a block of so many nats takes beside others: its size by its length's logarithm twice, once for the levels of the
+/// splitting and once for the products of each. Measured for Pi at 10 and 100 million digits, the exponent is 1.75.
+inline double block_work(DoubleDouble nats) {
+  constexpr double kNatsPerWord = 44.4;
+  const double size = nats.to_double();
+  return size * std::pow(std::log2(std::max(size / kNatsPerWord, 2.0)), 1.75);
 }
 
 /// Says so once, when a plan passes kManyBlocks.
@@ -122,8 +131,11 @@ void BlockList<Store, Block>::run(const RunContext& ctx, Store::Frame& frame, Ta
   ctx.status.println(headline_);
   tail = {};
   StatusFrame status(ctx.status, status_);
-  const double whole = series_.size(0, series_.terms()).to_double();
-  double done = 0;
+  const auto work_of = [&](const Block& block) {
+    return block_list::block_work(series_.size(block.a(), block.b()));
+  };
+  double whole = 0, done = 0;
+  for (const auto& block : blocks_) whole += work_of(*block);
   for (u64 i = blocks_.size(); i-- > 0;) {
     const Block& block = *blocks_[i];
     char line[64];
@@ -131,8 +143,9 @@ void BlockList<Store, Block>::run(const RunContext& ctx, Store::Frame& frame, Ta
     std::snprintf(line, sizeof line, "%s: %c  %llu )", status_, leaf ? 'E' : 'A',
                   static_cast<unsigned long long>(i));
     ctx.status.set_line(line, done / whole);
+    done += work_of(block);
+    ctx.status.set_goal(done / whole);
     frame.stage([&] { block.run(ctx, frame, tail, heap); }, tail);
-    done += series_.size(block.a(), block.b()).to_double();
   }
 }
 

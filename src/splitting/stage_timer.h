@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <optional>
 
 #include "core/status.h"
 
@@ -12,9 +13,12 @@ namespace orl {
 class StageTimer {
  public:
   /// `text` such as "Large Multiply..."; it must outlive the stage.
-  StageTimer(StatusNode& status, const char* text) : status_(status), text_(text), frame_(status, text) {}
-  /// Prints the text and the seconds since construction.
+  StageTimer(StatusNode& status, const char* text) : status_(status), text_(text) {
+    frame_.emplace(status, text);
+  }
+  /// Ends the stage; prints the text and the seconds since construction.
   void finish() {
+    frame_.reset();
     const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start_;
     char line[128];
     std::snprintf(line, sizeof line, "%s  %.3f seconds\n", text_, elapsed.count());
@@ -24,7 +28,7 @@ class StageTimer {
  private:
   StatusNode& status_;
   const char* text_;
-  StatusFrame frame_;
+  std::optional<StatusFrame> frame_;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };
 

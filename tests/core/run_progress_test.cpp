@@ -13,7 +13,7 @@ void work(double seconds) { std::this_thread::sleep_for(std::chrono::duration<do
 
 TEST(RunProgress, GoesForwardAndLearnsTheSpeedOfTheMachine) {
   // Planned as ten times what it takes here; the second part is left out, and another one is not planned.
-  RunProgress progress({{"A", "one", 2}, {"A", "two", 1}, {"A", "", 1}, {"B", "", 4}});
+  RunProgress progress({{"Memory", "", 0.01}, {"A", "one", 2}, {"A", "two", 1}, {"A", "", 1}, {"B", "", 4}});
   double last = 0;
   const auto read = [&] {
     const RunProgress::Reading reading = progress.read();
@@ -22,6 +22,7 @@ TEST(RunProgress, GoesForwardAndLearnsTheSpeedOfTheMachine) {
     last = reading.done;
     return reading;
   };
+  progress.finish_stage("Memory");
   progress.open_part("one");
   for (const double fraction : {0.0, 0.25, 0.5, 0.75}) {
     progress.set_fraction(fraction);
@@ -51,6 +52,32 @@ TEST(RunProgress, GoesForwardAndLearnsTheSpeedOfTheMachine) {
   char text[64];
   EXPECT_EQ(progress_text({0.5, 3725, 65}, text), "50.0%  1:02:05  left 0:01:05");
   EXPECT_EQ(progress_text({0, 5, -1}, text), "0:00:05");
+}
+
+TEST(RunProgress, TimeCarriesAPartToWhatItWillSayNextAndNoFurther) {
+  RunProgress progress({{"Memory", "", 1e-6}, {"A", "one", 0.05}, {"A", "two", 0.05}});
+  progress.finish_stage("Memory");
+  progress.open_part("one");
+  progress.set_fraction(0, 0.5);
+  work(0.2);  // more than all of the part was to take
+  const double carried = progress.read().done;
+  EXPECT_GT(carried, 0.2);
+  EXPECT_LE(carried, 0.2501);
+  progress.set_fraction(0.25, 0.5);
+  EXPECT_EQ(progress.read().done, carried) << "it never goes back";
+  progress.set_fraction(0.75, 1);
+  EXPECT_GE(progress.read().done, 0.3749);
+  progress.close_part();
+  // What a part did before it says that nothing of the rest is done counts as done.
+  progress.open_part("two");
+  work(0.2);
+  progress.set_fraction(0, 1);
+  EXPECT_GT(progress.read().done, 0.6);
+  EXPECT_LT(progress.read().done, 0.8);
+  progress.set_fraction(0.5, 1);
+  EXPECT_GT(progress.read().done, 0.8);
+  progress.finish_stage("A");
+  EXPECT_DOUBLE_EQ(progress.read().done, 1);
 }
 
 }  // namespace
