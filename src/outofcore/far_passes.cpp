@@ -1,7 +1,6 @@
 #include "outofcore/far_passes.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <span>
 #include <vector>
@@ -111,22 +110,23 @@ class RowParts {
   RowParts(const PassShape& shape, std::span<FarMemory* const> operands, PassMemory& memory)
       : operands_(operands),
         row_parts_(shape.row_parts),
+        parts_(shape.row_ring),
         points_(shape.batch * shape.row_points() / shape.row_parts),
         bytes_(points_ * shape.packed_bytes),
         count_(shape.channels * shape.shape.points() / points_ * operands.size()) {
     for (Part& part : parts_) part.packed = memory.cut(bytes_);
-    for (u64 q = 0; q < 2; q++) start(q);
+    for (u64 q = 0; q < parts_.size(); q++) start(q);
   }
 
   u64 points() const { return points_; }  // of a part
-  // Calls body(packed) with the next part; then the one after the next begins to come in.
+  // Calls body(packed) with the next part; then another one begins to come in.
   template <class Body>
   void take(Body&& body) {
-    Part& part = parts_[next_ % 2];
+    Part& part = parts_[next_ % parts_.size()];
     part.loading.wait();
     fault_point("swap residues", part.packed, bytes_);
     body(static_cast<const u8*>(part.packed));
-    start(next_++ + 2);
+    start(next_++ + parts_.size());
   }
 
  private:
@@ -137,14 +137,16 @@ class RowParts {
   void start(u64 q) {
     if (q >= count_) return;
     const u64 batch = q / row_parts_ / operands_.size(), operand = q / row_parts_ % operands_.size();
-    parts_[q % 2].loading = operands_[operand]->start_load(
-        parts_[q % 2].packed, (batch * row_parts_ + q % row_parts_) * bytes_, bytes_);
+    Part& part = parts_[q % parts_.size()];
+    part.loading =
+        operands_[operand]->start_load(part.packed, (batch * row_parts_ + q % row_parts_) * bytes_, bytes_);
   }
 
   std::span<FarMemory* const> operands_;
-  u64 row_parts_, points_, bytes_, count_;
+  u64 row_parts_;
+  std::vector<Part> parts_;
+  u64 points_, bytes_, count_;
   u64 next_ = 0;
-  std::array<Part, 2> parts_;
 };
 
 }  // namespace
@@ -165,6 +167,7 @@ void FarPasses::forward(const SwapNumber& operand, WordSums& read, FarMemory& re
   loaded[0].start(0);
   for (u64 i = 0, next = 0; i < stripes.count; i++) {
     OperandStripe& stripe = loaded[i % 2];
+    show(i, stripes.count);
     stripe.wait(read, parallel_);
     if (i + 1 < stripes.count) loaded[(i + 1) % 2].start(i + 1);
     for (u32 c = 0; c < shape_.channels; c++, next = (next + 1) % 3) {
@@ -207,6 +210,7 @@ void FarPasses::columns_within(FarMemory& residues, Direction direction) const {
   };
   load(0);
   for (u64 q = 0; q < count; q++) {
+    show(q, count);
     u8* const mine = packed[q % 3];
     moving[(q + 1) % 3].wait();
     load(q + 1);
@@ -245,6 +249,7 @@ void FarPasses::multiply(FarMemory& residues, FarMemory& other) const {
 
   FarTransfer storing;
   for (u64 first = 0; first < rows * shape_.channels; first += shape_.batch) {
+    show(first, rows * shape_.channels);
     const u32 channel = static_cast<u32>(first / rows);
     const auto node = [&](u64 b) {
       const u64 row = first % rows + b, of_sequence = shape_.rows() * shape_.inner_rows();
@@ -281,7 +286,7 @@ void FarPasses::multiply(FarMemory& residues, FarMemory& other) const {
 bool FarPasses::back(FarMemory& residues, ProductProof& proof, const ProductTarget& target) const {
   if (shape_.inner_levels != 0) columns_within(residues, Direction::kBack);
   const Stripes& stripes = shape_.back;
-  const u64 f = shape_.packed_bytes, channels = shape_.channels, buffers = channels + shape_.ahead();
+  const u64 f = shape_.packed_bytes, channels = shape_.channels, buffers = channels + shape_.ahead;
   const u64 points = shape_.pieces() * stripes.most();
   PassMemory memory(ram_);
   u8* const joined = memory.cut(points * shape_.point_bytes);
@@ -305,6 +310,7 @@ bool FarPasses::back(FarMemory& residues, ProductProof& proof, const ProductTarg
   load_to(buffers);
   transform_.start_runs(shape_.levels, runs);
   for (u64 i = 0; i < stripes.count; i++) {
+    show(i, stripes.count);
     const u64 width = stripes.width(i);
     const auto mine = [&](u64 c) { return packed[(i * channels + c) % buffers]; };
     for (u32 c = 0; c < channels; c++) {

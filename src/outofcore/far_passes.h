@@ -7,6 +7,7 @@
 // Faults    of disks come out of the pass that met them, as exceptions; so does a coefficient that cannot be right.
 #pragma once
 
+#include "core/status.h"
 #include "outofcore/pass_shape.h"
 #include "outofcore/product_proof.h"
 #include "outofcore/product_runs.h"
@@ -17,10 +18,11 @@ namespace orl {
 /// The passes of one shape.
 class FarPasses {
  public:
-  /// `ram` holds shape.memory_bytes; `transform` is of shape.shape.
+  /// `ram` holds shape.memory_bytes; `transform` is of shape.shape. The innermost frame of `status` shows the progress of each
+  /// pass.
   FarPasses(const FarTransform& transform, const PassShape& shape, LinearHeapBuffer ram,
-            ParallelContext parallel)
-      : transform_(transform), shape_(shape), ram_(ram), parallel_(parallel) {}
+            ParallelContext parallel, StatusNode& status)
+      : transform_(transform), shape_(shape), ram_(ram), parallel_(parallel), status_(status) {}
 
   /// The operand's residues, with all levels that rows have not, to `residues` of shape.residue_bytes(). Adds the operand's
   /// words to `read`.
@@ -34,6 +36,10 @@ class FarPasses {
  private:
   enum class Direction : u8 { kForward, kBack };
 
+  // `done` of `all` steps of a pass.
+  void show(u64 done, u64 all) const {
+    status_.set_progress(static_cast<double>(done) / static_cast<double>(all));
+  }
   void columns_within(FarMemory& residues, Direction direction) const;
   FarStripe outer(u64 begin, u64 width) const { return {{}, shape_.levels, begin, width}; }
 
@@ -41,6 +47,7 @@ class FarPasses {
   const PassShape shape_;
   LinearHeapBuffer ram_;
   ParallelContext parallel_;
+  StatusNode& status_;
 };
 
 }  // namespace orl

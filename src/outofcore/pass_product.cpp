@@ -64,7 +64,7 @@ struct PassesAtWork {
       : memory(run.memory),
         tables(memory.cut_buffer(family.table_bytes(plan.shape))),
         transform(family.make(plan.shape, plan.request.ring, tables)),
-        passes(*transform, plan.passes, memory, run.parallel.with_tds(plan.tds)) {}
+        passes(*transform, plan.passes, memory, run.parallel.with_tds(plan.tds), run.status) {}
 
   LinearHeapBuffer memory, tables;
   std::unique_ptr<FarTransform> transform;

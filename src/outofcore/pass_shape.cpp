@@ -21,8 +21,10 @@ constexpr u64 kBatches = 16;
 // Points of a task that work on a part of a stripe keeps busy, and columns of a part at least.
 constexpr u64 kTaskPoints = 1 << 15;
 constexpr u64 kLeastPart = 64;
-// Parts that a batch of rows comes in by at most.
+// Parts that a row comes in by at most.
 constexpr u64 kMostRowParts = 16;
+// Channels of the next stripe that are in memory during a join at least.
+constexpr u64 kLeastAhead = 2;
 
 u64 divide_up(u64 a, u64 b) { return a / b + (a % b != 0); }
 
@@ -124,7 +126,7 @@ class Planner {
   }
 
   bool choose_outer(PassShape& shape) const {
-    const u64 b = shape.point_bytes, f = shape.packed_bytes, waiting = shape.channels + shape.ahead();
+    const u64 b = shape.point_bytes, f = shape.packed_bytes;
     StripePass pass{};
     pass.columns = shape.columns();
     pass.pieces = shape.pieces();
@@ -135,9 +137,24 @@ class Planner {
     if (!cut(shape, with_parts(pass, shape, {}, shape.levels, 1), shape.forward)) return false;
     shape.runs_bytes = pass.runs_bytes = family_.runs_bytes(shape.shape, shape.levels);
     pass.word_bytes = b;
-    pass.copies = b + waiting * f;
-    pass.buffers = 1 + waiting;
-    return cut(shape, with_parts(pass, shape, {}, shape.levels, shape.channels), shape.back);
+    const StripePass joined = with_parts(pass, shape, {}, shape.levels, shape.channels);
+    const auto with_ahead = [&](u64 ahead) {
+      StripePass back = joined;
+      back.copies = b + (shape.channels + ahead) * f;
+      back.buffers = 1 + shape.channels + ahead;
+      return back;
+    };
+    shape.ahead = std::min(shape.channels, kLeastAhead);
+    if (!cut(shape, with_ahead(shape.ahead), shape.back)) return false;
+    // What memory has left takes more of the next stripe.
+    for (u64 ahead = shape.ahead + 1; ahead <= shape.channels; ahead++) {
+      const StripePass more = with_ahead(ahead);
+      const u64 bytes = more.pieces * shape.back.most() * more.copies + more.fixed();
+      if (bytes > limits_.memory_bytes) break;
+      shape.ahead = ahead;
+      shape.memory_bytes = std::max(shape.memory_bytes, bytes);
+    }
+    return true;
   }
 
   bool choose_inner(PassShape& shape) const {
@@ -150,7 +167,7 @@ class Planner {
     return cut(shape, with_parts(pass, shape, {shape.levels, 0, 0}, shape.inner_levels, 1), shape.inner);
   }
 
-  // As many rows together as leave enough batches; a row that fills memory comes in by parts.
+  // As many rows together as leave enough batches; a row that fills memory comes in by parts, as many as there is room for.
   bool choose_rows(PassShape& shape) const {
     const u32 levels = shape.levels + shape.inner_levels;
     const u64 packed = shape.row_points() * shape.packed_bytes, rows = shape.rows() * shape.inner_rows();
@@ -159,23 +176,23 @@ class Planner {
     const auto bytes = [&] {
       return kIoAlignment + pass_buffer_bytes(shape.scratch_bytes) +
              2 * pass_buffer_bytes(shape.batch * shape.node_bytes) +
-             2 * pass_buffer_bytes(shape.batch * packed / shape.row_parts) +
+             shape.row_ring * pass_buffer_bytes(shape.batch * packed / shape.row_parts) +
              (shape.spare ? pass_buffer_bytes(shape.batch * packed) : 0);
     };
+    const auto fits = [&] { return bytes() <= limits_.memory_bytes; };
     shape.spare = true;
-    if (bytes() > limits_.memory_bytes) shape.spare = false;
-    while (bytes() > limits_.memory_bytes)
-      if (packed / (shape.row_parts *= 2) < limits_.bytes_per_seek || shape.row_parts > kMostRowParts)
-        return false;
-    const u64 most = std::min(rows, rows * shape.shape.k * shape.channels / kBatches);
-    while (shape.spare && 2 * shape.batch <= most) {
-      shape.batch *= 2;
-      if (bytes() <= limits_.memory_bytes) continue;
-      shape.batch /= 2;
-      break;
+    if (fits()) {
+      const u64 most = std::min(rows, rows * shape.shape.k * shape.channels / kBatches);
+      for (; 2 * shape.batch <= most && fits(); shape.batch *= 2) continue;
+      if (!fits()) shape.batch /= 2;
+    } else {
+      shape.spare = false;
+      while (shape.row_parts < kMostRowParts && packed / (2 * shape.row_parts) >= limits_.bytes_per_seek)
+        shape.row_parts *= 2;
+      for (shape.row_ring = 2 * shape.row_parts; !fits() && shape.row_ring > 2; shape.row_ring--) continue;
     }
     shape.memory_bytes = std::max(shape.memory_bytes, bytes());
-    return true;
+    return fits();
   }
 
   const FarFamily& family_;

@@ -17,7 +17,8 @@
 //   columns   2 b + 3 f: words of this stripe and the next, residues of a channel at work and of two that are being stored.
 //   inner     3 f.
 //   rows      2 u + 3 f or less: both operands, what comes in next, in parts where memory is short, and what goes out.
-//   back      b + (c + 2) f: this stripe, the first two channels of the next, and words, which are stored while these come in.
+//   back      b + (c + 2) f or more: this stripe, the first channels of the next, and words, which are stored while these come
+//             in.
 // The levels of a stripe work on narrow parts of it, so what they take stays small. With C17 and nine primes that is 66, 18,
 // 34 to 17 and 90 bytes: with s bytes per seek and M of memory, two passes serve products of about M^2 / (12 s) bytes.
 #pragma once
@@ -62,10 +63,12 @@ struct PassShape {
   Stripes forward, inner, back;
   u64 batch = 1;       ///< rows that are worked on together: consecutive ones of a sequence, a power of two
   u64 row_parts = 1;   ///< parts that a batch comes in by, a power of two
+  u64 row_ring = 2;    ///< parts in memory that wait or are being loaded
   bool spare = false;  ///< whether products have a buffer to be stored from, and not the second operand's
   u64 node_bytes = 0;  ///< of memory, for a row
   u64 scratch_bytes = 0;  ///< of memory, beside rows
   u64 runs_bytes = 0;     ///< of memory, for the runs of the join
+  u64 ahead = 1;          ///< channels of the next stripe that come in during the join
   u64 memory_bytes = 0;   ///< of the largest pass
 
   u64 rows() const { return u64{1} << levels; }
@@ -78,8 +81,6 @@ struct PassShape {
   u64 word_bytes() const { return shape.points() * point_bytes; }
   /// Bytes of an operand's residues.
   u64 residue_bytes() const { return shape.points() * channels * packed_bytes; }
-  /// Channels of the next stripe that come in during the join.
-  u64 ahead() const { return channels < 2 ? channels : 2; }
   /// Where row `row`, of those of all sequences after all levels, of a channel begins in a file of residues.
   u64 row_offset(u64 channel, u64 row) const {
     return (channel * shape.points() + row * row_points()) * packed_bytes;

@@ -65,7 +65,7 @@ struct SwapOperands {
 /// What the stages of a product are called on the status line, and the files of its operands' residues.
 struct SwapNames {
   const char* forward[2] = {"CRT-F: ", "CRT-F: "};
-  const char* multiply = "CRT-M: ";
+  const char* multiply = "CRT-I: ";
   const char* inverse = "CRT-I: ";
   const char* file[2] = {"orv_Ta.sf", "orv_Tb.sf"};
 };

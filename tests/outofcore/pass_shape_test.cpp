@@ -61,7 +61,7 @@ void check_shape(const PassShape& shape, const PassLimits& limits) {
   if (shape.inner_levels != 0)
     check_stripes(shape.inner, shape.row_points(), shape.packed_bytes, limits.bytes_per_seek);
   const u64 points = shape.pieces() * shape.back.most();
-  EXPECT_LE(points * (shape.point_bytes + (shape.channels + shape.ahead()) * shape.packed_bytes),
+  EXPECT_LE(points * (shape.point_bytes + (shape.channels + shape.ahead) * shape.packed_bytes),
             limits.memory_bytes);
   EXPECT_LE(2 * shape.batch * shape.node_bytes, limits.memory_bytes);
   EXPECT_EQ(shape.rows() * shape.inner_rows() % shape.batch, 0u);
