@@ -34,7 +34,7 @@ _orvane_offer() {
   local kept=$((${#current} - ${#typed})) plain=${current//\\/}
   for word in "$@"; do
     [[ $word == "$plain"* ]] || continue
-    [[ $word == *: ]] && compopt -o nospace 2>/dev/null
+    [[ $word == *[:/] ]] && compopt -o nospace 2>/dev/null
     COMPREPLY+=("$(printf %q "${word:kept}")")
   done
 }
@@ -45,6 +45,15 @@ _orvane_files() {
   while IFS= read -r name; do
     if [[ -z $1 || -d $name || $name == *"$1" ]]; then COMPREPLY+=("$name"); fi
   done < <(compgen -f -- "$current")
+}
+
+# Files behind the key $1, which end in $2.
+_orvane_named_files() {
+  local key=$1 name names=()
+  while IFS= read -r name; do
+    if [[ -d $name ]]; then names+=("$key$name/"); elif [[ $name == *"$2" ]]; then names+=("$key$name"); fi
+  done < <(compgen -f -- "${current#"$key"}")
+  _orvane_offer "${names[@]}"
 }
 
 _orvane_folders() {
@@ -95,7 +104,11 @@ _orvane() {
   done
   local constant=${words[at+1]%%:*}
   if [[ $action == custom && $last -eq $((at + 1)) ]]; then
-    _orvane_offer "${_orvane_constants[@]}" --help
+    if [[ $current == custom:* ]]; then
+      _orvane_named_files custom: .cfg
+    else
+      _orvane_offer "${_orvane_constants[@]}" --help
+    fi
   elif [[ $current == *:* ]]; then
     local values=()
     _orvane_values "$action" "${current%%:*}" "$constant"

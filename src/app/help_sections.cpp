@@ -4,6 +4,7 @@
 
 #include "memory/allocators.h"
 #include "session/constant.h"
+#include "system/machine_fault.h"
 #include "threads/frameworks.h"
 
 namespace orvane {
@@ -212,11 +213,26 @@ HelpSection constants() {
   return section;
 }
 
+HelpSection exit_statuses() {
+  return {"Exit status",
+          {},
+          {{"0", "All that was asked for was done: computed, proved and written. A menu was left.", {}},
+           {"1",
+            "Anything else: a refusal, an error, a check that failed, the end of the input before a question "
+            "was "
+            "answered, or words that the standard output did not take.",
+            {}},
+           {"128 + N", "Signal N ended the program, such as 130 after Ctrl-C and 143 after a kill.", {}}}};
+}
+
 std::vector<HelpEntry> files() {
   return {{"NAME - Dec - ALGORITHM.txt",
            "Decimal digits; Hex for hexadecimal ones, .ovd for compressed files.",
            {}},
           {"Validation File", "Report of a finished run, in the working folder; closed by a hash.", {}},
+          {orl::kEventLogFile,
+           "Results that a check found wrong, in the working folder: the machine, the work and the details.",
+           {}},
           {"Digits/", "First digits of every constant, with which each run is compared.", {}},
           {"Username.txt",
            "A line \"Username: NAME\" names the user in validation files. Beside the program; for an "
@@ -293,6 +309,7 @@ std::vector<HelpSection> common_help() {
           option_section("Global options (before the action)", option_texts(global_options())),
           std::move(list),
           number_forms(),
+          exit_statuses(),
           {"Files", {}, files()}};
 }
 

@@ -155,7 +155,7 @@ int run_program(int argc, char** argv) {
   console::install();
   orl::install_fault_prompt();
   orl::settings().colors_enabled = console::terminal_takes_colours();
-  console::restore_colours_at_signals();
+  console::end_in_order_at_signals();
   store_own_path();
   orl::CommandLine::Parameters line(argc, argv);
   try {

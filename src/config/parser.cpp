@@ -1,7 +1,6 @@
 #include "config/parser.h"
 
 #include <cerrno>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 
@@ -233,11 +232,9 @@ class Parser {
 };
 
 std::string read_file(const char* function, const std::string& path) {
-  constexpr u64 kMostBytes = u64{1} << 24;  // no file of settings is near it, and a device may never end
+  constexpr u64 kMostBytes = u64{1} << 24;  // no file of settings is near it
   constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
-  std::error_code ignored;
-  if (std::filesystem::is_fifo(path, ignored))
-    FileIO::throw_file_error(function, ESPIPE, "Unable to open file. It is a pipe.", path);
+  FileIO::require_file(function, "Unable to open file.", path);
   errno = 0;
   std::ifstream file(path, std::ios::binary);
   if (!file) FileIO::throw_file_error(function, errno, "Unable to open file.", path);

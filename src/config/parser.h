@@ -33,7 +33,7 @@ std::unique_ptr<Value> parse_text(std::string_view text);
 std::unique_ptr<Value> parse_json(std::string_view text);
 
 /// Root of a file in the primary form, which may begin with a byte order mark. Throws FileException when it cannot be
-/// read, is a pipe or holds more than 16 MiB.
+/// read, is a pipe or a device, or holds more than 16 MiB.
 std::unique_ptr<Value> load_file(const std::string& path);
 std::unique_ptr<Value> load_json_file(const std::string& path);
 

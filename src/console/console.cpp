@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 #include <wchar.h>
 
@@ -16,6 +17,7 @@
 #include "core/output.h"
 #include "core/settings.h"
 #include "core/uncopied.h"
+#include "core/unfinished_files.h"
 
 namespace orl::console {
 
@@ -247,8 +249,30 @@ void pause() {
 
 u64 print_calls() { return print_call_count.load(std::memory_order_relaxed); }
 
+namespace {
+
+// Characters that a line can have on this terminal without going on in the next one.
+u64 terminal_width() {
+  winsize size{};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col < 2) return ~u64{0};
+  return size.ws_col - 1u;
+}
+
+// Takes up to `excess` bytes from the front.
+void shorten(std::string_view& text, u64& excess) {
+  const u64 cut = std::min<u64>(text.size(), excess);
+  text.remove_prefix(cut);
+  excess -= cut;
+}
+
+}  // namespace
+
 void show_live_line(std::string_view label, std::string_view value, std::string_view tail, char colour) {
   if (!isatty(STDOUT_FILENO)) return;
+  // What stands at the right matters most.
+  const u64 whole = label.size() + value.size() + tail.size(), width = terminal_width();
+  u64 excess = whole > width ? whole - width : 0;
+  for (std::string_view* const part : {&label, &value, &tail}) shorten(*part, excess);
   const OnePiece piece;
   if (!at_line_start) return;
   const char before = current_colour;
@@ -295,13 +319,27 @@ class ConsoleOutput final : public Output {
   void wait_for_user() override { console::pause(); }
 };
 
-/// Only what a signal handler may do. The disposition is the default one again when it is called.
-void end_by_signal(int signal) {
-  if (settings().colors_enabled &&
-      (::write(STDOUT_FILENO, kReset.data(), kReset.size()) < 0 || ::write(STDOUT_FILENO, "\n", 1) < 0)) {
+constexpr int kEndingSignals[] = {SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE, SIGXCPU};
+
+void write_now(std::string_view text) {
+  if (::write(STDOUT_FILENO, text.data(), text.size()) < 0) {
     // The terminal is gone.
   }
-  raise(signal);
+}
+
+/// Only what a signal handler may do. Others of these signals wait meanwhile, and SIGPIPE is an error number.
+void end_by_signal(int number) {
+  if (put_off(number)) return;
+  const bool removed = remove_unfinished_at_end() != 0;
+  if (number != SIGPIPE) {
+    if (settings().colors_enabled) write_now(kReset);
+    if (!at_line_start || live_length != 0) write_now("\n");
+    write_now(number == SIGINT || number == SIGQUIT ? "Interrupted." : "Ended by a signal.");
+    if (removed) write_now(" What was not finished has been removed.");
+    write_now("\n");
+  }
+  ::signal(number, SIG_DFL);
+  raise(number);
 }
 
 }  // namespace
@@ -320,14 +358,16 @@ bool terminal_takes_colours() {
   return isatty(STDOUT_FILENO) != 0;
 }
 
-void restore_colours_at_signals() {
-  if (!isatty(STDOUT_FILENO)) return;
-  for (const int signal : {SIGINT, SIGQUIT, SIGTERM}) {
-    struct sigaction action {};
-    if (sigaction(signal, nullptr, &action) != 0 || action.sa_handler == SIG_IGN) continue;
-    action.sa_handler = end_by_signal;
-    action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
-    sigaction(signal, &action, nullptr);
+void end_in_order_at_signals() {
+  ::signal(SIGXFSZ, SIG_IGN);
+  struct sigaction action {};
+  action.sa_handler = end_by_signal;
+  action.sa_flags = SA_RESTART;
+  for (const int number : kEndingSignals) sigaddset(&action.sa_mask, number);
+  for (const int number : kEndingSignals) {
+    struct sigaction before {};
+    if (sigaction(number, nullptr, &before) != 0 || before.sa_handler == SIG_IGN) continue;
+    sigaction(number, &action, nullptr);
   }
 }
 

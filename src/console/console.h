@@ -71,8 +71,9 @@ void install();
 /// Standard output is a terminal that takes colours: none named "dumb", and NO_COLOR is not set.
 bool terminal_takes_colours();
 
-/// From now on SIGINT, SIGQUIT and SIGTERM give a terminal its colours back before they end the process as
-/// they would have done. One that is ignored stays ignored.
-void restore_colours_at_signals();
+/// From now on SIGINT, SIGQUIT, SIGTERM, SIGHUP, SIGPIPE and SIGXCPU give a terminal its colours back, remove the files
+/// that are not finished (core/unfinished_files.h) and say so, before they end the process as they would have done. One
+/// that is ignored stays ignored. A file that grows beyond its limit (SIGXFSZ) becomes an error of the call that writes.
+void end_in_order_at_signals();
 
 }  // namespace orl::console

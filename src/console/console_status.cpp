@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstring>
+#include <system_error>
 
 #include "console/console.h"
 #include "core/fault_mutex.h"
@@ -31,7 +32,12 @@ LinearConsoleNode::LinearConsoleNode(u32 width, double refresh_seconds, RunProgr
       terminal_(isatty(STDOUT_FILENO) != 0),
       refresh_ns_(static_cast<u64>(std::max(refresh_seconds, 0.0) * 1e9)),
       progress_(progress) {
-  if (progress_) thread_ = std::jthread([this](std::stop_token stop) { keep_drawing(stop); });
+  if (!progress_) return;
+  try {
+    thread_ = std::jthread([this](std::stop_token stop) { keep_drawing(stop); });
+  } catch (const std::system_error&) {
+    // The system gives no thread: then the line moves only when the stage in work says something.
+  }
 }
 
 LinearConsoleNode::~LinearConsoleNode() {

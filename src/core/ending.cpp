@@ -1,14 +1,19 @@
 #include "core/ending.h"
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
+#include <string>
 
 #include "core/output.h"
 #include "core/settings.h"
+#include "core/unfinished_files.h"
 
 namespace orl {
 
@@ -25,14 +30,34 @@ void take_the_end() {
   mine = true;
 }
 
+/// Whatever signal comes now, the files go here.
+void remove_files() {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, nullptr);
+  remove_unfinished_at_end();
+}
+
+/// The status of a process whose words have all been written: those that nobody could read are a failure, which goes to
+/// the standard error. A program that was started with its output closed has none to write.
+int told(int status) {
+  std::cout.flush();
+  std::wcout.flush();
+  errno = 0;
+  const bool lost = std::fflush(stdout) != 0 || !std::cout || !std::wcout;
+  if (!lost || (::write(STDOUT_FILENO, "", 0) != 0 && errno == EBADF)) return status;
+  // The stream has forgotten why; a byte more asks again.
+  const std::string reason = ::write(STDOUT_FILENO, "\n", 1) < 0 ? std::strerror(errno) : "Unknown reason";
+  std::cerr << "Unable to write to the standard output: " << reason << std::endl;
+  return status == 0 ? 1 : status;
+}
+
 [[noreturn]] void end_process(int status, bool ask) {
   take_the_end();
   output().reset_colours();
   if (ask) output().wait_for_user();
-  std::cout.flush();
-  std::wcout.flush();
-  std::fflush(stdout);
-  std::_Exit(status);
+  remove_files();
+  std::_Exit(told(status));
 }
 
 }  // namespace
@@ -42,7 +67,7 @@ void leave(int status) {
   output().reset_colours();
   notice("\n", ' ');
   if (settings().pause_level >= (status == 0 ? 1 : -1)) output().wait_for_user();
-  std::exit(status);
+  std::exit(told(status));
 }
 
 void fatal_exit(int status) { end_process(status, settings().pause_on_fatal); }

@@ -5,7 +5,9 @@
 //                process; a second one waits for that end. No static destructor runs, so a worker cannot
 //                deadlock in a join.
 //
-// Both give the terminal its colours back and ask for ENTER through the output in force (core/output.h).
+// Both give the terminal its colours back and ask for ENTER through the output in force (core/output.h). fatal_exit()
+// removes the files that are not finished (core/unfinished_files.h). A status of 0 becomes 1 when the standard output
+// did not take all that was printed.
 #pragma once
 
 #include <string_view>

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <concepts>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <utility>
@@ -95,6 +96,9 @@ void print_coded(std::string_view title, const Exception& fault, s32 code) {
   notice_line(fault.message(), ' ');
   notice("\n", ' ');
   print_field("Error Code: ", std::to_string(code));
+  const std::string reason = FileIO::errno_text(code);
+  if (code > 0 && fault.message().find(reason) == std::string::npos)
+    print_field("Reason: ", std::strerror(code));
 }
 
 }  // namespace
@@ -240,23 +244,37 @@ ExceptionBlob PathFault::serialize() const {
 
 void FileIO::FileException::print() const { print_titled("Exception Encountered"); }
 
-const char* FileIO::errno_text(s32 code) {
+std::string FileIO::errno_text(s32 code) {
   static constexpr Named<s32> kTexts[] = {{ENOENT, "Path does not exist."},
                                           {EIO, "Hardware Error"},
                                           {ENOMEM, "Not Enough Memory"},
                                           {EACCES, "Access Denied"},
                                           {ENOSPC, "Disk is Full"}};
-  return name_of(kTexts, code, kUnknownError);
+  const char* const text = name_of(kTexts, code);
+  return text ? text : std::string(kUnknownError) + ": " + std::strerror(code);
 }
 
 void FileIO::throw_file_error(ExceptionText function, s32 code, ExceptionText message, ExceptionText path) {
-  std::string reason = errno_text(code);
-  if (reason == kUnknownError) reason += std::string(": ") + std::strerror(code);
-  throw FileException(std::move(function), message.value + "\n\n" + reason, std::move(path), code);
+  throw FileException(std::move(function), message.value + "\n\n" + errno_text(code), std::move(path), code);
 }
 
 void FileIO::throw_file_error(s32 code, ExceptionText message, ExceptionText path) {
   throw_file_error("", code, std::move(message), std::move(path));
+}
+
+void FileIO::require_file(ExceptionText function, ExceptionText message, const std::string& path) {
+  using std::filesystem::file_type;
+  static constexpr Named<file_type> kOthers[] = {{file_type::directory, "A folder has this name."},
+                                                 {file_type::fifo, "This is a pipe, not a file."},
+                                                 {file_type::socket, "This is a socket, not a file."},
+                                                 {file_type::character, "This is a device, not a file."}};
+  std::error_code ignored;
+  const file_type type = std::filesystem::status(path, ignored).type();
+  const char* const what = name_of(kOthers, type);
+  if (what == nullptr) return;
+  message.value += std::string(" ") + what;
+  if (type == file_type::directory) throw_file_error(std::move(function), EISDIR, std::move(message), path);
+  throw FileException(std::move(function), std::move(message), path, 0);
 }
 
 void R03::Raid03Exception::print() const { print_titled("Raid03 Exception Encountered"); }

@@ -67,6 +67,8 @@ class Exception {
   /// On the console, in colour.
   virtual void print() const;
   virtual ExceptionBlob serialize() const = 0;
+  /// True when a check of the mathematics threw it, which a machine that works never lets happen.
+  virtual bool is_wrong_result() const { return false; }
 
   /// Name of the reporting function; may be empty.
   const std::string& function() const { return function_; }
@@ -139,6 +141,7 @@ class AlgorithmFailedException : public ExceptionType<AlgorithmFailedException, 
  public:
   static constexpr const char* kTypeName = "AlgorithmFailedException";
   using ExceptionType::ExceptionType;
+  bool is_wrong_result() const override { return true; }
 };
 /// Numbers on disks: a fault of the array.
 class FarMemoryException : public ExceptionType<FarMemoryException, StringException> {
@@ -282,13 +285,18 @@ class FileException final : public ExceptionType<FileException, PathFault> {
   void print() const override;
 };
 
-/// "Access Denied" and the like; "Unknown C/C++ Error" for a number that has no text here.
-const char* errno_text(s32 code);
+/// "Access Denied" and the like for those that have a text here; "Unknown C/C++ Error: " and the system's own words for
+/// every other.
+std::string errno_text(s32 code);
 
 /// Throws a FileException whose message is `message`, two newlines and errno_text(code).
 [[noreturn]] void throw_file_error(ExceptionText function, s32 code, ExceptionText message,
                                    ExceptionText path);
 [[noreturn]] void throw_file_error(s32 code, ExceptionText message, ExceptionText path);
+
+/// Throws FileException, with `message` and what it is, where `path` is a folder, a pipe or a device that gives
+/// characters: to read one may never end. What is not there is left to the call that opens it.
+void require_file(ExceptionText function, ExceptionText message, const std::string& path);
 
 }  // namespace FileIO
 
@@ -364,6 +372,7 @@ class ConvolutionFailedException final : public ExceptionType<ConvolutionFailedE
       : ExceptionType(std::move(function), std::move(message), convolution_size, requested_size),
         hashes_(std::move(hashes)) {}
   const std::vector<u64>& hashes() const { return hashes_; }
+  bool is_wrong_result() const override { return true; }
   void print() const override;
   ExceptionBlob serialize() const override;
 
@@ -382,6 +391,7 @@ class BSRModularCheckFailedException final : public ExceptionType<BSRModularChec
   u64 a() const { return a_; }
   u64 b() const { return b_; }
   const std::vector<u64>& hashes() const { return hashes_; }
+  bool is_wrong_result() const override { return true; }
   void print() const override;
   ExceptionBlob serialize() const override;
 

@@ -12,6 +12,7 @@ Output& plain_output() {
 }
 
 Output* g_output = nullptr;
+thread_local Output* t_capture = nullptr;
 
 }  // namespace
 
@@ -19,9 +20,16 @@ void Output::print(std::string_view text, char) { std::cout << text << std::flus
 
 void Output::print_line(std::string_view text, char) { std::cout << text << std::endl; }
 
-Output& output() { return g_output != nullptr ? *g_output : plain_output(); }
+Output& output() {
+  if (t_capture != nullptr) return *t_capture;
+  return g_output != nullptr ? *g_output : plain_output();
+}
 
 void set_output(Output* output) { g_output = output; }
+
+OutputCapture::OutputCapture() : before_(t_capture) { t_capture = this; }
+
+OutputCapture::~OutputCapture() { t_capture = before_; }
 
 void notice(std::string_view text, char colour) { output().print(text, colour); }
 

@@ -8,9 +8,11 @@
 // Threads  set_output() belongs to the start of the program; afterwards any thread may speak.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include "core/types.h"
+#include "core/uncopied.h"
 
 namespace orl {
 
@@ -33,6 +35,21 @@ class Output {
 Output& output();
 /// Puts another output in force, which must live as long as anything may speak; null brings the plain one back.
 void set_output(Output* output);
+
+/// Keeps what its own thread says while it lives, instead of saying it. They may be nested.
+class OutputCapture final : public Output, Uncopied {
+ public:
+  OutputCapture();
+  ~OutputCapture() override;
+  const std::string& text() const { return text_; }
+
+ private:
+  void print(std::string_view text, char) override { text_ += text; }
+  void print_line(std::string_view text, char) override { (text_ += text) += '\n'; }
+
+  Output* before_;
+  std::string text_;
+};
 
 /// output().print() and output().print_line().
 void notice(std::string_view text, char colour = 'w');

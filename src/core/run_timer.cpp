@@ -35,13 +35,13 @@ std::string date_of_now(const char* form) {
 
 constexpr const char* kDateForm = "%a %b %e %H:%M:%S %Y";
 
+}  // namespace
+
 // strftime has no colon between the hours and the minutes of a zone.
 std::string iso_date_of_now() {
   std::string date = date_of_now("%Y-%m-%dT%H:%M:%S%z");
   return date.insert(date.size() - 2, ":");
 }
-
-}  // namespace
 
 double monotonic_seconds() {
   return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();

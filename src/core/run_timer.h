@@ -13,6 +13,8 @@ namespace orl {
 double monotonic_seconds();
 /// "1.234 seconds"
 std::string seconds_text(double seconds);
+/// The local time by ISO 8601, with the zone's difference from UTC: "2026-11-21T09:24:13+01:00".
+std::string iso_date_of_now();
 
 /// The times of a run: of the wall and of the processors, as a whole and by stage.
 class RunTimer {
@@ -35,7 +37,7 @@ class RunTimer {
   /// "Sat Nov 21 09:24:13 2026"
   const std::string& start_date() const { return start_date_; }
   const std::string& end_date() const { return end_date_; }
-  /// The dates by ISO 8601, with the zone's difference from UTC: "2026-11-21T09:24:13+01:00".
+  /// The dates by ISO 8601, as iso_date_of_now() has them.
   const std::string& iso_start_date() const { return iso_start_date_; }
   const std::string& iso_end_date() const { return iso_end_date_; }
   /// The end as names of files hold it, "20261121-092413".

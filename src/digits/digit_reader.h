@@ -50,6 +50,10 @@ class DigitReader {
   virtual void check_as_written(const std::string& first_digits, u64 digits_per_file, u64 total_digits) = 0;
 };
 
+/// What readers say of a byte of a file that is no digit, and of one that ends too early.
+[[noreturn]] void throw_invalid_digit(const char* function, const std::string& what, const std::string& path);
+[[noreturn]] void throw_short_file(const char* function, u64 size, u64 needed, const std::string& path);
+
 /// Opens a finished stream: a text file, or any file of a compressed set, told apart by ".ovd". radix 0 takes
 /// what is found.
 std::unique_ptr<DigitReader> open_digits(const std::string& path, u32 radix = 0);

@@ -2,6 +2,7 @@
 #include <algorithm>
 
 #include "core/exceptions.h"
+#include "core/format.h"
 #include "digits/digit_writer.h"
 #include "digits/ovd_set.h"
 #include "digits/text_file.h"
@@ -38,6 +39,17 @@ std::unique_ptr<DigitReader> DigitWriter::close_and_get_basic_reader() {
   seal();
   publish(Pieces::kKept);
   return open_digits(path(), radix());
+}
+
+void throw_invalid_digit(const char* function, const std::string& what, const std::string& path) {
+  throw InvalidParametersException(function, "Invalid Digit\n\n" + what + "\nPath: " + path);
+}
+
+void throw_short_file(const char* function, u64 size, u64 needed, const std::string& path) {
+  throw FileIO::FileException(function,
+                              "Read error.\n\nThe file is too short: it has " + format_with_commas(size) +
+                                  " bytes, and " + format_with_commas(needed) + " are needed.",
+                              path, 0);
 }
 
 std::unique_ptr<DigitReader> open_digits(const std::string& path, u32 radix) {

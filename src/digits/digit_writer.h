@@ -3,7 +3,7 @@
 // While it is being written a file has a name that says so. A writer is sealed when all of the stream is on the
 // disk; the files can be read under their unfinished names then, and are given their final ones when their owner
 // has proved them. A writer that goes before it is sealed leaves nothing; one that is sealed leaves nothing that
-// looks finished.
+// looks finished, and nothing at all when its files were found wrong (discard()) or the process ends before it.
 #pragma once
 
 #include <memory>
@@ -37,6 +37,8 @@ class DigitWriter {
   /// Gives the sealed files their final names, over what has them. When one cannot have its name all keep their
   /// unfinished ones, and those of an older set their own.
   virtual void publish(Pieces others) = 0;
+  /// From now on the files that have no final name go with the writer, sealed or not.
+  virtual void discard() = 0;
   /// seal(), publish() beside what is there, and the files open for reading.
   std::unique_ptr<DigitReader> close_and_get_basic_reader();
   /// The file (of a set: the first) under its final name.

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "core/exceptions.h"
+#include "core/format.h"
 #include "digits/digit_blocks.h"
 #include "digits/digit_reader.h"
 #include "digits/digit_words.h"
@@ -135,7 +136,7 @@ const u8* BasicOvdFileReader::read_word_bytes(u64 offset, u64 count, LinearHeapB
   const std::lock_guard lock(mutex_);
   const u64 got = file_.load_up_to(span.pages, span.file_offset, span.length);
   if (span.file_offset + got < begin + 8 * count)
-    throw FileIO::FileException(kFunction, "Read error.", file_.path(), 0);
+    throw_short_file(kFunction, span.file_offset + got, file_bytes(header_), file_.path());
   return span.data;
 }
 
@@ -174,7 +175,16 @@ void BasicOvdFileReader::load_digits(u8* digits, u64 offset, u64 count, LinearHe
     }
   });
   if (tail != 0) part(first_whole + whole, 0, tail, digits + (count - tail));
-  if (bad) throw InvalidParametersException("BasicOvdFileReader::load_digits()", "Invalid Digit");
+  if (!bad) return;
+  u64 at = 0;
+  while (load_word(data, at) <= largest) at++;
+  const u64 digit = header_.begin() + (first + at) * width;
+  throw_invalid_digit("BasicOvdFileReader::load_digits()",
+                      "The word of the digits " + format_with_commas(digit + 1) + " to " +
+                          format_with_commas(digit + width) + " after the point, at byte " +
+                          format_with_commas(header_.data_offset + 8 * (first + at) + 1) +
+                          " of the file, is none: it was not written, or it is damaged.",
+                      path());
 }
 
 void BasicOvdFileReader::check_as_written(const OvdHeader& expected) const {

@@ -32,6 +32,7 @@ class BasicOvdFileWriter {
   /// As PageFile's.
   void set_aside() { file_.set_aside(); }
   void publish() { file_.publish(); }
+  void discard() { file_.discard(); }
   void put_back() noexcept { file_.put_back(); }
   void drop_replaced() noexcept { file_.drop_replaced(); }
   const std::string& path() const { return file_.final_path(); }

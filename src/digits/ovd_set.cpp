@@ -8,6 +8,7 @@
 #include "core/exceptions.h"
 #include "core/output.h"
 #include "core/uncopied.h"
+#include "core/unfinished_files.h"
 #include "files/file_calls.h"
 #include "files/path_check.h"
 
@@ -118,8 +119,9 @@ void BasicOvdSetWriter::seal() {
 }
 
 // An older set of the same name stays whole: its files go aside before any of the new ones takes a name, and come
-// back when one cannot. At every moment one of the sets is complete.
+// back when one cannot. At every moment one of the sets is complete; a signal waits for the end of it.
 void BasicOvdSetWriter::publish(Pieces others) {
+  const EndingHold hold;
   std::vector<std::unique_ptr<PieceAside>> aside;
   try {
     for (auto& [id, file] : files_) file->set_aside();
@@ -133,6 +135,10 @@ void BasicOvdSetWriter::publish(Pieces others) {
   }
   for (auto& piece : aside) piece->drop();
   for (auto& [id, file] : files_) file->drop_replaced();
+}
+
+void BasicOvdSetWriter::discard() {
+  for (auto& [id, file] : files_) file->discard();
 }
 
 std::string ovd_stem(const std::string& path) {
@@ -205,8 +211,8 @@ BasicOvdSetReader::OpenFile BasicOvdSetReader::open_file(u64 id) const {
     }
   }
   if (id == first_->header().block_id) return first_;
-  throw FileIO::FileException("BasicOvdSetReader::load_file()", "Unable to open file #" + std::to_string(id),
-                              failure->path(), failure->code());
+  FileIO::throw_file_error("BasicOvdSetReader::load_file()", failure->code(),
+                           "Unable to open file #" + std::to_string(id), failure->path());
 }
 
 BasicOvdSetReader::OpenFile BasicOvdSetReader::load_file(u64 id) {

@@ -52,6 +52,7 @@ class BasicOvdSetWriter final : public DigitWriter {
                     ParallelContext parallel) override;
   void seal() override;
   void publish(Pieces others) override;
+  void discard() override;
   std::string path() const override { return files_.empty() ? file_path(0) : files_.begin()->second->path(); }
   std::string unfinished_path() const override { return files_.begin()->second->unfinished_path(); }
   /// A file under its final name.

@@ -9,6 +9,7 @@
 
 #include "core/exceptions.h"
 #include "core/output.h"
+#include "core/unfinished_files.h"
 #include "files/file_calls.h"
 #include "files/path_check.h"
 
@@ -58,18 +59,23 @@ PageFile::PageFile(std::string final_path, u64 expected_bytes)
   if (!remove_file(unfinished_path_))
     FileIO::throw_file_error("PageFile()", errno, "Unable to create file.", unfinished_path_);
   const u64 pages = (expected_bytes + kIoAlignment - 1) / kIoAlignment;
+  list_unfinished(unfinished_path_);
   try {
     file_ = RawFile(pages * kIoAlignment, unfinished_path_);
   } catch (const FileIO::FileException&) {
     remove_file(unfinished_path_);
+    unlist_unfinished(unfinished_path_);
     throw;
   }
 }
 
 PageFile::~PageFile() {
-  if (sealed_) return;
-  file_.abandon();
-  remove_file(unfinished_path_);
+  if (published_) return;
+  if (!kept_) {
+    file_.abandon();
+    remove_file(unfinished_path_);
+  }
+  unlist_unfinished(unfinished_path_);
 }
 
 void PageFile::load_page(u8* page, u64 file_offset) {
@@ -102,13 +108,15 @@ void PageFile::park() {
 
 void PageFile::seal(u64 bytes) {
   file_.close_and_set_size(bytes);
-  sealed_ = true;
+  kept_ = true;
 }
 
 void PageFile::publish() {
+  if (published_) return;
   if (file_calls().rename(unfinished_path_.c_str(), final_path_.c_str()) != 0)
     FileIO::throw_file_error("PageFile::publish()", errno, "Unable to rename file.", final_path_);
   published_ = true;
+  unlist_unfinished(unfinished_path_);
   sync_folder_of(final_path_);
 }
 
@@ -125,7 +133,10 @@ void PageFile::put_back() noexcept {
     if (file_calls().rename(from.c_str(), to.c_str()) != 0)
       notice_line("Unable to rename file: " + from + "\n    to: " + to, 'R');
   };
-  if (published_) give_back(final_path_, unfinished_path_);
+  if (published_) {
+    give_back(final_path_, unfinished_path_);
+    list_unfinished(unfinished_path_);
+  }
   if (!replaced_path_.empty()) give_back(replaced_path_, final_path_);
   published_ = false;
   replaced_path_.clear();

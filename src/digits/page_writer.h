@@ -43,7 +43,8 @@ std::string replaced_name(const std::string& path);
 
 /// A file under construction. It is made under its unfinished name, filled in any order, sealed when complete
 /// and then given its final name. One that goes before it is sealed is removed; one that is sealed but could
-/// not take its name stays under the unfinished one.
+/// not take its name stays under the unfinished one. A process that ends while it lives takes it along
+/// (core/unfinished_files.h), sealed or not.
 class PageFile : Uncopied {
  public:
   /// Throws FileException when the file cannot be made, has no room, or when a folder stands at `final_path`.
@@ -74,8 +75,10 @@ class PageFile : Uncopied {
 
   /// Flushes the file and cuts it to `bytes`.
   void seal(u64 bytes);
-  /// Gives a sealed file its final name, over whatever file has it.
+  /// Gives a sealed file its final name, over whatever file has it. Nothing happens when it has it already.
   void publish();
+  /// The file goes with this object, sealed or not, unless it has its final name.
+  void discard() { kept_ = false; }
   /// Gives the file that has the final name another one for now. Without such a file nothing happens.
   void set_aside();
   /// Undoes what was done of set_aside and publish, and tells which file could not get its name back.
@@ -101,7 +104,7 @@ class PageFile : Uncopied {
   RawFile file_;
   std::mutex mutex_;
   bool parked_ = false;
-  bool sealed_ = false;
+  bool kept_ = false;  ///< when this object goes: it is sealed, and nobody found it wrong
   bool published_ = false;
 };
 

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "core/exceptions.h"
+#include "core/format.h"
 #include "digits/digit_blocks.h"
 #include "digits/digit_text.h"
 #include "files/raw_io_buffer.h"
@@ -25,6 +26,12 @@ u64 checked_header(const std::string& first_digits, u32 radix) {
   if (point == std::string::npos)
     throw InvalidParametersException("BasicTextWriter()", "No decimal place was found.");
   return point + 1;
+}
+
+// A byte that is no digit, for people: "g", or its number where it has no face.
+std::string byte_text(char c) {
+  if (c > ' ' && c < 127) return std::string("\"") + c + "\"";
+  return "A byte of " + std::to_string(static_cast<unsigned char>(c));
 }
 
 // Bytes of the line ends that close a file; at most a page of them.
@@ -80,7 +87,9 @@ BasicTextReader::BasicTextReader(const std::string& path, u32 radix)
     for (u64 i = 0; i < got; i++) {
       if (i == point || (page[i] >= '0' && page[i] <= '9')) continue;
       if (page[i] < 'a' || page[i] > 'f') {
-        if (i < kPointSpan) throw ParseException(kFunction, "Invalid Digit");
+        if (i < kPointSpan)
+          throw ParseException(kFunction, "Invalid Digit\n\n" + byte_text(page[i]) + " is byte " +
+                                              std::to_string(i + 1) + " of the file.\nPath: " + path);
         break;
       }
       radix_ = 16;
@@ -94,12 +103,20 @@ BasicTextReader::BasicTextReader(const std::string& path, u32 radix)
     throw ParseException(kFunction, "There are no digits after the decimal place in this file.");
 }
 
-void BasicTextReader::process_txt(u8* digits, const char* text, u64 count, ParallelContext parallel) {
+void BasicTextReader::process_txt(u8* digits, const char* text, u64 offset, u64 count,
+                                  ParallelContext parallel) {
   std::atomic<bool> bad{false};
   for_blocks(count, kBlockDigits, parallel, [&](u64 begin, u64 end) {
     if (text_to_digits(digits + begin, text + begin, end - begin, radix_)) bad = true;
   });
-  if (bad) throw InvalidParametersException("BasicTextReader::process_txt()", "Invalid Digit");
+  if (!bad) return;
+  u64 at = 0;
+  while (!text_to_digits(digits, text + at, 1, radix_)) at++;
+  throw_invalid_digit("BasicTextReader::process_txt()",
+                      byte_text(text[at]) + " stands at digit " + format_with_commas(offset + at + 1) +
+                          " after the point, byte " +
+                          format_with_commas(first_digits_.size() + offset + at + 1) + " of the file.",
+                      file_.path());
 }
 
 void BasicTextReader::check_range(u64 offset, u64 count) {
@@ -118,9 +135,9 @@ void BasicTextReader::load_digits(u8* digits, u64 offset, u64 count, LinearHeapB
     const std::lock_guard lock(mutex_);
     const u64 got = file_.load_up_to(span.pages, span.file_offset, span.length);
     if (span.file_offset + got < begin + count)
-      throw FileIO::FileException(kFunction, "Read error.", file_.path(), 0);
+      throw_short_file(kFunction, span.file_offset + got, begin + count, file_.path());
   }
-  process_txt(digits, reinterpret_cast<const char*>(span.data), count, parallel);
+  process_txt(digits, reinterpret_cast<const char*>(span.data), offset, count, parallel);
 }
 
 void BasicTextReader::check_as_written(const std::string& first_digits, u64, u64 total_digits) {

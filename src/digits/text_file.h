@@ -20,6 +20,7 @@ class BasicTextWriter final : public DigitWriter {
                     ParallelContext parallel) override;
   void seal() override;
   void publish(Pieces) override;
+  void discard() override { file_.discard(); }
   std::string path() const override { return file_.final_path(); }
   std::string unfinished_path() const override { return file_.unfinished_path(); }
 
@@ -48,7 +49,8 @@ class BasicTextReader final : public DigitReader {
   void check_as_written(const std::string& first_digits, u64 digits_per_file, u64 total_digits) override;
 
  private:
-  void process_txt(u8* digits, const char* text, u64 count, ParallelContext parallel);
+  /// `text` begins with the digit of stream index `offset`.
+  void process_txt(u8* digits, const char* text, u64 offset, u64 count, ParallelContext parallel);
 
   RawFile file_;
   std::mutex mutex_;  ///< over the file's position

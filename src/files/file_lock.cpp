@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "core/unfinished_files.h"
+
 namespace orl {
 
 FileLock::FileLock(std::string path) : path_(std::move(path)) {
@@ -32,11 +34,15 @@ bool FileLock::take() {
       opened.st_dev != named.st_dev)
     return false;
   state_ = State::kHeld;
+  list_unfinished(path_);
   return true;
 }
 
 FileLock::~FileLock() {
-  if (state_ == State::kHeld) unlink(path_.c_str());
+  if (state_ == State::kHeld) {
+    unlist_unfinished(path_);
+    unlink(path_.c_str());
+  }
   if (fd_ >= 0) close(fd_);
 }
 

@@ -7,6 +7,7 @@
 
 #include "core/exceptions.h"
 #include "core/uncopied.h"
+#include "core/unfinished_files.h"
 #include "files/file_calls.h"
 #include "files/path_check.h"
 
@@ -20,13 +21,19 @@ class UnfinishedFile : Uncopied {
  public:
   // The process's number keeps two programs that write the same file apart.
   UnfinishedFile(const std::string& stem, const std::string& extension)
-      : path_(stem + " (incomplete " + std::to_string(getpid()) + ")" + extension),
-        fd_(file_calls().open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)) {
-    if (fd_ < 0) fail("Unable to create file.");
+      : path_(stem + " (incomplete " + std::to_string(getpid()) + ")" + extension) {
+    list_unfinished(path_);
+    fd_ = file_calls().open(path_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd_ >= 0) return;
+    const int code = errno;
+    unlist_unfinished(path_);
+    errno = code;
+    fail("Unable to create file.");
   }
   ~UnfinishedFile() {
     if (fd_ >= 0) file_calls().close(fd_);
     if (!published_) file_calls().unlink(path_.c_str());
+    unlist_unfinished(path_);
   }
 
   void write(std::string_view text) {
@@ -58,7 +65,7 @@ class UnfinishedFile : Uncopied {
   }
 
   std::string path_;
-  int fd_;
+  int fd_ = -1;
   bool published_ = false;
 };
 

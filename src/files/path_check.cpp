@@ -7,8 +7,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 
+#include "core/exceptions.h"
 #include "files/file_calls.h"
 #include "files/raw_file.h"
 
@@ -24,15 +26,24 @@ std::string with_separator(const std::string& folder) {
   return folder + "/";
 }
 
-bool path_is_writable(const std::string& folder) {
+namespace {
+
+// 0 when a file can be made in a folder that is there, else the number of the reason.
+int why_no_file(const std::string& folder) {
   const std::string path = with_separator(folder) + "pathcheck.sf";
   try {
     RawFile(path, RawFile::Mode::kCreate).close();
-    return remove_file(path);
+  } catch (const FileIO::FileException& e) {
+    return e.code() != 0 ? e.code() : EACCES;
   } catch (...) {
-    return false;
+    return EACCES;
   }
+  return remove_file(path) ? 0 : errno;
 }
+
+}  // namespace
+
+bool path_is_writable(const std::string& folder) { return why_no_file(folder) == 0; }
 
 int why_unwritable(const std::string& folder) {
   std::filesystem::path there = name_of(folder);
@@ -42,14 +53,18 @@ int why_unwritable(const std::string& folder) {
     there = above.empty() ? "." : above;
   }
   if (!std::filesystem::is_directory(there, ignored)) return ENOTDIR;
-  if (path_is_writable(there.string())) return 0;
-  return access(there.c_str(), W_OK) != 0 ? errno : EACCES;
+  return why_no_file(there.string());
 }
 
-bool make_folders(const std::string& folder) {
+std::string unwritable_text(const std::string& folder, int reason) {
+  return "Path is not writable.\nPath: " + (folder.empty() ? "./" : folder) +
+         "\nReason: " + std::strerror(reason) + ".\nPlease name a folder that can be written to.";
+}
+
+int make_folders(const std::string& folder) {
   std::error_code fault;
   if (!folder.empty()) std::filesystem::create_directories(folder, fault);
-  return !fault;
+  return fault.value();
 }
 
 u64 free_bytes(const std::string& folder) {

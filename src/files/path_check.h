@@ -14,8 +14,10 @@ bool path_is_writable(const std::string& folder);
 /// What path_is_writable() would find once make_folders(folder) has run; makes nothing. 0 when files can be made there, else
 /// the system's number of the reason, EACCES when it gives none.
 int why_unwritable(const std::string& folder);
-/// Makes what is missing of the way to `folder`; nothing for the empty text. False after a failure.
-bool make_folders(const std::string& folder);
+/// "Path is not writable." with the path, the reason in the system's words, and what to do.
+std::string unwritable_text(const std::string& folder, int reason);
+/// Makes what is missing of the way to `folder`; nothing for the empty text. 0 or the system's number of the reason.
+int make_folders(const std::string& folder);
 
 /// Bytes that may still be written to the file system of `folder`, where the empty text is the current one; all
 /// ones when the system does not tell.

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <filesystem>
 #include <utility>
 
 #include "core/exceptions.h"
@@ -88,14 +87,8 @@ void RawFile::open_in_mode() {
     case Mode::kReadWrite:
       break;
   }
-  // The system opens a folder for reading, and only the first read fails.
-  std::error_code ignored;
-  if (std::filesystem::is_directory(path_, ignored))
-    FileIO::throw_file_error("RawFile::RawFile()", EISDIR, "Unable to open file. A folder has this name.",
-                             path_);
-  // It would wait for somebody who writes.
-  if (std::filesystem::is_fifo(path_, ignored))
-    FileIO::throw_file_error("RawFile::RawFile()", ESPIPE, "Unable to open file. It is a pipe.", path_);
+  // The system opens a folder for reading, and only the first read fails; a pipe waits for a writer.
+  FileIO::require_file("RawFile::RawFile()", "Unable to open file.", path_);
   open(mode_ == Mode::kRead ? O_RDONLY : O_RDWR, "Unable to open file.");
 }
 

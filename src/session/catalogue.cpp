@@ -233,7 +233,10 @@ std::string Constant::algorithm_long() const { return algorithms()[algorithm_ind
 void Constant::set_algorithm(std::string_view algorithm_word) {
   const auto rows = algorithms();
   for (u32 i = 0; i < rows.size(); i++) {
-    if (algorithm_word == rows[i].key) {
+    // Shells take brackets for their own: exp1 stands for exp(1).
+    std::string plain = rows[i].key;
+    std::erase_if(plain, [](char c) { return c == '(' || c == ')'; });
+    if (algorithm_word == rows[i].key || algorithm_word == plain) {
       algorithm_ = i;
       return;
     }

@@ -5,7 +5,6 @@
 #include <exception>
 #include <optional>
 
-#include "core/ending.h"
 #include "core/exceptions.h"
 #include "core/fault_point.h"
 #include "digits/digit_text.h"
@@ -13,6 +12,7 @@
 #include "digits/hashed_digits.h"
 #include "digits/page_writer.h"
 #include "files/raw_io_buffer.h"
+#include "system/machine_fault.h"
 #include "words/hash.h"
 
 namespace orvane {
@@ -265,9 +265,9 @@ void verify_digits(const OutputContext& context, const DigitWords& number, const
   if (after == result.hash && after == result.digit_hash && result.counts.total() == result.digit_count)
     return;
   const u64 before = after == result.hash ? result.digit_hash : result.hash;
-  context.status.println("Before Hash = " + std::to_string(before), 'R');
-  context.status.println("After  Hash = " + std::to_string(after), 'R');
-  orl::fatal_error("Data Corruption Detected: Checksum Mismatch");
+  orl::end_at_wrong_result(
+      {"Before Hash = " + std::to_string(before), "After  Hash = " + std::to_string(after)},
+      "Data Corruption Detected: Checksum Mismatch");
 }
 
 void read_check(const OutputContext& context, const OutputResult& result) {
@@ -282,11 +282,11 @@ void read_check(const OutputContext& context, const OutputResult& result) {
   read_back(context, *reader, result.digit_count, stats);
   if (orl::hash_canon(stats.hash) == result.hash && stats.counts == result.counts)
     return reader->check_as_written(result.first_digits, result.digits_per_file, result.digit_count);
-  context.status.println("Pre-Write Hash = " + std::to_string(result.hash), 'R');
-  context.status.println("Read-Back Hash = " + std::to_string(orl::hash_canon(stats.hash)), 'R');
-  context.status.println("Pre-Write Counts = " + counts_text(result.counts), 'R');
-  context.status.println("Read-Back Counts = " + counts_text(stats.counts), 'R');
-  orl::fatal_error("Digit output failed. Metadata cross-check doesn't match.");
+  orl::end_at_wrong_result(
+      {"Pre-Write Hash = " + std::to_string(result.hash),
+       "Read-Back Hash = " + std::to_string(orl::hash_canon(stats.hash)),
+       "Pre-Write Counts = " + counts_text(result.counts), "Read-Back Counts = " + counts_text(stats.counts)},
+      "Digit output failed. Metadata cross-check doesn't match.");
 }
 
 void publish_digits(const OutputResult& result) {

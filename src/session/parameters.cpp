@@ -1,7 +1,6 @@
 #include "session/parameters.h"
 
 #include <cmath>
-#include <cstring>
 
 #include "console/console.h"
 #include "core/exceptions.h"
@@ -134,9 +133,7 @@ void ComputeParameters::settle_digits_per_file() {
 
 void ComputeParameters::set_output_path(const std::string& path) {
   if (const int reason = orl::why_unwritable(path); reason != 0)
-    throw InvalidParametersException(
-        "set_output_path()", "Path is not writable.\nPath: " + path + "\nReason: " + std::strerror(reason) +
-                                 ".\nPlease name a folder that can be written to.");
+    throw InvalidParametersException("set_output_path()", orl::unwritable_text(path, reason));
   output_path_ = path;
 }
 

@@ -2,10 +2,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
+#include <filesystem>
 
 #include "console/console.h"
 #include "console/console_status.h"
-#include "core/ending.h"
 #include "core/event_log.h"
 #include "core/exceptions.h"
 #include "core/fault_mutex.h"
@@ -28,6 +29,7 @@
 #include "session/work_model.h"
 #include "system/limits.h"
 #include "system/machine.h"
+#include "system/machine_fault.h"
 #include "system/places.h"
 #include "words/hash.h"
 
@@ -94,7 +96,12 @@ class RamSession {
 
     event("Begin Computation", "\nBegin Computation:\n");
     Frame frame;
-    compute_and_write(frame, heap, tables);
+    try {
+      compute_and_write(frame, heap, tables);
+    } catch (const orl::Exception& e) {
+      if (e.is_wrong_result()) discard_files();
+      throw;
+    }
     parallel_.parallelizer.reset();
     timer_.stop();
     report_.clocks = clocks_.finish();
@@ -108,6 +115,7 @@ class RamSession {
  private:
   void event(const char* name, const char* line) {
     events_.add(name);
+    orl::LoggedWork::set_stage(name);
     status_.println(line, 'w');
   }
 
@@ -169,6 +177,7 @@ class RamSession {
     const orl::RunContext context{parallel_, tables, status_};
     add_stage("Setup");
     RamPlan::Buffers buffers = plan_.cut(heap);
+    spare_ = buffers.above_digits;
     FixedNumber number{};
     frame.stage([&] { number = compute(context, frame, buffers); }, number);
 
@@ -191,8 +200,7 @@ class RamSession {
     if (!parameters_.verify_conversion) return;
     frame.stage([&] { verify_conversion(context, frame, number, binary, buffers.above_digits); }, number,
                 decimal_, report_.hex, report_.dec);
-    frame.stage([&] { verify_output(hexadecimal, buffers.above_digits); }, decimal_, report_.hex,
-                report_.dec);
+    frame.stage([&] { verify_output(); }, decimal_, report_.hex, report_.dec);
     finish_stage("Verification");
   }
 
@@ -228,32 +236,39 @@ class RamSession {
 
   OutputResult output(LinearHeapBuffer buffer, const DigitWords& words, u64 digit_count,
                       const char* radix_name) {
-    const OutputContext context{parallel_, status_, events_, buffer};
+    const OutputContext context = output_context(buffer);
     const std::string line =
         std::string(parameters_.output_digits ? "Writing " : "Processing ") + radix_name + " Digits:";
     event(line.c_str(), line.c_str());
-    const Constant& constant = parameters_.constant();
-    const OutputTarget target{constant.name(), constant.algorithm_short(), parameters_.output_path(),
-                              parameters_.digits_per_file()};
-    OutputResult result = parameters_.output_digits ? write_or_ask(context, words, digit_count, target)
+    OutputResult result = parameters_.output_digits ? write_or_ask(context, words, digit_count)
                                                     : process_digits(context, words, digit_count);
     finish_stage(std::string(radix_name) + " Output");
     return result;
   }
 
-  /// Digits that are in memory are not lost to a full disk or a folder that went away while somebody can help.
-  static OutputResult write_or_ask(const OutputContext& context, const DigitWords& words, u64 digit_count,
-                                   const OutputTarget& target) {
+  OutputContext output_context(LinearHeapBuffer buffer) { return {parallel_, status_, events_, buffer}; }
+
+  /// Digits that are in memory are not lost to a full disk or a folder that went away while somebody can help: asks
+  /// on a terminal, and throws `failure` again when nobody can or will.
+  void ask_for_help(const orl::FileIO::FileException& failure) const {
+    if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO)) throw;
+    const std::lock_guard asking(orl::fault_mutex());
+    failure.print();
+    console::println("\nThe digits are still in memory. Make room for them, then press ENTER to write again.",
+                     'Y');
+    if (console::read_line("(q and ENTER ends the run, and loses them.)\n") == "q") throw;
+    orl::make_folders(parameters_.output_path());
+  }
+
+  OutputResult write_or_ask(const OutputContext& context, const DigitWords& words, u64 digit_count) {
+    const Constant& constant = parameters_.constant();
+    const OutputTarget target{constant.name(), constant.algorithm_short(), parameters_.output_path(),
+                              parameters_.digits_per_file()};
     for (;;) {
       try {
         return write_digits(context, words, digit_count, target);
       } catch (const orl::FileIO::FileException& e) {
-        if (!isatty(STDIN_FILENO) || !isatty(STDOUT_FILENO)) throw;
-        const std::lock_guard asking(orl::fault_mutex());
-        e.print();
-        console::println(
-            "\nThe digits are still in memory. Make room for them, then press ENTER to write again.", 'Y');
-        if (console::read_line("(q and ENTER ends the run, and loses them.)\n") == "q") throw;
+        ask_for_help(e);
       }
     }
   }
@@ -264,30 +279,79 @@ class RamSession {
     check_number(number);
     const auto proof = plan_.verification()->run(context, frame, decimal_.words, binary, heap);
     if (proof.ok) return;
-    status_.println("R = " + std::to_string(proof.digits_hash), 'R');
-    status_.println("B = " + std::to_string(proof.binary_hash), 'R');
-    orl::fatal_error("Base Conversion Failed: Checksum Mismatch");
+    orl::end_at_wrong_result(
+        {"R = " + std::to_string(proof.digits_hash), "B = " + std::to_string(proof.binary_hash)},
+        "Base Conversion Failed: Checksum Mismatch");
   }
 
-  void verify_output(const DigitWords& hexadecimal, LinearHeapBuffer buffer) {
-    const OutputContext context{parallel_, status_, events_, buffer};
+  void verify_output() {
+    const OutputContext context = output_context(spare_);
     verify_digits(context, decimal_, report_.dec);
-    if (report_.hex.digit_count != 0) verify_binary_output(context, hexadecimal, report_.hex);
-    if (!report_.dec.path.empty()) read_check(context, report_.dec);
-    if (!report_.hex.path.empty()) read_check(context, report_.hex);
+    if (report_.hex.digit_count != 0) verify_binary_output(context, hexadecimal_, report_.hex);
+    read_check_or_ask(decimal_, report_.dec);
+    read_check_or_ask(hexadecimal_, report_.hex);
+  }
+
+  /// Reads the files back. What is in them and is not what was written there is a wrong result of the machine too,
+  /// whatever the reader calls it; files that cannot be read are written again when somebody has helped.
+  void read_check_or_ask(const DigitWords& words, OutputResult& written) {
+    if (written.path.empty()) return;
+    const OutputContext context = output_context(spare_);
+    for (;;) {
+      try {
+        return read_check(context, written);
+      } catch (const orl::FileIO::FileException& e) {
+        if (e.code() == 0) found_wrong(e);
+        ask_for_help(e);
+      } catch (const orl::Exception& e) {
+        found_wrong(e);
+      }
+      write_again(words, written);
+    }
+  }
+
+  void write_again(const DigitWords& words, OutputResult& written) {
+    written.files.reset();
+    written = write_or_ask(output_context(spare_), words, written.digit_count);
+  }
+
+  [[noreturn]] void found_wrong(const orl::Exception& fault) {
+    if (!fault.is_wrong_result()) orl::tell_wrong_result(fault);
+    discard_files();
+    throw;
+  }
+
+  void discard_files() {
+    for (const OutputResult* written : {&report_.dec, &report_.hex})
+      if (written->files) written->files->discard();
   }
 
   /// The words of the number are still those that the constant's plan proved.
   void check_number(const FixedNumber& number) {
     if (orl::hash_canon(orl::bp_hash<Word>(0, number.words, number.count, parallel_)) != number.hash)
-      orl::fatal_error("Data Corruption Detected: Checksum Mismatch");
+      orl::end_at_wrong_result({}, "Data Corruption Detected: Checksum Mismatch");
   }
 
   /// Only what every check of the run has passed gets its final name.
   void publish() {
     if (report_.spot_check.result == SpotCheck::kFailed) return;
     if (report_.pi_proof && report_.pi_proof->result == PiProof::kFailed) return;
-    for (const OutputResult* written : {&report_.dec, &report_.hex}) publish_digits(*written);
+    publish_or_ask(decimal_, report_.dec);
+    publish_or_ask(hexadecimal_, report_.hex);
+  }
+
+  void publish_or_ask(const DigitWords& words, OutputResult& written) {
+    for (;;) {
+      try {
+        return publish_digits(written);
+      } catch (const orl::FileIO::FileException& e) {
+        ask_for_help(e);
+      }
+      std::error_code ignored;
+      if (std::filesystem::exists(written.files->unfinished_path(), ignored)) continue;
+      write_again(words, written);
+      if (parameters_.verify_conversion) read_check_or_ask(words, written);
+    }
   }
 
   void finish_report() {
@@ -354,6 +418,7 @@ class RamSession {
   orl::ParallelContext parallel_;
   bool allocation_errors_ = false;
   DigitWords decimal_{}, hexadecimal_{};  ///< the digits of the result, in the working memory
+  LinearHeapBuffer spare_;                ///< of that memory, behind the digits
   RunReport report_;
 };
 
@@ -366,24 +431,32 @@ bool RamParameters::check_parameters() {
     throw InvalidParametersException("check_parameters()",
                                      "The BBP check (-bbp:1) proves digits of Pi alone.");
   // A run that could not write its digits says so before it computes them.
-  if (output_digits && orl::why_unwritable(output_path()) != 0)
-    throw InvalidParametersException("check_parameters()", "Path is not writable.");
-  const bool report_is_kept = orl::path_is_writable("");
-  if (!report_is_kept && !output_digits)
+  const auto refuse_folder = [&](int reason) {
+    if (reason == 0) return;
+    throw InvalidParametersException("check_parameters()", orl::unwritable_text(output_path(), reason));
+  };
+  if (output_digits) refuse_folder(orl::why_unwritable(output_path()));
+  const int no_report = orl::why_unwritable("");
+  if (no_report != 0 && !output_digits)
     throw InvalidParametersException(
-        "check_parameters()",
-        "The working folder is not writable, and the run would leave nothing: neither "
-        "digits nor a validation file.\nRun in a folder that can be written to.");
-  if (!report_is_kept)
-    console::println(
-        "Warning: The working folder is not writable. The run will end without a validation file.", 'Y');
+        "check_parameters()", "The working folder is not writable (" + std::string(std::strerror(no_report)) +
+                                  "), and the run would leave nothing: neither "
+                                  "digits nor a validation file.\nRun in a folder that can be written to.");
+  if (no_report != 0)
+    console::println("Warning: The working folder is not writable (" + std::string(std::strerror(no_report)) +
+                         "). The run\nwill end without a validation file.",
+                     'Y');
   const u64 bytes = required_bytes();
   print_line("Required Memory:   ", orl::format_bytes(bytes), 'G');
+  constexpr u64 kTasksPerThread = 64;  // beyond it more tasks only cost memory and time
+  if (const u64 most = kTasksPerThread * orl::processor_count(); parallelism.tds() > most)
+    console::println("A task decomposition above " + orl::format_with_commas(most) +
+                         " costs memory and time on this machine, and gains\nnothing.",
+                     'Y');
   if (const std::string missing = memory_refusal(bytes); !missing.empty())
     throw InvalidParametersException("check_parameters()",
                                      missing + "\n\nCannot run computation with these parameters.");
-  if (output_digits && !orl::make_folders(output_path()))
-    throw InvalidParametersException("check_parameters()", "Path is not writable.");
+  if (output_digits) refuse_folder(orl::make_folders(output_path()));
   claim_.reset();
   claim_ = std::make_unique<OutputClaim>(*this);
   return true;
@@ -391,7 +464,14 @@ bool RamParameters::check_parameters() {
 
 int RamParameters::run(int) {
   const std::unique_ptr<OutputClaim> claim = std::move(claim_);
-  RamSession(*this).run();
+  const orl::LoggedWork work(constant().name_long() + ", " + constant().algorithm_long() + ", " +
+                             orl::format_with_commas(decimal_digits()) + " decimal digits");
+  try {
+    RamSession(*this).run();
+  } catch (const orl::Exception& e) {
+    if (e.is_wrong_result()) orl::tell_wrong_result(e);
+    throw;
+  }
   return 0;
 }
 

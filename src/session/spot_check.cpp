@@ -61,7 +61,7 @@ SpotCheck spot_check(const std::vector<std::string>& folders, const std::string&
   const std::string first_digits = first_digits_text(number);
   for (const std::string& folder : folders) {
     SpotCheck check;
-    check.file = folder + file_name;
+    check.file = std::filesystem::path(folder + file_name).lexically_normal().string();
     std::error_code ignored;
     if (!std::filesystem::is_regular_file(check.file, ignored)) continue;
     // Without the way there and back again, unless a link on it leads elsewhere.

@@ -1,5 +1,7 @@
 // The check of a validation file.
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <numeric>
@@ -116,13 +118,21 @@ Validation outcome_of(std::string_view text, const std::string& version) {
   return whole ? Validation::kPassed : Validation::kTampered;
 }
 
-// At most kMaxFileBytes + 1 bytes.
-std::optional<std::string> read_text(const std::string& path) {
+// At most kMaxFileBytes + 1 bytes; without any, `reason` says why.
+std::optional<std::string> read_text(const std::string& path, std::string& reason) {
   std::error_code ignored;
-  std::ifstream file;
-  // A pipe would wait for somebody who writes.
-  if (!std::filesystem::is_fifo(path, ignored)) file.open(path, std::ios::binary);
-  if (!file.is_open() || std::filesystem::is_directory(path, ignored)) return std::nullopt;
+  const auto status = std::filesystem::status(path, ignored);
+  // The reading of a pipe or a device may never end.
+  if (std::filesystem::exists(status) && !std::filesystem::is_regular_file(status)) {
+    reason = "Not a file";
+    return std::nullopt;
+  }
+  errno = 0;
+  std::ifstream file(path, std::ios::binary);
+  if (!file.is_open()) {
+    reason = std::strerror(errno);
+    return std::nullopt;
+  }
   std::string text;
   char block[65536];
   while (text.size() <= kMaxFileBytes && (file.read(block, sizeof block) || file.gcount() != 0))
@@ -144,8 +154,9 @@ constexpr orl::Named<Validation> kOutcomeTexts[] = {
 }  // namespace
 
 std::string read_validation_file(const std::string& path) {
-  const auto text = read_text(path);
-  if (!text) console::println("Unable to read \"" + path + "\". Check the path.", 'Y');
+  std::string reason;
+  const auto text = read_text(path, reason);
+  if (!text) console::println("Unable to read \"" + path + "\": " + reason + ". Check the path.", 'Y');
   return text.value_or("");
 }
 
@@ -170,7 +181,8 @@ bool print_validation(const ValidationResult& result) {
 }
 
 int print_validation_object(const std::string& path) {
-  const ValidationResult result = check_validation_text(read_text(path).value_or(""));
+  std::string reason;
+  const ValidationResult result = check_validation_text(read_text(path, reason).value_or(""));
   orl::Array failed;
   for (const std::string& check : result.failed_checks) failed.add_string(check);
   orl::Object object;

@@ -39,7 +39,8 @@ KnownAnswerRounds<W>::KnownAnswerRounds(const Algorithm& algorithm, u64 words, u
 }
 
 template <class W>
-void KnownAnswerRounds<W>::prepare(LinearHeapBuffer memory, u64 s, ParallelContext parallel) {
+bool KnownAnswerRounds<W>::prepare(LinearHeapBuffer memory, u64 s, ParallelContext parallel,
+                                   const std::atomic<bool>* stop) {
   if (memory.size < bytes())
     throw BufferTooSmallException("KnownAnswerRounds::prepare()", memory.size, bytes());
   A_ = memory.cut<W>(operands_ * stride_);
@@ -52,9 +53,11 @@ void KnownAnswerRounds<W>::prepare(LinearHeapBuffer memory, u64 s, ParallelConte
   table_hash_ = table_hash(parallel);
   seed_ = s;
   for (u64 i = 0; i < operands_; ++i) {
+    if (stop != nullptr && *stop) return false;
     fill_known_words(operand(i), 0, words_, s + i * words_, parallel);
     hashes_[i] = bp_hash<W>(0, operand(i), words_, parallel);
   }
+  return true;
 }
 
 template <class W>

@@ -10,6 +10,7 @@
 //           round reads one or two; the product, the tables and the scratch are there once.
 #pragma once
 
+#include <atomic>
 #include <optional>
 
 #include "core/types.h"
@@ -54,8 +55,10 @@ class KnownAnswerRounds {
   /// The operands' share of bytes(), and the share that does not depend on their number.
   u64 operands_bytes() const { return operands_ * stride_ * sizeof(W); }
   u64 workspace_bytes() const { return workspace_bytes_; }
-  /// Cuts `memory`, fills it and takes the hashes of the operands; operand i has the seed s + i * words.
-  void prepare(LinearHeapBuffer memory, u64 s, ParallelContext parallel);
+  /// Cuts `memory`, fills it and takes the hashes of the operands; operand i has the seed s + i * words. False when
+  /// `stop` became true first: the memory is not filled then.
+  bool prepare(LinearHeapBuffer memory, u64 s, ParallelContext parallel,
+               const std::atomic<bool>* stop = nullptr);
   /// One square or product, hashed and compared. After prepare(); `parallel` with at most its tds.
   KnownAnswerResult square(ParallelContext parallel, u64 i = 0);
   KnownAnswerResult product(ParallelContext parallel, u64 i = 0, u64 j = 1);

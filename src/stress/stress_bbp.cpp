@@ -19,6 +19,7 @@ using orl::s64;
 
 constexpr u64 kTermsPerRange = 4096;
 constexpr u64 kDistinctRanges = 16;
+constexpr u64 kOperandsPerLook = 65536;  // filled between two looks whether to stop
 // Ranges start below this, so that denominators stay at the size that real offsets have.
 constexpr u64 kFirstMask = (u64{1} << 31) - 1;
 // The exponent of the first term: the digits at an offset of 2^40, 1,099,511,627,776.
@@ -56,7 +57,7 @@ class BbpWork final : public StressWork {
     return orl::format_with_commas(count_) + " x " + orl::format_with_commas(kTermsPerRange);
   }
 
-  void prepare(LinearHeapBuffer memory, u64 seed) override {
+  bool prepare(LinearHeapBuffer memory, u64 seed, const std::atomic<bool>& stop) override {
     operands_ = memory.cut<BbpOperand>(count_);
     at_ = 0;
     for (u64 i = 0; i < kDistinctRanges; ++i) {
@@ -65,7 +66,11 @@ class BbpWork final : public StressWork {
       operand = {.first = seed >> 33, .b = 2 * (i % 4) + 1, .sum = {}};
       operand.sum = sum_of(orl::simd::Target::kScalar, operand);
     }
-    for (u64 i = 0; i < count_; ++i) operands_[i] = known_[i % kDistinctRanges];
+    for (u64 i = 0; i < count_; ++i) {
+      if (i % kOperandsPerLook == 0 && stop) return false;
+      operands_[i] = known_[i % kDistinctRanges];
+    }
+    return true;
   }
 
   void round() override {

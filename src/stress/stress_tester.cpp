@@ -1,9 +1,11 @@
 #include "stress/stress_tester.h"
 
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <string_view>
 
 #include "console/console.h"
 #include "core/exceptions.h"
@@ -13,6 +15,7 @@
 #include "memory/interleave_allocator.h"
 #include "memory/node_placement.h"
 #include "stress/stress_threads.h"
+#include "system/machine_fault.h"
 #include "system/topology.h"
 
 namespace orvane {
@@ -24,13 +27,21 @@ using Outcome = StressReport::Outcome;
 std::atomic<bool> interrupted{false};
 static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler stores it");
 
-/// While it lives the first SIGINT or SIGTERM only sets a flag; a second one ends the process.
+void stop_at_signal(int) {
+  constexpr std::string_view kWords = "\nStopping...\n";
+  interrupted = true;
+  if (write(STDOUT_FILENO, kWords.data(), kWords.size()) < 0) {
+    // The terminal is gone.
+  }
+}
+
+/// While it lives the first SIGINT or SIGTERM only says so and sets a flag; a second one ends the process.
 class InterruptGuard : orl::Uncopied {
  public:
   InterruptGuard() {
     interrupted = false;
     struct sigaction action {};
-    action.sa_handler = [](int) { interrupted = true; };
+    action.sa_handler = stop_at_signal;
     action.sa_flags = static_cast<int>(SA_RESETHAND) | SA_RESTART;
     sigaction(SIGINT, &action, &before_[0]);
     sigaction(SIGTERM, &action, &before_[1]);
@@ -58,13 +69,20 @@ class StressRun {
       : settings_(settings), begin_(orl::monotonic_seconds()), threads_(setup()) {}
 
   int run() {
+    // Until now there was nothing to tell of: an interrupt while the system hands out the memory ends the process.
     if (!threads_.ready()) return 1;
+    const InterruptGuard guard;
     bool go_on = true;
     for (u64 iteration = 1; go_on; ++iteration) {
       console::println("\nIteration " + orl::format_with_commas(iteration) + "\n", 'T');
       const u64 ran = tally_.passed + tally_.failed;
       go_on = run_iteration() && tally_.passed + tally_.failed > ran;
       if (!go_on) console::println("\nTest Finished. Waiting for threads to terminate...", 'w');
+      // Iterations of one round each would print nothing else.
+      constexpr double kSecondsBetween = 5;
+      const double now = orl::monotonic_seconds();
+      if (go_on && iteration != 1 && now - summary_ < kSecondsBetween) continue;
+      summary_ = now;
       print_summary();
     }
     return tally_.failed > 0 || tally_.passed + (interrupted ? 1 : 0) == 0 ? 1 : 0;
@@ -159,15 +177,22 @@ class StressRun {
     row("    Failed", tally_.failed, 'R');
     row("    Skipped", tally_.skipped, 'Y');
     row("    Out-of-Memory", tally_.out_of_memory, 'R');
-    if (lowest_text_.empty()) return;
-    console::print_padded(24, "    Lowest CPU Use", 'w');
-    console::println(lowest_text_, 'G');
+    if (!lowest_text_.empty()) {
+      console::print_padded(24, "    Lowest CPU Use", 'w');
+      console::println(lowest_text_, 'G');
+    }
+    if (tally_.failed > 0)
+      console::println(
+          std::string("\nThis machine computed or kept bits wrongly: check memory, processor, clocks and\n"
+                      "cooling. What was found is in \"") +
+              orl::kEventLogFile + "\".",
+          'R');
     console::set_colour('w');
   }
 
   const StressSettings& settings_;
-  InterruptGuard guard_;
   double begin_;
+  double summary_ = 0;  ///< when the last one was printed
   StressThreads threads_;
   Tally tally_;
   double lowest_share_ = 2;

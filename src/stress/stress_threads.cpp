@@ -10,7 +10,9 @@
 #include "core/fault_mutex.h"
 #include "core/fault_point.h"
 #include "core/format.h"
+#include "core/output.h"
 #include "core/run_timer.h"
+#include "system/machine_fault.h"
 #include "system/topology.h"
 #include "threads/thread_start.h"
 
@@ -26,8 +28,17 @@ double thread_seconds() {
   return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
 }
 
-void report_error(u32 core, const orl::Exception& error) {
+void report_error(const StressTest& test, u32 core, const orl::Exception& error) {
   const std::lock_guard lock(orl::fault_mutex());
+  std::string details;
+  {
+    const orl::OutputCapture capture;
+    error.print();
+    details = capture.text();
+  }
+  if (error.is_wrong_result())
+    orl::log_event("Wrong result in a stress test",
+                   details + "Test: " + test.title() + ", logical core " + std::to_string(core));
   error.print();
   console::println("Error(s) encountered on logical core " + std::to_string(core), 'R');
   console::set_colour('w');
@@ -188,7 +199,7 @@ StressReport StressThreads::run_test(Worker& worker, const StressTest& test, u64
     try {
       exercise(*work, name, memory, seed, report.rounds, counted);
     } catch (const orl::Exception& error) {
-      if (failures++ == 0) report_error(report.core, error);
+      if (failures++ == 0) report_error(test, report.core, error);
       report.outcome = StressReport::Outcome::kFailed;
       if (setup_.stop_on_error) stop_ = true;
       if (!counted) count(filled_);
@@ -200,12 +211,14 @@ StressReport StressThreads::run_test(Worker& worker, const StressTest& test, u64
   return report;
 }
 
-// Fills the memory, then rounds until the test is stopped, then the proof of all that has lain in memory.
+// Fills the memory, then rounds until the test is stopped, then the proof of all that has lain in memory. A test that is
+// stopped while it fills does no round.
 void StressThreads::exercise(StressWork& work, const std::string& name, orl::LinearHeapBuffer memory,
                              u64 seed, u64& rounds, bool& counted) {
-  work.prepare(memory, seed);
+  const bool filled = work.prepare(memory, seed, stop_);
   if (!counted) count(filled_);
   counted = true;
+  if (!filled) return;
   const std::string operands = "stress operands " + name, tables = "stress tables " + name;
   do {
     orl::fault_point(operands.c_str(), memory.ptr, work.operand_bytes());

@@ -57,7 +57,8 @@ class StressThreads {
   bool ready();
   /// Runs the test on all threads for `seconds` from the moment when all of them have filled their memory, at
   /// least one round each. Ends sooner when all have reported, after an error with stop_on_error, and when
-  /// `go_on`, which is called with the seconds so far about ten times a second, returns false.
+  /// `go_on`, which is called with the seconds so far about ten times a second, returns false; threads that still fill
+  /// their memory then do no round.
   std::vector<StressReport> run(const StressTest& test, double seconds,
                                 const std::function<bool(double)>& go_on);
 

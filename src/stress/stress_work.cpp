@@ -31,10 +31,10 @@ class KnownAnswerWork final : public StressWork {
            orl::format_with_commas(rounds_.words() * 64 / unit_bits_);
   }
 
-  void prepare(LinearHeapBuffer memory, u64 seed) override {
-    rounds_.prepare(memory, seed, context());
+  bool prepare(LinearHeapBuffer memory, u64 seed, const std::atomic<bool>& stop) override {
     at_ = 0;
     square_ = false;
+    return rounds_.prepare(memory, seed, context(), &stop);
   }
 
   // Operand by operand a product with the next one, then a square, in turn; each sweep turns them around.

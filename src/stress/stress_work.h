@@ -6,6 +6,7 @@
 //          lain in memory is compared with what was put there, so that no bit flips unnoticed.
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -28,8 +29,9 @@ class StressWork : orl::Uncopied {
   /// "120 x 4,096", in the test's unit.
   virtual std::string size_text() const = 0;
 
-  /// Fills `memory`, at least bytes() bytes, from the seed. May be called again.
-  virtual void prepare(orl::LinearHeapBuffer memory, u64 seed) = 0;
+  /// Fills `memory`, at least bytes() bytes, from the seed. May be called again. False when `stop` became true first:
+  /// nothing may be done with the memory then.
+  virtual bool prepare(orl::LinearHeapBuffer memory, u64 seed, const std::atomic<bool>& stop) = 0;
   /// One operation, after prepare(). Throws AlgorithmFailedException "Checksum Mismatch".
   virtual void round() = 0;
   /// Compares all that rounds only read. Throws AlgorithmFailedException "Checksum Mismatch".

@@ -5,6 +5,7 @@
 
 #include "core/exceptions.h"
 #include "core/output.h"
+#include "system/machine_fault.h"
 
 namespace orl {
 
@@ -30,6 +31,7 @@ void take_the_word() {
   try {
     throw;
   } catch (const Exception& failure) {
+    if (failure.is_wrong_result()) tell_wrong_result(failure);
     failure.print();
   } catch (const std::exception& failure) {
     notice_line(failure.what(), 'R');

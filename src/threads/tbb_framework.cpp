@@ -7,6 +7,8 @@
 #include <oneapi/tbb/partitioner.h>
 #include <oneapi/tbb/task_arena.h>
 
+#include <cerrno>
+#include <exception>
 #include <optional>
 
 #include "config/settings_keys.h"
@@ -14,6 +16,7 @@
 #include "system/limits.h"
 #include "threads/frameworks.h"
 #include "threads/task_entry.h"
+#include "threads/thread_start.h"
 #include "threads/tsan_edge.h"
 
 #ifdef ORVANE_TSAN
@@ -27,6 +30,16 @@ namespace orl {
 struct Parallelizer_Tbb::Arena {
   explicit Arena(u64 threads)
       : arena(threads == 0 ? tbb::task_arena::automatic : static_cast<int>(threads)) {}
+
+  // No task lets an exception out, so one that comes is the library's own, of a thread that it was refused.
+  template <class Body>
+  void execute(Body&& body) {
+    try {
+      arena.execute(body);
+    } catch (const std::exception&) {
+      throw_thread_refused(EAGAIN);
+    }
+  }
 
   tbb::task_arena arena;
   // The library runs at most one thread a processor unless told otherwise.
@@ -51,7 +64,7 @@ void Parallelizer_Tbb::run_pair(ParallelTask& first, ParallelTask& second) {
     join.depart();
   };
   fork.depart();
-  arena_->arena.execute([&] { tbb::parallel_invoke([&] { enter(first); }, [&] { enter(second); }); });
+  arena_->execute([&] { tbb::parallel_invoke([&] { enter(first); }, [&] { enter(second); }); });
   join.arrive();
 }
 
@@ -61,7 +74,7 @@ void Parallelizer_Tbb::run_range(ParallelTask& task, u64 start, u64 end) {
   TsanEdge fork;
   TsanEdge join;
   fork.depart();
-  arena_->arena.execute([&] {
+  arena_->execute([&] {
     tbb::parallel_for(
         tbb::blocked_range<u64>(start, end, 1),
         [&](const tbb::blocked_range<u64>& part) {

@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <string>
 
 #include "core/output.h"
@@ -19,7 +20,9 @@ void report_failure(int error) {
   if (error == EPERM) {
     notice_line("Insufficient permissions to set thread priority. Please retry as root.", 'Y');
   } else {
-    notice_line("Unable to set thread priority: errno = " + std::to_string(error), 'Y');
+    notice_line(
+        "Unable to set thread priority: errno = " + std::to_string(error) + " (" + std::strerror(error) + ")",
+        'Y');
   }
   notice_line("Further messages for this warning will be suppressed.", 'Y');
   output().set_colour('w');

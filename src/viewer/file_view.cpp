@@ -226,9 +226,9 @@ void check_set_name(const std::string& name) {
 void FileView::compress(const SetTarget& target) {
   constexpr const char* kFunction = "write_set()";
   check_set_name(target.name);
-  if (const int reason = orl::why_unwritable(target.path); reason != 0 || !orl::make_folders(target.path))
-    throw InvalidParametersException(kFunction, "Path is not writable.\nPath: " + target.path +
-                                                    "\nReason: " + std::strerror(reason) + ".");
+  int reason = orl::why_unwritable(target.path);
+  if (reason == 0) reason = orl::make_folders(target.path);
+  if (reason != 0) throw InvalidParametersException(kFunction, orl::unwritable_text(target.path, reason));
 
   const DigitRange all = target.range(target.first_id, target.last_id);
   reader_->check_range(all.begin, all.count());

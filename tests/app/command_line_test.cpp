@@ -114,9 +114,10 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"digitviewer", "pi.txt", "-extract", "pi"}, "This file exists already"},
       {{"digitviewer", "pi.txt", "-search", "."}, "A text file is one file"},
       {{"digitviewer", "pi.txt", "-prove"}, "These are no hexadecimal digits of Pi"},
-      {{"digitviewer", "pi.txt", "-check", "missing.txt"}, "Unable to read \"missing.txt\"."},
+      {{"digitviewer", "pi.txt", "-check", "missing.txt"},
+       "Unable to read \"missing.txt\": No such file or directory."},
       {{"digitviewer", "pi.txt"}, "The input has ended"},
-      {{"validate", "missing.txt"}, "Unable to read \"missing.txt\"."},
+      {{"validate", "missing.txt"}, "Unable to read \"missing.txt\": No such file or directory."},
       {{"validate", "missing.txt", "foo"}, "Invalid Parameter: foo"},
       {{"validate", "-json:1"}, "The file comes first"},
       {{"validate", "missing.txt", "-json:1"}, "\"Passed\": false"},
@@ -288,6 +289,58 @@ TEST(DigitFiles, DoNotGoWhereAFolderHasTheirName) {
   EXPECT_EQ(outcome.status, 1);
   EXPECT_TRUE(holds(outcome.output, "Unable to create file. A folder has this name."));
   EXPECT_EQ(folder.names().size(), 1u);
+}
+
+// Lines of a shell in one folder, in order; $O is the program. A pipe's status is that of its last command.
+TEST(ExitStatus, IsZeroOnlyWhenAllThatWasAskedForWasDone) {
+  const struct {
+    const char* line;
+    int status;
+    const char* words = "";
+  } rows[] = {
+      {"$O custom pi -dec:20k -hex:20k -o d", 0, "Validation File: "},
+      {"mv Val*.txt report; $O validate report", 0, "Validation Passed!"},
+      {"$O checkdigits 'd/Pi - Dec - Chudnovsky.txt' report", 0},
+      {"$O checkdigits 'd/Pi - Hex - Chudnovsky.txt'", 0},
+      {"echo | $O digitviewer", 0},
+      {"$O bbp -digits:16", 0},
+      {"$O logformula 2 -dec:1000", 0},
+      {"$O --help", 0, "128 + N"},
+      {"echo 7 | $O", 0, "MIT licence"},
+      {"$O about >&-", 0},
+      {"timeout --foreground --preserve-status -s INT 0.5 $O stress BKT -M:4M -D:0", 0, "Stopping..."},
+      // A wrong line, a refusal, an input that ends, words that nobody gets.
+      {"$O fly", 1, "Invalid Parameter: fly"},
+      {"$O custom pi -dec:10k -o d", 1, "-overwrite:1"},
+      {"$O custom pi -dec:99", 1},
+      {"$O </dev/null", 1, "The input has ended"},
+      {"$O --help >/dev/full", 1, "Unable to write to the standard output: No space left on device"},
+      {"$O custom e -dec:1000 -od:0 >/dev/full", 1, "No space left on device"},
+      // Files that are wrong, too large for a limit, or none.
+      {"sed s/Pi/PI/ report >changed; $O validate changed", 1, "Validation Failed: Invalid Hash"},
+      {"$O validate /dev/zero", 1, "Not a file"},
+      {"mkfifo pipe; $O config ./pipe", 1, "This is a pipe, not a file."},
+      {"ln -s /dev/zero z.cfg; $O config z.cfg", 1, "This is a device, not a file."},
+      {"ln -s pipe p.txt; printf 'p.txt\\n\\n' | $O digitviewer", 1, "This is a pipe, not a file."},
+      {"tr 7 8 <'d/Pi - Dec - Chudnovsky.txt' >bad.txt; $O checkdigits bad.txt report", 1},
+      {"printf 'nope.txt\\n\\n' | $O digitviewer", 1, "Path does not exist."},
+      {"(ulimit -f 10; $O custom e -dec:100k -o limit)", 1, "ulimit -f"},
+      {"(ulimit -f 10; $O custom e -dec:1m -C:-1 -o limit)", 1, "File too large"},
+      // Signals. A run that they end leaves what it found.
+      {"timeout --foreground --preserve-status -s INT 0.4 $O custom pi -dec:20m -o k", 130, "Interrupted."},
+      {"timeout --foreground --preserve-status -s TERM 0.4 $O custom pi -dec:20m -o k", 143,
+       "Ended by a signal."},
+      {"rmdir limit k", 0},
+  };
+  TemporaryFolder folder;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.line);
+    const std::string script =
+        "O='" ORVANE_PROGRAM " pause:-2 priority:0 skip-warnings'; " + std::string(row.line);
+    const Outcome outcome = run("/bin/sh", {"-c", script}, {.folder = folder.path()});
+    EXPECT_EQ(outcome.status, row.status) << outcome.output;
+    EXPECT_TRUE(holds(outcome.output, row.words)) << outcome.output;
+  }
 }
 
 TEST(UnfinishedComputation, IsNotRunOver) {

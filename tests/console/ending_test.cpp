@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "core/settings.h"
+#include "core/unfinished_files.h"
 #include "support/child.h"
+#include "support/files.h"
 
 namespace orl::test {
 namespace {
@@ -46,7 +48,7 @@ std::string output_at(int signal) {
   if (child == 0) {
     ::signal(signal, SIG_DFL);  // a job in the background ignores it
     settings().colors_enabled = true;
-    console::restore_colours_at_signals();
+    console::end_in_order_at_signals();
     console::print("in red", 'R');
     raise(signal);
     _exit(0);
@@ -61,9 +63,49 @@ std::string output_at(int signal) {
   return output;
 }
 
-TEST(Ending, SignalGivesTheTerminalItsColoursBack) {
-  for (const int signal : {SIGINT, SIGTERM})
-    EXPECT_EQ(output_at(signal), "\033[01;31min red\033[39;49m\033[0m\r\n");
+TEST(Ending, SignalGivesTheTerminalItsColoursBackAndRemovesWhatIsNotFinished) {
+  const TemporaryFolder folder;
+  const std::string kept = folder.file("kept"), gone = folder.file("gone");
+  for (const std::string& path : {kept, gone, kept, gone}) list_unfinished(path);
+  for (int times = 0; times < 2; times++) unlist_unfinished(kept);
+  const std::string reset = "\033[01;31min red\033[39;49m\033[0m\r\n";
+  for (const auto& [signal, words] : {std::pair{SIGINT, "Interrupted."}, {SIGTERM, "Ended by a signal."}}) {
+    for (const std::string& path : {kept, gone}) write_file(path, "x");
+    EXPECT_EQ(output_at(signal), reset + words + " What was not finished has been removed.\r\n");
+    EXPECT_EQ(folder.names(), std::vector<std::string>{"kept"});
+  }
+  remove_unfinished();
+  EXPECT_EQ(output_at(SIGINT), reset + "Interrupted.\r\n");
+}
+
+TEST(Ending, SignalWaitsForNamesThatChangeTogether) {
+  const ChildResult result = run_child("", [] {
+    signal(SIGTERM, SIG_DFL);
+    console::end_in_order_at_signals();
+    const EndingHold outer;
+    {
+      const EndingHold inner;
+      raise(SIGTERM);
+    }
+    console::println("still here");
+    return 0;
+  });
+  EXPECT_EQ(result.status, -1);
+  EXPECT_EQ(result.output, "still here\nEnded by a signal.\n");
+}
+
+TEST(Ending, WordsThatNobodyGetsAreAFailure) {
+  const auto status_on = [](const char* device) {
+    return run_child("",
+                     [=]() -> int {
+                       dup2(open(device, O_WRONLY), STDOUT_FILENO);
+                       console::println("words");
+                       leave(0);
+                     })
+        .status;
+  };
+  EXPECT_EQ(status_on("/dev/full"), 1);
+  EXPECT_EQ(status_on("/dev/null"), 0);
 }
 
 TEST(Ending, FatalErrorSpeaksAsksAndFails) {

@@ -45,12 +45,13 @@ class ToyWork final : public StressWork {
   u64 bytes() const override { return kShare; }
   u64 operand_bytes() const override { return kShare; }
   std::string size_text() const override { return "1 x 1"; }
-  void prepare(orl::LinearHeapBuffer memory, u64 seed) override {
+  bool prepare(orl::LinearHeapBuffer memory, u64 seed, const std::atomic<bool>&) override {
     std::fill_n(static_cast<char*>(memory.ptr), kShare, 1);
     const std::lock_guard lock(seen_.mutex);
     seen_.memories.insert(memory.ptr);
     seen_.seeds.insert(seed);
     ++seen_.prepared;
+    return true;
   }
   void round() override {
     cpu_set_t bound;

@@ -26,6 +26,8 @@ using orl::LinearHeapBuffer;
 using orl::test::GuardedBlock;
 using orl::test::Random;
 
+const std::atomic<bool> never_stop{false};
+
 TEST(StressWork, OperandsFillTheirShareOfMemory) {
   for (const auto& test : make_stress_tests()) {
     SCOPED_TRACE(test->tag());
@@ -62,17 +64,17 @@ TEST(StressWork, FindsEveryFlippedBitOfOperandsAndTables) {
     const auto work = test->plan(random.between(600000, 1500000));
     ASSERT_TRUE(work);
     const GuardedBlock memory(work->bytes());
-    work->prepare(memory.buffer(), random.next());
+    work->prepare(memory.buffer(), random.next(), never_stop);
     EXPECT_TRUE(passes(*work, 9));
     EXPECT_TRUE(memory.intact());
     const LinearHeapBuffer operands(memory.buffer().ptr, work->operand_bytes());
     for (int strike = 0; strike < 4; ++strike) {
-      work->prepare(memory.buffer(), random.next());
+      work->prepare(memory.buffer(), random.next(), never_stop);
       // Never in the tables of a test without any.
       flip(strike % 2 == 1 && work->tables().size > 0 ? work->tables() : operands, random);
       EXPECT_FALSE(passes(*work, 2));
     }
-    work->prepare(memory.buffer(), random.next());
+    work->prepare(memory.buffer(), random.next(), never_stop);
     EXPECT_TRUE(passes(*work, 2));
   }
 }
@@ -84,7 +86,7 @@ TEST(StressWork, RoundsThemselvesCompare) {
     SCOPED_TRACE(test->tag());
     const auto work = test->plan(600000);
     const GuardedBlock memory(work->bytes());
-    work->prepare(memory.buffer(), random.next());
+    work->prepare(memory.buffer(), random.next(), never_stop);
     u64* const words = static_cast<u64*>(memory.buffer().ptr);
     for (u64 i = 0; i < work->operand_bytes() / 8; ++i) words[i] ^= u64{1} << 20;
     EXPECT_THROW(work->round(), orl::AlgorithmFailedException);
@@ -102,7 +104,7 @@ TEST(StressWork, NeverWaits) {
     const auto work = test->plan(1000000);
     const GuardedBlock memory(work->bytes());
     const long before = switches();
-    work->prepare(memory.buffer(), 1);
+    work->prepare(memory.buffer(), 1, never_stop);
     EXPECT_TRUE(passes(*work, 10));
     EXPECT_LE(switches() - before, 2);
   }
