@@ -45,6 +45,10 @@ def digit_files(folder):
     return {path.relative_to(folder).as_posix(): path.read_bytes() for path in folder.rglob('Pi - *') if path.is_file()}
 
 
+def unfinished(folder):
+    return [name for name in digit_files(folder) if any(note in name for note in UNFINISHED)]
+
+
 def expect(what, truth):
     if not truth:
         faults.append(what)
@@ -108,6 +112,8 @@ def each_end(place, good):
         expect(what, ended == status if status is not None else ended != 0)
         files = {name: content for name, content in digit_files(folder).items() if not any(note in name for note in UNFINISHED)}
         expect(f'{list(files)} after {what}', files == (good.files(words) if named else older))
+        expect(f'{unfinished(folder)} after {what}',
+               not unfinished(folder) or 'stored' in how or how.get('signal') == signal.SIGKILL)
         expect(f'report or none after {what}', bool(list(folder.glob('Validation - *.txt'))) == report)
         shutil.rmtree(folder)
 
@@ -165,6 +171,7 @@ def kills(place, good):
         sent = dice.choice([signal.SIGKILL, signal.SIGKILL, signal.SIGINT, signal.SIGTERM])
         run.send_signal(sent)
         output = finish(run)[1]
+        expect(f'kill {number}, {sent.name}: {unfinished(folder)} is left', sent == signal.SIGKILL or not unfinished(folder))
         for name, content in digit_files(folder).items():
             if any(note in name for note in UNFINISHED) or older.get(name) == content:
                 continue
@@ -175,8 +182,7 @@ def kills(place, good):
         status, output = finish(start(folder, *words, '-overwrite:1'))
         kinds[words] = time.monotonic() - begin
         expect(f'kill {number}: the next run\n{output}', status == 0)
-        left = [name for name in digit_files(folder) if any(note in name for note in UNFINISHED)]
-        expect(f'kill {number}: {left} is left', not left)
+        expect(f'kill {number}: {unfinished(folder)} is left', not unfinished(folder))
         shutil.rmtree(folder)
 
 

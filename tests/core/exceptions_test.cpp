@@ -192,6 +192,17 @@ TEST(ExceptionPrint, FieldsStandUnderTheirLabels) {
             "    b = 1,000\n    hash[0] = 0x0000000000000000\n    hash[1] = 0x00000000000000ff\n\n");
 }
 
+TEST(ExceptionPrint, NumberOfTheSystemHasItsWordsOnce) {
+  EXPECT_EQ(printed(SystemException("start_thread()", "No thread.", EAGAIN)),
+            "\nSystem Exception Encountered\nIn Function: start_thread()\n\nNo thread.\n\nError Code: 11\n"
+            "Reason: Resource temporarily unavailable\n\n");
+  const auto failure =
+      caught<FileIO::FileException>([] { FileIO::throw_file_error("f()", EMFILE, "m", "/p"); });
+  EXPECT_EQ(printed(failure),
+            "\nException Encountered\nIn Function: f()\n\nm\n\nUnknown C/C++ Error: Too many open files\n\n"
+            "Error Code: 24\nPath: /p\n\n");
+}
+
 TEST(FileErrors, KnownNumbersHaveTheirTextBehindTheMessage) {
   const auto message = [](s32 code) {
     const auto failure = caught<FileIO::FileException>(

@@ -177,12 +177,16 @@ TEST(OvdSetReader, SaysWhatDoesNotMatch) {
   EXPECT_EQ(loaded(hand_made(1, "1.1.0", "10", 101)), "Digits per file does not match.");
   EXPECT_EQ(loaded(hand_made(1, "1.1.0", "10", 100, 201)), "Total digit does not match.");
   EXPECT_EQ(loaded(hand_made(0)), "File id does not match.");
-  EXPECT_EQ(loaded(hand_made(1).substr(0, hand_made(1).size() - 52)), "Read error.");
+  const u64 whole = hand_made(1).size();
+  EXPECT_EQ(loaded(hand_made(1).substr(0, whole - 52)), "Read error.\n\nThe file is too short: it has " +
+                                                            std::to_string(whole - 52) + " bytes, and " +
+                                                            std::to_string(whole) + " are needed.");
   // A word that was never written: the first of a part, in the middle, the last.
   for (const int word : {0, 3, 5}) {
     std::string unwritten = hand_made(1);
     std::fill_n(unwritten.end() - 56 + 8 * word, 8, '\xff');
-    EXPECT_EQ(loaded(unwritten, 100), "Invalid Digit") << word;
+    const std::string place = "The word of the digits " + std::to_string(101 + 19 * word) + " to ";
+    EXPECT_TRUE(loaded(unwritten, 100).starts_with("Invalid Digit\n\n" + place)) << word;
   }
 }
 

@@ -37,6 +37,7 @@ struct Seen {
 struct Behaviour {
   std::atomic<int> failures{0};  // rounds that are to fail yet
   bool fail_at_rest = false;
+  bool fills_for_ever = false;
 };
 
 class ToyWork final : public StressWork {
@@ -45,7 +46,9 @@ class ToyWork final : public StressWork {
   u64 bytes() const override { return kShare; }
   u64 operand_bytes() const override { return kShare; }
   std::string size_text() const override { return "1 x 1"; }
-  bool prepare(orl::LinearHeapBuffer memory, u64 seed, const std::atomic<bool>&) override {
+  bool prepare(orl::LinearHeapBuffer memory, u64 seed, const std::atomic<bool>& stop) override {
+    while (behaviour_.fills_for_ever && !stop) std::this_thread::yield();
+    if (stop) return false;
     std::fill_n(static_cast<char*>(memory.ptr), kShare, 1);
     const std::lock_guard lock(seen_.mutex);
     seen_.memories.insert(memory.ptr);
@@ -160,6 +163,17 @@ TEST(StressThreads, RunForTheSecondsUnlessTheCallerStops) {
   const auto stopped = threads.run(test, kForever, [&](double) { return ++calls < 3; });
   EXPECT_EQ(failed(stopped), 0u);
   EXPECT_EQ(calls, 3);
+}
+
+TEST(StressThreads, StopWhileTheyFillTheirMemory) {
+  StressThreads threads(setup());
+  ToyTest test;
+  test.behaviour.fills_for_ever = true;
+  ASSERT_TRUE(threads.ready());
+  int calls = 0;
+  for (const StressReport& report : threads.run(test, kForever, [&](double) { return ++calls < 3; }))
+    EXPECT_EQ(report.rounds, 0u);
+  EXPECT_EQ(test.seen.checks, 0u);
 }
 
 TEST(StressThreads, TellTheCoreOfAnErrorAndStop) {
