@@ -265,9 +265,9 @@ void FileIO::throw_file_error(s32 code, ExceptionText message, ExceptionText pat
 void FileIO::require_file(ExceptionText function, ExceptionText message, const std::string& path) {
   using std::filesystem::file_type;
   static constexpr Named<file_type> kOthers[] = {{file_type::directory, "A folder has this name."},
-                                                 {file_type::fifo, "This is a pipe, not a file."},
-                                                 {file_type::socket, "This is a socket, not a file."},
-                                                 {file_type::character, "This is a device, not a file."}};
+                                                 {file_type::fifo, "It is a pipe."},
+                                                 {file_type::socket, "It is a socket."},
+                                                 {file_type::character, "It is a device."}};
   std::error_code ignored;
   const file_type type = std::filesystem::status(path, ignored).type();
   const char* const what = name_of(kOthers, type);

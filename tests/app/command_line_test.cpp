@@ -319,9 +319,9 @@ TEST(ExitStatus, IsZeroOnlyWhenAllThatWasAskedForWasDone) {
       // Files that are wrong, too large for a limit, or none.
       {"sed s/Pi/PI/ report >changed; $O validate changed", 1, "Validation Failed: Invalid Hash"},
       {"$O validate /dev/zero", 1, "Not a file"},
-      {"mkfifo pipe; $O config ./pipe", 1, "This is a pipe, not a file."},
-      {"ln -s /dev/zero z.cfg; $O config z.cfg", 1, "This is a device, not a file."},
-      {"ln -s pipe p.txt; printf 'p.txt\\n\\n' | $O digitviewer", 1, "This is a pipe, not a file."},
+      {"mkfifo pipe; $O config ./pipe", 1, "It is a pipe."},
+      {"ln -s /dev/zero z.cfg; $O config z.cfg", 1, "It is a device."},
+      {"ln -s pipe p.txt; printf 'p.txt\\n\\n' | $O digitviewer", 1, "It is a pipe."},
       {"tr 7 8 <'d/Pi - Dec - Chudnovsky.txt' >bad.txt; $O checkdigits bad.txt report", 1},
       {"printf 'nope.txt\\n\\n' | $O digitviewer", 1, "Path does not exist."},
       {"(ulimit -f 10; $O custom e -dec:100k -o limit)", 1, "ulimit -f"},
