@@ -68,10 +68,7 @@ int run_custom(Line& line) {
   mode.current().set_constant(std::move(constant));
   if (!parse_options(custom_options(), mode, line)) orl::fatal_exit(1);
   mode.current().settle_digits_per_file();
-  console::newline();
-  mode.current().check_parameters();
-  console::newline();
-  return mode.current().run(0);
+  return run_computation(mode.current());
 }
 
 int run_bench(Line& line) {

@@ -67,6 +67,10 @@ int run_benchmark(BenchSettings& settings) {
   RamParameters& parameters = settings.parameters;
   const std::string refusal = fit(parameters, settings.decimal_digits).refusal;
   if (!refusal.empty()) throw InvalidParametersException("bench", refusal);
+  return run_computation(parameters);
+}
+
+int run_computation(ComputeParameters& parameters) {
   if (!parameters.output_digits && !parameters.output_path().empty())
     console::println("Warning: -o has no effect without -od:1.", 'Y');
   console::newline();
