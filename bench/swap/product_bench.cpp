@@ -31,7 +31,6 @@
 #include "simd/target.h"
 #include "support/measure.h"
 #include "system/limits.h"
-#include "system/limits.h"
 #include "system/machine.h"
 #include "threads/frameworks.h"
 #include "transforms/registration.h"

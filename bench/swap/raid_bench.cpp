@@ -5,7 +5,9 @@
 // The drives are folders of one place that each move no more than the speed given, so that the place should be much
 // faster than all of them together, such as memory. One row a speed: MB/s of data, stored and loaded in blocks of 64 MiB,
 // median of the rounds, and RAID 3 divided by RAID 0.
+#include <cstring>
 #include <filesystem>
+#include <memory>
 #include <thread>
 
 #include "arrays/raid_array.h"
@@ -32,6 +34,12 @@ class SlowDrives final : public FileCalls {
   }
   s64 write(int fd, const void* buffer, u64 bytes) override {
     return slowed([&] { return FileCalls::write(fd, buffer, bytes); });
+  }
+  s64 readv(int fd, const iovec* pieces, int count) override {
+    return slowed([&] { return ::readv(fd, pieces, count); });
+  }
+  s64 writev(int fd, const iovec* pieces, int count) override {
+    return slowed([&] { return ::writev(fd, pieces, count); });
   }
 
  private:
@@ -101,12 +109,14 @@ int main(int argc, char** argv) {
   }
   if (drive_speeds.empty()) drive_speeds = {200, 500, 1000};
   const std::string folder = place + "/raid_bench";
-  std::vector<u8> memory(2 * kBlock + 4096, 1);
+  const std::unique_ptr<u8, void (*)(void*)> memory(static_cast<u8*>(std::aligned_alloc(4096, 2 * kBlock)),
+                                                    std::free);
+  std::memset(memory.get(), 1, 2 * kBlock);
   std::printf("drive MB/s   store RAID 0   RAID 3  ratio    load RAID 0   RAID 3  ratio\n");
   for (const double speed : drive_speeds) {
     const SlowDrives drives(speed * 1e6);
-    const Speeds plain = measure(folder, R03::RaidType::raid0, 2, memory.data());
-    const Speeds parity = measure(folder, R03::RaidType::raid3, 3, memory.data());
+    const Speeds plain = measure(folder, R03::RaidType::raid0, 2, memory.get());
+    const Speeds parity = measure(folder, R03::RaidType::raid3, 3, memory.get());
     std::printf("%10.0f %14.0f %8.0f %6.2f %14.0f %8.0f %6.2f\n", speed, plain.store, parity.store,
                 parity.store / plain.store, plain.load, parity.load, parity.load / plain.load);
     std::fflush(stdout);

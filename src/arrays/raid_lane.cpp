@@ -19,7 +19,7 @@ namespace {
 // Faults in several drives are tried again so often before the user is asked.
 constexpr u32 kReattempts = 3;
 
-// Bytes that move between files and a transfer's own memory in one pass. Another pass waits while one is under way, so that
+// Bytes that move between a file and a transfer's own memory in one pass. Another pass waits while one is under way, so that
 // a drive has always something to do.
 constexpr u64 kDirectBytes = u64{64} << 20;
 
@@ -72,7 +72,7 @@ struct RaidLane::Slot {
   ColumnWindow window;
   u64 at;  // of the window, from the start of the half
   Rest rest;
-  u8* direct = nullptr;  // where the one file's piece is in memory, where no buffer is needed
+  u8* direct = nullptr;  // where the piece is in memory, if data need no buffer
   bool modified() const { return rest == kOldBytes; }
 };
 
@@ -108,8 +108,9 @@ class RaidLane::Feed {
     while (more_) {
       Slot slot = slot_of(bytes);
       slot.direct = direct_place(slot);
-      u64& sum = slot.direct ? direct_bytes : bytes;
-      if (sum + slot.window.bytes() > (slot.direct ? kDirectBytes : half_bytes_)) break;
+      const bool buffered = !slot.direct || geometry_.shape.parity;
+      u64& sum = buffered ? bytes : direct_bytes;
+      if (sum + slot.window.bytes() > (buffered ? half_bytes_ : kDirectBytes)) break;
       sum += slot.window.bytes();
       pass.slots.push_back(slot);
       more_ = walk_.next(piece_);
@@ -129,11 +130,9 @@ class RaidLane::Feed {
     return {piece_, window, at, fills ? Slot::kNothing : Slot::kZeros};
   }
 
-  // Files of a lane that has only one take whole sectors of the transfer's memory as they are, and give them.
+  // Data files take whole sectors of the transfer's memory as they are, and give them. Where there is parity, whole rows.
   u8* direct_place(const Slot& slot) const {
-    if (geometry_.shape.parity || geometry_.shape.data_files != 1 || slot.rest != Slot::kNothing ||
-        !fills_window(slot.piece, geometry_))
-      return nullptr;
+    if (slot.rest != Slot::kNothing || !fills_window(slot.piece, geometry_)) return nullptr;
     const StridedRange range = request_.range.simplified();
     const u64 begin = slot.piece.row_start + slot.piece.begin;
     u8* const place = request_.memory + slot.piece.first * range.length +
@@ -213,7 +212,10 @@ void RaidLane::run(const LaneRequest& request) {
 }
 
 u8* RaidLane::at(const Pass& pass, const Slot& slot, u64 file) const {
-  return slot.direct ? slot.direct : drives_[file]->buffer.get() + pass.base + slot.at;
+  const LaneGeometry& geometry = place_.geometry;
+  if (slot.direct && file < geometry.shape.data_files)
+    return slot.direct + file * geometry.file_block_bytes + slot.window.begin - slot.piece.begin;
+  return drives_[file]->buffer.get() + pass.base + slot.at;
 }
 
 namespace {
@@ -331,33 +333,35 @@ void RaidLane::post_file(Pass& pass, u64 file) {
   });
 }
 
-// On the thread of the file. Pieces that follow each other in the file and in the buffer are moved together.
+// On the thread of the file. Pieces that follow each other in the file are moved together.
 void RaidLane::transfer(Pass& pass, u64 file) {
   const Drive& drive = *drives_[file];
   const LaneGeometry& geometry = place_.geometry;
   RawFile& raw = pass.request->object->files[file];
   u64 offset = 0, bytes = 0;
-  u8* buffer = nullptr;
+  std::vector<iovec> pieces;
   const auto move = [&] {
     if (bytes == 0 || drive.failed()) return;
-    if (pass.direction == Direction::read) {
-      raw.load(buffer, offset, bytes);
-      state_.counters.bytes_read += bytes;
-    } else {
-      raw.store(buffer, offset, bytes);
-      state_.counters.bytes_written += bytes;
-    }
+    if (pass.direction == Direction::read)
+      state_.counters.bytes_read += raw.load(pieces, offset);
+    else
+      state_.counters.bytes_written += raw.store(pieces, offset);
   };
   const auto add = [&](const Slot& slot, const ColumnWindow& columns) {
     if (columns.bytes() == 0) return;
     const u64 slot_offset = slot.piece.row * geometry.file_block_bytes + columns.begin;
-    u8* const slot_buffer = at(pass, slot, file) + (columns.begin - slot.window.begin);
-    if (slot_offset != offset + bytes || slot_buffer != buffer + bytes) {
+    u8* const buffer = at(pass, slot, file) + (columns.begin - slot.window.begin);
+    const bool follows = slot_offset == offset + bytes && bytes + columns.bytes() <= RawFile::kMostBytes;
+    if (!follows || pieces.size() == RawFile::kMostPieces) {
       move();
       offset = slot_offset;
-      buffer = slot_buffer;
       bytes = 0;
+      pieces.clear();
     }
+    if (bytes != 0 && static_cast<u8*>(pieces.back().iov_base) + pieces.back().iov_len == buffer)
+      pieces.back().iov_len += columns.bytes();
+    else
+      pieces.push_back({buffer, columns.bytes()});
     bytes += columns.bytes();
   };
   for (const Slot& slot : pass.slots) {

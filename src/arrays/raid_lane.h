@@ -2,8 +2,8 @@
 // the parity.
 //
 // Threads   one thread of the lane does its transfers one after the other; one thread for each file reads and writes. A
-//           buffer has two halves: while the files work at one, the lane copies and adds up parity in the other. A lane of
-//           one file needs none for whole sectors in aligned memory.
+//           buffer has two halves: while the files work at one, the lane copies and adds up parity in the other. Data
+//           need none where whole sectors, or with parity whole rows, are aligned in the caller's memory.
 // Store     a row that a transfer fills is only written. One that it fills partly, and that was written before, is read
 //           first: without parity only the sectors where the transfer begins and ends, if it leaves no gap. One that was
 //           never written is completed with zeros, whole rows of it where there is parity, so that the parity of a row that

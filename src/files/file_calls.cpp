@@ -10,9 +10,27 @@
 namespace orl {
 namespace {
 
+class SystemCalls final : public FileCalls {
+  s64 readv(int fd, const iovec* pieces, int count) override { return ::readv(fd, pieces, count); }
+  s64 writev(int fd, const iovec* pieces, int count) override { return ::writev(fd, pieces, count); }
+};
+
 FileCalls& system_calls() {
-  static FileCalls calls;
+  static SystemCalls calls;
   return calls;
+}
+
+// move(piece) for each, as far as the first that is short; fails where one fails.
+template <class Move>
+s64 move_each(const iovec* pieces, int count, Move&& move) {
+  s64 sum = 0;
+  for (int i = 0; i < count; i++) {
+    const s64 moved = move(pieces[i]);
+    if (moved < 0) return moved;
+    sum += moved;
+    if (static_cast<u64>(moved) != pieces[i].iov_len) break;
+  }
+  return sum;
 }
 
 FileCalls* g_calls = nullptr;
@@ -23,6 +41,14 @@ int FileCalls::open(const char* path, int flags, mode_t mode) { return ::open(pa
 int FileCalls::close(int fd) { return ::close(fd); }
 s64 FileCalls::read(int fd, void* buffer, u64 bytes) { return ::read(fd, buffer, bytes); }
 s64 FileCalls::write(int fd, const void* buffer, u64 bytes) { return ::write(fd, buffer, bytes); }
+s64 FileCalls::readv(int fd, const iovec* pieces, int count) {
+  return move_each(pieces, count,
+                   [&](const iovec& piece) { return read(fd, piece.iov_base, piece.iov_len); });
+}
+s64 FileCalls::writev(int fd, const iovec* pieces, int count) {
+  return move_each(pieces, count,
+                   [&](const iovec& piece) { return write(fd, piece.iov_base, piece.iov_len); });
+}
 s64 FileCalls::lseek64(int fd, s64 offset, int whence) { return ::lseek64(fd, offset, whence); }
 int FileCalls::ftruncate(int fd, s64 length) { return ::ftruncate(fd, length); }
 int FileCalls::fallocate(int fd, s64 length) { return ::fallocate(fd, 0, 0, length); }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <sys/uio.h>
 
 #include "core/types.h"
 
@@ -19,6 +20,10 @@ class FileCalls {
   virtual int close(int fd);
   virtual s64 read(int fd, void* buffer, u64 bytes);
   virtual s64 write(int fd, const void* buffer, u64 bytes);
+  /// Pieces of memory one behind the other in the file, as far as the first that is short. Here by read() and write() of each
+  /// piece, so that a test need not know of them; the system's calls move all of them at once.
+  virtual s64 readv(int fd, const iovec* pieces, int count);
+  virtual s64 writev(int fd, const iovec* pieces, int count);
   virtual s64 lseek64(int fd, s64 offset, int whence);
   virtual int ftruncate(int fd, s64 length);
   virtual int fallocate(int fd, s64 length);

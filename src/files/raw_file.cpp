@@ -16,7 +16,7 @@
 namespace orl {
 namespace {
 
-constexpr u64 kMaxTransferBytes = 0x40000000;
+constexpr u64 kMaxTransferBytes = RawFile::kMostBytes;
 
 // Prints a warning the first time that `told` is asked.
 void warn_once(std::atomic<bool>& told, const std::string& text, const std::string& path) {
@@ -153,6 +153,45 @@ u64 RawFile::load(void* buffer, u64 offset, u64 length) const {
   return done;
 }
 
+// Returns the bytes of all pieces.
+u64 RawFile::seek_to_pieces(std::span<const iovec> pieces, u64 offset, const char* function) const {
+  u64 length = 0;
+  for (const iovec& piece : pieces) {
+    check_alignment(piece.iov_base, offset, piece.iov_len);
+    length += piece.iov_len;
+  }
+  if (fd_ < 0) throw FileIO::FileException(function, "File isn't open.", path_, 0);
+  seek(offset, function);
+  return length;
+}
+
+u64 RawFile::load(std::span<const iovec> pieces, u64 offset) const {
+  constexpr const char* kFunction = "RawFile::load()";
+  const u64 length = seek_to_pieces(pieces, offset, kFunction);
+  const s64 got = file_calls().readv(fd_, pieces.data(), static_cast<int>(pieces.size()));
+  if (got < 0) fail(kFunction, "read() failed.");
+  if (static_cast<u64>(got) != length)
+    throw FileIO::FileException(
+        kFunction, "Incomplete Read: " + std::to_string(got) + " / " + std::to_string(length), path_, 0);
+  return length;
+}
+
+u64 RawFile::store(std::span<const iovec> pieces, u64 offset) {
+  constexpr const char* kFunction = "RawFile::store()";
+  const u64 length = seek_to_pieces(pieces, offset, kFunction);
+  const s64 put = file_calls().writev(fd_, pieces.data(), static_cast<int>(pieces.size()));
+  if (put < 0) fail(kFunction, "write() failed.");
+  u64 done = static_cast<u64>(put);
+  if (done == length) return length;
+  for (const iovec& piece : pieces) {
+    if (done < piece.iov_len)
+      fail_short_write(static_cast<const u8*>(piece.iov_base) + done, piece.iov_len - done,
+                       static_cast<u64>(put), length);
+    done -= piece.iov_len;
+  }
+  return length;
+}
+
 u64 RawFile::load_up_to(void* buffer, u64 offset, u64 length) const {
   return read_loop(buffer, offset, length);
 }
@@ -168,17 +207,17 @@ u64 RawFile::store(const void* buffer, u64 offset, u64 length) {
     if (put < 0) fail("RawFile::store()", "write() failed.");
     done += static_cast<u64>(put);
     if (static_cast<u64>(put) == piece) continue;
-    fail_short_write(static_cast<const u8*>(buffer), done, length);
+    const u64 rest = std::min(length - done, kMaxTransferBytes);
+    fail_short_write(static_cast<const u8*>(buffer) + done, rest, done, length);
   }
   return length;
 }
 
 // A disk that fills up answers with a short count first; a call for the rest says why.
-void RawFile::fail_short_write(const u8* buffer, u64 done, u64 length) const {
+void RawFile::fail_short_write(const u8* rest, u64 rest_bytes, u64 done, u64 length) const {
   const std::string text = "Incomplete Write: " + std::to_string(done) + " / " + std::to_string(length);
-  const bool askable = done % kIoAlignment == 0;
-  const u64 rest = std::min(length - done, kMaxTransferBytes);
-  if (askable && file_calls().write(fd_, buffer + done, rest) < 0) fail("RawFile::store()", text);
+  if (done % kIoAlignment == 0 && file_calls().write(fd_, rest, rest_bytes) < 0)
+    fail("RawFile::store()", text);
   throw FileIO::FileException("RawFile::store()", text, path_, 0);
 }
 

@@ -6,6 +6,9 @@
 // Threads    a file has one position: one thread at a time.
 #pragma once
 
+#include <sys/uio.h>
+
+#include <span>
 #include <string>
 
 #include "core/types.h"
@@ -43,6 +46,11 @@ class RawFile {
   /// Write: " with what was done " / " what was asked. Returns length.
   u64 load(void* buffer, u64 offset, u64 length) const;
   u64 store(const void* buffer, u64 offset, u64 length);
+  /// load() and store() of pieces of memory that lie one behind the other in the file, in one call of the system: at most
+  /// kMostPieces, and kMostBytes in all.
+  u64 load(std::span<const iovec> pieces, u64 offset) const;
+  u64 store(std::span<const iovec> pieces, u64 offset);
+  static constexpr u64 kMostPieces = 1024, kMostBytes = 0x40000000;
   /// Reads up to `length` bytes, fewer at the end of the file. Returns the bytes read.
   u64 load_up_to(void* buffer, u64 offset, u64 length) const;
 
@@ -69,7 +77,8 @@ class RawFile {
   void open_in_mode();
   void seek(u64 offset, const char* function) const;
   u64 read_loop(void* buffer, u64 offset, u64 length) const;
-  [[noreturn]] void fail_short_write(const u8* buffer, u64 done, u64 length) const;
+  u64 seek_to_pieces(std::span<const iovec> pieces, u64 offset, const char* function) const;
+  [[noreturn]] void fail_short_write(const u8* rest, u64 rest_bytes, u64 done, u64 length) const;
   [[noreturn]] void fail(const char* function, const std::string& message) const;
 
   int fd_ = -1;
