@@ -236,7 +236,9 @@ TEST(SwapProduct, ByAKeptOperandMovesLess) {
 }
 
 TEST(SwapTable, PlansInWordsOfBothTypes) {
-  const SwapPlace place;
+  Random random;
+  SwapPlace place;
+  Parallelizer_None none;
   EXPECT_EQ(swap_table<u32>().name(), "Swap: 32-bit Word");
   EXPECT_EQ(swap_table<u64>().name(), "Swap: 64-bit Word");
   const SwapPlan narrow = swap_table<u32>().plan(whole_product(4000, 2000), place.budget(u64{1} << 20));
@@ -245,6 +247,8 @@ TEST(SwapTable, PlansInWordsOfBothTypes) {
   const SwapPlan wide = swap_table<u64>().plan(half, place.budget(u64{1} << 20));
   EXPECT_EQ(narrow.made_words(), wide.made_words());
   EXPECT_EQ(wide.wanted_words(), 2 * 2999);
+  const std::vector<u32> A = random.words<u32>(4000), B = random.words<u32>(2000);
+  EXPECT_TRUE(make_product(place, none, wide, nullptr, A, B).words == expected(wide, A, B).words);
   EXPECT_EQ(std::string(swap_table<u64>().get_family(u64{1} << 40).id()), "C17");
   EXPECT_THROW(swap_table<u64>().get_family(u64{1} << 62), LimitExceededException);
   SwapTable<u64> table("Swap: 64-bit Word");
