@@ -14,9 +14,16 @@ void split_block(const ResiduePlan& plan, ResiduePrimes primes, OperandBytes a, 
     if (filled) read_limbs(a, plan.row.P, i, limbs);
     for (u32 r = primes.first; r < primes.last; ++r) {
       const Mod mod(plan.modulus[r]);
-      for (u32 h = 0; h < 8; h += L)
-        (filled ? mod.reduce(limb_residues(mod, plan, r, limbs, h)) : F64::all(0))
-            .store(out + (r - primes.first) * stride + h);
+      for (u32 h = 0; h < 8; h += L) {
+        F64 v = F64::all(0);
+        if (filled) {
+          v = F64::load(limbs[0] + h);
+          for (u32 j = 1; j < plan.row.P / 2; ++j)
+            v = v + mod.times(F64::load(limbs[j] + h), plan.set->limb[r][j]);
+          v = mod.reduce(v);
+        }
+        v.store(out + (r - primes.first) * stride + h);
+      }
     }
   }
 }

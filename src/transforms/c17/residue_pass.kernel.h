@@ -468,14 +468,6 @@ void inverse_rows(const ResidueModulus& modulus, u64 node, u32 levels, Rows<cons
 
 // Split -----------------------------------------------------------------------------------------------------
 
-// Residues modulo prime r of L points, from lane h on of the limbs of eight.
-RESIDUE_INLINE F64 limb_residues(const Mod& mod, const ResiduePlan& plan, u32 r, const double (*limbs)[8],
-                                 u32 h) {
-  F64 v = F64::load(limbs[0] + h);
-  for (u32 j = 1; j < plan.row.P / 2; ++j) v = v + mod.times(F64::load(limbs[j] + h), plan.set->limb[r][j]);
-  return v;
-}
-
 // Residues of `width` points of each sequence from position i on, sequence by sequence `stride` apart: limbs,
 // then the odd factor. Modulo x^N + 1, N = k M, point t M + i stands with sign (-1)^t.
 template <u32 K>
@@ -497,7 +489,9 @@ void split_points(const ResiduePlan& plan, const OddFactor<K>& odd, OperandBytes
         for (u32 t = 0; t < K; ++t) {
           v[t] = F64::all(0);
           if (t >= filled) continue;
-          v[t] = limb_residues(mod, plan, r, limbs[t], h);
+          v[t] = F64::load(limbs[t][0] + h);
+          for (u32 j = 1; j < P / 2; ++j)
+            v[t] = v[t] + mod.times(F64::load(limbs[t][j] + h), plan.set->limb[r][j]);
           if (turned && t % 2) v[t] = F64::all(0) - v[t];
         }
         odd.forward(mod, plan.set->dft[r], i + h, v);

@@ -10,9 +10,16 @@ void far_split(const VstPlan& plan, OperandBytes a, u64 count, double* out) {
     if (filled) read_limbs(a, P, i, limbs);
     for (u32 r = 0; r < P; ++r) {
       const Mod mod(plan.primes.modulus[r]);
-      for (u32 h = 0; h < kVstRow; h += L)
-        (filled ? mod.reduce(limb_residues(mod, plan, r, limbs, h)) : F64::all(0))
-            .store(out + r * kVstRow + h);
+      for (u32 h = 0; h < kVstRow; h += L) {
+        F64 v = F64::all(0);
+        if (filled) {
+          v = F64::load(limbs[0] + h);
+          for (u32 j = 1; j < P / 2; ++j)
+            v = v + mod.times(F64::load(limbs[j] + h), plan.primes.set->limb[r][j]);
+          v = mod.reduce(v);
+        }
+        v.store(out + r * kVstRow + h);
+      }
     }
   }
 }
@@ -20,7 +27,9 @@ void far_split(const VstPlan& plan, OperandBytes a, u64 count, double* out) {
 // The rows of all sequences at one position, in place.
 RESIDUE_INLINE void odd_rows(const VstPlan& plan, double* F, u64 sequence_stride) {
   const u32 P = plan.shape.row.P, k = plan.shape.row.k;
-  for (u32 r = 0; r < P; ++r)
+  for (u32 r = 0; r < P; ++r) {
+    const ResidueModulus& modulus = plan.primes.modulus[r];
+    const Mod mod(modulus);
     for (u32 h = 0; h < kVstRow; h += L) {
       double* const x = F + r * kVstRow + h;
       F64 v[7];
@@ -29,8 +38,13 @@ RESIDUE_INLINE void odd_rows(const VstPlan& plan, double* F, u64 sequence_stride
         v[t] = F64::load(x + t * sequence_stride);
         if (plan.root && t % 2) v[t] = F64::all(0) - v[t];
       }
-      to_sequences(plan, r, k, v, x, sequence_stride);
+      for (u32 j = 0; j < k; ++j) {
+        F64 sum = v[0];
+        for (u32 t = 1; t < k; ++t) sum = sum + (j ? mod.times(v[t], modulus.odd[j * t % k]) : v[t]);
+        mod.reduce(sum).store(x + j * sequence_stride);
+      }
     }
+  }
 }
 
 void far_start(const VstPlan& plan, double* F, u64 begin, u64 end) {

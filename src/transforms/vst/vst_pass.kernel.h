@@ -371,28 +371,6 @@ void product(const VstPlan& plan, double* F, double* G, OperandState state, u32 
   product_subtree(plan, F + at, G + at, state, {j, plan.shape.child_levels(), plan.node(child)});
 }
 
-// The residues modulo prime r, within a few p, of L points, from lane h on of the limbs of eight.
-RESIDUE_INLINE F64 limb_residues(const Mod& mod, const VstPlan& plan, u32 r, const double (*limbs)[8],
-                                 u32 h) {
-  F64 v = mod.reduce(F64::load(limbs[0] + h));
-  for (u32 j = 1; j < plan.shape.row.P / 2; ++j)
-    v = v + mod.times(F64::load(limbs[j] + h), plan.primes.set->limb[r][j]);
-  return v;
-}
-
-// The odd factor of the first `filled` points of a position; the others are zero.
-RESIDUE_INLINE void to_sequences(const VstPlan& plan, u32 r, u32 filled, const F64 (&v)[7], double* out,
-                                 u64 sequence_stride) {
-  const u32 k = plan.shape.row.k;
-  const ResidueModulus& modulus = plan.primes.modulus[r];
-  const Mod mod(modulus);
-  for (u32 j = 0; j < k; ++j) {
-    F64 sum = v[0];
-    for (u32 t = 1; t < filled; ++t) sum = sum + (j ? mod.times(v[t], modulus.odd[j * t % k]) : v[t]);
-    mod.reduce(sum).store(out + j * sequence_stride);
-  }
-}
-
 // Points of the k sequences' rows that start at point i become residues and go through the odd factor.
 RESIDUE_INLINE void split_rows(const VstPlan& plan, double* F, u64 sequence_stride, OperandBytes a, u64 i) {
   const u32 P = plan.shape.row.P, k = plan.shape.row.k;
@@ -404,15 +382,23 @@ RESIDUE_INLINE void split_rows(const VstPlan& plan, double* F, u64 sequence_stri
     ++filled;
   }
   for (u32 r = 0; r < P; ++r) {
-    const Mod mod(plan.primes.modulus[r]);
+    const ResidueModulus& modulus = plan.primes.modulus[r];
+    const Mod mod(modulus);
     for (u32 h = 0; h < kVstRow; h += L) {
+      double* out = F + r * kVstRow + h;
       F64 v[7];
       v[0] = zero;
       for (u32 t = 0; t < filled; ++t) {
-        v[t] = limb_residues(mod, plan, r, limbs[t], h);
+        v[t] = mod.reduce(F64::load(limbs[t][0] + h));
+        for (u32 j = 1; j < P / 2; ++j)
+          v[t] = v[t] + mod.times(F64::load(limbs[t][j] + h), plan.primes.set->limb[r][j]);
         if (plan.root && t % 2) v[t] = zero - v[t];
       }
-      to_sequences(plan, r, filled, v, F + r * kVstRow + h, sequence_stride);
+      for (u32 j = 0; j < k; ++j) {
+        F64 sum = v[0];
+        for (u32 t = 1; t < filled; ++t) sum = sum + (j ? mod.times(v[t], modulus.odd[j * t % k]) : v[t]);
+        mod.reduce(sum).store(out + j * sequence_stride);
+      }
     }
   }
 }
