@@ -11,6 +11,7 @@
 //   -raid3        the last folder holds parity
 //   -PF NAME, -TD N   framework and tasks
 //   -memory DIR   a place in memory, for the time of computing alone (/dev/shm; "none" leaves it out)
+//   -plan         only what the plans say: nothing is moved
 //   -check        also compares the residues of operands and product modulo three primes
 //
 // One row a size. S are the bytes of the product; moved, disk and peak (of the files besides operands and product) are
@@ -52,7 +53,7 @@ struct Options {
   std::vector<double> sizes{0.15, 0.4, 0.7, 2, 8};
   std::string family = "C17", framework, memory_folder = "/dev/shm";
   std::optional<SwapScheme> scheme;
-  bool square = false, parity = false, check = false;
+  bool square = false, parity = false, check = false, plan_only = false;
   std::vector<std::string> folders;
 };
 
@@ -100,6 +101,8 @@ Options parse(int argc, char** argv) {
       options.square = true;
     else if (key == "-raid3")
       options.parity = true;
+    else if (key == "-plan")
+      options.plan_only = true;
     else if (key == "-check")
       options.check = true;
     else if (key == "-S") {
@@ -229,6 +232,18 @@ class Bench {
     return residues;
   }
 
+  SwapPlan planned(const R03::Raid03Descriptor& descriptor, u64 product_bytes) const {
+    const R03::ArrayGeometry geometry = geometry_of(descriptor, options_.memory);
+    const u64 words = std::max<u64>(1, product_bytes / 8), min_io = kMebi * descriptor.data_files();
+    const SwapBudget budget{(options_.memory - geometry.buffer_bytes()) / 4096 * 4096,
+                            options_.min_io != 0 ? options_.min_io : min_io, geometry.row_bytes, tds_};
+    const SwapRequest request = whole_product(words, options_.square ? 0 : words);
+    if (!options_.scheme) return plan_swap_product(family_, request, budget);
+    const auto plan = plan_swap_product(*options_.scheme, family_, request, budget);
+    if (!plan) throw InvalidParametersException("product_bench", "does not fit this scheme");
+    return *plan;
+  }
+
   /// Seconds that storing and loading so many bytes takes by itself, by a file as large as the memory.
   double moving_seconds(SwapDescriptor& disk, LinearHeapBuffer memory, u64 read, u64 written) const {
     const u64 row = disk.geometry().row_bytes;
@@ -252,7 +267,7 @@ class Bench {
   }
 
   Run measure(const std::vector<std::string>& folders, u64 product_bytes, bool moving) const {
-    R03::Raid03Descriptor descriptor = array_on(folders, options_.parity);
+    R03::Raid03Descriptor descriptor = array_on(folders, options_.parity && folders.size() > 1);
     SwapDescriptor disk(descriptor, options_.memory);
     const u64 working = (options_.memory - disk.buffer_bytes()) / 4096 * 4096;
     const std::unique_ptr<void, void (*)(void*)> block(std::aligned_alloc(4096, working), std::free);
@@ -262,17 +277,8 @@ class Bench {
     const u64 words = std::max<u64>(1, product_bytes / 8);
     const SwapNumber a = number(disk, words, 1, "A.sf", memory);
     const SwapNumber b = options_.square ? SwapNumber() : number(disk, words, 2, "B.sf", memory);
-    const u64 min_io = options_.min_io != 0 ? options_.min_io : kMebi * descriptor.data_files();
-    const SwapBudget budget{working, min_io, disk.geometry().row_bytes, tds_};
-    const SwapRequest request = whole_product(words, options_.square ? 0 : words);
     Run run;
-    if (options_.scheme) {
-      const auto plan = plan_swap_product(*options_.scheme, family_, request, budget);
-      if (!plan) throw InvalidParametersException("product_bench", "does not fit this scheme");
-      run.plan = *plan;
-    } else {
-      run.plan = plan_swap_product(family_, request, budget);
-    }
+    run.plan = planned(descriptor, product_bytes);
     SwapNumber product(disk, run.plan.wanted_words(), "C.sf");
     const u64 used = disk.usage().current();
     forget_peak();
@@ -296,7 +302,21 @@ class Bench {
     return run;
   }
 
+  void print_shape(const SwapPlan& plan, double size) const {
+    std::printf("%8.2f %9.1f  %-7s %u*%u*2^%-2u", size / static_cast<double>(options_.memory), size / kMebi,
+                name_of(plan.scheme), plan.shape.P, plan.shape.k, plan.shape.n);
+  }
+
+  void plan_row(u64 product_bytes) const {
+    const SwapPlan plan = planned(array_on(options_.folders, options_.parity), product_bytes);
+    const double size = static_cast<double>(product_bytes);
+    print_shape(plan, size);
+    std::printf(" %6s %6.2f %5.1f\n", "", static_cast<double>(plan.traffic()) / size,
+                static_cast<double>(plan.disk_bytes) / size);
+  }
+
   void row(u64 product_bytes) const {
+    if (options_.plan_only) return plan_row(product_bytes);
     const Run run = measure(options_.folders, product_bytes, true);
     const double size = static_cast<double>(product_bytes);
     double computing = 0;
@@ -308,11 +328,11 @@ class Bench {
       std::filesystem::remove_all(folder);
     }
     const double larger = std::max(computing, run.moving_seconds);
-    std::printf("%8.2f %9.1f  %-7s %u*%u*2^%-2u %6.2f %6.2f %5.1f %9.2f %9.2f %9.2f %5.2f %6.0f %6.3f\n",
-                size / static_cast<double>(options_.memory), size / kMebi, name_of(run.plan.scheme),
-                run.plan.shape.P, run.plan.shape.k, run.plan.shape.n, static_cast<double>(run.moved()) / size,
-                static_cast<double>(run.plan.traffic()) / size, static_cast<double>(run.peak) / size,
-                run.seconds, computing, run.moving_seconds, run.seconds / larger,
+    print_shape(run.plan, size);
+    std::printf(" %6.2f %6.2f %5.1f %9.2f %9.2f %9.2f %5.2f %6.0f %6.3f\n",
+                static_cast<double>(run.moved()) / size, static_cast<double>(run.plan.traffic()) / size,
+                static_cast<double>(run.peak) / size, run.seconds, computing, run.moving_seconds,
+                run.seconds / larger,
                 (static_cast<double>(run.resident) - static_cast<double>(options_.memory)) / kMebi,
                 static_cast<double>(run.system) / static_cast<double>(run.moved()));
   }
