@@ -73,6 +73,7 @@ TEST_P(ResidueTest, NumbersOnDisksMultiplyByGroupsOfPrimesAndByRows) {
       if ((P + k / 2) % 2 && (kSanitized || GetParam() != simd::Target::kAvx512)) continue;
       check_far(family, {P, k, 9}, {}, random);
     }
+  check_far_tells(family, {6, 3, 9});
   check_far(family, {5, 3, 13}, {}, random);
   if (GetParam() == simd::Target::kScalar) return;
   for (u32 levels = 1; levels <= 4; ++levels)

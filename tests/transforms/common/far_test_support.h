@@ -1,6 +1,7 @@
 // Products by the transforms of numbers on disks, with arrays of bytes in place of files: every scheme against GMP.
 #pragma once
 
+#include "support/thrown.h"
 #include "transforms/common/far_transform.h"
 #include "transforms/common/product_test_support.h"
 
@@ -321,6 +322,31 @@ inline void check_far(const FarFamily& family, const FarShape& shape, std::vecto
       if (testing::Test::HasFailure()) return;
     }
   }
+}
+
+/// A wrong residue where all others say zero: no coefficient that a product can have.
+inline void check_far_tells(const FarFamily& family, const FarShape& shape) {
+  const GuardedBlock tables(family.table_bytes(shape)), scratch(family.node_scratch_bytes(shape, 0, 1));
+  LinearHeapBuffer memory = tables.buffer();
+  const auto far = family.make(shape, ProductRing::kNegacyclic, memory);
+  Parallelizer_None none;
+  const FarWork work{scratch.buffer(), {none, 1}};
+  const FarBlock block{0, shape.points()};
+  std::vector<std::vector<u8>> packed;
+  std::vector<FarPlace> places;
+  for (u32 c = 0; c < family.channels(shape); ++c) {
+    packed.emplace_back(shape.points() * family.packed_bytes(shape));
+    places.push_back({nullptr, packed[c].data()});
+  }
+  far->split(block, {}, places, work);
+  std::vector<u64> words(family.product_bytes(shape) / 8, 1);
+  FarCarry carry;
+  far->join(block, places, words.data(), carry, work);
+  EXPECT_TRUE(carry.zero() && words == std::vector<u64>(words.size()));
+  for (const u64 byte : {5, 7}) ++packed[0][48 * family.channels(shape) + byte];  // the upper ones
+  EXPECT_EQ(
+      message_of<ConvolutionFailedException>([&] { far->join(block, places, words.data(), carry, work); }),
+      "Coefficient is too large.");
 }
 
 }  // namespace orl::test

@@ -151,6 +151,7 @@ TEST(N64Far, NumbersOnDisksMultiplyByGroupsOfPrimesAndByRows) {
     for (u32 P = 4; P <= 8; ++P)
       for (const u32 k : {1u, 3u, 5u, 7u})
         if ((P + k / 2) % 2 == (target == simd::Target::kScalar)) check_far(family, {P, k, 9}, {}, random);
+    check_far_tells(family, {6, 3, 9});
     check_far(family, {4, 3, 13}, {}, random);
     for (u32 levels = 1; levels <= 5; ++levels)
       check_far(family, {3 + levels, 2 * (levels % 4) + 1, 9 + levels}, {levels}, random, levels < 3 ? 3 : 1);

@@ -55,6 +55,7 @@ TEST_P(VstTest, NumbersOnDisksMultiplyWholeAndByRows) {
   const FarFamily& family = vst_far_family();
   for (u32 P = 4; P <= 9; ++P) check_far(family, {P, 2 * (P % 4) + 1, 9}, {}, random);
   if (GetParam() == simd::Target::kScalar) return;
+  check_far_tells(family, {6, 3, 9});
   check_far(family, {5, 3, 13}, {}, random);
   for (u32 levels = 1; levels <= 4; ++levels)
     check_far(family, {4 + levels, 2 * (levels % 4) + 1, 9 + levels}, {levels}, random, levels < 3 ? 3 : 1);
