@@ -265,6 +265,7 @@ class RamSession {
     const OutputTarget target{constant.name(), constant.algorithm_short(), parameters_.output_path(),
                               parameters_.digits_per_file()};
     for (;;) {
+      orl::make_folders(target.path);  // it was there at the start; a failure shows at the next step
       try {
         return write_digits(context, words, digit_count, target);
       } catch (const orl::FileIO::FileException& e) {

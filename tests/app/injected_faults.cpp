@@ -1,8 +1,11 @@
 // The fault seam of tests: flips one bit at a chosen visit of a chosen site, and slows the disk.
 //
 // ORVANE_TEST_FAULT = "<site>:<visit>:<bit>"; the visit counts from 0, the bit wraps at the size of the data.
-// At the site "digit file" the data is a path, and the bit lies in the file.
+// At the site "digit file" the data is a path, and the bit lies in the file. "stop" in place of the bit stops the
+// process there until it is told to go on.
 // ORVANE_TEST_SLOW = "<milliseconds>" that a transfer of 64 KiB and more takes longer.
+#include <signal.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdlib>
@@ -20,6 +23,7 @@ namespace {
 struct Fault {
   std::string site;
   u64 visit = 0, bit = 0;
+  bool stops = false;
 };
 
 const Fault& fault() {
@@ -28,7 +32,9 @@ const Fault& fault() {
     const char* const text = std::getenv("ORVANE_TEST_FAULT");
     if (const std::string line = text ? text : ""; !line.empty()) {
       const auto first = line.find(':'), second = line.find(':', first + 1);
-      f = {line.substr(0, first), std::stoull(line.substr(first + 1)), std::stoull(line.substr(second + 1))};
+      const std::string deed = line.substr(second + 1);
+      f = {line.substr(0, first), std::stoull(line.substr(first + 1)), 0, deed == "stop"};
+      if (!f.stops) f.bit = std::stoull(deed);
     }
     return f;
   }();
@@ -78,7 +84,9 @@ const bool slowed = [] {
 void fault_point(const char* site, void* data, u64 bytes) {
   static std::atomic<u64> visits{0};
   if (bytes == 0 || fault().site != site || visits++ != fault().visit) return;
-  if (std::strcmp(site, "digit file") == 0)
+  if (fault().stops)
+    raise(SIGSTOP);
+  else if (std::strcmp(site, "digit file") == 0)
     flip_in_file(std::string(static_cast<const char*>(data), bytes), fault().bit);
   else
     static_cast<u8*>(data)[fault().bit / 8 % bytes] ^= static_cast<u8>(1 << fault().bit % 8);

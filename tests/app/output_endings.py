@@ -75,21 +75,23 @@ class References:
         return self.sets[tuple(words)]
 
 
-# How a run ends, what it is told, its status, whether its digits have their final names and whether a report is there.
-# A larger file stood there before: it stays, as a smaller one does until the run is proved.
+# How a run ends and what it is told; its status, whether its digits have their final names and whether a report is there.
+# A file of the first digits stood there before: until the run is proved it stays, and a larger one stays altogether.
 def each_end(place, good):
     words = ('-dec:200000', '-hex:100000')
     rows = [('done', {}, (), 0, True, True),
             ('digits not wanted', {}, ('-od:0',), 0, False, True),
             ('a larger file stands there', {'older': 250000}, (), 1, False, False),
             ('a larger file is to go', {'older': 250000}, ('-overwrite:1',), 0, True, True),
-            ('stored digits differ', {'stored': True}, (), 1, False, True)]
+            ('stored digits differ', {'stored': True}, (), 1, False, True),
+            ('the folder goes away', {'at': 'merge result:0', 'folder': 'out'}, ('-o', 'out'), 0, True, True)]
     for site in ('merge result:1:77', 'conversion power:1:63', 'binary number:1:5', 'digit words:0:63', 'digit buffer:0:1',
                  'digit file:0:80001', 'digit file:1:80001'):
         rows.append(('fault in ' + site, {'fault': site}, (), 1, False, False))
+    # In the series, behind the conversion, while digits are written, with both files written and not yet proved.
     for number in (signal.SIGINT, signal.SIGTERM, signal.SIGKILL):
-        for text in ('Begin Computation', 'Base Converting'):
-            rows.append((f'{number.name} at {text}', {'signal': number, 'at': text}, (), None, False, False))
+        for site in ('merge result:0', 'binary number:2', 'digit buffer:1', 'digit file:1'):
+            rows.append((f'{number.name} at {site}', {'signal': number, 'at': site}, (), None, False, False))
     for what, how, more, status, named, report in rows:
         folder = place / 'end'
         folder.mkdir()
@@ -99,19 +101,22 @@ def each_end(place, good):
         if 'stored' in how:
             (folder / 'Digits').mkdir()
             (folder / 'Digits' / 'Pi.txt').write_bytes(good.texts['dec'][:500] + b'x' + good.texts['dec'][501:1002])
-        run = start(folder, *words, *more, fault=how.get('fault'))
-        begin = b''
-        if 'signal' in how:
-            for line in run.stdout:
-                begin += line
-                if how['at'].encode() in line:
-                    break
-            run.send_signal(how['signal'])
+        run = start(folder, *words, *more, fault=how.get('fault', f"{how['at']}:stop" if 'at' in how else None))
+        if 'at' in how:
+            expect(f'{what}: it never came there', os.WIFSTOPPED(os.waitpid(run.pid, os.WUNTRACED)[1]))
+            if 'folder' in how:
+                shutil.rmtree(folder / how['folder'])
+            else:
+                run.send_signal(how['signal'])
+            os.kill(run.pid, signal.SIGCONT)
         ended, output = finish(run)
-        what = f'{what}: status {ended}\n{begin.decode()}{output}'
+        what = f'{what}: status {ended}\n{output}'
         expect(what, ended == status if status is not None else ended != 0)
         files = {name: content for name, content in digit_files(folder).items() if not any(note in name for note in UNFINISHED)}
-        expect(f'{list(files)} after {what}', files == (good.files(words) if named else older))
+        new = good.files(words)
+        if 'folder' in how:
+            new = older | {f"{how['folder']}/{name}": content for name, content in new.items()}
+        expect(f'{list(files)} after {what}', files == (new if named else older))
         expect(f'{unfinished(folder)} after {what}',
                not unfinished(folder) or 'stored' in how or how.get('signal') == signal.SIGKILL)
         expect(f'report or none after {what}', bool(list(folder.glob('Validation - *.txt'))) == report)
