@@ -49,7 +49,7 @@ TEST(Report, PassesTheValidatorUntilAByteChanges) {
   EXPECT_TRUE(holds(bad.output, "Validation Failed: Invalid Hash")) << bad.output;
 }
 
-// Text and sets, both radices, by command and by option; a digit that changes, two that change places, one that is
+// Text and sets, both radices, by command, option and menu; a digit that changes, two that change places, one that is
 // missing.
 TEST(Report, IsHeldAgainstTheDigitsOfItsRun) {
   const struct {
@@ -67,9 +67,9 @@ TEST(Report, IsHeldAgainstTheDigitsOfItsRun) {
       const std::string path = row.set ? name + "/" + name + " - 0.ovd" : name + ".txt";
       SCOPED_TRACE(path);
       const auto expect = [&](int status, const char* words) {
-        for (const std::vector<std::string>& line : {std::vector<std::string>{"checkdigits", path, report},
-                                                     {"digitviewer", path, "-check", report}}) {
-          const Outcome check = run_in(folder, line);
+        for (const Outcome& check : {run_in(folder, {"checkdigits", path, report}),
+                                     run_in(folder, {"digitviewer", path, "-check", report}),
+                                     run_in(folder, {"digitviewer"}, path + "\n6\n" + report + "\n\n\n")}) {
           EXPECT_EQ(check.status, status) << check.output;
           EXPECT_TRUE(holds(check.output, words)) << check.output;
         }
