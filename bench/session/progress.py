@@ -74,10 +74,11 @@ def main():
     parser.add_argument("--slow", type=float, default=1, help="how many times slower the run is made")
     parser.add_argument("--lines", action="store_true", help="print every line with the share of the run when it was drawn")
     parser.add_argument("--within", type=float, help="status 1 when the time left at half of the run is further off (percent)")
+    parser.add_argument("--moves-within", type=float, help="status 1 when the line stands still for longer (seconds)")
     parser.add_argument("run", nargs="+", help="constant and options of a computation")
     options = parser.parse_args()
     with tempfile.TemporaryDirectory(prefix="orvane-progress-") as folder:
-        lines, wall, processor = watch([options.program, "priority:0", "pause:-2", "colors:0", "custom", *options.run], folder,
+        lines, wall, processor = watch([os.path.abspath(options.program), "priority:0", "pause:-2", "colors:0", "custom", *options.run], folder,
                                        options.slow)
     if not lines:
         sys.exit("the run ended before it drew a line: use --slow")
@@ -96,7 +97,8 @@ def main():
         half = error if share == 0.5 else half
         print(f"  at {100 * spent / processor:5.1f} % of the run: shown {percent:5.1f} %, time left {error:+6.1f} % "
               f"(by the clock: {left} s of {wall - at:.1f} s, {clock:+.0f} %)")
-    return 1 if options.within and abs(half) > options.within else 0
+    late = options.moves_within and pause > options.moves_within
+    return 1 if late or options.within and abs(half) > options.within else 0
 
 
 if __name__ == "__main__":
