@@ -6,6 +6,7 @@
 #include "core/exceptions.h"
 #include "core/format.h"
 #include "core/output.h"
+#include "core/unfinished_files.h"
 #include "files/path_check.h"
 #include "files/raw_file.h"
 
@@ -44,7 +45,11 @@ ArrayFolder::ArrayFolder(const std::string& folder) : lock_(with_separator(folde
     throw InvalidParametersException(
         "SwapDescriptor", "Another disk array is at work in this folder.\nPath: " + shown_path(folder) +
                               "\nWait for its end, or choose another folder.");
-  if (lock_.state() == FileLock::State::kHeld) remove_left_overs(folder);
+  if (lock_.state() != FileLock::State::kHeld) return;
+  list_unfinished(lock_.path());
+  remove_left_overs(folder);
 }
+
+ArrayFolder::~ArrayFolder() { unlist_unfinished(lock_.path()); }
 
 }  // namespace orl::R03

@@ -14,6 +14,7 @@ class ArrayFolder : Uncopied {
   /// Removes what a run that was killed left there, which are the files "orv_*.sf" but those of checkpoints, and tells how
   /// much that was. Throws InvalidParametersException where another array uses the folder.
   explicit ArrayFolder(const std::string& folder);
+  ~ArrayFolder();
 
  private:
   FileLock lock_;

@@ -86,8 +86,8 @@ class PersistentMemory : public FarMemory {
   /// Bytes that the place has, at least size().
   u64 capacity() const { return capacity_; }
 
-  /// Whether what is stored stays when the object goes. It does not at first.
-  void keep(bool stays = true) { kept_ = stays; }
+  /// Whether what is stored stays when the object goes, or a signal ends the process. It does not at first.
+  virtual void keep(bool stays = true) { kept_ = stays; }
   bool kept() const { return kept_; }
   /// Returns when everything that was stored would survive a loss of power. No transfer of the object may be under way.
   virtual void flush() = 0;

@@ -72,7 +72,7 @@ RaidArray::~RaidArray() {
 L0_RaidFile::L0_RaidFile(std::shared_ptr<RaidArray> array, u64 size_bytes, const char* name, Opening opening)
     : PersistentMemory(size_bytes, size_bytes, name), array_(std::move(array)) {
   array_->usage().add(this->name(), size_bytes);
-  keep(opening == Opening::kept);
+  PersistentMemory::keep(opening == Opening::kept);
   try {
     for (u64 i = 0; i < array_->lanes(); i++)
       objects_.push_back(array_->lane(i).open(file_name(this->name()),
@@ -114,6 +114,12 @@ void L0_RaidFile::rename(const std::string& new_name) {
   array_->usage().rename(name(), new_name);
   for (u64 i = 0; i < objects_.size(); i++) array_->lane(i).rename(objects_[i], file_name(new_name));
   set_name(new_name);
+  keep(kept());
+}
+
+void L0_RaidFile::keep(bool stays) {
+  PersistentMemory::keep(stays);
+  for (u64 i = 0; i < objects_.size(); i++) array_->lane(i).keep(objects_[i], stays);
 }
 
 FarTransfer L0_RaidFile::start(const StridedRange& range, u8* memory, Direction direction) {

@@ -62,6 +62,7 @@ class L0_RaidFile final : public PersistentMemory {
 
   void flush() override;
   void rename(const std::string& new_name) override;
+  void keep(bool stays = true) override;
 
   void gather(void* buffer, u64 offset, u64 length, u64 stride, u64 count) override;
   void scatter(const void* buffer, u64 offset, u64 length, u64 stride, u64 count) override;

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "arrays/parity.h"
+#include "core/unfinished_files.h"
 #include "files/path_check.h"
 #include "files/raw_io_buffer.h"
 
@@ -497,10 +498,12 @@ void RaidLane::open_file(RawFile& file, const std::string& path, u64 bytes, Open
   }
   // What an earlier run left there has rows that look as if this one had written them.
   if (!remove_file(path)) FileIO::throw_file_error(kFunction, errno, "Unable to remove file.", path);
+  list_unfinished(path);
   try {
     file = RawFile(bytes, path);
   } catch (...) {
     remove_file(path);  // one without room is there all the same
+    unlist_unfinished(path);
     throw;
   }
 }
@@ -534,8 +537,18 @@ void RaidLane::rename(LaneObject& object, const std::string& new_name) {
   for (u64 i = 0; i < object.files.size(); i++) {
     if (drives_[i]->failed() || !object.files[i].is_open()) continue;
     const std::string path = with_separator(drives_[i]->folder) + new_name;
+    const EndingHold hold;
+    unlist_unfinished(object.files[i].path());
     object.files[i].rename(path);
+    list_unfinished(path);
     sync_folder_of(path);
+  }
+}
+
+void RaidLane::keep(LaneObject& object, bool stays) {
+  for (const RawFile& file : object.files) {
+    unlist_unfinished(file.path());
+    if (!stays && file.is_open()) list_unfinished(file.path());
   }
 }
 
@@ -550,6 +563,7 @@ void RaidLane::remove(LaneObject& object) {
     const std::string path = object.files[i].path();
     object.files[i].abandon();
     if (!drives_[i]->failed()) remove_file(path);
+    unlist_unfinished(path);
   }
   object.files.clear();
 }

@@ -91,8 +91,11 @@ class RaidLane : Uncopied {
   void remove(LaneObject& object);
   /// Puts what was written to the files on the disks, all drives at a time; faults are asked about as in open().
   void flush(LaneObject& object);
-  /// Flushes the files, gives them another name, and puts that on the disks too. Ends the program after a failure.
+  /// Flushes the files, gives them another name, and puts that on the disks too; keep() has to be said anew. Ends the program
+  /// after a failure.
   void rename(LaneObject& object, const std::string& new_name);
+  /// Whether the files stay when a signal ends the process; fresh ones do not.
+  void keep(LaneObject& object, bool stays);
   /// Closes the files and leaves them where they are.
   void close(LaneObject& object);
 

@@ -7,6 +7,7 @@
 #include "arrays/array_fixture.h"
 #include "arrays/bytes_per_seek.h"
 #include "core/exceptions.h"
+#include "core/unfinished_files.h"
 #include "support/thrown.h"
 
 namespace orl::R03 {
@@ -247,6 +248,20 @@ TEST(RaidArray, KeepsObjectsForALaterRun) {
   EXPECT_EQ(recorder.count("bytes instead of"), 1u) << recorder.text();
   EXPECT_EQ(folders.files_left(), 4u) << "nothing is removed that does not fit";
   EXPECT_THROW(disk.reopen(kMega, "orv_S.sf"), Raid03Exception);
+}
+
+// What every early end of the program does.
+TEST(RaidArray, OnlyKeptFilesOutliveASignal) {
+  Folders folders({"1+1"});
+  SwapDescriptor disk(folders.descriptor);
+  const auto fresh = disk.allocate(kMega, "orv_R.sf"), kept = disk.allocate(kMega, "orv_S.sf");
+  const auto named = disk.allocate(kMega, "orv_T.sf");
+  kept->keep();
+  kept->rename("orv_checkpoint1_0_S.sf");
+  named->rename("orv_U.sf");
+  remove_unfinished();
+  EXPECT_EQ(folders.root.names(), (std::vector<std::string>{"disk0", "disk0/orv_checkpoint1_0_S.sf", "disk1",
+                                                            "disk1/orv_checkpoint1_0_S.sf"}));
 }
 
 // Bytes that the system has moved between this process and disks, "read_bytes" or "write_bytes".
