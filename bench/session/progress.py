@@ -45,7 +45,7 @@ def watch(command, folder, slow):
         ready, _, _ = select.select([terminal], [], [], 0.005 if slow > 1 else 0.1)
         now = time.monotonic()
         if slow > 1 and now - turn >= PULSE * (slow - 1 if stopped else 1):
-            process.send_signal(signal.SIGCONT if stopped else signal.SIGSTOP)
+            os.kill(process.pid, signal.SIGCONT if stopped else signal.SIGSTOP)
             stopped, turn = not stopped, now
         try:
             spent = max(spent, processor_seconds(process.pid))
@@ -60,7 +60,7 @@ def watch(command, folder, slow):
             if (found := LINE.search(line)) and (not lines or lines[-1][4] != line.strip()):
                 lines.append((now - start, spent, float(found[1]), seconds(*found.groups()[4:]), line.strip()))
     if stopped:
-        process.send_signal(signal.SIGCONT)
+        os.kill(process.pid, signal.SIGCONT)
     _, status, usage = os.wait4(process.pid, 0)
     process.returncode = os.waitstatus_to_exitcode(status)
     if process.returncode:
@@ -77,9 +77,9 @@ def main():
     parser.add_argument("--moves-within", type=float, help="status 1 when the line stands still for longer (seconds)")
     parser.add_argument("run", nargs="+", help="constant and options of a computation")
     options = parser.parse_args()
+    command = [os.path.abspath(options.program), "priority:0", "pause:-2", "colors:0", "custom", *options.run]
     with tempfile.TemporaryDirectory(prefix="orvane-progress-") as folder:
-        lines, wall, processor = watch([os.path.abspath(options.program), "priority:0", "pause:-2", "colors:0", "custom", *options.run], folder,
-                                       options.slow)
+        lines, wall, processor = watch(command, folder, options.slow)
     if not lines:
         sys.exit("the run ended before it drew a line: use --slow")
     pause = max(b[0] - a[0] for a, b in zip(lines, lines[1:])) if len(lines) > 1 else wall
