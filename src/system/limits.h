@@ -1,8 +1,8 @@
 // What the kernel grants to this process of the machine: memory and processors.
 //
 // Memory      the machine's, or the smallest limit of the control groups from the process's own up to the highest one
-//             that can be seen, of version 1 or 2. Page cache that a group holds counts as free, since the kernel drops
-//             it before it refuses anything, and so does MemAvailable count the machine's.
+//             that can be seen, of version 1 or 2. The page cache of a group counts as free, since the kernel drops it
+//             before it refuses anything, as that of the machine does in MemAvailable.
 // Processors  the cores that the process may run on (affinity, which a cpuset narrows too), and not more of them than
 //             the processor time that its control groups are given.
 #pragma once
