@@ -82,6 +82,12 @@ std::string take_path(Line& line) {
   return line.take();
 }
 
+// Refuses what a variable that a script has not set leaves.
+std::string not_empty(const char* key, std::string text) {
+  if (text.empty()) throw InvalidParametersException(key, "It is empty.");
+  return text;
+}
+
 // "-swap:type path...": the rest of the line.
 void take_swap(Line& line, orl::R03::Raid03Descriptor& raid) {
   orl::R03::RaidGroup group{orl::R03::raid_type_of_option(take_value(line)), {}};
@@ -352,7 +358,8 @@ constexpr Option<ViewerTask> kViewer[] = {
     {"-stats", "-stats", "Counts the digits from -start to -end and computes their hash.", "-stats",
      [](ViewerTask& task, Line& line) { task.stats = take_flag(line); }},
     {"-extract", "-extract FILE", "Writes the digits from -start to -end to a new text file.",
-     "-extract part.txt", [](ViewerTask& task, Line& line) { task.extract = take_path(line); },
+     "-extract part.txt",
+     [](ViewerTask& task, Line& line) { task.extract = not_empty("-extract", take_path(line)); },
      Values::kFile},
     {"-C", "-C:N",
      "Compresses the digits up to -end into files of N digits each, at least 1m; -1 for one file.", "-C:100m",
@@ -364,7 +371,7 @@ constexpr Option<ViewerTask> kViewer[] = {
     {"-endid", "-endid:ID", "With -C: the last file of a share of the set. Default: the set's last one.",
      "-endid:3", [](ViewerTask& task, Line& line) { task.end_id = take_integer(line); }},
     {"-name", "-name:NAME", "With -C: the name of the set. Default: that of the file.", "-name:Pi",
-     [](ViewerTask& task, Line& line) { task.name = take_value(line); }},
+     [](ViewerTask& task, Line& line) { task.name = not_empty("-name", take_value(line)); }},
     {"-o", "-o PATH", "With -C: the folder of the set. Default: the working folder.", "-o digits",
      [](ViewerTask& task, Line& line) { task.folder = take_path(line); }, Values::kFolder},
     {"-search", "-search PATH", "A folder where files of a set may lie as well; may be repeated.",

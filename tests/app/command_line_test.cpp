@@ -83,7 +83,7 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"config"}, "Please specify a config file."},
       {{"config", folder.file("missing.cfg")}, "Path does not exist."},
       {{"config", folder.file("pipe.cfg")}, "It is a pipe."},
-      {{"config", "/dev/./zero"}, "Unable to read file."},  // a name with a point in it
+      {{"config", "/dev/./zero"}, "It is a device."},  // a name with a point in it
       {{"checkdigits", folder.file("pipe.txt")}, "It is a pipe."},
       {{"validate", folder.file("pipe.txt")}, "Unable to read"},
       {{"config", folder.file("comma.cfg")}, "Line 1: Don't use commas to separate elements."},
@@ -95,6 +95,8 @@ TEST(BadInput, PrintsItsWordsAndEndsWithOne) {
       {{"about", "foo"}, "Invalid Parameter: foo"},
       {{"about:foo"}, "It takes no value, so \"foo\" would be left out."},
       {{"--version", "foo"}, "Invalid Parameter: foo"},
+      {{"digitviewer", folder.file("pi.txt"), "-extract", ""}, "It is empty."},
+      {{"digitviewer", folder.file("pi.txt"), "-C:1m", "-name:"}, "It is empty."},
       {{"digitviewer", "foo"}, "No Extension found."},
       {{"digitviewer", "missing.txt", "-stats"}, "Path does not exist."},
       {{"digitviewer", "-stats", "pi.txt"}, "The file comes first"},
