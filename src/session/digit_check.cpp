@@ -39,9 +39,17 @@ u64 integer_part(const std::string& first_digits, orl::u32 radix) {
   return value;
 }
 
-std::string differing(const char* what, const std::string& file, const std::string& report) {
+// The label with its value, on lines of its own where one does not hold both.
+std::string reading(const std::string& label, const std::string& value) {
+  constexpr u64 kLine = 79, kMargin = 4;
+  if (label.size() + value.size() <= kLine) return label + value + "\n";
+  return label.substr(0, label.find(':') + 1) + "\n" + std::string(kMargin, ' ') +
+         orl::wrapped(value, kMargin) + "\n";
+}
+
+std::string differing(const std::string& what, const std::string& file, const std::string& report) {
   if (file == report) return {};
-  return std::string(what) + " of the file:    " + file + "\n" + what + " of the report:  " + report + "\n";
+  return reading(what + " of the file:    ", file) + reading(what + " of the report:  ", report);
 }
 
 }  // namespace

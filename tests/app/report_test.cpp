@@ -89,7 +89,7 @@ TEST(Report, IsHeldAgainstTheDigitsOfItsRun) {
       changed = digits;
       std::swap(changed[at], changed[at + 1]);
       orl::test::write_file(file, changed);
-      expect(1, "SHA-256 of the file: ");
+      expect(1, "SHA-256 of the file:\n    ");
       orl::test::write_file(file, digits.substr(0, digits.size() - 1));
       expect(1, "Digits of the file: ");
       orl::test::write_file(file, "4" + digits.substr(1));
