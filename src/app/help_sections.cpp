@@ -108,7 +108,7 @@ constexpr struct {
      "    orvane digitviewer pi.txt -C:100m -startid:2 -endid:3 -o digits\n"
      "                                     two of them\n"
      "    orvane digitviewer pi.txt -check \"Validation - Pi.txt\"\n"
-     "                                     all digits against the report of their run\n"
+     "                                     all digits against a report\n"
      "    orvane digitviewer pi-hex.txt -prove\n"
      "                                     the end of Pi by another formula\n"
      "\n"
