@@ -368,7 +368,11 @@ void RaidLane::transfer(Pass& pass, u64 file) {
   for (const Slot& slot : pass.slots) {
     if (pass.only_modified && !slot.modified()) continue;
     if (geometry.shape.parity) {
-      add(slot, slot.window);
+      // A data file that the store does not touch has these bytes already.
+      const bool known = pass.direction == Direction::write && slot.modified() &&
+                         file < geometry.shape.data_files &&
+                         columns_of(slot.piece, geometry.file_block_bytes, file).bytes() == 0;
+      if (!known) add(slot, slot.window);
     } else if (pass.only_modified && slot.piece.dense) {
       for (const ColumnWindow& edge : edges_of(slot.piece, geometry.file_block_bytes, file)) add(slot, edge);
     } else {

@@ -137,6 +137,10 @@ TEST(RaidArray, ReadsOnlyTheRowsThatAStoreSharesWithOthers) {
     std::vector<u8> back(4 * block);
     object->load(back.data(), 0, back.size());
     EXPECT_EQ(back, bytes);
+    // Of the files of a row that is modified only those are written that change.
+    const u64 written = disk.counters().bytes_written;
+    object->store(bytes.data(), 0, 4096);
+    EXPECT_EQ(disk.counters().bytes_written - written, (lane == std::string("1") ? 1u : 2u) * 4096) << lane;
   }
 }
 
