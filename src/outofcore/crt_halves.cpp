@@ -281,6 +281,9 @@ std::optional<SwapPlan> plan_crt_halves(const FarFamily& family, const SwapReque
   if (budget.memory_bytes <= sink) return std::nullopt;
   SwapBudget rest = budget;
   rest.memory_bytes -= sink;
+  // Beside a half lie both of them.
+  const u64 both_bytes = request.product_words() * sizeof(u32);
+  rest.disk_bytes -= std::min(rest.disk_bytes, both_bytes);
   // The shape says how long the ring is, and the ring how long the operands are.
   u64 n = (request.product_words() + 1) / 2;
   n = std::max(n, std::min(request.a_words, request.square() ? request.a_words : request.b_words));

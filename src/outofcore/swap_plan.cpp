@@ -20,6 +20,26 @@ constexpr const char* kFunction = "plan_swap_product()";
 constexpr u64 kGoodBlock = u64{1} << 20;
 constexpr u64 kBlockShare = 32;
 
+// Whether a shape that is a little short is to be preferred: it is more work to join.
+bool is_worth_it(const SwapPlan& stretched, const SwapPlan& direct) {
+  return stretched.traffic() < direct.traffic() - direct.traffic() / 64 &&
+         (stretched.groups.overlapped || !direct.groups.overlapped);
+}
+
+// By one scheme, whatever files it takes.
+std::optional<SwapPlan> plan_scheme(SwapScheme scheme, const FarFamily* family, const SwapRequest& request,
+                                    const SwapBudget& budget) {
+  if (scheme == SwapScheme::kRam) return plan_ram(request, budget);
+  if (scheme == SwapScheme::kRamHalves) return plan_ram_halves(request, budget);
+  if (family == nullptr) return std::nullopt;
+  if (scheme == SwapScheme::kCrtHalves) return plan_crt_halves(*family, request, budget);
+  const auto direct = scheme == SwapScheme::kPrimeGroups ? plan_prime_groups(*family, request, budget)
+                                                         : plan_passes(scheme, *family, request, budget);
+  // A kept operand has the transforms of one shape.
+  const auto stretched = request.kept ? std::nullopt : plan_stretched(scheme, *family, request, budget);
+  return stretched && (!direct || is_worth_it(*stretched, *direct)) ? stretched : direct;
+}
+
 std::optional<SwapPlan> best_plan(const FarFamily* family, const SwapRequest& request,
                                   const SwapBudget& budget) {
   std::optional<SwapPlan> best;
@@ -30,12 +50,6 @@ std::optional<SwapPlan> best_plan(const FarFamily* family, const SwapRequest& re
     if (best && best->scheme <= SwapScheme::kRamHalves) break;
   }
   return best;
-}
-
-// Whether a shape that is a little short is to be preferred: it is more work to join.
-bool is_worth_it(const SwapPlan& stretched, const SwapPlan& direct) {
-  return stretched.traffic() < direct.traffic() - direct.traffic() / 64 &&
-         (stretched.groups.overlapped || !direct.groups.overlapped);
 }
 
 }  // namespace
@@ -69,15 +83,8 @@ u64 swap_sink_bytes(const SwapBudget& budget, u64 wanted_words) {
 
 std::optional<SwapPlan> plan_swap_product(SwapScheme scheme, const FarFamily* family,
                                           const SwapRequest& request, const SwapBudget& budget) {
-  if (scheme == SwapScheme::kRam) return plan_ram(request, budget);
-  if (scheme == SwapScheme::kRamHalves) return plan_ram_halves(request, budget);
-  if (family == nullptr) return std::nullopt;
-  if (scheme == SwapScheme::kCrtHalves) return plan_crt_halves(*family, request, budget);
-  const auto direct = scheme == SwapScheme::kPrimeGroups ? plan_prime_groups(*family, request, budget)
-                                                         : plan_passes(scheme, *family, request, budget);
-  // A kept operand has the transforms of one shape.
-  const auto stretched = request.kept ? std::nullopt : plan_stretched(scheme, *family, request, budget);
-  return stretched && (!direct || is_worth_it(*stretched, *direct)) ? stretched : direct;
+  const auto plan = plan_scheme(scheme, family, request, budget);
+  return plan && plan->disk_bytes <= budget.disk_bytes ? plan : std::nullopt;
 }
 
 SwapPlan plan_swap_product(const FarFamily* family, const SwapRequest& request, const SwapBudget& budget) {

@@ -50,6 +50,7 @@ struct SwapBudget {
   u64 bytes_per_seek = 4096;  ///< pieces are not smaller where that can be
   u64 row_bytes = 4096;       ///< of the array: stores of whole rows read nothing
   u64 tds = 1;
+  u64 disk_bytes = ~u64{0};  ///< room for the files that a product makes for itself
 };
 
 /// Schemes in memory: an algorithm of the table, and areas.

@@ -88,6 +88,20 @@ TEST(PassProduct, WordsAreThoseOfTheProduct) {
     for (const u64 count : of_scheme) EXPECT_GT(count, 0u);
 }
 
+// Two passes move the least, but where there is no room for their files.
+TEST(PassProduct, ShortDisksTakeHalves) {
+  Random random;
+  SwapBudget budget{u64{3} << 19, 4096, 4096, 1};
+  const SwapRequest request = whole_product(600000, 600000);
+  const auto plan = plan_swap_product(find_far_family("C17"), request, budget);
+  EXPECT_EQ(plan.scheme, SwapScheme::kTwoPasses);
+  budget.disk_bytes = plan.disk_bytes - 1;
+  const auto less = plan_swap_product(find_far_family("C17"), request, budget);
+  EXPECT_EQ(less.scheme, SwapScheme::kCrtHalves);
+  EXPECT_LT(less.disk_bytes, plan.disk_bytes);
+  check_product(less, random.words<u32>(request.a_words), random.words<u32>(request.b_words));
+}
+
 // A little longer than a shape: what is above comes from the lowest words.
 TEST(PassProduct, StretchesShapes) {
   Random random;
