@@ -257,7 +257,6 @@ class RamSession {
     console::println("\nThe digits are still in memory. Make room for them, then press ENTER to write again.",
                      'Y');
     if (console::read_line("(q and ENTER ends the run, and loses them.)\n") == "q") throw;
-    orl::make_folders(parameters_.output_path());
   }
 
   OutputResult write_or_ask(const OutputContext& context, const DigitWords& words, u64 digit_count) {
@@ -392,7 +391,12 @@ class RamSession {
       return;
     status_.println("Verifying the Last Digits by the BBP Formula:");
     const auto digits_at = [&](u64 offset, u64 count) { return digits_text(hexadecimal_, offset, count); };
-    report_.pi_proof = prove_pi(digits, threads, digits_at, status_);
+    try {
+      report_.pi_proof = prove_pi(digits, threads, digits_at, status_);
+    } catch (const orl::SystemException&) {
+      // The system gives no more threads; a finished computation is not lost for them.
+      report_.pi_proof = prove_pi(digits, 1, digits_at, status_);
+    }
     status_.print("BBP Check:  ");
     status_.println(seconds_text(report_.pi_proof->seconds) + "\n", 'Y');
   }
