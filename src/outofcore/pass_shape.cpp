@@ -237,14 +237,4 @@ std::optional<PassShape> plan_three_passes(const FarFamily& family, const FarSha
   return planner.best();
 }
 
-u64 least_pass_memory(const FarFamily& family, const FarShape& shape, PassLimits limits) {
-  u64 least = 0, enough = 64 * shape.points() * family.channels(shape) + (u64{1} << 24);
-  while (enough - least > kIoAlignment) {
-    limits.memory_bytes = least + (enough - least) / 2;
-    const bool fits = plan_three_passes(family, shape, limits) || plan_two_passes(family, shape, limits);
-    (fits ? enough : least) = limits.memory_bytes;
-  }
-  return enough;
-}
-
 }  // namespace orl

@@ -108,7 +108,4 @@ std::optional<PassShape> plan_two_passes(const FarFamily& family, const FarShape
 std::optional<PassShape> plan_three_passes(const FarFamily& family, const FarShape& shape,
                                            const PassLimits& limits);
 
-/// The least memory_bytes with which plan_three_passes() or plan_two_passes() finds something.
-u64 least_pass_memory(const FarFamily& family, const FarShape& shape, PassLimits limits);
-
 }  // namespace orl

@@ -93,20 +93,6 @@ TEST(PassShape, RegimesAreWhereTheArithmeticPutsThem) {
   EXPECT_FALSE(plan_two_passes(family, {9, 1, 40}, limits(kGiB)));
 }
 
-TEST(PassShape, LeastMemoryIsTheLeast) {
-  const SizedFamily family;
-  for (const FarShape shape : {FarShape{9, 1, 16}, {8, 3, 20}}) {
-    PassLimits limits{0, 4096, 4096, 2};
-    const u64 least = least_pass_memory(family, shape, limits);
-    const auto any = [&](u64 memory) {
-      limits.memory_bytes = memory;
-      return plan_two_passes(family, shape, limits) || plan_three_passes(family, shape, limits);
-    };
-    EXPECT_TRUE(any(least));
-    EXPECT_FALSE(any(least - least / 16));
-  }
-}
-
 TEST(PassShape, TrafficIsThatOfTheModel) {
   const SizedFamily family;
   const PassLimits limits{256 * kMiB, kMiB, 4096, 2};
