@@ -1,7 +1,7 @@
 #include "viewer/file_view.h"
 
 #include <algorithm>
-#include <cstring>
+#include <cctype>
 #include <filesystem>
 
 #include "console/console.h"
@@ -32,8 +32,14 @@ std::unique_ptr<orl::DigitReader> open_file(const std::string& path) {
   const auto point = path.find('.', path.find_last_of("/\\") + 1);
   if (point == std::string::npos) throw InvalidParametersException(kFunction, "No Extension found.");
   const std::string extension = path.substr(path.rfind('.'));
-  if (extension == kTextExtension) return std::make_unique<orl::BasicTextReader>(path, 0);
+  std::string lower = extension;
+  std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+  if (lower == kTextExtension) return std::make_unique<orl::BasicTextReader>(path, 0);
   if (extension == kSetExtension) return std::make_unique<orl::BasicOvdSetReader>(path);
+  // The other files of a set are found by their names.
+  if (lower == kSetExtension)
+    throw InvalidParametersException(
+        kFunction, "Unrecognized Extension: " + extension + "\nThe files of a set have names in .ovd.");
   throw InvalidParametersException(kFunction, "Unrecognized Extension: " + extension);
 }
 

@@ -60,6 +60,7 @@ COMPLETIONS = [
     (["orvane", "pause", ":", "-2", "skip-warnings", "cus"], ["custom"], ["config"]),
     (["orvane", "custom", "z"], ["zeta3", r"zeta\(3\)"], ["pi"]),
     (["orvane", "custom", "sq"], ["sqrt:"], []),
+    (["orvane", "custom", "custom", ":"], [r"a\ b.cfg", "folder/"], ["other.txt", "''"]),
     (["orvane", "custom", "pi", "-"], ["-dec:", "-o", "-PF:"], ["25m", "--version"]),
     (["orvane", "custom", "pi", "-algorithm", ":"], ["chudnovsky", "ramanujan-reduced"], ["newton"]),
     (["orvane", "custom", "e", "-algorithm", ":", "exp"], [r"exp\(1\)", r"exp\(-1\)"], ["chudnovsky"]),

@@ -342,6 +342,8 @@ TEST(DigitViewerMenu, SaysWhyAFileCannotBeOpened) {
            {"digits", "No Extension found."},
            {"../digits", "No Extension found."},
            {folder.file("digits.pdf"), "Unrecognized Extension: .pdf"},
+           {folder.file("digits.Ovd"), "The files of a set have names in .ovd."},
+           {folder.file("none.TXT"), "Path does not exist."},
            {folder.file("missing.txt"), "Path does not exist."},
            {folder.file("pointless.txt"),
             "A decimal place was not found within the first 63 bytes of the file."},
