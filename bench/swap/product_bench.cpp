@@ -18,6 +18,8 @@
 // multiples of it. `alone` are seconds of computing, measured with all files in memory, and of moving, by the speeds at
 // which the same array then stores and loads as much as the memory; `x` is the time divided by the larger of the two. `rss`
 // is the largest resident size less M, in MiB. `proc` is what the system has counted on disks divided by what the array has.
+#include <unistd.h>
+
 #include <cmath>
 #include <cstring>
 #include <filesystem>
@@ -323,7 +325,7 @@ class Bench {
     const u64 kept = run.peak + 2 * product_bytes;
     if (options_.memory_folder != "none" &&
         std::filesystem::space(options_.memory_folder).available > kept + kept / 8) {
-      const std::string folder = options_.memory_folder + "/product_bench";
+      const std::string folder = options_.memory_folder + "/product_bench." + std::to_string(getpid());
       computing = measure({folder}, product_bytes, false).seconds;
       std::filesystem::remove_all(folder);
     }

@@ -5,6 +5,8 @@
 // The drives are folders of one place that each move no more than the speed given, so that the place should be much
 // faster than all of them together, such as memory. One row a speed: MB/s of data, stored and loaded in blocks of 64 MiB,
 // median of the rounds, and RAID 3 divided by RAID 0.
+#include <unistd.h>
+
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -108,7 +110,7 @@ int main(int argc, char** argv) {
       place = argv[i];
   }
   if (drive_speeds.empty()) drive_speeds = {200, 500, 1000};
-  const std::string folder = place + "/raid_bench";
+  const std::string folder = place + "/raid_bench." + std::to_string(getpid());
   const std::unique_ptr<u8, void (*)(void*)> memory(static_cast<u8*>(std::aligned_alloc(4096, 2 * kBlock)),
                                                     std::free);
   std::memset(memory.get(), 1, 2 * kBlock);
