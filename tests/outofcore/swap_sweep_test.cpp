@@ -135,7 +135,8 @@ TEST(SwapSweep, ADiskThatLiesIsFound) {
   Parallelizer_None none;
   SwapPlace place;
   u64 told = 0, struck = 0;
-  for (u64 i = 0, count = cases(20); i < count; i++) {
+  const u64 count = cases(20);
+  for (u64 i = 0; i < count; i++) {
     const Case one = large_case(random, place.budget(0).row_bytes, 80000);
     const SwapPlan plan = plan_swap_product(one.family, one.request, one.budget);
     EXPECT_GE(plan.scheme, SwapScheme::kPrimeGroups);
@@ -152,8 +153,10 @@ TEST(SwapSweep, ADiskThatLiesIsFound) {
   }
   std::printf("%llu of %llu told\n", static_cast<unsigned long long>(told),
               static_cast<unsigned long long>(struck));
-  EXPECT_GE(struck, 5u * cases(1));
-  EXPECT_GE(3 * told, struck);
+  EXPECT_GE(4 * struck, count);
+  if (struck >= 5) {
+    EXPECT_GE(3 * told, struck);
+  }
 }
 
 TEST(SwapSweep, ADriveMayBeLostAtAnyTransfer) {
