@@ -76,7 +76,8 @@ template <class Row, class Need>
 std::vector<u64> largest_by_prime(std::span<const Row> rows, Need&& need) {
   std::vector<u64> largest(residue_primes().size());
   for (const Row& row : rows) {
-    const ResidueSet& set = residue_set({row.P, row.k, row.n});
+    const ResidueRow shape{row.P, row.k, row.n};
+    const ResidueSet& set = residue_set(shape);
     for (u32 i = 0; i < set.P; ++i) largest[set.prime[i]] = std::max<u64>(largest[set.prime[i]], need(row));
   }
   return largest;
