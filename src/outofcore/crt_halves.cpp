@@ -272,15 +272,9 @@ void HalvesProduct::run(const ProductTarget& target) {
 std::optional<SwapPlan> plan_crt_halves(const FarFamily& family, const SwapRequest& request,
                                         const SwapBudget& budget) {
   if (request.ring != ProductRing::kPlain) return std::nullopt;
-  SwapPlan plan;
-  plan.scheme = SwapScheme::kCrtHalves;
-  plan.request = request;
-  plan.tds = std::max<u64>(budget.tds, 1);
-  plan.sink_bytes = kIoAlignment;
-  const u64 sink = NumberSink::bytes(plan.sink_bytes);
-  if (budget.memory_bytes <= sink) return std::nullopt;
-  SwapBudget rest = budget;
-  rest.memory_bytes -= sink;
+  auto begun = begin_composed(SwapScheme::kCrtHalves, request, budget);
+  if (!begun) return std::nullopt;
+  auto& [plan, rest] = *begun;
   // Beside a half lie both of them.
   const u64 both_bytes = request.product_words() * sizeof(u32);
   rest.disk_bytes -= std::min(rest.disk_bytes, both_bytes);
@@ -304,9 +298,9 @@ std::optional<SwapPlan> plan_crt_halves(const FarFamily& family, const SwapReque
 
   const u64 ring_bytes = n * sizeof(u32), long_bytes = words_of(request, longer(request)) * sizeof(u32);
   const bool folds = long_bytes > ring_bytes;
-  plan.memory_bytes = sink + own;
+  plan.memory_bytes = NumberSink::bytes(plan.sink_bytes) + own;
   for (const auto& half : plan.half) {
-    plan.memory_bytes = std::max(plan.memory_bytes, sink + half->memory_bytes);
+    plan.memory_bytes = std::max(plan.memory_bytes, NumberSink::bytes(plan.sink_bytes) + half->memory_bytes);
     plan.bytes_read += half->bytes_read;
     plan.bytes_written += half->bytes_written;
     plan.cost += half->cost;

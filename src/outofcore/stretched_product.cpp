@@ -141,15 +141,9 @@ std::optional<SwapPlan> plan_low(const FarFamily& family, const SwapRequest& req
 std::optional<SwapPlan> plan_above(SwapScheme scheme, const FarFamily& family, const SwapRequest& request,
                                    const SwapBudget& budget, u64 most_above) {
   const u64 words = request.product_words();
-  SwapPlan plan;
-  plan.scheme = scheme;
-  plan.request = request;
-  plan.tds = std::max<u64>(budget.tds, 1);
-  plan.sink_bytes = kIoAlignment;
-  const u64 sink = NumberSink::bytes(plan.sink_bytes);
-  if (budget.memory_bytes <= sink) return std::nullopt;
-  SwapBudget rest = budget;
-  rest.memory_bytes -= sink;
+  auto begun = begin_composed(scheme, request, budget);
+  if (!begun) return std::nullopt;
+  auto& [plan, rest] = *begun;
 
   SwapRequest ring = request;
   ring.ring = ProductRing::kCyclic;
@@ -173,8 +167,8 @@ std::optional<SwapPlan> plan_above(SwapScheme scheme, const FarFamily& family, c
   plan.groups = residue->groups;
   plan.cost = residue->cost + low->cost;
   const u64 above_bytes = plan.above_words * sizeof(u32), low_bytes = above_bytes + sizeof(u32);
-  plan.memory_bytes =
-      sink + std::max({residue->memory_bytes, low->memory_bytes, kBlocks * plan.half_block_bytes});
+  plan.memory_bytes = NumberSink::bytes(plan.sink_bytes) +
+                      std::max({residue->memory_bytes, low->memory_bytes, kBlocks * plan.half_block_bytes});
   plan.disk_bytes = low_bytes + std::max(residue->disk_bytes, low->disk_bytes);
   plan.bytes_read = residue->bytes_read + low->bytes_read + 2 * low_bytes;
   plan.bytes_written = residue->bytes_written + low->bytes_written + low_bytes + above_bytes;

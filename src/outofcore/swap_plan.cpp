@@ -10,6 +10,7 @@
 #include "outofcore/prime_groups.h"
 #include "outofcore/ram_products.h"
 #include "outofcore/stretched_product.h"
+#include "outofcore/swap_number.h"
 
 namespace orl {
 namespace {
@@ -58,6 +59,19 @@ SwapRequest whole_product(u64 a_words, u64 b_words) {
   SwapRequest request{a_words, b_words};
   request.len = request.product_words();
   return request;
+}
+
+std::optional<ComposedPlan> begin_composed(SwapScheme scheme, const SwapRequest& request,
+                                           const SwapBudget& budget) {
+  ComposedPlan begun{{}, budget};
+  begun.plan.scheme = scheme;
+  begun.plan.request = request;
+  begun.plan.tds = std::max<u64>(budget.tds, 1);
+  begun.plan.sink_bytes = kIoAlignment;
+  const u64 sink = NumberSink::bytes(begun.plan.sink_bytes);
+  if (budget.memory_bytes <= sink) return std::nullopt;
+  begun.rest.memory_bytes -= sink;
+  return begun;
 }
 
 std::optional<FarShape> least_far_shape(const FarFamily& family, const SwapRequest& request, u32 P, u32 k) {

@@ -111,6 +111,16 @@ std::optional<SwapPlan> plan_swap_product(SwapScheme scheme, const FarFamily* fa
 /// the memory is too small for each.
 SwapPlan plan_swap_product(const FarFamily* family, const SwapRequest& request, const SwapBudget& budget);
 
+/// A plan of a product that is made of other products, and what they may take beside its sink.
+struct ComposedPlan {
+  SwapPlan plan;
+  SwapBudget rest;
+};
+
+/// The beginning of such a plan, with the smallest sink; none where the memory does not hold that.
+std::optional<ComposedPlan> begin_composed(SwapScheme scheme, const SwapRequest& request,
+                                           const SwapBudget& budget);
+
 /// The least shape of P primes and odd factor k for the request; none where the family has none.
 std::optional<FarShape> least_far_shape(const FarFamily& family, const SwapRequest& request, u32 P, u32 k);
 
